@@ -1,0 +1,23 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace tolma::cli {
+
+// Exit codes of tolma-cli.
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFailed = 1;
+inline constexpr int kExitUsage = 2;
+inline constexpr int kExitCancelled = 3;
+
+// Runs one command line (without the program name); output and messages go to the streams,
+// so that tests run commands in-process.
+int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
+
+struct Options;
+int commandSql(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+               std::ostream& err);
+
+}  // namespace tolma::cli

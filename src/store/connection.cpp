@@ -1,0 +1,260 @@
+#include "store/connection.h"
+
+#include <sqlite3.h>
+
+#include <map>
+#include <mutex>
+
+#include "store/dao_error.h"
+#include "store/jet_sql.h"
+
+namespace tolma::store {
+namespace {
+
+std::mutex registryMutex;
+std::map<std::string, std::weak_ptr<Connection>>& registry() {
+    static std::map<std::string, std::weak_ptr<Connection>> r;
+    return r;
+}
+
+std::string registryKey(const std::filesystem::path& file) {
+    std::error_code ec;
+    auto p = std::filesystem::weakly_canonical(std::filesystem::absolute(file), ec);
+    return (ec ? std::filesystem::absolute(file) : p).string();
+}
+
+std::string argText(sqlite3_value* v) {
+    const unsigned char* t = sqlite3_value_text(v);
+    return t ? std::string(reinterpret_cast<const char*>(t), sqlite3_value_bytes(v)) : std::string();
+}
+
+// Len(x): length in characters, Null for Null.
+void lenFunction(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    if (sqlite3_value_type(argv[0]) == SQLITE_NULL) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    sqlite3_result_int64(ctx, jet::utf8Length(argText(argv[0])));
+}
+
+// x LIKE y arrives as like(y, x).
+void likeFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (sqlite3_value_type(argv[0]) == SQLITE_NULL || sqlite3_value_type(argv[1]) == SQLITE_NULL ||
+        (argc == 3 && sqlite3_value_type(argv[2]) == SQLITE_NULL)) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    sqlite3_result_int(ctx, jet::likeMatch(argText(argv[0]), argText(argv[1])) ? 1 : 0);
+}
+
+void ucaseFunction(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    if (sqlite3_value_type(argv[0]) == SQLITE_NULL) return sqlite3_result_null(ctx);
+    std::string s = argText(argv[0]);
+    for (auto& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    sqlite3_result_text(ctx, s.c_str(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
+}
+
+}  // namespace
+
+Statement::Statement(std::shared_ptr<Connection> connection, const std::string& sql)
+    : connection_(std::move(connection)), sql_(sql) {
+    if (sqlite3_prepare_v2(connection_->handle(), sql.c_str(), static_cast<int>(sql.size()),
+                           &stmt_, nullptr) != SQLITE_OK) {
+        sqlite3_finalize(stmt_);
+        stmt_ = nullptr;
+        connection_->fail("DAO.Database", sql);
+    }
+}
+
+Statement::~Statement() { sqlite3_finalize(stmt_); }
+
+void Statement::bind(int index, const Variant& value) {
+    if (value.isNull())
+        sqlite3_bind_null(stmt_, index);
+    else if (value.isInteger())
+        sqlite3_bind_int64(stmt_, index, value.toInteger());
+    else if (value.isReal())
+        sqlite3_bind_double(stmt_, index, value.toReal());
+    else {
+        const std::string s = value.toString();
+        sqlite3_bind_text(stmt_, index, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
+    }
+}
+
+bool Statement::step() {
+    int rc = sqlite3_step(stmt_);
+    if (rc == SQLITE_ROW) return true;
+    if (rc == SQLITE_DONE) return false;
+    sqlite3_reset(stmt_);
+    connection_->fail("DAO.Recordset", sql_);
+}
+
+void Statement::reset() {
+    sqlite3_reset(stmt_);
+    sqlite3_clear_bindings(stmt_);
+}
+
+int Statement::columnCount() const { return sqlite3_column_count(stmt_); }
+
+std::string Statement::columnName(int index) const { return sqlite3_column_name(stmt_, index); }
+
+Variant Statement::column(int index) const {
+    switch (sqlite3_column_type(stmt_, index)) {
+        case SQLITE_NULL:
+            return {};
+        case SQLITE_INTEGER:
+            return Variant(static_cast<long long>(sqlite3_column_int64(stmt_, index)));
+        case SQLITE_FLOAT:
+            return Variant(sqlite3_column_double(stmt_, index));
+        default: {
+            const auto* t = reinterpret_cast<const char*>(sqlite3_column_text(stmt_, index));
+            return Variant(std::string(t, sqlite3_column_bytes(stmt_, index)));
+        }
+    }
+}
+
+Connection::Connection(std::filesystem::path file, std::string key)
+    : file_(std::move(file)), key_(std::move(key)) {}
+
+Connection::~Connection() {
+    if (db_) {
+        if (batchDepth_ > 0) sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
+        sqlite3_close_v2(db_);
+    }
+    std::lock_guard lock(registryMutex);
+    auto it = registry().find(key_);
+    if (it != registry().end() && it->second.expired()) registry().erase(it);
+}
+
+bool Connection::isOpen(const std::filesystem::path& file) {
+    std::lock_guard lock(registryMutex);
+    auto it = registry().find(registryKey(file));
+    return it != registry().end() && !it->second.expired();
+}
+
+std::shared_ptr<Connection> Connection::open(const std::filesystem::path& file, Kind kind) {
+    const std::string key = registryKey(file);
+    {
+        std::lock_guard lock(registryMutex);
+        auto it = registry().find(key);
+        if (it != registry().end())
+            if (auto existing = it->second.lock()) return existing;
+    }
+    if (!std::filesystem::is_regular_file(file))
+        throwDao("DAO.DBEngine", err::kFileNotFound, "Datei '" + file.string() + "' nicht gefunden.");
+
+    std::shared_ptr<Connection> c(new Connection(file, key));
+    int flags = kind == Kind::ReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+    if (sqlite3_open_v2(file.c_str(), &c->db_, flags | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
+        std::string msg = c->db_ ? sqlite3_errmsg(c->db_) : "";
+        throwDao("DAO.DBEngine", err::kCannotOpen,
+                 "Die Datei '" + file.string() + "' kann nicht geöffnet werden. " + msg);
+    }
+    if (kind != Kind::ReadOnly && sqlite3_db_readonly(c->db_, "main") == 1)
+        throwDao("DAO.DBEngine", err::kCannotOpen,
+                 "Die Datei '" + file.string() +
+                     "' kann nicht geöffnet werden: sie ist schreibgeschützt.");
+    c->configure(kind);
+    std::lock_guard lock(registryMutex);
+    registry()[key] = c;
+    return c;
+}
+
+void Connection::configure(Kind kind) {
+    sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+    sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
+    sqlite3_extended_result_codes(db_, 0);
+    const int f = SQLITE_UTF8 | SQLITE_DETERMINISTIC;
+    sqlite3_create_function(db_, "len", 1, f, nullptr, lenFunction, nullptr, nullptr);
+    sqlite3_create_function(db_, "like", 2, f, nullptr, likeFunction, nullptr, nullptr);
+    sqlite3_create_function(db_, "like", 3, f, nullptr, likeFunction, nullptr, nullptr);
+    sqlite3_create_function(db_, "ucase", 1, f, nullptr, ucaseFunction, nullptr, nullptr);
+
+    auto run = [&](const char* sql) {
+        char* msg = nullptr;
+        int rc = sqlite3_exec(db_, sql, nullptr, nullptr, &msg);
+        sqlite3_free(msg);
+        return rc;
+    };
+
+    // A file that is no database shows itself at the first read.
+    if (run("SELECT count(*) FROM sqlite_master") != SQLITE_OK) {
+        int code = sqlite3_errcode(db_);
+        if (code == SQLITE_BUSY || code == SQLITE_LOCKED)
+            throwDao("DAO.DBEngine", err::kFileInUse,
+                     "Die Datei '" + file_.string() + "' wird bereits verwendet.");
+        throwDao("DAO.DBEngine", err::kUnrecognizedFormat,
+                 "Nicht erkanntes Datenbankformat '" + file_.string() + "'.");
+    }
+    run("PRAGMA cache_size = -65536");
+    run("PRAGMA temp_store = MEMORY");
+    if (kind == Kind::Exclusive) {
+        // Taken at once and held until the connection closes: a second process fails right
+        // at its own opening.
+        sqlite3_busy_timeout(db_, 0);
+        run("PRAGMA locking_mode = EXCLUSIVE");
+        if (run("BEGIN EXCLUSIVE") != SQLITE_OK)
+            throwDao("DAO.DBEngine", err::kFileInUse,
+                     "Die Datei '" + file_.string() +
+                         "' wird bereits von einem anderen Programm ausschließlich verwendet.");
+        run("COMMIT");
+    } else if (kind == Kind::Shared) {
+        sqlite3_busy_timeout(db_, 2000);
+        if (run("PRAGMA journal_mode = WAL") != SQLITE_OK) {
+            int code = sqlite3_errcode(db_);
+            if (code == SQLITE_BUSY || code == SQLITE_LOCKED)
+                throwDao("DAO.DBEngine", err::kFileInUse,
+                         "Die Datei '" + file_.string() + "' wird bereits verwendet.");
+        }
+        run("PRAGMA synchronous = NORMAL");
+        run("PRAGMA wal_autocheckpoint = 10000");
+    }
+}
+
+std::unique_ptr<Statement> Connection::prepare(const std::string& sql) {
+    return std::make_unique<Statement>(shared_from_this(), sql);
+}
+
+long long Connection::execute(const std::string& sql, const std::vector<Variant>& params) {
+    Statement st(shared_from_this(), sql);
+    for (size_t i = 0; i < params.size(); ++i) st.bind(static_cast<int>(i + 1), params[i]);
+    while (st.step()) {
+    }
+    return sqlite3_changes64(db_);
+}
+
+long long Connection::totalChanges() const { return sqlite3_total_changes64(db_); }
+
+void Connection::beginBatch() {
+    if (batchDepth_++ == 0) execute("BEGIN");
+}
+
+void Connection::commitBatch() {
+    if (batchDepth_ == 0) return;
+    if (--batchDepth_ == 0) execute("COMMIT");
+}
+
+void Connection::fail(const std::string& source, const std::string& context) const {
+    const int code = sqlite3_errcode(db_);
+    const std::string msg = sqlite3_errmsg(db_);
+    auto starts = [&](const char* p) { return msg.rfind(p, 0) == 0; };
+    if (starts("no such table"))
+        throwDao(source, err::kTableNotFound,
+                 "Die Eingabetabelle oder Abfrage '" + msg.substr(msg.find(':') + 2) +
+                     "' wurde nicht gefunden.");
+    if (starts("no such column"))
+        throwDao(source, err::kTooFewParameters,
+                 "Zu wenige Parameter: unbekannter Name '" + msg.substr(msg.find(':') + 2) + "'.");
+    if (code == SQLITE_BUSY || code == SQLITE_LOCKED)
+        throwDao(source, err::kFileInUse,
+                 "Die Datei '" + file_.string() + "' wird bereits verwendet.");
+    if (code == SQLITE_READONLY)
+        throwDao(source, err::kReadOnly,
+                 "Aktualisieren nicht möglich. Datenbank oder Objekt ist schreibgeschützt.");
+    if (code == SQLITE_ERROR)
+        throwDao(source, err::kSyntaxError,
+                 "Syntaxfehler in Abfrageausdruck '" + context + "' (" + msg + ").");
+    throwDao(source, err::kEngineError, "Fehler des Datenbankmoduls: " + msg);
+}
+
+}  // namespace tolma::store

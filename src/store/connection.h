@@ -1,0 +1,81 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "store/variant.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace tolma::store {
+
+class Connection;
+
+// One prepared statement; bound values are always bound, never pasted.
+class Statement {
+public:
+    Statement(std::shared_ptr<Connection> connection, const std::string& sql);
+    ~Statement();
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    void bind(int index, const Variant& value);  // 1-based
+    bool step();                               // true while a row is there
+    void reset();
+    int columnCount() const;
+    Variant column(int index) const;  // 0-based
+    std::string columnName(int index) const;
+    sqlite3_stmt* handle() const { return stmt_; }
+    const std::string& sql() const { return sql_; }
+
+private:
+    std::shared_ptr<Connection> connection_;
+    sqlite3_stmt* stmt_ = nullptr;
+    std::string sql_;
+};
+
+// One SQLite connection per store file and process. Every database handle and recordset on
+// the same file shares it; it closes when the last of them lets go, and only then is the file
+// free to be compacted, replaced or deleted.
+class Connection : public std::enable_shared_from_this<Connection> {
+public:
+    enum class Kind { Shared, Exclusive, ReadOnly };
+
+    // Opens the file, or shares the connection this process already holds on it.
+    static std::shared_ptr<Connection> open(const std::filesystem::path& file, Kind kind);
+    // True while some handle of this process holds the file.
+    static bool isOpen(const std::filesystem::path& file);
+
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    sqlite3* handle() const { return db_; }
+    const std::filesystem::path& file() const { return file_; }
+    std::unique_ptr<Statement> prepare(const std::string& sql);
+    // Runs one statement without result rows; returns the number of rows it changed.
+    long long execute(const std::string& sql, const std::vector<Variant>& params = {});
+    // Changes made through this connection so far; a cheap test whether cached counts hold.
+    long long totalChanges() const;
+
+    // The import writes in batches: one transaction over many records.
+    void beginBatch();
+    void commitBatch();
+    bool inBatch() const { return batchDepth_ > 0; }
+
+    [[noreturn]] void fail(const std::string& source, const std::string& context) const;
+
+private:
+    Connection(std::filesystem::path file, std::string key);
+    void configure(Kind kind);
+
+    sqlite3* db_ = nullptr;
+    std::filesystem::path file_;
+    std::string key_;
+    int batchDepth_ = 0;
+};
+
+}  // namespace tolma::store

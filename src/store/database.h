@@ -1,0 +1,42 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "store/recordset.h"
+
+namespace tolma::store {
+
+class Connection;
+
+// A store opened by the old engine's OpenDatabase. Copies share the file's connection.
+class Database {
+public:
+    Database() = default;
+
+    // Exclusive use takes the file's lock at once, so a second process fails here.
+    static Database OpenDatabase(const std::filesystem::path& name, bool exclusive = false,
+                                 bool readOnly = false, const std::string& connect = {});
+
+    // Creates a new, empty store file; the system itself never does, only the build.
+    static Database CreateDatabase(const std::filesystem::path& name);
+
+    bool isSet() const { return connection_ != nullptr; }
+    const std::filesystem::path& Name() const;
+    Recordset OpenRecordset(const std::string& source, int type = dao::dbOpenDynaset) const;
+    // Runs a statement that returns no rows; the number of rows it changed.
+    long long Execute(const std::string& sql) const;
+    void Close();
+
+    const std::shared_ptr<Connection>& connection() const;
+
+private:
+    std::shared_ptr<Connection> connection_;
+};
+
+// Writes a compacted copy of a store under a new name. The source must be free of every
+// connection of this process; the destination must not exist yet.
+void CompactDatabase(const std::filesystem::path& source, const std::filesystem::path& destination);
+
+}  // namespace tolma::store

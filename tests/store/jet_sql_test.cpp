@@ -1,0 +1,68 @@
+// The translation of the old engine's query language, rule by rule.
+#include <gtest/gtest.h>
+
+#include "store/jet_sql.h"
+
+namespace tolma::store::jet {
+namespace {
+
+TEST(JetTranslate, RewritesWhatSqliteReadsOtherwise) {
+    struct Case {
+        const char* jet;
+        const char* sqlite;
+    } cases[] = {
+        {"SELECT DISTINCTROW * FROM t", "SELECT  * FROM t"},
+        {"select distinctrow * from t", "select  * from t"},
+        {"SELECT ALL * From t WHERE [a] = 'x' ;", "SELECT ALL * From t WHERE [a] = 'x' "},
+        {"Len([betr-nr]) > '0'", "Len([betr-nr]) > 0"},
+        {"'3' <= len(x)", "3 <= len(x)"},
+        {"[betr-nr] > '0'", "[betr-nr] > '0'"},
+        {"Len([a]) = 'x'", "Len([a]) = 'x'"},
+        {"markiert = True AND b = False", "markiert = -1 AND b = 0"},
+        {"t.True = 1", "t.True = 1"},
+        {"[a] = \"it's\"", "[a] = 'it''s'"},
+        {"[a] & 'x'", "[a] || 'x'"},
+        {"[a] = 'semi;colon'", "[a] = 'semi;colon'"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(translate(c.jet), c.sqlite) << c.jet;
+}
+
+TEST(JetLike, WildcardsAndFolding) {
+    struct Case {
+        const char* pattern;
+        const char* text;
+        bool match;
+    } cases[] = {
+        {"mü*", "Müller", true},        {"ÖZ?ÜRK*", "Öztürk", true},   {"MÜ*", "müller", true},
+        {"mu*", "Müller", false},       {"a#", "a1", true},            {"a#", "ab", false},
+        {"[!a]*", "bcd", true},         {"[a-c]x", "Bx", true},        {"50%*", "50% Rabatt", true},
+        {"50%*", "500", false},         {"a_c", "abc", false},         {"a_c", "a_c", true},
+        {"*", "", true},                {"?", "", false},              {"*x*y", "axbxcy", true},
+        {"[*]*", "*abc", true},         {"", "", true},                {"Stra?e", "Straße", true},
+    };
+    for (const auto& c : cases) EXPECT_EQ(likeMatch(c.pattern, c.text), c.match) << c.pattern << " / " << c.text;
+}
+
+TEST(JetParse, FindsTheBaseTablesOfJoins) {
+    auto parts = parseSelect(
+        "SELECT person.[pers-nr] FROM (betrieb INNER JOIN beziehung_betrieb_person ON (a = b) AND (c = d)) "
+        "INNER JOIN person ON x = y where betrieb.[gem-kz] = '' ORDER BY person.[pers-nr]");
+    ASSERT_EQ(parts.tables.size(), 3u);
+    EXPECT_EQ(parts.tables[0].name, "betrieb");
+    EXPECT_EQ(parts.tables[1].name, "beziehung_betrieb_person");
+    EXPECT_EQ(parts.tables[2].name, "person");
+    EXPECT_EQ(parts.where, "betrieb.[gem-kz] = ''");
+    EXPECT_EQ(parts.orderBy, "person.[pers-nr]");
+    EXPECT_TRUE(parts.keyable());
+
+    auto grouped = parseSelect("SELECT a From t GROUP BY a HAVING (a<>'')");
+    EXPECT_FALSE(grouped.keyable());
+    auto aliased = parseSelect("SELECT * FROM [betrieb] AS b WHERE b.x = 1");
+    ASSERT_EQ(aliased.tables.size(), 1u);
+    EXPECT_EQ(aliased.tables[0].qualifier, "b");
+    EXPECT_EQ(bareTableName("[betrieb_adresse]"), "betrieb_adresse");
+    EXPECT_EQ(bareTableName("SELECT * FROM x"), "");
+}
+
+}  // namespace
+}  // namespace tolma::store::jet
