@@ -122,6 +122,15 @@ TEST_F(JetQueries, LikeFindsUmlautsInEitherCase) {
     EXPECT_EQ(valuesOf(rs, "pers-nr"), (Strings{"5001"}));
 }
 
+TEST_F(JetQueries, TextComparesWithoutRegardToCaseAndDoubleQuotesAreTexts) {
+    EXPECT_EQ(valuesOf(db.OpenRecordset("SELECT * FROM betrieb_adresse WHERE [b-ort] = 'KIEL'"), "betr-nr"),
+              (Strings{"1002"}));
+    EXPECT_EQ(valuesOf(db.OpenRecordset("SELECT * FROM person WHERE [fam-name] = \"müller\""), "pers-nr"),
+              (Strings{"5001"}));
+    EXPECT_EQ(valuesOf(db.OpenRecordset("SELECT * FROM person WHERE [pers-nr] = \"pers-nr\""), "pers-nr"),
+              (Strings{}));
+}
+
 const std::string kPersonList =
     std::string("SELECT person.[pers-nr], person.[p-eintr-name], person.[fam-name], ") +
     "betrieb.[betr-nr], betrieb.[betr-hist-nr], betrieb.[gem-kz], betrieb.[b-eintr-name],beziehung_betrieb_person.[pers-nr-jp] " +
