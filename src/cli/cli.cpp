@@ -1,5 +1,8 @@
 #include "cli/cli.h"
 
+#include <unistd.h>
+
+#include <iostream>
 #include <ostream>
 
 #include "cli/options.h"
@@ -10,6 +13,7 @@ namespace {
 
 void usage(std::ostream& err) {
     err << "Aufruf:\n"
+           "  tolma-cli [--home VERZEICHNIS] [--yes|--no|--answers JN...] BEFEHL ...\n"
            "  tolma-cli [--home VERZEICHNIS] sql [--settings] ANWEISUNG\n"
            "  tolma-cli --version\n";
 }
@@ -17,7 +21,28 @@ void usage(std::ostream& err) {
 }  // namespace
 
 int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+    return run(args, out, err, std::cin, ::isatty(0) != 0);
+}
+
+int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream& err, std::istream& in,
+        bool interactive) {
     Options options;
+    options.in = &in;
+    options.interactive = interactive;
+    // How questions are answered may stand anywhere on the line.
+    std::vector<std::string> args;
+    for (size_t k = 0; k < allArgs.size(); ++k) {
+        if (allArgs[k] == "--yes") {
+            options.answers = TerminalDialogs::Mode::Yes;
+        } else if (allArgs[k] == "--no") {
+            options.answers = TerminalDialogs::Mode::No;
+        } else if (allArgs[k] == "--answers" && k + 1 < allArgs.size()) {
+            options.answers = TerminalDialogs::Mode::Script;
+            options.answerScript = allArgs[++k];
+        } else {
+            args.push_back(allArgs[k]);
+        }
+    }
     size_t i = 0;
     for (; i < args.size(); ++i) {
         const std::string& a = args[i];

@@ -2,8 +2,7 @@
 
 #include "cli/cli.h"
 #include "cli/options.h"
-#include "core/program_paths.h"
-#include "model/default_stores.h"
+#include "cli/session.h"
 #include "store/connection.h"
 #include "store/dao_error.h"
 #include "store/database.h"
@@ -27,20 +26,9 @@ std::string cell(const store::Variant& v) {
     return out;
 }
 
-// The data store of the active data kind, as the settings row names it.
-std::filesystem::path activeDataStore(const store::Database& settings, const core::ProgramPaths& paths) {
-    auto rs = settings.OpenRecordset("Optionen");
-    std::string kind = "BETRIEBSBEZOGEN";
-    std::string path;
-    if (rs.RecordCount() > 0) {
-        kind = rs.Fields("datenart").Value().toString();
-        path = rs.Fields(kind == "MELDUNGSBEZOGEN" ? "db_meldungsbezogen" : "db_betriebsbezogen").Value().toString();
-    }
-    if (!path.empty() && std::filesystem::exists(path)) return path;
-    return paths.dbDir() / (kind == "MELDUNGSBEZOGEN" ? model::kNotificationStoreFile : model::kBusinessStoreFile);
-}
-
 }  // namespace
+
+int runStatement(const store::Database& db, const std::string& statement, std::ostream& out, std::ostream& err);
 
 int commandSql(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                std::ostream& err) {
@@ -60,15 +48,19 @@ int commandSql(const Options& options, const std::vector<std::string>& args, std
         err << "Aufruf: tolma-cli [--home VERZEICHNIS] sql [--settings] ANWEISUNG\n";
         return kExitUsage;
     }
-    try {
-        const core::ProgramPaths paths = core::resolvePaths(core::executableDir(), options.home);
-        core::copyMissingStores(paths);
-        // The settings store is held exclusively, as the desktop program holds it.
-        const store::Database settings =
-            store::Database::OpenDatabase(paths.dbDir() / model::kSettingsStoreFile, true);
-        const store::Database db =
-            settingsStore ? settings : store::Database::OpenDatabase(activeDataStore(settings, paths));
+    Session session(options, out);
+    if (!session.start(err)) return kExitFailed;
+    const int code = runStatement(settingsStore ? session.g.db_org : session.g.db_daten, statement, out, err);
+    session.finish(out);
+    return code;
+}
 
+int runStatement(const store::Database& db, const std::string& statement, std::ostream& out, std::ostream& err) {
+    try {
+        if (!db.isSet()) {
+            err << "Die Datenbank ist nicht geöffnet; Einzelheiten im Fehlerprotokoll.\n";
+            return kExitFailed;
+        }
         const std::string translated = store::jet::translate(statement);
         if (store::jet::parseSelect(translated).isSelect) {
             store::Recordset rs = db.OpenRecordset(statement);

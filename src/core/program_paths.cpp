@@ -39,14 +39,3 @@ std::filesystem::path executableDir() {
 
 }  // namespace tolma::core
 
-namespace tolma::core {
-void copyMissingStores(const ProgramPaths& paths) {
-    for (const auto& dir : {paths.logDir(), paths.datDir(), paths.dbDir()})
-        std::filesystem::create_directories(dir);
-    for (const char* name : {model::kSettingsStoreFile, model::kBusinessStoreFile,
-                             model::kNotificationStoreFile}) {
-        if (!std::filesystem::exists(paths.dbDir() / name))
-            std::filesystem::copy_file(paths.dataDir / name, paths.dbDir() / name);
-    }
-}
-}  // namespace tolma::core

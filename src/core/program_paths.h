@@ -29,8 +29,3 @@ std::filesystem::path executableDir();
 
 }  // namespace tolma::core
 
-namespace tolma::core {
-// Makes the home's directories and copies a default store that the store directory lacks; an
-// existing store is never overwritten.
-void copyMissingStores(const ProgramPaths& paths);
-}  // namespace tolma::core

@@ -108,6 +108,11 @@ public:
     EditMode edit = EditMode::None;
     std::vector<std::optional<Variant>> pending;
 
+    std::function<void()> onMove;
+    void moved() {
+        if (onMove) onMove();
+    }
+
     long cachedCount = 0;
     long long cachedCountChanges = -1;
 
@@ -661,13 +666,35 @@ long Recordset::RecordCount() const { return impl().count(); }
 bool Recordset::Eof() const { return impl().eof; }
 bool Recordset::Bof() const { return impl().bof; }
 long Recordset::AbsolutePosition() const { return impl().position(); }
-void Recordset::setAbsolutePosition(long position) { impl().setPosition(position); }
-void Recordset::MoveFirst() { impl().moveFirst(); }
-void Recordset::MoveLast() { impl().moveLast(); }
-void Recordset::MoveNext() { impl().moveNext(); }
-void Recordset::MovePrevious() { impl().movePrevious(); }
-void Recordset::FindFirst(const std::string& criteria) { impl().find(criteria, true); }
-void Recordset::FindNext(const std::string& criteria) { impl().find(criteria, false); }
+void Recordset::setAbsolutePosition(long position) {
+    impl().setPosition(position);
+    impl_->moved();
+}
+void Recordset::MoveFirst() {
+    impl().moveFirst();
+    impl_->moved();
+}
+void Recordset::MoveLast() {
+    impl().moveLast();
+    impl_->moved();
+}
+void Recordset::MoveNext() {
+    impl().moveNext();
+    impl_->moved();
+}
+void Recordset::MovePrevious() {
+    impl().movePrevious();
+    impl_->moved();
+}
+void Recordset::FindFirst(const std::string& criteria) {
+    impl().find(criteria, true);
+    if (!impl_->noMatch) impl_->moved();
+}
+void Recordset::FindNext(const std::string& criteria) {
+    impl().find(criteria, false);
+    if (!impl_->noMatch) impl_->moved();
+}
+void Recordset::setMoveListener(std::function<void()> listener) const { impl().onMove = std::move(listener); }
 bool Recordset::NoMatch() const { return impl().noMatch; }
 void Recordset::AddNew() { impl().addNew(); }
 void Recordset::Edit() { impl().beginEdit(); }

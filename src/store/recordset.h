@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -93,6 +94,9 @@ public:
     std::vector<Variant> rowAt(long position) const;
 
     void Close();
+
+    // Called after every move of the cursor; a data control raises its Reposition with it.
+    void setMoveListener(std::function<void()> listener) const;
 
 private:
     RecordsetImpl& impl() const;

@@ -1,0 +1,182 @@
+#include "core/db_connection.h"
+
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "core/error_log.h"
+#include "core/files.h"
+#include "model/default_stores.h"
+#include "store/connection.h"
+
+namespace tolma::core {
+namespace {
+
+struct HandleDef {
+    store::Recordset Globals::*handle;
+    const char* table;
+    bool settings;
+};
+
+// The thirteen long-lived handles, in the order they are opened.
+const HandleDef kHandles[] = {
+    {&Globals::rs_aktuelleGemeinde, "aktuelleGemeinde", true},
+    {&Globals::rs_optionen, "Optionen", true},
+    {&Globals::rs_betrieb, "betrieb", false},
+    {&Globals::rs_adresse, "betrieb_adresse", false},
+    {&Globals::rs_meldgrund, "betrieb_meldgrundsonst", false},
+    {&Globals::rs_erlaubnis, "betrieb_erlaubnis", false},
+    {&Globals::rs_handwerkskarte, "betrieb_handwerkskarte", false},
+    {&Globals::rs_taetigkeit, "betrieb_taetigkeit", false},
+    {&Globals::rs_beziehung, "beziehung_betrieb_person", false},
+    {&Globals::rs_person, "person", false},
+    {&Globals::rs_person_erlaubnis, "person_erlaubnis", false},
+    {&Globals::rs_person_handwerkskarte, "person_handwerkskarte", false},
+    {&Globals::rs_person_staatsang, "person_staatsang", false},
+};
+
+// The eleven data controls of the data store, in the order they let go of it.
+browse::DataControl* dataStoreControls(Globals& g, int i) {
+    browse::DataControl* controls[] = {&g.data.DATA_BETR,    &g.data.DATA_Meld,          &g.data.DATA_ADR,
+                                       &g.data.DATA_BETRErl, &g.data.DATA_BETRHwk,       &g.data.DATA_TAET,
+                                       &g.data.DATA_Bez_Betr_Pers, &g.data.DATA_PERSStaat, &g.data.DATA_PERS,
+                                       &g.data.DATA_PERSErl, &g.data.DATA_PERSHwk};
+    return i < 11 ? controls[i] : nullptr;
+}
+
+// A store's free pages under a fifth of its size: rewriting it would change nothing a clerk
+// could see.
+bool worthCompacting(const std::string& path) {
+    try {
+        auto c = store::Connection::open(path, store::Connection::Kind::Shared);
+        auto st = c->prepare("PRAGMA freelist_count");
+        st->step();
+        const long long free = st->column(0).toInteger();
+        auto pc = c->prepare("PRAGMA page_count");
+        pc->step();
+        const long long pages = pc->column(0).toInteger();
+        return pages > 0 && free * 5 >= pages;
+    } catch (const std::exception&) {
+        return true;  // let the compaction itself report what is wrong
+    }
+}
+
+void syncDirectory(const std::filesystem::path& dir) {
+    int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
+
+}  // namespace
+
+std::string settingsStorePath(const Globals& g) {
+    if (auto found = findIgnoringCase(g.pfad_db, model::kSettingsStoreFile)) return found->string();
+    return g.pfad_db + model::kSettingsStoreFile;
+}
+
+void DB_Load(Globals& g) {
+    g.akt_schritt = 0;
+    try {
+        g.db_name_org = settingsStorePath(g);
+        g.db_org = store::Database::OpenDatabase(g.db_name_org, true, false, "; pwd=" + g.db_passwort);
+        g.db_name_daten = g.db_pfad_aktuell;
+        g.db_daten = store::Database::OpenDatabase(g.db_name_daten);
+        DB_Handles_oeffnen(g);
+        DB_Binden(g);
+    } catch (const std::exception& e) {
+        logTrapped(g, "DB_Load", e);
+    }
+}
+
+void DB_Handles_oeffnen(Globals& g) {
+    for (const auto& h : kHandles)
+        g.*(h.handle) = (h.settings ? g.db_org : g.db_daten).OpenRecordset(h.table, store::dao::dbOpenDynaset);
+}
+
+void DB_Binden(Globals& g) {
+    struct Binding {
+        browse::DataControl* control;
+        const std::string* database;
+        const char* source;
+        bool refresh;
+    } bindings[] = {
+        {&g.data.DATA_ORG, &g.db_name_org, "gemeindekennzahlen", false},
+        {&g.data.DATA_ORG_RF, &g.db_name_org, "Rechtsformen", false},
+        {&g.data.DATA_GEMEINDE, &g.db_name_org, "aktuelleGemeinde", true},
+        {&g.data.DATA_BETR, &g.db_name_daten, "betrieb", false},
+        {&g.data.DATA_Meld, &g.db_name_daten, "betrieb_meldgrundsonst", false},
+        {&g.data.DATA_ADR, &g.db_name_daten, "betrieb_adresse", false},
+        {&g.data.DATA_BETRErl, &g.db_name_daten, "betrieb_erlaubnis", false},
+        {&g.data.DATA_BETRHwk, &g.db_name_daten, "betrieb_handwerkskarte", false},
+        {&g.data.DATA_TAET, &g.db_name_daten, "betrieb_taetigkeit", false},
+        {&g.data.DATA_Bez_Betr_Pers, &g.db_name_daten, "beziehung_betrieb_person", true},
+        {&g.data.DATA_PERSStaat, &g.db_name_daten, "person_staatsang", true},
+        {&g.data.DATA_PERS, &g.db_name_daten, "person", false},
+        {&g.data.DATA_PERSErl, &g.db_name_daten, "person_erlaubnis", false},
+        {&g.data.DATA_PERSHwk, &g.db_name_daten, "person_handwerkskarte", false},
+    };
+    for (auto& b : bindings) {
+        b.control->DatabaseName = *b.database;
+        b.control->RecordSource = b.source;
+        if (b.refresh) b.control->Refresh();
+    }
+}
+
+void DB_Schliessen(Globals& g) {
+    for (const auto& h : kHandles)
+        if (!h.settings) (g.*(h.handle)).Close();
+    g.db_daten.Close();
+}
+
+void DB_Binden_loesen(Globals& g) {
+    for (int i = 0; auto* control = dataStoreControls(g, i); ++i) {
+        control->DatabaseName.clear();
+        control->RecordSource.clear();
+        control->Refresh();
+    }
+}
+
+void DB_Komprimieren(Globals& g) {
+    g.akt_schritt = 0;
+    try {
+        DB_Schliessen(g);
+        DB_Binden_loesen(g);
+        A_Kompress(g, g.db_pfad_aktuell, "");
+        DB_Load(g);
+    } catch (const std::exception& e) {
+        logTrapped(g, "DB_Load", e);  // this routine logs under DB_Load's name
+    }
+}
+
+int A_Kompress(Globals& g, const std::string& path, const std::string& /*sourceConnect*/) {
+    g.akt_schritt = 0;
+    const std::filesystem::path temp = g.pfad_app + "DATENBANK.NEU";
+    try {
+        if (!Dir(temp.string()).empty()) std::filesystem::remove(temp);
+        if (!worthCompacting(path)) return 1;
+        store::CompactDatabase(path, temp);
+        // The copy replaces the store in one step: there is no moment without a store.
+        const std::filesystem::path target(path);
+        std::error_code ec;
+        std::filesystem::rename(temp, target, ec);
+        if (ec == std::errc::cross_device_link) {
+            const std::filesystem::path beside = target.string() + ".neu";
+            std::filesystem::copy_file(temp, beside, std::filesystem::copy_options::overwrite_existing);
+            std::filesystem::rename(beside, target);
+            std::filesystem::remove(temp);
+        } else if (ec) {
+            throw std::filesystem::filesystem_error("rename", temp, target, ec);
+        }
+        syncDirectory(target.parent_path());
+        return 1;
+    } catch (const std::exception& e) {
+        const ErrorInfo info = describeError(e);
+        A_Error_Log(g, "A_Kompress", info.source, std::to_string(info.number), info.text, "Fehlerortung: ",
+                    "Fehler bei Komprimierung von '" + path + "'");
+        return 0;
+    }
+}
+
+}  // namespace tolma::core

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "core/globals.h"
+
+// The connection to the stores: the two databases, the thirteen table handles and the binding
+// of the data controls. Every change of the open data store goes DB_Schliessen,
+// DB_Binden_loesen, the change, DB_Load.
+namespace tolma::core {
+
+void DB_Load(Globals& g);
+void DB_Handles_oeffnen(Globals& g);
+void DB_Binden(Globals& g);
+void DB_Schliessen(Globals& g);
+void DB_Binden_loesen(Globals& g);
+void DB_Komprimieren(Globals& g);
+// Compacts the store at `path` through "DATENBANK.NEU" in the program's directory and puts
+// the copy in its place; 1 on success, 0 on failure.
+int A_Kompress(Globals& g, const std::string& path, const std::string& sourceConnect);
+
+// The settings store's file in the store directory, whatever the case of its name.
+std::string settingsStorePath(const Globals& g);
+
+}  // namespace tolma::core

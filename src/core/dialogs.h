@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+
+// What the core needs of the user's side: message boxes with the system's styles and
+// answers, and a viewer for the error log. The GUI answers with Qt dialogs, the CLI on the
+// terminal, the tests from a script.
+namespace tolma::core {
+
+namespace msg {
+inline constexpr int vbOKOnly = 0;
+inline constexpr int vbCritical = 16;      // critical, OK
+inline constexpr int vbCriticalYesNo = 20; // critical, Yes and No
+inline constexpr int vbQuestionYesNo = 36; // question, Yes and No
+inline constexpr int vbExclamation = 48;   // warning, OK
+inline constexpr int vbInformation = 64;   // information, OK
+inline constexpr int vbQuestionYesNoNo = 68; // question, Yes and No
+inline constexpr int vbOK = 1;
+inline constexpr int vbYes = 6;
+inline constexpr int vbNo = 7;
+
+bool hasYesNo(int style);
+}  // namespace msg
+
+class Dialogs {
+public:
+    virtual ~Dialogs() = default;
+    // Shows a message box; the answer is 1 for OK, 6 for Yes, 7 for No.
+    virtual int MsgBox(const std::string& text, int style, const std::string& title) = 0;
+    // Opens a text file for reading, without waiting (the old system's external editor).
+    virtual void openInViewer(const std::string& path) = 0;
+};
+
+}  // namespace tolma::core

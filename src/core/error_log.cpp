@@ -1,0 +1,76 @@
+#include "core/error_log.h"
+
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include "model/codepage.h"
+#include "store/dao_error.h"
+
+namespace tolma::core {
+namespace {
+
+std::string shortDateTime(std::time_t t) {
+    std::tm tm{};
+    localtime_r(&t, &tm);
+    char buf[32];
+    std::strftime(buf, sizeof buf, "%d.%m.%Y %H:%M:%S", &tm);
+    return buf;
+}
+
+}  // namespace
+
+std::string errorLogPath(const Globals& g) { return g.pfad_log + "ERROR.LOG"; }
+
+void A_Error_Log(Globals& g, const std::string& procedure, const std::string& source,
+                 const std::string& number, const std::string& text, const std::string& location,
+                 const std::string& locationValue) {
+    std::ofstream out(errorLogPath(g), std::ios::binary | std::ios::app);
+    auto line = [&](const std::string& s) { out << model::utf8ToCp1252(s) << "\r\n"; };
+    if (!g.fehler_vorhanden) {
+        line(std::string(88, '_'));
+        line(std::string(88, '#'));
+        line("[Error-Log vom      " + shortDateTime(g.clock()) + "]");
+    }
+    g.fehler_vorhanden = true;
+    line(std::string(38, '-'));
+    line("Fehler in Sub/Function: " + procedure);
+    line("Fehler-Source:          " + source);
+    line("Fehlernummer:           " + number);
+    line("Fehlertext:             " + text);
+    line("Fehlerortung:           " + location);
+    line("Ortungs-Nummer/BetrNr:  " + locationValue);
+}
+
+void A_Log_anbieten(Globals& g) {
+    if (!g.fehler_vorhanden) return;
+    const int answer = showMessage(g, "Update-Fehler!\nWollen Sie die Log-Datei ('" + g.pfad_log + "ERROR.LOG')" +
+                                          " ansehen?",
+                                   msg::vbQuestionYesNo, "Achtung!");
+    if (answer == msg::vbYes && g.dialogs) g.dialogs->openInViewer(errorLogPath(g));
+}
+
+ErrorInfo describeError(const std::exception& e) {
+    if (const auto* dao = dynamic_cast<const store::DaoError*>(&e))
+        return {dao->source(), dao->number(), dao->description()};
+    if (const auto* fs = dynamic_cast<const std::filesystem::filesystem_error*>(&e)) {
+        const auto code = fs->code();
+        std::string path = fs->path1().string();
+        if (code == std::errc::no_such_file_or_directory)
+            return {"TOLMA_4x_Access", 53, "Datei nicht gefunden: '" + path + "'"};
+        if (code == std::errc::permission_denied || code == std::errc::read_only_file_system)
+            return {"TOLMA_4x_Access", 70, "Zugriff verweigert: '" + path + "'"};
+        if (code == std::errc::no_space_on_device)
+            return {"TOLMA_4x_Access", 61, "Datenträger voll: '" + path + "'"};
+        return {"TOLMA_4x_Access", 75, "Fehler beim Zugriff auf Pfad/Datei: '" + path + "' (" + code.message() + ")"};
+    }
+    return {"TOLMA_4x_Access", 5, std::string("Ungültiger Prozeduraufruf oder ungültiges Argument: ") + e.what()};
+}
+
+void logTrapped(Globals& g, const std::string& procedure, const std::exception& e) {
+    const ErrorInfo info = describeError(e);
+    A_Error_Log(g, procedure, info.source, std::to_string(info.number), info.text, "Fehlerortung: ",
+                std::to_string(g.akt_schritt));
+}
+
+}  // namespace tolma::core

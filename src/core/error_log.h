@@ -1,0 +1,32 @@
+#pragma once
+
+#include <exception>
+#include <string>
+
+#include "core/globals.h"
+
+namespace tolma::core {
+
+// Writes one entry to "ERROR.LOG" in the log directory: the head of three lines at the first
+// entry of a run, then seven lines; Windows-1252, CR LF, opened and closed for each entry.
+void A_Error_Log(Globals& g, const std::string& procedure, const std::string& source,
+                 const std::string& number, const std::string& text, const std::string& location,
+                 const std::string& locationValue);
+
+// At the way down: asks whether to show the log, if this run wrote to it.
+void A_Log_anbieten(Globals& g);
+
+std::string errorLogPath(const Globals& g);
+
+// Source, number and text of a failure, as a trap reads them.
+struct ErrorInfo {
+    std::string source;
+    long number = 0;
+    std::string text;
+};
+ErrorInfo describeError(const std::exception& e);
+
+// The usual trap: an entry with the procedure, the error, "Fehlerortung: " and akt_schritt.
+void logTrapped(Globals& g, const std::string& procedure, const std::exception& e);
+
+}  // namespace tolma::core

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "browse/data_controls.h"
+#include "core/dialogs.h"
+#include "store/database.h"
+
+namespace tolma::core {
+
+inline constexpr const char* kCaptionBetrieb = "TOLMA_4x_Access (betriebsbezogene Daten)";
+inline constexpr const char* kCaptionMeldung = "TOLMA_4x_Access (meldungsbezogene Daten)";
+inline constexpr const char* kBetriebsbezogen = "BETRIEBSBEZOGEN";
+inline constexpr const char* kMeldungsbezogen = "MELDUNGSBEZOGEN";
+
+// The check marks of the menu entries: a marked entry's function is open or running.
+struct MenuMarks {
+    bool menue_suchen_person = false;
+    bool menue_suchen_betrieb = false;
+    bool menue_info = false;
+    bool menue_extras_optionen = false;
+    bool menue_import_datenbank = false;
+    bool menue_export_textdatei = false;
+};
+
+// What Frm_Start shows, as far as other routines read or change it.
+struct StartViewState {
+    bool Image1Visible = false;
+    bool Image2Visible = false;
+    bool SSTab1Visible = true;
+    bool Frame_UeberschriftVisible = true;
+    bool Frame_AnzahlVisible = true;
+    bool shown = false;
+    bool alignImage2WithTabs = false;  // Image2 takes the left and width of SSTab1
+    int SSTab1Tab = 0;
+    std::string Label2 = "Anzeige von Gewerbedaten!";
+    bool MDIForm1Enabled = true;
+};
+
+// The path boxes of Frm_Optionen that A_org_update reads.
+struct OptionsFormState {
+    std::string Text6[2];
+};
+
+// The system's global values, gathered in one structure that every routine gets.
+struct Globals {
+    // Start-up: the program's directories, each with a trailing "/".
+    std::string pfad_app, pfad_log, pfad_dat, pfad_db;
+    std::filesystem::path dataDir;  // default stores and help page
+    std::string db_passwort;
+    std::string commandLine;
+
+    // Settings store.
+    std::string datenart_wert, db_betr_pfad, db_meld_pfad, db_pfad_aktuell, db_kurzname;
+    std::int16_t filter_aktiv_flag = 0;
+    std::int16_t dateiendung_flag = 0;
+    std::string caption = kCaptionBetrieb;  // MDIForm1
+
+    // Connection.
+    store::Database db_org, db_daten;
+    std::string db_name_org, db_name_daten;
+    store::Recordset rs_aktuelleGemeinde, rs_optionen, rs_betrieb, rs_adresse, rs_meldgrund,
+        rs_erlaubnis, rs_handwerkskarte, rs_taetigkeit, rs_beziehung, rs_person,
+        rs_person_erlaubnis, rs_person_handwerkskarte, rs_person_staatsang;
+    browse::DataControls data;
+
+    // Error log.
+    std::int16_t akt_schritt = 0;
+    bool fehler_vorhanden = false;
+
+    // The last message box.
+    std::string msg_text, msg_titel;
+    int msg_art = 0;
+    std::int16_t msg_antwort = 0;
+
+    MenuMarks marks;
+    StartViewState startView;
+    OptionsFormState optionen;
+
+    // The platform, injected.
+    Dialogs* dialogs = nullptr;
+    std::function<std::time_t()> clock = [] { return std::time(nullptr); };
+    std::function<void()> doEvents = [] {};
+    std::function<void(const std::string& form)> unloadForm = [](const std::string&) {};
+    // Routines of later subsystems that the start-up calls.
+    std::function<void(Globals&, const std::string& path)> Upd_1_Start;
+    std::function<void(Globals&)> checkFileAssociation;
+};
+
+// Shows a message through the global message values; returns and keeps the answer.
+std::int16_t showMessage(Globals& g, const std::string& text, int style, const std::string& title);
+
+}  // namespace tolma::core

@@ -1,0 +1,133 @@
+#include "core/settings.h"
+
+#include "core/error_log.h"
+#include "core/files.h"
+#include "model/default_stores.h"
+#include "model/values.h"
+#include "store/dao_error.h"
+
+namespace tolma::core {
+namespace {
+
+bool isEmpty(const store::Variant& v) { return v.isNull() || v.toString().empty(); }
+
+// A flag field as the 16-bit flag of the system; a Null cannot be read as one.
+std::int16_t flagOf(const store::Variant& v, const char* field) {
+    if (v.isNull())
+        throw store::DaoError("TOLMA_4x_Access", 94, std::string("Unzulässige Verwendung von Null (") + field + ")");
+    return v.toBool() ? -1 : 0;
+}
+
+void failureMessage(Globals& g) {
+    // The text of the pending error stands first; no error is pending here.
+    showMessage(g,
+                std::string("\n") + "Die Datenbank wurde am angegebenen Ort nicht gefunden," + "\n\n" +
+                    "deshalb verwendet das Programm die Default-Datenbank!" + "\n\n",
+                msg::vbCritical, "Datenbank-Fehler!");
+}
+
+// Steps 3.1 to 3.3 for one of the two store paths.
+void checkStorePath(Globals& g, store::Recordset& rs, const char* field, const char* defaultName) {
+    const store::Variant value = rs.Fields(field).Value();
+    if (isEmpty(value)) {
+        rs.Edit();
+        rs.Fields(field).setValue(g.pfad_db + defaultName);
+        rs.Update();
+        return;
+    }
+    // Only the file name counts: a store may lie anywhere, but only under its default name.
+    if (upperCase(Dir(value.toString())) != upperCase(defaultName)) {
+        failureMessage(g);
+        rs.Edit();
+        rs.Fields(field).setValue(g.pfad_db + defaultName);
+        rs.Update();
+    }
+}
+
+}  // namespace
+
+void A_org_lesen(Globals& g) {
+    g.akt_schritt = 0;
+    try {
+        store::Recordset& rs = g.rs_optionen;
+        if (rs.RecordCount() == 0) {
+            g.akt_schritt = 1;
+            rs.AddNew();
+            rs.Fields("datenart").setValue(kBetriebsbezogen);
+            rs.Fields("db_betriebsbezogen").setValue(g.pfad_db + model::kBusinessStoreFile);
+            rs.Fields("db_meldungsbezogen").setValue(g.pfad_db + model::kNotificationStoreFile);
+            rs.Fields("filter_aktiv").setValue(store::Variant::boolean(false));
+            rs.Fields("Dateiendung_registriert").setValue(store::Variant::boolean(false));
+            rs.Update();
+        } else {
+            g.akt_schritt = 2;
+            checkStorePath(g, rs, "db_betriebsbezogen", model::kBusinessStoreFile);
+            checkStorePath(g, rs, "db_meldungsbezogen", model::kNotificationStoreFile);
+            const store::Variant datenart = rs.Fields("datenart").Value();
+            if (datenart.isNull() || model::trimBlanks(datenart.toString()).empty() ||
+                datenart.toString() == kBetriebsbezogen) {
+                // Rewritten with the same value at every reading, on purpose.
+                rs.Edit();
+                rs.Fields("datenart").setValue(kBetriebsbezogen);
+                rs.Update();
+                g.caption = kCaptionBetrieb;
+            } else {
+                g.caption = kCaptionMeldung;
+            }
+        }
+        rs.MoveFirst();
+        const std::string datenart = rs.Fields("datenart").Value().toString();
+        if (datenart == kBetriebsbezogen) {
+            g.db_pfad_aktuell = rs.Fields("db_betriebsbezogen").Value().toString();
+            g.db_kurzname = "tl_4x_b";
+        } else {
+            g.db_pfad_aktuell = rs.Fields("db_meldungsbezogen").Value().toString();
+            g.db_kurzname = "tl_4x_m";
+        }
+        g.filter_aktiv_flag = flagOf(rs.Fields("filter_aktiv").Value(), "filter_aktiv");
+        g.dateiendung_flag = flagOf(rs.Fields("Dateiendung_registriert").Value(), "Dateiendung_registriert");
+        g.datenart_wert = datenart;
+        g.db_betr_pfad = rs.Fields("db_betriebsbezogen").Value().toString();
+        g.db_meld_pfad = rs.Fields("db_meldungsbezogen").Value().toString();
+    } catch (const std::exception& e) {
+        logTrapped(g, "A_org_lesen", e);
+    }
+}
+
+void A_org_update(Globals& g) {
+    g.akt_schritt = 0;
+    try {
+        store::Recordset& rs = g.rs_optionen;
+        if (rs.RecordCount() < 1) {
+            rs.AddNew();
+        } else {
+            g.akt_schritt = 1;
+            rs.MoveFirst();
+            rs.Edit();
+        }
+        if (!g.optionen.Text6[0].empty()) rs.Fields("db_betriebsbezogen").setValue(g.optionen.Text6[0]);
+        if (!g.optionen.Text6[1].empty()) rs.Fields("db_meldungsbezogen").setValue(g.optionen.Text6[1]);
+        if (g.datenart_wert == kBetriebsbezogen) {
+            rs.Fields("datenart").setValue(kBetriebsbezogen);
+            g.db_pfad_aktuell = g.optionen.Text6[0];
+            g.db_kurzname = "tl_4x_b";
+            g.caption = kCaptionBetrieb;
+        } else {
+            rs.Fields("datenart").setValue(kMeldungsbezogen);
+            g.db_pfad_aktuell = g.optionen.Text6[1];
+            g.db_kurzname = "tl_4x_m";
+            g.caption = kCaptionMeldung;
+        }
+        g.akt_schritt = 2;
+        rs.Fields("filter_aktiv").setValue(store::Variant::boolean(g.filter_aktiv_flag != 0));
+        g.akt_schritt = 3;
+        rs.Fields("Dateiendung_registriert").setValue(store::Variant::boolean(g.dateiendung_flag != 0));
+        rs.Update();
+    } catch (const std::exception& e) {
+        logTrapped(g, "A_org_update", e);
+        return;
+    }
+    A_org_lesen(g);
+}
+
+}  // namespace tolma::core

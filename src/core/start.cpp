@@ -1,0 +1,78 @@
+#include "core/start.h"
+
+#include "core/db_connection.h"
+#include "core/error_log.h"
+#include "core/files.h"
+#include "core/menu.h"
+#include "core/settings.h"
+#include "model/default_stores.h"
+
+namespace tolma::core {
+namespace {
+
+// Makes a directory unless one of that name exists in any case; returns its path with "/".
+std::string ensureDirectory(const std::string& home, const char* name) {
+    if (auto found = findIgnoringCase(home, name); found && std::filesystem::is_directory(*found))
+        return found->string() + "/";
+    std::filesystem::create_directory(home + name);
+    return home + name + "/";
+}
+
+void copyIfMissing(const Globals& g, const char* name) {
+    if (findIgnoringCase(g.pfad_db, name)) return;  // an existing store is never overwritten
+    std::filesystem::copy_file(g.dataDir / name, g.pfad_db + name);
+}
+
+}  // namespace
+
+void showStartView(Globals& g) {
+    auto& v = g.startView;
+    v.alignImage2WithTabs = true;
+    v.Image2Visible = true;
+    v.SSTab1Visible = false;
+    v.Frame_UeberschriftVisible = false;
+    v.Frame_AnzahlVisible = false;
+    v.Image1Visible = true;
+    v.shown = true;
+    v.Frame_AnzahlVisible = false;
+}
+
+void A_Start(Globals& g, const std::filesystem::path& home) {
+    g.fehler_vorhanden = false;
+    g.akt_schritt = 0;
+    try {
+        std::string app = std::filesystem::absolute(home).lexically_normal().string();
+        if (app.empty() || app.back() != '/') app += '/';
+        g.pfad_app = app;
+        g.pfad_dat = app + "Dat/";
+        g.pfad_log = app + "Log/";
+        g.pfad_db = app + "DB/";
+        // Until the directories stand, a failure has no log to go to.
+        std::filesystem::create_directories(app);
+        g.pfad_log = ensureDirectory(app, "Log");
+        g.pfad_dat = ensureDirectory(app, "Dat");
+        g.pfad_db = ensureDirectory(app, "DB");
+        copyIfMissing(g, model::kSettingsStoreFile);
+        copyIfMissing(g, model::kBusinessStoreFile);
+        copyIfMissing(g, model::kNotificationStoreFile);
+        g.db_passwort = "kelpa";
+        g.db_org = store::Database::OpenDatabase(settingsStorePath(g), true, false, "; pwd=" + g.db_passwort);
+        g.rs_optionen = g.db_org.OpenRecordset("Optionen", store::dao::dbOpenDynaset);
+        A_org_lesen(g);
+        DB_Load(g);
+        if (g.pfad_app.find("WoDrex") == std::string::npos && g.checkFileAssociation) g.checkFileAssociation(g);
+        showStartView(g);
+        if (!g.commandLine.empty()) {
+            g.doEvents();
+            A_Fenster_schliessen(g);
+            g.startView.MDIForm1Enabled = false;
+            g.marks.menue_import_datenbank = true;
+            if (g.Upd_1_Start) g.Upd_1_Start(g, g.commandLine);
+            g.startView.MDIForm1Enabled = true;
+        }
+    } catch (const std::exception& e) {
+        logTrapped(g, "A_Start", e);
+    }
+}
+
+}  // namespace tolma::core
