@@ -155,7 +155,7 @@ int A_Kompress(Globals& g, const std::string& path, const std::string& /*sourceC
     const std::filesystem::path temp = g.pfad_app + "DATENBANK.NEU";
     try {
         if (!Dir(temp.string()).empty()) std::filesystem::remove(temp);
-        if (!worthCompacting(path)) return 1;
+        if (!store::Connection::isOpen(path) && !worthCompacting(path)) return 1;
         store::CompactDatabase(path, temp);
         // The copy replaces the store in one step: there is no moment without a store.
         const std::filesystem::path target(path);

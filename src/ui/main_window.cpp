@@ -1,5 +1,6 @@
 #include "ui/main_window.h"
 
+#include <QCloseEvent>
 #include <QMdiArea>
 
 #include "ui/twips.h"
@@ -12,6 +13,11 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), mdiArea_(new QMdi
     setWindowTitle("TOLMA_4x_Access (betriebsbezogene Daten)");
     setCentralWidget(mdiArea_);
     resize(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    if (onClose) onClose();
+    event->accept();
 }
 
 }  // namespace tolma::ui

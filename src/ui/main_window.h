@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMainWindow>
+#include <functional>
 
 class QMdiArea;
 
@@ -17,6 +18,11 @@ public:
     explicit MainWindow(QWidget* parent = nullptr);
 
     QMdiArea* mdiArea() const { return mdiArea_; }
+    // Called when the window closes: the way down offers the error log.
+    std::function<void()> onClose;
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
 
 private:
     QMdiArea* mdiArea_;

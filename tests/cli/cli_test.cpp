@@ -3,9 +3,12 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <cstdio>
+#include <fstream>
 #include <sstream>
 
 #include "cli/cli.h"
+#include "cli/terminal_dialogs.h"
 
 namespace tolma::cli {
 namespace {
@@ -50,6 +53,50 @@ TEST_F(CliTest, SqlOnTheSettingsStoreAndErrors) {
     EXPECT_NE(r.err.find("3078"), std::string::npos);
     EXPECT_EQ(runCli({"--home", home, "sql"}).code, 2);
     EXPECT_EQ(runCli({"frage"}).code, 2);
+}
+
+TEST_F(CliTest, EveryCommandStartsFromNothingInAnEmptyHome) {
+    auto r = runCli({"--home", home, "sql", "SELECT ALL * From betrieb"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out.substr(0, 16), "betr-nr\tbetr-his");
+    for (const char* d : {"Log", "Dat", "DB"}) EXPECT_TRUE(std::filesystem::is_directory(std::filesystem::path(home) / d));
+    r = runCli({"--home", home, "sql", "--settings", "SELECT [datenart], [filter_aktiv] FROM Optionen"});
+    EXPECT_EQ(r.out, "datenart\tfilter_aktiv\nBETRIEBSBEZOGEN\t0\n");
+}
+
+TEST_F(CliTest, HeldSettingsStoreFailsTheCommandWithALogEntry) {
+    ASSERT_EQ(runCli({"--home", home, "sql", "SELECT 1"}).code, 0);
+    const auto marker = std::filesystem::path(home) / "gesperrt";
+    const std::string store = (std::filesystem::path(home) / "DB" / "TL_Org.mdb").string();
+    FILE* holder = ::popen((std::string(TOLMA_LOCK_PROBE) + " '" + store + "' hold '" + marker.string() + "'").c_str(), "w");
+    ASSERT_NE(holder, nullptr);
+    for (int i = 0; i < 200 && !std::filesystem::exists(marker); ++i) ::usleep(10000);
+    auto r = runCli({"--home", home, "sql", "SELECT * FROM betrieb"});
+    ::pclose(holder);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find("Einstellungsdatenbank"), std::string::npos) << r.err;
+    std::ifstream log(std::filesystem::path(home) / "Log" / "ERROR.LOG");
+    std::stringstream text;
+    text << log.rdbuf();
+    EXPECT_NE(text.str().find("Fehler in Sub/Function: A_Start"), std::string::npos);
+}
+
+TEST(TerminalDialogsTest, MessagesAsTitleAndTextAndScriptedAnswers) {
+    std::ostringstream out;
+    std::istringstream in;
+    TerminalDialogs d(out, in, false);
+    EXPECT_EQ(d.MsgBox("Die Daten wurden\nübertragen!", 64, "Datenbank-Update!"), 1);
+    d.setMode(TerminalDialogs::Mode::Script, "jn");
+    EXPECT_EQ(d.MsgBox("Weiter?", 68, "Frage"), 6);
+    EXPECT_EQ(d.MsgBox("Weiter?", 36, "Frage"), 7);
+    EXPECT_EQ(d.MsgBox("Noch einmal?", 36, "Frage"), 7);  // beyond the script: No
+    EXPECT_EQ(out.str(), "Datenbank-Update!: Die Daten wurden übertragen!\nFrage: Weiter? -> Ja\n"
+                         "Frage: Weiter? -> Nein\nFrage: Noch einmal? -> Nein\n");
+    std::istringstream typed("j\n");
+    TerminalDialogs asking(out, typed, true);
+    EXPECT_EQ(asking.MsgBox("Jetzt?", 36, "Frage"), 6);
+    TerminalDialogs noTerminal(out, typed, false);
+    EXPECT_EQ(noTerminal.MsgBox("Jetzt?", 36, "Frage"), 7);
 }
 
 }  // namespace

@@ -1,0 +1,58 @@
+#include "ui/qt_dialogs.h"
+
+#include <QDesktopServices>
+#include <QDialog>
+#include <QFile>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QStringDecoder>
+#include <QUrl>
+#include <QVBoxLayout>
+
+namespace tolma::ui {
+
+int QtDialogs::MsgBox(const std::string& text, int style, const std::string& title) {
+    QMessageBox box(parent_);
+    box.setWindowTitle(QString::fromStdString(title));
+    box.setText(QString::fromStdString(text));
+    switch (style & 0xF0) {
+        case core::msg::vbCritical: box.setIcon(QMessageBox::Critical); break;
+        case 32: box.setIcon(QMessageBox::Question); break;
+        case core::msg::vbExclamation: box.setIcon(QMessageBox::Warning); break;
+        case core::msg::vbInformation: box.setIcon(QMessageBox::Information); break;
+        default: break;
+    }
+    if (core::msg::hasYesNo(style)) {
+        auto* yes = box.addButton("&Ja", QMessageBox::YesRole);
+        auto* no = box.addButton("&Nein", QMessageBox::NoRole);
+        box.setDefaultButton(yes);
+        box.setEscapeButton(static_cast<QAbstractButton*>(no));
+        box.exec();
+        return box.clickedButton() == static_cast<QAbstractButton*>(yes) ? core::msg::vbYes : core::msg::vbNo;
+    }
+    box.addButton("OK", QMessageBox::AcceptRole);
+    box.exec();
+    return core::msg::vbOK;
+}
+
+void QtDialogs::openInViewer(const std::string& path) {
+    const QString file = QString::fromStdString(path);
+    if (QDesktopServices::openUrl(QUrl::fromLocalFile(file))) return;
+    auto* viewer = new QDialog(parent_);
+    viewer->setAttribute(Qt::WA_DeleteOnClose);
+    viewer->setWindowTitle(file);
+    auto* text = new QPlainTextEdit(viewer);
+    text->setReadOnly(true);
+    QFile f(file);
+    if (f.open(QIODevice::ReadOnly)) {
+        auto decode = QStringDecoder(QStringDecoder::Latin1);
+        text->setPlainText(decode(f.readAll()));
+    }
+    auto* layout = new QVBoxLayout(viewer);
+    layout->addWidget(text);
+    viewer->resize(800, 600);
+    viewer->show();
+}
+
+}  // namespace tolma::ui

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "core/dialogs.h"
+
+class QWidget;
+
+namespace tolma::ui {
+
+// Message boxes of the system's styles as Qt dialogs; the log opens in the desktop's viewer,
+// or in a read-only window of our own where there is none.
+class QtDialogs : public core::Dialogs {
+public:
+    explicit QtDialogs(QWidget* parent) : parent_(parent) {}
+    int MsgBox(const std::string& text, int style, const std::string& title) override;
+    void openInViewer(const std::string& path) override;
+
+private:
+    QWidget* parent_;
+};
+
+}  // namespace tolma::ui
