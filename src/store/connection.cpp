@@ -57,9 +57,17 @@ void ucaseFunction(sqlite3_context* ctx, int, sqlite3_value** argv) {
 }  // namespace
 
 Statement::Statement(std::shared_ptr<Connection> connection, const std::string& sql)
-    : connection_(std::move(connection)), sql_(sql) {
-    if (sqlite3_prepare_v2(connection_->handle(), sql.c_str(), static_cast<int>(sql.size()),
-                           &stmt_, nullptr) != SQLITE_OK) {
+    : owner_(std::move(connection)), connection_(owner_.get()), sql_(sql) {
+    prepareOn(sql);
+}
+
+Statement::Statement(Connection& connection, const std::string& sql) : connection_(&connection), sql_(sql) {
+    prepareOn(sql);
+}
+
+void Statement::prepareOn(const std::string& sql) {
+    if (sqlite3_prepare_v2(connection_->handle(), sql.c_str(), static_cast<int>(sql.size()), &stmt_, nullptr) !=
+        SQLITE_OK) {
         sqlite3_finalize(stmt_);
         stmt_ = nullptr;
         connection_->fail("DAO.Database", sql);
@@ -79,6 +87,14 @@ void Statement::bind(int index, const Variant& value) {
         const std::string s = value.toString();
         sqlite3_bind_text(stmt_, index, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
     }
+}
+
+void Statement::bind(const char* name, const Variant& value) {
+    bind(sqlite3_bind_parameter_index(stmt_, name), value);
+}
+
+void Statement::bindAll(const std::vector<std::string>& values) {
+    for (size_t i = 0; i < values.size(); ++i) bind(static_cast<int>(i + 1), Variant(values[i]));
 }
 
 bool Statement::step() {
@@ -117,6 +133,7 @@ Connection::Connection(std::filesystem::path file, std::string key)
     : file_(std::move(file)), key_(std::move(key)) {}
 
 Connection::~Connection() {
+    cache_.clear();
     if (db_) {
         if (batchDepth_ > 0) sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
         sqlite3_close_v2(db_);
@@ -221,6 +238,13 @@ long long Connection::execute(const std::string& sql, const std::vector<Variant>
     while (st.step()) {
     }
     return sqlite3_changes64(db_);
+}
+
+Statement& Connection::cached(const std::string& sql) {
+    auto& st = cache_[sql];
+    if (!st) st = std::make_unique<Statement>(*this, sql);
+    st->reset();
+    return *st;
 }
 
 long long Connection::totalChanges() const { return sqlite3_total_changes64(db_); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,11 +19,15 @@ class Connection;
 class Statement {
 public:
     Statement(std::shared_ptr<Connection> connection, const std::string& sql);
+    // A statement that the connection itself keeps: it must not keep the connection alive.
+    Statement(Connection& connection, const std::string& sql);
     ~Statement();
     Statement(const Statement&) = delete;
     Statement& operator=(const Statement&) = delete;
 
     void bind(int index, const Variant& value);  // 1-based
+    void bind(const char* name, const Variant& value);
+    void bindAll(const std::vector<std::string>& values);  // ?1, ?2, ...
     bool step();                               // true while a row is there
     void reset();
     int columnCount() const;
@@ -32,7 +37,10 @@ public:
     const std::string& sql() const { return sql_; }
 
 private:
-    std::shared_ptr<Connection> connection_;
+    void prepareOn(const std::string& sql);
+
+    std::shared_ptr<Connection> owner_;
+    Connection* connection_;
     sqlite3_stmt* stmt_ = nullptr;
     std::string sql_;
 };
@@ -58,6 +66,9 @@ public:
     std::unique_ptr<Statement> prepare(const std::string& sql);
     // Runs one statement without result rows; returns the number of rows it changed.
     long long execute(const std::string& sql, const std::vector<Variant>& params = {});
+    // A statement kept for reuse, reset and ready for binding.
+    Statement& cached(const std::string& sql);
+
     // Changes made through this connection so far; a cheap test whether cached counts hold.
     long long totalChanges() const;
 
@@ -76,6 +87,7 @@ private:
     std::filesystem::path file_;
     std::string key_;
     int batchDepth_ = 0;
+    std::map<std::string, std::unique_ptr<Statement>> cache_;
 };
 
 }  // namespace tolma::store

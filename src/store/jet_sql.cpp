@@ -288,6 +288,19 @@ std::string translate(std::string_view jetSql) {
     return join(tokens, 0, tokens.size());
 }
 
+Parameterized parameterize(std::string_view translatedSql) {
+    Parameterized out;
+    for (const Token& t : tokenize(translatedSql)) {
+        if (t.kind == TokenKind::String) {
+            out.values.push_back(literalContent(t.text));
+            out.sql += "?" + std::to_string(out.values.size());
+        } else {
+            out.sql += t.text;
+        }
+    }
+    return out;
+}
+
 SelectParts parseSelect(std::string_view translatedSql) {
     SelectParts parts;
     const std::vector<Token> tokens = tokenize(translatedSql);

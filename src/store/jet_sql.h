@@ -23,6 +23,14 @@ std::vector<Token> tokenize(std::string_view sql);
 // numeric function such as Len() read as a number, and a trailing ";" removed.
 std::string translate(std::string_view jetSql);
 
+// A translated text with its string literals taken out as parameters ?1, ?2, ..., so that
+// texts that differ only in their values share one prepared statement.
+struct Parameterized {
+    std::string sql;
+    std::vector<std::string> values;
+};
+Parameterized parameterize(std::string_view translatedSql);
+
 // A base table named in a FROM clause, with the name by which its row id is reached.
 struct TableRef {
     std::string name;       // as written, brackets removed

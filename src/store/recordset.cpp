@@ -490,12 +490,18 @@ public:
 
     void find(const std::string& criteria, bool fromStart) {
         if (mode == Mode::Table) {
-            const std::string crit = jet::translate(criteria);
+            // Values become parameters, so that the import's many finds share one statement.
+            const auto p = jet::parameterize(jet::translate(criteria));
             std::optional<long long> r;
-            if (fromStart || bof)
-                r = tableStep("SELECT rowid FROM " + baseTable + " WHERE (" + crit + ") ORDER BY rowid LIMIT 1", {});
-            else if (!eof)
-                r = tableStep("SELECT rowid FROM " + baseTable + " WHERE rowid > ?1 AND (" + crit + ") ORDER BY rowid LIMIT 1", rowid);
+            if (fromStart || bof || !eof) {
+                const bool after = !(fromStart || bof);
+                // The criteria's parameters come first: a named one ahead of them would take ?1.
+                auto& st = conn->cached("SELECT rowid FROM " + baseTable + " WHERE (" + p.sql + ")" +
+                                        (after ? " AND rowid > @after" : "") + " ORDER BY rowid LIMIT 1");
+                st.bindAll(p.values);
+                if (after) st.bind("@after", Variant(rowid));
+                if (st.step()) r = st.column(0).toInteger();
+            }
             noMatch = !r;
             if (r) positionTable(r);
             return;
@@ -618,6 +624,17 @@ public:
         pending.clear();
     }
 
+    long long deleteWhere(const std::string& criteria) {
+        check();
+        requireUpdatable();
+        const auto p = jet::parameterize(jet::translate(criteria));
+        auto& st = conn->cached("DELETE FROM " + baseTable + " WHERE " + p.sql);
+        st.bindAll(p.values);
+        st.step();
+        rowCache.reset();
+        return sqlite3_changes64(conn->handle());
+    }
+
     void cancelUpdate() {
         check();
         edit = EditMode::None;
@@ -701,6 +718,7 @@ void Recordset::Edit() { impl().beginEdit(); }
 void Recordset::Update() { impl().update(); }
 void Recordset::CancelUpdate() { impl().cancelUpdate(); }
 void Recordset::Delete() { impl().remove(); }
+long long Recordset::deleteWhere(const std::string& criteria) { return impl().deleteWhere(criteria); }
 bool Recordset::editing() const { return impl().edit != RecordsetImpl::EditMode::None; }
 int Recordset::FieldCount() const { return static_cast<int>(impl().fields.size()); }
 const std::vector<FieldInfo>& Recordset::fieldInfos() const { return impl().fields; }

@@ -83,6 +83,9 @@ public:
     void CancelUpdate();
     void Delete();
     bool editing() const;
+    // Deletes every row of the base table that meets the criteria, in one statement; the
+    // import's removal of old rows. Returns the number of rows deleted.
+    long long deleteWhere(const std::string& criteria);
 
     int FieldCount() const;
     Field Fields(int index) const;
