@@ -5,6 +5,7 @@
 #include "core/program_paths.h"
 #include "core/start.h"
 #include "core/version.h"
+#include "transfer/import_driver.h"
 #include "ui/main_window.h"
 #include "ui/qt_dialogs.h"
 
@@ -22,6 +23,9 @@ int main(int argc, char** argv) {
     const QStringList args = QApplication::arguments();
     if (args.size() > 1) g.commandLine = args.mid(1).join(' ').toStdString();
 
+    g.Upd_1_Start = [](tolma::core::Globals& globals, const std::string& path) {
+        tolma::transfer::Upd_1_Start(globals, path);
+    };
     const auto paths = tolma::core::resolvePaths(tolma::core::executableDir(), std::nullopt);
     g.dataDir = paths.dataDir;
     window.show();

@@ -50,7 +50,12 @@ void A_Log_anbieten(Globals& g) {
     if (answer == msg::vbYes && g.dialogs) g.dialogs->openInViewer(errorLogPath(g));
 }
 
+RuntimeError indexOutOfRange() { return RuntimeError(9, "Index außerhalb des gültigen Bereichs"); }
+RuntimeError typeMismatch() { return RuntimeError(13, "Typen unverträglich"); }
+RuntimeError invalidCall() { return RuntimeError(5, "Ungültiger Prozeduraufruf oder ungültiges Argument"); }
+
 ErrorInfo describeError(const std::exception& e) {
+    if (const auto* rt = dynamic_cast<const RuntimeError*>(&e)) return {"TOLMA_4x_Access", rt->number(), rt->what()};
     if (const auto* dao = dynamic_cast<const store::DaoError*>(&e))
         return {dao->source(), dao->number(), dao->description()};
     if (const auto* fs = dynamic_cast<const std::filesystem::filesystem_error*>(&e)) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <stdexcept>
 #include <string>
 
 #include "core/globals.h"
@@ -17,6 +18,20 @@ void A_Error_Log(Globals& g, const std::string& procedure, const std::string& so
 void A_Log_anbieten(Globals& g);
 
 std::string errorLogPath(const Globals& g);
+
+// A run-time error of the program itself, with the old platform's number: 5 invalid call,
+// 9 index out of range, 13 type mismatch.
+class RuntimeError : public std::runtime_error {
+public:
+    RuntimeError(long number, const std::string& text) : std::runtime_error(text), number_(number) {}
+    long number() const { return number_; }
+
+private:
+    long number_;
+};
+RuntimeError indexOutOfRange();
+RuntimeError typeMismatch();
+RuntimeError invalidCall();
 
 // Source, number and text of a failure, as a trap reads them.
 struct ErrorInfo {

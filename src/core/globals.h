@@ -39,6 +39,9 @@ struct StartViewState {
     int SSTab1Tab = 0;
     std::string Label2 = "Anzeige von Gewerbedaten!";
     bool MDIForm1Enabled = true;
+    int ProgressBar1Max = 1000;
+    int ProgressBar1Value = 0;
+    int MousePointer = 0;  // 11 the hourglass
 };
 
 // The path boxes of Frm_Optionen that A_org_update reads.
@@ -77,6 +80,9 @@ struct Globals {
     int msg_art = 0;
     std::int16_t msg_antwort = 0;
 
+    // The last key pressed on the record view; 27 (ESC) cancels an import or export.
+    std::int16_t taste = 0;
+
     MenuMarks marks;
     StartViewState startView;
     OptionsFormState optionen;
@@ -84,7 +90,10 @@ struct Globals {
     // The platform, injected.
     Dialogs* dialogs = nullptr;
     std::function<std::time_t()> clock = [] { return std::time(nullptr); };
+    // Lets the user's side work (and a pressed ESC reach `taste`).
     std::function<void()> doEvents = [] {};
+    // Shows what changed in the start view's state: Label2, progress, visibility.
+    std::function<void()> refreshView = [] {};
     std::function<void(const std::string& form)> unloadForm = [](const std::string&) {};
     // Routines of later subsystems that the start-up calls.
     std::function<void(Globals&, const std::string& path)> Upd_1_Start;

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "core/globals.h"
+
+namespace tolma::transfer {
+
+inline constexpr const char* kKeinInhalt = "kein Inhalt";
+inline constexpr const char* kKeinName = "kein Name";
+
+// The value of a line "<name>value</name>": what stands between the first ">" and the next
+// "<", not trimmed; "kein Inhalt" when there is none or it is only blanks.
+std::string Upd_8_ExtrFeldInhalt(std::string_view line);
+// The name: what stands between the first "<" and the next ">"; "kein Name" without one.
+std::string Upd_9_ExtrFeldInhalt(std::string_view line);
+
+}  // namespace tolma::transfer

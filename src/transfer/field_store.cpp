@@ -1,0 +1,48 @@
+#include "transfer/field_store.h"
+
+#include "core/error_log.h"
+#include "model/values.h"
+
+namespace tolma::transfer {
+
+std::string escapeQuotes(const std::string& value) {
+    std::string out;
+    out.reserve(value.size());
+    for (char c : value) {
+        out += c;
+        if (c == '\'') out += '\'';
+    }
+    return out;
+}
+
+bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value) {
+    try {
+        if (model::isDateField(field.Name())) value = model::dateFileToStore(value);
+        std::string stored = value;
+        if (model::cutToFieldSize(stored, field.Size(), field.Type() == store::dao::dbMemo)) {
+            field.setValue(stored);
+            core::A_Error_Log(ctx.g, "Upd_5_Felder", "Dao.Field", "3163",
+                              "Feld zu klein für Datenmenge, Inhalt wurde gekürzt!", field.Name() + " = " + value, "0");
+        } else {
+            field.setValue(stored);
+        }
+        return true;
+    } catch (const std::exception& e) {
+        const auto info = core::describeError(e);
+        core::A_Error_Log(ctx.g, "Upd_5_Felder", info.source, std::to_string(info.number), info.text,
+                          field.Name() + " = " + value, "0");
+        return false;
+    }
+}
+
+void Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Recordset& table) {
+    try {
+        table.deleteWhere(criteria);
+    } catch (const std::exception& e) {
+        const auto info = core::describeError(e);
+        core::A_Error_Log(ctx.g, "Upd_6_Kill", info.source, std::to_string(info.number), info.text, "KRITERIUM: ",
+                          criteria);
+    }
+}
+
+}  // namespace tolma::transfer

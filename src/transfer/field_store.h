@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+#include "store/recordset.h"
+#include "transfer/import_context.h"
+
+namespace tolma::transfer {
+
+// Stores a value in a field of a row under AddNew: dates converted, long texts cut to the
+// field's size with a log entry. False after an error, which is logged.
+bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value);
+
+// Removes every row of the table that the criteria name.
+void Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Recordset& table);
+
+// A value pasted into a criterion between apostrophes: its own apostrophes doubled, so that
+// no value can break or change the criterion.
+std::string escapeQuotes(const std::string& value);
+
+}  // namespace tolma::transfer

@@ -1,0 +1,274 @@
+#include "transfer/import_driver.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+
+#include "core/db_connection.h"
+#include "core/error_log.h"
+#include "core/files.h"
+#include "model/codepage.h"
+#include "model/values.h"
+#include "store/connection.h"
+#include "transfer/import_context.h"
+#include "transfer/record_import.h"
+
+namespace tolma::transfer {
+namespace {
+
+const char* kAbgebrochen = "Der Vorgang wurde abgebrochen!";
+const char* kTitel = "Datenbank-Update!";
+
+// The value between the first opening and the first closing tag, when both are in the text.
+bool headValue(const std::string& head, const std::string& tag, std::string& value) {
+    const std::string open = "<" + tag + ">", close = "</" + tag + ">";
+    const size_t a = head.find(open), b = head.find(close);
+    if (a == std::string::npos || b == std::string::npos) return false;
+    const size_t start = a + open.size();
+    if (b < start) throw core::invalidCall();
+    value = head.substr(start, b - start);
+    return true;
+}
+
+// Val() of the old platform: the leading number of a text, 0 without one.
+long leadingNumber(const std::string& text) {
+    const std::string t = model::trimBlanks(text);
+    return std::strtol(t.c_str(), nullptr, 10);
+}
+
+// The version of a file: every digit of the text, read as one number.
+double versionNumber(const std::string& text) {
+    double v = 0;
+    for (char c : text)
+        if (c >= '0' && c <= '9') v = v * 10 + (c - '0');
+    return v;
+}
+
+// Commits the records of one block when the block is done, however it ends.
+class Batch {
+public:
+    explicit Batch(const store::Database& db) {
+        if (db.isSet()) {
+            connection_ = db.connection();
+            connection_->beginBatch();
+        }
+    }
+    ~Batch() {
+        if (connection_) connection_->commitBatch();
+    }
+    Batch(const Batch&) = delete;
+    Batch& operator=(const Batch&) = delete;
+
+private:
+    std::shared_ptr<store::Connection> connection_;
+};
+
+}  // namespace
+
+ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
+    auto& view = g.startView;
+    ImportContext ctx(g);
+    g.akt_schritt = 0;
+    g.msg_text.clear();
+    g.marks.menue_import_datenbank = true;
+    view.Label2 = "Die Datenübertragung wird vorbereitet, bitte warten!";
+    view.MousePointer = 11;
+    g.refreshView();
+    g.akt_schritt = 11;
+    try {
+        if (!path.empty() && path.front() == '"') {
+            path.pop_back();
+            if (!path.empty()) path.erase(0, 1);
+        }
+        g.akt_schritt = 12;
+        // A missing file reads as an empty one.
+        std::ifstream file(path, std::ios::binary);
+        g.akt_schritt = 13;
+        view.ProgressBar1Max = 1000;
+        view.ProgressBar1Value = 0;
+
+        long records = 0;
+        std::string announced;
+        if (core::showMessage(g,
+                              "Die Datei ''" + path + "'' wird eingelesen und verarbeitet! \n" +
+                                  "Je nach Größe der Datei, kann das Einlesen mehrere Minuten dauern!\n" +
+                                  "Soll der Vorgang gestartet werden?",
+                              core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo) {
+            g.msg_text = kAbgebrochen;
+            goto ende;
+        }
+        g.akt_schritt = 14;
+        view.Image2Visible = true;
+        view.SSTab1Visible = false;
+        view.Frame_AnzahlVisible = false;
+        view.Frame_UeberschriftVisible = false;
+        g.refreshView();
+        core::DB_Binden_loesen(g);
+        g.akt_schritt = 2;
+        {
+            long block = 0;
+            int encoding = 0;  // 0 not yet known, 1 Windows-1252, 2 UTF-8
+            std::string carry, raw(kBlockSize, ' ');
+            while (file && file.peek() != std::char_traits<char>::eof()) {
+                g.akt_schritt = 3;
+                // The last block stays filled with blanks behind the file's end.
+                std::fill(raw.begin(), raw.end(), ' ');
+                file.read(raw.data(), static_cast<std::streamsize>(raw.size()));
+                const size_t got = static_cast<size_t>(file.gcount());
+                if (encoding == 0) {
+                    std::string_view head(raw.data(), got);
+                    // A sequence cut by the block's end must not count against UTF-8.
+                    size_t cut = head.size();
+                    for (size_t k = 0; k < 3 && cut > 0 && (static_cast<unsigned char>(head[cut - 1]) & 0x80); ++k) --cut;
+                    encoding = model::isUtf8WithNonAscii(head.substr(0, cut)) ? 2 : 1;
+                }
+                ++block;
+                if (block == 1 || block % 10 == 0) {
+                    view.Label2 = "Datenbankkomprimierung, bitte warten!";
+                    g.refreshView();
+                    core::DB_Komprimieren(g);
+                }
+                std::string buffer = std::move(carry);
+                if (encoding == 2)
+                    buffer.append(raw);
+                else
+                    buffer += model::cp1252ToUtf8(raw);
+                carry.clear();
+                g.akt_schritt = 4;
+                if (buffer.find("<betrieb>") == std::string::npos) {
+                    carry = std::move(buffer);
+                    g.akt_schritt = 6;
+                    continue;
+                }
+                if (records == 0) {
+                    // The head: the text ahead of the first <betrieb>.
+                    const std::string head = buffer.substr(0, buffer.find("<betrieb>") + 1);
+                    std::string struktur, version;
+                    if (headValue(head, "struktur", ctx.akt_struktur)) struktur = model::trimBlanks(ctx.akt_struktur);
+                    headValue(head, "zahl-betriebe-gesamt", announced);
+                    if (headValue(head, "tml-version", version)) version = model::trimBlanks(version);
+
+                    if (core::upperCase(struktur) != core::upperCase(g.datenart_wert)) {
+                        if (core::showMessage(g,
+                                              "Sie wollen Daten der Datei-Art ''" + core::upperCase(struktur) +
+                                                  "''in die Datenbank schreiben.\n" +
+                                                  "Die derzeitige Datenbank ist aber für die Daten-Art''" +
+                                                  core::upperCase(g.datenart_wert) + "'' definiert\n" +
+                                                  "Wollen Sie die Datenbank/Daten-Art wechseln?",
+                                              core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo) {
+                            g.msg_text = kAbgebrochen;
+                            goto ende;
+                        }
+                        // The switch flips the stored kind; it does not take the file's kind.
+                        core::DB_Schliessen(g);
+                        core::DB_Binden_loesen(g);
+                        auto& rs = g.rs_optionen;
+                        rs.Edit();
+                        if (rs.Fields("datenart").Value().toString() == core::kBetriebsbezogen) {
+                            rs.Fields("datenart").setValue(core::kMeldungsbezogen);
+                            g.db_pfad_aktuell = rs.Fields("db_meldungsbezogen").Value().toString();
+                            g.caption = core::kCaptionMeldung;
+                        } else {
+                            rs.Fields("datenart").setValue(core::kBetriebsbezogen);
+                            g.db_pfad_aktuell = rs.Fields("db_betriebsbezogen").Value().toString();
+                            g.caption = core::kCaptionBetrieb;
+                        }
+                        rs.Update();
+                        core::DB_Load(g);
+                        g.refreshView();
+                    }
+
+                    const double f = versionNumber(version);
+                    if (f != kProgramTmlVersion) {
+                        const bool newer = f > kProgramTmlVersion;
+                        core::A_Error_Log(g, "Upd_1_Start", "", "0",
+                                          "Die Datei-Version ''" + path + (newer ? "'' ist nicht kompatibel!" : "''ist nicht kompatibel!"),
+                                          "Fehlerortung: ", std::to_string(g.akt_schritt));
+                        const std::string question =
+                            newer ? "Das Programm ist nicht kompatibel zur Datei ''" + path + "'' ! \n" +
+                                        "Bitte installieren Sie die neueste Version des Schnittstellenprogrammes, \n" +
+                                        "da sonst die Daten möglicherweise nicht korrekt übernommen werden!\n" +
+                                        "Soll der Vorgang trotzdem weiter durchgeführt werden?"
+                                  : "Die Datei ''" + path + "'' ist nicht kompatibel zum Programm !\n" +
+                                        "Bitte verwenden Sie eine neuere tml-Datei (neuer Download),\n" +
+                                        "da sonst die Daten möglicherweise nicht korrekt übernommen werden!\n" +
+                                        "Soll der Vorgang trotzdem weiter durchgeführt werden?";
+                        if (core::showMessage(g, question, core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo) {
+                            g.msg_text = kAbgebrochen;
+                            goto ende;
+                        }
+                    }
+                }
+                g.akt_schritt = 5;
+                view.ProgressBar1Max = std::max(1L, leadingNumber(announced));
+                view.ProgressBar1Value = 0;
+
+                Batch batch(g.db_daten);
+                bool cancelled = false;
+                for (size_t s; (s = buffer.find("<betrieb>")) != std::string::npos;) {
+                    const size_t closing = buffer.find("</betrieb>");
+                    if (closing == std::string::npos) break;
+                    const size_t e = closing + 10;
+                    // A closing tag ahead of the opening one gives a negative length.
+                    if (e < s) throw core::invalidCall();
+                    Upd_2_Read(ctx, buffer.substr(s, e - s));
+                    // The character right behind </betrieb> is dropped with it: the CR of the
+                    // writer's line end.
+                    buffer = buffer.size() > e + 1 ? buffer.substr(e + 1) : std::string();
+                    g.doEvents();
+                    if (g.taste == 27) {
+                        g.taste = 0;
+                        g.msg_text = kAbgebrochen;
+                        cancelled = true;
+                        break;
+                    }
+                    ++records;
+                    view.ProgressBar1Value = static_cast<int>(std::min<long>(records, view.ProgressBar1Max));
+                    view.Label2 = "Verarbeite Datensatz " + std::to_string(records) + " von " + announced +
+                                  " (ESC = Abbrechen)";
+                    g.refreshView();
+                }
+                if (cancelled) goto ende;
+                carry = std::move(buffer);
+                g.akt_schritt = 6;
+            }
+        }
+        core::DB_Komprimieren(g);
+        core::DB_Load(g);
+        if (records == 0) {
+            g.msg_text = "Die Transfer-Datei enthält keine Gewerbedaten!";
+        } else {
+            g.akt_schritt = 7;
+            if (g.fehler_vorhanden) {
+                if (core::showMessage(g, "Update-Fehler!\nWollen Sie die Log-Datei ('" + g.pfad_log + "ERROR.LOG')" +
+                                             " ansehen?",
+                                      core::msg::vbQuestionYesNo, "Achtung!") == core::msg::vbYes &&
+                    g.dialogs)
+                    g.dialogs->openInViewer(core::errorLogPath(g));
+                g.fehler_vorhanden = false;
+            }
+            g.akt_schritt = 8;
+            g.msg_text = "Die Daten wurden übertragen!";
+        }
+    ende:
+        const std::string message = g.msg_text;
+        view.ProgressBar1Value = 0;
+        view.MousePointer = 0;
+        view.SSTab1Tab = 0;
+        view.Label2 = "Auswahl von Gewerbedaten!";
+        g.refreshView();
+        if (!message.empty()) core::showMessage(g, message, core::msg::vbInformation, kTitel);
+        g.marks.menue_import_datenbank = false;
+        core::DB_Load(g);
+        return message == kAbgebrochen ? ImportOutcome::Cancelled : ImportOutcome::Finished;
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "Upd_1_Start", e);
+        view.MousePointer = 0;
+        view.SSTab1Tab = 0;
+        view.Label2 = "ACHTUNG UPDATE-FEHLER!";
+        g.refreshView();
+        return ImportOutcome::Failed;
+    }
+}
+
+}  // namespace tolma::transfer

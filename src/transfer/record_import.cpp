@@ -1,0 +1,158 @@
+#include "transfer/record_import.h"
+
+#include "core/error_log.h"
+#include "model/values.h"
+#include "store/dao_error.h"
+#include "transfer/extract.h"
+#include "transfer/field_store.h"
+
+namespace tolma::transfer {
+namespace {
+
+bool startsWith(const std::string& line, const std::string& prefix) {
+    return line.compare(0, prefix.size(), prefix) == 0;
+}
+
+// The sections of a <betrieb>, in the order they are looked for, with their tables.
+struct Section {
+    const char* name;
+    store::Recordset core::Globals::*table;
+};
+const Section kSections[] = {
+    {"adresse", &core::Globals::rs_adresse},
+    {"taetigkeit", &core::Globals::rs_taetigkeit},
+    {"b-erlaubnis", &core::Globals::rs_erlaubnis},
+    {"b-handwerkskarte", &core::Globals::rs_handwerkskarte},
+    {"person", &core::Globals::rs_person},
+    {"meld-grund-sonst", &core::Globals::rs_meldgrund},
+};
+
+// Elements of a <betrieb> that are never stored in its row.
+bool skippedElement(const std::string& name) {
+    return name == kKeinName || name == "gem-name" || name == "wirtschafts-nr" || name == "inhaber-vname" ||
+           name == "inhaber-nname";
+}
+
+}  // namespace
+
+void Upd_2_Read(ImportContext& ctx, const std::string& element) {
+    std::string betrNr, betrHistNr, bRechtsform;
+    try {
+        std::vector<std::string> lines;
+        size_t pos = 0;
+        for (size_t lf; (lf = element.find('\n', pos)) != std::string::npos; pos = lf + 1) {
+            std::string line = model::trimBlanks(std::string_view(element).substr(pos, lf - pos));
+            // The test of the line's last character fails on an empty line, which only a file
+            // with bare LF line ends can hold: the whole element is given up.
+            if (line.empty()) throw core::invalidCall();
+            if (line.back() == '\r') line = model::trimBlanks(std::string_view(line).substr(0, line.size() - 1));
+            if (startsWith(line, "<betr-nr>")) betrNr = Upd_8_ExtrFeldInhalt(line);
+            if (startsWith(line, "<betr-hist-nr>")) betrHistNr = Upd_8_ExtrFeldInhalt(line);
+            if (startsWith(line, "<b-rechtsform>")) bRechtsform = Upd_8_ExtrFeldInhalt(line);
+            lines.push_back(std::move(line));
+        }
+        Upd_3_Betr(ctx, lines, betrNr, betrHistNr, bRechtsform);
+    } catch (const std::exception& e) {
+        const auto info = core::describeError(e);
+        core::A_Error_Log(ctx.g, "Upd_2_Read", info.source, std::to_string(info.number), info.text, "BetrNr: ", betrNr);
+    }
+}
+
+void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string>& lines, const std::string& betrNr,
+                const std::string& betrHistNr, const std::string& bRechtsform) {
+    core::Globals& g = ctx.g;
+    ctx.akt_jp_nr.clear();
+    ctx.akt_jp_nr_vorher.clear();
+    ctx.akt_bez_sort_nr = 0;
+    size_t i = 0;
+
+    // The trap: an element that the table doesn't know costs one entry and is skipped; any
+    // other failure gives up the record, with a second entry by Upd_2_Read.
+    auto trap = [&](const std::exception& e) {
+        const auto info = core::describeError(e);
+        core::A_Error_Log(g, "Upd_3_Betr", info.source, std::to_string(info.number), info.text,
+                          "BetrNr: " + betrNr + " BetrHistNr: " + betrHistNr, std::to_string(i + 1));
+        if (info.number != store::err::kItemNotFound) throw core::typeMismatch();
+    };
+    auto line = [&](size_t k) -> const std::string& {
+        if (k >= lines.size()) throw core::indexOutOfRange();
+        return lines[k];
+    };
+
+    try {
+        const std::string nr = escapeQuotes(betrNr), hist = escapeQuotes(betrHistNr);
+        std::string byBusiness, byLink;
+        if (ctx.akt_struktur == core::kBetriebsbezogen) {
+            byBusiness = "[betr-nr] = '" + nr + "'";
+            byLink = "[bez-betr-nr] = '" + nr + "'";
+        } else if (ctx.akt_struktur == core::kMeldungsbezogen) {
+            byBusiness = "[betr-nr] = '" + nr + "' AND [betr-hist-nr] = '" + hist + "'";
+            byLink = "[bez-betr-nr] = '" + nr + "' AND [bez-betr-hist-nr] = '" + hist + "'";
+        }
+        if (!byBusiness.empty()) {
+            // The permits and craft cards of persons carry no history number: they go for all
+            // states of the business at once.
+            Upd_6_Kill(ctx, byBusiness, g.rs_adresse);
+            Upd_6_Kill(ctx, byBusiness, g.rs_betrieb);
+            Upd_6_Kill(ctx, byBusiness, g.rs_meldgrund);
+            Upd_6_Kill(ctx, byBusiness, g.rs_taetigkeit);
+            Upd_6_Kill(ctx, byBusiness, g.rs_erlaubnis);
+            Upd_6_Kill(ctx, byBusiness, g.rs_handwerkskarte);
+            Upd_6_Kill(ctx, byLink, g.rs_beziehung);
+            Upd_6_Kill(ctx, "[betr-nr] = '" + nr + "'", g.rs_person_erlaubnis);
+            Upd_6_Kill(ctx, "[betr-nr] = '" + nr + "'", g.rs_person_handwerkskarte);
+        }
+
+        // The business row stays open while the subordinate rows are written.
+        g.rs_betrieb.AddNew();
+        bool ok = false;  // the result of the last field stored decides
+        for (i = 0; i < lines.size(); ++i) {
+            for (int j = 0; j < 6; ++j) {
+                std::vector<std::string> section;
+                if (j == 0) {
+                    if (startsWith(line(i), "<adressen>") && startsWith(line(i + 1), "</adressen>")) {
+                        // An empty <adressen> pair stands for one address of kind 1.
+                        g.rs_adresse.AddNew();
+                        g.rs_adresse.Fields("betr-nr").setValue(betrNr);
+                        g.rs_adresse.Fields("betr-hist-nr").setValue(betrHistNr);
+                        g.rs_adresse.Fields("b-adr-art").setValue("1");
+                        g.rs_adresse.Update();
+                    }
+                    if (startsWith(line(i), "<adresse art")) {
+                        section.push_back(line(i));
+                        while (line(i) != "</adresse>") section.push_back(line(++i));
+                    }
+                } else {
+                    const std::string open = std::string("<") + kSections[j].name + ">";
+                    const std::string close = std::string("</") + kSections[j].name + ">";
+                    if (startsWith(line(i), open)) {
+                        section.push_back(line(i));
+                        while (!startsWith(line(i), close)) section.push_back(line(++i));
+                    }
+                }
+                if (!section.empty())
+                    Upd_4_Andere(ctx, section, betrNr, betrHistNr, g.*(kSections[j].table), j + 1, bRechtsform);
+            }
+            ctx.akt_inhalt = Upd_8_ExtrFeldInhalt(line(i));
+            ctx.akt_name = Upd_9_ExtrFeldInhalt(line(i));
+            if (ctx.akt_inhalt == kKeinInhalt || skippedElement(ctx.akt_name)) continue;
+            try {
+                store::Field field = g.rs_betrieb.Fields(ctx.akt_name);
+                ok = Upd_5_Felder(ctx, field, ctx.akt_inhalt);
+            } catch (const std::exception& e) {
+                trap(e);
+            }
+        }
+        if (ok)
+            g.rs_betrieb.Update();
+        else
+            g.rs_betrieb.CancelUpdate();
+    } catch (const core::RuntimeError& e) {
+        if (e.number() == 13) throw;  // already logged by the trap
+        trap(e);
+    } catch (const std::exception& e) {
+        trap(e);
+    }
+}
+
+}  // namespace tolma::transfer

@@ -1,0 +1,181 @@
+#include "core/error_log.h"
+#include "core/files.h"
+#include "transfer/extract.h"
+#include "transfer/field_store.h"
+#include "transfer/record_import.h"
+
+namespace tolma::transfer {
+namespace {
+
+// Upd_4_Andere goes on with the next statement after any failure, with one log entry.
+class Section {
+public:
+    Section(ImportContext& ctx, const std::vector<std::string>& lines) : ctx_(ctx), lines_(lines) {}
+
+    template <class Step>
+    bool attempt(Step&& step) {
+        try {
+            step();
+            return true;
+        } catch (const std::exception& e) {
+            const auto info = core::describeError(e);
+            core::A_Error_Log(ctx_.g, "Upd_4_Andere", info.source, std::to_string(info.number), info.text,
+                              ctx_.fehlerortung, ctx_.ortungsNummer);
+            return false;
+        }
+    }
+
+    // A nationality, permit or craft card of a person, from line i to its closing line; returns
+    // the index of the closing line.
+    size_t subordinate(size_t i, store::Recordset& rs, const std::string& closing, const std::string& persNr,
+                       const std::string& betrNr, bool keysOnlyWhenStored) {
+        attempt([&] { rs.AddNew(); });
+        bool lastOk = false;
+        do {
+            if (++i >= lines_.size()) {
+                attempt([] { throw core::indexOutOfRange(); });
+                return lines_.size() - 1;
+            }
+            const std::string inhalt = Upd_8_ExtrFeldInhalt(lines_[i]);
+            const std::string name = Upd_9_ExtrFeldInhalt(lines_[i]);
+            if (inhalt != kKeinInhalt && name != kKeinName)
+                attempt([&] { lastOk = Upd_5_Felder(ctx_, rs.Fields(name), inhalt); });
+        } while (lines_[i] != closing);
+        if (!keysOnlyWhenStored) {
+            attempt([&] { rs.Fields("pers-nr").setValue(persNr); });
+            attempt([&] { lastOk ? rs.Update() : rs.CancelUpdate(); });
+            return i;
+        }
+        attempt([&] {
+            if (lastOk) {
+                rs.Fields("pers-nr").setValue(persNr);
+                rs.Fields("betr-nr").setValue(betrNr);
+                rs.Update();
+            } else {
+                rs.CancelUpdate();
+            }
+        });
+        ctx_.akt_inhalt.clear();
+        ctx_.akt_name.clear();
+        return i;
+    }
+
+private:
+    ImportContext& ctx_;
+    const std::vector<std::string>& lines_;
+};
+
+}  // namespace
+
+void Upd_4_Andere(ImportContext& ctx, const std::vector<std::string>& lines, const std::string& betrNr,
+                  const std::string& betrHistNr, store::Recordset& table, int sectionNo,
+                  const std::string& bRechtsform) {
+    core::Globals& g = ctx.g;
+    Section s(ctx, lines);
+    bool isPerson = false;
+    s.attempt([&] { isPerson = table.Name().find("person") != std::string::npos; });
+
+    std::string persNr, pArt, pFunktion, pEintrDatum, pAustrDatum;
+    bool hangsUnderEarlierJp = false;
+    if (isPerson) {
+        // First pass: the keys of the person. A <pers-nr> must stand ahead of its <p-art>.
+        ++ctx.akt_bez_sort_nr;
+        for (const auto& line : lines) {
+            const std::string name = Upd_9_ExtrFeldInhalt(line);
+            if (name == "pers-nr") {
+                persNr = Upd_8_ExtrFeldInhalt(line);
+            } else if (name == "p-art") {
+                if (core::upperCase(Upd_8_ExtrFeldInhalt(line)) == "JP") {
+                    pArt = "JP";
+                    ctx.akt_jp_nr = persNr;
+                }
+            } else if (name == "p-funktion") {
+                pFunktion = Upd_8_ExtrFeldInhalt(line);
+            } else if (name == "p-eintr-datum") {
+                pEintrDatum = Upd_8_ExtrFeldInhalt(line);
+            } else if (name == "p-austr-datum") {
+                pAustrDatum = Upd_8_ExtrFeldInhalt(line);
+            }
+        }
+        if (persNr == kKeinInhalt) return;
+        for (std::string* v : {&pFunktion, &pEintrDatum, &pAustrDatum})
+            if (*v == kKeinInhalt) v->clear();
+        // A person is one row across all businesses; permits and craft cards are kept by business.
+        const std::string p = escapeQuotes(persNr), b = escapeQuotes(betrNr);
+        Upd_6_Kill(ctx, "[pers-nr] = '" + p + "'", g.rs_person);
+        Upd_6_Kill(ctx, "[pers-nr] = '" + p + "'", g.rs_person_staatsang);
+        Upd_6_Kill(ctx, "[pers-nr] = '" + p + "' AND [betr-nr] = '" + b + "'", g.rs_person_erlaubnis);
+        Upd_6_Kill(ctx, "[pers-nr] = '" + p + "' AND [betr-nr] = '" + b + "'", g.rs_person_handwerkskarte);
+    }
+
+    // Second pass: the section's own row, and a person's nationalities, permits and craft cards.
+    s.attempt([&] { table.AddNew(); });
+    bool ok = false;
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (isPerson) {
+            if (lines[i] == "<staatsangehoerigkeit>")
+                i = s.subordinate(i, g.rs_person_staatsang, "</staatsangehoerigkeit>", persNr, betrNr, false);
+            else if (lines[i] == "<p-erlaubnis>")
+                i = s.subordinate(i, g.rs_person_erlaubnis, "</p-erlaubnis>", persNr, betrNr, true);
+            else if (lines[i] == "<p-handwerkskarte>")
+                i = s.subordinate(i, g.rs_person_handwerkskarte, "</p-handwerkskarte>", persNr, betrNr, true);
+        }
+        ctx.akt_inhalt = Upd_8_ExtrFeldInhalt(lines[i]);
+        ctx.akt_name = Upd_9_ExtrFeldInhalt(lines[i]);
+        if (ctx.akt_inhalt == kKeinInhalt || ctx.akt_name == kKeinName) continue;
+        // These three belong to the link row, in every section.
+        if (ctx.akt_name == "p-funktion" || ctx.akt_name == "p-eintr-datum" || ctx.akt_name == "p-austr-datum")
+            continue;
+        s.attempt([&] { ok = Upd_5_Felder(ctx, table.Fields(ctx.akt_name), ctx.akt_inhalt); });
+    }
+
+    if (!ok) {
+        s.attempt([&] { table.CancelUpdate(); });
+        return;
+    }
+    if (sectionNo != 5) {
+        s.attempt([&] {
+            table.Fields("betr-nr").setValue(betrNr);
+            table.Fields("betr-hist-nr").setValue(betrHistNr);
+        });
+    } else {
+        if (core::upperCase(pArt) == "JP") {
+            // A legal person of function 3 in a partnership hangs under the legal person before it.
+            s.attempt([&] {
+                auto& rf = g.data.DATA_ORG_RF;
+                rf.RecordSource = "SELECT ALL * From Rechtsformen WHERE [schluessel] = '" + escapeQuotes(bRechtsform) + "' ;";
+                rf.Refresh();
+                if (rf.Recordset().RecordCount() == 0) return;
+                if (rf.Recordset().Fields("typ").Value().toString() == "P" && pFunktion == "3") {
+                    ctx.akt_jp_nr = ctx.akt_jp_nr_vorher;
+                    hangsUnderEarlierJp = true;
+                } else {
+                    ctx.akt_jp_nr_vorher = ctx.akt_jp_nr;
+                }
+            });
+        }
+        s.attempt([&] {
+            auto& rs = g.rs_beziehung;
+            rs.FindFirst("[bez-pers-nr] = '" + escapeQuotes(persNr) + "'AND [p-funktion] = '" + escapeQuotes(pFunktion) +
+                         "'AND [bez-betr-nr] = '" + escapeQuotes(betrNr) + "'AND [bez-betr-hist-nr] = '" +
+                         escapeQuotes(betrHistNr) + "'AND [pers-nr-jp] = '" + escapeQuotes(ctx.akt_jp_nr) + "'");
+            if (!rs.NoMatch()) return;  // the same link stands already
+            rs.AddNew();
+            rs.Fields("bez-betr-nr").setValue(betrNr);
+            rs.Fields("bez-sort-nr").setValue(store::Variant(static_cast<int>(ctx.akt_bez_sort_nr)));
+            rs.Fields("bez-betr-hist-nr").setValue(betrHistNr);
+            rs.Fields("bez-pers-nr").setValue(persNr);
+            rs.Fields("p-funktion").setValue(pFunktion);
+            Upd_5_Felder(ctx, rs.Fields("p-eintr-datum"), pEintrDatum);
+            Upd_5_Felder(ctx, rs.Fields("p-austr-datum"), pAustrDatum);
+            if (core::upperCase(table.Fields("p-art").Value().toString()) == "NP" || hangsUnderEarlierJp) {
+                rs.Fields("pers-nr-jp").setValue(ctx.akt_jp_nr);
+                hangsUnderEarlierJp = false;
+            }
+            rs.Update();
+        });
+    }
+    s.attempt([&] { table.Update(); });
+}
+
+}  // namespace tolma::transfer
