@@ -72,17 +72,20 @@ std::string utf8ToCp1252(std::string_view utf8, int* lost) {
 std::string cp1252ToUtf8(std::string_view cp1252) {
     std::string out;
     out.reserve(cp1252.size() + cp1252.size() / 8);
-    for (char ch : cp1252) {
-        const auto c = static_cast<unsigned char>(ch);
-        if (c < 0x80) {
-            out += ch;
-        } else if (c < 0xA0) {
-            char32_t cp = kHigh[c - 0x80];
+    size_t run = 0;  // start of the ASCII run not yet copied
+    for (size_t i = 0; i < cp1252.size(); ++i) {
+        const auto c = static_cast<unsigned char>(cp1252[i]);
+        if (c < 0x80) continue;
+        out.append(cp1252.substr(run, i - run));
+        run = i + 1;
+        if (c < 0xA0) {
+            const char32_t cp = kHigh[c - 0x80];
             appendUtf8(cp ? cp : c, out);
         } else {
             appendUtf8(c, out);
         }
     }
+    out.append(cp1252.substr(run));
     return out;
 }
 

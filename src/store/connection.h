@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <map>
+#include <unordered_map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -87,7 +88,7 @@ private:
     std::filesystem::path file_;
     std::string key_;
     int batchDepth_ = 0;
-    std::map<std::string, std::unique_ptr<Statement>> cache_;
+    std::unordered_map<std::string, std::unique_ptr<Statement>> cache_;
 };
 
 }  // namespace tolma::store

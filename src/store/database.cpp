@@ -50,6 +50,17 @@ long long Database::Execute(const std::string& sql) const {
     return connection()->execute(jet::translate(sql));
 }
 
+std::optional<Variant> Database::lookup(const std::string& query, const std::string& field) const {
+    const auto p = jet::translateAndParameterize(query);
+    Statement& st = connection()->cached(p.sql);
+    st.bindAll(p.values);
+    if (!st.step()) return std::nullopt;
+    const std::string wanted = jet::foldCase(field);
+    for (int i = 0; i < st.columnCount(); ++i)
+        if (jet::foldCase(st.columnName(i)) == wanted) return st.column(i);
+    throwDao("DAO.Fields", err::kItemNotFound, "Element in dieser Auflistung nicht gefunden.");
+}
+
 void Database::Close() { connection_.reset(); }
 
 void CompactDatabase(const std::filesystem::path& source, const std::filesystem::path& destination) {

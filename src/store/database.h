@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "store/recordset.h"
@@ -25,6 +26,9 @@ public:
     bool isSet() const { return connection_ != nullptr; }
     const std::filesystem::path& Name() const;
     Recordset OpenRecordset(const std::string& source, int type = dao::dbOpenDynaset) const;
+    // A field of the first row of a query, or nothing without a row; the query's values are
+    // bound, so that lookups with other values share one prepared statement.
+    std::optional<Variant> lookup(const std::string& query, const std::string& field) const;
     // Runs a statement that returns no rows; the number of rows it changed.
     long long Execute(const std::string& sql) const;
     void Close();

@@ -301,6 +301,69 @@ Parameterized parameterize(std::string_view translatedSql) {
     return out;
 }
 
+Parameterized translateAndParameterize(std::string_view jetSql) {
+    // Anything the translation would rewrite sends the text the long way.
+    auto needsTranslation = [&] {
+        for (size_t i = 0; i < jetSql.size(); ++i) {
+            const char c = jetSql[i];
+            if (c == '"' || c == '&' || c == ';') return true;
+            if (c == '[') {
+                const size_t end = jetSql.find(']', i);
+                if (end == std::string_view::npos) return true;
+                i = end;
+            } else if (c == '\'') {
+                const size_t end = jetSql.find('\'', i + 1);
+                if (end == std::string_view::npos) return true;
+                i = end;  // a doubled quote starts the literal's next part, which is fine here
+            } else if (isWordStart(static_cast<unsigned char>(c))) {
+                size_t j = i;
+                while (j < jetSql.size() && isWordChar(static_cast<unsigned char>(jetSql[j]))) ++j;
+                const size_t n = j - i;
+                // Only these words are rewritten: TRUE, FALSE, DISTINCTROW and numeric functions.
+                if (n >= 3 && n <= 11) {
+                    const Token word{TokenKind::Word, std::string(jetSql.substr(i, n))};
+                    const auto u = upper(word.text);
+                    if (u == "DISTINCTROW" || u == "TRUE" || u == "FALSE" || isNumericFunction(word)) return true;
+                }
+                i = j - 1;
+            }
+        }
+        return false;
+    };
+    if (needsTranslation()) return parameterize(translate(jetSql));
+    Parameterized out;
+    out.sql.reserve(jetSql.size());
+    for (size_t i = 0; i < jetSql.size(); ++i) {
+        const char c = jetSql[i];
+        if (c == '[') {
+            const size_t end = jetSql.find(']', i);
+            const size_t stop = end == std::string_view::npos ? jetSql.size() : end + 1;
+            out.sql.append(jetSql.substr(i, stop - i));
+            i = stop - 1;
+        } else if (c == '\'') {
+            std::string value;
+            size_t j = i + 1;
+            for (; j < jetSql.size(); ++j) {
+                if (jetSql[j] == '\'') {
+                    if (j + 1 < jetSql.size() && jetSql[j + 1] == '\'') {
+                        value += '\'';
+                        ++j;
+                        continue;
+                    }
+                    break;
+                }
+                value += jetSql[j];
+            }
+            out.values.push_back(std::move(value));
+            out.sql += "?" + std::to_string(out.values.size());
+            i = j;
+        } else {
+            out.sql += c;
+        }
+    }
+    return out;
+}
+
 SelectParts parseSelect(std::string_view translatedSql) {
     SelectParts parts;
     const std::vector<Token> tokens = tokenize(translatedSql);

@@ -491,7 +491,7 @@ public:
     void find(const std::string& criteria, bool fromStart) {
         if (mode == Mode::Table) {
             // Values become parameters, so that the import's many finds share one statement.
-            const auto p = jet::parameterize(jet::translate(criteria));
+            const auto p = jet::translateAndParameterize(criteria);
             std::optional<long long> r;
             if (fromStart || bof || !eof) {
                 const bool after = !(fromStart || bof);
@@ -587,20 +587,17 @@ public:
         check();
         if (edit == EditMode::None)
             throwDao(kSource, err::kUpdateWithoutEdit, "Aktualisieren oder Abbrechen ohne Hinzufügen oder Bearbeiten.");
-        std::string cols, marks, sets;
-        std::vector<Variant> values;
+        // The columns set, one character each: the key of the prepared statement.
+        std::string pattern(fields.size(), '0');
+        std::vector<const Variant*> values;
         for (size_t i = 0; i < fields.size(); ++i) {
             if (!pending[i]) continue;
-            const std::string c = bracket(fields[i].column);
-            cols += (values.empty() ? "" : ", ") + c;
-            marks += (values.empty() ? "?" : ", ?") + std::to_string(values.size() + 1);
-            sets += (values.empty() ? "" : ", ") + c + " = ?" + std::to_string(values.size() + 1);
-            values.push_back(*pending[i]);
+            pattern[i] = '1';
+            values.push_back(&*pending[i]);
         }
         if (edit == EditMode::Add) {
-            auto& st = stmt(values.empty() ? "INSERT INTO " + baseTable + " DEFAULT VALUES"
-                                           : "INSERT INTO " + baseTable + " (" + cols + ") VALUES (" + marks + ")");
-            for (size_t i = 0; i < values.size(); ++i) st.bind(static_cast<int>(i + 1), values[i]);
+            auto& st = insertStatement(pattern);
+            for (size_t i = 0; i < values.size(); ++i) st.bind(static_cast<int>(i + 1), *values[i]);
             st.step();
             if (mode == Mode::Keyset) {
                 const long long id = sqlite3_last_insert_rowid(conn->handle());
@@ -613,9 +610,15 @@ public:
                 bof = false;  // the old engine keeps EOF until the next move
             }
         } else if (!values.empty()) {
+            std::string sets;
+            for (size_t i = 0, n = 0; i < fields.size(); ++i) {
+                if (pattern[i] != '1') continue;
+                sets += (n ? ", " : "") + bracket(fields[i].column) + " = ?" + std::to_string(n + 1);
+                ++n;
+            }
             const long long id = currentRowid();
             auto& st = stmt("UPDATE " + baseTable + " SET " + sets + " WHERE rowid = ?" + std::to_string(values.size() + 1));
-            for (size_t i = 0; i < values.size(); ++i) st.bind(static_cast<int>(i + 1), values[i]);
+            for (size_t i = 0; i < values.size(); ++i) st.bind(static_cast<int>(i + 1), *values[i]);
             st.bind(static_cast<int>(values.size() + 1), Variant(id));
             st.step();
             rowCache.reset();
@@ -624,10 +627,30 @@ public:
         pending.clear();
     }
 
+    std::unordered_map<std::string, std::unique_ptr<Statement>> inserts;
+    Statement& insertStatement(const std::string& pattern) {
+        auto& st = inserts[pattern];
+        if (!st) {
+            std::string cols, marks;
+            for (size_t i = 0, n = 0; i < fields.size(); ++i) {
+                if (pattern[i] != '1') continue;
+                cols += (n ? ", " : "") + bracket(fields[i].column);
+                marks += (n ? ", ?" : "?") + std::to_string(n + 1);
+                ++n;
+            }
+            st = conn->prepare(cols.empty() ? "INSERT INTO " + baseTable + " DEFAULT VALUES"
+                                            : "INSERT INTO " + baseTable + " (" + cols + ") VALUES (" + marks + ")");
+        }
+        st->reset();
+        return *st;
+    }
+
+    std::unordered_map<std::string, int> nameIndex;
+
     long long deleteWhere(const std::string& criteria) {
         check();
         requireUpdatable();
-        const auto p = jet::parameterize(jet::translate(criteria));
+        const auto p = jet::translateAndParameterize(criteria);
         auto& st = conn->cached("DELETE FROM " + baseTable + " WHERE " + p.sql);
         st.bindAll(p.values);
         st.step();
@@ -725,7 +748,11 @@ const std::vector<FieldInfo>& Recordset::fieldInfos() const { return impl().fiel
 std::vector<Variant> Recordset::rowAt(long position) const { return impl().rowAt(position); }
 
 int Recordset::fieldIndex(const std::string& name) const {
-    const auto& fields = impl().fields;
+    auto& rs = impl();
+    const auto& fields = rs.fields;
+    if (rs.nameIndex.empty())
+        for (size_t i = 0; i < fields.size(); ++i) rs.nameIndex.emplace(fields[i].name, static_cast<int>(i));
+    if (auto it = rs.nameIndex.find(name); it != rs.nameIndex.end()) return it->second;
     for (size_t i = 0; i < fields.size(); ++i)
         if (fields[i].name == name) return static_cast<int>(i);
     const std::string folded = jet::foldCase(name);
@@ -750,6 +777,7 @@ void Recordset::Close() {
     if (!impl_) return;
     impl_->closed = true;
     impl_->statements.clear();
+    impl_->inserts.clear();
     impl_->fetchStmt.reset();
     impl_->conn.reset();
     impl_.reset();

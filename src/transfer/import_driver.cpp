@@ -205,8 +205,10 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
 
                 Batch batch(g.db_daten);
                 bool cancelled = false;
-                for (size_t s; (s = buffer.find("<betrieb>")) != std::string::npos;) {
-                    const size_t closing = buffer.find("</betrieb>");
+                // The consumed front of the buffer is skipped by an offset, not copied away.
+                size_t from = 0;
+                for (size_t s; (s = buffer.find("<betrieb>", from)) != std::string::npos;) {
+                    const size_t closing = buffer.find("</betrieb>", from);
                     if (closing == std::string::npos) break;
                     const size_t e = closing + 10;
                     // A closing tag ahead of the opening one gives a negative length.
@@ -214,7 +216,7 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                     Upd_2_Read(ctx, buffer.substr(s, e - s));
                     // The character right behind </betrieb> is dropped with it: the CR of the
                     // writer's line end.
-                    buffer = buffer.size() > e + 1 ? buffer.substr(e + 1) : std::string();
+                    from = std::min(buffer.size(), e + 1);
                     g.doEvents();
                     if (g.taste == 27) {
                         g.taste = 0;
@@ -228,6 +230,7 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                                   " (ESC = Abbrechen)";
                     g.refreshView();
                 }
+                buffer.erase(0, from);
                 if (cancelled) goto ende;
                 carry = std::move(buffer);
                 g.akt_schritt = 6;

@@ -15,16 +15,16 @@ bool startsWith(const std::string& line, const std::string& prefix) {
 
 // The sections of a <betrieb>, in the order they are looked for, with their tables.
 struct Section {
-    const char* name;
+    std::string open, close;
     store::Recordset core::Globals::*table;
 };
 const Section kSections[] = {
-    {"adresse", &core::Globals::rs_adresse},
-    {"taetigkeit", &core::Globals::rs_taetigkeit},
-    {"b-erlaubnis", &core::Globals::rs_erlaubnis},
-    {"b-handwerkskarte", &core::Globals::rs_handwerkskarte},
-    {"person", &core::Globals::rs_person},
-    {"meld-grund-sonst", &core::Globals::rs_meldgrund},
+    {"<adresse art", "</adresse>", &core::Globals::rs_adresse},
+    {"<taetigkeit>", "</taetigkeit>", &core::Globals::rs_taetigkeit},
+    {"<b-erlaubnis>", "</b-erlaubnis>", &core::Globals::rs_erlaubnis},
+    {"<b-handwerkskarte>", "</b-handwerkskarte>", &core::Globals::rs_handwerkskarte},
+    {"<person>", "</person>", &core::Globals::rs_person},
+    {"<meld-grund-sonst>", "</meld-grund-sonst>", &core::Globals::rs_meldgrund},
 };
 
 // Elements of a <betrieb> that are never stored in its row.
@@ -108,30 +108,22 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string>& lines, const
         bool ok = false;  // the result of the last field stored decides
         for (i = 0; i < lines.size(); ++i) {
             for (int j = 0; j < 6; ++j) {
-                std::vector<std::string> section;
-                if (j == 0) {
-                    if (startsWith(line(i), "<adressen>") && startsWith(line(i + 1), "</adressen>")) {
-                        // An empty <adressen> pair stands for one address of kind 1.
-                        g.rs_adresse.AddNew();
-                        g.rs_adresse.Fields("betr-nr").setValue(betrNr);
-                        g.rs_adresse.Fields("betr-hist-nr").setValue(betrHistNr);
-                        g.rs_adresse.Fields("b-adr-art").setValue("1");
-                        g.rs_adresse.Update();
-                    }
-                    if (startsWith(line(i), "<adresse art")) {
-                        section.push_back(line(i));
-                        while (line(i) != "</adresse>") section.push_back(line(++i));
-                    }
-                } else {
-                    const std::string open = std::string("<") + kSections[j].name + ">";
-                    const std::string close = std::string("</") + kSections[j].name + ">";
-                    if (startsWith(line(i), open)) {
-                        section.push_back(line(i));
-                        while (!startsWith(line(i), close)) section.push_back(line(++i));
-                    }
+                const Section& sec = kSections[j];
+                if (j == 0 && startsWith(line(i), "<adressen>") && startsWith(line(i + 1), "</adressen>")) {
+                    // An empty <adressen> pair stands for one address of kind 1.
+                    g.rs_adresse.AddNew();
+                    g.rs_adresse.Fields("betr-nr").setValue(betrNr);
+                    g.rs_adresse.Fields("betr-hist-nr").setValue(betrHistNr);
+                    g.rs_adresse.Fields("b-adr-art").setValue("1");
+                    g.rs_adresse.Update();
                 }
-                if (!section.empty())
-                    Upd_4_Andere(ctx, section, betrNr, betrHistNr, g.*(kSections[j].table), j + 1, bRechtsform);
+                if (!startsWith(line(i), sec.open)) continue;
+                // The section runs to its closing line: "</adresse>" alone on its line, the
+                // others by their beginning.
+                const size_t first = i;
+                while (j == 0 ? line(i) != sec.close : !startsWith(line(i), sec.close)) line(++i);
+                Upd_4_Andere(ctx, std::span<const std::string>(lines).subspan(first, i - first + 1), betrNr, betrHistNr,
+                             g.*(sec.table), j + 1, bRechtsform);
             }
             ctx.akt_inhalt = Upd_8_ExtrFeldInhalt(line(i));
             ctx.akt_name = Upd_9_ExtrFeldInhalt(line(i));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,7 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string>& lines, const
                 const std::string& betrHistNr, const std::string& bRechtsform);
 
 // Stores one section: an address, activity, permit, craft card, further reason or person.
-void Upd_4_Andere(ImportContext& ctx, const std::vector<std::string>& lines, const std::string& betrNr,
+void Upd_4_Andere(ImportContext& ctx, std::span<const std::string> lines, const std::string& betrNr,
                   const std::string& betrHistNr, store::Recordset& table, int sectionNo,
                   const std::string& bRechtsform);
 

@@ -10,7 +10,7 @@ namespace {
 // Upd_4_Andere goes on with the next statement after any failure, with one log entry.
 class Section {
 public:
-    Section(ImportContext& ctx, const std::vector<std::string>& lines) : ctx_(ctx), lines_(lines) {}
+    Section(ImportContext& ctx, std::span<const std::string> lines) : ctx_(ctx), lines_(lines) {}
 
     template <class Step>
     bool attempt(Step&& step) {
@@ -62,12 +62,12 @@ public:
 
 private:
     ImportContext& ctx_;
-    const std::vector<std::string>& lines_;
+    std::span<const std::string> lines_;
 };
 
 }  // namespace
 
-void Upd_4_Andere(ImportContext& ctx, const std::vector<std::string>& lines, const std::string& betrNr,
+void Upd_4_Andere(ImportContext& ctx, std::span<const std::string> lines, const std::string& betrNr,
                   const std::string& betrHistNr, store::Recordset& table, int sectionNo,
                   const std::string& bRechtsform) {
     core::Globals& g = ctx.g;
@@ -141,12 +141,13 @@ void Upd_4_Andere(ImportContext& ctx, const std::vector<std::string>& lines, con
     } else {
         if (core::upperCase(pArt) == "JP") {
             // A legal person of function 3 in a partnership hangs under the legal person before it.
+            // The legal forms are read from the settings store, where the record view's control
+            // DATA_ORG_RF reads them too.
             s.attempt([&] {
-                auto& rf = g.data.DATA_ORG_RF;
-                rf.RecordSource = "SELECT ALL * From Rechtsformen WHERE [schluessel] = '" + escapeQuotes(bRechtsform) + "' ;";
-                rf.Refresh();
-                if (rf.Recordset().RecordCount() == 0) return;
-                if (rf.Recordset().Fields("typ").Value().toString() == "P" && pFunktion == "3") {
+                const auto typ = g.db_org.lookup(
+                    "SELECT ALL * From Rechtsformen WHERE [schluessel] = '" + escapeQuotes(bRechtsform) + "' ;", "typ");
+                if (!typ) return;
+                if (typ->toString() == "P" && pFunktion == "3") {
                     ctx.akt_jp_nr = ctx.akt_jp_nr_vorher;
                     hangsUnderEarlierJp = true;
                 } else {

@@ -1,0 +1,98 @@
+// An import killed at random moments leaves a sound store, and importing the file again gives
+// exactly the rows of a clean import.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <fcntl.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <fstream>
+#include <random>
+#include <thread>
+
+#include "../store/test_db.h"
+#include "store/database.h"
+#include "tml_generator.h"
+
+extern char** environ;
+
+namespace tolma::test {
+namespace {
+
+// Runs tolma-cli import on `file` in `home`; kills it after `killAfter` unless that is zero.
+int importWithCli(const std::filesystem::path& home, const std::filesystem::path& file,
+                  std::chrono::milliseconds killAfter) {
+    const std::string cli = TOLMA_CLI, h = home.string(), f = file.string();
+    const char* argv[] = {cli.c_str(), "--home", h.c_str(), "import", "--yes", f.c_str(), nullptr};
+    pid_t pid = 0;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    if (posix_spawn(&pid, cli.c_str(), &actions, nullptr, const_cast<char**>(argv), environ) != 0) return -1;
+    posix_spawn_file_actions_destroy(&actions);
+    if (killAfter.count() > 0) {
+        std::this_thread::sleep_for(killAfter);
+        kill(pid, SIGKILL);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+std::string integrity(const std::filesystem::path& store) {
+    auto db = store::Database::OpenDatabase(store);
+    auto rs = db.OpenRecordset("SELECT * FROM pragma_integrity_check");
+    return rs.Fields(0).Value().toString();
+}
+
+// Every row of every data table, in a fixed order.
+std::vector<std::string> dump(const std::filesystem::path& store) {
+    std::vector<std::string> out;
+    auto db = store::Database::OpenDatabase(store);
+    for (const char* table : {"betrieb", "betrieb_adresse", "betrieb_taetigkeit", "betrieb_erlaubnis",
+                              "betrieb_handwerkskarte", "betrieb_meldgrundsonst", "person", "person_staatsang",
+                              "person_erlaubnis", "person_handwerkskarte", "beziehung_betrieb_person"}) {
+        auto rs = db.OpenRecordset(std::string("SELECT * FROM ") + table);
+        std::vector<std::string> rows;
+        for (long r = 0; r < rs.RecordCount(); ++r) {
+            std::string line = table;
+            for (const auto& v : rs.rowAt(r)) line += "|" + (v.isNull() ? std::string("<null>") : v.toString());
+            rows.push_back(line);
+        }
+        std::sort(rows.begin(), rows.end());
+        out.insert(out.end(), rows.begin(), rows.end());
+    }
+    return out;
+}
+
+TEST(CrashTest, KilledImportsLeaveASoundStoreAndAReimportGivesTheCleanRows) {
+    TempDir dir;
+    const auto file = dir.path() / "gross.tml";
+    {
+        std::ofstream out(file, std::ios::binary);
+        bench::GeneratorOptions options;
+        options.businesses = 15000;
+        bench::writeTransferFile(out, options);
+    }
+    const auto clean = dir.path() / "sauber";
+    ASSERT_EQ(importWithCli(clean, file, std::chrono::milliseconds(0)), 0);
+
+    const auto crashed = dir.path() / "abgestuerzt";
+    std::mt19937 random(20261123);
+    std::uniform_int_distribution<int> moment(50, 1500);
+    for (int round = 0; round < 4; ++round) {
+        const int code = importWithCli(crashed, file, std::chrono::milliseconds(moment(random)));
+        EXPECT_TRUE(code == -SIGKILL || code == 0) << code;
+        EXPECT_EQ(integrity(crashed / "DB" / "tl_4x_b.mdb"), "ok") << "Runde " << round;
+        EXPECT_EQ(integrity(crashed / "DB" / "TL_Org.mdb"), "ok") << "Runde " << round;
+    }
+    ASSERT_EQ(importWithCli(crashed, file, std::chrono::milliseconds(0)), 0);
+    const auto expected = dump(clean / "DB" / "tl_4x_b.mdb");
+    EXPECT_GT(expected.size(), 15000u);
+    EXPECT_EQ(dump(crashed / "DB" / "tl_4x_b.mdb"), expected);
+    EXPECT_FALSE(std::filesystem::exists(crashed / "DATENBANK.NEU"));
+}
+
+}  // namespace
+}  // namespace tolma::test
