@@ -71,7 +71,12 @@ std::string utf8ToCp1252(std::string_view utf8, int* lost) {
 
 std::string cp1252ToUtf8(std::string_view cp1252) {
     std::string out;
-    out.reserve(cp1252.size() + cp1252.size() / 8);
+    appendCp1252AsUtf8(out, cp1252);
+    return out;
+}
+
+void appendCp1252AsUtf8(std::string& out, std::string_view cp1252) {
+    out.reserve(out.size() + cp1252.size() + cp1252.size() / 8);
     size_t run = 0;  // start of the ASCII run not yet copied
     for (size_t i = 0; i < cp1252.size(); ++i) {
         const auto c = static_cast<unsigned char>(cp1252[i]);
@@ -86,7 +91,6 @@ std::string cp1252ToUtf8(std::string_view cp1252) {
         }
     }
     out.append(cp1252.substr(run));
-    return out;
 }
 
 bool isUtf8WithNonAscii(std::string_view bytes) {

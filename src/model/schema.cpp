@@ -55,7 +55,7 @@ std::vector<TableDef> makeData() {
           text("b-reg-schl", kCode), text("b-reg-art-text", kName), text("b-reg-plz", kCode),
           text("b-reg-ort", kName), text("b-eintr-nr", kPhone), text("b-reg-datum", kDate),
           text("schluesselfeld", 50), text("bearb-status", 1)},
-         {{"betr-nr", "betr-hist-nr"}, {"gem-kz"}, {"schluesselfeld"}}},
+         {{"betr-nr", "betr-hist-nr"}}},
         {"betrieb_adresse",
          {text("betr-nr", kKey), text("betr-hist-nr", kHistNr), text("b-adr-art", kCode),
           text("b-adr-art-text", kName), text("b-strasse", kName), text("b-hausnr-von", kShort),
@@ -125,7 +125,7 @@ std::vector<TableDef> makeData() {
           text("bez-pers-nr", kKey), number("bez-sort-nr"), text("p-funktion", 50),
           text("p-eintr-datum", kDate), text("p-austr-datum", kDate),
           text("pers-nr-jp", kKey)},
-         {{"bez-betr-nr", "bez-betr-hist-nr"}, {"bez-pers-nr"}, {"pers-nr-jp"}}},
+         {{"bez-betr-nr", "bez-betr-hist-nr"}, {"bez-pers-nr"}}},
     };
 }
 

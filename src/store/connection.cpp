@@ -83,10 +83,15 @@ void Statement::bind(int index, const Variant& value) {
         sqlite3_bind_int64(stmt_, index, value.toInteger());
     else if (value.isReal())
         sqlite3_bind_double(stmt_, index, value.toReal());
-    else {
-        const std::string s = value.toString();
-        sqlite3_bind_text(stmt_, index, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
-    }
+    else if (const std::string* text = value.textPointer())
+        sqlite3_bind_text(stmt_, index, text->data(), static_cast<int>(text->size()), SQLITE_TRANSIENT);
+}
+
+void Statement::bindStatic(int index, const Variant& value) {
+    if (const std::string* text = value.textPointer())
+        sqlite3_bind_text(stmt_, index, text->data(), static_cast<int>(text->size()), SQLITE_STATIC);
+    else
+        bind(index, value);
 }
 
 void Statement::bind(const char* name, const Variant& value) {
@@ -94,7 +99,9 @@ void Statement::bind(const char* name, const Variant& value) {
 }
 
 void Statement::bindAll(const std::vector<std::string>& values) {
-    for (size_t i = 0; i < values.size(); ++i) bind(static_cast<int>(i + 1), Variant(values[i]));
+    for (size_t i = 0; i < values.size(); ++i)
+        sqlite3_bind_text(stmt_, static_cast<int>(i + 1), values[i].data(), static_cast<int>(values[i].size()),
+                          SQLITE_TRANSIENT);
 }
 
 bool Statement::step() {
@@ -106,8 +113,8 @@ bool Statement::step() {
 }
 
 void Statement::reset() {
+    // Every use binds all its parameters anew, so old bindings need no clearing.
     sqlite3_reset(stmt_);
-    sqlite3_clear_bindings(stmt_);
 }
 
 int Statement::columnCount() const { return sqlite3_column_count(stmt_); }

@@ -28,6 +28,8 @@ public:
 
     void bind(int index, const Variant& value);  // 1-based
     void bind(const char* name, const Variant& value);
+    // Binds without copying: the value must live until the statement has run.
+    void bindStatic(int index, const Variant& value);
     void bindAll(const std::vector<std::string>& values);  // ?1, ?2, ...
     bool step();                               // true while a row is there
     void reset();

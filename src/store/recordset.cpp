@@ -540,11 +540,14 @@ public:
             case dao::dbDouble:
                 return Variant(v.toReal());
             case dao::dbText: {
-                std::string s = v.toString();
-                if (f.size > 0 && jet::utf8Length(s) > f.size)
+                const std::string* text = v.textPointer();
+                const std::string copy = text ? std::string() : v.toString();
+                const std::string& s = text ? *text : copy;
+                // Only a text that may be too long is counted character by character.
+                if (f.size > 0 && static_cast<long long>(s.size()) > f.size && jet::utf8Length(s) > f.size)
                     throwDao("DAO.Field", err::kFieldTooSmall,
                              "Das Feld ist zu klein für die Datenmenge, die Sie hinzufügen wollten.");
-                return Variant(std::move(s));
+                return text ? v : Variant(copy);
             }
             default:
                 return Variant(v.toString());
@@ -558,7 +561,7 @@ public:
             throwDao("DAO.Field", err::kUpdateWithoutEdit, "Aktualisieren oder Abbrechen ohne Hinzufügen oder Bearbeiten.");
         const FieldInfo& f = fields[static_cast<size_t>(i)];
         if (!f.updatable) throwDao("DAO.Field", err::kFieldNotUpdatable, "Feld '" + f.name + "' kann nicht aktualisiert werden.");
-        pending[static_cast<size_t>(i)] = converted(f, v);
+        pending[static_cast<size_t>(i)].emplace(converted(f, v));
     }
 
     Variant fieldValue(int i) {
@@ -597,7 +600,8 @@ public:
         }
         if (edit == EditMode::Add) {
             auto& st = insertStatement(pattern);
-            for (size_t i = 0; i < values.size(); ++i) st.bind(static_cast<int>(i + 1), *values[i]);
+            // The pending values live until the row is stored.
+            for (size_t i = 0; i < values.size(); ++i) st.bindStatic(static_cast<int>(i + 1), *values[i]);
             st.step();
             if (mode == Mode::Keyset) {
                 const long long id = sqlite3_last_insert_rowid(conn->handle());
@@ -628,7 +632,14 @@ public:
     }
 
     std::unordered_map<std::string, std::unique_ptr<Statement>> inserts;
+    std::string lastPattern;
+    Statement* lastInsert = nullptr;
     Statement& insertStatement(const std::string& pattern) {
+        // Rows of one table mostly repeat the columns of the row before.
+        if (lastInsert && pattern == lastPattern) {
+            lastInsert->reset();
+            return *lastInsert;
+        }
         auto& st = inserts[pattern];
         if (!st) {
             std::string cols, marks;
@@ -642,6 +653,8 @@ public:
                                             : "INSERT INTO " + baseTable + " (" + cols + ") VALUES (" + marks + ")");
         }
         st->reset();
+        lastPattern = pattern;
+        lastInsert = st.get();
         return *st;
     }
 

@@ -27,6 +27,8 @@ public:
     // Text form; Null gives the empty text, as concatenation does.
     std::string toString() const;
     std::optional<std::string> text() const;
+    // The text itself without a copy; null unless the value is a text.
+    const std::string* textPointer() const { return std::get_if<std::string>(&v_); }
     // Number form; a text counts by its leading number, Null and other text as 0.
     long long toInteger() const;
     double toReal() const;

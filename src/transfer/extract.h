@@ -16,4 +16,8 @@ std::string Upd_8_ExtrFeldInhalt(std::string_view line);
 // The name: what stands between the first "<" and the next ">"; "kein Name" without one.
 std::string Upd_9_ExtrFeldInhalt(std::string_view line);
 
+// The same two without copying: views into the line, or onto the placeholder words.
+std::string_view contentOf(std::string_view line);
+std::string_view nameOf(std::string_view line);
+
 }  // namespace tolma::transfer

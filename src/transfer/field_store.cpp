@@ -18,8 +18,13 @@ std::string escapeQuotes(const std::string& value) {
 bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value) {
     try {
         if (model::isDateField(field.Name())) value = model::dateFileToStore(value);
+        const bool memo = field.Type() == store::dao::dbMemo;
+        if (memo || static_cast<long long>(value.size()) <= field.Size()) {
+            field.setValue(std::move(value));  // fits: no need to count characters
+            return true;
+        }
         std::string stored = value;
-        if (model::cutToFieldSize(stored, field.Size(), field.Type() == store::dao::dbMemo)) {
+        if (model::cutToFieldSize(stored, field.Size(), memo)) {
             field.setValue(stored);
             core::A_Error_Log(ctx.g, "Upd_5_Felder", "Dao.Field", "3163",
                               "Feld zu klein für Datenmenge, Inhalt wurde gekürzt!", field.Name() + " = " + value, "0");

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_set>
 
 #include "core/globals.h"
 
@@ -19,6 +20,19 @@ struct ImportContext {
     std::string akt_inhalt, akt_name;
     // The location values that Upd_4_Andere's trap reports; nothing in the import fills them.
     std::string fehlerortung, ortungsNummer;
+
+    // Whether the store may hold rows of a business or person number. A removal by a number the
+    // store cannot hold would delete nothing, so it is left out: a first import into an empty
+    // store then runs no deletes at all.
+    bool mayHoldBusiness(const std::string& betrNr);
+    bool mayHoldPerson(const std::string& persNr);
+    void noteBusiness(const std::string& betrNr);
+    void notePerson(const std::string& persNr);
+
+private:
+    void loadKeys();
+    bool keysLoaded_ = false;
+    std::unordered_set<std::string> businesses_, persons_;
 };
 
 }  // namespace tolma::transfer

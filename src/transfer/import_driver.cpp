@@ -1,7 +1,9 @@
 #include "transfer/import_driver.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <memory>
 
 #include "core/db_connection.h"
@@ -29,6 +31,21 @@ bool headValue(const std::string& head, const std::string& tag, std::string& val
     value = head.substr(start, b - start);
     return true;
 }
+
+// A tag searched in the 5 MB buffer: the buffer is full of "<", so a plain find would stop at
+// every one of them.
+class TagFinder {
+public:
+    explicit TagFinder(std::string_view tag) : tag_(tag), searcher_(tag_.begin(), tag_.end()) {}
+    size_t in(const std::string& text, size_t from) const {
+        auto it = std::search(text.begin() + static_cast<long>(from), text.end(), searcher_);
+        return it == text.end() ? std::string::npos : static_cast<size_t>(it - text.begin());
+    }
+
+private:
+    std::string tag_;
+    std::boyer_moore_horspool_searcher<std::string::const_iterator> searcher_;
+};
 
 // Val() of the old platform: the leading number of a text, 0 without one.
 long leadingNumber(const std::string& text) {
@@ -128,15 +145,13 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                     g.refreshView();
                     core::DB_Komprimieren(g);
                 }
-                std::string buffer = std::move(carry);
+                std::string& buffer = carry;  // the carry grows into this block's buffer
                 if (encoding == 2)
                     buffer.append(raw);
                 else
-                    buffer += model::cp1252ToUtf8(raw);
-                carry.clear();
+                    model::appendCp1252AsUtf8(buffer, raw);
                 g.akt_schritt = 4;
                 if (buffer.find("<betrieb>") == std::string::npos) {
-                    carry = std::move(buffer);
                     g.akt_schritt = 6;
                     continue;
                 }
@@ -207,8 +222,9 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                 bool cancelled = false;
                 // The consumed front of the buffer is skipped by an offset, not copied away.
                 size_t from = 0;
-                for (size_t s; (s = buffer.find("<betrieb>", from)) != std::string::npos;) {
-                    const size_t closing = buffer.find("</betrieb>", from);
+                static const TagFinder opening("<betrieb>"), closingTag("</betrieb>");
+                for (size_t s; (s = opening.in(buffer, from)) != std::string::npos;) {
+                    const size_t closing = closingTag.in(buffer, from);
                     if (closing == std::string::npos) break;
                     const size_t e = closing + 10;
                     // A closing tag ahead of the opening one gives a negative length.
@@ -232,7 +248,6 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                 }
                 buffer.erase(0, from);
                 if (cancelled) goto ende;
-                carry = std::move(buffer);
                 g.akt_schritt = 6;
             }
         }

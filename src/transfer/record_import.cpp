@@ -9,8 +9,9 @@
 namespace tolma::transfer {
 namespace {
 
-bool startsWith(const std::string& line, const std::string& prefix) {
-    return line.compare(0, prefix.size(), prefix) == 0;
+bool startsWith(std::string_view line, std::string_view prefix) {
+    // Most lines differ from a tag in their second character.
+    return line.size() >= prefix.size() && line[1] == prefix[1] && line.compare(0, prefix.size(), prefix) == 0;
 }
 
 // The sections of a <betrieb>, in the order they are looked for, with their tables.
@@ -28,28 +29,36 @@ const Section kSections[] = {
 };
 
 // Elements of a <betrieb> that are never stored in its row.
-bool skippedElement(const std::string& name) {
+bool skippedElement(std::string_view name) {
     return name == kKeinName || name == "gem-name" || name == "wirtschafts-nr" || name == "inhaber-vname" ||
            name == "inhaber-nname";
 }
 
 }  // namespace
 
+// Trim of the old platform on a view: blanks only.
+std::string_view trimmedView(std::string_view s) {
+    const size_t b = s.find_first_not_of(' ');
+    if (b == std::string_view::npos) return {};
+    return s.substr(b, s.find_last_not_of(' ') - b + 1);
+}
+
 void Upd_2_Read(ImportContext& ctx, const std::string& element) {
     std::string betrNr, betrHistNr, bRechtsform;
     try {
-        std::vector<std::string> lines;
+        std::vector<std::string_view> lines;
+        const std::string_view text(element);
         size_t pos = 0;
-        for (size_t lf; (lf = element.find('\n', pos)) != std::string::npos; pos = lf + 1) {
-            std::string line = model::trimBlanks(std::string_view(element).substr(pos, lf - pos));
+        for (size_t lf; (lf = text.find('\n', pos)) != std::string_view::npos; pos = lf + 1) {
+            std::string_view line = trimmedView(text.substr(pos, lf - pos));
             // The test of the line's last character fails on an empty line, which only a file
             // with bare LF line ends can hold: the whole element is given up.
             if (line.empty()) throw core::invalidCall();
-            if (line.back() == '\r') line = model::trimBlanks(std::string_view(line).substr(0, line.size() - 1));
+            if (line.back() == '\r') line = trimmedView(line.substr(0, line.size() - 1));
             if (startsWith(line, "<betr-nr>")) betrNr = Upd_8_ExtrFeldInhalt(line);
             if (startsWith(line, "<betr-hist-nr>")) betrHistNr = Upd_8_ExtrFeldInhalt(line);
             if (startsWith(line, "<b-rechtsform>")) bRechtsform = Upd_8_ExtrFeldInhalt(line);
-            lines.push_back(std::move(line));
+            lines.push_back(line);
         }
         Upd_3_Betr(ctx, lines, betrNr, betrHistNr, bRechtsform);
     } catch (const std::exception& e) {
@@ -58,7 +67,7 @@ void Upd_2_Read(ImportContext& ctx, const std::string& element) {
     }
 }
 
-void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string>& lines, const std::string& betrNr,
+void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines, const std::string& betrNr,
                 const std::string& betrHistNr, const std::string& bRechtsform) {
     core::Globals& g = ctx.g;
     ctx.akt_jp_nr.clear();
@@ -74,7 +83,7 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string>& lines, const
                           "BetrNr: " + betrNr + " BetrHistNr: " + betrHistNr, std::to_string(i + 1));
         if (info.number != store::err::kItemNotFound) throw core::typeMismatch();
     };
-    auto line = [&](size_t k) -> const std::string& {
+    auto line = [&](size_t k) -> std::string_view {
         if (k >= lines.size()) throw core::indexOutOfRange();
         return lines[k];
     };
@@ -89,7 +98,7 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string>& lines, const
             byBusiness = "[betr-nr] = '" + nr + "' AND [betr-hist-nr] = '" + hist + "'";
             byLink = "[bez-betr-nr] = '" + nr + "' AND [bez-betr-hist-nr] = '" + hist + "'";
         }
-        if (!byBusiness.empty()) {
+        if (!byBusiness.empty() && ctx.mayHoldBusiness(betrNr)) {
             // The permits and craft cards of persons carry no history number: they go for all
             // states of the business at once.
             Upd_6_Kill(ctx, byBusiness, g.rs_adresse);
@@ -103,6 +112,7 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string>& lines, const
             Upd_6_Kill(ctx, "[betr-nr] = '" + nr + "'", g.rs_person_handwerkskarte);
         }
 
+        ctx.noteBusiness(betrNr);
         // The business row stays open while the subordinate rows are written.
         g.rs_betrieb.AddNew();
         bool ok = false;  // the result of the last field stored decides
@@ -122,11 +132,11 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string>& lines, const
                 // others by their beginning.
                 const size_t first = i;
                 while (j == 0 ? line(i) != sec.close : !startsWith(line(i), sec.close)) line(++i);
-                Upd_4_Andere(ctx, std::span<const std::string>(lines).subspan(first, i - first + 1), betrNr, betrHistNr,
+                Upd_4_Andere(ctx, std::span<const std::string_view>(lines).subspan(first, i - first + 1), betrNr, betrHistNr,
                              g.*(sec.table), j + 1, bRechtsform);
             }
-            ctx.akt_inhalt = Upd_8_ExtrFeldInhalt(line(i));
-            ctx.akt_name = Upd_9_ExtrFeldInhalt(line(i));
+            ctx.akt_inhalt = contentOf(line(i));
+            ctx.akt_name = nameOf(line(i));
             if (ctx.akt_inhalt == kKeinInhalt || skippedElement(ctx.akt_name)) continue;
             try {
                 store::Field field = g.rs_betrieb.Fields(ctx.akt_name);

@@ -2,22 +2,24 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "transfer/import_context.h"
 
 namespace tolma::transfer {
 
-// One <betrieb> element: cut into trimmed lines, its keys found, then stored.
+// One <betrieb> element: cut into trimmed lines, its keys found, then stored. The lines handed
+// on are views into the element.
 void Upd_2_Read(ImportContext& ctx, const std::string& element);
 
 // Removes what the store holds for the keys and builds the new business row with its
 // sections. Lines are those of Upd_2_Read; the keys are the raw extraction results.
-void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string>& lines, const std::string& betrNr,
+void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines, const std::string& betrNr,
                 const std::string& betrHistNr, const std::string& bRechtsform);
 
 // Stores one section: an address, activity, permit, craft card, further reason or person.
-void Upd_4_Andere(ImportContext& ctx, std::span<const std::string> lines, const std::string& betrNr,
+void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, const std::string& betrNr,
                   const std::string& betrHistNr, store::Recordset& table, int sectionNo,
                   const std::string& bRechtsform);
 

@@ -10,7 +10,7 @@ namespace {
 // Upd_4_Andere goes on with the next statement after any failure, with one log entry.
 class Section {
 public:
-    Section(ImportContext& ctx, std::span<const std::string> lines) : ctx_(ctx), lines_(lines) {}
+    Section(ImportContext& ctx, std::span<const std::string_view> lines) : ctx_(ctx), lines_(lines) {}
 
     template <class Step>
     bool attempt(Step&& step) {
@@ -36,10 +36,10 @@ public:
                 attempt([] { throw core::indexOutOfRange(); });
                 return lines_.size() - 1;
             }
-            const std::string inhalt = Upd_8_ExtrFeldInhalt(lines_[i]);
-            const std::string name = Upd_9_ExtrFeldInhalt(lines_[i]);
+            const std::string_view inhalt = contentOf(lines_[i]);
+            const std::string_view name = nameOf(lines_[i]);
             if (inhalt != kKeinInhalt && name != kKeinName)
-                attempt([&] { lastOk = Upd_5_Felder(ctx_, rs.Fields(name), inhalt); });
+                attempt([&] { lastOk = Upd_5_Felder(ctx_, rs.Fields(std::string(name)), std::string(inhalt)); });
         } while (lines_[i] != closing);
         if (!keysOnlyWhenStored) {
             attempt([&] { rs.Fields("pers-nr").setValue(persNr); });
@@ -62,12 +62,12 @@ public:
 
 private:
     ImportContext& ctx_;
-    std::span<const std::string> lines_;
+    std::span<const std::string_view> lines_;
 };
 
 }  // namespace
 
-void Upd_4_Andere(ImportContext& ctx, std::span<const std::string> lines, const std::string& betrNr,
+void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, const std::string& betrNr,
                   const std::string& betrHistNr, store::Recordset& table, int sectionNo,
                   const std::string& bRechtsform) {
     core::Globals& g = ctx.g;
@@ -80,12 +80,13 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string> lines, const 
     if (isPerson) {
         // First pass: the keys of the person. A <pers-nr> must stand ahead of its <p-art>.
         ++ctx.akt_bez_sort_nr;
-        for (const auto& line : lines) {
-            const std::string name = Upd_9_ExtrFeldInhalt(line);
+        for (const auto line : lines) {
+            const std::string_view name = nameOf(line);
             if (name == "pers-nr") {
                 persNr = Upd_8_ExtrFeldInhalt(line);
             } else if (name == "p-art") {
-                if (core::upperCase(Upd_8_ExtrFeldInhalt(line)) == "JP") {
+                const std::string_view art = contentOf(line);
+                if (art.size() == 2 && (art[0] == 'J' || art[0] == 'j') && (art[1] == 'P' || art[1] == 'p')) {
                     pArt = "JP";
                     ctx.akt_jp_nr = persNr;
                 }
@@ -101,11 +102,14 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string> lines, const 
         for (std::string* v : {&pFunktion, &pEintrDatum, &pAustrDatum})
             if (*v == kKeinInhalt) v->clear();
         // A person is one row across all businesses; permits and craft cards are kept by business.
-        const std::string p = escapeQuotes(persNr), b = escapeQuotes(betrNr);
-        Upd_6_Kill(ctx, "[pers-nr] = '" + p + "'", g.rs_person);
-        Upd_6_Kill(ctx, "[pers-nr] = '" + p + "'", g.rs_person_staatsang);
-        Upd_6_Kill(ctx, "[pers-nr] = '" + p + "' AND [betr-nr] = '" + b + "'", g.rs_person_erlaubnis);
-        Upd_6_Kill(ctx, "[pers-nr] = '" + p + "' AND [betr-nr] = '" + b + "'", g.rs_person_handwerkskarte);
+        if (ctx.mayHoldPerson(persNr)) {
+            const std::string p = escapeQuotes(persNr), b = escapeQuotes(betrNr);
+            Upd_6_Kill(ctx, "[pers-nr] = '" + p + "'", g.rs_person);
+            Upd_6_Kill(ctx, "[pers-nr] = '" + p + "'", g.rs_person_staatsang);
+            Upd_6_Kill(ctx, "[pers-nr] = '" + p + "' AND [betr-nr] = '" + b + "'", g.rs_person_erlaubnis);
+            Upd_6_Kill(ctx, "[pers-nr] = '" + p + "' AND [betr-nr] = '" + b + "'", g.rs_person_handwerkskarte);
+        }
+        ctx.notePerson(persNr);
     }
 
     // Second pass: the section's own row, and a person's nationalities, permits and craft cards.
@@ -120,8 +124,8 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string> lines, const 
             else if (lines[i] == "<p-handwerkskarte>")
                 i = s.subordinate(i, g.rs_person_handwerkskarte, "</p-handwerkskarte>", persNr, betrNr, true);
         }
-        ctx.akt_inhalt = Upd_8_ExtrFeldInhalt(lines[i]);
-        ctx.akt_name = Upd_9_ExtrFeldInhalt(lines[i]);
+        ctx.akt_inhalt = contentOf(lines[i]);
+        ctx.akt_name = nameOf(lines[i]);
         if (ctx.akt_inhalt == kKeinInhalt || ctx.akt_name == kKeinName) continue;
         // These three belong to the link row, in every section.
         if (ctx.akt_name == "p-funktion" || ctx.akt_name == "p-eintr-datum" || ctx.akt_name == "p-austr-datum")
