@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <cstdlib>
 #include <map>
 #include <mutex>
 
@@ -98,10 +99,19 @@ void Statement::bind(const char* name, const Variant& value) {
     bind(sqlite3_bind_parameter_index(stmt_, name), value);
 }
 
-void Statement::bindAll(const std::vector<std::string>& values) {
-    for (size_t i = 0; i < values.size(); ++i)
-        sqlite3_bind_text(stmt_, static_cast<int>(i + 1), values[i].data(), static_cast<int>(values[i].size()),
-                          SQLITE_TRANSIENT);
+void Statement::bindValues(const std::vector<std::string>& values, const std::vector<bool>& numeric) {
+    for (size_t i = 0; i < values.size(); ++i) {
+        const int index = static_cast<int>(i + 1);
+        if (i < numeric.size() && numeric[i]) {
+            const double d = std::strtod(values[i].c_str(), nullptr);
+            if (d == static_cast<double>(static_cast<long long>(d)))
+                sqlite3_bind_int64(stmt_, index, static_cast<long long>(d));
+            else
+                sqlite3_bind_double(stmt_, index, d);
+        } else {
+            sqlite3_bind_text(stmt_, index, values[i].data(), static_cast<int>(values[i].size()), SQLITE_TRANSIENT);
+        }
+    }
 }
 
 bool Statement::step() {

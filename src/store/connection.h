@@ -30,7 +30,8 @@ public:
     void bind(const char* name, const Variant& value);
     // Binds without copying: the value must live until the statement has run.
     void bindStatic(int index, const Variant& value);
-    void bindAll(const std::vector<std::string>& values);  // ?1, ?2, ...
+    // The values of a prepared text to ?1, ?2, ...; those compared with numbers as numbers.
+    void bindValues(const std::vector<std::string>& values, const std::vector<bool>& numeric);
     bool step();                               // true while a row is there
     void reset();
     int columnCount() const;

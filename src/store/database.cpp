@@ -51,9 +51,9 @@ long long Database::Execute(const std::string& sql) const {
 }
 
 std::optional<Variant> Database::lookup(const std::string& query, const std::string& field) const {
-    const auto p = jet::translateAndParameterize(query);
-    Statement& st = connection()->cached(p.sql);
-    st.bindAll(p.values);
+    const auto p = jet::prepare(query);
+    Statement& st = connection()->cached(p.shape->sql);
+    st.bindValues(p.values, p.shape->numeric);
     if (!st.step()) return std::nullopt;
     const std::string wanted = jet::foldCase(field);
     for (int i = 0; i < st.columnCount(); ++i)

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <mutex>
+#include <unordered_map>
 
 namespace tolma::store::jet {
 namespace {
@@ -208,6 +210,10 @@ std::vector<Token> tokenize(std::string_view sql) {
         } else if (isWordStart(c)) {
             while (i < n && isWordChar(static_cast<unsigned char>(sql[i]))) ++i;
             kind = TokenKind::Word;
+        } else if (c == '?' && i + 1 < n && std::isdigit(static_cast<unsigned char>(sql[i + 1]))) {
+            ++i;
+            while (i < n && std::isdigit(static_cast<unsigned char>(sql[i]))) ++i;
+            kind = TokenKind::Param;
         } else {
             static const char* two[] = {"<>", "<=", ">=", "!=", "||", "=="};
             kind = TokenKind::Punct;
@@ -220,8 +226,14 @@ std::vector<Token> tokenize(std::string_view sql) {
     return out;
 }
 
-std::string translate(std::string_view jetSql) {
-    std::vector<Token> tokens = tokenize(jetSql);
+namespace {
+std::string translateTokens(std::vector<Token> tokens, std::vector<bool>* numericParams);
+}
+
+std::string translate(std::string_view jetSql) { return translateTokens(tokenize(jetSql), nullptr); }
+
+namespace {
+std::string translateTokens(std::vector<Token> tokens, std::vector<bool>* numericParams) {
 
     // Indexes of the tokens that are not blanks, for looking at neighbours.
     std::vector<size_t> sig;
@@ -262,20 +274,27 @@ std::string translate(std::string_view jetSql) {
     }
 
     // A quoted number compared with a numeric function: the old engine converts the text.
-    for (size_t k = 0; k < sig.size(); ++k) {
-        Token& t = tokens[sig[k]];
-        if (t.kind != TokenKind::String) continue;
-        std::string number;
-        if (!readsAsNumber(literalContent(t.text), number)) continue;
-        bool numericOther = false;
+    auto comparedWithNumber = [&](size_t k) {
         if (k >= 2 && isComparison(tokens[sig[k - 1]]) && isPunct(tokens[sig[k - 2]], ")")) {
             long open = matchingOpen(k - 2);
-            numericOther = open > 0 && isNumericFunction(tokens[sig[open - 1]]);
+            if (open > 0 && isNumericFunction(tokens[sig[open - 1]])) return true;
         }
-        if (k + 3 < sig.size() && isComparison(tokens[sig[k + 1]]) &&
-            isNumericFunction(tokens[sig[k + 2]]) && isPunct(tokens[sig[k + 3]], "("))
-            numericOther = true;
-        if (numericOther) t = {TokenKind::Number, number};
+        return k + 3 < sig.size() && isComparison(tokens[sig[k + 1]]) && isNumericFunction(tokens[sig[k + 2]]) &&
+               isPunct(tokens[sig[k + 3]], "(");
+    };
+    for (size_t k = 0; k < sig.size(); ++k) {
+        Token& t = tokens[sig[k]];
+        if (t.kind == TokenKind::Param) {
+            if (numericParams && comparedWithNumber(k)) {
+                const size_t index = std::stoul(t.text.substr(1));
+                if (numericParams->size() < index) numericParams->resize(index);
+                (*numericParams)[index - 1] = true;
+            }
+            continue;
+        }
+        if (t.kind != TokenKind::String) continue;
+        std::string number;
+        if (readsAsNumber(literalContent(t.text), number) && comparedWithNumber(k)) t = {TokenKind::Number, number};
     }
 
     // A closing ";" ends the statement; nothing behind it is part of it.
@@ -287,58 +306,19 @@ std::string translate(std::string_view jetSql) {
     }
     return join(tokens, 0, tokens.size());
 }
+}  // namespace
 
-Parameterized parameterize(std::string_view translatedSql) {
-    Parameterized out;
-    for (const Token& t : tokenize(translatedSql)) {
-        if (t.kind == TokenKind::String) {
-            out.values.push_back(literalContent(t.text));
-            out.sql += "?" + std::to_string(out.values.size());
-        } else {
-            out.sql += t.text;
-        }
-    }
-    return out;
-}
-
-Parameterized translateAndParameterize(std::string_view jetSql) {
-    // Anything the translation would rewrite sends the text the long way.
-    auto needsTranslation = [&] {
-        for (size_t i = 0; i < jetSql.size(); ++i) {
-            const char c = jetSql[i];
-            if (c == '"' || c == '&' || c == ';') return true;
-            if (c == '[') {
-                const size_t end = jetSql.find(']', i);
-                if (end == std::string_view::npos) return true;
-                i = end;
-            } else if (c == '\'') {
-                const size_t end = jetSql.find('\'', i + 1);
-                if (end == std::string_view::npos) return true;
-                i = end;  // a doubled quote starts the literal's next part, which is fine here
-            } else if (isWordStart(static_cast<unsigned char>(c))) {
-                size_t j = i;
-                while (j < jetSql.size() && isWordChar(static_cast<unsigned char>(jetSql[j]))) ++j;
-                const size_t n = j - i;
-                // Only these words are rewritten: TRUE, FALSE, DISTINCTROW and numeric functions.
-                if (n >= 3 && n <= 11) {
-                    const Token word{TokenKind::Word, std::string(jetSql.substr(i, n))};
-                    const auto u = upper(word.text);
-                    if (u == "DISTINCTROW" || u == "TRUE" || u == "FALSE" || isNumericFunction(word)) return true;
-                }
-                i = j - 1;
-            }
-        }
-        return false;
-    };
-    if (needsTranslation()) return parameterize(translate(jetSql));
-    Parameterized out;
-    out.sql.reserve(jetSql.size());
+Prepared prepare(std::string_view jetSql) {
+    // The values come out first, in one pass: a value never changes what the text means.
+    Prepared out;
+    std::string raw;
+    raw.reserve(jetSql.size());
     for (size_t i = 0; i < jetSql.size(); ++i) {
         const char c = jetSql[i];
-        if (c == '[') {
-            const size_t end = jetSql.find(']', i);
+        if (c == '[' || c == '"') {
+            const size_t end = jetSql.find(c == '[' ? ']' : '"', i + 1);
             const size_t stop = end == std::string_view::npos ? jetSql.size() : end + 1;
-            out.sql.append(jetSql.substr(i, stop - i));
+            raw.append(jetSql.substr(i, stop - i));
             i = stop - 1;
         } else if (c == '\'') {
             std::string value;
@@ -355,12 +335,32 @@ Parameterized translateAndParameterize(std::string_view jetSql) {
                 value += jetSql[j];
             }
             out.values.push_back(std::move(value));
-            out.sql += "?" + std::to_string(out.values.size());
+            raw += "?" + std::to_string(out.values.size());
             i = j;
         } else {
-            out.sql += c;
+            raw += c;
         }
     }
+
+    static std::mutex mutex;
+    static std::unordered_map<std::string, std::shared_ptr<const Shape>> shapes;
+    std::lock_guard lock(mutex);
+    auto& shape = shapes[raw];
+    if (!shape) {
+        auto made = std::make_shared<Shape>();
+        made->sql = translateTokens(tokenize(raw), &made->numeric);
+        made->numeric.resize(out.values.size());
+        made->parts = parseSelect(made->sql);
+        shape = made;
+        if (shapes.size() > 20000) {  // texts of many shapes come and go with the clerk's filters
+            auto keep = shape;
+            shapes.clear();
+            shapes[raw] = keep;
+            out.shape = keep;
+            return out;
+        }
+    }
+    out.shape = shape;
     return out;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,7 +10,7 @@
 // differences.
 namespace tolma::store::jet {
 
-enum class TokenKind { Space, Word, Bracketed, String, DoubleQuoted, Number, Punct };
+enum class TokenKind { Space, Word, Bracketed, String, DoubleQuoted, Number, Punct, Param };
 
 struct Token {
     TokenKind kind;
@@ -22,17 +23,6 @@ std::vector<Token> tokenize(std::string_view sql);
 // double-quoted texts as string literals, "&" as "||", a quoted number compared with a
 // numeric function such as Len() read as a number, and a trailing ";" removed.
 std::string translate(std::string_view jetSql);
-
-// A translated text with its string literals taken out as parameters ?1, ?2, ..., so that
-// texts that differ only in their values share one prepared statement.
-struct Parameterized {
-    std::string sql;
-    std::vector<std::string> values;
-};
-Parameterized parameterize(std::string_view translatedSql);
-// translate() and parameterize() in one; a plain criterion such as "[a] = 'x' AND [b] = 'y'"
-// takes a fast path, as the import runs many thousands of them.
-Parameterized translateAndParameterize(std::string_view jetSql);
 
 // A base table named in a FROM clause, with the name by which its row id is reached.
 struct TableRef {
@@ -58,6 +48,19 @@ struct SelectParts {
 };
 
 SelectParts parseSelect(std::string_view translatedSql);
+
+// A query text with its values taken out: texts that differ only in their values share one
+// shape, which is translated and parsed once and prepared once per connection.
+struct Shape {
+    std::string sql;            // translated, with the values as ?1, ?2, ...
+    std::vector<bool> numeric;  // per value: compared with a numeric function, bound as a number
+    SelectParts parts;          // when the text is a SELECT
+};
+struct Prepared {
+    std::shared_ptr<const Shape> shape;
+    std::vector<std::string> values;
+};
+Prepared prepare(std::string_view jetSql);
 
 // A source that is a bare table name (optionally bracketed); empty if the source is a query.
 std::string bareTableName(std::string_view source);

@@ -101,8 +101,13 @@ public:
     std::vector<std::vector<Variant>> rows;
     std::string snapshotQualifier;
 
-    std::unique_ptr<Statement> fetchStmt;
+    Statement* fetchStmt = nullptr;  // kept by the connection, shared by queries of one shape
     std::map<std::string, std::unique_ptr<Statement>> statements;
+    // The values of the query text, bound to every statement built from it.
+    std::vector<std::string> params;
+    std::vector<bool> numericParams;
+    void bindParams(Statement& st) const { st.bindValues(params, numericParams); }
+    int paramCount() const { return static_cast<int>(params.size()); }
     std::optional<std::vector<Variant>> rowCache;
 
     EditMode edit = EditMode::None;
@@ -160,7 +165,7 @@ public:
         mode = Mode::Table;
         baseTable = bracket(table);
         updatable = true;
-        fetchStmt = conn->prepare("SELECT * FROM " + baseTable + " WHERE rowid = ?1");
+        fetchStmt = &conn->cached("SELECT * FROM " + baseTable + " WHERE rowid = ?1");
         describe(fetchStmt->handle(), {{table, table}});
         for (auto& f : fields) f.updatable = !f.column.empty();
         auto first = tableStep("SELECT rowid FROM " + baseTable + " ORDER BY rowid LIMIT 1", {});
@@ -168,10 +173,12 @@ public:
     }
 
     void openQuery(const std::string& source) {
-        const std::string sql = jet::translate(source);
-        const jet::SelectParts parts = jet::parseSelect(sql);
+        const jet::Prepared query = jet::prepare(source);
+        params = query.values;
+        numericParams = query.shape->numeric;
+        const jet::SelectParts& parts = query.shape->parts;
         if (!parts.keyable()) {
-            openSnapshot(sql, parts);
+            openSnapshot(query.shape->sql, parts);
             return;
         }
         mode = Mode::Keyset;
@@ -180,13 +187,11 @@ public:
         whereClause = parts.where;
         orderClause = parts.orderBy;
         stride = static_cast<int>(parts.tables.size());
-        std::string fetchWhere;
         for (int i = 0; i < stride; ++i) {
             keyQualifiers.push_back(parts.tables[i].qualifier + ".rowid");
             keyColumns += (i ? ", " : "") + keyQualifiers.back();
-            fetchWhere += (i ? " AND " : "") + keyQualifiers.back() + " = ?" + std::to_string(i + 1);
         }
-        fetchStmt = conn->prepare("SELECT " + selectList + " FROM " + fromClause + " WHERE " + fetchWhere);
+        fetchStmt = &conn->cached("SELECT " + selectList + " FROM " + fromClause + " WHERE " + keyCondition());
         describe(fetchStmt->handle(), parts.tables);
         if (stride == 1) {
             updatable = true;
@@ -196,20 +201,31 @@ public:
                               jet::foldCase(f.table) == jet::foldCase(parts.tables[0].name);
         }
 
-        std::unique_ptr<Statement> keyset;
+        Statement* keyset = nullptr;
+        std::unique_ptr<Statement> fallback;
         try {
-            keyset = conn->prepare(keysetSql(""));
+            keyset = &conn->cached(keysetSql(""));
         } catch (const DaoError&) {
             // An ORDER BY that names a column of the select list by its alias needs the list.
-            keyset = conn->prepare("SELECT " + keyColumns + ", " + selectList + " FROM " + fromClause +
-                                   (whereClause.empty() ? "" : " WHERE " + whereClause) +
-                                   " ORDER BY " + (orderClause.empty() ? "" : orderClause + ", ") +
-                                   keyColumns);
+            fallback = conn->prepare("SELECT " + keyColumns + ", " + selectList + " FROM " + fromClause +
+                                     (whereClause.empty() ? "" : " WHERE " + whereClause) + " ORDER BY " +
+                                     (orderClause.empty() ? "" : orderClause + ", ") + keyColumns);
+            keyset = fallback.get();
         }
+        bindParams(*keyset);
         while (keyset->step())
             for (int i = 0; i < stride; ++i) keys.push_back(keyset->column(i).toInteger());
+        keyset->reset();
         origCount = static_cast<long>(keys.size() / stride);
         moveToIndex(origCount > 0 ? 0 : -1);
+    }
+
+    // The row ids of one row, as parameters after the query's own values.
+    std::string keyCondition() const {
+        std::string where;
+        for (int i = 0; i < stride; ++i)
+            where += (i ? " AND " : "") + keyQualifiers[i] + " = ?" + std::to_string(paramCount() + i + 1);
+        return where;
     }
 
     std::string keysetSql(const std::string& criteria) const {
@@ -222,6 +238,7 @@ public:
     void openSnapshot(const std::string& sql, const jet::SelectParts& parts) {
         mode = Mode::Snapshot;
         auto st = conn->prepare(sql);
+        bindParams(*st);
         describe(st->handle(), parts.tables);
         if (parts.tables.size() == 1) snapshotQualifier = parts.tables[0].qualifier;
         while (st->step()) {
@@ -385,10 +402,13 @@ public:
     // ---- rows ----------------------------------------------------------------------------
     std::vector<Variant> fetchByKeys(const long long* k) {
         fetchStmt->reset();
-        for (int i = 0; i < stride; ++i) fetchStmt->bind(i + 1, Variant(k[i]));
+        if (mode == Mode::Keyset) bindParams(*fetchStmt);
+        const int first = mode == Mode::Keyset ? paramCount() + 1 : 1;
+        for (int i = 0; i < stride; ++i) fetchStmt->bind(first + i, Variant(k[i]));
         std::vector<Variant> row;
         if (!fetchStmt->step()) throwDao(kSource, err::kRecordDeleted, "Datensatz ist gelöscht.");
         for (int i = 0; i < fetchStmt->columnCount(); ++i) row.push_back(fetchStmt->column(i));
+        fetchStmt->reset();
         return row;
     }
 
@@ -452,6 +472,7 @@ public:
         if (mode == Mode::Snapshot) return findInSnapshot(crit, after);
         buildKeyIndex();
         auto st = conn->prepare(keysetSql(crit));
+        bindParams(*st);
         std::vector<long long> k(stride);
         while (st->step()) {
             for (int i = 0; i < stride; ++i) k[i] = st->column(i).toInteger();
@@ -462,10 +483,10 @@ public:
         // Rows added through this recordset stand at its end, whatever the order says.
         const long n = count();
         for (long i = std::max(after + 1, origCount); i < n; ++i) {
-            std::string where;
-            for (int j = 0; j < stride; ++j) where += (j ? " AND " : "") + keyQualifiers[j] + " = ?" + std::to_string(j + 1);
-            auto& one = stmt("SELECT 1 FROM " + fromClause + " WHERE " + where + " AND (" + crit + ")");
-            for (int j = 0; j < stride; ++j) one.bind(j + 1, Variant(keys[static_cast<size_t>(i) * stride + j]));
+            auto& one = stmt("SELECT 1 FROM " + fromClause + " WHERE " + keyCondition() + " AND (" + crit + ")");
+            bindParams(one);
+            for (int j = 0; j < stride; ++j)
+                one.bind(paramCount() + j + 1, Variant(keys[static_cast<size_t>(i) * stride + j]));
             if (one.step()) return i;
         }
         return std::nullopt;
@@ -491,14 +512,14 @@ public:
     void find(const std::string& criteria, bool fromStart) {
         if (mode == Mode::Table) {
             // Values become parameters, so that the import's many finds share one statement.
-            const auto p = jet::translateAndParameterize(criteria);
+            const auto p = jet::prepare(criteria);
             std::optional<long long> r;
             if (fromStart || bof || !eof) {
                 const bool after = !(fromStart || bof);
                 // The criteria's parameters come first: a named one ahead of them would take ?1.
-                auto& st = conn->cached("SELECT rowid FROM " + baseTable + " WHERE (" + p.sql + ")" +
+                auto& st = conn->cached("SELECT rowid FROM " + baseTable + " WHERE (" + p.shape->sql + ")" +
                                         (after ? " AND rowid > @after" : "") + " ORDER BY rowid LIMIT 1");
-                st.bindAll(p.values);
+                st.bindValues(p.values, p.shape->numeric);
                 if (after) st.bind("@after", Variant(rowid));
                 if (st.step()) r = st.column(0).toInteger();
             }
@@ -663,9 +684,9 @@ public:
     long long deleteWhere(const std::string& criteria) {
         check();
         requireUpdatable();
-        const auto p = jet::translateAndParameterize(criteria);
-        auto& st = conn->cached("DELETE FROM " + baseTable + " WHERE " + p.sql);
-        st.bindAll(p.values);
+        const auto p = jet::prepare(criteria);
+        auto& st = conn->cached("DELETE FROM " + baseTable + " WHERE " + p.shape->sql);
+        st.bindValues(p.values, p.shape->numeric);
         st.step();
         rowCache.reset();
         return sqlite3_changes64(conn->handle());
@@ -791,7 +812,7 @@ void Recordset::Close() {
     impl_->closed = true;
     impl_->statements.clear();
     impl_->inserts.clear();
-    impl_->fetchStmt.reset();
+    impl_->fetchStmt = nullptr;
     impl_->conn.reset();
     impl_.reset();
 }
