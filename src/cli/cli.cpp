@@ -15,6 +15,7 @@ void usage(std::ostream& err) {
     err << "Aufruf:\n"
            "  tolma-cli [--home VERZEICHNIS] [--yes|--no|--answers JN...] BEFEHL ...\n"
            "  tolma-cli [--home VERZEICHNIS] import [--yes|--no] DATEI\n"
+           "  tolma-cli [--home VERZEICHNIS] export [--by-key] [--set INDEX=WERT]...\n"
            "  tolma-cli [--home VERZEICHNIS] sql [--settings] ANWEISUNG\n"
            "  tolma-cli --version\n";
 }
@@ -72,6 +73,7 @@ int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream
     const std::vector<std::string> rest(args.begin() + static_cast<long>(i) + 1, args.end());
     if (command == "sql") return commandSql(options, rest, out, err);
     if (command == "import") return commandImport(options, rest, out, err);
+    if (command == "export") return commandExport(options, rest, out, err);
     err << "Unbekannter Befehl: " << command << "\n";
     usage(err);
     return kExitUsage;

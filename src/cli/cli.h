@@ -21,6 +21,8 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
 struct Options;
 int commandImport(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                   std::ostream& err);
+int commandExport(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                  std::ostream& err);
 int commandSql(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                std::ostream& err);
 

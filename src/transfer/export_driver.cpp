@@ -1,0 +1,178 @@
+#include "core/error_log.h"
+#include "model/values.h"
+#include "transfer/export_form.h"
+#include "transfer/export_record.h"
+#include "transfer/field_store.h"
+
+namespace tolma::transfer {
+namespace {
+
+const char* kTitel = "Text-Export!";
+
+// Format() with a mask of "@": the text right-aligned in the mask's width.
+std::string masked(long value, const std::string& mask) {
+    std::string text = std::to_string(value);
+    if (text.size() < mask.size()) text.insert(0, mask.size() - text.size(), ' ');
+    return text;
+}
+
+std::string fileTime(const core::Globals& g) {
+    const std::time_t t = g.clock();
+    std::tm tm{};
+    localtime_r(&t, &tm);
+    char buf[32];
+    std::strftime(buf, sizeof buf, "%d-%m-%Y_%H-%M-%S", &tm);
+    return buf;
+}
+
+void writeHead(ExportContext& ctx, const VerwaltungsblockForm& form, long total) {
+    auto box = [&](int i) { return model::trimBlanks(form.Text1[static_cast<size_t>(i)].text); };
+    auto element = [&](const char* name, const std::string& value) {
+        ctx.line(std::string("<") + name + ">" + value + "</" + name + ">");
+    };
+    ctx.line("<gewerbedatei xmlns:tolmaML='http://www.tolma.de/tolma.htm'>");
+    ctx.line("<verwaltungsblock>");
+    element("verarbeitungsart", box(0));
+    element("struktur", box(1));
+    element("tml-version", box(14));
+    element("erstelldatum", headDate(box(2)));
+    element("erstellzeit", box(3));
+    element("ersteller", box(4));
+    element("ersteller-id", box(5));
+    element("erstellquelle", box(6));
+    element("ersteller-email", box(7));
+    element("berichts-zeitraum-von", headDate(box(8)));
+    element("berichts-zeitraum-bis", headDate(box(9)));
+    element("zahl-betriebe-gesamt", std::to_string(total));
+    ctx.line("<gemeinden>");
+    ctx.line("<gemeinde>");
+    element("gem-name", box(11));
+    element("gem-kz", box(12));
+    element("gem-telefon", box(13));
+    ctx.line("</gemeinde>");
+    ctx.line("</gemeinden>");
+    ctx.line("</verwaltungsblock>");
+    ctx.line("<datenblock>");
+}
+
+// From the last row back to the first: the newest state of a business is "E" when it has an
+// end, "A" otherwise; an older state is "H".
+void refreshProcessingStatus(store::Recordset& rs) {
+    std::string vorher;
+    for (rs.MoveLast(); !rs.Bof(); rs.MovePrevious()) {
+        rs.Edit();
+        const std::string nr = rs.Fields("betr-nr").Value().toString();
+        if (nr != vorher)
+            rs.Fields("bearb-status").setValue(model::trimBlanks(rs.Fields("betr-Ende").Value().toString()).empty() ? "A" : "E");
+        else
+            rs.Fields("bearb-status").setValue("H");
+        rs.Update();
+        vorher = nr;
+    }
+}
+
+}  // namespace
+
+ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const std::string& mode) {
+    ExportResult result;
+    auto& view = g.startView;
+    TmlWriter out;
+    store::Recordset keys;
+    auto finish = [&] {
+        keys.Close();
+        g.marks.menue_export_textdatei = false;
+        view.Label2 = "Auswahl von Gewerbedaten!";
+        view.MousePointer = 0;
+        g.refreshView();
+    };
+    g.akt_schritt = 0;
+    g.marks.menue_export_textdatei = true;
+    try {
+        long n = 1;
+        if (mode == "schluesselfeld") {
+            keys = g.db_daten.OpenRecordset(kKeyQuery);
+            if (keys.RecordCount() == 0) {
+                core::showMessage(g, "In der Datenbank wurden keine Schlüsselnummern gefunden!", core::msg::vbInformation,
+                                  kTitel);
+                finish();
+                return result;
+            }
+            keys.MoveLast();
+            keys.MoveFirst();
+            n = keys.RecordCount();
+        }
+        for (long k = 1; k <= n; ++k) {
+            std::string key, query;
+            if (mode == "schluesselfeld") {
+                key = keys.Fields("schluesselfeld").Value().toString();
+                keys.MoveNext();
+                query = "SELECT distinctrow * FROM betrieb WHERE betrieb.schluesselfeld = '" + escapeQuotes(key) +
+                        "'ORDER BY betrieb.[betr-nr], betrieb.[betr-hist-nr];";
+            } else {
+                query = "SELECT distinctrow * FROM betrieb ORDER BY betrieb.[betr-nr], betrieb.[betr-hist-nr];";
+            }
+            g.rs_betrieb = g.db_daten.OpenRecordset(query);
+            store::Recordset& rs = g.rs_betrieb;
+            if (rs.RecordCount() == 0) {
+                core::showMessage(g, "Es wurden keine Daten in der Betriebsdatenbank gefunden!", core::msg::vbInformation,
+                                  kTitel);
+                continue;
+            }
+            view.MousePointer = 11;
+            rs.MoveLast();
+            const long total = rs.RecordCount();
+            view.ProgressBar1Max = static_cast<int>(total);
+            view.ProgressBar1Value = 0;
+            const std::string mask(std::to_string(total).size() + 1, '@');
+            const std::string name = (mode == "schluesselfeld" ? key + "_" : std::string()) + fileTime(g) + ".tml";
+            const std::string path = g.pfad_dat + name;
+            if (!out.open(path)) throw core::RuntimeError(76, "Pfad nicht gefunden: '" + path + "'");
+            result.files.push_back(path);
+            ExportContext ctx{g, out, ""};
+            writeHead(ctx, form, total);
+            g.unloadForm("Frm_Verwaltungsblock");
+            refreshProcessingStatus(rs);
+
+            rs.MoveFirst();
+            long counter = 0;
+            g.akt_schritt = 1;
+            while (!rs.Eof()) {
+                g.doEvents();
+                if (g.taste == 27) {
+                    g.taste = 0;
+                    core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation, kTitel);
+                    view.ProgressBar1Value = 0;
+                    finish();
+                    out.close();  // the half-written file stays as it is
+                    result.outcome = ExportResult::Outcome::Cancelled;
+                    return result;
+                }
+                ++counter;
+                ctx.line("<betrieb>");
+                view.ProgressBar1Value = static_cast<int>(counter);
+                view.Label2 = "Übertrage Satz " + masked(counter, mask) + " von " + masked(total, mask) +
+                              " (ESC = Abbrechen)";
+                g.refreshView();
+                ctx.betrNr = rs.Fields("betr-nr").Value().toString();
+                TML_Exp_2_Tabellen(ctx, ctx.betrNr, rs.Fields("betr-hist-nr").Value().toString());
+                ctx.line("</betrieb>");
+                rs.MoveNext();
+            }
+            ctx.line("</datenblock>");
+            ctx.line("</gewerbedatei>");
+            out.close();
+            core::showMessage(g, "Die Datei '" + name + "' wurde im Verzeichnis '" + g.pfad_dat + "' erstellt!",
+                              core::msg::vbInformation, kTitel);
+        }
+        g.akt_schritt = 2;
+        finish();
+        return result;
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "TML_Exp_1", e);
+        out.close();
+        result.outcome = ExportResult::Outcome::Failed;
+        return result;
+    }
+}
+
+}  // namespace tolma::transfer
