@@ -73,6 +73,9 @@ public:
     // A statement kept for reuse, reset and ready for binding.
     Statement& cached(const std::string& sql);
 
+    // A value kept with the connection under a key, for what is worked out once per query shape.
+    std::shared_ptr<const void>& memo(const std::string& key) { return memo_[key]; }
+
     // Changes made through this connection so far; a cheap test whether cached counts hold.
     long long totalChanges() const;
 
@@ -92,6 +95,7 @@ private:
     std::string key_;
     int batchDepth_ = 0;
     std::unordered_map<std::string, std::unique_ptr<Statement>> cache_;
+    std::unordered_map<std::string, std::shared_ptr<const void>> memo_;
 };
 
 }  // namespace tolma::store

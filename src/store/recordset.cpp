@@ -69,8 +69,15 @@ std::string unbracket(const std::string& s) {
 
 }  // namespace
 
+// The fields of a query shape, described once per connection and shared by its recordsets.
+struct FieldSet {
+    std::vector<FieldInfo> list;
+    std::unordered_map<std::string, int> exact, folded;
+};
+
 class RecordsetImpl {
 public:
+    static constexpr size_t kPrefetchRows = 16;
     enum class Mode { Table, Keyset, Snapshot };
     enum class EditMode { None, Edit, Add };
 
@@ -78,7 +85,8 @@ public:
     std::string name;
     Mode mode = Mode::Snapshot;
     bool closed = false;
-    std::vector<FieldInfo> fields;
+    std::shared_ptr<const FieldSet> fieldSet;
+    const std::vector<FieldInfo>& fields() const { return fieldSet->list; }
     bool updatable = false;
     std::string baseTable;  // bracketed, for writing
 
@@ -109,6 +117,8 @@ public:
     void bindParams(Statement& st) const { st.bindValues(params, numericParams); }
     int paramCount() const { return static_cast<int>(params.size()); }
     std::optional<std::vector<Variant>> rowCache;
+    // The rows of a small query, read with their keys at opening: no fetch per row.
+    std::vector<std::vector<Variant>> prefetched;
 
     EditMode edit = EditMode::None;
     std::vector<std::optional<Variant>> pending;
@@ -133,9 +143,20 @@ public:
     }
 
     // ---- opening -------------------------------------------------------------------------
-    void describe(sqlite3_stmt* st, const std::vector<jet::TableRef>& tables) {
-        fields.clear();
+    // Names, types and sizes of a statement's columns; kept per connection under `key`, so
+    // that recordsets of one shape describe their fields once. `writable` names the base table
+    // whose columns can be written, if any.
+    void describe(Statement& statement, const std::string& key, const std::vector<jet::TableRef>& tables,
+                  const std::string& writable) {
+        auto& memo = conn->memo("fields:" + key);
+        if (memo) {
+            fieldSet = std::static_pointer_cast<const FieldSet>(memo);
+            return;
+        }
+        auto set = std::make_shared<FieldSet>();
+        sqlite3_stmt* st = statement.handle();
         const int n = sqlite3_column_count(st);
+        std::unordered_map<std::string, int> seen;
         for (int i = 0; i < n; ++i) {
             FieldInfo f;
             f.name = sqlite3_column_name(st, i);
@@ -144,30 +165,33 @@ public:
             f.table = t ? t : "";
             f.column = c ? c : "";
             typeFromDeclaration(sqlite3_column_decltype(st, i), f);
-            fields.push_back(f);
+            f.updatable = !writable.empty() && !f.column.empty() && jet::foldCase(f.table) == jet::foldCase(writable);
+            ++seen[jet::foldCase(f.name)];
+            set->list.push_back(f);
         }
         // A name that two tables share is told apart by its table, as the old engine does.
-        std::vector<bool> shared(fields.size());
-        for (size_t i = 0; i < fields.size(); ++i)
-            for (size_t j = 0; j < fields.size(); ++j)
-                if (i != j && jet::foldCase(fields[i].name) == jet::foldCase(fields[j].name)) shared[i] = true;
-        for (size_t i = 0; i < fields.size(); ++i) {
-            FieldInfo& f = fields[i];
-            if (!shared[i] || f.table.empty()) continue;
+        for (auto& f : set->list) {
+            if (seen[jet::foldCase(f.name)] < 2 || f.table.empty()) continue;
             std::string qualifier = f.table;
             for (const auto& ref : tables)
                 if (jet::foldCase(ref.name) == jet::foldCase(f.table)) qualifier = unbracket(ref.qualifier);
             f.name = qualifier + "." + f.name;
         }
+        for (size_t i = 0; i < set->list.size(); ++i) {
+            set->exact.emplace(set->list[i].name, static_cast<int>(i));
+            set->folded.emplace(jet::foldCase(set->list[i].name), static_cast<int>(i));
+        }
+        memo = set;
+        fieldSet = set;
     }
 
     void openTable(const std::string& table) {
         mode = Mode::Table;
         baseTable = bracket(table);
         updatable = true;
-        fetchStmt = &conn->cached("SELECT * FROM " + baseTable + " WHERE rowid = ?1");
-        describe(fetchStmt->handle(), {{table, table}});
-        for (auto& f : fields) f.updatable = !f.column.empty();
+        const std::string fetchSql = "SELECT * FROM " + baseTable + " WHERE rowid = ?1";
+        fetchStmt = &conn->cached(fetchSql);
+        describe(*fetchStmt, fetchSql, {{table, table}}, table);
         auto first = tableStep("SELECT rowid FROM " + baseTable + " ORDER BY rowid LIMIT 1", {});
         positionTable(first);
     }
@@ -191,14 +215,38 @@ public:
             keyQualifiers.push_back(parts.tables[i].qualifier + ".rowid");
             keyColumns += (i ? ", " : "") + keyQualifiers.back();
         }
-        fetchStmt = &conn->cached("SELECT " + selectList + " FROM " + fromClause + " WHERE " + keyCondition());
-        describe(fetchStmt->handle(), parts.tables);
+        const std::string fetchSql = "SELECT " + selectList + " FROM " + fromClause + " WHERE " + keyCondition();
+        fetchStmt = &conn->cached(fetchSql);
         if (stride == 1) {
             updatable = true;
             baseTable = bracket(parts.tables[0].name);
-            for (auto& f : fields)
-                f.updatable = !f.column.empty() &&
-                              jet::foldCase(f.table) == jet::foldCase(parts.tables[0].name);
+        }
+        describe(*fetchStmt, fetchSql, parts.tables, stride == 1 ? parts.tables[0].name : std::string());
+
+        // Most queries give a few rows: read them whole with their keys in one statement, and
+        // fall back to a keyset of their keys alone when there are more.
+        {
+            const std::string rowsSql = "SELECT " + keyColumns + ", " + selectList + " FROM " + fromClause +
+                                        (whereClause.empty() ? "" : " WHERE " + whereClause) + orderBy() +
+                                        " LIMIT " + std::to_string(kPrefetchRows + 1);
+            Statement& first = conn->cached(rowsSql);
+            bindParams(first);
+            std::vector<long long> firstKeys;
+            while (first.step()) {
+                for (int i = 0; i < stride; ++i) firstKeys.push_back(first.column(i).toInteger());
+                std::vector<Variant> row;
+                row.reserve(static_cast<size_t>(first.columnCount() - stride));
+                for (int i = stride; i < first.columnCount(); ++i) row.push_back(first.column(i));
+                prefetched.push_back(std::move(row));
+            }
+            first.reset();
+            if (prefetched.size() <= kPrefetchRows) {
+                keys = std::move(firstKeys);
+                origCount = static_cast<long>(keys.size() / stride);
+                moveToIndex(origCount > 0 ? 0 : -1);
+                return;
+            }
+            prefetched.clear();
         }
 
         Statement* keyset = nullptr;
@@ -208,8 +256,7 @@ public:
         } catch (const DaoError&) {
             // An ORDER BY that names a column of the select list by its alias needs the list.
             fallback = conn->prepare("SELECT " + keyColumns + ", " + selectList + " FROM " + fromClause +
-                                     (whereClause.empty() ? "" : " WHERE " + whereClause) + " ORDER BY " +
-                                     (orderClause.empty() ? "" : orderClause + ", ") + keyColumns);
+                                     (whereClause.empty() ? "" : " WHERE " + whereClause) + orderBy());
             keyset = fallback.get();
         }
         bindParams(*keyset);
@@ -228,18 +275,21 @@ public:
         return where;
     }
 
+    // The order of the rows: the query's own, made total by the row ids; without an order of
+    // its own, the order in which the rows were stored.
+    std::string orderBy() const { return " ORDER BY " + (orderClause.empty() ? "" : orderClause + ", ") + keyColumns; }
+
     std::string keysetSql(const std::string& criteria) const {
         std::string where = whereClause;
         if (!criteria.empty()) where = where.empty() ? "(" + criteria + ")" : "(" + where + ") AND (" + criteria + ")";
-        return "SELECT " + keyColumns + " FROM " + fromClause + (where.empty() ? "" : " WHERE " + where) +
-               " ORDER BY " + (orderClause.empty() ? "" : orderClause + ", ") + keyColumns;
+        return "SELECT " + keyColumns + " FROM " + fromClause + (where.empty() ? "" : " WHERE " + where) + orderBy();
     }
 
     void openSnapshot(const std::string& sql, const jet::SelectParts& parts) {
         mode = Mode::Snapshot;
         auto st = conn->prepare(sql);
         bindParams(*st);
-        describe(st->handle(), parts.tables);
+        describe(*st, sql, parts.tables, "");
         if (parts.tables.size() == 1) snapshotQualifier = parts.tables[0].qualifier;
         while (st->step()) {
             std::vector<Variant> row;
@@ -420,7 +470,9 @@ public:
                     rowCache = fetchByKeys(&rowid);
                     break;
                 case Mode::Keyset:
-                    rowCache = fetchByKeys(&keys[static_cast<size_t>(index) * stride]);
+                    rowCache = static_cast<size_t>(index) < prefetched.size()
+                                   ? prefetched[static_cast<size_t>(index)]
+                                   : fetchByKeys(&keys[static_cast<size_t>(index) * stride]);
                     break;
                 case Mode::Snapshot:
                     rowCache = rows[static_cast<size_t>(index)];
@@ -430,10 +482,13 @@ public:
         return *rowCache;
     }
 
+    const std::vector<Variant>& currentRow() { return current(); }
+
     std::vector<Variant> rowAt(long p) {
         if (p < 0 || p >= count()) throwDao(kSource, err::kNoCurrentRecord, "Kein aktueller Datensatz.");
         switch (mode) {
             case Mode::Keyset:
+                if (static_cast<size_t>(p) < prefetched.size()) return prefetched[static_cast<size_t>(p)];
                 return fetchByKeys(&keys[static_cast<size_t>(p) * stride]);
             case Mode::Snapshot:
                 return rows[static_cast<size_t>(p)];
@@ -474,11 +529,12 @@ public:
         auto st = conn->prepare(keysetSql(crit));
         bindParams(*st);
         std::vector<long long> k(stride);
+        // Matches come in the recordset's own order: the first one after `after` is the answer.
         while (st->step()) {
             for (int i = 0; i < stride; ++i) k[i] = st->column(i).toInteger();
             auto it = keyIndex.find(keyString(k.data()));
-            if (it == keyIndex.end() || it->second >= origCount) continue;
-            if (it->second > after) return it->second;
+            if (it == keyIndex.end() || it->second >= origCount || it->second <= after) continue;
+            return it->second;
         }
         // Rows added through this recordset stand at its end, whatever the order says.
         const long n = count();
@@ -494,8 +550,8 @@ public:
 
     std::optional<long> findInSnapshot(const std::string& crit, long after) {
         std::string list;
-        for (size_t i = 0; i < fields.size(); ++i) {
-            std::string col = fields[i].name;
+        for (size_t i = 0; i < fields().size(); ++i) {
+            std::string col = fields()[i].name;
             if (auto dot = col.find('.'); dot != std::string::npos) col = col.substr(dot + 1);
             list += (i ? ", " : "") + std::string("?") + std::to_string(i + 1) + " AS " + bracket(col);
         }
@@ -503,7 +559,7 @@ public:
         auto st = conn->prepare("SELECT 1 FROM (SELECT " + list + ") AS " + q + " WHERE " + crit);
         for (long i = after + 1; i < static_cast<long>(rows.size()); ++i) {
             st->reset();
-            for (size_t j = 0; j < fields.size(); ++j) st->bind(static_cast<int>(j + 1), rows[i][j]);
+            for (size_t j = 0; j < fields().size(); ++j) st->bind(static_cast<int>(j + 1), rows[i][j]);
             if (st->step()) return i;
         }
         return std::nullopt;
@@ -580,7 +636,7 @@ public:
         requireUpdatable();
         if (edit == EditMode::None)
             throwDao("DAO.Field", err::kUpdateWithoutEdit, "Aktualisieren oder Abbrechen ohne Hinzufügen oder Bearbeiten.");
-        const FieldInfo& f = fields[static_cast<size_t>(i)];
+        const FieldInfo& f = fields()[static_cast<size_t>(i)];
         if (!f.updatable) throwDao("DAO.Field", err::kFieldNotUpdatable, "Feld '" + f.name + "' kann nicht aktualisiert werden.");
         pending[static_cast<size_t>(i)].emplace(converted(f, v));
     }
@@ -596,7 +652,7 @@ public:
         check();
         requireUpdatable();
         edit = EditMode::Add;  // a pending row of an earlier AddNew is dropped
-        pending.assign(fields.size(), std::nullopt);
+        pending.assign(fields().size(), std::nullopt);
     }
 
     void beginEdit() {
@@ -604,7 +660,7 @@ public:
         requireUpdatable();
         requireCurrent();
         edit = EditMode::Edit;
-        pending.assign(fields.size(), std::nullopt);
+        pending.assign(fields().size(), std::nullopt);
     }
 
     void update() {
@@ -612,9 +668,9 @@ public:
         if (edit == EditMode::None)
             throwDao(kSource, err::kUpdateWithoutEdit, "Aktualisieren oder Abbrechen ohne Hinzufügen oder Bearbeiten.");
         // The columns set, one character each: the key of the prepared statement.
-        std::string pattern(fields.size(), '0');
+        std::string pattern(fields().size(), '0');
         std::vector<const Variant*> values;
-        for (size_t i = 0; i < fields.size(); ++i) {
+        for (size_t i = 0; i < fields().size(); ++i) {
             if (!pending[i]) continue;
             pattern[i] = '1';
             values.push_back(&*pending[i]);
@@ -636,9 +692,9 @@ public:
             }
         } else if (!values.empty()) {
             std::string sets;
-            for (size_t i = 0, n = 0; i < fields.size(); ++i) {
+            for (size_t i = 0, n = 0; i < fields().size(); ++i) {
                 if (pattern[i] != '1') continue;
-                sets += (n ? ", " : "") + bracket(fields[i].column) + " = ?" + std::to_string(n + 1);
+                sets += (n ? ", " : "") + bracket(fields()[i].column) + " = ?" + std::to_string(n + 1);
                 ++n;
             }
             const long long id = currentRowid();
@@ -650,6 +706,7 @@ public:
         }
         edit = EditMode::None;
         pending.clear();
+        prefetched.clear();  // a stored row is read anew
     }
 
     std::unordered_map<std::string, std::unique_ptr<Statement>> inserts;
@@ -664,9 +721,9 @@ public:
         auto& st = inserts[pattern];
         if (!st) {
             std::string cols, marks;
-            for (size_t i = 0, n = 0; i < fields.size(); ++i) {
+            for (size_t i = 0, n = 0; i < fields().size(); ++i) {
                 if (pattern[i] != '1') continue;
-                cols += (n ? ", " : "") + bracket(fields[i].column);
+                cols += (n ? ", " : "") + bracket(fields()[i].column);
                 marks += (n ? ", ?" : "?") + std::to_string(n + 1);
                 ++n;
             }
@@ -679,8 +736,6 @@ public:
         return *st;
     }
 
-    std::unordered_map<std::string, int> nameIndex;
-
     long long deleteWhere(const std::string& criteria) {
         check();
         requireUpdatable();
@@ -689,6 +744,7 @@ public:
         st.bindValues(p.values, p.shape->numeric);
         st.step();
         rowCache.reset();
+        prefetched.clear();
         return sqlite3_changes64(conn->handle());
     }
 
@@ -707,6 +763,7 @@ public:
         st.step();
         rowCache.reset();
         if (mode == Mode::Keyset) {
+            prefetched.clear();
             keys.erase(keys.begin() + index);
             if (index < origCount) --origCount;
             keyIndexValid = false;
@@ -777,21 +834,15 @@ void Recordset::CancelUpdate() { impl().cancelUpdate(); }
 void Recordset::Delete() { impl().remove(); }
 long long Recordset::deleteWhere(const std::string& criteria) { return impl().deleteWhere(criteria); }
 bool Recordset::editing() const { return impl().edit != RecordsetImpl::EditMode::None; }
-int Recordset::FieldCount() const { return static_cast<int>(impl().fields.size()); }
-const std::vector<FieldInfo>& Recordset::fieldInfos() const { return impl().fields; }
+int Recordset::FieldCount() const { return static_cast<int>(impl().fields().size()); }
+const std::vector<FieldInfo>& Recordset::fieldInfos() const { return impl().fields(); }
 std::vector<Variant> Recordset::rowAt(long position) const { return impl().rowAt(position); }
+const std::vector<Variant>& Recordset::currentRow() const { return impl().currentRow(); }
 
 int Recordset::fieldIndex(const std::string& name) const {
-    auto& rs = impl();
-    const auto& fields = rs.fields;
-    if (rs.nameIndex.empty())
-        for (size_t i = 0; i < fields.size(); ++i) rs.nameIndex.emplace(fields[i].name, static_cast<int>(i));
-    if (auto it = rs.nameIndex.find(name); it != rs.nameIndex.end()) return it->second;
-    for (size_t i = 0; i < fields.size(); ++i)
-        if (fields[i].name == name) return static_cast<int>(i);
-    const std::string folded = jet::foldCase(name);
-    for (size_t i = 0; i < fields.size(); ++i)
-        if (jet::foldCase(fields[i].name) == folded) return static_cast<int>(i);
+    const FieldSet& set = *impl().fieldSet;
+    if (auto it = set.exact.find(name); it != set.exact.end()) return it->second;
+    if (auto it = set.folded.find(jet::foldCase(name)); it != set.folded.end()) return it->second;
     return -1;
 }
 
@@ -817,9 +868,9 @@ void Recordset::Close() {
     impl_.reset();
 }
 
-const std::string& Field::Name() const { return rs_->fields[static_cast<size_t>(index_)].name; }
-int Field::Type() const { return rs_->fields[static_cast<size_t>(index_)].type; }
-int Field::Size() const { return rs_->fields[static_cast<size_t>(index_)].size; }
+const std::string& Field::Name() const { return rs_->fields()[static_cast<size_t>(index_)].name; }
+int Field::Type() const { return rs_->fields()[static_cast<size_t>(index_)].type; }
+int Field::Size() const { return rs_->fields()[static_cast<size_t>(index_)].size; }
 Variant Field::Value() const { return rs_->fieldValue(index_); }
 void Field::setValue(const Variant& value) { rs_->setField(index_, value); }
 

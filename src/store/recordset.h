@@ -93,6 +93,8 @@ public:
     const std::vector<FieldInfo>& fieldInfos() const;
     int fieldIndex(const std::string& name) const;  // -1 if there is no such field
 
+    // The values of the current row, in the order of fieldInfos().
+    const std::vector<Variant>& currentRow() const;
     // A row by its place, without moving the current row (for grids that fetch lazily).
     std::vector<Variant> rowAt(long position) const;
 

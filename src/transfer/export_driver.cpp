@@ -1,4 +1,5 @@
 #include "core/error_log.h"
+#include "store/connection.h"
 #include "model/values.h"
 #include "transfer/export_form.h"
 #include "transfer/export_record.h"
@@ -57,7 +58,14 @@ void writeHead(ExportContext& ctx, const VerwaltungsblockForm& form, long total)
 
 // From the last row back to the first: the newest state of a business is "E" when it has an
 // end, "A" otherwise; an older state is "H".
-void refreshProcessingStatus(store::Recordset& rs) {
+void refreshProcessingStatus(const core::Globals& g, store::Recordset& rs) {
+    // One transaction for the whole refresh: a row each would cost a commit each.
+    const auto connection = g.db_daten.connection();
+    connection->beginBatch();
+    struct Commit {
+        store::Connection& c;
+        ~Commit() { c.commitBatch(); }
+    } commit{*connection};
     std::string vorher;
     for (rs.MoveLast(); !rs.Bof(); rs.MovePrevious()) {
         rs.Edit();
@@ -131,7 +139,7 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
             ExportContext ctx{g, out, ""};
             writeHead(ctx, form, total);
             g.unloadForm("Frm_Verwaltungsblock");
-            refreshProcessingStatus(rs);
+            refreshProcessingStatus(g, rs);
 
             rs.MoveFirst();
             long counter = 0;

@@ -38,12 +38,12 @@ void TML_Exp_Felder(ExportContext& ctx, store::Recordset& table) {
         const std::string& source = table.Name();
         const bool personSub = source.find("person_erlaubnis") != std::string::npos ||
                                source.find("person_handwerkskarte") != std::string::npos;
-        const int n = table.FieldCount();
-        for (int i = 0; i < n; ++i) {
-            store::Field field = table.Fields(i);
-            std::string value = field.Value().toString();
+        const auto& infos = table.fieldInfos();
+        const auto& row = table.currentRow();
+        for (size_t i = 0; i < infos.size(); ++i) {
+            std::string value = row[i].toString();
             if (model::trimBlanks(value).empty()) continue;
-            const std::string& name = field.Name();
+            const std::string& name = infos[i].name;
             // The keys stand on lines of their own and are never written twice.
             if (name == "betr-nr" || name == "betr-hist-nr" || name == "gem-kz") continue;
             if (name == "pers-nr" && personSub) continue;

@@ -14,6 +14,8 @@ public:
     bool isOpen() const { return out_.is_open(); }
     // Writes one line; returns the number of characters written as "?".
     int line(std::string_view utf8);
+    // Puts the lines written so far into the file.
+    void flush();
     void close();
 
 private:
