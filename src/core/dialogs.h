@@ -29,6 +29,12 @@ public:
     virtual int MsgBox(const std::string& text, int style, const std::string& title) = 0;
     // Opens a text file for reading, without waiting (the old system's external editor).
     virtual void openInViewer(const std::string& path) = 0;
+    // The file dialog: a file to open, or the empty text when the clerk cancels. The filter
+    // is the old platform's "Text|pattern|Text|pattern|"; the index counts from 1.
+    virtual std::string chooseFile(const std::string& startDirectory, const std::string& filter, int filterIndex) {
+        (void)startDirectory, (void)filter, (void)filterIndex;
+        return {};
+    }
 };
 
 }  // namespace tolma::core

@@ -42,6 +42,14 @@ struct StartViewState {
     int ProgressBar1Max = 1000;
     int ProgressBar1Value = 0;
     int MousePointer = 0;  // 11 the hourglass
+    bool Command3Visible = false;
+    bool DATA_PERSVisible = false;
+    // The boxes that code fills: decoded codes and the function of a person.
+    std::string Text_Korrekturmeldung;
+    std::string Text_Schwerpunkt = "Schwerpunkt";
+    std::string Text_Ummeldung = "Ummeldung";
+    std::string TextPers_8;
+    std::string Text_136;  // bound to gem-name of DATA_ORG; DB_Load_DATA copies into it once
 };
 
 // The path boxes of Frm_Optionen that A_org_update reads.
@@ -82,6 +90,8 @@ struct Globals {
 
     // The last key pressed on the record view; 27 (ESC) cancels an import or export.
     std::int16_t taste = 0;
+    // The record view: the query just composed, the written marks, the function filter.
+    std::string sql_text, satz_gewaehlt, akt_funktion;
 
     MenuMarks marks;
     StartViewState startView;

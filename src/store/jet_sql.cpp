@@ -489,6 +489,16 @@ std::string bareTableName(std::string_view source) {
     return s;
 }
 
+std::string escapeValue(std::string_view value) {
+    std::string out;
+    out.reserve(value.size());
+    for (char c : value) {
+        out += c;
+        if (c == '\'') out += '\'';
+    }
+    return out;
+}
+
 bool likeMatch(std::string_view pattern, std::string_view text) {
     const std::u32string pat = decode(pattern);
     std::u32string str = decode(text);

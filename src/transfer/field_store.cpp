@@ -2,18 +2,11 @@
 
 #include "core/error_log.h"
 #include "model/values.h"
+#include "store/jet_sql.h"
 
 namespace tolma::transfer {
 
-std::string escapeQuotes(const std::string& value) {
-    std::string out;
-    out.reserve(value.size());
-    for (char c : value) {
-        out += c;
-        if (c == '\'') out += '\'';
-    }
-    return out;
-}
+std::string escapeQuotes(const std::string& value) { return store::jet::escapeValue(value); }
 
 bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value) {
     try {
