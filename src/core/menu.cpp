@@ -1,5 +1,9 @@
 #include "core/menu.h"
 
+#include <filesystem>
+
+#include "model/values.h"
+
 namespace tolma::core {
 
 void A_Fenster_schliessen(Globals& g) {
@@ -20,6 +24,27 @@ void A_Fenster_schliessen(Globals& g) {
         if (*e.form) g.unloadForm(e.form);
         g.marks.*(e.mark) = false;
     }
+}
+
+void menue_import_datenbank(Globals& g) {
+    if (g.marks.menue_import_datenbank) return;  // an import runs
+    A_Fenster_schliessen(g);
+    g.marks.menue_import_datenbank = true;
+    const std::string file =
+        g.dialogs ? g.dialogs->chooseFile(g.pfad_dat, "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2) : "";
+    if (!model::trimBlanks(file).empty()) {
+        g.startView.MDIForm1Enabled = false;
+        g.refreshView();
+        if (g.Upd_1_Start) g.Upd_1_Start(g, file);
+        g.startView.MDIForm1Enabled = true;
+    } else {
+        showMessage(g, "Es wurde keine Update-Datei ausgewählt!", msg::vbInformation, "Auswahl einer Update-Datei!");
+        g.marks.menue_import_datenbank = false;
+    }
+    // The file dialog may have changed the current directory.
+    std::error_code ec;
+    std::filesystem::current_path(g.pfad_app, ec);
+    g.refreshView();
 }
 
 }  // namespace tolma::core

@@ -1,23 +1,177 @@
 #include "ui/main_window.h"
 
 #include <QCloseEvent>
+#include <QDesktopServices>
 #include <QMdiArea>
+#include <QMdiSubWindow>
+#include <QMenuBar>
+#include <QUrl>
 
+#include "core/error_log.h"
+#include "core/menu.h"
+#include "core/version.h"
+#include "ui/record_view.h"
 #include "ui/twips.h"
 
 namespace tolma::ui {
+namespace {
 
-MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), mdiArea_(new QMdiArea(this)) {
+// The menu in its order: level, name, caption; hidden entries are disabled and not visible.
+struct MenuDef {
+    int level;
+    const char* name;
+    const char* caption;
+    bool hidden = false;
+};
+const MenuDef kMenu[] = {
+    {1, "menue_datei", "&Datei"},
+    {2, "menue_suchen_betrieb", "öffnen (&Betrieb)"},
+    {2, "menue_suchen_person", "öffnen (&Person)"},
+    {2, "menue_drucken", "&drucken..."},
+    {3, "menue_druck_betrieb", "aktueller &Betrieb"},
+    {3, "menue_druck_Person", "aktuelle &Person"},
+    {2, "menue_trenn1", "-"},
+    {2, "menue_beenden", "b&eenden"},
+    {1, "menue_bearbeiten", "&Bearbeiten"},
+    {2, "menue_import_datenbank", "Daten-&Import (TML --> Access)"},
+    {2, "menue_download_starten", "Daten-I&mport (WWW)", true},
+    {2, "menue_trenn2", "-"},
+    {2, "menue_export_datenbank", "Daten-&Export (Access)", true},
+    {3, "menue_Ums_auswahl", "&Umsetzdatei"},
+    {4, "menue_ums_generieren", "&generieren"},
+    {4, "menue_Ums_bearbeiten", "&bearbeiten"},
+    {3, "menue_DB_auswahl_export", "&Datenbank-Update starten"},
+    {2, "menue_export_textdatei", "Daten-E&xport (Access --> TML)"},
+    {1, "menue_extras", "&Extras"},
+    {2, "menue_extras_optionen", "&Optionen"},
+    {1, "menue_hilfe", "&Hilfe"},
+    {2, "menue_hilfe_suchen", "&suchen in der Hilfe"},
+    {2, "menue_hilfe_linie", "-"},
+    {2, "menue_info", "I&nfo..."},
+};
+
+}  // namespace
+
+MainWindow::MainWindow(core::Globals& g, QWidget* parent)
+    : QMainWindow(parent), g_(g), mdiArea_(new QMdiArea(this)), recordView_(new RecordView(g, this)) {
     setObjectName("MDIForm1");
-    // The caption of the design; the settings store's data kind replaces it at start-up.
-    setWindowTitle("TOLMA_4x_Access (betriebsbezogene Daten)");
+    setWindowTitle(QString::fromStdString(g_.caption));
     setCentralWidget(mdiArea_);
+    mdiArea_->setMinimumSize(200, 150);  // the window keeps its designed size; the view scrolls
     resize(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
+    buildMenu();
+    startWindow_ = mdiArea_->addSubWindow(recordView_, Qt::SubWindow | Qt::WindowTitleHint);
+    startWindow_->setObjectName("Frm_Start_Window");
+    startWindow_->setWindowTitle("Auswahl von Gewerbedaten");
+    startWindow_->showMaximized();
+}
+
+QAction* MainWindow::menuEntry(const std::string& name) const {
+    auto it = entries_.find(name);
+    return it == entries_.end() ? nullptr : it->second;
+}
+
+void MainWindow::buildMenu() {
+    QMenu* parents[5] = {nullptr, nullptr, nullptr, nullptr, nullptr};
+    bool hiddenBelow[5] = {false, false, false, false, false};
+    for (size_t i = 0; i < std::size(kMenu); ++i) {
+        const MenuDef& m = kMenu[i];
+        const bool hasChildren = i + 1 < std::size(kMenu) && kMenu[i + 1].level > m.level;
+        QAction* action = nullptr;
+        if (m.level == 1) {
+            parents[1] = menuBar()->addMenu(QString::fromUtf8(m.caption));
+            action = parents[1]->menuAction();
+        } else if (std::string(m.caption) == "-") {
+            action = parents[m.level - 1]->addSeparator();
+        } else if (hasChildren) {
+            parents[m.level] = parents[m.level - 1]->addMenu(QString::fromUtf8(m.caption));
+            action = parents[m.level]->menuAction();
+        } else {
+            action = parents[m.level - 1]->addAction(QString::fromUtf8(m.caption));
+            const std::string name = m.name;
+            connect(action, &QAction::triggered, this, [this, name] { trigger(name); });
+        }
+        action->setObjectName(m.name);
+        hiddenBelow[m.level] = m.hidden || (m.level > 1 && hiddenBelow[m.level - 1]);
+        if (m.hidden) {
+            action->setVisible(false);
+            action->setEnabled(false);
+        }
+        entries_[m.name] = action;
+    }
+    for (const char* marked : {"menue_suchen_person", "menue_suchen_betrieb", "menue_info", "menue_extras_optionen",
+                               "menue_import_datenbank", "menue_export_textdatei"})
+        entries_[marked]->setCheckable(true);
+}
+
+void MainWindow::notYet(const char* what) {
+    core::showMessage(g_, std::string(what) + " steht in dieser Fassung des Programms noch nicht zur Verfügung.",
+                      core::msg::vbInformation, "Hinweis");
+}
+
+void MainWindow::trigger(const std::string& name) {
+    // No exception may cross the event loop: a failure is logged as the program's own.
+    try {
+        if (name == "menue_import_datenbank") {
+            core::menue_import_datenbank(g_);
+        } else if (name == "menue_beenden") {
+            close();
+        } else if (name == "menue_hilfe_suchen") {
+            // A missing help page is not reported.
+            QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString((g_.dataDir / "hilfe.htm").string())));
+        } else if (name == "menue_info") {
+            core::showMessage(g_,
+                              std::string(core::kProductName) + "\n" + core::kCompanyName + "\nVersion: " +
+                                  core::kVersionText + "\n" + core::kLegalLine,
+                              core::msg::vbInformation, "Info");
+        } else if (name == "menue_suchen_betrieb" || name == "menue_suchen_person") {
+            notYet("Die Auswahlliste");
+        } else if (name == "menue_druck_betrieb" || name == "menue_druck_Person") {
+            notYet("Das Drucken");
+        } else if (name == "menue_export_textdatei") {
+            notYet("Der Daten-Export über das Menü");
+        } else if (name == "menue_extras_optionen") {
+            notYet("Das Optionen-Fenster");
+        }
+    } catch (const std::exception& e) {
+        core::logTrapped(g_, name, e);
+    }
+    refreshFromCore();
+}
+
+void MainWindow::refreshFromCore() {
+    setWindowTitle(QString::fromStdString(g_.caption));
+    const bool enabled = g_.startView.MDIForm1Enabled;
+    menuBar()->setEnabled(enabled);
+    mdiArea_->setEnabled(enabled);
+    const std::pair<const char*, bool> marks[] = {
+        {"menue_suchen_person", g_.marks.menue_suchen_person},
+        {"menue_suchen_betrieb", g_.marks.menue_suchen_betrieb},
+        {"menue_info", g_.marks.menue_info},
+        {"menue_extras_optionen", g_.marks.menue_extras_optionen},
+        {"menue_import_datenbank", g_.marks.menue_import_datenbank},
+        {"menue_export_textdatei", g_.marks.menue_export_textdatei},
+    };
+    for (const auto& [name, marked] : marks) entries_[name]->setChecked(marked);
+    recordView_->refreshFromCore();
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-    if (onClose) onClose();
+    // The way down offers the error log; it closes no store.
+    if (!closing_) {
+        closing_ = true;
+        core::A_Log_anbieten(g_);
+    }
     event->accept();
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    // In its normal state the window keeps its size.
+    if (windowState() == Qt::WindowNoState && isVisible()) {
+        const QSize size(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
+        if (this->size() != size) resize(size);
+    }
 }
 
 }  // namespace tolma::ui

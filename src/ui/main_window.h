@@ -2,12 +2,20 @@
 
 #include <QMainWindow>
 #include <functional>
+#include <map>
 
+#include "core/globals.h"
+
+class QAction;
 class QMdiArea;
+class QMdiSubWindow;
 
 namespace tolma::ui {
 
-// MDIForm1: the main window that holds every other window of the program.
+class RecordView;
+
+// MDIForm1: the main window with the menu that is the way into every function, and the
+// record view Frm_Start as its first child.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 
@@ -15,17 +23,31 @@ public:
     static constexpr int kWidthTwips = 12165;
     static constexpr int kHeightTwips = 8940;
 
-    explicit MainWindow(QWidget* parent = nullptr);
+    explicit MainWindow(core::Globals& g, QWidget* parent = nullptr);
 
     QMdiArea* mdiArea() const { return mdiArea_; }
-    // Called when the window closes: the way down offers the error log.
-    std::function<void()> onClose;
+    RecordView* recordView() const { return recordView_; }
+    QAction* menuEntry(const std::string& name) const;
+
+    // Shows the core's state: caption, enabled, check marks and the record view.
+    void refreshFromCore();
+    // The handler of a menu entry, by its name.
+    void trigger(const std::string& name);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
+    void buildMenu();
+    void notYet(const char* what);
+
+    core::Globals& g_;
     QMdiArea* mdiArea_;
+    RecordView* recordView_;
+    QMdiSubWindow* startWindow_;
+    std::map<std::string, QAction*> entries_;
+    bool closing_ = false;
 };
 
 }  // namespace tolma::ui

@@ -3,6 +3,7 @@
 #include <QDesktopServices>
 #include <QDialog>
 #include <QFile>
+#include <QFileDialog>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -34,6 +35,23 @@ int QtDialogs::MsgBox(const std::string& text, int style, const std::string& tit
     box.addButton("OK", QMessageBox::AcceptRole);
     box.exec();
     return core::msg::vbOK;
+}
+
+std::string QtDialogs::chooseFile(const std::string& startDirectory, const std::string& filter, int filterIndex) {
+    // "Text|pattern|Text|pattern|" of the old platform as Qt's "Text (pattern);;Text (pattern)".
+    const QStringList parts = QString::fromStdString(filter).split('|', Qt::SkipEmptyParts);
+    QStringList filters;
+    for (int i = 0; i + 1 < parts.size(); i += 2) {
+        QString name = parts[i].trimmed();
+        if (!name.contains('(')) name += " (" + parts[i + 1] + ")";
+        filters << name;
+    }
+    QFileDialog dialog(parent_, QString(), QString::fromStdString(startDirectory));
+    dialog.setFileMode(QFileDialog::ExistingFile);
+    dialog.setNameFilters(filters);
+    if (filterIndex >= 1 && filterIndex <= filters.size()) dialog.selectNameFilter(filters[filterIndex - 1]);
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return {};
+    return dialog.selectedFiles().first().toStdString();
 }
 
 void QtDialogs::openInViewer(const std::string& path) {

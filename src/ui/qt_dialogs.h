@@ -13,6 +13,7 @@ public:
     explicit QtDialogs(QWidget* parent) : parent_(parent) {}
     int MsgBox(const std::string& text, int style, const std::string& title) override;
     void openInViewer(const std::string& path) override;
+    std::string chooseFile(const std::string& startDirectory, const std::string& filter, int filterIndex) override;
 
 private:
     QWidget* parent_;

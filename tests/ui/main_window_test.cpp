@@ -1,24 +1,126 @@
-// The main window starts with its design caption and size, and closes cleanly.
+// The main window and the record view as a clerk sees them, on a store with the sample data.
+#include <QLabel>
+#include <QLineEdit>
+#include <QToolButton>
 #include <QMdiArea>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QTabWidget>
 #include <QtTest>
 
+#include <filesystem>
+
+#include "browse/record_view.h"
+#include "core/start.h"
+#include "transfer/import_driver.h"
 #include "ui/main_window.h"
+#include "ui/record_view.h"
 #include "ui/twips.h"
+
+namespace {
+
+// Scripted answers, a scripted file dialog, and the messages shown.
+class ScriptedDialogs : public tolma::core::Dialogs {
+public:
+    std::string file;
+    std::vector<std::string> shown;
+    int MsgBox(const std::string& text, int style, const std::string&) override {
+        shown.push_back(text);
+        return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
+    }
+    void openInViewer(const std::string&) override {}
+    std::string chooseFile(const std::string&, const std::string&, int) override { return file; }
+};
+
+}  // namespace
 
 class MainWindowTest : public QObject {
     Q_OBJECT
 
+    std::filesystem::path home;
+    ScriptedDialogs dialogs;
+    std::unique_ptr<tolma::core::Globals> g;
+    std::unique_ptr<tolma::ui::MainWindow> window;
+
+    QString text(const char* name) {
+        auto* box = window->findChild<QLineEdit*>(name);
+        return box ? box->text() : QString("<fehlt: %1>").arg(name);
+    }
+
 private slots:
-    void startsWithDesignCaptionAndSize() {
-        tolma::ui::MainWindow w;
-        w.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&w));
-        QCOMPARE(w.objectName(), QString("MDIForm1"));
-        QCOMPARE(w.windowTitle(), QString("TOLMA_4x_Access (betriebsbezogene Daten)"));
-        QCOMPARE(w.width(), tolma::ui::twipsToPixels(&w, 12165));
-        QCOMPARE(w.height(), tolma::ui::twipsToPixels(&w, 8940));
-        QVERIFY(w.mdiArea() != nullptr);
-        QVERIFY(w.close());
+    void init() {
+        home = std::filesystem::temp_directory_path() / ("tolma-ui-" + std::to_string(QCoreApplication::applicationPid()));
+        std::filesystem::remove_all(home);
+        g = std::make_unique<tolma::core::Globals>();
+        g->dialogs = &dialogs;
+        g->dataDir = TOLMA_STORE_DIR;
+        g->Upd_1_Start = [](tolma::core::Globals& globals, const std::string& path) {
+            tolma::transfer::Upd_1_Start(globals, path);
+        };
+        window = std::make_unique<tolma::ui::MainWindow>(*g);
+        g->refreshView = [this] { window->refreshFromCore(); };
+        window->show();
+        tolma::core::A_Start(*g, home);
+        window->refreshFromCore();
+    }
+    void cleanup() {
+        window.reset();
+        g.reset();
+        std::filesystem::remove_all(home);
+    }
+
+    void startsWithCaptionSizeMenuAndStartView() {
+        QCOMPARE(window->objectName(), QString("MDIForm1"));
+        QCOMPARE(window->windowTitle(), QString("TOLMA_4x_Access (betriebsbezogene Daten)"));
+        QCOMPARE(window->width(), tolma::ui::twipsToPixels(window.get(), 12165));
+        QCOMPARE(window->menuBar()->actions().size(), 4);
+        QCOMPARE(window->menuEntry("menue_suchen_betrieb")->text(), QString("öffnen (&Betrieb)"));
+        QVERIFY(!window->menuEntry("menue_download_starten")->isVisible());
+        QVERIFY(!window->menuEntry("menue_export_datenbank")->isEnabled());
+        QVERIFY(window->findChild<QWidget*>("Image2")->isVisible());
+        QVERIFY(!window->findChild<QTabWidget*>("SSTab1")->isVisible());
+        QCOMPARE(window->findChild<QTabWidget*>("SSTab1")->count(), 6);
+        QCOMPARE(window->findChild<QTabWidget*>("SSTab1")->tabText(5), QString("Pers. (Hwk/Erl)"));
+        QVERIFY(window->findChild<QWidget*>("TextPers_94") != nullptr);
+        QVERIFY(!window->findChild<QWidget*>("TextBetr_5")->isVisible());
+    }
+
+    void importFromTheMenuThenShowABusinessOnItsTabs() {
+        dialogs.file = (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
+        window->trigger("menue_import_datenbank");
+        QCOMPARE(QString::fromStdString(dialogs.shown.back()), QString("Die Daten wurden übertragen!"));
+        QVERIFY(!window->menuEntry("menue_import_datenbank")->isChecked());
+        QVERIFY(window->menuBar()->isEnabled());
+
+        // As the business list's OK does.
+        g->startView.Image2Visible = false;
+        g->startView.SSTab1Visible = true;
+        g->startView.Frame_UeberschriftVisible = true;
+        g->startView.SSTab1Tab = 0;
+        tolma::browse::DB_Load_DATA(*g, "01054056", "010540001407", "1", "");
+        window->refreshFromCore();
+        QCOMPARE(text("Text_0"), QString("010540001407"));
+        QCOMPARE(text("Text_1"), QString("Fischhandel Johannsen OHG"));
+        QVERIFY(!text("Text_136").isEmpty());
+        auto* tabs = window->findChild<QTabWidget*>("SSTab1");
+        tabs->setCurrentIndex(3);
+        QCOMPARE(window->findChild<QLabel*>("Label2")->text(), QString("Anzeige: Personendaten (nat. und jur. Person)"));
+        QVERIFY(window->findChild<QWidget*>("Frame_Anzahl")->isVisible());
+        const QString first = text("TextPers_88");
+        QCOMPARE(window->findChild<QLabel*>("DATA_PERS_Caption")->text(), QString("Satz 1 von 2"));
+        window->findChild<QToolButton*>("DATA_PERS_2")->click();
+        QCOMPARE(window->findChild<QLabel*>("DATA_PERS_Caption")->text(), QString("Satz 2 von 2"));
+        QVERIFY(text("TextPers_88") != first);
+        QCOMPARE(text("TextPers_1"), text("TextPers_88"));
+        tabs->setCurrentIndex(1);
+        QVERIFY(!window->findChild<QWidget*>("Frame_Anzahl")->isVisible());
+    }
+
+    void cancelledFileDialogTellsAndClearsTheMark() {
+        dialogs.file.clear();
+        window->trigger("menue_import_datenbank");
+        QCOMPARE(QString::fromStdString(dialogs.shown.back()), QString("Es wurde keine Update-Datei ausgewählt!"));
+        QVERIFY(!window->menuEntry("menue_import_datenbank")->isChecked());
     }
 };
 

@@ -1,0 +1,281 @@
+#include "ui/record_view.h"
+
+#include <QApplication>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+#include "browse/record_view.h"
+#include "ui/data_control_widget.h"
+#include "ui/pictures.h"
+#include "ui/record_view_layout.h"
+
+namespace tolma::ui {
+namespace {
+
+browse::DataControl* controlByName(core::Globals& g, const std::string& name) {
+    auto& d = g.data;
+    browse::DataControl* all[] = {&d.DATA_ORG,    &d.DATA_ORG_RF,  &d.DATA_GEMEINDE, &d.DATA_BETR,
+                                  &d.DATA_Meld,   &d.DATA_ADR,     &d.DATA_BETRErl,  &d.DATA_BETRHwk,
+                                  &d.DATA_TAET,   &d.DATA_Bez_Betr_Pers, &d.DATA_PERSStaat, &d.DATA_PERS,
+                                  &d.DATA_PERSErl, &d.DATA_PERSHwk};
+    for (auto* c : all)
+        if (c->name() == name) return c;
+    return nullptr;
+}
+
+const std::string* stateBox(core::Globals& g, const std::string& name) {
+    auto& v = g.startView;
+    if (name == "Text_Korrekturmeldung") return &v.Text_Korrekturmeldung;
+    if (name == "Text_Schwerpunkt") return &v.Text_Schwerpunkt;
+    if (name == "Text_Ummeldung") return &v.Text_Ummeldung;
+    if (name == "TextPers_8") return &v.TextPers_8;
+    return nullptr;
+}
+
+void setText(QWidget* w, const QString& text) {
+    if (auto* line = qobject_cast<QLineEdit*>(w)) {
+        if (line->text() != text) {
+            line->setText(text);
+            line->setCursorPosition(0);
+        }
+    } else if (auto* plain = qobject_cast<QPlainTextEdit*>(w)) {
+        if (plain->toPlainText() != text) plain->setPlainText(text);
+    }
+}
+
+}  // namespace
+
+// The layout tables, as the builder sees them.
+struct FrameBuild {
+    const layout::FrameDef* def;
+};
+
+RecordView::RecordView(core::Globals& g, QWidget* parent)
+    : QWidget(parent), g_(g), label2_(new QLabel(this)), image1_(new QLabel(this)), image2_(new QLabel(this)),
+      frameUeberschrift_(new QGroupBox(this)), tabs_(new QTabWidget(this)),
+      frameAnzahl_(new QGroupBox("Anzahl Personen-Datensätze", this)), dataPers_(nullptr),
+      command3_(new QPushButton("zurück", this)), progress_(new QProgressBar(this)) {
+    setObjectName("Frm_Start");
+    setWindowTitle("Frm_Start");
+    setFocusPolicy(Qt::StrongFocus);
+    auto* outer = new QVBoxLayout(this);
+
+    // Top: the action label and the heading of the business.
+    auto* top = new QHBoxLayout;
+    image1_->setObjectName("Image1");
+    image1_->setPixmap(sidePicture(84, 70));
+    top->addWidget(image1_);
+    auto* frame1 = new QGroupBox("Aktion", this);
+    frame1->setObjectName("Frame1");
+    auto* f1 = new QVBoxLayout(frame1);
+    label2_->setObjectName("Label2");
+    label2_->setText(QString::fromStdString(g_.startView.Label2));
+    QFont bold = label2_->font();
+    bold.setBold(true);
+    label2_->setFont(bold);
+    label2_->setWordWrap(true);
+    f1->addWidget(label2_);
+    top->addWidget(frame1, 1);
+    frameUeberschrift_->setObjectName("Frame_Ueberschrift");
+    auto* head = new QGridLayout(frameUeberschrift_);
+    int row = 0, column = 0;
+    for (const auto& def : layout::headingFields()) addField(head, row, column, 2, &def);
+    top->addWidget(frameUeberschrift_, 4);
+    outer->addLayout(top);
+
+    // Middle: the tabs, or in their place the start picture.
+    tabs_->setObjectName("SSTab1");
+    for (int i = 0; i < static_cast<int>(layout::tabs().size()); ++i)
+        tabs_->addTab(buildTab(i), QString::fromUtf8(layout::tabs()[static_cast<size_t>(i)].caption));
+    connect(tabs_, &QTabWidget::currentChanged, this, [this](int tab) {
+        if (refreshing_) return;
+        browse::SSTab1_Click(g_, tab);
+        refreshFromCore();
+    });
+    image2_->setObjectName("Image2");
+    image2_->setPixmap(startPicture(640, 400));
+    image2_->setAlignment(Qt::AlignCenter);
+    auto* middle = new QGridLayout;
+    middle->addWidget(tabs_, 0, 0);
+    middle->addWidget(image2_, 0, 0);
+    outer->addLayout(middle, 1);
+
+    // Bottom: the persons' counter with the way back, and the progress.
+    auto* bottom = new QHBoxLayout;
+    frameAnzahl_->setObjectName("Frame_Anzahl");
+    auto* fa = new QHBoxLayout(frameAnzahl_);
+    dataPers_ = new DataControlWidget(g_.data.DATA_PERS, [this] { moved(); }, frameAnzahl_);
+    controls_.push_back(dataPers_);
+    fa->addWidget(dataPers_);
+    command3_->setObjectName("Command3");
+    connect(command3_, &QPushButton::clicked, this, &RecordView::zurueck);
+    fa->addWidget(command3_);
+    bottom->addWidget(frameAnzahl_);
+    auto* frameProgress = new QGroupBox("Fortschritt", this);
+    frameProgress->setObjectName("Frame_Progress");
+    auto* fp = new QHBoxLayout(frameProgress);
+    progress_->setObjectName("ProgressBar1");
+    progress_->setTextVisible(false);
+    fp->addWidget(progress_);
+    bottom->addWidget(frameProgress, 1);
+    outer->addLayout(bottom);
+    refreshFromCore();
+}
+
+void RecordView::addField(QGridLayout* grid, int& row, int& column, int columns, const void* raw) {
+    const auto& def = *static_cast<const layout::FieldDef*>(raw);
+    QWidget* box;
+    if (def.multiLine) {
+        auto* plain = new QPlainTextEdit(this);
+        plain->setReadOnly(true);
+        plain->setMaximumHeight(90);
+        box = plain;
+    } else {
+        auto* line = new QLineEdit(this);
+        line->setReadOnly(true);
+        line->setMinimumWidth(70);
+        box = line;
+    }
+    box->setObjectName(def.name);
+    if (def.toolTip) box->setToolTip(QString::fromUtf8(def.toolTip));
+    Binding b{box, def.control ? controlByName(g_, def.control) : nullptr, def.field};
+    if (!def.control) b.text = stateBox(g_, def.field);
+    bindings_.push_back(b);
+    if (!def.label) {  // a raw code that a decoded box shows in its place
+        box->setVisible(false);
+        return;
+    }
+    const QString caption = QString::fromUtf8(def.label);
+    if (def.multiLine && caption.isEmpty()) {
+        grid->addWidget(box, row++, 0, 1, columns * 2);
+        column = 0;
+        return;
+    }
+    auto* label = new QLabel(caption, this);
+    label->setBuddy(box);
+    grid->addWidget(label, row, column * 2, Qt::AlignRight);
+    grid->addWidget(box, row, column * 2 + 1);
+    if (def.multiLine) {
+        grid->addWidget(box, row, column * 2 + 1, 1, columns * 2 - column * 2 - 1);
+        ++row;
+        column = 0;
+        return;
+    }
+    if (++column == columns) {
+        column = 0;
+        ++row;
+    }
+}
+
+QGroupBox* RecordView::buildFrame(const FrameBuild& build) {
+    const layout::FrameDef& def = *build.def;
+    auto* frame = new QGroupBox(def.caption ? QString::fromUtf8(def.caption) : QString(), this);
+    frame->setObjectName(def.name);
+    auto* grid = new QGridLayout(frame);
+    const int columns = def.fields.size() > 4 ? 2 : 1;
+    int row = 0, column = 0;
+    if (def.dataControl) {
+        grid->addWidget(new QLabel("Anzahl Datensätze:", this), row, 0, Qt::AlignRight);
+        auto* dc = new DataControlWidget(*controlByName(g_, def.dataControl), [this] { moved(); }, frame);
+        controls_.push_back(dc);
+        grid->addWidget(dc, row++, 1, 1, columns * 2 - 1, Qt::AlignLeft);
+    }
+    for (const auto& field : def.fields) addField(grid, row, column, columns, &field);
+    if (column != 0) ++row;
+    for (const auto& inner : def.inner) {
+        FrameBuild b{&inner};
+        grid->addWidget(buildFrame(b), row++, 0, 1, columns * 2);
+    }
+    if (def.button) {
+        auto* button = new QPushButton(QString::fromUtf8(def.buttonCaption), frame);
+        button->setObjectName(def.button);
+        connect(button, &QPushButton::clicked, this, &RecordView::personenAnzeigen);
+        grid->addWidget(button, row++, 0, 1, columns * 2, Qt::AlignRight);
+    }
+    for (int c = 1; c < columns * 2; c += 2) grid->setColumnStretch(c, 1);
+    return frame;
+}
+
+QWidget* RecordView::buildTab(int index) {
+    const layout::TabDef& def = layout::tabs()[static_cast<size_t>(index)];
+    auto* page = new QWidget;
+    auto* pageLayout = new QVBoxLayout(page);
+    if (!def.loose.empty()) {
+        auto* grid = new QGridLayout;
+        int row = 0, column = 0;
+        for (const auto& field : def.loose) addField(grid, row, column, 3, &field);
+        pageLayout->addLayout(grid);
+    }
+    // Frames side by side in two columns where there is room, each a group of its own.
+    auto* frames = new QGridLayout;
+    int cell = 0;
+    for (const auto& frame : def.frames) {
+        FrameBuild b{&frame};
+        const bool wide = frame.fields.size() > 10;
+        if (wide && cell % 2 == 1) ++cell;
+        frames->addWidget(buildFrame(b), cell / 2, cell % 2, 1, wide ? 2 : 1);
+        cell += wide ? 2 : 1;
+    }
+    pageLayout->addLayout(frames);
+    pageLayout->addStretch(1);
+    auto* scroll = new QScrollArea;
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidget(page);
+    return scroll;
+}
+
+void RecordView::moved() {
+    g_.refreshView();
+    refreshFromCore();
+}
+
+void RecordView::refreshFromCore() {
+    if (refreshing_) return;
+    refreshing_ = true;
+    for (const auto& b : bindings_) {
+        const std::string text = b.control ? b.control->fieldText(b.field) : (b.text ? *b.text : std::string());
+        setText(b.widget, QString::fromStdString(text));
+    }
+    for (auto* c : controls_) c->refresh();
+    const auto& v = g_.startView;
+    label2_->setText(QString::fromStdString(v.Label2));
+    image1_->setVisible(v.Image1Visible);
+    image2_->setVisible(v.Image2Visible);
+    tabs_->setVisible(v.SSTab1Visible);
+    frameUeberschrift_->setVisible(v.Frame_UeberschriftVisible);
+    frameAnzahl_->setVisible(v.Frame_AnzahlVisible);
+    dataPers_->setVisible(v.DATA_PERSVisible);
+    command3_->setVisible(v.Command3Visible);
+    if (tabs_->currentIndex() != v.SSTab1Tab) tabs_->setCurrentIndex(v.SSTab1Tab);
+    progress_->setMaximum(std::max(1, v.ProgressBar1Max));
+    progress_->setValue(std::min(v.ProgressBar1Value, std::max(1, v.ProgressBar1Max)));
+    const bool wait = v.MousePointer == 11;
+    if (wait != waitCursor_) {
+        waitCursor_ = wait;
+        if (wait)
+            QApplication::setOverrideCursor(Qt::WaitCursor);
+        else
+            QApplication::restoreOverrideCursor();
+    }
+    refreshing_ = false;
+}
+
+void RecordView::keyPressEvent(QKeyEvent* event) {
+    if (event->key() == Qt::Key_Escape)
+        browse::Form_KeyPress(g_, 27);
+    else if (!event->text().isEmpty())
+        browse::Form_KeyPress(g_, event->text().at(0).unicode());
+    QWidget::keyPressEvent(event);
+}
+
+}  // namespace tolma::ui

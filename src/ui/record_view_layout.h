@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// The record view's tabs, frames and fields as data: the form is built from these tables.
+namespace tolma::ui::layout {
+
+// A text box: bound to a field of a data control, or filled by code from the view's state.
+struct FieldDef {
+    const char* name;     // objectName, the system's control name with "_" before the index
+    const char* control;  // data control, or nullptr for a box that code fills
+    const char* field;    // bound field, or the state's box for code-filled ones
+    const char* label;    // caption beside it; nullptr for a hidden raw-code box
+    const char* toolTip = nullptr;
+    bool multiLine = false;
+};
+
+struct FrameDef {
+    const char* name;
+    const char* caption;       // nullptr: no caption
+    const char* dataControl;   // shown beside "Anzahl Datensätze:", or nullptr
+    std::vector<FieldDef> fields;
+    const char* button = nullptr;  // objectName of a button in the frame
+    const char* buttonCaption = nullptr;
+    std::vector<FrameDef> inner = {};
+};
+
+struct TabDef {
+    const char* caption;
+    std::vector<FieldDef> loose;  // fields directly on the tab
+    std::vector<FrameDef> frames;
+};
+
+const std::vector<FieldDef>& headingFields();
+const std::vector<TabDef>& tabs();
+
+}  // namespace tolma::ui::layout

@@ -1,0 +1,67 @@
+// Saves pictures of the program's windows for a look at them: the start view and the six tabs
+// of the record view with a business of the sample file loaded.
+//   tolma-screenshots OUTDIR HOME SAMPLE
+#include <QApplication>
+#include <QDir>
+#include <QScreen>
+#include <QTabWidget>
+#include <QTimer>
+
+#include "browse/record_view.h"
+#include "core/globals.h"
+#include "core/program_paths.h"
+#include "core/start.h"
+#include "transfer/import_driver.h"
+#include "ui/main_window.h"
+
+namespace {
+
+class Silent : public tolma::core::Dialogs {
+public:
+    int MsgBox(const std::string&, int style, const std::string&) override {
+        return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
+    }
+    void openInViewer(const std::string&) override {}
+};
+
+void save(QWidget& window, const QString& dir, const QString& name) {
+    QApplication::processEvents();
+    window.grab().save(dir + "/" + name);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    if (argc != 4) return 2;
+    const QString out = argv[1];
+    QDir().mkpath(out);
+    Silent dialogs;
+    tolma::core::Globals g;
+    g.dialogs = &dialogs;
+    g.dataDir = tolma::core::installDataDir(tolma::core::executableDir().parent_path() / "bin");
+    tolma::ui::MainWindow window(g);
+    window.setWindowState(Qt::WindowMaximized);
+    window.show();
+    // Without a window manager the maximized state does not size the window by itself.
+    window.setGeometry(window.screen()->availableGeometry());
+    tolma::core::A_Start(g, argv[2]);
+    window.refreshFromCore();
+    save(window, out, "start.png");
+
+    tolma::transfer::Upd_1_Start(g, argv[3]);
+    g.startView.Image2Visible = false;
+    g.startView.SSTab1Visible = true;
+    g.startView.Frame_UeberschriftVisible = true;
+    g.startView.Label2 = "Anzeige: Meldedaten";
+    g.satz_gewaehlt = "ja";
+    // A limited company with addresses, activities and a legal person at its head.
+    tolma::browse::DB_Load_DATA(g, "01054056", "010540001074", "1", "");
+    window.refreshFromCore();
+    auto* tabs = window.findChild<QTabWidget*>("SSTab1");
+    for (int i = 0; i < 6; ++i) {
+        tabs->setCurrentIndex(i);
+        save(window, out, QString("tab%1.png").arg(i));
+    }
+    return 0;
+}

@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Pictures of the program on the sample data: tools/screenshots.sh OUTDIR
+set -euo pipefail
+cd "$(dirname "$0")/.."
+out=$(realpath -m "${1:?Aufruf: tools/screenshots.sh AUSGABEVERZEICHNIS}")
+[ -x build/tools/tolma-screenshots ] || bash tools/build.sh
+home=$(mktemp -d)
+trap 'rm -rf "$home"' EXIT
+if command -v xvfb-run > /dev/null; then
+    xvfb-run -a -s "-screen 0 1024x768x24" build/tools/tolma-screenshots "$out" "$home" data/beispiel.tml
+else
+    QT_QPA_PLATFORM=offscreen build/tools/tolma-screenshots "$out" "$home" data/beispiel.tml
+fi
+ls "$out"
