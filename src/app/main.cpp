@@ -2,6 +2,7 @@
 #include <QElapsedTimer>
 #include <QKeyEvent>
 
+#include "core/association.h"
 #include "core/globals.h"
 #include "core/program_paths.h"
 #include "core/start.h"
@@ -68,6 +69,7 @@ int main(int argc, char** argv) {
     const auto paths = tolma::core::resolvePaths(tolma::core::executableDir(), std::nullopt);
     g.dataDir = paths.dataDir;
     window.show();
+    tolma::core::useXdgFileAssociation(g, tolma::core::executableDir() / "tolma");
     tolma::core::A_Start(g, paths.home);
     window.refreshFromCore();
     return QApplication::exec();

@@ -92,6 +92,8 @@ struct Globals {
     std::int16_t taste = 0;
     // The record view: the query just composed, the written marks, the function filter.
     std::string sql_text, satz_gewaehlt, akt_funktion;
+    // The chain of municipality terms of the filter, and the business list's copy of it.
+    std::string gem_filter_text, gem_filter_sicher;
 
     MenuMarks marks;
     StartViewState startView;
@@ -105,6 +107,7 @@ struct Globals {
     // Shows what changed in the start view's state: Label2, progress, visibility.
     std::function<void()> refreshView = [] {};
     std::function<void(const std::string& form)> unloadForm = [](const std::string&) {};
+    std::function<void(const std::string& form)> showForm = [](const std::string&) {};
     // Routines of later subsystems that the start-up calls.
     std::function<void(Globals&, const std::string& path)> Upd_1_Start;
     std::function<void(Globals&)> checkFileAssociation;
