@@ -268,7 +268,8 @@ void Text1_Click(core::Globals& g, ListForm& form, int index) {
             const std::string source = form.data.RecordSource;
             const size_t p = source.find("ORDER BY");
             if (p != std::string::npos) {
-                form.data.RecordSource = source.substr(0, p == 0 ? 0 : p - 1) + " ORDER BY " + column.expression + direction;
+                // The text ahead of "ORDER BY" stays as it is, its blank included.
+                form.data.RecordSource = source.substr(0, p) + " ORDER BY " + column.expression + direction;
                 form.data.Refresh();
             }
         }

@@ -1,0 +1,163 @@
+// The selection lists: their query texts, opening, typing, sorting, OK, and the walk.
+#include <gtest/gtest.h>
+
+#include "../transfer/import_fixture.h"
+#include "browse/list_form.h"
+#include "browse/record_view.h"
+
+namespace tolma::test {
+namespace {
+
+using browse::BusinessQuery;
+
+TEST(ListQueryTest, BusinessListTextsAsComposed) {
+    const std::string A = "SELECT betrieb.*, betrieb_adresse.* FROM betrieb INNER JOIN betrieb_adresse ON "
+                          "(betrieb.[betr-hist-nr] = betrieb_adresse.[betr-hist-nr]) ";
+    const std::string D = "AND (betrieb.[betr-nr] = betrieb_adresse.[betr-nr]) ";
+    const std::string E = "WHERE betrieb_adresse.[b-adr-art] = '1' ";
+    const std::string k = " or [gem-kz] = '01054056' ";
+    struct Case {
+        BusinessQuery which;
+        bool filter;
+        std::string text;
+    } cases[] = {
+        {BusinessQuery::Menu, false, A + D + E + "AND [meld-art] <> '999' ORDER BY betrieb.[betr-nr]"},
+        {BusinessQuery::Menu, true, A + D + E + "AND ([gem-kz] = ''" + k + ")AND [meld-art] <> '999' ORDER BY betrieb.[betr-nr]"},
+        {BusinessQuery::Alle, false, A + D + E + "ORDER BY betrieb.[betr-nr]"},
+        {BusinessQuery::Alle, true, A + D + E + "AND [gem-kz] = ''" + k + "ORDER BY betrieb.[betr-nr]"},
+        {BusinessQuery::Aktuelle, false,
+         A + "AND betrieb.[betr-nr] = betrieb_adresse.[betr-nr] WHERE [betr-ende] Is Null AND betrieb_adresse.[b-adr-art] = "
+             "'1'ORDER BY betrieb.[betr-nr]"},
+        {BusinessQuery::Aktuelle, true, A + D + E + "AND [gem-kz] = ''" + k + "AND [betr-ende] Is Null ORDER BY betrieb.[betr-nr]"},
+        {BusinessQuery::Abgemeldete, false,
+         A + D + "WHERE [betr-ende] Is NOT Null AND betrieb_adresse.[b-adr-art] = '1' ORDER BY betrieb.[betr-nr]"},
+        {BusinessQuery::Abgemeldete, true,
+         A + D + E + "AND [gem-kz] = ''" + k + "AND [betr-ende] Is NOT Null ORDER BY betrieb.[betr-nr]"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(browse::businessListQuery(c.which, c.filter, k), c.text);
+    EXPECT_EQ(browse::personListQuery(" where betrieb.[gem-kz] = ''", "person.[fam-name] DESC"),
+              "SELECT person.[pers-nr], person.[p-eintr-name], person.[fam-name], betrieb.[betr-nr], betrieb.[betr-hist-nr], "
+              "betrieb.[gem-kz], betrieb.[b-eintr-name],beziehung_betrieb_person.[pers-nr-jp]  FROM (betrieb  INNER JOIN "
+              "beziehung_betrieb_person  ON (beziehung_betrieb_person.[bez-betr-hist-nr] = betrieb.[betr-hist-nr])  AND "
+              "(betrieb.[betr-nr] = beziehung_betrieb_person.[bez-betr-nr])) INNER JOIN person ON "
+              "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr]  where betrieb.[gem-kz] = '' ORDER BY "
+              "person.[fam-name] DESC;");
+}
+
+struct ListFixture : ImportFixture {
+    browse::ListForm betr{false}, pers{true};
+    ListFixture() {
+        dialogs.answers = {core::msg::vbYes};
+        transfer::Upd_1_Start(g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+    }
+    std::string current(browse::ListForm& f, const char* field) { return f.data.fieldText(field); }
+    void mark(const std::string& gemKz) {
+        insert(g().db_org, "aktuelleGemeinde", {{"gem-kz", gemKz}, {"gem-name", "x"}, {"markiert", store::Variant::boolean(true)}});
+    }
+};
+
+TEST(ListFormTest, BusinessListOpensTypesSortsAndLoadsTheRecordView) {
+    ListFixture f;
+    ASSERT_TRUE(browse::menue_suchen_betrieb(f.g(), f.betr));
+    EXPECT_TRUE(f.g().marks.menue_suchen_betrieb);
+    EXPECT_FALSE(browse::menue_suchen_betrieb(f.g(), f.betr));  // a second click does nothing
+    const long n = f.betr.data.Recordset().RecordCount();
+    EXPECT_EQ(f.betr.Label1, "Betrieb Nr. 1 von " + std::to_string(n));
+    EXPECT_GT(n, 40);
+
+    f.betr.Text1[3] = "fisch";
+    browse::Text1_Change(f.g(), f.betr, 3);
+    EXPECT_EQ(f.current(f.betr, "b-eintr-name"), "Fischhandel Johannsen OHG");
+
+    browse::Text1_Click(f.g(), f.betr, 3);
+    EXPECT_TRUE(f.betr.Text1[3].empty());
+    // Only what stands behind "ORDER BY" is replaced; the blank ahead of it doubles.
+    EXPECT_EQ(f.betr.data.RecordSource.substr(f.betr.data.RecordSource.size() - 38), "'999'  ORDER BY betrieb.[b-eintr-name]");
+    browse::Text1_Click(f.g(), f.betr, 3);  // the column runs upward: it stays so
+    EXPECT_EQ(f.betr.data.RecordSource.find(" DESC"), std::string::npos);
+    f.betr.data.RecordSource = f.betr.data.RecordSource + " DESC";
+    f.betr.data.Refresh();
+    browse::Text1_Click(f.g(), f.betr, 3);  // a column that runs downward stays downward
+    EXPECT_NE(f.betr.data.RecordSource.find("ORDER BY betrieb.[b-eintr-name] DESC"), std::string::npos);
+    EXPECT_EQ(f.betr.Label1, "Betrieb Nr. 1 von " + std::to_string(n));
+
+    browse::Option1_Click(f.g(), f.betr, 2);
+    EXPECT_NE(f.betr.data.RecordSource.find("Is NOT Null"), std::string::npos);
+    const std::string name = f.current(f.betr, "b-eintr-name");
+    EXPECT_TRUE(browse::Command1_Click(f.g(), f.betr, 0));
+    EXPECT_EQ(f.g().data.DATA_BETR.fieldText("b-eintr-name"), name);
+    EXPECT_EQ(f.g().startView.Label2, "Anzeige: Meldedaten");
+    EXPECT_EQ(f.g().satz_gewaehlt, "ja");
+    browse::Form_Unload(f.g(), f.betr);
+    EXPECT_FALSE(f.g().marks.menue_suchen_betrieb);
+}
+
+TEST(ListFormTest, FilterWithoutMarksAsksAndMarkWithoutRowsNamesTheOptions) {
+    ListFixture f;
+    f.g().filter_aktiv_flag = -1;
+    f.dialogs.answers = {core::msg::vbNo};
+    EXPECT_FALSE(browse::menue_suchen_betrieb(f.g(), f.betr));
+    EXPECT_EQ(f.lastMessage(), "Filter ist aktiviert, aber keine Gemeindekennzahl festgelegt!\n\nWollen Sie eine auswählen?\n");
+    EXPECT_FALSE(f.g().marks.menue_suchen_betrieb);
+
+    f.mark("09162000");
+    EXPECT_FALSE(browse::menue_suchen_betrieb(f.g(), f.betr));
+    EXPECT_EQ(f.lastMessage(), "Bitte wählen Sie im Menüpunkt ''Optionen'',\neine gültige Gemeindekennzahl aus!");
+
+    f.mark("01054056");
+    ASSERT_TRUE(browse::menue_suchen_betrieb(f.g(), f.betr));
+    EXPECT_EQ(f.g().gem_filter_sicher, " or [gem-kz] = '09162000'  or [gem-kz] = '01054056' ");
+    EXPECT_EQ(f.current(f.betr, "gem-kz"), "01054056");
+}
+
+TEST(ListFormTest, PersonListOpensAndOkShowsTheBusinessOnTheFirstPersonTab) {
+    ListFixture f;
+    ASSERT_TRUE(browse::menue_suchen_person(f.g(), f.pers));
+    browse::Form_Activate(f.g(), f.pers);
+    EXPECT_EQ(f.pers.Label1, "Person Nr. 1 von " + std::to_string(f.pers.data.Recordset().RecordCount()));
+    f.pers.Text1[2] = "Johannsen";
+    browse::Text1_Change(f.g(), f.pers, 2);
+    const std::string nr = f.current(f.pers, "betr-nr");
+    EXPECT_TRUE(browse::Command1_Click(f.g(), f.pers, 0));
+    EXPECT_EQ(f.g().data.DATA_BETR.fieldText("betr-nr"), nr);
+    EXPECT_EQ(f.g().startView.SSTab1Tab, 3);
+    EXPECT_EQ(f.g().startView.Label2, "Anzeige: Personendaten (nat. und jur. Person)");
+
+    f.g().filter_aktiv_flag = -1;
+    browse::ListForm empty(true);
+    f.g().marks.menue_suchen_person = false;
+    EXPECT_FALSE(browse::menue_suchen_person(f.g(), empty));
+    EXPECT_EQ(f.lastMessage(), "Es wurden in der Datenbank keine Sätze gefunden!");
+}
+
+TEST(ListFormTest, WalkToTheRepresentativesOfALegalPersonAndBack) {
+    ListFixture f;
+    browse::DB_Load_DATA(f.g(), "01054056", "010540001074", "1", "");
+    EXPECT_EQ(f.g().data.DATA_PERS.fieldText("p-art"), "JP");
+    f.g().marks.menue_info = true;
+    EXPECT_FALSE(browse::Frm_Start_Command1_Click(f.g(), f.pers));  // another function is open
+    f.g().marks.menue_info = false;
+    ASSERT_TRUE(browse::Frm_Start_Command1_Click(f.g(), f.pers));
+    EXPECT_FALSE(f.pers.Frame1Visible);
+    EXPECT_EQ(f.pers.data.Recordset().RecordCount(), 2);
+    const std::string representative = f.current(f.pers, "pers-nr");
+    EXPECT_TRUE(browse::Command1_Click(f.g(), f.pers, 0));
+    browse::Form_Unload(f.g(), f.pers);
+    EXPECT_EQ(f.g().data.DATA_PERS.fieldText("pers-nr"), representative);
+    EXPECT_TRUE(f.g().startView.Command3Visible);
+    EXPECT_EQ(f.g().startView.Label2, "Anzeige: Personendaten (Vertreter einer jur. Person)");
+    EXPECT_EQ(f.g().data.DATA_BETR.fieldText("betr-nr"), "010540001074");  // the business stays
+
+    // A natural person has no representatives.
+    EXPECT_FALSE(browse::Frm_Start_Command1_Click(f.g(), f.pers));
+
+    browse::SSTab1_Click(f.g(), 3);
+    browse::Frm_Start_Command3_Click(f.g());
+    EXPECT_FALSE(f.g().startView.Command3Visible);
+    EXPECT_EQ(f.g().startView.Label2, "Anzeige: Meldedaten");
+    EXPECT_EQ(f.g().startView.SSTab1Tab, 3);
+    EXPECT_EQ(f.g().data.DATA_PERS.fieldText("p-art"), "JP");
+}
+
+}  // namespace
+}  // namespace tolma::test
