@@ -9,6 +9,7 @@
 
 #include "browse/record_view.h"
 #include "core/globals.h"
+#include "core/menu.h"
 #include "core/program_paths.h"
 #include "core/start.h"
 #include "transfer/import_driver.h"
@@ -63,5 +64,14 @@ int main(int argc, char** argv) {
         tabs->setCurrentIndex(i);
         save(window, out, QString("tab%1.png").arg(i));
     }
+
+    // The lists and the export form, each on its own.
+    for (const auto& [entry, file] : {std::pair{"menue_suchen_betrieb", "betriebe.png"},
+                                      std::pair{"menue_suchen_person", "personen.png"},
+                                      std::pair{"menue_export_textdatei", "export.png"}}) {
+        window.trigger(entry);
+        save(window, out, file);
+    }
+    tolma::core::A_Fenster_schliessen(g);
     return 0;
 }

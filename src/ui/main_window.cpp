@@ -10,6 +10,8 @@
 #include "core/error_log.h"
 #include "core/menu.h"
 #include "core/version.h"
+#include "ui/export_window.h"
+#include "ui/list_window.h"
 #include "ui/record_view.h"
 #include "ui/twips.h"
 
@@ -64,6 +66,76 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     startWindow_->setObjectName("Frm_Start_Window");
     startWindow_->setWindowTitle("Auswahl von Gewerbedaten");
     startWindow_->showMaximized();
+
+    g_.unloadForm = [this](const std::string& name) { unloadForm(name); };
+    connect(recordView_, &RecordView::personenAnzeigen, this, [this] { openWalk(); });
+    connect(recordView_, &RecordView::zurueck, this, [this] {
+        browse::Frm_Start_Command3_Click(g_);
+        refreshFromCore();
+    });
+    // Each activation of a list empties its search boxes.
+    connect(mdiArea_, &QMdiArea::subWindowActivated, this, [this](QMdiSubWindow* window) {
+        if (!window) return;
+        if (auto* list = qobject_cast<ListWindow*>(window->widget()); list && list->form().Frame1Visible) {
+            browse::Form_Activate(g_, list->form());
+            list->refreshFromCore();
+        }
+    });
+}
+
+QMdiSubWindow* MainWindow::addChild(QWidget* widget, const QSize& size) {
+    QMdiSubWindow* window = mdiArea_->addSubWindow(widget);
+    window->setAttribute(Qt::WA_DeleteOnClose);
+    window->resize(size);
+    const std::string name = widget->objectName().toStdString();
+    children_[name] = window;
+    // The form's own destructor has run by now and cleared its mark.
+    connect(widget, &QObject::destroyed, this, [this, name] {
+        children_.erase(name);
+        refreshFromCore();
+    });
+    window->show();
+    return window;
+}
+
+void MainWindow::unloadForm(const std::string& name) {
+    auto it = children_.find(name);
+    if (it != children_.end()) it->second->close();
+}
+
+void MainWindow::openList(bool persons) {
+    auto form = std::make_unique<browse::ListForm>(persons);
+    const bool shown = persons ? browse::menue_suchen_person(g_, *form) : browse::menue_suchen_betrieb(g_, *form);
+    if (!shown) return;
+    auto* list = new ListWindow(g_, std::move(form));
+    QMdiSubWindow* window = addChild(list, QSize(760, 520));
+    connect(list, &ListWindow::closeRequested, window, &QMdiSubWindow::close);
+    connect(list, &ListWindow::recordLoaded, this, [this] { refreshFromCore(); });
+}
+
+void MainWindow::openWalk() {
+    auto form = std::make_unique<browse::ListForm>(true);
+    if (!browse::Frm_Start_Command1_Click(g_, *form)) {
+        refreshFromCore();
+        return;
+    }
+    auto* list = new ListWindow(g_, std::move(form));
+    QMdiSubWindow* window = addChild(list, QSize(760, 420));
+    connect(list, &ListWindow::closeRequested, window, &QMdiSubWindow::close);
+    connect(list, &ListWindow::recordLoaded, this, [this] { refreshFromCore(); });
+}
+
+void MainWindow::openExport() {
+    if (g_.marks.menue_export_textdatei) return;  // its window is open
+    core::A_Fenster_schliessen(g_);
+    g_.marks.menue_export_textdatei = true;
+    auto* form = new ExportWindow(g_);
+    QMdiSubWindow* window = addChild(form, QSize(720, 460));
+    connect(form, &ExportWindow::closeRequested, window, &QMdiSubWindow::close);
+    connect(window, &QObject::destroyed, this, [this] {
+        g_.marks.menue_export_textdatei = false;
+        refreshFromCore();
+    });
 }
 
 QAction* MainWindow::menuEntry(const std::string& name) const {
@@ -125,11 +197,11 @@ void MainWindow::trigger(const std::string& name) {
                                   core::kVersionText + "\n" + core::kLegalLine,
                               core::msg::vbInformation, "Info");
         } else if (name == "menue_suchen_betrieb" || name == "menue_suchen_person") {
-            notYet("Die Auswahlliste");
+            openList(name == "menue_suchen_person");
         } else if (name == "menue_druck_betrieb" || name == "menue_druck_Person") {
             notYet("Das Drucken");
         } else if (name == "menue_export_textdatei") {
-            notYet("Der Daten-Export über das Menü");
+            openExport();
         } else if (name == "menue_extras_optionen") {
             notYet("Das Optionen-Fenster");
         }

@@ -41,12 +41,18 @@ protected:
 private:
     void buildMenu();
     void notYet(const char* what);
+    void openList(bool persons);
+    void openWalk();
+    void openExport();
+    QMdiSubWindow* addChild(QWidget* widget, const QSize& size);
+    void unloadForm(const std::string& name);
 
     core::Globals& g_;
     QMdiArea* mdiArea_;
     RecordView* recordView_;
     QMdiSubWindow* startWindow_;
     std::map<std::string, QAction*> entries_;
+    std::map<std::string, QMdiSubWindow*> children_;  // open forms by their names
     bool closing_ = false;
 };
 

@@ -6,6 +6,7 @@
 #include <QMenuBar>
 #include <QPushButton>
 #include <QTabWidget>
+#include <QTableView>
 #include <QtTest>
 
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include "browse/record_view.h"
 #include "core/start.h"
 #include "transfer/import_driver.h"
+#include "ui/list_window.h"
 #include "ui/main_window.h"
 #include "ui/record_view.h"
 #include "ui/twips.h"
@@ -114,6 +116,54 @@ private slots:
         QCOMPARE(text("TextPers_1"), text("TextPers_88"));
         tabs->setCurrentIndex(1);
         QVERIFY(!window->findChild<QWidget*>("Frame_Anzahl")->isVisible());
+    }
+
+    void listsFindAndOpenABusinessAndTheWalkGoesToTheRepresentatives() {
+        tolma::transfer::Upd_1_Start(*g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        window->trigger("menue_suchen_betrieb");
+        auto* list = window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr");
+        QVERIFY(list != nullptr);
+        QVERIFY(window->menuEntry("menue_suchen_betrieb")->isChecked());
+        auto* grid = list->findChild<QTableView*>("DBGrid1");
+        QCOMPARE(grid->model()->columnCount(), 6);
+        QCOMPARE(grid->model()->headerData(5, Qt::Horizontal).toString(), QString("Straße (Betriebsstätte)"));
+        QTest::keyClicks(list->findChild<QLineEdit*>("Text1_3"), "nord");
+        QCOMPARE(grid->model()->index(grid->currentIndex().row(), 3).data().toString(), QString("Nordsee Bau GmbH"));
+        QVERIFY(list->findChild<QLabel*>("Label1")->text().startsWith("Betrieb Nr. "));
+        list->findChild<QPushButton*>("Command1_0")->click();
+        QTRY_VERIFY(window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr") == nullptr);
+        QVERIFY(!window->menuEntry("menue_suchen_betrieb")->isChecked());
+        QCOMPARE(text("Text_1"), QString("Nordsee Bau GmbH"));
+        QVERIFY(window->findChild<QTabWidget*>("SSTab1")->isVisible());
+
+        // The legal person's representatives, and back.
+        window->findChild<QTabWidget*>("SSTab1")->setCurrentIndex(3);
+        QCOMPARE(text("TextPers_86"), QString("JP"));
+        window->findChild<QPushButton*>("Command1")->click();
+        auto* walk = window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Pers");
+        QVERIFY(walk != nullptr);
+        QVERIFY(!walk->findChild<QWidget*>("Frame1")->isVisibleTo(walk));
+        walk->findChild<QPushButton*>("Command1_0")->click();
+        QTRY_VERIFY(window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Pers") == nullptr);
+        QCOMPARE(text("TextPers_86"), QString("NP"));
+        QVERIFY(window->findChild<QPushButton*>("Command3")->isVisible());
+        window->findChild<QPushButton*>("Command3")->click();
+        QCOMPARE(text("TextPers_86"), QString("JP"));
+        QCOMPARE(window->findChild<QLabel*>("Label2")->text(), QString("Anzeige: Meldedaten"));
+    }
+
+    void exportFormWritesTheStoreFromTheMenu() {
+        tolma::transfer::Upd_1_Start(*g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        window->trigger("menue_export_textdatei");
+        auto* form = window->findChild<QWidget*>("Frm_Verwaltungsblock");
+        QVERIFY(form != nullptr);
+        QCOMPARE(form->findChild<QLineEdit*>("Text1_10")->text(), QString("52"));
+        QVERIFY(form->findChild<QLineEdit*>("Text1_0")->isReadOnly());
+        QVERIFY(!form->findChild<QLineEdit*>("Text1_4")->isReadOnly());
+        form->findChild<QPushButton*>("Command1_0")->click();
+        QTRY_VERIFY(window->findChild<QWidget*>("Frm_Verwaltungsblock") == nullptr);
+        QVERIFY(QString::fromStdString(dialogs.shown.back()).startsWith("Die Datei '"));
+        QVERIFY(!window->menuEntry("menue_export_textdatei")->isChecked());
     }
 
     void cancelledFileDialogTellsAndClearsTheMark() {

@@ -1,0 +1,183 @@
+#include "ui/list_window.h"
+
+#include <QButtonGroup>
+#include <QEvent>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QTableView>
+#include <QVBoxLayout>
+
+#include "ui/data_control_widget.h"
+#include "ui/list_model.h"
+
+namespace tolma::ui {
+
+ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form, QWidget* parent)
+    : QWidget(parent), g_(g), form_(std::move(form)), frame1_(new QGroupBox("Suchkriterien", this)),
+      grid_(new QTableView(this)), model_(nullptr), blaettern_(nullptr), label1_(new QLabel(this)) {
+    const bool persons = form_->persons;
+    setObjectName(form_->name());
+    setWindowTitle(persons ? "  TOLMA_3x_Access  (Auswahlliste - Personen)" : " TOLMA_3x_Access  (Auswahlliste - Betriebe)");
+    auto* outer = new QVBoxLayout(this);
+
+    frame1_->setObjectName("Frame1");
+    auto* search = new QGridLayout(frame1_);
+    const auto& columns = form_->columns();
+    int cell = 0;
+    for (size_t i = 0; i < columns.size(); ++i) {
+        if (!columns[i].label) continue;
+        auto* box = new QLineEdit(frame1_);
+        box->setObjectName(QString("Text1_%1").arg(i));
+        box->setMaxLength(columns[i].maxLength);
+        box->installEventFilter(this);
+        auto* label = new QLabel(QString::fromUtf8(columns[i].label), frame1_);
+        label->setBuddy(box);
+        search->addWidget(label, cell / 3, (cell % 3) * 2, Qt::AlignRight);
+        search->addWidget(box, cell / 3, (cell % 3) * 2 + 1);
+        ++cell;
+        const int index = static_cast<int>(i);
+        connect(box, &QLineEdit::textEdited, this, [this, index](const QString& text) {
+            form_->Text1[static_cast<size_t>(index)] = text.toStdString();
+            browse::Text1_Change(g_, *form_, index);
+            selectCurrentRow();
+        });
+        boxes_.push_back(box);
+    }
+    outer->addWidget(frame1_);
+
+    auto* frame2 = new QGroupBox("Auswahlliste", this);
+    frame2->setObjectName("Frame2");
+    auto* list = new QVBoxLayout(frame2);
+    grid_->setObjectName("DBGrid1");
+    QFont mono("Courier New");
+    mono.setStyleHint(QFont::Monospace);
+    mono.setFamilies({"Courier New", "Liberation Mono", "DejaVu Sans Mono"});
+    grid_->setFont(mono);
+    grid_->setSelectionBehavior(QAbstractItemView::SelectRows);
+    grid_->setSelectionMode(QAbstractItemView::SingleSelection);
+    grid_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    grid_->verticalHeader()->setDefaultSectionSize(grid_->fontMetrics().height() + 4);
+    model_ = new RecordsetTableModel(form_->data, columns, this);
+    grid_->setModel(model_);
+    grid_->horizontalHeader()->setStretchLastSection(true);
+    // Wide enough for the caption and, for names, for a good part of the name.
+    for (int c = 0; c < static_cast<int>(columns.size()); ++c) {
+        const auto& column = columns[static_cast<size_t>(c)];
+        const int caption = grid_->fontMetrics().horizontalAdvance(QString::fromUtf8(column.caption)) + 20;
+        const int content = grid_->fontMetrics().horizontalAdvance('M') * std::min(column.maxLength > 0 ? column.maxLength : 12, 28);
+        grid_->setColumnWidth(c, std::max(caption, content));
+    }
+    connect(grid_, &QTableView::doubleClicked, this, [this] { command(0); });
+    list->addWidget(grid_);
+    auto* under = new QHBoxLayout;
+    form_->data.Caption = "blättern";
+    blaettern_ = new DataControlWidget(form_->data, [this] { selectCurrentRow(); }, frame2);
+    under->addWidget(blaettern_);
+    label1_->setObjectName("Label1");
+    under->addWidget(label1_, 1);
+    list->addLayout(under);
+    outer->addWidget(frame2, 1);
+
+    auto* buttons = new QHBoxLayout;
+    if (!persons) {
+        auto* options = new QButtonGroup(this);
+        const char* captions[] = {"Alle", "Aktuelle", "Abgemeldete"};
+        for (int i = 0; i < 3; ++i) {
+            auto* option = new QRadioButton(captions[i], this);
+            option->setObjectName(QString("Option1_%1").arg(i));
+            option->setChecked(i == 0);
+            options->addButton(option, i);
+            buttons->addWidget(option);
+        }
+        connect(options, &QButtonGroup::idClicked, this, [this](int index) {
+            browse::Option1_Click(g_, *form_, index);
+            model_->reload();
+            selectCurrentRow();
+        });
+    }
+    buttons->addStretch(1);
+    const std::pair<int, const char*> commands[] = {{0, "OK"}, {1, "Abbrechen"}};
+    for (const auto& [index, caption] : commands) {
+        auto* b = new QPushButton(caption, this);
+        b->setObjectName(QString("Command1_%1").arg(index));
+        connect(b, &QPushButton::clicked, this, [this, index = index] { command(index); });
+        buttons->addWidget(b);
+    }
+    auto* frame3 = new QGroupBox("drucken", this);
+    frame3->setObjectName("Frame3");
+    auto* print = new QHBoxLayout(frame3);
+    const std::pair<int, const char*> printing[] = {{3, "Satz"}, {4, "Liste"}};
+    for (const auto& [index, caption] : printing) {
+        auto* b = new QPushButton(caption, frame3);
+        b->setObjectName(QString("Command1_%1").arg(index));
+        connect(b, &QPushButton::clicked, this, [this, index = index] { command(index); });
+        print->addWidget(b);
+    }
+    buttons->addWidget(frame3);
+    outer->addLayout(buttons);
+
+    connect(grid_->selectionModel(), &QItemSelectionModel::currentRowChanged, this, [this](const QModelIndex& current) {
+        if (syncing_ || !current.isValid()) return;
+        try {
+            form_->data.Recordset().setAbsolutePosition(current.row());
+        } catch (const std::exception&) {
+        }
+        browse::updateCounter(*form_);
+        label1_->setText(QString::fromStdString(form_->Label1));
+        blaettern_->refresh();
+    });
+    refreshFromCore();
+}
+
+ListWindow::~ListWindow() { browse::Form_Unload(g_, *form_); }
+
+void ListWindow::refreshFromCore() {
+    frame1_->setVisible(form_->Frame1Visible);
+    model_->reload();
+    selectCurrentRow();
+    label1_->setText(QString::fromStdString(form_->Label1));
+}
+
+void ListWindow::selectCurrentRow() {
+    syncing_ = true;
+    const auto& rs = form_->data.Recordset();
+    if (rs.isSet() && !rs.Eof() && !rs.Bof()) {
+        const int row = static_cast<int>(rs.AbsolutePosition());
+        const QModelIndex index = model_->index(row, std::max(0, form_->gridColumn));
+        grid_->setCurrentIndex(index);
+        grid_->scrollTo(index);
+        browse::updateCounter(*form_);
+    }
+    label1_->setText(QString::fromStdString(form_->Label1));
+    blaettern_->refresh();
+    syncing_ = false;
+}
+
+void ListWindow::command(int index) {
+    if (browse::Command1_Click(g_, *form_, index)) {
+        if (index == 0) emit recordLoaded();
+        emit closeRequested();
+    }
+}
+
+bool ListWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::MouseButtonPress) {
+        for (size_t i = 0; i < boxes_.size(); ++i) {
+            if (watched != boxes_[i]) continue;
+            // A click on a search box sorts the list by its column.
+            const int column = boxes_[i]->objectName().mid(6).toInt();
+            browse::Text1_Click(g_, *form_, column);
+            for (auto* box : boxes_) box->clear();
+            model_->reload();
+            selectCurrentRow();
+        }
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+}  // namespace tolma::ui

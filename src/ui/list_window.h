@@ -1,0 +1,54 @@
+#pragma once
+
+#include <QWidget>
+#include <memory>
+#include <vector>
+
+#include "browse/list_form.h"
+#include "core/globals.h"
+
+class QGroupBox;
+class QLabel;
+class QLineEdit;
+class QTableView;
+
+namespace tolma::ui {
+
+class DataControlWidget;
+class RecordsetTableModel;
+
+// Frm_Auswahl_Betr and Frm_Auswahl_Pers: search boxes, the grid, the counter, the buttons.
+class ListWindow : public QWidget {
+    Q_OBJECT
+
+public:
+    ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form, QWidget* parent = nullptr);
+    ~ListWindow() override;
+
+    browse::ListForm& form() { return *form_; }
+    // Shows the form's state: rows, current row, counter, search frame.
+    void refreshFromCore();
+
+signals:
+    void closeRequested();
+    void recordLoaded();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    void command(int index);
+    void selectCurrentRow();
+
+    core::Globals& g_;
+    std::unique_ptr<browse::ListForm> form_;
+    std::vector<QLineEdit*> boxes_;
+    QGroupBox* frame1_;
+    QTableView* grid_;
+    RecordsetTableModel* model_;
+    DataControlWidget* blaettern_;
+    QLabel* label1_;
+    bool syncing_ = false;
+};
+
+}  // namespace tolma::ui
