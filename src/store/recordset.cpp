@@ -526,15 +526,27 @@ public:
         const std::string crit = jet::translate(criteria);
         if (mode == Mode::Snapshot) return findInSnapshot(crit, after);
         buildKeyIndex();
-        auto st = conn->prepare(keysetSql(crit));
-        bindParams(*st);
+        // The rows after `after` are tried in growing slices of the recordset's order, so that
+        // a match near the current row is found at once and no match costs about one pass.
+        const std::string where = whereClause.empty() ? "(" + crit + ")" : "(" + whereClause + ") AND (" + crit + ")";
         std::vector<long long> k(stride);
-        // Matches come in the recordset's own order: the first one after `after` is the answer.
-        while (st->step()) {
-            for (int i = 0; i < stride; ++i) k[i] = st->column(i).toInteger();
-            auto it = keyIndex.find(keyString(k.data()));
-            if (it == keyIndex.end() || it->second >= origCount || it->second <= after) continue;
-            return it->second;
+        size_t slice = 64;
+        for (long start = after + 1; start < origCount; start += static_cast<long>(slice), slice *= 4) {
+            const long end = std::min<long>(origCount, start + static_cast<long>(slice));
+            std::string ids;
+            for (long i = start; i < end; ++i)
+                ids += (i == start ? "" : ",") + std::to_string(keys[static_cast<size_t>(i) * stride]);
+            auto st = conn->prepare("SELECT " + keyColumns + " FROM " + fromClause + " WHERE " + where + " AND " +
+                                    keyQualifiers[0] + " IN (" + ids + ")");
+            bindParams(*st);
+            std::optional<long> best;
+            while (st->step()) {
+                for (int i = 0; i < stride; ++i) k[i] = st->column(i).toInteger();
+                auto it = keyIndex.find(keyString(k.data()));
+                if (it == keyIndex.end() || it->second < start || it->second >= end) continue;
+                if (!best || it->second < *best) best = it->second;
+            }
+            if (best) return best;
         }
         // Rows added through this recordset stand at its end, whatever the order says.
         const long n = count();

@@ -1,0 +1,81 @@
+// Opens the business list on a store of N generated businesses and jumps by typing; prints
+// the time to open the list and the time of a keystroke.
+//   tolma-list-bench [N]
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include "browse/list_form.h"
+#include "core/globals.h"
+#include "core/start.h"
+#include "tml_generator.h"
+#include "transfer/import_driver.h"
+
+namespace {
+
+class Quiet : public tolma::core::Dialogs {
+public:
+    int MsgBox(const std::string&, int style, const std::string&) override {
+        return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
+    }
+    void openInViewer(const std::string&) override {}
+};
+
+double millisecondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const long n = argc > 1 ? std::atol(argv[1]) : 100000;
+    const auto dir = std::filesystem::temp_directory_path() / "tolma-list-bench";
+    std::filesystem::remove_all(dir);
+    std::filesystem::create_directories(dir);
+    const auto file = dir / "bench.tml";
+    {
+        std::ofstream out(file, std::ios::binary);
+        tolma::bench::GeneratorOptions options;
+        options.businesses = n;
+        tolma::bench::writeTransferFile(out, options);
+    }
+    Quiet dialogs;
+    tolma::core::Globals g;
+    g.dialogs = &dialogs;
+    g.dataDir = TOLMA_STORE_DIR;
+    tolma::core::A_Start(g, dir / "home");
+    tolma::transfer::Upd_1_Start(g, file.string());
+    std::filesystem::remove(file);
+
+    tolma::browse::ListForm form(false);
+    auto start = std::chrono::steady_clock::now();
+    tolma::browse::menue_suchen_betrieb(g, form);
+    for (long r = 0; r < 30 && r < form.data.Recordset().RecordCount(); ++r) form.data.Recordset().rowAt(r);
+    const double open = millisecondsSince(start);
+    std::cout << "Betriebsliste mit " << form.data.Recordset().RecordCount() << " Zeilen geöffnet in " << open << " ms\n";
+
+    // Typing a name letter by letter, then a business number, each a MoveFirst and FindFirst.
+    double worst = 0, total = 0;
+    int keys = 0;
+    const std::pair<int, std::string> typed[] = {{3, "W"}, {3, "We"}, {3, "Weber"}, {1, "00000500"}, {4, "Zz"},
+                                                 {-3, "M"}, {3, "Mü"}, {3, "Müller"}};
+    for (auto [box, text] : typed) {
+        if (box < 0) {  // sorted by the column first, as a clerk does by clicking its box
+            box = -box;
+            tolma::browse::Text1_Click(g, form, box);
+            std::cout << "  sortiert nach Spalte " << box << "\n";
+        }
+        form.Text1[static_cast<size_t>(box)] = text;
+        start = std::chrono::steady_clock::now();
+        tolma::browse::Text1_Change(g, form, box);
+        const double ms = millisecondsSince(start);
+        worst = std::max(worst, ms);
+        total += ms;
+        ++keys;
+        std::cout << "  Eingabe '" << text << "': " << ms << " ms, Zeile " << form.data.Recordset().AbsolutePosition() + 1 << "\n";
+    }
+    std::cout << "Tastendruck: im Mittel " << total / keys << " ms, höchstens " << worst << " ms\n";
+    return 0;
+}
