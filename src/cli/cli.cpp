@@ -16,6 +16,9 @@ void usage(std::ostream& err) {
            "  tolma-cli [--home VERZEICHNIS] [--yes|--no|--answers JN...] BEFEHL ...\n"
            "  tolma-cli [--home VERZEICHNIS] import [--yes|--no] DATEI\n"
            "  tolma-cli [--home VERZEICHNIS] export [--by-key] [--set INDEX=WERT]...\n"
+           "  tolma-cli [--home VERZEICHNIS] print record --betr-nr N --betr-hist-nr H [--pers-nr P] --pdf DATEI\n"
+           "  tolma-cli [--home VERZEICHNIS] print list betriebe|personen --pdf DATEI\n"
+           "  tolma-cli [--home VERZEICHNIS] options [--datenart BETRIEBSBEZOGEN|MELDUNGSBEZOGEN] [--filter on|off] [--gemeinde KZ]...\n"
            "  tolma-cli [--home VERZEICHNIS] sql [--settings] ANWEISUNG\n"
            "  tolma-cli --version\n";
 }
@@ -74,6 +77,8 @@ int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream
     if (command == "sql") return commandSql(options, rest, out, err);
     if (command == "import") return commandImport(options, rest, out, err);
     if (command == "export") return commandExport(options, rest, out, err);
+    if (command == "print") return commandPrint(options, rest, out, err);
+    if (command == "options") return commandOptions(options, rest, out, err);
     err << "Unbekannter Befehl: " << command << "\n";
     usage(err);
     return kExitUsage;

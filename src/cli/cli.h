@@ -23,6 +23,10 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
                   std::ostream& err);
 int commandExport(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                   std::ostream& err);
+int commandPrint(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                 std::ostream& err);
+int commandOptions(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                   std::ostream& err);
 int commandSql(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                std::ostream& err);
 
