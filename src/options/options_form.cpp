@@ -1,0 +1,268 @@
+#include "options/options_form.h"
+
+#include <filesystem>
+
+#include "core/db_connection.h"
+#include "core/error_log.h"
+#include "core/files.h"
+#include "core/settings.h"
+#include "model/values.h"
+#include "store/jet_sql.h"
+
+namespace tolma::options {
+namespace {
+
+const char* kPfadTitel = "Änderung des Datenbankpfades!";
+
+void showStartPicture(core::Globals& g) {
+    auto& v = g.startView;
+    v.Image2Visible = true;
+    v.SSTab1Visible = false;
+    v.Frame_AnzahlVisible = false;
+    v.Frame_UeberschriftVisible = false;
+    g.refreshView();
+}
+
+// The municipalities of a query into the list from position 0 on; `select` marks entries by
+// their markiert field, else leaves the selection alone or clears it.
+enum class Selection { FromMarks, Keep, Clear };
+void fillList(OptionsForm& form, store::Recordset& rs, Selection selection) {
+    size_t counter = 0;
+    if (rs.RecordCount() == 0) return;
+    for (rs.MoveFirst(); !rs.Eof(); rs.MoveNext(), ++counter) {
+        form.setEntry(counter, rs.Fields("gem-kz").Value().toString() + "  " + rs.Fields("gem-name").Value().toString());
+        if (selection == Selection::FromMarks && rs.Fields("markiert").Value().toBool()) form.selected[counter] = true;
+        if (selection == Selection::Clear) form.selected[counter] = false;
+    }
+}
+
+void setFilterControls(OptionsForm& form, bool on) {
+    form.Check1 = on;
+    form.filterControlsEnabled = on;
+}
+
+}  // namespace
+
+void OptionsForm::setEntry(size_t position, const std::string& entry) {
+    if (position >= List1.size()) {
+        List1.resize(position + 1);
+        selected.resize(position + 1, false);
+    }
+    List1[position] = entry;
+}
+
+void Form_Activate(core::Globals& g, OptionsForm& form) {
+    core::A_org_lesen(g);
+    auto& c = g.data.DATA_GEMEINDE;
+    c.DatabaseName = g.db_name_org;
+    c.RecordSource = "aktuelleGemeinde";
+    c.RecordSource = "SELECT ALL * From aktuelleGemeinde ORDER BY [gem-kz];";
+    c.Refresh();
+    // The list is not cleared first: entries are written by position.
+    fillList(form, c.Recordset(), Selection::FromMarks);
+    setFilterControls(form, g.filter_aktiv_flag == -1);
+
+    const bool betrieb = g.datenart_wert == core::kBetriebsbezogen;
+    form.frameEnabled[0] = betrieb;
+    form.frameEnabled[1] = !betrieb;
+    g.caption = betrieb ? core::kCaptionBetrieb : core::kCaptionMeldung;
+    g.optionen.Text6[0] = g.db_betr_pfad;
+    g.optionen.Text6[1] = g.db_meld_pfad;
+}
+
+void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
+    (void)form;
+    if (core::showMessage(g, "Stellen sie sicher, daß sich in dem gewünschten Pfad eine entsprechende Datenbank befindet!\nWeiter?\n",
+                          core::msg::vbQuestionYesNo, kPfadTitel) != core::msg::vbYes)
+        return;
+    const std::string filter = index == 0 ? "tl_4x_b.mdb|tl_4x_b.mdb|" : "tl_4x_m.mdb|tl_4x_m.mdb|";
+    const std::string file = g.dialogs ? g.dialogs->chooseFile(g.pfad_db, filter, 1) : "";
+    std::error_code ec;
+    if (file.empty() || !std::filesystem::is_regular_file(file, ec)) {
+        core::showMessage(g, "Die Datenbank wurde unter diesem Pfad nicht gefunden!", core::msg::vbExclamation, kPfadTitel);
+        return;
+    }
+    g.optionen.Text6[index == 0 ? 0 : 1] = file;
+    core::DB_Schliessen(g);
+    core::DB_Binden_loesen(g);
+    g.db_pfad_aktuell = file;
+    core::A_org_update(g);
+    core::DB_Load(g);
+    core::showMessage(g, "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + g.db_name_daten + "''",
+                      core::msg::vbInformation, "");
+    core::showMessage(g, "Der Datenbankpfad wurde geändert!", core::msg::vbOKOnly, kPfadTitel);
+    showStartPicture(g);
+}
+
+void Command12_Click(core::Globals& g, OptionsForm& form, int index) {
+    const std::string title = index == 0 ? "Ändern der Daten-Art von ''Betriebsbezogen'' in ''Meldungsbezogen''"
+                                         : "Ändern der Daten-Art von ''Meldungsbezogen'' in ''Betriebsbezogen''";
+    if (core::showMessage(g, "Wollen Sie wirklich die Daten-Art wechseln?\n", core::msg::vbQuestionYesNo, title) ==
+        core::msg::vbNo)
+        return;
+    form.frameEnabled[index == 0 ? 0 : 1] = false;
+    if (index == 0) {
+        g.datenart_wert = core::kMeldungsbezogen;
+        form.frameEnabled[1] = true;
+        g.caption = core::kCaptionMeldung;
+    } else {
+        g.datenart_wert = core::kBetriebsbezogen;
+        form.frameEnabled[0] = true;
+        g.caption = core::kCaptionBetrieb;
+    }
+    core::DB_Schliessen(g);
+    core::DB_Binden_loesen(g);
+    core::A_org_update(g);
+    core::DB_Load(g);
+    core::showMessage(g, "Der Daten-Art wurde geändert!\nNeue Daten-Art: ''" + g.datenart_wert + "''",
+                      core::msg::vbInformation, "");
+    showStartPicture(g);
+}
+
+void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
+    (void)form, (void)index;
+    const char* title = "Datenbank leeren!";
+    if (core::showMessage(g,
+                          std::string("Die Tolma-Access-Datenbank wird gelöscht und durch eine neue ersetzt.\n") +
+                              "Alle Datensätze gehen dabei verloren, die Datenbankstruktur bleibt erhalten.\n\n" +
+                              "Wollen Sie die aktuelle Tolma-Access-Datenbank wirklich löschen und durch eine leere "
+                              "Datenbank ersetzen?\n",
+                          core::msg::vbCriticalYesNo, title) != core::msg::vbYes)
+        return;
+    std::error_code ec;
+    if (!std::filesystem::is_regular_file(g.db_name_daten, ec)) return;
+    core::DB_Schliessen(g);
+    core::DB_Binden_loesen(g);
+    // The empty store comes from the program's own copies; without one the old file stays.
+    const std::string empty = g.db_kurzname + ".mdb";
+    try {
+        const auto found = core::findIgnoringCase(g.dataDir, empty);
+        if (!found) throw std::filesystem::filesystem_error("FileCopy", g.dataDir / empty,
+                                                            std::make_error_code(std::errc::no_such_file_or_directory));
+        // Copied beside the store first and renamed over it: there is no moment without a store.
+        const std::filesystem::path target = g.db_name_daten;
+        const std::filesystem::path fresh = target.string() + ".neu";
+        std::filesystem::copy_file(*found, fresh, std::filesystem::copy_options::overwrite_existing);
+        std::filesystem::rename(fresh, target);
+        for (const char* side : {"-wal", "-shm"}) std::filesystem::remove(target.string() + side, ec);
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "Frm_Optionen.Command4_Click", e);
+        core::DB_Load(g);
+        core::showMessage(g, "Die leere Datenbank wurde nicht gefunden; die bisherige Datenbank bleibt erhalten.",
+                          core::msg::vbExclamation, title);
+        return;
+    }
+    core::DB_Load(g);
+    core::showMessage(g, "Die Datenbank wurde gelöscht und ersetzt!", core::msg::vbInformation, title);
+    showStartPicture(g);
+}
+
+void Command2_Click(core::Globals& g, OptionsForm& form, int index) {
+    (void)form;
+    const std::string path = core::errorLogPath(g);
+    std::error_code ec;
+    const bool exists = std::filesystem::is_regular_file(path, ec);
+    if (index == 0) {
+        if (exists) {
+            if (g.dialogs) g.dialogs->openInViewer(path);
+        } else {
+            core::showMessage(g, "Es wurde keine Error-Log-Datei gefunden!", core::msg::vbInformation,
+                              "Anzeigen der Error-Log-Datei");
+        }
+        return;
+    }
+    if (exists) {
+        std::filesystem::remove(path, ec);
+        core::showMessage(g, "Die Error-Log-Datei wurde gelöscht!", core::msg::vbInformation, "Löschen der Error-Log-Datei");
+    } else {
+        core::showMessage(g, "Es wurde keine Error-Log-Datei gefunden!", core::msg::vbInformation,
+                          "Löschen der Error-Log-Datei");
+    }
+}
+
+void Check1_Click(core::Globals& g, OptionsForm& form, bool checked) {
+    setFilterControls(form, checked);
+    g.filter_aktiv_flag = checked ? -1 : 0;
+}
+
+void Command6_Click(core::Globals& g, OptionsForm& form) {
+    if (core::showMessage(g, "Dieser Vorgang kann einige Minuten dauern,\nwollen Sie wirklich alle Gemeinden anzeigen lassen?\n",
+                          core::msg::vbQuestionYesNo, "Anzeigen aller Gemeinden!") != core::msg::vbYes)
+        return;
+    form.MousePointer = 11;
+    auto& c = g.data.DATA_GEMEINDE;
+    c.DatabaseName = g.db_name_org;
+    c.RecordSource = "gemeindekennzahlen";
+    c.Refresh();
+    // No second Refresh: the whole table stays in its stored order.
+    c.RecordSource = "SELECT ALL * From gemeindekennzahlen ORDER BY [gem-kz];";
+    // Entries are overwritten by position; the selections stay on their positions.
+    fillList(form, c.Recordset(), Selection::Keep);
+    form.MousePointer = 0;
+}
+
+void Command7_Click(core::Globals&, OptionsForm& form) { form.selected.assign(form.List1.size(), true); }
+
+void Command9_Click(core::Globals& g, OptionsForm& form) {
+    if (core::showMessage(g, "Wollen Sie wirklich alle Markierungen löschen?\n", core::msg::vbQuestionYesNo,
+                          "löschen aller Markierungen!") == core::msg::vbYes)
+        form.selected.assign(form.List1.size(), false);
+}
+
+void Command8_Click(core::Globals& g, OptionsForm& form) {
+    form.MousePointer = 11;
+    try {
+        auto& c = g.data.DATA_GEMEINDE;
+        c.DatabaseName = g.db_name_org;
+        c.RecordSource = "SELECT DISTINCTROW * From gemeindekennzahlen where [gem-kz] like '" +
+                         store::jet::escapeValue(form.Text7) + "*' ORDER BY [gem-kz];";
+        c.Refresh();
+        if (c.Recordset().RecordCount() == 0) {
+            core::showMessage(g, "Kennzahl wurde nicht gefunden!", core::msg::vbInformation, "Auswahl Landratsamt-Kennzahl!");
+        } else {
+            form.List1.clear();
+            form.selected.clear();
+            fillList(form, c.Recordset(), Selection::Clear);
+        }
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "Frm_Optionen.Command8_Click", e);
+    }
+    form.MousePointer = 0;
+}
+
+bool Command3_Click(core::Globals& g, OptionsForm& form, int index) {
+    form.MousePointer = 11;
+    try {
+        auto& c = g.data.DATA_GEMEINDE;
+        c.DatabaseName = g.db_name_org;
+        c.RecordSource = "aktuelleGemeinde";
+        c.Refresh();
+        auto& rs = c.Recordset();
+        if (rs.RecordCount() > 0)
+            for (rs.MoveFirst(); !rs.Eof(); rs.MoveNext()) rs.Delete();
+        for (size_t i = 0; i < form.List1.size(); ++i) {
+            if (!form.selected[i]) continue;
+            // The key is assumed to be 8 characters wide.
+            const std::string& entry = form.List1[i];
+            rs.AddNew();
+            rs.Fields("gem-kz").setValue(model::firstCharacters(entry, 8));
+            rs.Fields("gem-name").setValue(model::trimBlanks(model::mid(entry, 9, 1 << 20)));
+            rs.Fields("markiert").setValue(store::Variant::boolean(true));
+            rs.Update();
+        }
+        core::A_org_update(g);
+        showStartPicture(g);
+    } catch (const std::exception& e) {
+        core::A_Error_Log(g, "Frm_Optionen.Command3_Click", core::describeError(e).source,
+                          std::to_string(core::describeError(e).number), core::describeError(e).text, "ClickIndex: ",
+                          std::to_string(index));
+        form.MousePointer = 0;
+        return false;
+    }
+    form.MousePointer = 0;
+    return true;
+}
+
+void Form_Unload(core::Globals& g) { g.marks.menue_extras_optionen = false; }
+
+}  // namespace tolma::options

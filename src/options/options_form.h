@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "core/globals.h"
+
+// Frm_Optionen: the data stores of both kinds, the error log and the municipality filter.
+namespace tolma::options {
+
+struct OptionsForm {
+    // Frame1(0) and Frame1(1) with their path box and buttons: only the active kind's is enabled.
+    bool frameEnabled[2] = {true, true};
+    // List1: the entries "gem-kz  gem-name"; the selection belongs to the position.
+    std::vector<std::string> List1;
+    std::vector<bool> selected;
+    bool Check1 = false;
+    bool filterControlsEnabled = false;  // Command7, Command8, Command9, Text7, List1
+    std::string Text7;
+    int MousePointer = 0;
+
+    void setEntry(size_t position, const std::string& entry);
+};
+
+void Form_Activate(core::Globals& g, OptionsForm& form);
+void Command11_Click(core::Globals& g, OptionsForm& form, int index);  // "Datenbank-Pfad ändern"
+void Command12_Click(core::Globals& g, OptionsForm& form, int index);  // data kind change
+void Command4_Click(core::Globals& g, OptionsForm& form, int index);   // "Datenbank leeren"
+void Command2_Click(core::Globals& g, OptionsForm& form, int index);   // the error log
+void Check1_Click(core::Globals& g, OptionsForm& form, bool checked);
+void Command6_Click(core::Globals& g, OptionsForm& form);  // "alle anzeigen"
+void Command7_Click(core::Globals& g, OptionsForm& form);  // "alle setzen"
+void Command8_Click(core::Globals& g, OptionsForm& form);  // "anzeigen" by key
+void Command9_Click(core::Globals& g, OptionsForm& form);  // "alle löschen"
+// "Zurück": the marks written, the settings saved; true when the form closes.
+bool Command3_Click(core::Globals& g, OptionsForm& form, int index);
+void Form_Unload(core::Globals& g);
+
+}  // namespace tolma::options
