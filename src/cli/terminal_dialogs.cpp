@@ -43,7 +43,8 @@ bool TerminalDialogs::answer() {
 }
 
 int TerminalDialogs::MsgBox(const std::string& text, int style, const std::string& title) {
-    out_ << title << ": " << oneLine(text);
+    // A box without a title of its own carries the program's name.
+    out_ << (title.empty() ? "TOLMA_4x_Access" : title) << ": " << oneLine(text);
     if (!core::msg::hasYesNo(style)) {
         out_ << "\n";
         return core::msg::vbOK;

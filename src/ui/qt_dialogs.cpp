@@ -15,7 +15,7 @@ namespace tolma::ui {
 
 int QtDialogs::MsgBox(const std::string& text, int style, const std::string& title) {
     QMessageBox box(parent_);
-    box.setWindowTitle(QString::fromStdString(title));
+    box.setWindowTitle(QString::fromStdString(title.empty() ? std::string("TOLMA_4x_Access") : title));
     box.setText(QString::fromStdString(text));
     switch (style & 0xF0) {
         case core::msg::vbCritical: box.setIcon(QMessageBox::Critical); break;
