@@ -68,7 +68,9 @@ int main(int argc, char** argv) {
     // The lists and the export form, each on its own.
     for (const auto& [entry, file] : {std::pair{"menue_suchen_betrieb", "betriebe.png"},
                                       std::pair{"menue_suchen_person", "personen.png"},
-                                      std::pair{"menue_export_textdatei", "export.png"}}) {
+                                      std::pair{"menue_export_textdatei", "export.png"},
+                                      std::pair{"menue_extras_optionen", "optionen.png"},
+                                      std::pair{"menue_info", "info.png"}}) {
         window.trigger(entry);
         save(window, out, file);
     }

@@ -5,12 +5,15 @@
 #include <QMdiArea>
 #include <QMdiSubWindow>
 #include <QMenuBar>
+#include <QTimer>
 #include <QUrl>
 
 #include "core/error_log.h"
 #include "core/menu.h"
 #include "core/version.h"
 #include "ui/export_window.h"
+#include "ui/info_window.h"
+#include "ui/options_window.h"
 #include "ui/list_window.h"
 #include "ui/record_view.h"
 #include "ui/twips.h"
@@ -68,6 +71,10 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     startWindow_->showMaximized();
 
     g_.unloadForm = [this](const std::string& name) { unloadForm(name); };
+    // A list that asks for the options opens them once it has gone.
+    g_.showForm = [this](const std::string& name) {
+        if (name == "Frm_Optionen") QTimer::singleShot(0, this, [this] { trigger("menue_extras_optionen"); });
+    };
     connect(recordView_, &RecordView::personenAnzeigen, this, [this] { openWalk(); });
     connect(recordView_, &RecordView::zurueck, this, [this] {
         browse::Frm_Start_Command3_Click(g_);
@@ -80,6 +87,8 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
             browse::Form_Activate(g_, list->form());
             list->refreshFromCore();
         }
+        if (auto* options = qobject_cast<OptionsWindow*>(window->widget())) options->activate();
+        if (auto* info = qobject_cast<InfoWindow*>(window->widget())) info->activate();
     });
 }
 
@@ -123,6 +132,25 @@ void MainWindow::openWalk() {
     QMdiSubWindow* window = addChild(list, QSize(760, 420));
     connect(list, &ListWindow::closeRequested, window, &QMdiSubWindow::close);
     connect(list, &ListWindow::recordLoaded, this, [this] { refreshFromCore(); });
+}
+
+void MainWindow::openOptions() {
+    if (g_.marks.menue_extras_optionen) return;  // its window is open
+    core::A_Fenster_schliessen(g_);
+    g_.marks.menue_extras_optionen = true;
+    auto* form = new OptionsWindow(g_);
+    QMdiSubWindow* window = addChild(form, QSize(780, 520));
+    connect(form, &OptionsWindow::closeRequested, window, &QMdiSubWindow::close);
+    connect(form, &OptionsWindow::storeChanged, this, [this] { refreshFromCore(); });
+}
+
+void MainWindow::openInfo() {
+    if (g_.marks.menue_info) return;
+    core::A_Fenster_schliessen(g_);
+    g_.marks.menue_info = true;
+    auto* form = new InfoWindow(g_);
+    QMdiSubWindow* window = addChild(form, QSize(360, 420));
+    connect(form, &InfoWindow::closeRequested, window, &QMdiSubWindow::close);
 }
 
 void MainWindow::openExport() {
@@ -192,10 +220,7 @@ void MainWindow::trigger(const std::string& name) {
             // A missing help page is not reported.
             QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString((g_.dataDir / "hilfe.htm").string())));
         } else if (name == "menue_info") {
-            core::showMessage(g_,
-                              std::string(core::kProductName) + "\n" + core::kCompanyName + "\nVersion: " +
-                                  core::kVersionText + "\n" + core::kLegalLine,
-                              core::msg::vbInformation, "Info");
+            openInfo();
         } else if (name == "menue_suchen_betrieb" || name == "menue_suchen_person") {
             openList(name == "menue_suchen_person");
         } else if (name == "menue_druck_betrieb" || name == "menue_druck_Person") {
@@ -203,7 +228,7 @@ void MainWindow::trigger(const std::string& name) {
         } else if (name == "menue_export_textdatei") {
             openExport();
         } else if (name == "menue_extras_optionen") {
-            notYet("Das Optionen-Fenster");
+            openOptions();
         }
     } catch (const std::exception& e) {
         core::logTrapped(g_, name, e);

@@ -44,6 +44,8 @@ private:
     void openList(bool persons);
     void openWalk();
     void openExport();
+    void openOptions();
+    void openInfo();
     QMdiSubWindow* addChild(QWidget* widget, const QSize& size);
     void unloadForm(const std::string& name);
 

@@ -1,5 +1,7 @@
 // The main window and the record view as a clerk sees them, on a store with the sample data.
+#include <QCheckBox>
 #include <QLabel>
+#include <QListWidget>
 #include <QLineEdit>
 #include <QToolButton>
 #include <QMdiArea>
@@ -164,6 +166,31 @@ private slots:
         QTRY_VERIFY(window->findChild<QWidget*>("Frm_Verwaltungsblock") == nullptr);
         QVERIFY(QString::fromStdString(dialogs.shown.back()).startsWith("Die Datei '"));
         QVERIFY(!window->menuEntry("menue_export_textdatei")->isChecked());
+    }
+
+    void optionsKeepOnlyTheActiveKindsControlsEnabled() {
+        window->trigger("menue_extras_optionen");
+        auto* form = window->findChild<QWidget*>("Frm_Optionen");
+        QVERIFY(form != nullptr);
+        QVERIFY(window->menuEntry("menue_extras_optionen")->isChecked());
+        QVERIFY(form->findChild<QWidget*>("Frame1_0")->isEnabled());
+        QVERIFY(!form->findChild<QWidget*>("Frame1_1")->isEnabled());
+        QVERIFY(!form->findChild<QWidget*>("List1")->isEnabled());
+        form->findChild<QPushButton*>("Command12_0")->click();
+        QVERIFY(!form->findChild<QWidget*>("Frame1_0")->isEnabled());
+        QVERIFY(form->findChild<QWidget*>("Frame1_1")->isEnabled());
+        QVERIFY(window->windowTitle().startsWith("TOLMA_4x_Access (meldungsbezogene Daten)"));
+        form->findChild<QCheckBox*>("Check1")->click();
+        QVERIFY(form->findChild<QWidget*>("List1")->isEnabled());
+        form->findChild<QPushButton*>("Command6")->click();
+        QCOMPARE(form->findChild<QListWidget*>("List1")->count(), 11004);
+        form->findChild<QListWidget*>("List1")->item(1)->setSelected(true);
+        form->findChild<QPushButton*>("Command3_1")->click();
+        QTRY_VERIFY(window->findChild<QWidget*>("Frm_Optionen") == nullptr);
+        QVERIFY(!window->menuEntry("menue_extras_optionen")->isChecked());
+        auto marked = g->db_org.OpenRecordset("aktuelleGemeinde");
+        QCOMPARE(marked.RecordCount(), 1L);
+        QCOMPARE(QString::fromStdString(marked.Fields("gem-name").Value().toString()), QString("Kiel, Landeshauptstadt"));
     }
 
     void cancelledFileDialogTellsAndClearsTheMark() {

@@ -1,0 +1,184 @@
+#include "ui/options_window.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+#include "core/error_log.h"
+
+namespace tolma::ui {
+
+OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
+    : QWidget(parent), g_(g), check1_(new QCheckBox("Filter aktiviert", this)), list1_(new QListWidget(this)),
+      text7_(new QLineEdit(this)) {
+    setObjectName("Frm_Optionen");
+    setWindowTitle(" TOLMA_3x_Access  (Optionen)");
+    auto* outer = new QHBoxLayout(this);
+
+    auto* stores = new QVBoxLayout;
+    const char* frameCaptions[] = {"Datenbank (BETRIEBSBEZOGENE DATEN)", "Datenbank (MELDUNGSBEZOGENE DATEN)"};
+    const char* kindCaptions[] = {"Daten-Art in \"meldungsbezogen\" ändern", "Daten-Art in \"betriebsbezogen\" ändern"};
+    for (int i = 0; i < 2; ++i) {
+        auto* frame = new QGroupBox(frameCaptions[i], this);
+        frame->setObjectName(QString("Frame1_%1").arg(i));
+        auto* grid = new QGridLayout(frame);
+        paths_[i] = new QLineEdit(frame);
+        paths_[i]->setObjectName(QString("Text6_%1").arg(i));
+        paths_[i]->setReadOnly(true);
+        grid->addWidget(paths_[i], 0, 0, 1, 3);
+        const std::pair<const char*, QString> buttons[] = {
+            {"Command11", "Datenbank-Pfad ändern"}, {"Command12", kindCaptions[i]}, {"Command4", "Datenbank leeren"}};
+        for (int b = 0; b < 3; ++b) {
+            auto* button = new QPushButton(buttons[b].second, frame);
+            button->setObjectName(QString("%1_%2").arg(buttons[b].first).arg(i));
+            grid->addWidget(button, 1, b);
+            connect(button, &QPushButton::clicked, this, [this, b, i] {
+                run([&] {
+                    if (b == 0) options::Command11_Click(g_, form_, i);
+                    if (b == 1) options::Command12_Click(g_, form_, i);
+                    if (b == 2) options::Command4_Click(g_, form_, i);
+                });
+                emit storeChanged();
+            });
+        }
+        frames_[i] = frame;
+        stores->addWidget(frame);
+    }
+    auto* log = new QGroupBox("Error-Log-Datei", this);
+    log->setObjectName("Frame4_0");
+    auto* logLayout = new QHBoxLayout(log);
+    const char* logCaptions[] = {"Anzeigen", "Löschen"};
+    for (int i = 0; i < 2; ++i) {
+        auto* button = new QPushButton(logCaptions[i], log);
+        button->setObjectName(QString("Command2_%1").arg(i));
+        connect(button, &QPushButton::clicked, this, [this, i] { run([&] { options::Command2_Click(g_, form_, i); }); });
+        logLayout->addWidget(button);
+    }
+    stores->addWidget(log);
+    stores->addStretch(1);
+    auto* back = new QPushButton("Zurück", this);
+    back->setObjectName("Command3_1");
+    connect(back, &QPushButton::clicked, this, [this] {
+        takeSelection();
+        bool close = false;
+        run([&] { close = options::Command3_Click(g_, form_, 1); });
+        if (close) emit closeRequested();
+    });
+    stores->addWidget(back, 0, Qt::AlignRight);
+    outer->addLayout(stores, 1);
+
+    auto* frame5 = new QGroupBox("Gemeinden/LRA", this);
+    frame5->setObjectName("Frame5");
+    auto* f5 = new QVBoxLayout(frame5);
+    auto* frame2 = new QGroupBox(frame5);
+    frame2->setObjectName("Frame2");
+    auto* f2 = new QHBoxLayout(frame2);
+    check1_->setObjectName("Check1");
+    connect(check1_, &QCheckBox::clicked, this, [this](bool on) { run([&] { options::Check1_Click(g_, form_, on); }); });
+    f2->addWidget(check1_);
+    f5->addWidget(frame2);
+    list1_->setObjectName("List1");
+    list1_->setSelectionMode(QAbstractItemView::MultiSelection);
+    list1_->setUniformItemSizes(true);
+    f5->addWidget(list1_, 1);
+    auto* frame3 = new QGroupBox("Markierungen", frame5);
+    frame3->setObjectName("Frame3");
+    auto* f3 = new QHBoxLayout(frame3);
+    filterButtons_[0] = new QPushButton("alle setzen", frame3);
+    filterButtons_[0]->setObjectName("Command7");
+    filterButtons_[0]->setToolTip("alle angezeigten Gemeinden markieren");
+    filterButtons_[2] = new QPushButton("alle löschen", frame3);
+    filterButtons_[2]->setObjectName("Command9");
+    filterButtons_[2]->setToolTip("Markierungen aller angezeigten Gemeinden löschen");
+    f3->addWidget(filterButtons_[0]);
+    f3->addWidget(filterButtons_[2]);
+    f5->addWidget(frame3);
+    auto* all = new QPushButton("alle anzeigen", frame5);
+    all->setObjectName("Command6");
+    all->setToolTip("alle angezeigten Gemeinden markieren");
+    f5->addWidget(all);
+    auto* frame6 = new QGroupBox("Kennzahl-Filter: ", frame5);
+    frame6->setObjectName("Frame6");
+    auto* f6 = new QHBoxLayout(frame6);
+    text7_->setObjectName("Text7");
+    text7_->setToolTip("Kennzahl Gemeinde/LRA");
+    filterButtons_[1] = new QPushButton("anzeigen", frame6);
+    filterButtons_[1]->setObjectName("Command8");
+    filterButtons_[1]->setToolTip("Anzeige von Gemeinden/LRA mit der ausgewählten Kennzahl");
+    f6->addWidget(text7_);
+    f6->addWidget(filterButtons_[1]);
+    f5->addWidget(frame6);
+    outer->addWidget(frame5, 1);
+
+    connect(filterButtons_[0], &QPushButton::clicked, this, [this] { run([&] { options::Command7_Click(g_, form_); }); });
+    connect(filterButtons_[2], &QPushButton::clicked, this, [this] { run([&] { options::Command9_Click(g_, form_); }); });
+    connect(all, &QPushButton::clicked, this, [this] { run([&] { options::Command6_Click(g_, form_); }); });
+    connect(filterButtons_[1], &QPushButton::clicked, this, [this] {
+        form_.Text7 = text7_->text().toStdString();
+        run([&] { options::Command8_Click(g_, form_); });
+    });
+    activate();
+}
+
+OptionsWindow::~OptionsWindow() { options::Form_Unload(g_); }
+
+void OptionsWindow::activate() {
+    takeSelection();
+    run([&] { options::Form_Activate(g_, form_); });
+}
+
+void OptionsWindow::takeSelection() {
+    for (int i = 0; i < list1_->count() && static_cast<size_t>(i) < form_.selected.size(); ++i)
+        form_.selected[static_cast<size_t>(i)] = list1_->item(i)->isSelected();
+}
+
+template <class Handler>
+void OptionsWindow::run(Handler&& handler) {
+    takeSelection();
+    // No failure of a handler may cross the event loop.
+    try {
+        handler();
+    } catch (const std::exception& e) {
+        core::logTrapped(g_, "Frm_Optionen", e);
+    }
+    refreshFromCore();
+    g_.refreshView();
+}
+
+void OptionsWindow::refreshFromCore() {
+    for (int i = 0; i < 2; ++i) {
+        frames_[i]->setEnabled(form_.frameEnabled[i]);
+        paths_[i]->setText(QString::fromStdString(g_.optionen.Text6[i]));
+    }
+    check1_->setChecked(form_.Check1);
+    for (auto* b : filterButtons_) b->setEnabled(form_.filterControlsEnabled);
+    text7_->setEnabled(form_.filterControlsEnabled);
+    list1_->setEnabled(form_.filterControlsEnabled);
+    // The whole list at once: eleven thousand entries take no noticeable time.
+    list1_->setUpdatesEnabled(false);
+    QStringList entries;
+    entries.reserve(static_cast<int>(form_.List1.size()));
+    for (const auto& e : form_.List1) entries << QString::fromStdString(e);
+    if (list1_->count() != entries.size()) {
+        list1_->clear();
+        list1_->addItems(entries);
+    } else {
+        for (int i = 0; i < entries.size(); ++i)
+            if (list1_->item(i)->text() != entries[i]) list1_->item(i)->setText(entries[i]);
+    }
+    QItemSelection selection;
+    for (int i = 0; i < entries.size(); ++i)
+        if (form_.selected[static_cast<size_t>(i)]) selection.select(list1_->model()->index(i, 0), list1_->model()->index(i, 0));
+    list1_->selectionModel()->select(selection, QItemSelectionModel::ClearAndSelect);
+    list1_->setUpdatesEnabled(true);
+    QApplication::restoreOverrideCursor();
+    if (form_.MousePointer == 11) QApplication::setOverrideCursor(Qt::WaitCursor);
+}
+
+}  // namespace tolma::ui
