@@ -489,6 +489,36 @@ std::string bareTableName(std::string_view source) {
     return s;
 }
 
+std::string soleQualifier(std::string_view condition) {
+    static const char* keywords[] = {"LIKE", "AND", "OR", "NOT", "IS", "NULL", "IN", "BETWEEN", "ESCAPE"};
+    const std::vector<Token> tokens = tokenize(condition);
+    std::vector<size_t> sig;
+    for (size_t i = 0; i < tokens.size(); ++i)
+        if (tokens[i].kind != TokenKind::Space) sig.push_back(i);
+    std::string qualifier;
+    for (size_t k = 0; k < sig.size(); ++k) {
+        const Token& t = tokens[sig[k]];
+        if (t.kind != TokenKind::Word && t.kind != TokenKind::Bracketed) continue;
+        const bool qualifies = k + 1 < sig.size() && isPunct(tokens[sig[k + 1]], ".");
+        const bool qualified = k > 0 && isPunct(tokens[sig[k - 1]], ".");
+        if (qualified) continue;  // the column after its qualifier
+        if (qualifies) {
+            const std::string q = t.kind == TokenKind::Bracketed ? t.text.substr(1, t.text.size() - 2) : t.text;
+            if (!qualifier.empty() && upper(qualifier) != upper(q)) return {};
+            qualifier = q;
+            continue;
+        }
+        if (t.kind == TokenKind::Word) {
+            const auto u = upper(t.text);
+            const bool keyword = std::any_of(std::begin(keywords), std::end(keywords), [&](const char* w) { return u == w; });
+            const bool function = k + 1 < sig.size() && isPunct(tokens[sig[k + 1]], "(");
+            if (keyword || function) continue;
+        }
+        return {};  // a bare column name: its table is not known here
+    }
+    return qualifier;
+}
+
 std::string escapeValue(std::string_view value) {
     std::string out;
     out.reserve(value.size());

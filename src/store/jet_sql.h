@@ -24,6 +24,10 @@ std::vector<Token> tokenize(std::string_view sql);
 // numeric function such as Len() read as a number, and a trailing ";" removed.
 std::string translate(std::string_view jetSql);
 
+// The one table qualifier that every column name of a condition carries ("betrieb" in
+// "betrieb.[b-eintr-name] LIKE 'M*'"); empty when a name is bare or two tables are named.
+std::string soleQualifier(std::string_view condition);
+
 // A base table named in a FROM clause, with the name by which its row id is reached.
 struct TableRef {
     std::string name;       // as written, brackets removed

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "store/connection.h"
 #include "store/dao_error.h"
@@ -102,6 +103,7 @@ public:
     long origCount = 0;  // rows from the query; later ones were added through this recordset
     std::string selectList, fromClause, whereClause, orderClause, keyColumns;
     std::vector<std::string> keyQualifiers;
+    std::vector<jet::TableRef> tables;
     std::unordered_map<std::string, long> keyIndex;
     bool keyIndexValid = false;
 
@@ -211,6 +213,7 @@ public:
         whereClause = parts.where;
         orderClause = parts.orderBy;
         stride = static_cast<int>(parts.tables.size());
+        tables = parts.tables;
         for (int i = 0; i < stride; ++i) {
             keyQualifiers.push_back(parts.tables[i].qualifier + ".rowid");
             keyColumns += (i ? ", " : "") + keyQualifiers.back();
@@ -525,6 +528,25 @@ public:
     std::optional<long> findIndex(const std::string& criteria, long after) {
         const std::string crit = jet::translate(criteria);
         if (mode == Mode::Snapshot) return findInSnapshot(crit, after);
+        // A condition on one table's columns is run on that table alone, and the first row of
+        // the recordset's order whose row of that table matched is the answer.
+        if (const std::string q = jet::soleQualifier(crit); !q.empty()) {
+            for (int j = 0; j < stride; ++j) {
+                if (jet::foldCase(keyQualifiers[j]) != jet::foldCase(q + ".rowid")) continue;
+                const jet::TableRef* ref = nullptr;
+                for (const auto& t : tables)
+                    if (jet::foldCase(t.qualifier) == jet::foldCase(q)) ref = &t;
+                if (!ref) break;
+                auto st = conn->prepare("SELECT " + q + ".rowid FROM [" + ref->name + "]" +
+                                        (jet::foldCase(ref->qualifier) != jet::foldCase(ref->name) ? " AS " + q : "") +
+                                        " WHERE " + crit);
+                std::unordered_set<long long> matching;
+                while (st->step()) matching.insert(st->column(0).toInteger());
+                for (long i = after + 1; i < origCount; ++i)
+                    if (matching.count(keys[static_cast<size_t>(i) * stride + j])) return i;
+                return findAppended(crit, after);
+            }
+        }
         buildKeyIndex();
         // The rows after `after` are tried in growing slices of the recordset's order, so that
         // a match near the current row is found at once and no match costs about one pass.
@@ -548,7 +570,11 @@ public:
             }
             if (best) return best;
         }
-        // Rows added through this recordset stand at its end, whatever the order says.
+        return findAppended(crit, after);
+    }
+
+    // Rows added through this recordset stand at its end, whatever the order says.
+    std::optional<long> findAppended(const std::string& crit, long after) {
         const long n = count();
         for (long i = std::max(after + 1, origCount); i < n; ++i) {
             auto& one = stmt("SELECT 1 FROM " + fromClause + " WHERE " + keyCondition() + " AND (" + crit + ")");
