@@ -81,6 +81,35 @@ TEST_F(CliTest, HeldSettingsStoreFailsTheCommandWithALogEntry) {
     EXPECT_NE(text.str().find("Fehler in Sub/Function: A_Start"), std::string::npos);
 }
 
+TEST_F(CliTest, ImportExportAndOptionsRunAsTheProgramDoes) {
+    const std::string sample = std::string(TOLMA_SOURCE_DIR) + "/data/beispiel.tml";
+    auto r = runCli({"--home", home, "import", "--no", sample});
+    EXPECT_EQ(r.code, 3);  // the consent refused: cancelled
+    EXPECT_NE(r.out.find("Datenbank-Update!: Der Vorgang wurde abgebrochen!"), std::string::npos);
+    r = runCli({"--home", home, "import", "--yes", sample});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("Datenbank-Update!: Die Daten wurden übertragen!"), std::string::npos);
+    EXPECT_EQ(runCli({"--home", home, "import"}).code, 2);
+
+    r = runCli({"--home", home, "export", "--set", "4=Frau Meier"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    const std::string file = r.out.substr(r.out.rfind('\n', r.out.size() - 2) + 1, r.out.size() - r.out.rfind('\n', r.out.size() - 2) - 2);
+    ASSERT_TRUE(std::filesystem::exists(file)) << r.out;
+    std::ifstream exported(file, std::ios::binary);
+    std::stringstream text;
+    text << exported.rdbuf();
+    EXPECT_NE(text.str().find("<ersteller>Frau Meier</ersteller>\r\n"), std::string::npos);
+    EXPECT_NE(text.str().find("<zahl-betriebe-gesamt>52</zahl-betriebe-gesamt>"), std::string::npos);
+    EXPECT_EQ(runCli({"--home", home, "export", "--set", "15=x"}).code, 2);
+
+    r = runCli({"--home", home, "options", "--filter", "on", "--gemeinde", "01054056"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("Filter: aktiviert\nGemeinde: 01054056  Husum, Stadt\n"), std::string::npos) << r.out;
+    r = runCli({"--home", home, "options", "--datenart", "MELDUNGSBEZOGEN"});
+    EXPECT_NE(r.out.find("Daten-Art: MELDUNGSBEZOGEN"), std::string::npos) << r.out;
+    EXPECT_EQ(runCli({"--home", home, "options", "--filter", "vielleicht"}).code, 2);
+}
+
 TEST(TerminalDialogsTest, MessagesAsTitleAndTextAndScriptedAnswers) {
     std::ostringstream out;
     std::istringstream in;
