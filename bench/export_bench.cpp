@@ -5,44 +5,21 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 
+#include "bench_store.h"
 #include "core/globals.h"
-#include "core/start.h"
-#include "tml_generator.h"
 #include "transfer/export_form.h"
 #include "transfer/import_driver.h"
 
-namespace {
-
-class Quiet : public tolma::core::Dialogs {
-public:
-    int MsgBox(const std::string&, int style, const std::string&) override {
-        return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
-    }
-    void openInViewer(const std::string& path) override { std::cout << "  Fehlerprotokoll: " << path << "\n"; }
-};
-
-}  // namespace
-
 int main(int argc, char** argv) {
     const long n = argc > 1 ? std::atol(argv[1]) : 100000;
-    const auto dir = std::filesystem::temp_directory_path() / "tolma-export-bench";
-    std::filesystem::remove_all(dir);
-    std::filesystem::create_directories(dir);
+    const auto dir = tolma::bench::freshDirectory("tolma-export-bench");
     const auto file = dir / "bench.tml";
-    {
-        std::ofstream out(file, std::ios::binary);
-        tolma::bench::GeneratorOptions options;
-        options.businesses = n;
-        tolma::bench::writeTransferFile(out, options);
-    }
-    Quiet dialogs;
+    tolma::bench::writeFile(file, n);
+    tolma::bench::AnswerYes dialogs;
     tolma::core::Globals g;
-    g.dialogs = &dialogs;
-    g.dataDir = TOLMA_STORE_DIR;
-    tolma::core::A_Start(g, dir / "home");
+    tolma::bench::startProgram(g, dialogs, dir / "home");
     tolma::transfer::Upd_1_Start(g, file.string());
     std::filesystem::remove(file);
 

@@ -1,6 +1,6 @@
 // Imports a generated transfer file of N businesses into an empty store, then the same file
 // again into the filled store, and prints businesses/s, MB/s and the peak memory.
-//   tolma-import-bench [N] [--keep DIR]
+//   tolma-import-bench [N]
 #include <sys/resource.h>
 
 #include <chrono>
@@ -9,21 +9,11 @@
 #include <fstream>
 #include <iostream>
 
+#include "bench_store.h"
 #include "core/globals.h"
-#include "core/start.h"
-#include "tml_generator.h"
 #include "transfer/import_driver.h"
 
 namespace {
-
-class AlwaysYes : public tolma::core::Dialogs {
-public:
-    int MsgBox(const std::string& text, int style, const std::string& title) override {
-        if (!tolma::core::msg::hasYesNo(style)) std::cout << "  " << title << ": " << text << "\n";
-        return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
-    }
-    void openInViewer(const std::string& path) override { std::cout << "  Fehlerprotokoll: " << path << "\n"; }
-};
 
 long peakMegabytes() {
     rusage usage{};
@@ -35,25 +25,15 @@ long peakMegabytes() {
 
 int main(int argc, char** argv) {
     long n = argc > 1 ? std::atol(argv[1]) : 100000;
-    std::filesystem::path dir = std::filesystem::temp_directory_path() / "tolma-import-bench";
-    if (argc > 3 && std::string(argv[2]) == "--keep") dir = argv[3];
-    std::filesystem::remove_all(dir);
-    std::filesystem::create_directories(dir);
+    const auto dir = tolma::bench::freshDirectory("tolma-import-bench");
     const auto file = dir / "bench.tml";
-    {
-        std::ofstream out(file, std::ios::binary);
-        tolma::bench::GeneratorOptions options;
-        options.businesses = n;
-        tolma::bench::writeTransferFile(out, options);
-    }
-    const double megabytes = static_cast<double>(std::filesystem::file_size(file)) / 1e6;
+    const double megabytes = tolma::bench::writeFile(file, n);
     std::cout << "Transferdatei: " << n << " Betriebe, " << megabytes << " MB\n";
 
-    AlwaysYes dialogs;
+    tolma::bench::AnswerYes dialogs;
+    dialogs.echo = true;
     tolma::core::Globals g;
-    g.dialogs = &dialogs;
-    g.dataDir = TOLMA_STORE_DIR;
-    tolma::core::A_Start(g, dir / "home");
+    tolma::bench::startProgram(g, dialogs, dir / "home");
     if (!g.db_daten.isSet()) {
         std::cerr << "Die Datenbank konnte nicht geöffnet werden.\n";
         return 1;

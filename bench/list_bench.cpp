@@ -4,24 +4,14 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 
 #include "browse/list_form.h"
+#include "bench_store.h"
 #include "core/globals.h"
-#include "core/start.h"
-#include "tml_generator.h"
 #include "transfer/import_driver.h"
 
 namespace {
-
-class Quiet : public tolma::core::Dialogs {
-public:
-    int MsgBox(const std::string&, int style, const std::string&) override {
-        return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
-    }
-    void openInViewer(const std::string&) override {}
-};
 
 double millisecondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
@@ -31,21 +21,12 @@ double millisecondsSince(std::chrono::steady_clock::time_point start) {
 
 int main(int argc, char** argv) {
     const long n = argc > 1 ? std::atol(argv[1]) : 100000;
-    const auto dir = std::filesystem::temp_directory_path() / "tolma-list-bench";
-    std::filesystem::remove_all(dir);
-    std::filesystem::create_directories(dir);
+    const auto dir = tolma::bench::freshDirectory("tolma-list-bench");
     const auto file = dir / "bench.tml";
-    {
-        std::ofstream out(file, std::ios::binary);
-        tolma::bench::GeneratorOptions options;
-        options.businesses = n;
-        tolma::bench::writeTransferFile(out, options);
-    }
-    Quiet dialogs;
+    tolma::bench::writeFile(file, n);
+    tolma::bench::AnswerYes dialogs;
     tolma::core::Globals g;
-    g.dialogs = &dialogs;
-    g.dataDir = TOLMA_STORE_DIR;
-    tolma::core::A_Start(g, dir / "home");
+    tolma::bench::startProgram(g, dialogs, dir / "home");
     tolma::transfer::Upd_1_Start(g, file.string());
     std::filesystem::remove(file);
 

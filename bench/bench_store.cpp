@@ -1,0 +1,42 @@
+#include "bench_store.h"
+
+#include <fstream>
+#include <iostream>
+
+#include "core/start.h"
+#include "tml_generator.h"
+
+namespace tolma::bench {
+
+int AnswerYes::MsgBox(const std::string& text, int style, const std::string& title) {
+    if (core::msg::hasYesNo(style)) return core::msg::vbYes;
+    if (echo) std::cout << "  " << title << ": " << text << "\n";
+    return core::msg::vbOK;
+}
+
+void AnswerYes::openInViewer(const std::string& path) { std::cout << "  Fehlerprotokoll: " << path << "\n"; }
+
+std::filesystem::path freshDirectory(const std::string& name) {
+    const auto dir = std::filesystem::temp_directory_path() / name;
+    std::filesystem::remove_all(dir);
+    std::filesystem::create_directories(dir);
+    return dir;
+}
+
+double writeFile(const std::filesystem::path& file, long businesses) {
+    {
+        std::ofstream out(file, std::ios::binary);
+        GeneratorOptions options;
+        options.businesses = businesses;
+        writeTransferFile(out, options);
+    }
+    return static_cast<double>(std::filesystem::file_size(file)) / 1e6;
+}
+
+void startProgram(core::Globals& g, AnswerYes& dialogs, const std::filesystem::path& home) {
+    g.dialogs = &dialogs;
+    g.dataDir = TOLMA_STORE_DIR;
+    core::A_Start(g, home);
+}
+
+}  // namespace tolma::bench
