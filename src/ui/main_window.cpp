@@ -215,6 +215,7 @@ void MainWindow::trigger(const std::string& name) {
         if (name == "menue_import_datenbank") {
             core::menue_import_datenbank(g_);
         } else if (name == "menue_beenden") {
+            core::A_Log_anbieten(g_);  // the menu's own door, before the windows' two
             close();
         } else if (name == "menue_hilfe_suchen") {
             // A missing help page is not reported.
@@ -254,9 +255,11 @@ void MainWindow::refreshFromCore() {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-    // The way down offers the error log; it closes no store.
+    // The way down offers the error log at each door it passes: the record view's query to
+    // unload and its unload. It closes no store; the closing is never cancelled.
     if (!closing_) {
         closing_ = true;
+        core::A_Log_anbieten(g_);
         core::A_Log_anbieten(g_);
     }
     event->accept();
