@@ -14,6 +14,7 @@
 
 #include "ui/data_control_widget.h"
 #include "ui/list_model.h"
+#include "ui/print_support.h"
 
 namespace tolma::ui {
 
@@ -159,6 +160,15 @@ void ListWindow::selectCurrentRow() {
 }
 
 void ListWindow::command(int index) {
+    // Printing moves the list's row and puts it back: the grid is shown anew afterwards.
+    if (index == 3 || index == 4) {
+        if (index == 3)
+            printRecordFromList(g_, *form_, this);
+        else
+            printListFromList(g_, *form_, this);
+        refreshFromCore();
+        return;
+    }
     if (browse::Command1_Click(g_, *form_, index)) {
         if (index == 0) emit recordLoaded();
         emit closeRequested();

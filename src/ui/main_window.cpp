@@ -14,6 +14,7 @@
 #include "ui/export_window.h"
 #include "ui/info_window.h"
 #include "ui/options_window.h"
+#include "ui/print_support.h"
 #include "ui/list_window.h"
 #include "ui/record_view.h"
 #include "ui/twips.h"
@@ -204,11 +205,6 @@ void MainWindow::buildMenu() {
         entries_[marked]->setCheckable(true);
 }
 
-void MainWindow::notYet(const char* what) {
-    core::showMessage(g_, std::string(what) + " steht in dieser Fassung des Programms noch nicht zur Verfügung.",
-                      core::msg::vbInformation, "Hinweis");
-}
-
 void MainWindow::trigger(const std::string& name) {
     // No exception may cross the event loop: a failure is logged as the program's own.
     try {
@@ -225,7 +221,7 @@ void MainWindow::trigger(const std::string& name) {
         } else if (name == "menue_suchen_betrieb" || name == "menue_suchen_person") {
             openList(name == "menue_suchen_person");
         } else if (name == "menue_druck_betrieb" || name == "menue_druck_Person") {
-            notYet("Das Drucken");
+            printMenuEntry(g_, name, this);
         } else if (name == "menue_export_textdatei") {
             openExport();
         } else if (name == "menue_extras_optionen") {

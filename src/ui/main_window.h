@@ -40,7 +40,6 @@ protected:
 
 private:
     void buildMenu();
-    void notYet(const char* what);
     void openList(bool persons);
     void openWalk();
     void openExport();
