@@ -93,6 +93,16 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     });
 }
 
+MainWindow::~MainWindow() {
+    // The forms still open go after this window's members: they must not call back into it.
+    for (const auto& [name, window] : children_) {
+        QObject::disconnect(window, nullptr, this, nullptr);
+        if (window->widget()) QObject::disconnect(window->widget(), nullptr, this, nullptr);
+    }
+    g_.unloadForm = [](const std::string&) {};
+    g_.showForm = [](const std::string&) {};
+}
+
 QMdiSubWindow* MainWindow::addChild(QWidget* widget, const QSize& size) {
     QMdiSubWindow* window = mdiArea_->addSubWindow(widget);
     window->setAttribute(Qt::WA_DeleteOnClose);

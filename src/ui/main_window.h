@@ -24,6 +24,7 @@ public:
     static constexpr int kHeightTwips = 8940;
 
     explicit MainWindow(core::Globals& g, QWidget* parent = nullptr);
+    ~MainWindow() override;
 
     QMdiArea* mdiArea() const { return mdiArea_; }
     RecordView* recordView() const { return recordView_; }

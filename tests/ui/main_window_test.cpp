@@ -193,6 +193,14 @@ private slots:
         QCOMPARE(QString::fromStdString(marked.Fields("gem-name").Value().toString()), QString("Kiel, Landeshauptstadt"));
     }
 
+    void closingWithFormsOpenEndsCleanly() {
+        window->trigger("menue_extras_optionen");
+        QVERIFY(window->findChild<QWidget*>("Frm_Optionen") != nullptr);
+        window.reset();  // the main window goes while a form stands open
+        QVERIFY(!g->marks.menue_extras_optionen);
+        window = std::make_unique<tolma::ui::MainWindow>(*g);
+    }
+
     void cancelledFileDialogTellsAndClearsTheMark() {
         dialogs.file.clear();
         window->trigger("menue_import_datenbank");
