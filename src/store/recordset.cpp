@@ -76,6 +76,19 @@ struct FieldSet {
     std::unordered_map<std::string, int> exact, folded;
 };
 
+// What a query shape needs on a connection, worked out once: its parts, the texts built from
+// them and their prepared statements.
+struct QueryPlan {
+    std::shared_ptr<const jet::Shape> shape;  // kept alive, so that its address stays its own
+    int stride = 1;
+    std::string selectList, fromClause, whereClause, orderClause, keyColumns;
+    std::vector<std::string> keyQualifiers;
+    std::vector<jet::TableRef> tables;
+    std::string fetchSql, rowsSql;
+    Statement* fetch = nullptr;
+    Statement* rows = nullptr;
+};
+
 class RecordsetImpl {
 public:
     static constexpr size_t kPrefetchRows = 16;
@@ -101,9 +114,7 @@ public:
     int stride = 1;
     std::vector<long long> keys;
     long origCount = 0;  // rows from the query; later ones were added through this recordset
-    std::string selectList, fromClause, whereClause, orderClause, keyColumns;
-    std::vector<std::string> keyQualifiers;
-    std::vector<jet::TableRef> tables;
+    std::shared_ptr<const QueryPlan> plan;
     std::unordered_map<std::string, long> keyIndex;
     bool keyIndexValid = false;
 
@@ -208,31 +219,43 @@ public:
             return;
         }
         mode = Mode::Keyset;
-        selectList = parts.selectList;
-        fromClause = parts.from;
-        whereClause = parts.where;
-        orderClause = parts.orderBy;
         stride = static_cast<int>(parts.tables.size());
-        tables = parts.tables;
-        for (int i = 0; i < stride; ++i) {
-            keyQualifiers.push_back(parts.tables[i].qualifier + ".rowid");
-            keyColumns += (i ? ", " : "") + keyQualifiers.back();
+        auto& memo = conn->memo("plan:" + std::to_string(reinterpret_cast<std::uintptr_t>(query.shape.get())));
+        if (!memo || std::static_pointer_cast<const QueryPlan>(memo)->shape != query.shape) {
+            auto made = std::make_shared<QueryPlan>();
+            made->shape = query.shape;
+            made->stride = stride;
+            made->selectList = parts.selectList;
+            made->fromClause = parts.from;
+            made->whereClause = parts.where;
+            made->orderClause = parts.orderBy;
+            made->tables = parts.tables;
+            for (int i = 0; i < stride; ++i) {
+                made->keyQualifiers.push_back(parts.tables[i].qualifier + ".rowid");
+                made->keyColumns += (i ? ", " : "") + made->keyQualifiers.back();
+            }
+            plan = made;
+            made->fetchSql = "SELECT " + made->selectList + " FROM " + made->fromClause + " WHERE " + keyCondition();
+            made->fetch = &conn->cached(made->fetchSql);
+            made->rowsSql = "SELECT " + made->keyColumns + ", " + made->selectList + " FROM " + made->fromClause +
+                            (made->whereClause.empty() ? "" : " WHERE " + made->whereClause) + orderBy() + " LIMIT " +
+                            std::to_string(kPrefetchRows + 1);
+            made->rows = &conn->cached(made->rowsSql);
+            memo = made;
         }
-        const std::string fetchSql = "SELECT " + selectList + " FROM " + fromClause + " WHERE " + keyCondition();
-        fetchStmt = &conn->cached(fetchSql);
+        plan = std::static_pointer_cast<const QueryPlan>(memo);
+        fetchStmt = plan->fetch;
         if (stride == 1) {
             updatable = true;
             baseTable = bracket(parts.tables[0].name);
         }
-        describe(*fetchStmt, fetchSql, parts.tables, stride == 1 ? parts.tables[0].name : std::string());
+        describe(*fetchStmt, plan->fetchSql, parts.tables, stride == 1 ? parts.tables[0].name : std::string());
 
         // Most queries give a few rows: read them whole with their keys in one statement, and
         // fall back to a keyset of their keys alone when there are more.
         {
-            const std::string rowsSql = "SELECT " + keyColumns + ", " + selectList + " FROM " + fromClause +
-                                        (whereClause.empty() ? "" : " WHERE " + whereClause) + orderBy() +
-                                        " LIMIT " + std::to_string(kPrefetchRows + 1);
-            Statement& first = conn->cached(rowsSql);
+            Statement& first = *plan->rows;
+            first.reset();
             bindParams(first);
             std::vector<long long> firstKeys;
             while (first.step()) {
@@ -258,8 +281,8 @@ public:
             keyset = &conn->cached(keysetSql(""));
         } catch (const DaoError&) {
             // An ORDER BY that names a column of the select list by its alias needs the list.
-            fallback = conn->prepare("SELECT " + keyColumns + ", " + selectList + " FROM " + fromClause +
-                                     (whereClause.empty() ? "" : " WHERE " + whereClause) + orderBy());
+            fallback = conn->prepare("SELECT " + plan->keyColumns + ", " + plan->selectList + " FROM " + plan->fromClause +
+                                     (plan->whereClause.empty() ? "" : " WHERE " + plan->whereClause) + orderBy());
             keyset = fallback.get();
         }
         bindParams(*keyset);
@@ -274,18 +297,18 @@ public:
     std::string keyCondition() const {
         std::string where;
         for (int i = 0; i < stride; ++i)
-            where += (i ? " AND " : "") + keyQualifiers[i] + " = ?" + std::to_string(paramCount() + i + 1);
+            where += (i ? " AND " : "") + plan->keyQualifiers[i] + " = ?" + std::to_string(paramCount() + i + 1);
         return where;
     }
 
     // The order of the rows: the query's own, made total by the row ids; without an order of
     // its own, the order in which the rows were stored.
-    std::string orderBy() const { return " ORDER BY " + (orderClause.empty() ? "" : orderClause + ", ") + keyColumns; }
+    std::string orderBy() const { return " ORDER BY " + (plan->orderClause.empty() ? "" : plan->orderClause + ", ") + plan->keyColumns; }
 
     std::string keysetSql(const std::string& criteria) const {
-        std::string where = whereClause;
+        std::string where = plan->whereClause;
         if (!criteria.empty()) where = where.empty() ? "(" + criteria + ")" : "(" + where + ") AND (" + criteria + ")";
-        return "SELECT " + keyColumns + " FROM " + fromClause + (where.empty() ? "" : " WHERE " + where) + orderBy();
+        return "SELECT " + plan->keyColumns + " FROM " + plan->fromClause + (where.empty() ? "" : " WHERE " + where) + orderBy();
     }
 
     void openSnapshot(const std::string& sql, const jet::SelectParts& parts) {
@@ -532,9 +555,9 @@ public:
         // the recordset's order whose row of that table matched is the answer.
         if (const std::string q = jet::soleQualifier(crit); !q.empty()) {
             for (int j = 0; j < stride; ++j) {
-                if (jet::foldCase(keyQualifiers[j]) != jet::foldCase(q + ".rowid")) continue;
+                if (jet::foldCase(plan->keyQualifiers[j]) != jet::foldCase(q + ".rowid")) continue;
                 const jet::TableRef* ref = nullptr;
-                for (const auto& t : tables)
+                for (const auto& t : plan->tables)
                     if (jet::foldCase(t.qualifier) == jet::foldCase(q)) ref = &t;
                 if (!ref) break;
                 auto st = conn->prepare("SELECT " + q + ".rowid FROM [" + ref->name + "]" +
@@ -550,7 +573,7 @@ public:
         buildKeyIndex();
         // The rows after `after` are tried in growing slices of the recordset's order, so that
         // a match near the current row is found at once and no match costs about one pass.
-        const std::string where = whereClause.empty() ? "(" + crit + ")" : "(" + whereClause + ") AND (" + crit + ")";
+        const std::string where = plan->whereClause.empty() ? "(" + crit + ")" : "(" + plan->whereClause + ") AND (" + crit + ")";
         std::vector<long long> k(stride);
         size_t slice = 64;
         for (long start = after + 1; start < origCount; start += static_cast<long>(slice), slice *= 4) {
@@ -558,8 +581,8 @@ public:
             std::string ids;
             for (long i = start; i < end; ++i)
                 ids += (i == start ? "" : ",") + std::to_string(keys[static_cast<size_t>(i) * stride]);
-            auto st = conn->prepare("SELECT " + keyColumns + " FROM " + fromClause + " WHERE " + where + " AND " +
-                                    keyQualifiers[0] + " IN (" + ids + ")");
+            auto st = conn->prepare("SELECT " + plan->keyColumns + " FROM " + plan->fromClause + " WHERE " + where + " AND " +
+                                    plan->keyQualifiers[0] + " IN (" + ids + ")");
             bindParams(*st);
             std::optional<long> best;
             while (st->step()) {
@@ -577,7 +600,7 @@ public:
     std::optional<long> findAppended(const std::string& crit, long after) {
         const long n = count();
         for (long i = std::max(after + 1, origCount); i < n; ++i) {
-            auto& one = stmt("SELECT 1 FROM " + fromClause + " WHERE " + keyCondition() + " AND (" + crit + ")");
+            auto& one = stmt("SELECT 1 FROM " + plan->fromClause + " WHERE " + keyCondition() + " AND (" + crit + ")");
             bindParams(one);
             for (int j = 0; j < stride; ++j)
                 one.bind(paramCount() + j + 1, Variant(keys[static_cast<size_t>(i) * stride + j]));
