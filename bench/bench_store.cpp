@@ -5,6 +5,7 @@
 
 #include "core/start.h"
 #include "tml_generator.h"
+#include "transfer/import_driver.h"
 
 namespace tolma::bench {
 
@@ -37,6 +38,15 @@ void startProgram(core::Globals& g, AnswerYes& dialogs, const std::filesystem::p
     g.dialogs = &dialogs;
     g.dataDir = TOLMA_STORE_DIR;
     core::A_Start(g, home);
+}
+
+void startWithBusinesses(core::Globals& g, AnswerYes& dialogs, const std::string& name, long businesses) {
+    const auto dir = freshDirectory(name);
+    const auto file = dir / "bench.tml";
+    writeFile(file, businesses);
+    startProgram(g, dialogs, dir / "home");
+    transfer::Upd_1_Start(g, file.string());
+    std::filesystem::remove(file);
 }
 
 }  // namespace tolma::bench

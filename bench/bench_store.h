@@ -22,5 +22,7 @@ std::filesystem::path freshDirectory(const std::string& name);
 double writeFile(const std::filesystem::path& file, long businesses);
 // Starts the program on `home` with the default stores of the build.
 void startProgram(core::Globals& g, AnswerYes& dialogs, const std::filesystem::path& home);
+// Starts the program in a fresh directory `name` and imports n generated businesses.
+void startWithBusinesses(core::Globals& g, AnswerYes& dialogs, const std::string& name, long businesses);
 
 }  // namespace tolma::bench

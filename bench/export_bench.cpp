@@ -10,18 +10,12 @@
 #include "bench_store.h"
 #include "core/globals.h"
 #include "transfer/export_form.h"
-#include "transfer/import_driver.h"
 
 int main(int argc, char** argv) {
     const long n = argc > 1 ? std::atol(argv[1]) : 100000;
-    const auto dir = tolma::bench::freshDirectory("tolma-export-bench");
-    const auto file = dir / "bench.tml";
-    tolma::bench::writeFile(file, n);
     tolma::bench::AnswerYes dialogs;
     tolma::core::Globals g;
-    tolma::bench::startProgram(g, dialogs, dir / "home");
-    tolma::transfer::Upd_1_Start(g, file.string());
-    std::filesystem::remove(file);
+    tolma::bench::startWithBusinesses(g, dialogs, "tolma-export-bench", n);
 
     const auto start = std::chrono::steady_clock::now();
     tolma::transfer::VerwaltungsblockForm form = tolma::transfer::Frm_Verwaltungsblock_Load(g);

@@ -9,7 +9,6 @@
 #include "browse/list_form.h"
 #include "bench_store.h"
 #include "core/globals.h"
-#include "transfer/import_driver.h"
 
 namespace {
 
@@ -21,14 +20,9 @@ double millisecondsSince(std::chrono::steady_clock::time_point start) {
 
 int main(int argc, char** argv) {
     const long n = argc > 1 ? std::atol(argv[1]) : 100000;
-    const auto dir = tolma::bench::freshDirectory("tolma-list-bench");
-    const auto file = dir / "bench.tml";
-    tolma::bench::writeFile(file, n);
     tolma::bench::AnswerYes dialogs;
     tolma::core::Globals g;
-    tolma::bench::startProgram(g, dialogs, dir / "home");
-    tolma::transfer::Upd_1_Start(g, file.string());
-    std::filesystem::remove(file);
+    tolma::bench::startWithBusinesses(g, dialogs, "tolma-list-bench", n);
 
     tolma::browse::ListForm form(false);
     auto start = std::chrono::steady_clock::now();
