@@ -3,7 +3,6 @@
 //   tolma-list-bench [N]
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <iostream>
 
 #include "browse/list_form.h"
