@@ -8,6 +8,8 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "ui/command_buttons.h"
+
 namespace tolma::ui {
 
 ExportWindow::ExportWindow(core::Globals& g, QWidget* parent)
@@ -59,13 +61,7 @@ ExportWindow::ExportWindow(core::Globals& g, QWidget* parent)
 
     auto* buttons = new QHBoxLayout;
     buttons->addStretch(1);
-    const std::pair<int, const char*> commands[] = {{0, "OK"}, {1, "Abbrechen"}};
-    for (const auto& [index, caption] : commands) {
-        auto* b = new QPushButton(caption, this);
-        b->setObjectName(QString("Command1_%1").arg(index));
-        connect(b, &QPushButton::clicked, this, [this, index = index] { command(index); });
-        buttons->addWidget(b);
-    }
+    addCommandButtons(this, buttons, "Command1", {{0, "OK"}, {1, "Abbrechen"}}, [this](int i) { command(i); });
     outer->addLayout(buttons);
     outer->addStretch(1);
 }

@@ -12,6 +12,7 @@
 #include <QTableView>
 #include <QVBoxLayout>
 
+#include "ui/command_buttons.h"
 #include "ui/data_control_widget.h"
 #include "ui/list_model.h"
 #include "ui/print_support.h"
@@ -102,23 +103,11 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
         });
     }
     buttons->addStretch(1);
-    const std::pair<int, const char*> commands[] = {{0, "OK"}, {1, "Abbrechen"}};
-    for (const auto& [index, caption] : commands) {
-        auto* b = new QPushButton(caption, this);
-        b->setObjectName(QString("Command1_%1").arg(index));
-        connect(b, &QPushButton::clicked, this, [this, index = index] { command(index); });
-        buttons->addWidget(b);
-    }
+    addCommandButtons(this, buttons, "Command1", {{0, "OK"}, {1, "Abbrechen"}}, [this](int i) { command(i); });
     auto* frame3 = new QGroupBox("drucken", this);
     frame3->setObjectName("Frame3");
     auto* print = new QHBoxLayout(frame3);
-    const std::pair<int, const char*> printing[] = {{3, "Satz"}, {4, "Liste"}};
-    for (const auto& [index, caption] : printing) {
-        auto* b = new QPushButton(caption, frame3);
-        b->setObjectName(QString("Command1_%1").arg(index));
-        connect(b, &QPushButton::clicked, this, [this, index = index] { command(index); });
-        print->addWidget(b);
-    }
+    addCommandButtons(frame3, print, "Command1", {{3, "Satz"}, {4, "Liste"}}, [this](int i) { command(i); });
     buttons->addWidget(frame3);
     outer->addLayout(buttons);
 
