@@ -263,17 +263,21 @@ void DS_Druck_1(core::Globals& g, PrintState& d, const std::string& kind, const 
         p.font.size = 8;
         p.font.name = "Courier New";
         const std::string nr = escapeValue(betrNr), hist = escapeValue(betrHistNr);
-        if (kind == "Betrieb") {
+        // The first page's head, then the heading of the report's first part.
+        auto head = [&](const std::string& label, const std::string& number, const char* heading) {
             p.font.size = 12;
             p.font.bold = true;
             p.font.underline = true;
-            d.druck_kopf = "Betriebsnummer: " + betrNr + "     Seite: ";
+            d.druck_kopf = label + number + "     Seite: ";
             DS_Druck_Zeile(g, d, d.druck_kopf + std::to_string(p.Page()));
             DS_Druck_Zeile(g, d, "");
             p.font.underline = false;
-            DS_Druck_Zeile(g, d, "  Betriebs-Datei");
+            DS_Druck_Zeile(g, d, heading);
             p.font.size = 8;
             p.font.bold = false;
+        };
+        if (kind == "Betrieb") {
+            head("Betriebsnummer: ", betrNr, "  Betriebs-Datei");
             for (const auto& table : kBusinessTables) {
                 // The handle keeps the query when the report has ended.
                 store::Recordset& rs = g.*(table.handle);
@@ -287,16 +291,7 @@ void DS_Druck_1(core::Globals& g, PrintState& d, const std::string& kind, const 
             g.sql_text = personQuery(nr, hist, nullptr);
         }
         if (kind == "Person") {
-            p.font.size = 12;
-            p.font.bold = true;
-            p.font.underline = true;
-            d.druck_kopf = "Personennummer: " + persNr + "     Seite: ";
-            DS_Druck_Zeile(g, d, d.druck_kopf + std::to_string(p.Page()));
-            DS_Druck_Zeile(g, d, "");
-            p.font.underline = false;
-            DS_Druck_Zeile(g, d, "  Personen-Datei");
-            p.font.size = 8;
-            p.font.bold = false;
+            head("Personennummer: ", persNr, "  Personen-Datei");
             const std::string pers = escapeValue(persNr);
             g.sql_text = personQuery(nr, hist, &pers);
         }
