@@ -161,8 +161,11 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, c
         }
         s.attempt([&] {
             auto& rs = g.rs_beziehung;
+            // The person is what tells links apart: a business may have thousands of them. The
+            // plus signs keep SQLite off the business's index, which would make storing a
+            // business quadratic in its persons.
             rs.FindFirst("[bez-pers-nr] = '" + escapeQuotes(persNr) + "'AND [p-funktion] = '" + escapeQuotes(pFunktion) +
-                         "'AND [bez-betr-nr] = '" + escapeQuotes(betrNr) + "'AND [bez-betr-hist-nr] = '" +
+                         "'AND +[bez-betr-nr] = '" + escapeQuotes(betrNr) + "'AND +[bez-betr-hist-nr] = '" +
                          escapeQuotes(betrHistNr) + "'AND [pers-nr-jp] = '" + escapeQuotes(ctx.akt_jp_nr) + "'");
             if (!rs.NoMatch()) return;  // the same link stands already
             rs.AddNew();
