@@ -46,7 +46,9 @@ int commandExport(const Options& options, const std::vector<std::string>& args, 
         result = transfer::Frm_Verwaltungsblock_Command1_Click(g, form, 0);
     }
     for (const auto& file : result.files) out << file << "\n";
-    session.finish(out);
+    if (result.outcome == transfer::ExportResult::Outcome::Failed)
+        err << "Der Export ist gescheitert: " << session.cause() << "\n";
+    session.finish(out, err);
     switch (result.outcome) {
         case transfer::ExportResult::Outcome::Finished:
             return kExitOk;

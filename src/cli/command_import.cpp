@@ -23,14 +23,20 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
         InterruptAsEscape escape(g, err, options.interactive && ::isatty(2));
         outcome = transfer::Upd_1_Start(g, args[0]);
     }
-    if (outcome == transfer::ImportOutcome::Failed) out << "Import: " << g.startView.Label2 << "\n";
-    session.finish(out);
+    if (outcome == transfer::ImportOutcome::Failed) {
+        out << "Import: " << g.startView.Label2 << "\n";
+        err << "Der Import ist gescheitert: " << session.cause() << "\n";
+    } else if (outcome == transfer::ImportOutcome::StoreFailed) {
+        err << "Die Daten wurden nicht oder nicht vollständig gespeichert: " << g.storeFault << "\n";
+    }
+    session.finish(out, err);
     switch (outcome) {
         case transfer::ImportOutcome::Finished:
             return kExitOk;
         case transfer::ImportOutcome::Cancelled:
             return kExitCancelled;
         case transfer::ImportOutcome::Failed:
+        case transfer::ImportOutcome::StoreFailed:
             return kExitFailed;
     }
     return kExitFailed;

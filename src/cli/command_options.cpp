@@ -60,7 +60,7 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
         const auto row = rs.rowAt(i);
         out << "Gemeinde: " << row[0].toString() << "  " << row[1].toString() << "\n";
     }
-    session.finish(out);
+    session.finish(out, err);
     return saved ? kExitOk : kExitFailed;
 }
 

@@ -172,7 +172,7 @@ int commandPrint(const Options& options, const std::vector<std::string>& args, s
         err << "Die Datenbank ist nicht geöffnet; Einzelheiten im Fehlerprotokoll.\n";
     else
         code = print(session.g, *request, out, err);
-    session.finish(out);
+    session.finish(out, err);
     return code;
 }
 

@@ -51,7 +51,7 @@ int commandSql(const Options& options, const std::vector<std::string>& args, std
     Session session(options, out);
     if (!session.start(err)) return kExitFailed;
     const int code = runStatement(settingsStore ? session.g.db_org : session.g.db_daten, statement, out, err);
-    session.finish(out);
+    session.finish(out, err);
     return code;
 }
 

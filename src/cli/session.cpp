@@ -3,8 +3,10 @@
 #include <iostream>
 
 #include "core/error_log.h"
+#include "core/files.h"
 #include "core/program_paths.h"
 #include "core/start.h"
+#include "model/default_stores.h"
 
 namespace tolma::cli {
 
@@ -22,16 +24,38 @@ bool Session::start(std::ostream& err) {
     g.dataDir = paths.dataDir;
     core::A_Start(g, paths.home);
     if (!g.db_org.isSet()) {
-        err << "Die Einstellungsdatenbank konnte nicht geöffnet werden";
-        if (g.fehler_vorhanden) err << "; Einzelheiten im Fehlerprotokoll " << core::errorLogPath(g);
-        err << ".\n";
+        // With the stores in place it was the settings store that could not be opened.
+        bool storesInPlace = !g.pfad_db.empty();
+        for (const char* name : {model::kSettingsStoreFile, model::kBusinessStoreFile, model::kNotificationStoreFile})
+            storesInPlace = storesInPlace && core::findIgnoringCase(g.pfad_db, name).has_value();
+        err << (storesInPlace ? "Die Einstellungsdatenbank konnte nicht geöffnet werden: "
+                              : "Das Programm konnte nicht gestartet werden: ")
+            << cause() << "\n";
+        tellAboutLog(err);
         return false;
     }
     return true;
 }
 
-void Session::finish(std::ostream& out) {
-    if (g.fehler_vorhanden) out << "Fehlerprotokoll: " << core::errorLogPath(g) << "\n";
+std::string Session::cause() const {
+    if (!g.lastLoggedError.empty()) return g.lastLoggedError;
+    return g.startView.Label2;
+}
+
+void Session::tellAboutLog(std::ostream& out) const {
+    if (!g.fehler_vorhanden) return;
+    if (g.logWriteError.empty())
+        out << "Fehlerprotokoll: " << core::errorLogPath(g) << "\n";
+    else
+        out << "Das Fehlerprotokoll " << core::errorLogPath(g) << " konnte nicht geschrieben werden ("
+            << g.logWriteError << "); der letzte Fehler: " << g.lastLoggedError << "\n";
+}
+
+void Session::finish(std::ostream& out, std::ostream& err) {
+    if (g.logWriteError.empty())
+        tellAboutLog(out);
+    else
+        tellAboutLog(err);
 }
 
 }  // namespace tolma::cli

@@ -2,6 +2,7 @@
 
 #include <iosfwd>
 #include <memory>
+#include <string>
 
 #include "cli/options.h"
 #include "core/globals.h"
@@ -14,14 +15,19 @@ public:
     Session(const Options& options, std::ostream& out);
     ~Session();
 
-    // False when the settings store could not be opened; the reason is in the error log.
+    // False when the settings store could not be opened; tells why on `err`.
     bool start(std::ostream& err);
-    // The way down: tells where the error log is when this run wrote to it.
-    void finish(std::ostream& out);
+    // The way down: tells where the error log is when this run wrote to it, or why it could
+    // not be written.
+    void finish(std::ostream& out, std::ostream& err);
+    // The cause of a failure in plain words: the last entry of the error log.
+    std::string cause() const;
 
     core::Globals g;
 
 private:
+    void tellAboutLog(std::ostream& out) const;
+
     const Options& options_;
     std::unique_ptr<TerminalDialogs> dialogs_;
 };

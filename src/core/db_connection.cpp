@@ -61,14 +61,6 @@ bool worthCompacting(const std::string& path) {
     }
 }
 
-void syncDirectory(const std::filesystem::path& dir) {
-    int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY);
-    if (fd >= 0) {
-        ::fsync(fd);
-        ::close(fd);
-    }
-}
-
 }  // namespace
 
 std::string settingsStorePath(const Globals& g) {
@@ -157,14 +149,16 @@ int A_Kompress(Globals& g, const std::string& path, const std::string& /*sourceC
         if (!Dir(temp.string()).empty()) std::filesystem::remove(temp);
         if (!store::Connection::isOpen(path) && !worthCompacting(path)) return 1;
         store::CompactDatabase(path, temp);
-        // The copy replaces the store in one step: there is no moment without a store.
         const std::filesystem::path target(path);
+        // The rewritten store keeps the rights its owner gave the old one.
         std::error_code ec;
+        const auto rights = std::filesystem::status(target, ec).permissions();
+        if (!ec) std::filesystem::permissions(temp, rights, ec);
+        // The copy replaces the store in one step: there is no moment without a store.
         std::filesystem::rename(temp, target, ec);
         if (ec == std::errc::cross_device_link) {
-            const std::filesystem::path beside = target.string() + ".neu";
-            std::filesystem::copy_file(temp, beside, std::filesystem::copy_options::overwrite_existing);
-            std::filesystem::rename(beside, target);
+            copyFileAtomically(temp, target);
+            std::filesystem::permissions(target, rights, ec);
             std::filesystem::remove(temp);
         } else if (ec) {
             throw std::filesystem::filesystem_error("rename", temp, target, ec);
@@ -172,6 +166,8 @@ int A_Kompress(Globals& g, const std::string& path, const std::string& /*sourceC
         syncDirectory(target.parent_path());
         return 1;
     } catch (const std::exception& e) {
+        std::error_code ec;
+        std::filesystem::remove(temp, ec);  // a cut copy only takes the space the disk lacks
         const ErrorInfo info = describeError(e);
         A_Error_Log(g, "A_Kompress", info.source, std::to_string(info.number), info.text, "Fehlerortung: ",
                     "Fehler bei Komprimierung von '" + path + "'");

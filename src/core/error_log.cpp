@@ -1,5 +1,7 @@
 #include "core/error_log.h"
 
+#include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
@@ -20,12 +22,38 @@ std::string shortDateTime(std::time_t t) {
 
 }  // namespace
 
+std::string writeFailure(int code) {
+    switch (code) {
+        case ENOSPC:
+        case EDQUOT:
+            return "der Datenträger ist voll";
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            return "keine Schreibberechtigung";
+        case ENOENT:
+        case ENOTDIR:
+            return "das Verzeichnis fehlt";
+        default:
+            return "Schreibfehler Nr. " + std::to_string(code);
+    }
+}
+
 std::string errorLogPath(const Globals& g) { return g.pfad_log + "ERROR.LOG"; }
 
 void A_Error_Log(Globals& g, const std::string& procedure, const std::string& source,
                  const std::string& number, const std::string& text, const std::string& location,
                  const std::string& locationValue) {
-    std::ofstream out(errorLogPath(g), std::ios::binary | std::ios::app);
+    g.lastLoggedError = text;
+    const long n = std::atol(number.c_str());
+    if (g.storeFault.empty() && (store::err::isStoreFault(static_cast<int>(n)) || n == kDiskFullError || n == kAccessDeniedError))
+        g.storeFault = text;
+    // The log holds personal data: a new one is readable by its owner only.
+    const std::string path = errorLogPath(g);
+    std::error_code ec;
+    const bool isNew = !std::filesystem::exists(path, ec);
+    std::ofstream out(path, std::ios::binary | std::ios::app);
+    if (isNew && out) std::filesystem::permissions(path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write, ec);
     auto line = [&](const std::string& s) { out << model::utf8ToCp1252(s) << "\r\n"; };
     if (!g.fehler_vorhanden) {
         line(std::string(88, '_'));
@@ -40,6 +68,11 @@ void A_Error_Log(Globals& g, const std::string& procedure, const std::string& so
     line("Fehlertext:             " + text);
     line("Fehlerortung:           " + location);
     line("Ortungs-Nummer/BetrNr:  " + locationValue);
+    out.flush();
+    if (!out) {
+        const int code = errno;
+        g.logWriteError = writeFailure(code);
+    }
 }
 
 void A_Log_anbieten(Globals& g) {
@@ -64,9 +97,9 @@ ErrorInfo describeError(const std::exception& e) {
         if (code == std::errc::no_such_file_or_directory)
             return {"TOLMA_4x_Access", 53, "Datei nicht gefunden: '" + path + "'"};
         if (code == std::errc::permission_denied || code == std::errc::read_only_file_system)
-            return {"TOLMA_4x_Access", 70, "Zugriff verweigert: '" + path + "'"};
+            return {"TOLMA_4x_Access", kAccessDeniedError, "Zugriff verweigert: '" + path + "'"};
         if (code == std::errc::no_space_on_device)
-            return {"TOLMA_4x_Access", 61, "Datenträger voll: '" + path + "'"};
+            return {"TOLMA_4x_Access", kDiskFullError, "Datenträger voll: '" + path + "'"};
         return {"TOLMA_4x_Access", 75, "Fehler beim Zugriff auf Pfad/Datei: '" + path + "' (" + code.message() + ")"};
     }
     return {"TOLMA_4x_Access", 5, std::string("Ungültiger Prozeduraufruf oder ungültiges Argument: ") + e.what()};

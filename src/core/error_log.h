@@ -19,6 +19,13 @@ void A_Log_anbieten(Globals& g);
 
 std::string errorLogPath(const Globals& g);
 
+// Why a write failed, in the words of a message: "der Datenträger ist voll", ...
+std::string writeFailure(int errnoCode);
+
+// The old platform's errors of files that tell the disk or the rights, not the data, failed:
+// 61 disk full, 70 access denied.
+inline constexpr long kDiskFullError = 61, kAccessDeniedError = 70, kPathNotFoundError = 76;
+
 // A run-time error of the program itself, with the old platform's number: 5 invalid call,
 // 9 index out of range, 13 type mismatch.
 class RuntimeError : public std::runtime_error {

@@ -17,4 +17,15 @@ std::optional<std::filesystem::path> findIgnoringCase(const std::filesystem::pat
 
 std::string upperCase(std::string s);
 
+// Copies a whole file so that `to` is either missing or complete: into a temporary name beside
+// it, synced, then renamed. A new file is readable by its owner only (stores hold personal
+// data). Throws std::filesystem::filesystem_error; the temporary file is gone then.
+void copyFileAtomically(const std::filesystem::path& from, const std::filesystem::path& to);
+
+// Makes a directory readable by its owner only; false when it stood already.
+bool createPrivateDirectory(const std::filesystem::path& dir);
+
+// Flushes a directory's entries (a rename in it) to the disk.
+void syncDirectory(const std::filesystem::path& dir);
+
 }  // namespace tolma::core

@@ -82,6 +82,10 @@ struct Globals {
     // Error log.
     std::int16_t akt_schritt = 0;
     bool fehler_vorhanden = false;
+    // What the program adds to the log, so that a run can tell its outcome truthfully: the
+    // first entry since the last clearing that says the store itself could not be used or
+    // written, the last entry's text, and why the log itself could not be written.
+    std::string storeFault, lastLoggedError, logWriteError;
 
     // The last message box.
     std::string msg_text, msg_titel;

@@ -15,13 +15,14 @@ namespace {
 std::string ensureDirectory(const std::string& home, const char* name) {
     if (auto found = findIgnoringCase(home, name); found && std::filesystem::is_directory(*found))
         return found->string() + "/";
-    std::filesystem::create_directory(home + name);
+    createPrivateDirectory(home + name);
     return home + name + "/";
 }
 
 void copyIfMissing(const Globals& g, const char* name) {
     if (findIgnoringCase(g.pfad_db, name)) return;  // an existing store is never overwritten
-    std::filesystem::copy_file(g.dataDir / name, g.pfad_db + name);
+    // A copy cut short (a full disk) must never be taken for the store at the next start.
+    copyFileAtomically(g.dataDir / name, g.pfad_db + name);
 }
 
 }  // namespace
@@ -50,7 +51,10 @@ void A_Start(Globals& g, const std::filesystem::path& home) {
         g.pfad_log = app + "Log/";
         g.pfad_db = app + "DB/";
         // Until the directories stand, a failure has no log to go to.
-        std::filesystem::create_directories(app);
+        if (!std::filesystem::is_directory(app)) {
+            std::filesystem::create_directories(std::filesystem::path(app).parent_path().parent_path());
+            createPrivateDirectory(app);
+        }
         g.pfad_log = ensureDirectory(app, "Log");
         g.pfad_dat = ensureDirectory(app, "Dat");
         g.pfad_db = ensureDirectory(app, "DB");

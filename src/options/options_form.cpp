@@ -141,9 +141,9 @@ void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
                                                             std::make_error_code(std::errc::no_such_file_or_directory));
         // Copied beside the store first and renamed over it: there is no moment without a store.
         const std::filesystem::path target = g.db_name_daten;
-        const std::filesystem::path fresh = target.string() + ".neu";
-        std::filesystem::copy_file(*found, fresh, std::filesystem::copy_options::overwrite_existing);
-        std::filesystem::rename(fresh, target);
+        const auto rights = std::filesystem::status(target, ec).permissions();
+        core::copyFileAtomically(*found, target);
+        std::filesystem::permissions(target, rights, ec);  // the owner's rights stay
         for (const char* side : {"-wal", "-shm"}) std::filesystem::remove(target.string() + side, ec);
     } catch (const std::exception& e) {
         core::logTrapped(g, "Frm_Optionen.Command4_Click", e);

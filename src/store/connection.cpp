@@ -1,6 +1,7 @@
 #include "store/connection.h"
 
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <map>
@@ -176,6 +177,11 @@ std::shared_ptr<Connection> Connection::open(const std::filesystem::path& file, 
     }
     if (!std::filesystem::is_regular_file(file))
         throwDao("DAO.DBEngine", err::kFileNotFound, "Datei '" + file.string() + "' nicht gefunden.");
+    // SQLite would take an empty file for an empty database; as a store it is broken.
+    std::error_code sizeError;
+    if (std::filesystem::file_size(file, sizeError) == 0 && !sizeError)
+        throwDao("DAO.DBEngine", err::kUnrecognizedFormat,
+                 "Nicht erkanntes Datenbankformat '" + file.string() + "' (die Datei ist leer).");
 
     std::shared_ptr<Connection> c(new Connection(file, key));
     int flags = kind == Kind::ReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
@@ -213,12 +219,11 @@ void Connection::configure(Kind kind) {
 
     // A file that is no database shows itself at the first read.
     if (run("SELECT count(*) FROM sqlite_master") != SQLITE_OK) {
-        int code = sqlite3_errcode(db_);
-        if (code == SQLITE_BUSY || code == SQLITE_LOCKED)
-            throwDao("DAO.DBEngine", err::kFileInUse,
-                     "Die Datei '" + file_.string() + "' wird bereits verwendet.");
-        throwDao("DAO.DBEngine", err::kUnrecognizedFormat,
-                 "Nicht erkanntes Datenbankformat '" + file_.string() + "'.");
+        const int code = sqlite3_errcode(db_);
+        if (code == SQLITE_NOTADB || code == SQLITE_CORRUPT || code == SQLITE_ERROR)
+            throwDao("DAO.DBEngine", err::kUnrecognizedFormat,
+                     "Nicht erkanntes Datenbankformat '" + file_.string() + "'.");
+        fail("DAO.DBEngine", "");
     }
     run("PRAGMA cache_size = -65536");
     run("PRAGMA temp_store = MEMORY");
@@ -267,12 +272,21 @@ Statement& Connection::cached(const std::string& sql) {
 long long Connection::totalChanges() const { return sqlite3_total_changes64(db_); }
 
 void Connection::beginBatch() {
-    if (batchDepth_++ == 0) execute("BEGIN");
+    if (batchDepth_ == 0) execute("BEGIN");
+    ++batchDepth_;
 }
 
 void Connection::commitBatch() {
     if (batchDepth_ == 0) return;
-    if (--batchDepth_ == 0) execute("COMMIT");
+    if (--batchDepth_ > 0) return;
+    try {
+        execute("COMMIT");
+    } catch (...) {
+        // A commit that failed (a full disk) may leave its transaction open; the block cannot
+        // be kept, and the store must stay usable for what comes after.
+        if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        throw;
+    }
 }
 
 void Connection::fail(const std::string& source, const std::string& context) const {
@@ -289,9 +303,25 @@ void Connection::fail(const std::string& source, const std::string& context) con
     if (code == SQLITE_BUSY || code == SQLITE_LOCKED)
         throwDao(source, err::kFileInUse,
                  "Die Datei '" + file_.string() + "' wird bereits verwendet.");
-    if (code == SQLITE_READONLY)
+    if (code == SQLITE_FULL)
+        throwDao(source, err::kDiskFull,
+                 "Nicht genügend Speicherplatz auf dem Datenträger für die Datei '" + file_.string() + "'.");
+    if (code == SQLITE_IOERR)
+        throwDao(source, err::kDiskError,
+                 "Datenträger- oder Netzwerkfehler beim Zugriff auf die Datei '" + file_.string() + "' (" + msg + ").");
+    // SQLite needs to write files beside the store (its journal): a directory without write
+    // permission shows as a store it cannot open or write.
+    const bool directoryReadOnly = ::access(file_.parent_path().c_str(), W_OK) != 0;
+    if (code == SQLITE_READONLY || (code == SQLITE_CANTOPEN && directoryReadOnly)) {
+        if (directoryReadOnly)
+            throwDao(source, err::kReadOnly,
+                     "Aktualisieren nicht möglich: das Verzeichnis '" + file_.parent_path().string() +
+                         "' der Datenbank ist schreibgeschützt.");
         throwDao(source, err::kReadOnly,
                  "Aktualisieren nicht möglich. Datenbank oder Objekt ist schreibgeschützt.");
+    }
+    if (code == SQLITE_CANTOPEN)
+        throwDao(source, err::kCannotOpen, "Die Datei '" + file_.string() + "' kann nicht geöffnet werden (" + msg + ").");
     if (code == SQLITE_ERROR)
         throwDao(source, err::kSyntaxError,
                  "Syntaxfehler in Abfrageausdruck '" + context + "' (" + msg + ").");

@@ -10,4 +10,22 @@ void throwDao(const std::string& source, int number, const std::string& descript
     throw DaoError(source, number, description);
 }
 
+bool err::isStoreFault(int number) {
+    switch (number) {
+        case kObjectNotSet:  // the store never opened
+        case kFileNotFound:
+        case kDiskFull:
+        case kReadOnly:
+        case kDiskError:
+        case kFileInUse:
+        case kCannotOpen:
+        case kTableNotFound:  // a store without the system's tables
+        case kUnrecognizedFormat:
+        case kDatabaseInUse:
+            return true;
+        default:
+            return false;
+    }
+}
+
 }  // namespace tolma::store

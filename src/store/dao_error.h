@@ -28,7 +28,9 @@ inline constexpr int kInvalidArgument = 3001;
 inline constexpr int kUpdateWithoutEdit = 3020;
 inline constexpr int kNoCurrentRecord = 3021;
 inline constexpr int kFileNotFound = 3024;
+inline constexpr int kDiskFull = 3026;
 inline constexpr int kReadOnly = 3027;
+inline constexpr int kDiskError = 3043;
 inline constexpr int kFileInUse = 3045;
 inline constexpr int kCannotOpen = 3051;
 inline constexpr int kTooFewParameters = 3061;
@@ -44,6 +46,9 @@ inline constexpr int kDatabaseInUse = 3356;
 inline constexpr int kTypeMismatch = 3464;
 inline constexpr int kEngineError = 3000;
 inline constexpr int kObjectInvalid = 3420;
+// Whether an error tells that the store itself cannot be used or written (full disk, read-only,
+// locked, not a store), rather than that one value or record was wrong.
+bool isStoreFault(int number);
 }  // namespace err
 
 [[noreturn]] void throwDao(const std::string& source, int number, const std::string& description);

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "core/error_log.h"
 #include "store/connection.h"
 #include "model/values.h"
@@ -62,10 +64,20 @@ void refreshProcessingStatus(const core::Globals& g, store::Recordset& rs) {
     // One transaction for the whole refresh: a row each would cost a commit each.
     const auto connection = g.db_daten.connection();
     connection->beginBatch();
+    // On the way out of an error the transaction ends too; only the regular end may raise a
+    // failed commit (a full disk).
     struct Commit {
-        store::Connection& c;
-        ~Commit() { c.commitBatch(); }
-    } commit{*connection};
+        store::Connection* c;
+        void now() {
+            if (auto* done = std::exchange(c, nullptr)) done->commitBatch();
+        }
+        ~Commit() {
+            try {
+                now();
+            } catch (const std::exception&) {
+            }
+        }
+    } commit{connection.get()};
     std::string vorher;
     for (rs.MoveLast(); !rs.Bof(); rs.MovePrevious()) {
         rs.Edit();
@@ -77,6 +89,7 @@ void refreshProcessingStatus(const core::Globals& g, store::Recordset& rs) {
         rs.Update();
         vorher = nr;
     }
+    commit.now();
 }
 
 }  // namespace
@@ -134,8 +147,7 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
             const std::string mask(std::to_string(total).size() + 1, '@');
             const std::string name = (mode == "schluesselfeld" ? key + "_" : std::string()) + fileTime(g) + ".tml";
             const std::string path = g.pfad_dat + name;
-            if (!out.open(path)) throw core::RuntimeError(76, "Pfad nicht gefunden: '" + path + "'");
-            result.files.push_back(path);
+            out.open(path);
             ExportContext ctx{g, out, ""};
             writeHead(ctx, form, total);
             g.unloadForm("Frm_Verwaltungsblock");
@@ -151,7 +163,8 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
                     core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation, kTitel);
                     view.ProgressBar1Value = 0;
                     finish();
-                    out.close();  // the half-written file stays as it is
+                    out.keepUnfinished();  // the half-written file stays as it is
+                    result.files.push_back(path);
                     result.outcome = ExportResult::Outcome::Cancelled;
                     return result;
                 }
@@ -168,7 +181,8 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
             }
             ctx.line("</datenblock>");
             ctx.line("</gewerbedatei>");
-            out.close();
+            out.commit();
+            result.files.push_back(path);
             core::showMessage(g, "Die Datei '" + name + "' wurde im Verzeichnis '" + g.pfad_dat + "' erstellt!",
                               core::msg::vbInformation, kTitel);
         }
@@ -176,8 +190,8 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
         finish();
         return result;
     } catch (const std::exception& e) {
+        out.discard();  // a cut file must not look like a whole one, and frees its space for the log
         core::logTrapped(g, "TML_Exp_1", e);
-        out.close();
         result.outcome = ExportResult::Outcome::Failed;
         return result;
     }

@@ -20,6 +20,7 @@ namespace {
 
 const char* kAbgebrochen = "Der Vorgang wurde abgebrochen!";
 const char* kTitel = "Datenbank-Update!";
+constexpr size_t kLabelCountChars = 20;
 
 // The value between the first opening and the first closing tag, when both are in the text.
 bool headValue(const std::string& head, const std::string& tag, std::string& value) {
@@ -61,7 +62,8 @@ double versionNumber(const std::string& text) {
     return v;
 }
 
-// Commits the records of one block when the block is done, however it ends.
+// Commits the records of one block when the block is done, however it ends. A failed commit
+// (a full disk) is raised by commit(); on the way out of an error it can only be dropped.
 class Batch {
 public:
     explicit Batch(const store::Database& db) {
@@ -71,7 +73,13 @@ public:
         }
     }
     ~Batch() {
-        if (connection_) connection_->commitBatch();
+        try {
+            commit();
+        } catch (const std::exception&) {
+        }
+    }
+    void commit() {
+        if (auto c = std::move(connection_)) c->commitBatch();
     }
     Batch(const Batch&) = delete;
     Batch& operator=(const Batch&) = delete;
@@ -87,6 +95,7 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
     ImportContext ctx(g);
     g.akt_schritt = 0;
     g.msg_text.clear();
+    g.storeFault.clear();
     g.marks.menue_import_datenbank = true;
     view.Label2 = "Die Datenübertragung wird vorbereitet, bitte warten!";
     view.MousePointer = 11;
@@ -218,6 +227,10 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                 view.ProgressBar1Max = std::max(1L, leadingNumber(announced));
                 view.ProgressBar1Value = 0;
 
+                // The announced count is a number; a file may hold megabytes there, which must not
+                // be copied into the label once per record.
+                const std::string labelTail =
+                    " von " + announced.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
                 Batch batch(g.db_daten);
                 bool cancelled = false;
                 // The consumed front of the buffer is skipped by an offset, not copied away.
@@ -242,11 +255,11 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                     }
                     ++records;
                     view.ProgressBar1Value = static_cast<int>(std::min<long>(records, view.ProgressBar1Max));
-                    view.Label2 = "Verarbeite Datensatz " + std::to_string(records) + " von " + announced +
-                                  " (ESC = Abbrechen)";
+                    view.Label2 = "Verarbeite Datensatz " + std::to_string(records) + labelTail;
                     g.refreshView();
                 }
                 buffer.erase(0, from);
+                batch.commit();
                 if (cancelled) goto ende;
                 g.akt_schritt = 6;
             }
@@ -278,9 +291,17 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
         if (!message.empty()) core::showMessage(g, message, core::msg::vbInformation, kTitel);
         g.marks.menue_import_datenbank = false;
         core::DB_Load(g);
-        return message == kAbgebrochen ? ImportOutcome::Cancelled : ImportOutcome::Finished;
+        if (message == kAbgebrochen) return ImportOutcome::Cancelled;
+        if (records > 0 && g.storeFault.empty() && !g.db_daten.isSet())
+            g.storeFault = "Die Datenbank '" + g.db_pfad_aktuell + "' konnte nicht geöffnet werden.";
+        return g.storeFault.empty() ? ImportOutcome::Finished : ImportOutcome::StoreFailed;
     } catch (const std::exception& e) {
+        // Letting go of the store ends its journal: on a full disk that frees the space the
+        // log entry needs.
+        core::DB_Schliessen(g);
+        core::DB_Binden_loesen(g);
         core::logTrapped(g, "Upd_1_Start", e);
+        core::DB_Load(g);
         view.MousePointer = 0;
         view.SSTab1Tab = 0;
         view.Label2 = "ACHTUNG UPDATE-FEHLER!";

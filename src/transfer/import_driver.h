@@ -6,8 +6,10 @@
 
 namespace tolma::transfer {
 
-// How a run of the import driver ended.
-enum class ImportOutcome { Finished, Cancelled, Failed };
+// How a run of the import driver ended. StoreFailed: the driver ran to its end, but the store
+// could not be opened or written (full disk, read-only, locked, broken); `storeFault` of the
+// globals names the first cause.
+enum class ImportOutcome { Finished, Cancelled, Failed, StoreFailed };
 
 inline constexpr size_t kBlockSize = 5'120'000;
 inline constexpr long kProgramTmlVersion = 151;

@@ -1,26 +1,45 @@
 #pragma once
 
-#include <fstream>
 #include <string>
 #include <string_view>
 
 namespace tolma::transfer {
 
 // Lines of a transfer file: Windows-1252, each closed by CR LF. A character the code page
-// cannot hold is written as "?"; lostCharacters() counts them for the caller to report.
+// cannot hold is written as "?"; line() counts them for the caller to report.
+//
+// The lines go to a temporary file beside the target, readable by its owner only; the file
+// gets its name only when all of it is on the disk. A full disk or a missing right raises the
+// old platform's file error (61, 70, 75, 76) instead of leaving a cut file that looks whole.
 class TmlWriter {
 public:
-    bool open(const std::string& path);
-    bool isOpen() const { return out_.is_open(); }
+    TmlWriter() = default;
+    ~TmlWriter();
+    TmlWriter(const TmlWriter&) = delete;
+    TmlWriter& operator=(const TmlWriter&) = delete;
+
+    void open(const std::string& path);
+    bool isOpen() const { return fd_ >= 0; }
     // Writes one line; returns the number of characters written as "?".
     int line(std::string_view utf8);
     // Puts the lines written so far into the file.
     void flush();
-    void close();
+    // Flushes, syncs and closes the file and gives it its name.
+    void commit();
+    // Closes the file and gives it its name as it stands, for a run the user stopped.
+    void keepUnfinished();
+    // Closes and removes the unfinished file; never fails.
+    void discard() noexcept;
+
+    // The name the file gets while it is written.
+    static std::string temporaryName(const std::string& path) { return path + ".unvollstaendig"; }
 
 private:
-    std::ofstream out_;
-    std::string buffer_;
+    void closeFile();
+    [[noreturn]] void fail(int errnoCode) const;
+
+    int fd_ = -1;
+    std::string path_, temp_, buffer_;
 };
 
 }  // namespace tolma::transfer
