@@ -84,6 +84,15 @@ std::string formatDate(const std::string& value) {
     return value;
 }
 
+bool isGermanDate(const std::string& v) {
+    auto digits = [&](size_t from, size_t n) {
+        for (size_t i = from; i < from + n; ++i)
+            if (v[i] < '0' || v[i] > '9') return false;
+        return true;
+    };
+    return v.size() == 10 && v[2] == '.' && v[5] == '.' && digits(0, 2) && digits(3, 2) && digits(6, 4);
+}
+
 // The head of a new page, as DS_Druck_Zeile prints it before the line that did not fit.
 void newPageWithHead(PrintState& d, Printer& p) {
     p.NewPage();
@@ -176,6 +185,9 @@ std::string reportFieldText(core::Globals& g, const std::string& name, int type,
     const std::string text = value.toString();
     if (value.isNull() || text.empty()) return {};
     if (type == store::dao::dbDate) return formatDate(text);
+    // Every import stores a birth date as "DD.MM.YYYY"; read as year-month-day it would print
+    // garbled on the paper a citizen is given.
+    if (name == "geb-datum" && isGermanDate(text)) return text;
     if (name == "geb-datum")
         return model::mid(text, 7, 2) + "." + model::mid(text, 5, 2) + "." + model::mid(text, 1, 4);
     if (name != "p-funktion") return text;

@@ -53,10 +53,11 @@ TEST(RecordReportTest, FieldTexts) {
         {"b-ort", store::dao::dbText, "Husum", "Husum"},
         {"meld-datum", store::dao::dbDate, "2019-03-01", "01.03.2019"},
         {"meld-datum", store::dao::dbDate, store::Variant(), ""},
-        // The birth date is read as year, month, day; the store's own form comes out mixed up.
+        // The birth date is read as year, month, day, unless it has the store's own form.
         {"geb-datum", store::dao::dbText, "19660912", "12.09.1966"},
         {"geb-datum", store::dao::dbText, "196609", ".09.1966"},
-        {"geb-datum", store::dao::dbText, "12.09.1966", "19.9..12.0"},
+        {"geb-datum", store::dao::dbText, "12.09.1966", "12.09.1966"},
+        {"geb-datum", store::dao::dbText, "12.09.66", "66.9..12.0"},
         {"p-funktion", store::dao::dbText, "1", "Einzelgewerbetreibender"},
         {"p-funktion", store::dao::dbText, "2", "Geschäftsführender Gesellschafter"},
         {"p-funktion", store::dao::dbText, "3", "Gesetzlicher Vertreter"},
