@@ -74,7 +74,10 @@ TEST_F(CliTest, HeldSettingsStoreFailsTheCommandWithALogEntry) {
     auto r = runCli({"--home", home, "sql", "SELECT * FROM betrieb"});
     ::pclose(holder);
     EXPECT_EQ(r.code, 1);
-    EXPECT_NE(r.err.find("Einstellungsdatenbank"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("Die Einstellungsdatenbank konnte nicht geöffnet werden: Die Datei '" + store +
+                         "' wird bereits"),
+              std::string::npos)
+        << r.err;
     std::ifstream log(std::filesystem::path(home) / "Log" / "ERROR.LOG");
     std::stringstream text;
     text << log.rdbuf();

@@ -14,7 +14,7 @@ int main(int argc, char** argv) {
     const std::string mode = argv[2];
     try {
         auto db = tolma::store::Database::OpenDatabase(argv[1], mode != "shared");
-        db.OpenRecordset("Optionen").RecordCount();
+        db.lookup("SELECT count(*) AS n FROM sqlite_master", "n");  // any store, read at once
         if (mode == "hold" && argc == 4) {
             std::ofstream(argv[3]) << "gesperrt\n";
             std::string line;

@@ -50,6 +50,17 @@ TEST(ImportDriverTest, QuotesAroundThePathAreDroppedAndProgressIsShown) {
     EXPECT_TRUE(f.g().rs_betrieb.isSet());  // the store is bound again
 }
 
+TEST(ImportDriverTest, AHugeAnnouncedCountIsNotCopiedIntoTheLabelPerRecord) {
+    ImportFixture f;
+    TmlFile file = twoBusinesses();
+    file.announced = "2" + std::string(1'000'000, '0');
+    size_t longest = 0;
+    f.g().refreshView = [&] { longest = std::max(longest, f.g().startView.Label2.size()); };
+    EXPECT_EQ(f.import(file), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.count("betrieb"), 2);
+    EXPECT_LT(longest, 100u);
+}
+
 TEST(ImportDriverTest, EmptyMissingAndGarbageFilesHoldNoData) {
     ImportFixture f;
     std::mt19937 random(7);
