@@ -1,3 +1,5 @@
+#include <sqlite3.h>
+
 #include <ostream>
 
 #include "cli/cli.h"
@@ -61,8 +63,8 @@ int runStatement(const store::Database& db, const std::string& statement, std::o
             err << "Die Datenbank ist nicht geöffnet; Einzelheiten im Fehlerprotokoll.\n";
             return kExitFailed;
         }
-        const std::string translated = store::jet::translate(statement);
-        if (store::jet::parseSelect(translated).isSelect) {
+        const auto prepared = store::jet::prepare(statement, &db.connection()->catalog());
+        if (prepared.shape->parts.isSelect) {
             store::Recordset rs = db.OpenRecordset(statement);
             const auto& fields = rs.fieldInfos();
             for (size_t i = 0; i < fields.size(); ++i) out << (i ? "\t" : "") << fields[i].name;
@@ -75,7 +77,8 @@ int runStatement(const store::Database& db, const std::string& statement, std::o
             }
             return kExitOk;
         }
-        auto st = db.connection()->prepare(translated);
+        auto st = db.connection()->prepare(prepared.shape->sql);
+        st->bindValues(prepared.values, prepared.shape->numeric);
         if (st->columnCount() > 0) {
             for (int i = 0; i < st->columnCount(); ++i)
                 out << (i ? "\t" : "") << st->columnName(i);
@@ -86,7 +89,9 @@ int runStatement(const store::Database& db, const std::string& statement, std::o
             }
             return kExitOk;
         }
-        out << db.Execute(statement) << "\n";
+        while (st->step()) {
+        }
+        out << sqlite3_changes64(db.connection()->handle()) << "\n";
         return kExitOk;
     } catch (const store::DaoError& e) {
         err << "Datenbank-Fehler: " << e.description() << " (" << e.number() << ")\n";

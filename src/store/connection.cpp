@@ -3,11 +3,17 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <map>
 #include <mutex>
 
 #include "store/dao_error.h"
+#include "store/german_text.h"
 #include "store/jet_sql.h"
 
 namespace tolma::store {
@@ -49,11 +55,158 @@ void likeFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     sqlite3_result_int(ctx, jet::likeMatch(argText(argv[0]), argText(argv[1])) ? 1 : 0);
 }
 
-void ucaseFunction(sqlite3_context* ctx, int, sqlite3_value** argv) {
-    if (sqlite3_value_type(argv[0]) == SQLITE_NULL) return sqlite3_result_null(ctx);
-    std::string s = argText(argv[0]);
-    for (auto& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+void resultText(sqlite3_context* ctx, const std::string& s) {
     sqlite3_result_text(ctx, s.c_str(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
+}
+
+bool anyNull(int argc, sqlite3_value** argv) {
+    for (int i = 0; i < argc; ++i)
+        if (sqlite3_value_type(argv[i]) == SQLITE_NULL) return true;
+    return false;
+}
+
+void ucaseFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
+    resultText(ctx, german::upper(argText(argv[0])));
+}
+
+void lcaseFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
+    resultText(ctx, german::lower(argText(argv[0])));
+}
+
+// A value as "&" joins it: Null as empty text, a whole number without decimals.
+std::string textOf(sqlite3_value* v) {
+    switch (sqlite3_value_type(v)) {
+        case SQLITE_NULL:
+            return {};
+        case SQLITE_INTEGER:
+            return std::to_string(sqlite3_value_int64(v));
+        case SQLITE_FLOAT: {
+            const double d = sqlite3_value_double(v);
+            char buf[32];
+            std::snprintf(buf, sizeof buf, "%.15g", d);
+            return buf;
+        }
+        default:
+            return argText(v);
+    }
+}
+
+void textFunction(sqlite3_context* ctx, int, sqlite3_value** argv) { resultText(ctx, textOf(argv[0])); }
+
+// "+" of the old engine: two texts are joined, anything else is added; Null gives Null.
+void plusFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
+    const int a = sqlite3_value_type(argv[0]), b = sqlite3_value_type(argv[1]);
+    if (a == SQLITE_TEXT && b == SQLITE_TEXT) return resultText(ctx, argText(argv[0]) + argText(argv[1]));
+    sqlite3_value* x = argv[0];
+    sqlite3_value* y = argv[1];
+    if (sqlite3_value_numeric_type(x) == SQLITE_INTEGER && sqlite3_value_numeric_type(y) == SQLITE_INTEGER)
+        return sqlite3_result_int64(ctx, sqlite3_value_int64(x) + sqlite3_value_int64(y));
+    sqlite3_result_double(ctx, sqlite3_value_double(x) + sqlite3_value_double(y));
+}
+
+void powerFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
+    const double d = std::pow(sqlite3_value_double(argv[0]), sqlite3_value_double(argv[1]));
+    if (std::abs(d) < 9e15 && d == std::floor(d)) return sqlite3_result_int64(ctx, static_cast<long long>(d));
+    sqlite3_result_double(ctx, d);
+}
+
+// Characters of a UTF-8 text: the byte offset of each, and the end.
+std::vector<size_t> characterStarts(const std::string& s) {
+    std::vector<size_t> starts;
+    for (size_t i = 0; i < s.size(); ++i)
+        if ((static_cast<unsigned char>(s[i]) & 0xC0) != 0x80) starts.push_back(i);
+    starts.push_back(s.size());
+    return starts;
+}
+
+void rightFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
+    const std::string s = argText(argv[0]);
+    const long long n = sqlite3_value_int64(argv[1]);
+    const auto starts = characterStarts(s);
+    const long long length = static_cast<long long>(starts.size()) - 1;
+    if (n <= 0) return resultText(ctx, "");
+    if (n >= length) return resultText(ctx, s);
+    resultText(ctx, s.substr(starts[static_cast<size_t>(length - n)]));
+}
+
+// Val(): the number at the start of a text, blanks skipped; 0 without one.
+void valFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
+    std::string digits;
+    for (char c : argText(argv[0]))
+        if (c != ' ' && c != '\t') digits += c;
+    char* end = nullptr;
+    const double d = std::strtod(digits.c_str(), &end);
+    if (end == digits.c_str() || digits.find_first_of("xXnNiI") < static_cast<size_t>(end - digits.c_str()))
+        return sqlite3_result_int(ctx, 0);
+    if (d == static_cast<double>(static_cast<long long>(d))) return sqlite3_result_int64(ctx, static_cast<long long>(d));
+    sqlite3_result_double(ctx, d);
+}
+
+// InStr([start,] text, sought): the position of `sought` from `start` on, 1-based, without
+// regard to case; 0 when it is not there.
+void instrFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
+    const int first = argc == 3 ? 1 : 0;
+    const long long start = argc == 3 ? sqlite3_value_int64(argv[0]) : 1;
+    const std::string text = german::lower(argText(argv[first])), sought = german::lower(argText(argv[first + 1]));
+    const auto starts = characterStarts(text);
+    if (start < 1 || start > static_cast<long long>(starts.size())) return sqlite3_result_int(ctx, 0);
+    const size_t at = text.find(sought, starts[static_cast<size_t>(start - 1)]);
+    if (at == std::string::npos) return sqlite3_result_int(ctx, 0);
+    sqlite3_result_int64(ctx, std::lower_bound(starts.begin(), starts.end(), at) - starts.begin() + 1);
+}
+
+// Format() of a date ("YYYY-MM-DD[ HH:MM:SS]", as the store holds dates) with the old
+// engine's date codes: yyyy, yy, mm, dd, hh, nn, ss. Another value stays as it is.
+void formatFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (sqlite3_value_type(argv[0]) == SQLITE_NULL) return sqlite3_result_null(ctx);
+    const std::string v = textOf(argv[0]);
+    if (argc < 2 || v.size() < 10 || v[4] != '-' || v[7] != '-') return resultText(ctx, v);
+    const std::string f = argText(argv[1]);
+    const std::string year = v.substr(0, 4), month = v.substr(5, 2), day = v.substr(8, 2);
+    const std::string hour = v.size() >= 16 ? v.substr(11, 2) : "00", minute = v.size() >= 16 ? v.substr(14, 2) : "00",
+                      second = v.size() >= 19 ? v.substr(17, 2) : "00";
+    std::string out;
+    for (size_t i = 0; i < f.size();) {
+        auto at = [&](const char* code) {
+            const size_t n = std::strlen(code);
+            if (f.size() - i < n) return false;
+            for (size_t k = 0; k < n; ++k)
+                if (std::tolower(static_cast<unsigned char>(f[i + k])) != code[k]) return false;
+            return true;
+        };
+        if (at("yyyy")) out += year, i += 4;
+        else if (at("yy")) out += year.substr(2), i += 2;
+        else if (at("mm")) out += month, i += 2;
+        else if (at("dd")) out += day, i += 2;
+        else if (at("hh")) out += hour, i += 2;
+        else if (at("nn")) out += minute, i += 2;
+        else if (at("ss")) out += second, i += 2;
+        else out += f[i++];
+    }
+    resultText(ctx, out);
+}
+
+std::string localNow(const char* format) {
+    const std::time_t t = std::time(nullptr);
+    std::tm tm{};
+    localtime_r(&t, &tm);
+    char buf[32];
+    std::strftime(buf, sizeof buf, format, &tm);
+    return buf;
+}
+void nowFunction(sqlite3_context* ctx, int, sqlite3_value**) { resultText(ctx, localNow("%Y-%m-%d %H:%M:%S")); }
+void dateFunction(sqlite3_context* ctx, int, sqlite3_value**) { resultText(ctx, localNow("%Y-%m-%d")); }
+
+int germanCollation(void*, int n1, const void* a, int n2, const void* b) {
+    return german::compare(std::string_view(static_cast<const char*>(a), static_cast<size_t>(n1)),
+                           std::string_view(static_cast<const char*>(b), static_cast<size_t>(n2)));
 }
 
 }  // namespace
@@ -103,8 +256,10 @@ void Statement::bind(const char* name, const Variant& value) {
 void Statement::bindValues(const std::vector<std::string>& values, const std::vector<bool>& numeric) {
     for (size_t i = 0; i < values.size(); ++i) {
         const int index = static_cast<int>(i + 1);
-        if (i < numeric.size() && numeric[i]) {
-            const double d = std::strtod(values[i].c_str(), nullptr);
+        char* end = nullptr;
+        const double d = i < numeric.size() && numeric[i] ? std::strtod(values[i].c_str(), &end) : 0;
+        // A quoted value read as a number must be one; otherwise it stays text.
+        if (end && end != values[i].c_str() && *end == '\0') {
             if (d == static_cast<double>(static_cast<long long>(d)))
                 sqlite3_bind_int64(stmt_, index, static_cast<long long>(d));
             else
@@ -208,7 +363,25 @@ void Connection::configure(Kind kind) {
     sqlite3_create_function(db_, "len", 1, f, nullptr, lenFunction, nullptr, nullptr);
     sqlite3_create_function(db_, "like", 2, f, nullptr, likeFunction, nullptr, nullptr);
     sqlite3_create_function(db_, "like", 3, f, nullptr, likeFunction, nullptr, nullptr);
-    sqlite3_create_function(db_, "ucase", 1, f, nullptr, ucaseFunction, nullptr, nullptr);
+    struct Function {
+        const char* name;
+        int args;
+        void (*call)(sqlite3_context*, int, sqlite3_value**);
+        bool deterministic;
+    } functions[] = {
+        {"ucase", 1, ucaseFunction, true},       {"lcase", 1, lcaseFunction, true},
+        {"jet_text", 1, textFunction, true},     {"jet_plus", 2, plusFunction, true},
+        {"jet_power", 2, powerFunction, true},   {"jet_right", 2, rightFunction, true},
+        {"jet_val", 1, valFunction, true},       {"jet_instr", 2, instrFunction, true},
+        {"jet_instr", 3, instrFunction, true},   {"jet_format", 2, formatFunction, true},
+        {"jet_format", 1, formatFunction, true}, {"jet_now", 0, nowFunction, false},
+        {"jet_date", 0, dateFunction, false},
+    };
+    for (const auto& fn : functions)
+        sqlite3_create_function(db_, fn.name, fn.args, fn.deterministic ? f : SQLITE_UTF8, nullptr, fn.call, nullptr, nullptr);
+    // Registered on the connection only: a store's schema never names it, so that any SQLite
+    // tool can read and check the store.
+    sqlite3_create_collation(db_, german::kCollation, SQLITE_UTF8, nullptr, germanCollation);
 
     auto run = [&](const char* sql) {
         char* msg = nullptr;
@@ -267,6 +440,25 @@ Statement& Connection::cached(const std::string& sql) {
     if (!st) st = std::make_unique<Statement>(*this, sql);
     st->reset();
     return *st;
+}
+
+const jet::Catalog& Connection::catalog() {
+    if (!catalog_) {
+        auto made = std::make_unique<jet::Catalog>();
+        auto indexes = prepare("SELECT name FROM sqlite_master WHERE type = 'index'");
+        std::vector<std::string> names;
+        while (indexes->step()) names.push_back(indexes->column(0).toString());
+        for (const auto& index : names) {
+            auto columns = prepare("SELECT name FROM pragma_index_info(?1)");
+            columns->bind(1, Variant(index));
+            while (columns->step()) made->keyColumns.insert(jet::foldCase(columns->column(0).toString()));
+        }
+        std::vector<std::string> sorted(made->keyColumns.begin(), made->keyColumns.end());
+        std::sort(sorted.begin(), sorted.end());
+        for (const auto& k : sorted) made->fingerprint += k + "|";
+        catalog_ = std::move(made);
+    }
+    return *catalog_;
 }
 
 long long Connection::totalChanges() const { return sqlite3_total_changes64(db_); }

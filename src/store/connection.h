@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "store/jet_sql.h"
 #include "store/variant.h"
 
 struct sqlite3;
@@ -76,6 +77,9 @@ public:
     // A value kept with the connection under a key, for what is worked out once per query shape.
     std::shared_ptr<const void>& memo(const std::string& key) { return memo_[key]; }
 
+    // The key columns of this store, for the translation of query texts.
+    const jet::Catalog& catalog();
+
     // Changes made through this connection so far; a cheap test whether cached counts hold.
     long long totalChanges() const;
 
@@ -96,6 +100,7 @@ private:
     int batchDepth_ = 0;
     std::unordered_map<std::string, std::unique_ptr<Statement>> cache_;
     std::unordered_map<std::string, std::shared_ptr<const void>> memo_;
+    std::unique_ptr<jet::Catalog> catalog_;
 };
 
 }  // namespace tolma::store

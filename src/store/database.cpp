@@ -47,11 +47,17 @@ Recordset Database::OpenRecordset(const std::string& source, int /*type*/) const
 }
 
 long long Database::Execute(const std::string& sql) const {
-    return connection()->execute(jet::translate(sql));
+    const auto& c = connection();
+    const auto p = jet::prepare(sql, &c->catalog());
+    auto st = c->prepare(p.shape->sql);
+    st->bindValues(p.values, p.shape->numeric);
+    while (st->step()) {
+    }
+    return sqlite3_changes64(c->handle());
 }
 
 std::optional<Variant> Database::lookup(const std::string& query, const std::string& field) const {
-    const auto p = jet::prepare(query);
+    const auto p = jet::prepare(query, &connection()->catalog());
     Statement& st = connection()->cached(p.shape->sql);
     st.bindValues(p.values, p.shape->numeric);
     if (!st.step()) return std::nullopt;

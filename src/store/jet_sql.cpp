@@ -1,5 +1,8 @@
 #include "store/jet_sql.h"
 
+#include "store/jet_generator.h"
+#include "store/jet_parser.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
@@ -18,38 +21,8 @@ std::string upper(std::string_view s) {
     return r;
 }
 
-bool isKeyword(const Token& t, std::string_view word) {
-    return t.kind == TokenKind::Word && upper(t.text) == word;
-}
-
 bool isPunct(const Token& t, std::string_view p) {
     return t.kind == TokenKind::Punct && t.text == p;
-}
-
-bool isComparison(const Token& t) {
-    static const char* ops[] = {"=", "<>", "<", ">", "<=", ">=", "!="};
-    if (t.kind != TokenKind::Punct) return false;
-    return std::any_of(std::begin(ops), std::end(ops), [&](const char* o) { return t.text == o; });
-}
-
-// Functions whose result is a number: Jet converts a quoted number compared with them.
-bool isNumericFunction(const Token& t) {
-    static const char* names[] = {"LEN", "VAL", "COUNT", "SUM", "AVG", "ABS", "INT", "FIX",
-                                  "YEAR", "MONTH", "DAY", "INSTR", "ASC", "LENGTH"};
-    if (t.kind != TokenKind::Word) return false;
-    const auto u = upper(t.text);
-    return std::any_of(std::begin(names), std::end(names), [&](const char* n) { return u == n; });
-}
-
-// The content of a single-quoted literal, quotes removed and doubled quotes undone.
-std::string literalContent(const std::string& quoted) {
-    std::string r;
-    for (size_t i = 1; i + 1 < quoted.size(); ++i) {
-        r += quoted[i];
-        if (quoted[i] == quoted.front() && i + 2 < quoted.size() && quoted[i + 1] == quoted.front())
-            ++i;
-    }
-    return r;
 }
 
 bool readsAsNumber(const std::string& s, std::string& number) {
@@ -63,12 +36,6 @@ bool readsAsNumber(const std::string& s, std::string& number) {
     if (t.find_first_of("xXnN") != std::string::npos) return false;  // hex, nan, inf
     number = t;
     return true;
-}
-
-std::string join(const std::vector<Token>& tokens, size_t from, size_t to) {
-    std::string r;
-    for (size_t i = from; i < to && i < tokens.size(); ++i) r += tokens[i].text;
-    return r;
 }
 
 std::string trimmed(const std::string& s) {
@@ -227,256 +194,120 @@ std::vector<Token> tokenize(std::string_view sql) {
 }
 
 namespace {
-std::string translateTokens(std::vector<Token> tokens, std::vector<bool>* numericParams);
+
+// Statements that SQLite reads as they stand: the program's own, never the system's texts.
+bool passesAsItStands(std::string_view text) {
+    size_t i = 0;
+    while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
+    size_t j = i;
+    while (j < text.size() && isWordChar(static_cast<unsigned char>(text[j]))) ++j;
+    static const char* words[] = {"CREATE", "DROP", "ALTER", "PRAGMA", "BEGIN", "COMMIT", "END",
+                                  "ROLLBACK", "VACUUM", "ATTACH", "DETACH", "REINDEX", "ANALYZE",
+                                  "EXPLAIN", "WITH", "REPLACE", "SAVEPOINT", "RELEASE"};
+    const std::string u = upper(text.substr(i, j - i));
+    return std::any_of(std::begin(words), std::end(words), [&](const char* w) { return u == w; });
 }
 
-std::string translate(std::string_view jetSql) { return translateTokens(tokenize(jetSql), nullptr); }
-
-namespace {
-std::string translateTokens(std::vector<Token> tokens, std::vector<bool>* numericParams) {
-
-    // Indexes of the tokens that are not blanks, for looking at neighbours.
-    std::vector<size_t> sig;
-    for (size_t i = 0; i < tokens.size(); ++i)
-        if (tokens[i].kind != TokenKind::Space) sig.push_back(i);
-
-    auto matchingOpen = [&](size_t k) -> long {  // k: index into sig of a ")"
-        int depth = 0;
-        for (long j = static_cast<long>(k); j >= 0; --j) {
-            const Token& t = tokens[sig[j]];
-            if (isPunct(t, ")")) ++depth;
-            if (isPunct(t, "(") && --depth == 0) return j;
-        }
-        return -1;
-    };
-
-    for (size_t k = 0; k < sig.size(); ++k) {
-        Token& t = tokens[sig[k]];
-        const Token* prev = k > 0 ? &tokens[sig[k - 1]] : nullptr;
-        if (t.kind == TokenKind::Word) {
-            const auto u = upper(t.text);
-            if (u == "DISTINCTROW") {
-                t.text.clear();
-            } else if ((u == "TRUE" || u == "FALSE") && !(prev && isPunct(*prev, "."))) {
-                t = {TokenKind::Number, u == "TRUE" ? "-1" : "0"};
-            }
-        } else if (t.kind == TokenKind::DoubleQuoted) {
-            std::string content = literalContent(t.text);
-            std::string lit = "'";
-            for (char ch : content) {
-                lit += ch;
-                if (ch == '\'') lit += '\'';
-            }
-            t = {TokenKind::String, lit + "'"};
-        } else if (isPunct(t, "&")) {
-            t.text = "||";
-        }
-    }
-
-    // A quoted number compared with a numeric function: the old engine converts the text.
-    auto comparedWithNumber = [&](size_t k) {
-        if (k >= 2 && isComparison(tokens[sig[k - 1]]) && isPunct(tokens[sig[k - 2]], ")")) {
-            long open = matchingOpen(k - 2);
-            if (open > 0 && isNumericFunction(tokens[sig[open - 1]])) return true;
-        }
-        return k + 3 < sig.size() && isComparison(tokens[sig[k + 1]]) && isNumericFunction(tokens[sig[k + 2]]) &&
-               isPunct(tokens[sig[k + 3]], "(");
-    };
-    for (size_t k = 0; k < sig.size(); ++k) {
-        Token& t = tokens[sig[k]];
-        if (t.kind == TokenKind::Param) {
-            if (numericParams && comparedWithNumber(k)) {
-                const size_t index = std::stoul(t.text.substr(1));
-                if (numericParams->size() < index) numericParams->resize(index);
-                (*numericParams)[index - 1] = true;
-            }
-            continue;
-        }
-        if (t.kind != TokenKind::String) continue;
-        std::string number;
-        if (readsAsNumber(literalContent(t.text), number) && comparedWithNumber(k)) t = {TokenKind::Number, number};
-    }
-
-    // A closing ";" ends the statement; nothing behind it is part of it.
-    for (size_t k = 0; k < sig.size(); ++k) {
-        if (isPunct(tokens[sig[k]], ";")) {
-            tokens.resize(sig[k]);
-            break;
-        }
-    }
-    return join(tokens, 0, tokens.size());
+bool isStatement(const std::vector<ast::Token>& tokens) {
+    if (tokens.empty() || tokens[0].kind != ast::TokenKind::Word) return false;
+    const std::string u = upper(tokens[0].text);
+    return u == "SELECT" || u == "INSERT" || u == "UPDATE" || u == "DELETE";
 }
+
+std::string withoutClosingSemicolon(std::string_view text) {
+    std::string s = trimmed(std::string(text));
+    if (!s.empty() && s.back() == ';') s.pop_back();
+    return s;
+}
+
+// A value written into SQLite's text, for the callers that paste a condition into their own.
+std::string literal(const std::string& value, bool numeric) {
+    std::string number;
+    if (numeric && readsAsNumber(value, number)) return number;
+    std::string q = "'";
+    for (char c : value) q += c == '\'' ? std::string("''") : std::string(1, c);
+    return q + "'";
+}
+
 }  // namespace
 
-Prepared prepare(std::string_view jetSql) {
-    // The values come out first, in one pass: a value never changes what the text means.
-    Prepared out;
-    std::string raw;
-    raw.reserve(jetSql.size());
-    for (size_t i = 0; i < jetSql.size(); ++i) {
-        const char c = jetSql[i];
-        if (c == '[' || c == '"') {
-            const size_t end = jetSql.find(c == '[' ? ']' : '"', i + 1);
-            const size_t stop = end == std::string_view::npos ? jetSql.size() : end + 1;
-            raw.append(jetSql.substr(i, stop - i));
-            i = stop - 1;
-        } else if (c == '\'') {
-            std::string value;
-            size_t j = i + 1;
-            for (; j < jetSql.size(); ++j) {
-                if (jetSql[j] == '\'') {
-                    if (j + 1 < jetSql.size() && jetSql[j + 1] == '\'') {
-                        value += '\'';
-                        ++j;
-                        continue;
-                    }
-                    break;
-                }
-                value += jetSql[j];
-            }
-            out.values.push_back(std::move(value));
-            raw += "?" + std::to_string(out.values.size());
-            i = j;
-        } else {
-            raw += c;
-        }
-    }
+bool Catalog::isKey(std::string_view column) const { return keyColumns.count(foldCase(column)) > 0; }
 
-    static std::mutex mutex;
-    static std::unordered_map<std::string, std::shared_ptr<const Shape>> shapes;
-    std::lock_guard lock(mutex);
-    auto& shape = shapes[raw];
-    if (!shape) {
-        auto made = std::make_shared<Shape>();
-        made->sql = translateTokens(tokenize(raw), &made->numeric);
-        made->numeric.resize(out.values.size());
-        made->parts = parseSelect(made->sql);
-        shape = made;
-        if (shapes.size() > 20000) {  // texts of many shapes come and go with the clerk's filters
-            auto keep = shape;
-            shapes.clear();
-            shapes[raw] = keep;
-            out.shape = keep;
-            return out;
+std::string translate(std::string_view jetSql, const Catalog* catalog) {
+    if (passesAsItStands(jetSql)) return withoutClosingSemicolon(jetSql);
+    const Prepared p = prepare(jetSql, catalog);
+    // The parameters are put back as literals, outside names.
+    const std::string& sql = p.shape->sql;
+    std::string out;
+    for (size_t i = 0; i < sql.size(); ++i) {
+        const char c = sql[i];
+        if (c == '[' || c == '"') {
+            const size_t end = sql.find(c == '[' ? ']' : '"', i + 1);
+            out.append(sql, i, end - i + 1);
+            i = end;
+        } else if (c == '?') {
+            size_t j = i + 1;
+            while (j < sql.size() && std::isdigit(static_cast<unsigned char>(sql[j]))) ++j;
+            const size_t k = std::stoul(sql.substr(i + 1, j - i - 1)) - 1;
+            out += literal(p.values[k], p.shape->numeric[k]);
+            i = j - 1;
+        } else {
+            out += c;
         }
     }
-    out.shape = shape;
     return out;
 }
 
-SelectParts parseSelect(std::string_view translatedSql) {
-    SelectParts parts;
-    const std::vector<Token> tokens = tokenize(translatedSql);
-    std::vector<size_t> sig;
-    for (size_t i = 0; i < tokens.size(); ++i)
-        if (tokens[i].kind != TokenKind::Space) sig.push_back(i);
-    if (sig.empty() || !isKeyword(tokens[sig[0]], "SELECT")) return parts;
-    parts.isSelect = true;
-
-    // Top-level clause boundaries, as token indexes.
-    size_t listStart = sig[0] + 1;
-    size_t fromKw = tokens.size(), whereKw = tokens.size(), orderKw = tokens.size(),
-           endFrom = tokens.size(), endWhere = tokens.size();
-    int depth = 0;
-    for (size_t k = 1; k < sig.size(); ++k) {
-        const Token& t = tokens[sig[k]];
-        if (isPunct(t, "(")) ++depth;
-        if (isPunct(t, ")")) --depth;
-        if (depth != 0 || t.kind != TokenKind::Word) continue;
-        const auto u = upper(t.text);
-        if (k == 1 && (u == "DISTINCT" || u == "ALL")) {
-            parts.distinct = u == "DISTINCT";
-            listStart = sig[k] + 1;
-        } else if (u == "FROM" && fromKw == tokens.size()) {
-            fromKw = sig[k];
-        } else if (u == "WHERE" && fromKw != tokens.size() && whereKw == tokens.size()) {
-            whereKw = sig[k];
-            endFrom = std::min(endFrom, sig[k]);
-        } else if ((u == "GROUP" || u == "HAVING" || u == "UNION" || u == "INTERSECT" ||
-                    u == "EXCEPT") && fromKw != tokens.size()) {
-            parts.aggregate = true;
-            endFrom = std::min(endFrom, sig[k]);
-            endWhere = std::min(endWhere, sig[k]);
-        } else if (u == "ORDER" && k + 1 < sig.size() && isKeyword(tokens[sig[k + 1]], "BY") &&
-                   fromKw != tokens.size()) {
-            orderKw = sig[k];
-            endFrom = std::min(endFrom, sig[k]);
-            endWhere = std::min(endWhere, sig[k]);
-        } else if (u == "LIMIT" && fromKw != tokens.size()) {
-            parts.aggregate = true;  // not a plain keyset query either
-        }
+Prepared prepare(std::string_view jetSql, const Catalog* catalog) {
+    Prepared out;
+    if (passesAsItStands(jetSql)) {
+        auto shape = std::make_shared<Shape>();
+        shape->sql = withoutClosingSemicolon(jetSql);
+        out.shape = shape;
+        return out;
     }
-    if (fromKw == tokens.size()) {
-        parts.derivedTable = true;  // SELECT without FROM: nothing to key on
-        parts.selectList = trimmed(join(tokens, listStart, tokens.size()));
-        return parts;
-    }
-    parts.selectList = trimmed(join(tokens, listStart, fromKw));
-    parts.from = trimmed(join(tokens, fromKw + 1, endFrom));
-    if (whereKw != tokens.size()) parts.where = trimmed(join(tokens, whereKw + 1, endWhere));
-    if (orderKw != tokens.size()) {
-        size_t byIdx = orderKw + 1;
-        while (byIdx < tokens.size() && !isKeyword(tokens[byIdx], "BY")) ++byIdx;
-        parts.orderBy = trimmed(join(tokens, byIdx + 1, tokens.size()));
-    }
-
-    // Aggregate functions in the select list make the rows no rows of a table.
-    static const char* aggregates[] = {"COUNT", "SUM", "AVG", "MIN", "MAX", "FIRST", "LAST",
-                                       "STDEV", "VAR", "GROUP_CONCAT", "TOTAL"};
-    for (size_t k = 0; k + 1 < sig.size() && sig[k] < fromKw; ++k) {
-        const Token& t = tokens[sig[k]];
-        if (t.kind != TokenKind::Word || !isPunct(tokens[sig[k + 1]], "(")) continue;
-        const auto u = upper(t.text);
-        for (const char* a : aggregates)
-            if (u == a) parts.aggregate = true;
-    }
-
-    // Base tables of the FROM clause.
-    static const char* joinWords[] = {"INNER", "LEFT", "RIGHT", "FULL", "OUTER", "JOIN", "ON",
-                                      "CROSS", "NATURAL", "USING", "AS"};
-    auto isJoinWord = [&](const Token& t) {
-        if (t.kind != TokenKind::Word) return false;
-        const auto u = upper(t.text);
-        return std::any_of(std::begin(joinWords), std::end(joinWords),
-                           [&](const char* w) { return u == w; });
-    };
-    bool expectTable = true;
-    for (size_t k = 0; k < sig.size(); ++k) {
-        size_t i = sig[k];
-        if (i <= fromKw || i >= endFrom) continue;
-        const Token& t = tokens[i];
-        if (t.kind == TokenKind::Word) {
-            const auto u = upper(t.text);
-            if (u == "LEFT" || u == "RIGHT" || u == "FULL" || u == "OUTER") parts.outerJoin = true;
-            if (u == "SELECT") parts.derivedTable = true;
-        }
-        if (isPunct(t, ",") || isKeyword(t, "JOIN")) {
-            expectTable = true;
-            continue;
-        }
-        if (isPunct(t, "(")) continue;  // parenthesised joins keep the expectation
-        if (!expectTable) continue;
-        if (t.kind == TokenKind::Word || t.kind == TokenKind::Bracketed) {
-            if (isJoinWord(t)) continue;
-            TableRef ref;
-            ref.name = t.kind == TokenKind::Bracketed ? t.text.substr(1, t.text.size() - 2) : t.text;
-            ref.qualifier = t.text;
-            // An alias follows the name, with or without AS.
-            size_t next = k + 1;
-            if (next < sig.size() && sig[next] < endFrom && isKeyword(tokens[sig[next]], "AS")) ++next;
-            if (next < sig.size() && sig[next] < endFrom) {
-                const Token& a = tokens[sig[next]];
-                if ((a.kind == TokenKind::Word && !isJoinWord(a)) || a.kind == TokenKind::Bracketed)
-                    ref.qualifier = a.text;
-            }
-            parts.tables.push_back(ref);
-            expectTable = false;
+    // The texts and dates come out first: texts that differ only in them share one shape,
+    // which is parsed once.
+    const std::vector<ast::Token> tokens = ast::lex(jetSql);
+    std::string key;
+    key.reserve(jetSql.size() + 16);
+    for (const auto& t : tokens) {
+        if (t.kind == ast::TokenKind::Text || t.kind == ast::TokenKind::Date) {
+            out.values.push_back(t.text);
+            key += t.kind == ast::TokenKind::Text ? "\x01 " : "\x02 ";
         } else {
-            expectTable = false;
+            key += t.kind == ast::TokenKind::Bracketed ? "[" + t.text + "] " : t.text + " ";
         }
     }
-    return parts;
+    key += '\x1f';
+    if (catalog) key += catalog->fingerprint;
+
+    static std::mutex mutex;
+    static std::unordered_map<std::string, std::shared_ptr<const Shape>> shapes;
+    std::shared_ptr<const Shape> shape;
+    {
+        std::lock_guard lock(mutex);
+        if (auto it = shapes.find(key); it != shapes.end()) shape = it->second;
+    }
+    if (!shape) {
+        const ast::Statement statement = ast::parse(jetSql, tokens, !isStatement(tokens));
+        Generated g = generate(statement, catalog, static_cast<int>(out.values.size()));
+        auto made = std::make_shared<Shape>();
+        made->sql = std::move(g.sql);
+        made->numeric = std::move(g.numeric);
+        made->parts = std::move(g.parts);
+        made->numbers = std::move(g.numbers);
+        shape = made;
+        std::lock_guard lock(mutex);
+        if (shapes.size() > 20000) shapes.clear();  // texts of many shapes come and go with the clerk's filters
+        shapes[key] = shape;
+    }
+    out.values.insert(out.values.end(), shape->numbers.begin(), shape->numbers.end());
+    out.shape = std::move(shape);
+    return out;
 }
+
+SelectParts parseSelect(std::string_view jetSql, const Catalog* catalog) { return prepare(jetSql, catalog).shape->parts; }
 
 std::string bareTableName(std::string_view source) {
     std::string s = trimmed(std::string(source));
@@ -490,7 +321,8 @@ std::string bareTableName(std::string_view source) {
 }
 
 std::string soleQualifier(std::string_view condition) {
-    static const char* keywords[] = {"LIKE", "AND", "OR", "NOT", "IS", "NULL", "IN", "BETWEEN", "ESCAPE"};
+    static const char* keywords[] = {"LIKE", "AND", "OR", "NOT", "IS", "NULL", "IN", "BETWEEN", "ESCAPE",
+                                     "CASE", "WHEN", "THEN", "ELSE", "END", "CAST", "AS", "INTEGER", "REAL", "EXISTS"};
     const std::vector<Token> tokens = tokenize(condition);
     std::vector<size_t> sig;
     for (size_t i = 0; i < tokens.size(); ++i)
@@ -510,6 +342,10 @@ std::string soleQualifier(std::string_view condition) {
         }
         if (t.kind == TokenKind::Word) {
             const auto u = upper(t.text);
+            if (u == "COLLATE") {  // and the collation's name behind it
+                ++k;
+                continue;
+            }
             const bool keyword = std::any_of(std::begin(keywords), std::end(keywords), [&](const char* w) { return u == w; });
             const bool function = k + 1 < sig.size() && isPunct(tokens[sig[k + 1]], "(");
             if (keyword || function) continue;

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 // The old engine's query language on SQLite: the system keeps its query texts exactly as they
@@ -17,12 +18,23 @@ struct Token {
     std::string text;
 };
 
+// SQLite's tokens of a generated text, for looking at its names.
 std::vector<Token> tokenize(std::string_view sql);
 
-// Rewrites a statement or a condition for SQLite: DISTINCTROW dropped, True/False as -1/0,
-// double-quoted texts as string literals, "&" as "||", a quoted number compared with a
-// numeric function such as Len() read as a number, and a trailing ";" removed.
-std::string translate(std::string_view jetSql);
+// What the translation needs to know of a store: its key columns, those its indexes hold. Keys
+// are digits, so comparing them by the column's own collation answers exactly as the German
+// comparison would, and keeps look-ups and lists on their indexes.
+struct Catalog {
+    std::unordered_set<std::string> keyColumns;  // folded names
+    std::string fingerprint;                     // tells catalogs apart among the cached shapes
+    bool isKey(std::string_view column) const;
+};
+
+// SQLite's text for a statement or a condition of the old engine's language, generated from its
+// syntax tree, with the values written into it as SQLite literals. Statements other than
+// SELECT, INSERT, UPDATE and DELETE pass as they are. A syntax error raises error 3075 with the
+// text as written and the position.
+std::string translate(std::string_view jetSql, const Catalog* catalog = nullptr);
 
 // The one table qualifier that every column name of a condition carries ("betrieb" in
 // "betrieb.[b-eintr-name] LIKE 'M*'"); empty when a name is bare or two tables are named.
@@ -51,20 +63,22 @@ struct SelectParts {
     bool keyable() const { return isSelect && !distinct && !aggregate && !outerJoin && !derivedTable && !tables.empty(); }
 };
 
-SelectParts parseSelect(std::string_view translatedSql);
+// The parts of a SELECT written in the old engine's language.
+SelectParts parseSelect(std::string_view jetSql, const Catalog* catalog = nullptr);
 
 // A query text with its values taken out: texts that differ only in their values share one
 // shape, which is translated and parsed once and prepared once per connection.
 struct Shape {
-    std::string sql;            // translated, with the values as ?1, ?2, ...
-    std::vector<bool> numeric;  // per value: compared with a numeric function, bound as a number
+    std::string sql;            // generated, with the values as ?1, ?2, ...
+    std::vector<bool> numeric;  // per value: bound as a number
     SelectParts parts;          // when the text is a SELECT
+    std::vector<std::string> numbers;  // the text's numbers, bound behind its texts and dates
 };
 struct Prepared {
     std::shared_ptr<const Shape> shape;
-    std::vector<std::string> values;
+    std::vector<std::string> values;  // texts and dates, then numbers
 };
-Prepared prepare(std::string_view jetSql);
+Prepared prepare(std::string_view jetSql, const Catalog* catalog = nullptr);
 
 // A source that is a bare table name (optionally bracketed); empty if the source is a query.
 std::string bareTableName(std::string_view source);

@@ -210,7 +210,7 @@ public:
     }
 
     void openQuery(const std::string& source) {
-        const jet::Prepared query = jet::prepare(source);
+        const jet::Prepared query = jet::prepare(source, &conn->catalog());
         params = query.values;
         numericParams = query.shape->numeric;
         const jet::SelectParts& parts = query.shape->parts;
@@ -549,7 +549,7 @@ public:
 
     // The first row after `after` (-1: from the first row) that meets the criteria.
     std::optional<long> findIndex(const std::string& criteria, long after) {
-        const std::string crit = jet::translate(criteria);
+        const std::string crit = jet::translate(criteria, &conn->catalog());
         if (mode == Mode::Snapshot) return findInSnapshot(crit, after);
         // A condition on one table's columns is run on that table alone, and the first row of
         // the recordset's order whose row of that table matched is the answer.
@@ -629,7 +629,7 @@ public:
     void find(const std::string& criteria, bool fromStart) {
         if (mode == Mode::Table) {
             // Values become parameters, so that the import's many finds share one statement.
-            const auto p = jet::prepare(criteria);
+            const auto p = jet::prepare(criteria, &conn->catalog());
             std::optional<long long> r;
             if (fromStart || bof || !eof) {
                 const bool after = !(fromStart || bof);
@@ -800,7 +800,7 @@ public:
     long long deleteWhere(const std::string& criteria) {
         check();
         requireUpdatable();
-        const auto p = jet::prepare(criteria);
+        const auto p = jet::prepare(criteria, &conn->catalog());
         auto& st = conn->cached("DELETE FROM " + baseTable + " WHERE " + p.shape->sql);
         st.bindValues(p.values, p.shape->numeric);
         st.step();

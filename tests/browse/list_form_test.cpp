@@ -4,6 +4,8 @@
 #include "../transfer/import_fixture.h"
 #include "browse/list_form.h"
 #include "browse/record_view.h"
+#include "store/connection.h"
+#include "store/jet_sql.h"
 
 namespace tolma::test {
 namespace {
@@ -55,6 +57,38 @@ struct ListFixture : ImportFixture {
         insert(g().db_org, "aktuelleGemeinde", {{"gem-kz", gemKz}, {"gem-name", "x"}, {"markiert", store::Variant::boolean(true)}});
     }
 };
+
+// SQLite's plan for a query text as the engine prepares it for the data store.
+std::string planOf(core::Globals& g, const std::string& jet) {
+    const auto& c = g.db_daten.connection();
+    const auto p = store::jet::prepare(jet, &c->catalog());
+    auto st = c->prepare("EXPLAIN QUERY PLAN " + p.shape->sql);
+    st->bindValues(p.values, p.shape->numeric);
+    std::string plan;
+    while (st->step()) plan += st->column(3).toString() + "\n";
+    return plan;
+}
+
+TEST(ListFormTest, ListsAndKeyLookUpsStayOnTheirIndexes) {
+    ListFixture f;
+    for (auto which : {BusinessQuery::Menu, BusinessQuery::Alle, BusinessQuery::Aktuelle, BusinessQuery::Abgemeldete}) {
+        const std::string plan = planOf(f.g(), browse::businessListQuery(which, true, " or [gem-kz] = '01054056' "));
+        EXPECT_NE(plan.find("SEARCH betrieb_adresse USING INDEX"), std::string::npos) << plan;
+        EXPECT_EQ(plan.find("TEMP B-TREE"), std::string::npos) << "the order comes from the key index: " << plan;
+    }
+    const std::string persons = planOf(f.g(), browse::personListQuery("", ""));
+    EXPECT_NE(persons.find("USING INDEX"), std::string::npos) << persons;
+    // The look-ups the import and the record view run by key.
+    for (const char* lookUp : {"SELECT * FROM betrieb WHERE [betr-nr] = '010540001037' AND [betr-hist-nr] = '3'",
+                               "SELECT * FROM person WHERE [pers-nr] = '900000004737'",
+                               "DELETE FROM person_erlaubnis WHERE [pers-nr] = '1' AND [betr-nr] = '2'",
+                               "SELECT * FROM beziehung_betrieb_person WHERE [bez-betr-nr] = '010540001037'"}) {
+        const std::string plan = planOf(f.g(), lookUp);
+        EXPECT_NE(plan.find("USING INDEX"), std::string::npos) << lookUp << "\n" << plan;
+    }
+    // Names are compared the German way, here without an index to lose.
+    EXPECT_EQ(f.rows("SELECT [betr-nr] FROM betrieb WHERE [b-eintr-name] = 'BÄCKEREI PETERSEN E.K.'").size(), 1u);
+}
 
 TEST(ListFormTest, BusinessListOpensTypesSortsAndLoadsTheRecordView) {
     ListFixture f;

@@ -20,7 +20,7 @@ void fillAndThinOut(core::Globals& g, int n) {
         c.execute("INSERT INTO betrieb ([betr-nr], [betr-hist-nr], [b-bemerkung]) VALUES (?1, '1', ?2)",
                   {store::Variant(std::to_string(i)), store::Variant(std::string(500, 'x'))});
     c.commitBatch();
-    g.db_daten.Execute("DELETE FROM betrieb WHERE [betr-hist-nr] = '1' AND CAST([betr-nr] AS INTEGER) >= 10");
+    g.db_daten.Execute("DELETE FROM betrieb WHERE [betr-hist-nr] = '1' AND Val([betr-nr]) >= 10");
 }
 
 TEST(ConnectionTest, LoadTwiceLeavesAUsableConnection) {

@@ -1,0 +1,131 @@
+#include "store/german_text.h"
+
+#include <vector>
+
+namespace tolma::store::german {
+namespace {
+
+// Reads one code point and moves i past it; a broken sequence reads as its first byte.
+char32_t next(std::string_view s, size_t& i) {
+    const auto c = static_cast<unsigned char>(s[i]);
+    size_t n = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+    if (n == 1 || i + n > s.size()) {
+        ++i;
+        return c;
+    }
+    char32_t cp = c & (0xFF >> (n + 1));
+    for (size_t k = 1; k < n; ++k) cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
+    i += n;
+    return cp;
+}
+
+void append(std::string& out, char32_t cp) {
+    if (cp < 0x80) {
+        out += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        out += static_cast<char>(0xC0 | (cp >> 6));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        out += static_cast<char>(0xE0 | (cp >> 12));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (cp >> 18));
+        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+}
+
+char32_t lowerOf(char32_t c) {
+    if (c >= 'A' && c <= 'Z') return c + 32;
+    if (c >= 0xC0 && c <= 0xDE && c != 0xD7) return c + 32;
+    return c;
+}
+
+char32_t upperOf(char32_t c) {
+    if (c >= 'a' && c <= 'z') return c - 32;
+    if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return c - 32;
+    return c;
+}
+
+// The base letter of a lower-case Latin-1 letter with a mark, or 0.
+char32_t baseOf(char32_t c) {
+    static const char bases[] = "aaaaaaaceeeeiiiidnooooo/ouuuuyty";  // U+00E0 .. U+00FF
+    if (c < 0xE0 || c > 0xFF || c == 0xF7) return 0;
+    const char b = bases[c - 0xE0];
+    return b == '/' ? 0 : static_cast<char32_t>(b);
+}
+
+// Primary weights (letters without marks, ß as ss) and secondary weights (the marks), for
+// texts that are not plain ASCII.
+struct Key {
+    std::u32string primary;
+    std::vector<char32_t> marks;
+};
+
+Key keyOf(std::string_view s) {
+    Key k;
+    k.primary.reserve(s.size());
+    k.marks.reserve(s.size());
+    for (size_t i = 0; i < s.size();) {
+        const char32_t c = lowerOf(next(s, i));
+        if (c == 0xDF) {  // ß
+            k.primary += U"ss";
+            k.marks.push_back(c);
+            k.marks.push_back(c);
+        } else if (const char32_t b = baseOf(c)) {
+            k.primary += b;
+            k.marks.push_back(c);
+        } else {
+            k.primary += c;
+            k.marks.push_back(0);
+        }
+    }
+    return k;
+}
+
+bool ascii(std::string_view s) {
+    for (unsigned char c : s)
+        if (c >= 0x80) return false;
+    return true;
+}
+
+int asciiCompare(std::string_view a, std::string_view b) {
+    const size_t n = a.size() < b.size() ? a.size() : b.size();
+    for (size_t i = 0; i < n; ++i) {
+        int x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
+        if (x >= 'A' && x <= 'Z') x += 32;
+        if (y >= 'A' && y <= 'Z') y += 32;
+        if (x != y) return x < y ? -1 : 1;
+    }
+    return a.size() == b.size() ? 0 : a.size() < b.size() ? -1 : 1;
+}
+
+}  // namespace
+
+int compare(std::string_view a, std::string_view b) {
+    // Most values (keys, dates, many names) are plain ASCII: compared without building keys.
+    if (ascii(a) && ascii(b)) return asciiCompare(a, b);
+    const Key x = keyOf(a), y = keyOf(b);
+    if (const int c = x.primary.compare(y.primary)) return c < 0 ? -1 : 1;
+    if (x.marks < y.marks) return -1;
+    if (y.marks < x.marks) return 1;
+    return 0;
+}
+
+std::string upper(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size();) append(out, upperOf(next(text, i)));
+    return out;
+}
+
+std::string lower(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size();) append(out, lowerOf(next(text, i)));
+    return out;
+}
+
+}  // namespace tolma::store::german

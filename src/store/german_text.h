@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// Text as the old database compared and sorted it for German: case is ignored, umlauts
+// included; ä, ö and ü sort with a, o and u, ß as ss, and at equal letters the plain letter
+// comes first. Equality does not fold an umlaut to its base letter: "Muller" is not "Müller".
+namespace tolma::store::german {
+
+// <0, 0 or >0, as a collation answers; both texts UTF-8.
+int compare(std::string_view a, std::string_view b);
+
+// Upper and lower case of a UTF-8 text, Latin-1 letters included ("müller" → "MÜLLER").
+std::string upper(std::string_view text);
+std::string lower(std::string_view text);
+
+// The name under which compare() is registered on every connection.
+inline constexpr const char* kCollation = "jetde";
+
+}  // namespace tolma::store::german

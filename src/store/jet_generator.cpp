@@ -1,0 +1,353 @@
+#include "store/jet_generator.h"
+
+#include <cctype>
+
+#include "store/german_text.h"
+
+namespace tolma::store::jet {
+namespace {
+
+using ast::Expr;
+using ast::ExprKind;
+
+enum class Type { Unknown, Number, Text, Null };
+
+struct Out {
+    std::string sql;
+    Type type = Type::Unknown;
+    bool key = false;  // a plain reference to a key column: compared by its own collation
+};
+
+std::string bracket(const std::string& name) { return "[" + name + "]"; }
+
+// A name for SQLite that may hold any character: an expression's text as its column name.
+std::string quotedName(const std::string& name) {
+    std::string q = "\"";
+    for (char c : name) q += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return q + "\"";
+}
+
+bool isOneOf(const std::string& u, std::initializer_list<const char*> words) {
+    for (const char* w : words)
+        if (u == w) return true;
+    return false;
+}
+
+class Generator {
+public:
+    Generator(const Catalog* catalog, int values) : catalog_(catalog), values_(values), numeric_(static_cast<size_t>(values)) {}
+
+    Generated statement(const ast::Statement& s) {
+        Generated g;
+        switch (s.kind) {
+            case ast::Statement::Kind::Select:
+                g.sql = select(*s.select, &g.parts);
+                break;
+            case ast::Statement::Kind::Condition:
+                g.sql = expr(*s.where).sql;
+                break;
+            case ast::Statement::Kind::Insert: {
+                g.sql = "INSERT INTO " + bracket(s.table);
+                if (!s.columns.empty()) {
+                    g.sql += " (";
+                    for (size_t i = 0; i < s.columns.size(); ++i) g.sql += (i ? ", " : "") + bracket(s.columns[i]);
+                    g.sql += ")";
+                }
+                if (s.select) {
+                    g.sql += " " + select(*s.select, nullptr);
+                } else {
+                    g.sql += " VALUES (";
+                    for (size_t i = 0; i < s.values.size(); ++i) g.sql += (i ? ", " : "") + expr(*s.values[i]).sql;
+                    g.sql += ")";
+                }
+                break;
+            }
+            case ast::Statement::Kind::Update:
+                g.sql = "UPDATE " + bracket(s.table) + " SET ";
+                for (size_t i = 0; i < s.columns.size(); ++i)
+                    g.sql += (i ? ", " : "") + bracket(s.columns[i]) + " = " + expr(*s.values[i]).sql;
+                if (s.where) g.sql += " WHERE " + expr(*s.where).sql;
+                break;
+            case ast::Statement::Kind::Delete:
+                g.sql = "DELETE FROM " + bracket(s.table);
+                if (s.where) g.sql += " WHERE " + expr(*s.where).sql;
+                break;
+            case ast::Statement::Kind::Other:
+                break;
+        }
+        g.numeric = numeric_;
+        g.numbers = numbers_;
+        return g;
+    }
+
+private:
+    // ---- values --------------------------------------------------------------------------
+    std::string number(const std::string& written) {
+        numbers_.push_back(written);
+        numeric_.push_back(true);
+        return "?" + std::to_string(values_ + static_cast<int>(numbers_.size()));
+    }
+    // The old engine reads a quoted number compared with a number as a number.
+    void readAsNumber(const Expr& e) {
+        if (e.kind == ExprKind::Value) numeric_[static_cast<size_t>(e.value)] = true;
+    }
+    bool isKeyColumn(const Expr& e) const {
+        return e.kind == ExprKind::Column && catalog_ && catalog_->isKey(e.name);
+    }
+    // Text is compared as the old engine compared it, except where a key column takes part.
+    static std::string german(const Out& o) { return "(" + o.sql + ") COLLATE " + german::kCollation; }
+
+    // ---- expressions ---------------------------------------------------------------------
+    Out expr(const Expr& e) {
+        switch (e.kind) {
+            case ExprKind::Value:
+                return {"?" + std::to_string(e.value + 1), Type::Text};
+            case ExprKind::Number:
+                return {number(e.number), Type::Number};
+            case ExprKind::Null:
+                return {"NULL", Type::Null};
+            case ExprKind::Column:
+                return {(e.qualifier.empty() ? "" : bracket(e.qualifier) + ".") + bracket(e.name), Type::Unknown,
+                        isKeyColumn(e)};
+            case ExprKind::Star:
+                return {"*", Type::Unknown};
+            case ExprKind::Unary: {
+                Out a = expr(*e.args[0]);
+                if (e.op == "NOT") return {"(NOT " + a.sql + ")", Type::Number};
+                // A plus keeps its operand as it is: it only keeps SQLite off an index.
+                if (e.op == "+") return {"+" + a.sql, a.type};
+                return {"(-" + a.sql + ")", Type::Number};
+            }
+            case ExprKind::Binary:
+                return binary(e);
+            case ExprKind::Like: {
+                const Out a = expr(*e.args[0]), p = expr(*e.args[1]);
+                return {"(" + a.sql + (e.negated ? " NOT LIKE " : " LIKE ") + p.sql + ")", Type::Number};
+            }
+            case ExprKind::In: {
+                const Out a = expr(*e.args[0]);
+                std::string list;
+                bool numeric = a.type == Type::Number;
+                if (e.sub) {
+                    list = select(*e.sub, nullptr);
+                } else {
+                    for (size_t i = 1; i < e.args.size(); ++i) {
+                        if (a.type == Type::Number) readAsNumber(*e.args[i]);
+                        const Out item = expr(*e.args[i]);
+                        numeric = numeric || item.type == Type::Number;
+                        list += (i > 1 ? ", " : "") + item.sql;
+                    }
+                }
+                const std::string left = numeric || a.key ? a.sql : german(a);
+                return {"(" + left + (e.negated ? " NOT IN (" : " IN (") + list + "))", Type::Number};
+            }
+            case ExprKind::Between: {
+                const Out a = expr(*e.args[0]);
+                if (a.type == Type::Number) {
+                    readAsNumber(*e.args[1]);
+                    readAsNumber(*e.args[2]);
+                }
+                const Out lo = expr(*e.args[1]), hi = expr(*e.args[2]);
+                const bool numeric = a.type == Type::Number || lo.type == Type::Number || hi.type == Type::Number;
+                const std::string left = numeric || a.key ? a.sql : german(a);
+                return {"(" + left + (e.negated ? " NOT BETWEEN " : " BETWEEN ") + lo.sql + " AND " + hi.sql + ")",
+                        Type::Number};
+            }
+            case ExprKind::IsNull:
+                return {"(" + expr(*e.args[0]).sql + (e.negated ? " IS NOT NULL)" : " IS NULL)"), Type::Number};
+            case ExprKind::Call:
+                return call(e);
+            case ExprKind::Subquery:
+                return {"(" + select(*e.sub, nullptr) + ")", Type::Unknown};
+            case ExprKind::Exists:
+                return {"(EXISTS (" + select(*e.sub, nullptr) + "))", Type::Number};
+        }
+        return {};
+    }
+
+    Out binary(const Expr& e) {
+        const Expr &l = *e.args[0], &r = *e.args[1];
+        const std::string& op = e.op;
+        if (isOneOf(op, {"=", "<>", "<", ">", "<=", ">="})) {
+            // The side of a number decides how the other side's quoted value is read.
+            Out a = expr(l), b = expr(r);
+            if (a.type == Type::Number) readAsNumber(r);
+            if (b.type == Type::Number) readAsNumber(l);
+            const bool plain = a.type == Type::Number || b.type == Type::Number || a.key || b.key;
+            return {"(" + a.sql + " " + op + " " + (plain ? b.sql : german(b)) + ")", Type::Number};
+        }
+        const Out a = expr(l), b = expr(r);
+        if (op == "AND" || op == "OR") return {"(" + a.sql + " " + op + " " + b.sql + ")", Type::Number};
+        // "&" joins texts; Null reads as empty text.
+        if (op == "&") return {"(jet_text(" + a.sql + ") || jet_text(" + b.sql + "))", Type::Text};
+        if (op == "+") {
+            // With a number on either side the sum is a number: a text on the other side is read as one.
+            if (a.type == Type::Number || b.type == Type::Number) return {"(" + a.sql + " + " + b.sql + ")", Type::Number};
+            if (a.type == Type::Text && b.type == Type::Text) return {"(" + a.sql + " || " + b.sql + ")", Type::Text};
+            return {"jet_plus(" + a.sql + ", " + b.sql + ")", Type::Unknown};  // decided by the values
+        }
+        if (op == "/") return {"(CAST(" + a.sql + " AS REAL) / " + b.sql + ")", Type::Number};
+        if (op == "\\") return {"(CAST(" + a.sql + " AS INTEGER) / CAST(" + b.sql + " AS INTEGER))", Type::Number};
+        if (op == "MOD") return {"(" + a.sql + " % " + b.sql + ")", Type::Number};
+        if (op == "^") return {"jet_power(" + a.sql + ", " + b.sql + ")", Type::Number};
+        return {"(" + a.sql + " " + op + " " + b.sql + ")", Type::Number};  // - and *
+    }
+
+    Out call(const Expr& e) {
+        std::vector<Out> a;
+        for (const auto& arg : e.args) a.push_back(expr(*arg));
+        auto args = [&](size_t from = 0) {
+            std::string s;
+            for (size_t i = from; i < a.size(); ++i) s += (i > from ? ", " : "") + a[i].sql;
+            return s;
+        };
+        const std::string& f = e.op;
+        auto fn = [&](const char* name, Type type) { return Out{std::string(name) + "(" + args() + ")", type}; };
+        if (f == "LEN") return fn("len", Type::Number);
+        if (f == "UCASE") return fn("ucase", Type::Text);
+        if (f == "LCASE") return fn("lcase", Type::Text);
+        if (f == "TRIM" || f == "LTRIM" || f == "RTRIM") return fn(f == "TRIM" ? "trim" : f == "LTRIM" ? "ltrim" : "rtrim", Type::Text);
+        if (f == "LEFT" && a.size() == 2) return {"substr(" + a[0].sql + ", 1, " + a[1].sql + ")", Type::Text};
+        if (f == "RIGHT") return fn("jet_right", Type::Text);
+        if (f == "MID") return fn("substr", Type::Text);
+        if (f == "NZ")
+            return {"coalesce(" + a[0].sql + ", " + (a.size() > 1 ? a[1].sql : std::string("''")) + ")",
+                    a.size() > 1 ? a[1].type : Type::Text};
+        if (f == "VAL") return fn("jet_val", Type::Number);
+        if (f == "IIF" && a.size() == 3)
+            return {"(CASE WHEN " + a[0].sql + " THEN " + a[1].sql + " ELSE " + a[2].sql + " END)",
+                    a[1].type == a[2].type ? a[1].type : Type::Unknown};
+        if (f == "INSTR") return fn("jet_instr", Type::Number);
+        if (f == "FORMAT") return fn("jet_format", Type::Text);
+        if (f == "NOW") return fn("jet_now", Type::Text);
+        if (f == "DATE") return fn("jet_date", Type::Text);
+        if (isOneOf(f, {"COUNT", "SUM", "AVG", "ABS", "INT", "FIX", "YEAR", "MONTH", "DAY", "ASC", "ROUND"}))
+            return {e.op + "(" + args() + ")", Type::Number};
+        if ((f == "MIN" || f == "MAX") && a.size() == 1)
+            return {e.op + "(" + (a[0].type == Type::Number || a[0].key ? a[0].sql : german(a[0])) + ")", a[0].type};
+        return {e.op + "(" + args() + ")", Type::Unknown};  // SQLite's own, or its error
+    }
+
+    // ---- SELECT --------------------------------------------------------------------------
+    std::string source(const ast::TableSource& s, SelectParts* parts, bool nested) {
+        using Kind = ast::TableSource::Kind;
+        if (s.kind == Kind::Table) {
+            if (parts) parts->tables.push_back({s.name, bracket(s.alias.empty() ? s.name : s.alias)});
+            return bracket(s.name) + (s.alias.empty() ? "" : " AS " + bracket(s.alias));
+        }
+        if (s.kind == Kind::Derived) {
+            if (parts) parts->derivedTable = true;
+            return "(" + select(*s.sub, nullptr) + ") AS " + bracket(s.alias);
+        }
+        if (parts && s.join != "INNER") parts->outerJoin = true;
+        const std::string left = source(*s.left, parts, false);
+        const std::string right = source(*s.right, parts, true);
+        const std::string text = left + " " + s.join + " JOIN " + right + " ON " + expr(*s.on).sql;
+        return nested ? "(" + text + ")" : text;
+    }
+
+    // An ORDER BY or GROUP BY term: text in German order, a key column by its index.
+    // Behind a UNION a term must name a column of the result as it stands.
+    std::string term(const Expr& e, bool compound = false) {
+        if (e.kind == ExprKind::Number)  // a column's position, as written
+            return e.number + " COLLATE " + german::kCollation;
+        const Out o = expr(e);
+        if (o.type == Type::Number || o.key) return o.sql;
+        return compound ? o.sql + " COLLATE " + german::kCollation : german(o);
+    }
+
+    static bool aggregateCall(const Expr& e) {
+        if (e.kind == ExprKind::Call && isOneOf(e.op, {"COUNT", "SUM", "AVG", "MIN", "MAX", "FIRST", "LAST", "STDEV", "VAR"}))
+            return true;
+        for (const auto& a : e.args)
+            if (aggregateCall(*a)) return true;
+        return false;
+    }
+
+    std::string select(const ast::Select& s, SelectParts* parts) {
+        SelectParts local;
+        SelectParts& p = parts ? *parts : local;
+        p.isSelect = true;
+        p.distinct = s.distinct;
+        p.aggregate = !s.groupBy.empty() || s.having || !s.top.empty();
+
+        std::string items;
+        // DISTINCT over plain items becomes a grouping, so that the German comparison decides
+        // which rows are the same; a * leaves it to SQLite.
+        bool groupForDistinct = s.distinct && s.groupBy.empty();
+        for (const auto& item : s.items) {
+            if (!item.expr || aggregateCall(*item.expr)) groupForDistinct = false;
+            if (item.expr && aggregateCall(*item.expr)) p.aggregate = true;
+        }
+        std::string distinctGroups;
+        for (size_t i = 0; i < s.items.size(); ++i) {
+            const auto& item = s.items[i];
+            std::string text;
+            if (!item.expr) {
+                text = item.qualifier.empty() ? "*" : bracket(item.qualifier) + ".*";
+            } else {
+                const Out o = expr(*item.expr);
+                text = o.sql;
+                if (!item.alias.empty())
+                    text += " AS " + bracket(item.alias);
+                else if (item.expr->kind != ExprKind::Column)
+                    text += " AS " + quotedName(item.written);
+                if (groupForDistinct)
+                    distinctGroups += (distinctGroups.empty() ? "" : ", ") +
+                                      (o.type == Type::Number || o.key ? o.sql : german(o));
+            }
+            items += (i ? ", " : "") + text;
+        }
+        p.selectList = items;
+        std::string sql = "SELECT ";
+        if (s.distinct && !groupForDistinct) sql += "DISTINCT ";
+        sql += items;
+        if (s.from.empty()) {
+            p.derivedTable = true;  // nothing to key on
+        } else {
+            std::string from;
+            for (size_t i = 0; i < s.from.size(); ++i) from += (i ? ", " : "") + source(*s.from[i], &p, false);
+            p.from = from;
+            sql += " FROM " + from;
+        }
+        if (s.where) {
+            p.where = expr(*s.where).sql;
+            sql += " WHERE " + p.where;
+        }
+        if (!s.groupBy.empty()) {
+            sql += " GROUP BY ";
+            for (size_t i = 0; i < s.groupBy.size(); ++i) sql += (i ? ", " : "") + term(*s.groupBy[i]);
+        } else if (groupForDistinct) {
+            p.aggregate = true;
+            sql += " GROUP BY " + distinctGroups;
+        }
+        if (s.having) sql += " HAVING " + expr(*s.having).sql;
+        for (const auto& u : s.unions) {
+            p.aggregate = true;  // rows of several queries are no rows of one table
+            sql += (u.all ? " UNION ALL " : " UNION ") + select(*u.select, nullptr);
+        }
+        if (!s.orderBy.empty()) {
+            std::string order;
+            for (size_t i = 0; i < s.orderBy.size(); ++i)
+                order += (i ? ", " : "") + term(*s.orderBy[i].expr, !s.unions.empty()) +
+                         (s.orderBy[i].descending ? " DESC" : "");
+            p.orderBy = order;
+            sql += " ORDER BY " + order;
+        }
+        if (!s.top.empty()) sql += " LIMIT " + s.top;
+        return sql;
+    }
+
+    const Catalog* catalog_;
+    int values_;
+    std::vector<bool> numeric_;
+    std::vector<std::string> numbers_;
+};
+
+}  // namespace
+
+Generated generate(const ast::Statement& statement, const Catalog* catalog, int values) {
+    return Generator(catalog, values).statement(statement);
+}
+
+}  // namespace tolma::store::jet

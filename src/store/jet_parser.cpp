@@ -1,0 +1,608 @@
+#include "store/jet_parser.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+
+#include "store/dao_error.h"
+
+namespace tolma::store::jet::ast {
+namespace {
+
+bool isWordStart(unsigned char c) { return std::isalpha(c) || c == '_' || c >= 0x80; }
+bool isWordChar(unsigned char c) { return std::isalnum(c) || c == '_' || c == '$' || c >= 0x80; }
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+std::string upper(std::string_view s) {
+    std::string r(s);
+    for (auto& c : r) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return r;
+}
+
+[[noreturn]] void syntaxError(std::string_view text, size_t position, const std::string& what) {
+    throwDao("DAO.Database", err::kSyntaxError,
+             "Syntaxfehler in Abfrageausdruck '" + std::string(text) + "' an Stelle " + std::to_string(position + 1) +
+                 ": " + what + ".");
+}
+
+// The date of a #...# literal as the store holds dates: "YYYY-MM-DD", with " HH:MM:SS" when a
+// time is given. The old engine reads month/day/year; year-month-day and day.month.year are
+// read too. Empty when the text is no date.
+std::string dateValue(const std::string& s) {
+    int a = 0, b = 0, c = 0, h = 0, m = 0, sec = 0, n = 0;
+    char sep1 = 0, sep2 = 0;
+    if (std::sscanf(s.c_str(), " %d%c%d%c%d%n", &a, &sep1, &b, &sep2, &c, &n) < 5 || sep1 != sep2) return {};
+    int year, month, day;
+    if (sep1 == '/') {
+        month = a, day = b, year = c;
+    } else if (sep1 == '-') {
+        year = a, month = b, day = c;
+    } else if (sep1 == '.') {
+        day = a, month = b, year = c;
+    } else {
+        return {};
+    }
+    if (year < 100) year += year < 30 ? 2000 : 1900;
+    static const int days[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    if (month < 1 || month > 12 || day < 1 || day > days[month - 1] || year > 9999) return {};
+    if (month == 2 && day == 29 && !(year % 4 == 0 && (year % 100 != 0 || year % 400 == 0))) return {};
+    std::string rest = s.substr(static_cast<size_t>(n));
+    char buf[48];
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", year, month, day);
+    if (rest.find_first_not_of(' ') == std::string::npos) return buf;
+    int k = 0;
+    if (std::sscanf(rest.c_str(), " %d:%d%n", &h, &m, &k) < 2) return {};
+    rest = rest.substr(static_cast<size_t>(k));
+    if (!rest.empty() && rest[0] == ':') {
+        if (std::sscanf(rest.c_str(), ":%d%n", &sec, &k) < 1) return {};
+        rest = rest.substr(static_cast<size_t>(k));
+    }
+    const std::string ampm = upper(rest.substr(rest.find_first_not_of(' ') == std::string::npos ? rest.size() : rest.find_first_not_of(' ')));
+    if (ampm == "PM" && h < 12) h += 12;
+    if (ampm == "AM" && h == 12) h = 0;
+    if ((!ampm.empty() && ampm != "AM" && ampm != "PM") || h > 23 || m > 59 || sec > 59) return {};
+    char time[48];
+    std::snprintf(time, sizeof time, " %02d:%02d:%02d", h, m, sec);
+    return buf + std::string(time);
+}
+
+}  // namespace
+
+std::vector<Token> lex(std::string_view text) {
+    std::vector<Token> out;
+    const size_t n = text.size();
+    for (size_t i = 0; i < n;) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const size_t start = i;
+        if (std::isspace(c)) {
+            ++i;
+        } else if (c == '[') {
+            const size_t close = text.find(']', i + 1);
+            if (close == std::string_view::npos) syntaxError(text, i, "die eckige Klammer wird nicht geschlossen");
+            out.push_back({TokenKind::Bracketed, std::string(text.substr(i + 1, close - i - 1)), start});
+            i = close + 1;
+        } else if (c == '\'' || c == '"') {
+            std::string value;
+            for (++i;; ++i) {
+                if (i >= n) syntaxError(text, start, "die Zeichenfolge wird nicht abgeschlossen");
+                if (text[i] == static_cast<char>(c)) {
+                    if (i + 1 < n && text[i + 1] == static_cast<char>(c)) {
+                        value += text[++i];
+                        continue;
+                    }
+                    break;
+                }
+                value += text[i];
+            }
+            ++i;
+            out.push_back({TokenKind::Text, std::move(value), start});
+        } else if (c == '#') {
+            const size_t close = text.find('#', i + 1);
+            if (close == std::string_view::npos) syntaxError(text, i, "das Datum wird nicht mit # abgeschlossen");
+            const std::string date = dateValue(std::string(text.substr(i + 1, close - i - 1)));
+            if (date.empty()) syntaxError(text, i, "ungültiges Datum");
+            out.push_back({TokenKind::Date, date, start});
+            i = close + 1;
+        } else if (isDigit(static_cast<char>(c)) || (c == '.' && i + 1 < n && isDigit(text[i + 1]))) {
+            while (i < n && isDigit(text[i])) ++i;
+            if (i < n && text[i] == '.') ++i;
+            while (i < n && isDigit(text[i])) ++i;
+            if (i < n && (text[i] == 'e' || text[i] == 'E')) {
+                size_t j = i + 1;
+                if (j < n && (text[j] == '+' || text[j] == '-')) ++j;
+                if (j < n && isDigit(text[j])) {
+                    i = j;
+                    while (i < n && isDigit(text[i])) ++i;
+                }
+            }
+            if (i < n && isWordChar(static_cast<unsigned char>(text[i]))) syntaxError(text, start, "ungültige Zahl");
+            out.push_back({TokenKind::Number, std::string(text.substr(start, i - start)), start});
+        } else if (isWordStart(c)) {
+            while (i < n && isWordChar(static_cast<unsigned char>(text[i]))) ++i;
+            out.push_back({TokenKind::Word, std::string(text.substr(start, i - start)), start});
+        } else {
+            static const char* two[] = {"<>", "<=", ">=", "!="};
+            std::string p(1, static_cast<char>(c));
+            for (const char* t : two)
+                if (text.substr(i, 2) == t) p = t;
+            if (p.size() == 1 && std::string_view("=<>(),.*/\\+-&;^").find(static_cast<char>(c)) == std::string_view::npos)
+                syntaxError(text, i, std::string("unerwartetes Zeichen '") + static_cast<char>(c) + "'");
+            i += p.size();
+            out.push_back({TokenKind::Punct, p == "!=" ? "<>" : p, start});
+        }
+    }
+    out.push_back({TokenKind::End, "", n});
+    return out;
+}
+
+namespace {
+
+// Words that end an expression or a name where an alias might follow.
+bool reserved(const std::string& u) {
+    static const char* words[] = {"SELECT", "FROM",  "WHERE", "GROUP",  "BY",    "HAVING",  "ORDER",  "AND",
+                                  "OR",     "NOT",   "LIKE",  "IN",     "BETWEEN", "IS",    "NULL",   "AS",
+                                  "ON",     "JOIN",  "INNER", "LEFT",   "RIGHT", "OUTER",   "UNION",  "DISTINCT",
+                                  "DISTINCTROW", "ALL", "TOP", "ASC",   "DESC",  "INTO",    "VALUES", "SET",
+                                  "MOD",    "TRUE",  "FALSE", "EXISTS", "PERCENT", "XOR"};
+    for (const char* w : words)
+        if (u == w) return true;
+    return false;
+}
+
+class Parser {
+public:
+    Parser(std::string_view text, const std::vector<Token>& tokens) : text_(text), t_(tokens) {
+        int k = 0;
+        valueIndex_.resize(tokens.size(), -1);
+        for (size_t i = 0; i < tokens.size(); ++i)
+            if (tokens[i].kind == TokenKind::Text || tokens[i].kind == TokenKind::Date) valueIndex_[i] = k++;
+    }
+
+    Statement statement(bool condition) {
+        Statement s;
+        if (condition) {
+            s.kind = Statement::Kind::Condition;
+            s.where = expression();
+        } else if (isWord("SELECT")) {
+            s.kind = Statement::Kind::Select;
+            s.select = select();
+        } else if (acceptWord("INSERT")) {
+            s.kind = Statement::Kind::Insert;
+            expectWord("INTO");
+            s.table = name("ein Tabellenname");
+            if (acceptPunct("(")) {
+                do s.columns.push_back(columnName());
+                while (acceptPunct(","));
+                expectPunct(")");
+            }
+            if (acceptWord("VALUES")) {
+                expectPunct("(");
+                do s.values.push_back(expression());
+                while (acceptPunct(","));
+                expectPunct(")");
+            } else {
+                s.select = select();
+            }
+        } else if (acceptWord("UPDATE")) {
+            s.kind = Statement::Kind::Update;
+            s.table = name("ein Tabellenname");
+            expectWord("SET");
+            do {
+                s.columns.push_back(columnName());
+                expectPunct("=");
+                s.values.push_back(expression());
+            } while (acceptPunct(","));
+            if (acceptWord("WHERE")) s.where = expression();
+        } else if (acceptWord("DELETE")) {
+            s.kind = Statement::Kind::Delete;
+            if (!isWord("FROM")) {
+                if (!acceptPunct("*")) {
+                    name("ein Tabellenname");
+                    expectPunct(".");
+                    expectPunct("*");
+                }
+            }
+            expectWord("FROM");
+            s.table = name("ein Tabellenname");
+            if (acceptWord("WHERE")) s.where = expression();
+        } else {
+            return s;  // Other: SQLite reads it as it stands
+        }
+        acceptPunct(";");
+        if (peek().kind != TokenKind::End) fail("Zeichen nach dem Ende der Anweisung");
+        return s;
+    }
+
+private:
+    // ---- tokens --------------------------------------------------------------------------
+    const Token& peek(size_t ahead = 0) const { return t_[std::min(i_ + ahead, t_.size() - 1)]; }
+    bool isWord(const char* w, size_t ahead = 0) const {
+        return peek(ahead).kind == TokenKind::Word && upper(peek(ahead).text) == w;
+    }
+    bool isPunct(const char* p, size_t ahead = 0) const {
+        return peek(ahead).kind == TokenKind::Punct && peek(ahead).text == p;
+    }
+    bool acceptWord(const char* w) { return isWord(w) ? (++i_, true) : false; }
+    bool acceptPunct(const char* p) { return isPunct(p) ? (++i_, true) : false; }
+    [[noreturn]] void fail(const std::string& what) const {
+        const Token& t = peek();
+        syntaxError(text_, t.position, t.kind == TokenKind::End ? what + " (Ende des Ausdrucks erreicht)" : what);
+    }
+    void expectWord(const char* w) {
+        if (!acceptWord(w)) fail(std::string("erwartet wird ") + w);
+    }
+    void expectPunct(const char* p) {
+        if (!acceptPunct(p)) fail(std::string("erwartet wird '") + p + "'");
+    }
+    bool atName() const {
+        return peek().kind == TokenKind::Bracketed || (peek().kind == TokenKind::Word && !reserved(upper(peek().text)));
+    }
+    std::string name(const char* what) {
+        if (!atName()) fail(std::string("erwartet wird ") + what);
+        return t_[i_++].text;
+    }
+    // A column to be set: the name, without a table in front.
+    std::string columnName() {
+        std::string n = name("ein Feldname");
+        if (acceptPunct(".")) n = name("ein Feldname");
+        return n;
+    }
+    size_t endOfLast() const {
+        const Token& t = t_[i_ - 1];
+        if (t.kind == TokenKind::Text || t.kind == TokenKind::Date || t.kind == TokenKind::Bracketed) {
+            // Literals and names lost their quotes: find where they close in the text.
+            const char close = t.kind == TokenKind::Bracketed ? ']' : text_[t.position];
+            size_t j = t.position + 1;
+            for (; j < text_.size(); ++j) {
+                if (text_[j] != close) continue;
+                if (t.kind == TokenKind::Text && j + 1 < text_.size() && text_[j + 1] == close) {
+                    ++j;
+                    continue;
+                }
+                break;
+            }
+            return j + 1;
+        }
+        return t.position + t.text.size();
+    }
+    ExprPtr make(ExprKind kind, size_t begin) {
+        auto e = std::make_shared<Expr>();
+        e->kind = kind;
+        e->begin = begin;
+        return e;
+    }
+    ExprPtr finish(ExprPtr e) {
+        e->end = endOfLast();
+        return e;
+    }
+
+    // ---- SELECT --------------------------------------------------------------------------
+    std::shared_ptr<Select> select() {
+        auto s = selectCore();
+        while (acceptWord("UNION")) {
+            Select::Union u;
+            u.all = acceptWord("ALL");
+            u.select = selectCore();
+            s->unions.push_back(u);
+        }
+        if (acceptWord("ORDER")) {
+            expectWord("BY");
+            do {
+                OrderItem o{expression()};
+                if (acceptWord("DESC")) o.descending = true;
+                else acceptWord("ASC");
+                s->orderBy.push_back(o);
+            } while (acceptPunct(","));
+        }
+        return s;
+    }
+
+    std::shared_ptr<Select> selectCore() {
+        auto s = std::make_shared<Select>();
+        expectWord("SELECT");
+        if (acceptWord("DISTINCT")) s->distinct = true;
+        else if (!acceptWord("DISTINCTROW")) acceptWord("ALL");
+        if (acceptWord("TOP")) {
+            if (peek().kind != TokenKind::Number || peek().text.find_first_not_of("0123456789") != std::string::npos)
+                fail("erwartet wird eine ganze Zahl hinter TOP");
+            s->top = t_[i_++].text;
+            if (isWord("PERCENT")) fail("TOP ... PERCENT wird nicht unterstützt");
+        }
+        do s->items.push_back(selectItem());
+        while (acceptPunct(","));
+        if (acceptWord("FROM")) {
+            do s->from.push_back(source());
+            while (acceptPunct(","));
+        }
+        if (acceptWord("WHERE")) s->where = expression();
+        if (acceptWord("GROUP")) {
+            expectWord("BY");
+            do s->groupBy.push_back(expression());
+            while (acceptPunct(","));
+        }
+        if (acceptWord("HAVING")) s->having = expression();
+        return s;
+    }
+
+    SelectItem selectItem() {
+        SelectItem item;
+        const size_t begin = peek().position;
+        if (acceptPunct("*")) {
+            item.written = "*";
+            return item;
+        }
+        if (atName() && isPunct(".", 1) && isPunct("*", 2)) {
+            item.qualifier = t_[i_].text;
+            i_ += 3;
+            item.written = std::string(text_.substr(begin, endOfLast() - begin));
+            return item;
+        }
+        item.expr = expression();
+        item.written = std::string(text_.substr(begin, endOfLast() - begin));
+        if (acceptWord("AS")) {
+            // Behind AS any word is a name, True and False included.
+            if (peek().kind != TokenKind::Word && peek().kind != TokenKind::Bracketed) fail("erwartet wird ein Name hinter AS");
+            item.alias = t_[i_++].text;
+        }
+        return item;
+    }
+
+    SourcePtr source() {
+        SourcePtr left = primarySource();
+        for (;;) {
+            std::string join;
+            if (acceptWord("INNER")) join = "INNER";
+            else if (acceptWord("LEFT")) join = "LEFT";
+            else if (acceptWord("RIGHT")) join = "RIGHT";
+            else if (isWord("JOIN")) join = "INNER";
+            else return left;
+            if (join != "INNER") acceptWord("OUTER");
+            expectWord("JOIN");
+            auto j = std::make_shared<TableSource>();
+            j->kind = TableSource::Kind::Join;
+            j->join = join;
+            j->left = left;
+            j->right = primarySource();
+            expectWord("ON");
+            j->on = expression();
+            left = j;
+        }
+    }
+
+    SourcePtr primarySource() {
+        if (acceptPunct("(")) {
+            if (isWord("SELECT")) {
+                auto d = std::make_shared<TableSource>();
+                d->kind = TableSource::Kind::Derived;
+                d->sub = select();
+                expectPunct(")");
+                acceptWord("AS");
+                d->alias = name("ein Name für die Unterabfrage");
+                return d;
+            }
+            SourcePtr inner = source();
+            expectPunct(")");
+            return inner;
+        }
+        auto t = std::make_shared<TableSource>();
+        t->name = name("ein Tabellenname");
+        if (acceptWord("AS")) t->alias = name("ein Name für die Tabelle");
+        else if (atName()) t->alias = t_[i_++].text;
+        return t;
+    }
+
+    // ---- expressions ---------------------------------------------------------------------
+    ExprPtr binary(const std::string& op, ExprPtr a, ExprPtr b) {
+        auto e = make(ExprKind::Binary, a->begin);
+        e->op = op;
+        e->args = {std::move(a), std::move(b)};
+        return finish(e);
+    }
+
+    ExprPtr expression() {
+        ExprPtr e = andExpr();
+        while (acceptWord("OR")) e = binary("OR", e, andExpr());
+        return e;
+    }
+    ExprPtr andExpr() {
+        ExprPtr e = notExpr();
+        while (acceptWord("AND")) e = binary("AND", e, notExpr());
+        return e;
+    }
+    ExprPtr notExpr() {
+        const size_t begin = peek().position;
+        if (acceptWord("NOT")) {
+            auto e = make(ExprKind::Unary, begin);
+            e->op = "NOT";
+            e->args = {notExpr()};
+            return finish(e);
+        }
+        return comparison();
+    }
+    ExprPtr comparison() {
+        ExprPtr left = concat();
+        static const char* ops[] = {"=", "<>", "<", ">", "<=", ">="};
+        for (const char* op : ops)
+            if (acceptPunct(op)) return binary(op, left, concat());
+        if (acceptWord("IS")) {
+            auto e = make(ExprKind::IsNull, left->begin);
+            e->negated = acceptWord("NOT");
+            expectWord("NULL");
+            e->args = {left};
+            return finish(e);
+        }
+        const bool negated = acceptWord("NOT");
+        if (negated && !isWord("LIKE") && !isWord("IN") && !isWord("BETWEEN")) fail("erwartet wird LIKE, IN oder BETWEEN");
+        if (acceptWord("LIKE")) {
+            auto e = make(ExprKind::Like, left->begin);
+            e->negated = negated;
+            e->args = {left, concat()};
+            return finish(e);
+        }
+        if (acceptWord("BETWEEN")) {
+            auto e = make(ExprKind::Between, left->begin);
+            e->negated = negated;
+            e->args.push_back(left);
+            e->args.push_back(concat());
+            expectWord("AND");
+            e->args.push_back(concat());
+            return finish(e);
+        }
+        if (acceptWord("IN")) {
+            auto e = make(ExprKind::In, left->begin);
+            e->negated = negated;
+            e->args.push_back(left);
+            expectPunct("(");
+            if (isWord("SELECT")) {
+                e->sub = select();
+            } else {
+                do e->args.push_back(expression());
+                while (acceptPunct(","));
+            }
+            expectPunct(")");
+            return finish(e);
+        }
+        return left;
+    }
+    ExprPtr concat() {
+        ExprPtr e = additive();
+        while (acceptPunct("&")) e = binary("&", e, additive());
+        return e;
+    }
+    ExprPtr additive() {
+        ExprPtr e = modulo();
+        for (;;) {
+            if (acceptPunct("+")) e = binary("+", e, modulo());
+            else if (acceptPunct("-")) e = binary("-", e, modulo());
+            else return e;
+        }
+    }
+    ExprPtr modulo() {
+        ExprPtr e = integerDivision();
+        while (acceptWord("MOD")) e = binary("MOD", e, integerDivision());
+        return e;
+    }
+    ExprPtr integerDivision() {
+        ExprPtr e = multiplicative();
+        while (acceptPunct("\\")) e = binary("\\", e, multiplicative());
+        return e;
+    }
+    ExprPtr multiplicative() {
+        ExprPtr e = unary();
+        for (;;) {
+            if (acceptPunct("*")) e = binary("*", e, unary());
+            else if (acceptPunct("/")) e = binary("/", e, unary());
+            else return e;
+        }
+    }
+    ExprPtr unary() {
+        const size_t begin = peek().position;
+        if (isPunct("-") || isPunct("+")) {
+            auto e = make(ExprKind::Unary, begin);
+            e->op = t_[i_++].text;
+            e->args = {unary()};
+            return finish(e);
+        }
+        ExprPtr e = primary();
+        while (acceptPunct("^")) e = binary("^", e, primary());
+        return e;
+    }
+    ExprPtr primary() {
+        const Token& t = peek();
+        const size_t begin = t.position;
+        switch (t.kind) {
+            case TokenKind::Number: {
+                auto e = make(ExprKind::Number, begin);
+                e->number = t.text;
+                ++i_;
+                return finish(e);
+            }
+            case TokenKind::Text:
+            case TokenKind::Date: {
+                auto e = make(ExprKind::Value, begin);
+                e->value = valueIndex_[i_++];
+                return finish(e);
+            }
+            case TokenKind::Punct:
+                if (acceptPunct("(")) {
+                    if (isWord("SELECT")) {
+                        auto e = make(ExprKind::Subquery, begin);
+                        e->sub = select();
+                        expectPunct(")");
+                        return finish(e);
+                    }
+                    ExprPtr inner = expression();
+                    expectPunct(")");
+                    return inner;
+                }
+                fail("erwartet wird ein Ausdruck");
+            case TokenKind::End:
+                fail("erwartet wird ein Ausdruck");
+            case TokenKind::Word: {
+                const std::string u = upper(t.text);
+                if (u == "NULL") {
+                    ++i_;
+                    return finish(make(ExprKind::Null, begin));
+                }
+                if (u == "TRUE" || u == "FALSE") {
+                    auto e = make(ExprKind::Number, begin);
+                    e->number = u == "TRUE" ? "-1" : "0";
+                    ++i_;
+                    return finish(e);
+                }
+                if (u == "EXISTS") {
+                    ++i_;
+                    auto e = make(ExprKind::Exists, begin);
+                    expectPunct("(");
+                    e->sub = select();
+                    expectPunct(")");
+                    return finish(e);
+                }
+                if (isPunct("(", 1) && (!reserved(u) || u == "LEFT" || u == "RIGHT")) return call(u);
+                break;
+            }
+            case TokenKind::Bracketed:
+                break;
+        }
+        if (!atName()) fail("erwartet wird ein Ausdruck");
+        auto e = make(ExprKind::Column, begin);
+        e->name = t_[i_++].text;
+        if (acceptPunct(".")) {
+            // Behind a table's name any word names a field, True and False included.
+            if (peek().kind != TokenKind::Word && peek().kind != TokenKind::Bracketed) fail("erwartet wird ein Feldname");
+            e->qualifier = e->name;
+            e->name = t_[i_++].text;
+        }
+        return finish(e);
+    }
+    ExprPtr call(const std::string& function) {
+        auto e = make(ExprKind::Call, peek().position);
+        e->op = function;
+        i_ += 2;  // the name and "("
+        if (!acceptPunct(")")) {
+            do {
+                if (isPunct("*") && (isPunct(")", 1) || isPunct(",", 1))) {
+                    e->args.push_back(make(ExprKind::Star, peek().position));
+                    ++i_;
+                } else {
+                    e->args.push_back(expression());
+                }
+            } while (acceptPunct(","));
+            expectPunct(")");
+        }
+        return finish(e);
+    }
+
+    std::string_view text_;
+    const std::vector<Token>& t_;
+    std::vector<int> valueIndex_;
+    size_t i_ = 0;
+};
+
+}  // namespace
+
+Statement parse(std::string_view text, const std::vector<Token>& tokens, bool condition) {
+    return Parser(text, tokens).statement(condition);
+}
+
+}  // namespace tolma::store::jet::ast
