@@ -19,6 +19,8 @@ void usage(std::ostream& err) {
            "  tolma-cli [--home VERZEICHNIS] print record --betr-nr N --betr-hist-nr H [--pers-nr P] --pdf DATEI\n"
            "  tolma-cli [--home VERZEICHNIS] print list betriebe|personen --pdf DATEI\n"
            "  tolma-cli [--home VERZEICHNIS] options [--datenart BETRIEBSBEZOGEN|MELDUNGSBEZOGEN] [--filter on|off] [--gemeinde KZ]...\n"
+           "  tolma-cli [--home VERZEICHNIS] imports\n"
+           "  tolma-cli [--home VERZEICHNIS] undo [--yes] [--lauf N]\n"
            "  tolma-cli [--home VERZEICHNIS] sql [--settings] ANWEISUNG\n"
            "  tolma-cli --version\n";
 }
@@ -79,6 +81,8 @@ int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream
     if (command == "export") return commandExport(options, rest, out, err);
     if (command == "print") return commandPrint(options, rest, out, err);
     if (command == "options") return commandOptions(options, rest, out, err);
+    if (command == "imports") return commandImports(options, rest, out, err);
+    if (command == "undo") return commandUndo(options, rest, out, err);
     err << "Unbekannter Befehl: " << command << "\n";
     usage(err);
     return kExitUsage;

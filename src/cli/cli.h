@@ -27,6 +27,9 @@ int commandPrint(const Options& options, const std::vector<std::string>& args, s
                  std::ostream& err);
 int commandOptions(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                    std::ostream& err);
+int commandImports(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                   std::ostream& err);
+int commandUndo(const Options& options, const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
 int commandSql(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                std::ostream& err);
 

@@ -1,6 +1,7 @@
 #include "transfer/import_driver.h"
 
 #include <algorithm>
+#include <ctime>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -13,6 +14,7 @@
 #include "model/values.h"
 #include "store/connection.h"
 #include "transfer/import_context.h"
+#include "transfer/import_journal.h"
 #include "transfer/record_import.h"
 
 namespace tolma::transfer {
@@ -88,11 +90,45 @@ private:
     std::shared_ptr<store::Connection> connection_;
 };
 
+std::string runTime(const core::Globals& g) {
+    const std::time_t t = g.clock();
+    std::tm tm{};
+    localtime_r(&t, &tm);
+    char buf[32];
+    std::strftime(buf, sizeof buf, "%d.%m.%Y %H:%M:%S", &tm);
+    return buf;
+}
+
 }  // namespace
+
+int keptImportRuns(core::Globals& g) {
+    try {
+        if (auto v = g.db_org.lookup("SELECT wert FROM tolma_optionen WHERE name = 'importlaeufe_behalten'", "wert"))
+            if (const long n = std::atol(v->toString().c_str()); n > 0) return static_cast<int>(n);
+    } catch (const std::exception&) {
+        // a settings store without the table: the default
+    }
+    return kDefaultKeptRuns;
+}
+
+void setKeptImportRuns(core::Globals& g, int runs) {
+    const auto& c = g.db_org.connection();
+    c->execute("CREATE TABLE IF NOT EXISTS tolma_optionen (name TEXT PRIMARY KEY, wert TEXT)");
+    c->execute("INSERT OR REPLACE INTO tolma_optionen VALUES ('importlaeufe_behalten', ?1)",
+               {store::Variant(std::to_string(std::max(1, runs)))});
+}
 
 ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
     auto& view = g.startView;
     ImportContext ctx(g);
+    // Recording ends with the run, however it ends: later changes are no part of it.
+    struct Recording {
+        core::Globals& g;
+        ImportJournal journal;
+        ~Recording() {
+            if (g.db_daten.isSet()) journal.detach(*g.db_daten.connection());
+        }
+    } journal{g, {}};
     g.akt_schritt = 0;
     g.msg_text.clear();
     g.storeFault.clear();
@@ -232,6 +268,12 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                 const std::string labelTail =
                     " von " + announced.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
                 Batch batch(g.db_daten);
+                if (g.db_daten.isSet()) {
+                    // The record of this run goes into the same transactions as its blocks.
+                    store::Connection& c = *g.db_daten.connection();
+                    if (!journal.journal.started()) journal.journal.start(c, path, runTime(g), keptImportRuns(g));
+                    journal.journal.attach(c);
+                }
                 bool cancelled = false;
                 // The consumed front of the buffer is skipped by an offset, not copied away.
                 size_t from = 0;
@@ -259,6 +301,7 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                     g.refreshView();
                 }
                 buffer.erase(0, from);
+                if (g.db_daten.isSet()) journal.journal.count(*g.db_daten.connection(), records);
                 batch.commit();
                 if (cancelled) goto ende;
                 g.akt_schritt = 6;

@@ -18,4 +18,8 @@ inline constexpr long kProgramTmlVersion = 151;
 // version, the <betrieb> elements block by block, progress and ESC, compaction, the end.
 ImportOutcome Upd_1_Start(core::Globals& g, std::string path);
 
+// How many runs' records an import keeps for taking back (Extras › Optionen).
+int keptImportRuns(core::Globals& g);
+void setKeptImportRuns(core::Globals& g, int runs);
+
 }  // namespace tolma::transfer

@@ -94,5 +94,61 @@ TEST(CrashTest, KilledImportsLeaveASoundStoreAndAReimportGivesTheCleanRows) {
     EXPECT_FALSE(std::filesystem::exists(crashed / "DATENBANK.NEU"));
 }
 
+// Runs tolma-cli with `args` to its end; its exit code.
+int cli(std::vector<std::string> args) {
+    const std::string program = TOLMA_CLI;
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
+    for (auto& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) return -1;
+    posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+TEST(CrashTest, AKilledImportIsTakenBackToTheStateBeforeIt) {
+    TempDir dir;
+    const auto small = dir.path() / "klein.tml", big = dir.path() / "gross.tml";
+    for (const auto& [file, n] : {std::pair{small, 800L}, std::pair{big, 15000L}}) {
+        std::ofstream out(file, std::ios::binary);
+        bench::GeneratorOptions options;
+        options.businesses = n;
+        options.seed = static_cast<unsigned>(n);
+        bench::writeTransferFile(out, options);
+    }
+    const auto home = dir.path() / "home";
+    ASSERT_EQ(importWithCli(home, small, std::chrono::milliseconds(0)), 0);
+    const auto before = dump(home / "DB" / "tl_4x_b.mdb");
+    ASSERT_GT(before.size(), 800u);
+    // Killed as soon as its first block is committed: it replaced some of the small file's
+    // businesses and added others.
+    const std::string program = TOLMA_CLI, h = home.string(), f = big.string();
+    const char* argv[] = {program.c_str(), "--home", h.c_str(), "import", "--yes", f.c_str(), nullptr};
+    pid_t pid = 0;
+    ASSERT_EQ(posix_spawn(&pid, program.c_str(), nullptr, nullptr, const_cast<char**>(argv), environ), 0);
+    for (int i = 0; i < 600; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        try {
+            auto db = store::Database::OpenDatabase(home / "DB" / "tl_4x_b.mdb");
+            auto n = db.lookup("SELECT betriebe FROM tolma_import_lauf WHERE lauf = 2", "betriebe");
+            if (n && n->toInteger() > 0) break;
+        } catch (const std::exception&) {
+            // not written yet, or held for a moment
+        }
+    }
+    kill(pid, SIGKILL);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_NE(dump(home / "DB" / "tl_4x_b.mdb"), before) << "no block was committed before the kill";
+    EXPECT_EQ(cli({"--home", home.string(), "undo", "--yes"}), 0);
+    EXPECT_EQ(dump(home / "DB" / "tl_4x_b.mdb"), before);
+    EXPECT_EQ(integrity(home / "DB" / "tl_4x_b.mdb"), "ok");
+}
+
 }  // namespace
 }  // namespace tolma::test

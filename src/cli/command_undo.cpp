@@ -1,0 +1,66 @@
+#include <ostream>
+
+#include "cli/cli.h"
+#include "cli/session.h"
+#include "store/connection.h"
+#include "transfer/import_journal.h"
+
+namespace tolma::cli {
+
+int commandImports(const Options& options, const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+    if (!args.empty()) {
+        err << "Aufruf: tolma-cli [--home VERZEICHNIS] imports\n";
+        return kExitUsage;
+    }
+    Session session(options, out);
+    if (!session.start(err)) return kExitFailed;
+    if (!session.g.db_daten.isSet()) {
+        err << "Die Datenbank ist nicht geöffnet: " << session.cause() << "\n";
+        return kExitFailed;
+    }
+    out << "Lauf\tDatum\tDatei\tBetriebe\tZurückgenommen\n";
+    for (const auto& r : transfer::importRuns(*session.g.db_daten.connection()))
+        out << r.lauf << "\t" << r.datum << "\t" << r.datei << "\t" << r.betriebe << "\t" << (r.zurueckgenommen ? "ja" : "nein")
+            << "\n";
+    session.finish(out, err);
+    return kExitOk;
+}
+
+int commandUndo(const Options& options, const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+    std::optional<long> from;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--lauf" && i + 1 < args.size()) {
+            char* end = nullptr;
+            const long n = std::strtol(args[i + 1].c_str(), &end, 10);
+            if (*end == '\0' && n > 0) {
+                from = n;
+                ++i;
+                continue;
+            }
+        }
+        err << "Aufruf: tolma-cli [--home VERZEICHNIS] undo [--yes] [--lauf N]\n";
+        return kExitUsage;
+    }
+    Session session(options, out);
+    if (!session.start(err)) return kExitFailed;
+    if (!session.g.db_daten.isSet()) {
+        err << "Die Datenbank ist nicht geöffnet: " << session.cause() << "\n";
+        return kExitFailed;
+    }
+    const auto result = transfer::Import_zuruecknehmen(session.g, from);
+    for (const auto& r : result.runs) out << "Zurückgenommen: " << transfer::describeRun(r) << "\n";
+    if (result.outcome == transfer::TakeBackOutcome::Failed) err << "Zurücknehmen gescheitert: " << session.cause() << "\n";
+    session.finish(out, err);
+    switch (result.outcome) {
+        case transfer::TakeBackOutcome::Done:
+            return kExitOk;
+        case transfer::TakeBackOutcome::Refused:
+            return kExitCancelled;
+        case transfer::TakeBackOutcome::Nothing:
+        case transfer::TakeBackOutcome::Failed:
+            return kExitFailed;
+    }
+    return kExitFailed;
+}
+
+}  // namespace tolma::cli

@@ -1,0 +1,235 @@
+#include "transfer/import_journal.h"
+
+#include <filesystem>
+
+#include "model/schema.h"
+#include "store/connection.h"
+#include "store/dao_error.h"
+
+namespace tolma::transfer {
+namespace {
+
+std::string quoted(const std::string& name) {
+    std::string q = "\"";
+    for (char c : name) q += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return q + "\"";
+}
+
+std::string shadowOf(const std::string& table) { return "tolma_rueck_" + table; }
+
+bool tableExists(store::Connection& c, const std::string& name) {
+    auto st = c.prepare("SELECT 1 FROM main.sqlite_master WHERE type = 'table' AND name = ?1");
+    st->bind(1, store::Variant(name));
+    return st->step();
+}
+
+std::vector<std::string> columnsOf(store::Connection& c, const std::string& table) {
+    std::vector<std::string> columns;
+    auto st = c.prepare("SELECT name FROM pragma_table_info(?1)");
+    st->bind(1, store::Variant(table));
+    while (st->step()) columns.push_back(st->column(0).toString());
+    return columns;
+}
+
+// The system's tables that the store holds.
+std::vector<std::string> recordedTables(store::Connection& c) {
+    std::vector<std::string> tables;
+    for (const auto& t : model::dataTables())
+        if (tableExists(c, t.name)) tables.push_back(t.name);
+    return tables;
+}
+
+std::string columnList(const std::vector<std::string>& columns, const std::string& prefix = "") {
+    std::string s;
+    for (size_t i = 0; i < columns.size(); ++i) s += (i ? ", " : "") + prefix + quoted(columns[i]);
+    return s;
+}
+
+void createRecordTables(store::Connection& c) {
+    c.execute("CREATE TABLE IF NOT EXISTS tolma_import_lauf (lauf INTEGER PRIMARY KEY, datum TEXT, datei TEXT, "
+              "betriebe INTEGER, zurueckgenommen INTEGER DEFAULT 0)");
+    c.execute("CREATE TABLE IF NOT EXISTS tolma_import_marke (lauf INTEGER, tabelle TEXT, hoechste INTEGER)");
+    for (const auto& table : recordedTables(c))
+        c.execute("CREATE TABLE IF NOT EXISTS " + quoted(shadowOf(table)) + " (lauf INTEGER, art TEXT, rid INTEGER, " +
+                  columnList(columnsOf(c, table)) + ")");
+}
+
+void dropRecordsOf(store::Connection& c, const std::string& condition, const std::vector<store::Variant>& params) {
+    for (const auto& table : recordedTables(c))
+        if (tableExists(c, shadowOf(table)))
+            c.execute("DELETE FROM " + quoted(shadowOf(table)) + " WHERE " + condition, params);
+    c.execute("DELETE FROM tolma_import_marke WHERE " + condition, params);
+}
+
+ImportRun runFrom(store::Statement& st) {
+    ImportRun r;
+    r.lauf = static_cast<long>(st.column(0).toInteger());
+    r.datum = st.column(1).toString();
+    r.datei = st.column(2).toString();
+    r.betriebe = static_cast<long>(st.column(3).toInteger());
+    r.zurueckgenommen = st.column(4).toInteger() != 0;
+    return r;
+}
+
+void takeBack(store::Connection& c, long lauf) {
+    auto marks = c.prepare("SELECT tabelle, hoechste FROM tolma_import_marke WHERE lauf = ?1");
+    marks->bind(1, store::Variant(static_cast<long long>(lauf)));
+    std::vector<std::pair<std::string, long long>> list;
+    while (marks->step()) list.emplace_back(marks->column(0).toString(), marks->column(1).toInteger());
+    for (const auto& [table, mark] : list) {
+        const std::string shadow = quoted(shadowOf(table)), t = "main." + quoted(table);
+        const std::vector<store::Variant> params{store::Variant(static_cast<long long>(lauf)), store::Variant(mark)};
+        // What the run inserted goes.
+        c.execute("DELETE FROM " + t + " WHERE rowid > ?2 OR rowid IN (SELECT rid FROM " + shadow +
+                      " WHERE lauf = ?1 AND art = 'I')",
+                  params);
+        // Every row it deleted or changed comes back as it was before its first change.
+        const std::string cols = columnList(columnsOf(c, table));
+        c.execute("INSERT OR REPLACE INTO " + t + " (rowid, " + cols + ") SELECT s.rid, " + columnList(columnsOf(c, table), "s.") +
+                      " FROM " + shadow + " s JOIN (SELECT min(rowid) AS erste FROM " + shadow +
+                      " WHERE lauf = ?1 GROUP BY rid) f ON s.rowid = f.erste WHERE s.art IN ('D', 'U') AND s.rid <= ?2",
+                  params);
+    }
+    dropRecordsOf(c, "lauf = ?1", {store::Variant(static_cast<long long>(lauf))});
+    c.execute("UPDATE tolma_import_lauf SET zurueckgenommen = 1 WHERE lauf = ?1", {store::Variant(static_cast<long long>(lauf))});
+}
+
+}  // namespace
+
+void ImportJournal::start(store::Connection& c, const std::string& file, const std::string& when, int keep) {
+    createRecordTables(c);
+    auto last = c.prepare("SELECT coalesce(max(lauf), 0) FROM tolma_import_lauf");
+    last->step();
+    lauf_ = static_cast<long>(last->column(0).toInteger()) + 1;
+    // The records of older runs go; the runs stay listed only while their records are kept.
+    const store::Variant oldest(static_cast<long long>(lauf_ - std::max(1, keep)));
+    dropRecordsOf(c, "lauf <= ?1", {oldest});
+    c.execute("DELETE FROM tolma_import_lauf WHERE lauf <= ?1", {oldest});
+    c.execute("INSERT INTO tolma_import_lauf (lauf, datum, datei, betriebe) VALUES (?1, ?2, ?3, 0)",
+              {store::Variant(static_cast<long long>(lauf_)), store::Variant(when), store::Variant(file)});
+    marks_.clear();
+    for (const auto& table : recordedTables(c)) {
+        auto st = c.prepare("SELECT coalesce(max(rowid), 0) FROM main." + quoted(table));
+        st->step();
+        marks_.emplace_back(table, st->column(0).toInteger());
+        c.execute("INSERT INTO tolma_import_marke VALUES (?1, ?2, ?3)",
+                  {store::Variant(static_cast<long long>(lauf_)), store::Variant(table), store::Variant(marks_.back().second)});
+    }
+}
+
+void ImportJournal::attach(store::Connection& c) {
+    if (!started()) return;
+    const std::string run = std::to_string(lauf_);
+    for (const auto& [table, mark] : marks_) {
+        const std::vector<std::string> columns = columnsOf(c, table);
+        const std::string shadow = quoted(shadowOf(table)), on = " ON main." + quoted(table);
+        const std::string image = "OLD.rowid, " + columnList(columns, "OLD.");
+        const std::string name = "tolma_rueck_" + table;
+        // Triggers of the connection only: the store's schema never holds them.
+        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_d") + " AFTER DELETE" + on + " BEGIN INSERT INTO " +
+                  shadow + " VALUES (" + run + ", 'D', " + image + "); END");
+        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_u") + " AFTER UPDATE" + on + " BEGIN INSERT INTO " +
+                  shadow + " VALUES (" + run + ", 'U', " + image + "); END");
+        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_i") + " AFTER INSERT" + on +
+                  " WHEN NEW.rowid <= " + std::to_string(mark) + " BEGIN INSERT INTO " + shadow + " (lauf, art, rid) VALUES (" +
+                  run + ", 'I', NEW.rowid); END");
+    }
+}
+
+void ImportJournal::count(store::Connection& c, long businesses) {
+    if (!started()) return;
+    c.execute("UPDATE tolma_import_lauf SET betriebe = ?2 WHERE lauf = ?1",
+              {store::Variant(static_cast<long long>(lauf_)), store::Variant(static_cast<long long>(businesses))});
+}
+
+void ImportJournal::detach(store::Connection& c) noexcept {
+    for (const auto& mark : marks_)
+        for (const char* kind : {"_d", "_u", "_i"}) {
+            try {
+                c.execute("DROP TRIGGER IF EXISTS temp." + quoted("tolma_rueck_" + mark.first + kind));
+            } catch (const std::exception&) {
+            }
+        }
+}
+
+std::vector<ImportRun> importRuns(store::Connection& c) {
+    std::vector<ImportRun> runs;
+    if (!tableExists(c, "tolma_import_lauf")) return runs;
+    auto st = c.prepare("SELECT lauf, datum, datei, betriebe, zurueckgenommen FROM tolma_import_lauf ORDER BY lauf");
+    while (st->step()) runs.push_back(runFrom(*st));
+    return runs;
+}
+
+std::vector<ImportRun> takeBackImports(store::Connection& c, std::optional<long> from) {
+    std::vector<ImportRun> open;
+    for (const auto& r : importRuns(c))
+        if (!r.zurueckgenommen) open.push_back(r);
+    if (open.empty()) return {};
+    const long first = from ? *from : open.back().lauf;
+    std::vector<ImportRun> taken;
+    for (auto it = open.rbegin(); it != open.rend() && it->lauf >= first; ++it) taken.push_back(*it);
+    if (taken.empty() || taken.back().lauf != first) return {};  // no such run, or taken back already
+    c.execute("BEGIN IMMEDIATE");
+    try {
+        for (const auto& r : taken) takeBack(c, r.lauf);
+        c.execute("COMMIT");
+    } catch (...) {
+        c.execute("ROLLBACK");
+        throw;
+    }
+    for (auto& r : taken) r.zurueckgenommen = true;
+    return taken;
+}
+
+}  // namespace tolma::transfer
+
+#include "core/db_connection.h"
+#include "core/error_log.h"
+#include "core/globals.h"
+
+namespace tolma::transfer {
+
+std::string describeRun(const ImportRun& run) {
+    return "Lauf " + std::to_string(run.lauf) + " vom " + run.datum + ": " +
+           std::filesystem::path(run.datei).filename().string() + ", " + std::to_string(run.betriebe) +
+           (run.betriebe == 1 ? " Betrieb" : " Betriebe");
+}
+
+TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) {
+    const char* title = "Import zurücknehmen";
+    TakeBackResult result;
+    try {
+        store::Connection& c = *g.db_daten.connection();
+        std::vector<ImportRun> open;
+        for (const auto& r : importRuns(c))
+            if (!r.zurueckgenommen) open.push_back(r);
+        // Without a run named, the newest one that is not taken back yet.
+        if (!from && !open.empty()) from = open.back().lauf;
+        std::erase_if(open, [&](const ImportRun& r) { return r.lauf < *from; });
+        if (open.empty() || (from && open.front().lauf != *from)) {
+            core::showMessage(g, "Es gibt keinen Importlauf, der zurückgenommen werden kann.", core::msg::vbInformation, title);
+            return result;
+        }
+        std::string names;
+        for (auto it = open.rbegin(); it != open.rend(); ++it) names += describeRun(*it) + "\n";
+        if (core::showMessage(g,
+                              "Der Datenbestand wird auf den Stand vor diesen Importläufen zurückgesetzt:\n" + names +
+                                  "Soll der Vorgang gestartet werden?",
+                              core::msg::vbQuestionYesNo, title) != core::msg::vbYes) {
+            result.outcome = TakeBackOutcome::Refused;
+            return result;
+        }
+        result.runs = takeBackImports(c, open.front().lauf);
+        result.outcome = TakeBackOutcome::Done;
+        core::DB_Load(g);  // lists and record view read the restored rows
+        core::showMessage(g, "Die Importläufe wurden zurückgenommen:\n" + names, core::msg::vbInformation, title);
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "Import_zuruecknehmen", e);
+        core::showMessage(g, "Der Import konnte nicht zurückgenommen werden; der Datenbestand ist unverändert.",
+                          core::msg::vbExclamation, title);
+        result.outcome = TakeBackOutcome::Failed;
+    }
+    return result;
+}
+
+}  // namespace tolma::transfer

@@ -1,0 +1,169 @@
+// Taking back imports: after an import and its taking back, every table of the system holds
+// exactly the rows it held before, however the import ended.
+#include <gtest/gtest.h>
+
+#include "import_fixture.h"
+#include "model/schema.h"
+#include "store/connection.h"
+#include "transfer/import_journal.h"
+
+namespace tolma::test {
+namespace {
+
+std::string business(const std::string& nr, const std::string& name, const std::string& person = "") {
+    std::string b = "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr + "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n"
+                    "<b-eintr-name>" + name + "</b-eintr-name>\n<adressen>\n<adresse art=\"1\">\n<b-adr-art>1</b-adr-art>\n"
+                    "<b-strasse>Großstraße " + nr + "</b-strasse>\n</adresse>\n</adressen>\n";
+    if (!person.empty())
+        b += "<personen>\n<person>\n<p-funktion>1</p-funktion>\n<pers-nr>" + person + "</pers-nr>\n<p-art>NP</p-art>\n"
+             "<fam-name>" + name + "</fam-name>\n<staatsangehoerigkeiten>\n<staatsangehoerigkeit>\n"
+             "<staat-text>deutsch</staat-text>\n</staatsangehoerigkeit>\n</staatsangehoerigkeiten>\n</person>\n</personen>\n";
+    return b;
+}
+
+TmlFile fileOf(std::vector<std::string> businesses) {
+    TmlFile f;
+    f.betriebe = std::move(businesses);
+    return f;
+}
+
+struct JournalFixture : ImportFixture {
+    // Every row of every table of the system's data store, sorted.
+    Strings dump() {
+        Strings all;
+        for (const auto& t : model::dataTables()) {
+            Strings rows = this->rows("SELECT * FROM " + t.name);
+            for (auto& r : rows) r = t.name + "|" + r;
+            std::sort(rows.begin(), rows.end());
+            all.insert(all.end(), rows.begin(), rows.end());
+        }
+        return all;
+    }
+    store::Connection& store() { return *g().db_daten.connection(); }
+    transfer::TakeBackResult takeBack(std::optional<long> from = std::nullopt) {
+        dialogs.answers = {core::msg::vbYes};
+        return transfer::Import_zuruecknehmen(g(), from);
+    }
+};
+
+const TmlFile kFirst = fileOf({business("1001", "Bäckerei Alt", "5001"), business("1002", "Fischhandel", "5002"),
+                               business("1003", "Schmiede")});
+const TmlFile kSecond = fileOf({business("1002", "Fischhandel Neu", "5001"), business("1004", "Neubau", "5004")});
+const TmlFile kThird = fileOf({business("1001", "Bäckerei Jung"), business("1005", "Kiosk", "5002")});
+
+TEST(ImportJournalTest, FirstImportAndReplaceAreTakenBackExactly) {
+    JournalFixture f;
+    const Strings empty = f.dump();
+    ASSERT_EQ(f.import(kFirst), transfer::ImportOutcome::Finished);
+    const Strings afterFirst = f.dump();
+    ASSERT_GT(afterFirst.size(), 8u);
+    ASSERT_EQ(f.import(kSecond), transfer::ImportOutcome::Finished);
+    ASSERT_NE(f.dump(), afterFirst);
+
+    auto r = f.takeBack();
+    EXPECT_EQ(r.outcome, transfer::TakeBackOutcome::Done);
+    ASSERT_EQ(r.runs.size(), 1u);
+    EXPECT_EQ(r.runs[0].lauf, 2);
+    EXPECT_EQ(f.dump(), afterFirst);
+    EXPECT_NE(f.dialogs.shown[f.dialogs.shown.size() - 2].text.find("Lauf 2 vom 14.11.2023 22:13:20: test.tml, 2 Betriebe"),
+              std::string::npos);
+
+    // The store goes on as before: an import after taking back is recorded and taken back too.
+    ASSERT_EQ(f.import(kThird), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.takeBack().runs.size(), 1u);
+    EXPECT_EQ(f.dump(), afterFirst);
+    EXPECT_EQ(f.takeBack().runs.size(), 1u);
+    EXPECT_EQ(f.dump(), empty);
+    EXPECT_EQ(f.takeBack().outcome, transfer::TakeBackOutcome::Nothing);
+    EXPECT_EQ(f.lastMessage(), "Es gibt keinen Importlauf, der zurückgenommen werden kann.");
+}
+
+TEST(ImportJournalTest, SeveralRunsGoInOneStepAndTheListSaysSo) {
+    JournalFixture f;
+    ASSERT_EQ(f.import(fileOf({business("0999", "Vorher", "5999")})), transfer::ImportOutcome::Finished);
+    const Strings before = f.dump();
+    for (const auto* file : {&kFirst, &kSecond, &kThird}) ASSERT_EQ(f.import(*file), transfer::ImportOutcome::Finished);
+
+    f.dialogs.answers = {core::msg::vbNo};
+    EXPECT_EQ(transfer::Import_zuruecknehmen(f.g(), 2).outcome, transfer::TakeBackOutcome::Refused);
+    EXPECT_EQ(transfer::importRuns(f.store()).size(), 4u);
+
+    const auto r = f.takeBack(2);
+    EXPECT_EQ(r.outcome, transfer::TakeBackOutcome::Done);
+    ASSERT_EQ(r.runs.size(), 3u);
+    EXPECT_EQ(r.runs.front().lauf, 4);  // newest first
+    EXPECT_EQ(f.dump(), before);
+    const auto runs = transfer::importRuns(f.store());
+    ASSERT_EQ(runs.size(), 4u);
+    EXPECT_FALSE(runs[0].zurueckgenommen);
+    EXPECT_TRUE(runs[1].zurueckgenommen && runs[2].zurueckgenommen && runs[3].zurueckgenommen);
+    EXPECT_EQ(runs[1].betriebe, 3);
+    EXPECT_EQ(f.takeBack(3).outcome, transfer::TakeBackOutcome::Nothing);  // gone with run 2
+}
+
+TEST(ImportJournalTest, AnImportCutByEscIsTakenBackWithWhatItStored) {
+    JournalFixture f;
+    ASSERT_EQ(f.import(kFirst), transfer::ImportOutcome::Finished);
+    const Strings before = f.dump();
+    int seen = 0;
+    f.g().doEvents = [&] {
+        if (++seen == 2) f.g().taste = 27;
+    };
+    ASSERT_EQ(f.import(kSecond), transfer::ImportOutcome::Cancelled);
+    f.g().doEvents = [] {};
+    ASSERT_NE(f.dump(), before);  // the first business of the cut run was stored
+    EXPECT_EQ(f.takeBack().runs.size(), 1u);
+    EXPECT_EQ(f.dump(), before);
+}
+
+TEST(ImportJournalTest, OnlyTheNewestRunsKeepTheirRecords) {
+    JournalFixture f;
+    transfer::setKeptImportRuns(f.g(), 2);
+    EXPECT_EQ(transfer::keptImportRuns(f.g()), 2);
+    for (const auto* file : {&kFirst, &kSecond, &kThird}) ASSERT_EQ(f.import(*file), transfer::ImportOutcome::Finished);
+    const auto runs = transfer::importRuns(f.store());
+    ASSERT_EQ(runs.size(), 2u);
+    EXPECT_EQ(runs[0].lauf, 2);
+    EXPECT_EQ(f.takeBack(1).outcome, transfer::TakeBackOutcome::Nothing);
+    // The records hold what the kept runs need and no more.
+    auto st = f.store().prepare("SELECT count(*) FROM tolma_rueck_betrieb WHERE lauf < 2");
+    st->step();
+    EXPECT_EQ(st->column(0).toInteger(), 0);
+}
+
+TEST(ImportJournalTest, AFailedTakingBackChangesNothing) {
+    JournalFixture f;
+    ASSERT_EQ(f.import(kFirst), transfer::ImportOutcome::Finished);
+    ASSERT_EQ(f.import(kSecond), transfer::ImportOutcome::Finished);
+    const Strings before = f.dump();
+    // A record damaged by other tools: the person table's record is gone.
+    const auto file = f.g().db_pfad_aktuell;
+    f.newRun();
+    store::Database::OpenDatabase(file).Execute("DROP TABLE tolma_rueck_person");
+    f.start();
+    const auto r = f.takeBack(1);
+    EXPECT_EQ(r.outcome, transfer::TakeBackOutcome::Failed);
+    EXPECT_EQ(f.lastMessage(), "Der Import konnte nicht zurückgenommen werden; der Datenbestand ist unverändert.");
+    EXPECT_EQ(f.dump(), before);
+    for (const auto& run : transfer::importRuns(f.store())) EXPECT_FALSE(run.zurueckgenommen);
+    EXPECT_EQ(f.entries("Import_zuruecknehmen"), 1);
+}
+
+TEST(ImportJournalTest, TheRecordStaysOutOfTheSchemaAndTheExportsView) {
+    JournalFixture f;
+    ASSERT_EQ(f.import(kFirst), transfer::ImportOutcome::Finished);
+    // No trigger stays behind in the store or on the connection once the run is over.
+    auto st = f.store().prepare("SELECT count(*) FROM sqlite_master WHERE type = 'trigger'");
+    st->step();
+    EXPECT_EQ(st->column(0).toInteger(), 0);
+    auto temp = f.store().prepare("SELECT count(*) FROM sqlite_temp_master WHERE type = 'trigger'");
+    temp->step();
+    EXPECT_EQ(temp->column(0).toInteger(), 0);
+    // An edit after the run is no part of it.
+    f.store().execute("UPDATE betrieb SET [b-eintr-name] = 'Geändert' WHERE [betr-nr] = '1003'");
+    EXPECT_EQ(f.takeBack().runs.size(), 1u);
+    EXPECT_EQ(f.count("betrieb"), 0);
+}
+
+}  // namespace
+}  // namespace tolma::test
