@@ -15,6 +15,7 @@ void usage(std::ostream& err) {
     err << "Aufruf:\n"
            "  tolma-cli [--home VERZEICHNIS] [--yes|--no|--answers JN...] BEFEHL ...\n"
            "  tolma-cli [--home VERZEICHNIS] import [--yes|--no] DATEI\n"
+           "  tolma-cli [--home VERZEICHNIS] import --check DATEI\n"
            "  tolma-cli [--home VERZEICHNIS] export [--by-key] [--set INDEX=WERT]...\n"
            "  tolma-cli [--home VERZEICHNIS] print record --betr-nr N --betr-hist-nr H [--pers-nr P] --pdf DATEI\n"
            "  tolma-cli [--home VERZEICHNIS] print list betriebe|personen --pdf DATEI\n"

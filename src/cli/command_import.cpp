@@ -11,13 +11,26 @@ namespace tolma::cli {
 
 int commandImport(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                   std::ostream& err) {
-    if (args.size() != 1) {
-        err << "Aufruf: tolma-cli [--home VERZEICHNIS] import [--yes|--no|--answers JN...] DATEI\n";
+    const bool check = !args.empty() && args[0] == "--check";
+    if (args.size() != (check ? 2u : 1u)) {
+        err << "Aufruf: tolma-cli [--home VERZEICHNIS] import [--yes|--no|--answers JN...] DATEI\n"
+               "       tolma-cli [--home VERZEICHNIS] import --check DATEI\n";
         return kExitUsage;
     }
     Session session(options, out);
     if (!session.start(err)) return kExitFailed;
     core::Globals& g = session.g;
+    if (check) {
+        // Nothing is kept and nothing is asked: the report is all.
+        transfer::ImportCheck report;
+        const auto outcome = transfer::checkTransferFile(g, args[1], report);
+        if (outcome == transfer::ImportOutcome::Failed && report.businesses == 0 && !report.warnings.empty()) {
+            err << report.warnings.front() << "\n";
+            return kExitFailed;
+        }
+        out << transfer::checkReportText(args[1], report);
+        return outcome == transfer::ImportOutcome::StoreFailed ? kExitFailed : kExitOk;
+    }
     transfer::ImportOutcome outcome;
     {
         InterruptAsEscape escape(g, err, options.interactive && ::isatty(2));

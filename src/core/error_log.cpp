@@ -48,6 +48,10 @@ void A_Error_Log(Globals& g, const std::string& procedure, const std::string& so
     const long n = std::atol(number.c_str());
     if (g.storeFault.empty() && (store::err::isStoreFault(static_cast<int>(n)) || n == kDiskFullError || n == kAccessDeniedError))
         g.storeFault = text;
+    if (g.logCapture) {
+        g.logCapture->push_back({procedure, number, text, location, locationValue});
+        return;
+    }
     // The log holds personal data: a new one is readable by its owner only.
     const std::string path = errorLogPath(g);
     std::error_code ec;

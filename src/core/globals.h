@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "browse/data_controls.h"
 #include "core/dialogs.h"
@@ -86,6 +87,12 @@ struct Globals {
     // first entry since the last clearing that says the store itself could not be used or
     // written, the last entry's text, and why the log itself could not be written.
     std::string storeFault, lastLoggedError, logWriteError;
+    // While set, entries go here instead of into the file: a check of a transfer file writes
+    // nothing to the log.
+    struct LoggedEntry {
+        std::string procedure, number, text, location, locationValue;
+    };
+    std::vector<LoggedEntry>* logCapture = nullptr;
 
     // The last message box.
     std::string msg_text, msg_titel;

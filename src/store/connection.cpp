@@ -481,6 +481,11 @@ void Connection::commitBatch() {
     }
 }
 
+void Connection::rollbackBatch() noexcept {
+    batchDepth_ = 0;
+    if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
 void Connection::fail(const std::string& source, const std::string& context) const {
     const int code = sqlite3_errcode(db_);
     const std::string msg = sqlite3_errmsg(db_);

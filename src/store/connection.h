@@ -86,6 +86,8 @@ public:
     // The import writes in batches: one transaction over many records.
     void beginBatch();
     void commitBatch();
+    // Drops everything since the outermost beginBatch(): a check that must leave no trace.
+    void rollbackBatch() noexcept;
     bool inBatch() const { return batchDepth_ > 0; }
 
     [[noreturn]] void fail(const std::string& source, const std::string& context) const;

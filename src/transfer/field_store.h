@@ -12,7 +12,8 @@ namespace tolma::transfer {
 bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value);
 
 // Removes every row of the table that the criteria name.
-void Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Recordset& table);
+// Deletes the rows that meet the criteria; returns how many, or -1 after a logged failure.
+long long Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Recordset& table);
 
 // A value pasted into a criterion between apostrophes: its own apostrophes doubled, so that
 // no value can break or change the criterion.

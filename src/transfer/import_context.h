@@ -20,6 +20,10 @@ struct ImportContext {
     std::string akt_inhalt, akt_name;
     // The location values that Upd_4_Andere's trap reports; nothing in the import fills them.
     std::string fehlerortung, ortungsNummer;
+    // What a check of the file counts: businesses that replace a stored state, notifications
+    // of removal, and the municipalities the file's businesses lie in.
+    long replacing = 0, removals = 0;
+    std::unordered_set<std::string> municipalities;
 
     // Whether the store may hold rows of a business or person number. A removal by a number the
     // store cannot hold would delete nothing, so it is left out: a first import into an empty

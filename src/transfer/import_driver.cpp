@@ -118,7 +118,8 @@ void setKeptImportRuns(core::Globals& g, int runs) {
                {store::Variant(std::to_string(std::max(1, runs)))});
 }
 
-ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
+ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCheck* check) {
+    const bool checking = check != nullptr;
     auto& view = g.startView;
     ImportContext ctx(g);
     // Recording ends with the run, however it ends: later changes are no part of it.
@@ -151,7 +152,7 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
 
         long records = 0;
         std::string announced;
-        if (core::showMessage(g,
+        if (!checking && core::showMessage(g,
                               "Die Datei ''" + path + "'' wird eingelesen und verarbeitet! \n" +
                                   "Je nach Größe der Datei, kann das Einlesen mehrere Minuten dauern!\n" +
                                   "Soll der Vorgang gestartet werden?",
@@ -185,7 +186,7 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                     encoding = model::isUtf8WithNonAscii(head.substr(0, cut)) ? 2 : 1;
                 }
                 ++block;
-                if (block == 1 || block % 10 == 0) {
+                if (!checking && (block == 1 || block % 10 == 0)) {
                     view.Label2 = "Datenbankkomprimierung, bitte warten!";
                     g.refreshView();
                     core::DB_Komprimieren(g);
@@ -207,8 +208,18 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                     if (headValue(head, "struktur", ctx.akt_struktur)) struktur = model::trimBlanks(ctx.akt_struktur);
                     headValue(head, "zahl-betriebe-gesamt", announced);
                     if (headValue(head, "tml-version", version)) version = model::trimBlanks(version);
+                    if (checking) {
+                        check->struktur = struktur;
+                        check->version = version;
+                        headValue(head, "ersteller", check->ersteller);
+                        headValue(head, "erstelldatum", check->erstelldatum);
+                    }
 
-                    if (core::upperCase(struktur) != core::upperCase(g.datenart_wert)) {
+                    if (checking && core::upperCase(struktur) != core::upperCase(g.datenart_wert)) {
+                        check->warnings.push_back("Die Datei enthält Daten der Art ''" + core::upperCase(struktur) +
+                                                  "'', die aktive Datenbank ist für die Daten-Art ''" +
+                                                  core::upperCase(g.datenart_wert) + "'' angelegt.");
+                    } else if (core::upperCase(struktur) != core::upperCase(g.datenart_wert)) {
                         if (core::showMessage(g,
                                               "Sie wollen Daten der Datei-Art ''" + core::upperCase(struktur) +
                                                   "''in die Datenbank schreiben.\n" +
@@ -253,7 +264,10 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                                         "Bitte verwenden Sie eine neuere tml-Datei (neuer Download),\n" +
                                         "da sonst die Daten möglicherweise nicht korrekt übernommen werden!\n" +
                                         "Soll der Vorgang trotzdem weiter durchgeführt werden?";
-                        if (core::showMessage(g, question, core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo) {
+                        if (checking) {
+                            check->warnings.push_back(newer ? "Die Datei ist neuer als das Programm (Version " + version + ")."
+                                                            : "Die Datei hat eine ältere Version (" + version + ").");
+                        } else if (core::showMessage(g, question, core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo) {
                             g.msg_text = kAbgebrochen;
                             goto ende;
                         }
@@ -268,7 +282,7 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                 const std::string labelTail =
                     " von " + announced.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
                 Batch batch(g.db_daten);
-                if (g.db_daten.isSet()) {
+                if (!checking && g.db_daten.isSet()) {
                     // The record of this run goes into the same transactions as its blocks.
                     store::Connection& c = *g.db_daten.connection();
                     if (!journal.journal.started()) journal.journal.start(c, path, runTime(g), keptImportRuns(g));
@@ -301,15 +315,20 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
                     g.refreshView();
                 }
                 buffer.erase(0, from);
-                if (g.db_daten.isSet()) journal.journal.count(*g.db_daten.connection(), records);
+                if (!checking && g.db_daten.isSet()) journal.journal.count(*g.db_daten.connection(), records);
                 batch.commit();
                 if (cancelled) goto ende;
                 g.akt_schritt = 6;
             }
         }
-        core::DB_Komprimieren(g);
+        if (!checking) core::DB_Komprimieren(g);
         core::DB_Load(g);
-        if (records == 0) {
+        if (checking) {
+            check->businesses = records;
+            check->replacing = ctx.replacing;
+            check->removals = ctx.removals;
+            for (const auto& kz : ctx.municipalities) check->municipalities.push_back(kz);
+        } else if (records == 0) {
             g.msg_text = "Die Transfer-Datei enthält keine Gewerbedaten!";
         } else {
             g.akt_schritt = 7;
@@ -331,7 +350,7 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path) {
         view.SSTab1Tab = 0;
         view.Label2 = "Auswahl von Gewerbedaten!";
         g.refreshView();
-        if (!message.empty()) core::showMessage(g, message, core::msg::vbInformation, kTitel);
+        if (!message.empty() && !checking) core::showMessage(g, message, core::msg::vbInformation, kTitel);
         g.marks.menue_import_datenbank = false;
         core::DB_Load(g);
         if (message == kAbgebrochen) return ImportOutcome::Cancelled;

@@ -16,7 +16,30 @@ inline constexpr long kProgramTmlVersion = 151;
 
 // Reads one transfer file into the open data store: the consent, the head, the data kind and
 // version, the <betrieb> elements block by block, progress and ESC, compaction, the end.
-ImportOutcome Upd_1_Start(core::Globals& g, std::string path);
+// What a check of a transfer file found (see checkTransferFile).
+struct ImportCheck {
+    std::string struktur, version, ersteller, erstelldatum;
+    long businesses = 0, replacing = 0, removals = 0;
+    long personsNew = 0, personsReplaced = 0;
+    struct TableCount {
+        std::string table;
+        long long written = 0, deleted = 0;
+    };
+    std::vector<TableCount> tables;
+    std::vector<core::Globals::LoggedEntry> logEntries;
+    std::vector<std::string> warnings;
+    std::vector<std::string> municipalities;  // gem-kz of the file's businesses
+};
+
+// With `check`, the run asks nothing, switches no store, compacts nothing and leaves the
+// transaction for the caller to drop; the head and counts go into `check`.
+ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCheck* check = nullptr);
+
+// Runs the whole import of a file against the active store without keeping anything: no
+// row, no log entry. Fails only when the file cannot be read.
+ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, ImportCheck& report);
+// The check's report as text, for the window and the command line.
+std::string checkReportText(const std::string& path, const ImportCheck& report);
 
 // How many runs' records an import keeps for taking back (Extras › Optionen).
 int keptImportRuns(core::Globals& g);

@@ -58,6 +58,8 @@ void Upd_2_Read(ImportContext& ctx, const std::string& element) {
             if (startsWith(line, "<betr-nr>")) betrNr = Upd_8_ExtrFeldInhalt(line);
             if (startsWith(line, "<betr-hist-nr>")) betrHistNr = Upd_8_ExtrFeldInhalt(line);
             if (startsWith(line, "<b-rechtsform>")) bRechtsform = Upd_8_ExtrFeldInhalt(line);
+            if (startsWith(line, "<meld-art>") && Upd_8_ExtrFeldInhalt(line) == "03") ++ctx.removals;
+            if (startsWith(line, "<gem-kz>")) ctx.municipalities.insert(Upd_8_ExtrFeldInhalt(line));
             lines.push_back(line);
         }
         Upd_3_Betr(ctx, lines, betrNr, betrHistNr, bRechtsform);
@@ -102,7 +104,7 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines, 
             // The permits and craft cards of persons carry no history number: they go for all
             // states of the business at once.
             Upd_6_Kill(ctx, byBusiness, g.rs_adresse);
-            Upd_6_Kill(ctx, byBusiness, g.rs_betrieb);
+            if (Upd_6_Kill(ctx, byBusiness, g.rs_betrieb) > 0) ++ctx.replacing;
             Upd_6_Kill(ctx, byBusiness, g.rs_meldgrund);
             Upd_6_Kill(ctx, byBusiness, g.rs_taetigkeit);
             Upd_6_Kill(ctx, byBusiness, g.rs_erlaubnis);

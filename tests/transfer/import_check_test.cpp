@@ -1,0 +1,86 @@
+// Checking a transfer file: the report tells what an import would do, and the store and the
+// error log are exactly as before.
+#include <gtest/gtest.h>
+
+#include "import_fixture.h"
+#include "model/schema.h"
+
+namespace tolma::test {
+namespace {
+
+std::string business(const std::string& nr, const std::string& more = "") {
+    return "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr + "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n" + more;
+}
+
+Strings dumpOf(ImportFixture& f) {
+    Strings all;
+    for (const auto& t : model::dataTables()) {
+        Strings rows = f.rows("SELECT * FROM " + t.name);
+        std::sort(rows.begin(), rows.end());
+        all.insert(all.end(), rows.begin(), rows.end());
+    }
+    return all;
+}
+
+std::string text(const transfer::ImportCheck& report) { return transfer::checkReportText("pruefen.tml", report); }
+
+TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
+    ImportFixture f;
+    TmlFile first;
+    first.betriebe = {business("1001"), business("1002")};
+    ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
+    const Strings before = dumpOf(f);
+    const auto storeSize = std::filesystem::file_size(f.g().db_pfad_aktuell);
+    std::filesystem::remove(f.home() / "Log" / "ERROR.LOG");
+
+    TmlFile file;
+    file.struktur = "MELDUNGSBEZOGEN";
+    file.betriebe = {business("1001", "<meld-art>03</meld-art>\n<unbekannt>x</unbekannt>\n"),
+                     business("1003", "<personen>\n<person>\n<pers-nr>7</pers-nr>\n<p-art>NP</p-art>\n</person>\n</personen>\n")};
+    const std::string path = f.write(file.text(), "pruefen.tml");
+    f.dialogs.shown.clear();
+    transfer::ImportCheck report;
+    EXPECT_EQ(transfer::checkTransferFile(f.g(), path, report), transfer::ImportOutcome::Finished);
+
+    EXPECT_TRUE(f.dialogs.shown.empty()) << f.dialogs.shown.front().text;  // nothing asked, nothing told
+    EXPECT_EQ(report.struktur, "MELDUNGSBEZOGEN");
+    EXPECT_EQ(report.businesses, 2);
+    EXPECT_EQ(report.replacing, 1);  // 1001 with history number 1 is stored
+    EXPECT_EQ(report.removals, 1);
+    EXPECT_EQ(report.personsNew, 1);
+    ASSERT_EQ(report.logEntries.size(), 1u);
+    EXPECT_EQ(report.logEntries[0].procedure, "Upd_3_Betr");
+    EXPECT_NE(report.logEntries[0].location.find("BetrNr: 1001"), std::string::npos);
+    EXPECT_NE(text(report).find("  BetrNr: 1001 BetrHistNr: 1 (6): Element in dieser Auflistung nicht gefunden."), std::string::npos)
+        << text(report);
+    ASSERT_FALSE(report.warnings.empty());
+    EXPECT_NE(report.warnings[0].find("MELDUNGSBEZOGEN"), std::string::npos);
+    EXPECT_NE(text(report).find("Betriebe in der Datei: 2"), std::string::npos);
+    EXPECT_NE(text(report).find("  betrieb: 2 / 1"), std::string::npos);
+
+    EXPECT_EQ(dumpOf(f), before);
+    EXPECT_EQ(std::filesystem::file_size(f.g().db_pfad_aktuell), storeSize);
+    EXPECT_FALSE(std::filesystem::exists(f.home() / "Log" / "ERROR.LOG"));
+    EXPECT_FALSE(f.g().fehler_vorhanden);
+
+    // The same file of the store's own kind replaces what it names.
+    file.struktur = "BETRIEBSBEZOGEN";
+    EXPECT_EQ(transfer::checkTransferFile(f.g(), f.write(file.text(), "pruefen.tml"), report), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(report.replacing, 1);
+    EXPECT_EQ(dumpOf(f), before);
+    EXPECT_TRUE(report.warnings.empty());
+    // And the import itself still runs as before the check.
+    EXPECT_EQ(f.import(file), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.count("betrieb"), 3);
+}
+
+TEST(ImportCheckTest, AFileThatCannotBeReadIsNoReport) {
+    ImportFixture f;
+    transfer::ImportCheck report;
+    EXPECT_EQ(transfer::checkTransferFile(f.g(), (f.dir.path() / "fehlt.tml").string(), report), transfer::ImportOutcome::Failed);
+    ASSERT_EQ(report.warnings.size(), 1u);
+    EXPECT_NE(report.warnings[0].find("kann nicht gelesen werden"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace tolma::test
