@@ -13,6 +13,7 @@
 #include "core/program_paths.h"
 #include "core/start.h"
 #include "transfer/import_driver.h"
+#include "ui/import_windows.h"
 #include "ui/main_window.h"
 
 namespace {
@@ -75,5 +76,17 @@ int main(int argc, char** argv) {
         save(window, out, file);
     }
     tolma::core::A_Fenster_schliessen(g);
+
+    // Checking the sample file against the store that holds it, and the runs to take back.
+    tolma::transfer::ImportCheck report;
+    tolma::transfer::checkTransferFile(g, argv[3], report);
+    tolma::ui::CheckReportWindow check(argv[3], report, &window);
+    check.show();
+    save(check, out, "pruefen.png");
+    check.close();
+    tolma::transfer::Upd_1_Start(g, argv[3]);
+    tolma::ui::TakeBackWindow runs(g, &window);
+    runs.show();
+    save(runs, out, "zuruecknehmen.png");
     return 0;
 }

@@ -106,7 +106,8 @@ void ImportJournal::start(store::Connection& c, const std::string& file, const s
     dropRecordsOf(c, "lauf <= ?1", {oldest});
     c.execute("DELETE FROM tolma_import_lauf WHERE lauf <= ?1", {oldest});
     c.execute("INSERT INTO tolma_import_lauf (lauf, datum, datei, betriebe) VALUES (?1, ?2, ?3, 0)",
-              {store::Variant(static_cast<long long>(lauf_)), store::Variant(when), store::Variant(file)});
+              {store::Variant(static_cast<long long>(lauf_)), store::Variant(when),
+               store::Variant(std::filesystem::absolute(file).lexically_normal().string())});
     marks_.clear();
     for (const auto& table : recordedTables(c)) {
         auto st = c.prepare("SELECT coalesce(max(rowid), 0) FROM main." + quoted(table));

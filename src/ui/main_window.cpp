@@ -17,6 +17,7 @@
 #include "ui/print_support.h"
 #include "ui/list_window.h"
 #include "ui/record_view.h"
+#include "ui/import_windows.h"
 #include "ui/twips.h"
 
 namespace tolma::ui {
@@ -40,6 +41,8 @@ const MenuDef kMenu[] = {
     {2, "menue_beenden", "b&eenden"},
     {1, "menue_bearbeiten", "&Bearbeiten"},
     {2, "menue_import_datenbank", "Daten-&Import (TML --> Access)"},
+    {2, "menue_import_pruefen", "Transferdatei &prüfen..."},
+    {2, "menue_import_zuruecknehmen", "Import &zurücknehmen..."},
     {2, "menue_download_starten", "Daten-I&mport (WWW)", true},
     {2, "menue_trenn2", "-"},
     {2, "menue_export_datenbank", "Daten-&Export (Access)", true},
@@ -236,6 +239,12 @@ void MainWindow::trigger(const std::string& name) {
             openExport();
         } else if (name == "menue_extras_optionen") {
             openOptions();
+        } else if (name == "menue_import_pruefen") {
+            checkTransferFileFromMenu(g_, this);
+        } else if (name == "menue_import_zuruecknehmen") {
+            TakeBackWindow window(g_, this);
+            connect(&window, &TakeBackWindow::storeChanged, this, [this] { refreshFromCore(); });
+            window.exec();
         }
     } catch (const std::exception& e) {
         core::logTrapped(g_, name, e);

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QDialog>
+
+#include "core/globals.h"
+#include "transfer/import_driver.h"
+
+class QTableWidget;
+
+namespace tolma::ui {
+
+// "Transferdatei prüfen": the report of a check, read-only.
+class CheckReportWindow : public QDialog {
+    Q_OBJECT
+
+public:
+    CheckReportWindow(const std::string& path, const transfer::ImportCheck& report, QWidget* parent = nullptr);
+};
+
+// "Bearbeiten › Transferdatei prüfen...": chooses a file, checks it and shows the report.
+void checkTransferFileFromMenu(core::Globals& g, QWidget* parent);
+
+// "Import zurücknehmen": the recorded runs, and taking back the chosen one with all later ones.
+class TakeBackWindow : public QDialog {
+    Q_OBJECT
+
+public:
+    explicit TakeBackWindow(core::Globals& g, QWidget* parent = nullptr);
+    void fill();
+    QTableWidget* table() const { return table_; }
+
+signals:
+    void storeChanged();
+
+private:
+    void takeBack();
+
+    core::Globals& g_;
+    QTableWidget* table_;
+};
+
+}  // namespace tolma::ui
