@@ -6,7 +6,9 @@
 #include <QToolButton>
 #include <QMdiArea>
 #include <QMenuBar>
+#include <QPlainTextEdit>
 #include <QPushButton>
+#include <QTableWidget>
 #include <QTabWidget>
 #include <QTableView>
 #include <QtTest>
@@ -16,6 +18,7 @@
 #include "browse/record_view.h"
 #include "core/start.h"
 #include "transfer/import_driver.h"
+#include "ui/import_windows.h"
 #include "ui/list_window.h"
 #include "ui/main_window.h"
 #include "ui/record_view.h"
@@ -199,6 +202,28 @@ private slots:
         window.reset();  // the main window goes while a form stands open
         QVERIFY(!g->marks.menue_extras_optionen);
         window = std::make_unique<tolma::ui::MainWindow>(*g);
+    }
+
+    void checkingAFileAndTakingBackImportsFromTheirWindows() {
+        const auto edit = window->menuBar()->actions()[1]->menu()->actions();
+        QCOMPARE(edit[0]->objectName(), QString("menue_import_datenbank"));
+        QCOMPARE(edit[1]->text(), QString("Transferdatei &prüfen..."));
+        QCOMPARE(edit[2]->text(), QString("Import &zurücknehmen..."));
+
+        const std::string sample = (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
+        tolma::transfer::ImportCheck report;
+        tolma::transfer::checkTransferFile(*g, sample, report);
+        tolma::ui::CheckReportWindow check(sample, report);
+        QVERIFY(check.findChild<QPlainTextEdit*>("Text_Bericht")->toPlainText().contains("Betriebe in der Datei: 52"));
+        QCOMPARE(g->db_daten.OpenRecordset("betrieb").RecordCount(), 0L);  // the check kept nothing
+
+        tolma::transfer::Upd_1_Start(*g, sample);
+        tolma::ui::TakeBackWindow runs(*g);
+        QCOMPARE(runs.table()->rowCount(), 1);
+        QCOMPARE(runs.table()->item(0, 4)->text(), QString("nein"));
+        QTest::mouseClick(runs.findChild<QPushButton*>("Command_Zuruecknehmen"), Qt::LeftButton);
+        QCOMPARE(runs.table()->item(0, 4)->text(), QString("ja"));
+        QCOMPARE(g->db_daten.OpenRecordset("betrieb").RecordCount(), 0L);
     }
 
     void cancelledFileDialogTellsAndClearsTheMark() {
