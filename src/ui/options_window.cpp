@@ -5,12 +5,15 @@
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
+#include <QSpinBox>
 #include <QVBoxLayout>
 
 #include "core/error_log.h"
+#include "transfer/import_driver.h"
 
 namespace tolma::ui {
 
@@ -61,6 +64,21 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
         logLayout->addWidget(button);
     }
     stores->addWidget(log);
+
+    // How many import runs keep what they changed, for taking them back.
+    auto* runs = new QGroupBox("Import zurücknehmen", this);
+    runs->setObjectName("Frame_Importlaeufe");
+    auto* runsLayout = new QHBoxLayout(runs);
+    runsLayout->addWidget(new QLabel("Aufzeichnungen der letzten", runs));
+    auto* kept = new QSpinBox(runs);
+    kept->setObjectName("Spin_Importlaeufe");
+    kept->setRange(1, 999);
+    kept->setValue(transfer::keptImportRuns(g_));
+    runsLayout->addWidget(kept);
+    runsLayout->addWidget(new QLabel("Importläufe aufbewahren", runs));
+    runsLayout->addStretch(1);
+    connect(kept, &QSpinBox::valueChanged, this, [this](int n) { run([&] { transfer::setKeptImportRuns(g_, n); }); });
+    stores->addWidget(runs);
     stores->addStretch(1);
     auto* back = new QPushButton("Zurück", this);
     back->setObjectName("Command3_1");
