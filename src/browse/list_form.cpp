@@ -8,7 +8,7 @@
 namespace tolma::browse {
 namespace {
 
-using store::jet::escapeValue;
+using store::jet::quote;
 
 // Pieces of the business list's texts, with their exact blanks.
 const std::string A = "SELECT betrieb.*, betrieb_adresse.* ";
@@ -107,7 +107,7 @@ std::string municipalityChain(core::Globals& g, bool trailingBlank, bool* anyMar
     if (rs.RecordCount() > 0) {
         for (rs.MoveFirst(); !rs.Eof(); rs.MoveNext()) {
             if (!rs.Fields("markiert").Value().toBool()) continue;
-            chain += " or [gem-kz] = '" + escapeValue(rs.Fields("gem-kz").Value().toString()) + "'" +
+            chain += " or [gem-kz] = " + quote(rs.Fields("gem-kz").Value().toString()) +
                      (trailingBlank ? " " : "");
             marked = true;
         }
@@ -229,7 +229,7 @@ void Text1_Change(core::Globals& g, ListForm& form, int index) {
         if (!rs.isSet()) return;
         // The list is not narrowed: the current row jumps to the first one that begins so.
         const std::string criteria =
-            std::string(expression) + " LIKE '" + escapeValue(form.Text1[static_cast<size_t>(index)]) + "*'";
+            std::string(expression) + " LIKE " + quote(form.Text1[static_cast<size_t>(index)] + "*");
         rs.MoveFirst();
         rs.FindFirst(criteria);
     });
@@ -328,9 +328,9 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
             pers.DatabaseName = g.db_name_daten;
             pers.RecordSource = std::string("SELECT DISTINCTROW * FROM person ") +
                                 "INNER JOIN beziehung_betrieb_person ON person.[pers-nr] = beziehung_betrieb_person.[bez-pers-nr]" +
-                                "WHERE beziehung_betrieb_person.[bez-betr-nr]= '" + escapeValue(nr) + "' " +
-                                "AND beziehung_betrieb_person.[bez-betr-hist-nr]= '" + escapeValue(hist) + "' " +
-                                "AND beziehung_betrieb_person.[bez-pers-nr]= '" + escapeValue(persNr) + "' ;";
+                                "WHERE beziehung_betrieb_person.[bez-betr-nr]= " + quote(nr) + " " +
+                                "AND beziehung_betrieb_person.[bez-betr-hist-nr]= " + quote(hist) + " " +
+                                "AND beziehung_betrieb_person.[bez-pers-nr]= " + quote(persNr) + " ;";
             pers.Refresh();
             if (pers.Recordset().RecordCount() != 0) {
                 pers.Recordset().MoveLast();
@@ -342,7 +342,7 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
             v.SSTab1Visible = true;
             v.Frame_UeberschriftVisible = true;
             v.Frame_AnzahlVisible = true;
-            g.data.DATA_ORG.RecordSource = "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = '" + escapeValue(gem) + "' ;";
+            g.data.DATA_ORG.RecordSource = "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = " + quote(gem) + " ;";
             g.data.DATA_ORG.Refresh();
             SSTab1_Click(g, 3);
             v.Label2 = "Anzeige: Personendaten (nat. und jur. Person)";
@@ -381,9 +381,9 @@ bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
         form.data.DatabaseName = g.db_name_daten;
         if (g.filter_aktiv_flag == -1) g.gem_filter_text = " where betrieb.[gem-kz] = ''" + municipalityChain(g, false);
         if (!g.gem_filter_text.empty())
-            g.gem_filter_text += " or beziehung_betrieb_person.[pers-nr-jp] = '" + escapeValue(persNr) + "'";
+            g.gem_filter_text += " or beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr);
         else
-            g.gem_filter_text = " where beziehung_betrieb_person.[pers-nr-jp] = '" + escapeValue(persNr) + "'";
+            g.gem_filter_text = " where beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr);
         const std::string nr = d.DATA_BETR.fieldText("betr-nr");
         form.data.RecordSource =
             "SELECT person.[pers-nr], person.[p-eintr-name], person.[fam-name], betrieb.[betr-nr], betrieb.[betr-hist-nr], "
@@ -391,9 +391,9 @@ bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
             "FROM (betrieb  INNER JOIN beziehung_betrieb_person  ON (beziehung_betrieb_person.[bez-betr-hist-nr] = betrieb.[betr-hist-nr])  "
             "AND (beziehung_betrieb_person.[bez-betr-nr] = betrieb.[betr-nr])) INNER JOIN person ON "
             "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] " +
-            g.gem_filter_text + " AND beziehung_betrieb_person.[bez-betr-nr] = '" + escapeValue(nr) +
-            "' AND beziehung_betrieb_person.[pers-nr-jp] = '" + escapeValue(persNr) +
-            "' AND beziehung_betrieb_person.[bez-betr-hist-nr] = '" + escapeValue(hist) + "' ORDER BY person.[pers-nr];";
+            g.gem_filter_text + " AND beziehung_betrieb_person.[bez-betr-nr] = " + quote(nr) +
+            " AND beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr) +
+            " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) + " ORDER BY person.[pers-nr];";
         form.data.Refresh();
         if (form.data.Recordset().RecordCount() == 0) {
             core::showMessage(g, kNoRows, core::msg::vbInformation, kTitlePers);

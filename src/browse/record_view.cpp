@@ -9,7 +9,7 @@
 namespace tolma::browse {
 namespace {
 
-using store::jet::escapeValue;
+using store::jet::quote;
 
 // A field of a control's current row as text; empty without a current row.
 std::string currentText(const DataControl& c, const std::string& field) { return c.fieldText(field); }
@@ -99,31 +99,31 @@ void DATA_TAET_Reposition(core::Globals& g) {
 void DATA_PERS_Reposition(core::Globals& g) {
     auto& d = g.data;
     if (!hasRows(d.DATA_BETR)) return;
-    const std::string betrNr = escapeValue(currentText(d.DATA_BETR, "betr-nr"));
-    const std::string hist = escapeValue(currentText(d.DATA_BETR, "betr-hist-nr"));
+    const std::string betrNr = currentText(d.DATA_BETR, "betr-nr");
+    const std::string hist = currentText(d.DATA_BETR, "betr-hist-nr");
     std::string persNr;
     const store::Recordset& pers = d.DATA_PERS.Recordset();
     const bool persons = pers.isSet() && pers.RecordCount() != 0;
-    if (persons && !pers.Eof() && !pers.Bof()) persNr = escapeValue(pers.Fields(0).Value().toString());
+    if (persons && !pers.Eof() && !pers.Bof()) persNr = pers.Fields(0).Value().toString();
 
     if (model::trimBlanks(g.akt_funktion).empty())
-        g.sql_text = "SELECT DISTINCTROW * FROM beziehung_betrieb_person WHERE beziehung_betrieb_person.[bez-betr-nr] = '" +
-                     betrNr + "' AND beziehung_betrieb_person.[bez-pers-nr] = '" + persNr +
-                     "' AND beziehung_betrieb_person.[bez-betr-hist-nr] = '" + hist + "' ";
+        g.sql_text = "SELECT DISTINCTROW * FROM beziehung_betrieb_person WHERE beziehung_betrieb_person.[bez-betr-nr] = " +
+                     quote(betrNr) + " AND beziehung_betrieb_person.[bez-pers-nr] = " + quote(persNr) +
+                     " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) + " ";
     else
-        g.sql_text = "SELECT DISTINCTROW * FROM beziehung_betrieb_person WHERE beziehung_betrieb_person.[bez-betr-nr] = '" +
-                     betrNr + "' AND beziehung_betrieb_person.[bez-pers-nr] = '" + persNr +
-                     "' AND beziehung_betrieb_person.[p-funktion] = '" + escapeValue(g.akt_funktion) +
-                     "' AND beziehung_betrieb_person.[bez-betr-hist-nr] = '" + hist + "' ";
+        g.sql_text = "SELECT DISTINCTROW * FROM beziehung_betrieb_person WHERE beziehung_betrieb_person.[bez-betr-nr] = " +
+                     quote(betrNr) + " AND beziehung_betrieb_person.[bez-pers-nr] = " + quote(persNr) +
+                     " AND beziehung_betrieb_person.[p-funktion] = " + quote(g.akt_funktion) +
+                     " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) + " ";
     requery(g, d.DATA_Bez_Betr_Pers, g.sql_text, false);
 
-    g.sql_text = "SELECT DISTINCTROW * FROM person_staatsang WHERE person_staatsang.[pers-nr] = '" + persNr + "' ";
+    g.sql_text = "SELECT DISTINCTROW * FROM person_staatsang WHERE person_staatsang.[pers-nr] = " + quote(persNr) + " ";
     requery(g, d.DATA_PERSStaat, g.sql_text, true);
-    g.sql_text = "SELECT DISTINCTROW * FROM person_erlaubnis WHERE person_erlaubnis.[pers-nr] = '" + persNr +
-                 "' AND person_erlaubnis.[betr-nr] = '" + betrNr + "'";
+    g.sql_text = "SELECT DISTINCTROW * FROM person_erlaubnis WHERE person_erlaubnis.[pers-nr] = " + quote(persNr) +
+                 " AND person_erlaubnis.[betr-nr] = " + quote(betrNr);
     requery(g, d.DATA_PERSErl, g.sql_text, true);
-    g.sql_text = "SELECT DISTINCTROW * FROM person_handwerkskarte WHERE person_handwerkskarte.[pers-nr] = '" + persNr +
-                 "' AND person_handwerkskarte.[betr-nr] = '" + betrNr + "'";
+    g.sql_text = "SELECT DISTINCTROW * FROM person_handwerkskarte WHERE person_handwerkskarte.[pers-nr] = " + quote(persNr) +
+                 " AND person_handwerkskarte.[betr-nr] = " + quote(betrNr);
     requery(g, d.DATA_PERSHwk, g.sql_text, true);
 
     g.startView.TextPers_8.clear();
@@ -145,21 +145,21 @@ void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string&
     auto& d = g.data;
     g.akt_schritt = 0;
     try {
-        d.DATA_BETR.RecordSource = "SELECT DISTINCTROW * FROM betrieb WHERE betrieb.[gem-kz] = '" + escapeValue(gemKz) +
-                                   "' AND betrieb.[betr-nr] = '" + escapeValue(betrNr) +
-                                   "' AND betrieb.[betr-hist-nr] = '" + escapeValue(betrHistNr) + "';";
+        d.DATA_BETR.RecordSource = "SELECT DISTINCTROW * FROM betrieb WHERE betrieb.[gem-kz] = " + quote(gemKz) +
+                                   " AND betrieb.[betr-nr] = " + quote(betrNr) +
+                                   " AND betrieb.[betr-hist-nr] = " + quote(betrHistNr) + ";";
         d.DATA_BETR.Refresh();
         if (d.DATA_BETR.Recordset().RecordCount() == 0) return;
         // From here on the row's own municipality names the municipality.
         const std::string gem = currentText(d.DATA_BETR, "gem-kz");
-        d.DATA_ORG.RecordSource = "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = '" + escapeValue(gem) + "' ;";
+        d.DATA_ORG.RecordSource = "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = " + quote(gem) + " ;";
         // The recordset of the previous load is still there until the Refresh below.
         if (d.DATA_ORG.Recordset().isSet() && d.DATA_ORG.Recordset().RecordCount() != 0)
             g.startView.Text_136 = currentText(d.DATA_ORG, "gem-name");
         d.DATA_ORG.Refresh();
         g.startView.Text_136 = currentText(d.DATA_ORG, "gem-name");
 
-        const std::string nr = escapeValue(betrNr), hist = escapeValue(betrHistNr);
+        const std::string nr = betrNr, hist = betrHistNr;
         const std::pair<const char*, DataControl*> blocks[] = {
             {"betrieb_meldgrundsonst", &d.DATA_Meld}, {"betrieb_adresse", &d.DATA_ADR},
             {"betrieb_erlaubnis", &d.DATA_BETRErl},   {"betrieb_taetigkeit", &d.DATA_TAET},
@@ -167,15 +167,15 @@ void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string&
         };
         for (const auto& [table, control] : blocks) {
             const std::string t = table;
-            g.sql_text = "SELECT DISTINCTROW * FROM " + t + " WHERE " + t + ".[betr-nr] = '" + nr + "' AND " + t +
-                         ".[betr-hist-nr] = '" + hist + "' ;";
+            g.sql_text = "SELECT DISTINCTROW * FROM " + t + " WHERE " + t + ".[betr-nr] = " + quote(nr) + " AND " + t +
+                         ".[betr-hist-nr] = " + quote(hist) + " ;";
             requery(g, *control, g.sql_text, true);
         }
         // Representatives of a legal person stay out: they are reached through its persons.
         g.sql_text = "SELECT DISTINCTROW * FROM person INNER JOIN beziehung_betrieb_person ON person.[pers-nr] = "
-                     "beziehung_betrieb_person.[bez-pers-nr]WHERE beziehung_betrieb_person.[bez-betr-nr]= '" +
-                     nr + "' AND beziehung_betrieb_person.[bez-betr-hist-nr]= '" + hist +
-                     "' AND (len(beziehung_betrieb_person.[pers-nr-jp]) = 0 OR len(beziehung_betrieb_person.[pers-nr-jp]) "
+                     "beziehung_betrieb_person.[bez-pers-nr]WHERE beziehung_betrieb_person.[bez-betr-nr]= " +
+                     quote(nr) + " AND beziehung_betrieb_person.[bez-betr-hist-nr]= " + quote(hist) +
+                     " AND (len(beziehung_betrieb_person.[pers-nr-jp]) = 0 OR len(beziehung_betrieb_person.[pers-nr-jp]) "
                      "is Null )ORDER BY person.[pers-nr];";
         requery(g, d.DATA_PERS, g.sql_text, true);
     } catch (const std::exception& e) {

@@ -18,7 +18,7 @@
 namespace tolma::cli {
 namespace {
 
-using store::jet::escapeValue;
+using store::jet::quote;
 
 const char* kUsage =
     "Aufruf: tolma-cli [--home VERZEICHNIS] print record --betr-nr N --betr-hist-nr H [--pers-nr "
@@ -97,10 +97,10 @@ std::uintmax_t logSize(const core::Globals& g) {
 int print(core::Globals& g, const Request& r, std::ostream& out, std::ostream& err) {
     browse::ListForm form(r.persons);
     if (!r.list) {
-        const std::string nr = escapeValue(r.betrNr), hist = escapeValue(r.betrHistNr);
+        const std::string nr = r.betrNr, hist = r.betrHistNr;
         if (!exists(g,
-                    "SELECT [betr-nr] FROM betrieb WHERE [betr-nr] = '" + nr +
-                        "' AND [betr-hist-nr] = '" + hist + "'",
+                    "SELECT [betr-nr] FROM betrieb WHERE [betr-nr] = " + quote(nr) +
+                        " AND [betr-hist-nr] = " + quote(hist) + "",
                     "betr-nr"))
             return refuse(g, err,
                           "Betrieb nicht gefunden: Betriebsnummer " + r.betrNr +
@@ -109,9 +109,9 @@ int print(core::Globals& g, const Request& r, std::ostream& out, std::ostream& e
                           r.betrNr + "/" + r.betrHistNr);
         if (!r.persNr.empty() &&
             !exists(g,
-                    "SELECT [bez-pers-nr] FROM beziehung_betrieb_person WHERE [bez-betr-nr] = '" +
-                        nr + "' AND [bez-betr-hist-nr] = '" + hist + "' AND [bez-pers-nr] = '" +
-                        escapeValue(r.persNr) + "'",
+                    "SELECT [bez-pers-nr] FROM beziehung_betrieb_person WHERE [bez-betr-nr] = " +
+                        quote(nr) + " AND [bez-betr-hist-nr] = " + quote(hist) + " AND [bez-pers-nr] = " +
+                        quote(r.persNr),
                     "bez-pers-nr"))
             return refuse(g, err,
                           "Person nicht gefunden: Personennummer " + r.persNr +

@@ -214,8 +214,8 @@ void Command8_Click(core::Globals& g, OptionsForm& form) {
     try {
         auto& c = g.data.DATA_GEMEINDE;
         c.DatabaseName = g.db_name_org;
-        c.RecordSource = "SELECT DISTINCTROW * From gemeindekennzahlen where [gem-kz] like '" +
-                         store::jet::escapeValue(form.Text7) + "*' ORDER BY [gem-kz];";
+        c.RecordSource = "SELECT DISTINCTROW * From gemeindekennzahlen where [gem-kz] like " +
+                         store::jet::quote(form.Text7 + "*") + " ORDER BY [gem-kz];";
         c.Refresh();
         if (c.Recordset().RecordCount() == 0) {
             core::showMessage(g, "Kennzahl wurde nicht gefunden!", core::msg::vbInformation, "Auswahl Landratsamt-Kennzahl!");

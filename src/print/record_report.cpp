@@ -10,7 +10,7 @@
 namespace tolma::print {
 namespace {
 
-using store::jet::escapeValue;
+using store::jet::quote;
 
 // A trapped failure of this module: "Fehlerortung: " and the module's own error location.
 void logPrintError(core::Globals& g, const std::string& procedure, const std::exception& e,
@@ -36,8 +36,8 @@ constexpr BusinessTable kBusinessTables[] = {
 
 std::string businessQuery(const std::string& table, const std::string& nr,
                           const std::string& hist) {
-    return "SELECT distinctrow * From " + table + " " + "WHERE " + table + ".[betr-nr] = '" + nr +
-           "' " + "AND " + table + ".[betr-hist-nr] = '" + hist + "'";
+    return "SELECT distinctrow * From " + table + " " + "WHERE " + table + ".[betr-nr] = " + quote(nr) +
+           " " + "AND " + table + ".[betr-hist-nr] = " + quote(hist);
 }
 
 // Query P; the person's own term only for the kind "Person".
@@ -45,9 +45,9 @@ std::string personQuery(const std::string& nr, const std::string& hist, const st
     std::string q = std::string("SELECT DISTINCTROW * FROM person ") +
                     "INNER JOIN beziehung_betrieb_person ON beziehung_betrieb_person.[bez-pers-nr] "
                     "= person.[pers-nr] " +
-                    "WHERE beziehung_betrieb_person.[bez-betr-nr] = '" + nr + "' " +
-                    "AND beziehung_betrieb_person.[bez-betr-hist-nr] = '" + hist + "' ";
-    if (persNr) q += "AND person.[pers-nr] = '" + *persNr + "' ";
+                    "WHERE beziehung_betrieb_person.[bez-betr-nr] = " + quote(nr) + " " +
+                    "AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) + " ";
+    if (persNr) q += "AND person.[pers-nr] = " + quote(*persNr) + " ";
     return q;
 }
 
@@ -61,19 +61,19 @@ const PersonTable kPersonTables[] = {
     {"person_staatsang", &core::Globals::rs_person_staatsang,
      [](const std::string& p, const std::string&) {
          return std::string("SELECT distinctrow * ") + "From person_staatsang " +
-                "WHERE person_staatsang.[pers-nr] = '" + p + "'";
+                "WHERE person_staatsang.[pers-nr] = " + quote(p);
      }},
     {"person_erlaubnis", &core::Globals::rs_person_erlaubnis,
      [](const std::string& p, const std::string& nr) {
          return std::string("SELECT distinctrow * ") + "From person_erlaubnis " +
-                "WHERE person_erlaubnis.[pers-nr] = '" + p + "' " +
-                "AND person_erlaubnis.[betr-nr] = '" + nr + "'";
+                "WHERE person_erlaubnis.[pers-nr] = " + quote(p) + " " +
+                "AND person_erlaubnis.[betr-nr] = " + quote(nr);
      }},
     {"person_handwerkskarte", &core::Globals::rs_person_handwerkskarte,
      [](const std::string& p, const std::string& nr) {
          return std::string("SELECT distinctrow * ") + "From person_handwerkskarte " +
-                "WHERE person_handwerkskarte.[pers-nr] = '" + p + "' " +
-                "AND person_handwerkskarte.[betr-nr] = '" + nr + "'";
+                "WHERE person_handwerkskarte.[pers-nr] = " + quote(p) + " " +
+                "AND person_handwerkskarte.[betr-nr] = " + quote(nr);
      }},
 };
 
@@ -274,7 +274,7 @@ void DS_Druck_1(core::Globals& g, PrintState& d, const std::string& kind, const 
         d.druck_schriftname = p.font.name;
         p.font.size = 8;
         p.font.name = "Courier New";
-        const std::string nr = escapeValue(betrNr), hist = escapeValue(betrHistNr);
+        const std::string nr = betrNr, hist = betrHistNr;
         // The first page's head, then the heading of the report's first part.
         auto head = [&](const std::string& label, const std::string& number, const char* heading) {
             p.font.size = 12;
@@ -304,7 +304,7 @@ void DS_Druck_1(core::Globals& g, PrintState& d, const std::string& kind, const 
         }
         if (kind == "Person") {
             head("Personennummer: ", persNr, "  Personen-Datei");
-            const std::string pers = escapeValue(persNr);
+            const std::string pers = persNr;
             g.sql_text = personQuery(nr, hist, &pers);
         }
         g.rs_person = g.db_daten.OpenRecordset(g.sql_text);
@@ -319,8 +319,7 @@ void DS_Druck_1(core::Globals& g, PrintState& d, const std::string& kind, const 
                     --counter;
                 else
                     ++counter;
-                const std::string person =
-                    escapeValue(persons.Fields("pers-nr").Value().toString());
+                const std::string person = persons.Fields("pers-nr").Value().toString();
                 DS_Druck_2(g, d, persons, "person", counter);
                 for (const auto& table : kPersonTables) {
                     store::Recordset& rs = g.*(table.handle);

@@ -355,14 +355,14 @@ std::string soleQualifier(std::string_view condition) {
     return qualifier;
 }
 
-std::string escapeValue(std::string_view value) {
-    std::string out;
-    out.reserve(value.size());
+std::string quote(std::string_view value) {
+    std::string out = "'";
+    out.reserve(value.size() + 2);
     for (char c : value) {
         out += c;
         if (c == '\'') out += '\'';
     }
-    return out;
+    return out + "'";
 }
 
 bool likeMatch(std::string_view pattern, std::string_view text) {

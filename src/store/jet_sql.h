@@ -83,9 +83,10 @@ Prepared prepare(std::string_view jetSql, const Catalog* catalog = nullptr);
 // A source that is a bare table name (optionally bracketed); empty if the source is a query.
 std::string bareTableName(std::string_view source);
 
-// A value pasted into a query text between apostrophes: its own apostrophes doubled, so that
-// no value can break or change the text it stands in.
-std::string escapeValue(std::string_view value);
+// The one way a value goes into a query text: as a quoted literal with its apostrophes
+// doubled, so that no value can break or change the text it stands in. Where the engine runs
+// the text, the literal becomes a bound parameter again.
+std::string quote(std::string_view value);
 
 // The old engine's LIKE: "*", "?", "#" and [lists], without regard to case, umlauts included.
 bool likeMatch(std::string_view pattern, std::string_view text);

@@ -127,8 +127,8 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
             if (mode == "schluesselfeld") {
                 key = keys.Fields("schluesselfeld").Value().toString();
                 keys.MoveNext();
-                query = "SELECT distinctrow * FROM betrieb WHERE betrieb.schluesselfeld = '" + escapeQuotes(key) +
-                        "'ORDER BY betrieb.[betr-nr], betrieb.[betr-hist-nr];";
+                query = "SELECT distinctrow * FROM betrieb WHERE betrieb.schluesselfeld = " + quote(key) +
+                        "ORDER BY betrieb.[betr-nr], betrieb.[betr-hist-nr];";
             } else {
                 query = "SELECT distinctrow * FROM betrieb ORDER BY betrieb.[betr-nr], betrieb.[betr-hist-nr];";
             }

@@ -59,8 +59,8 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr, const std
     core::Globals& g = ctx.g;
     g.akt_schritt = 0;
     try {
-        const std::string nr = escapeQuotes(betrNr), hist = escapeQuotes(betrHistNr);
-        const std::string byBusiness = " where [betr-nr] = '" + nr + "' AND [betr-hist-nr] = '" + hist + "'";
+        const std::string nr = betrNr, hist = betrHistNr;
+        const std::string byBusiness = " where [betr-nr] = " + quote(nr) + " AND [betr-hist-nr] = " + quote(hist);
 
         g.akt_schritt = 1;
         store::Recordset& betrieb = g.rs_betrieb;
@@ -104,16 +104,16 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr, const std
         g.akt_schritt = 6;
         store::Recordset links = g.db_daten.OpenRecordset(
             "SELECT beziehung_betrieb_person.* FROM beziehung_betrieb_person INNER JOIN person ON "
-            "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] Where beziehung_betrieb_person.[bez-betr-nr] = '" +
-            nr + "' AND [bez-betr-hist-nr] = '" + hist +
-            "' ORDER BY beziehung_betrieb_person.[bez-betr-nr], beziehung_betrieb_person.[bez-sort-nr]");
+            "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] Where beziehung_betrieb_person.[bez-betr-nr] = " +
+            quote(nr) + " AND [bez-betr-hist-nr] = " + quote(hist) +
+            " ORDER BY beziehung_betrieb_person.[bez-betr-nr], beziehung_betrieb_person.[bez-sort-nr]");
         if (links.RecordCount() == 0) return;
         ctx.line("<personen>");
         for (links.MoveFirst(); !links.Eof(); links.MoveNext()) {
             g.akt_schritt = 7;
-            const std::string persNr = escapeQuotes(links.Fields("bez-pers-nr").Value().toString());
+            const std::string persNr = links.Fields("bez-pers-nr").Value().toString();
             store::Recordset person = g.db_daten.OpenRecordset(
-                "select distinctrow * from person where [pers-nr] = '" + persNr + "' ORDER BY person.[p-art] DESC;");
+                "select distinctrow * from person where [pers-nr] = " + quote(persNr) + " ORDER BY person.[p-art] DESC;");
             if (person.RecordCount() == 0) continue;
             ctx.line("<person>");
             const std::string funktion = model::trimBlanks(links.Fields("p-funktion").Value().toString());
@@ -127,7 +127,7 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr, const std
 
             // Nationalities are written as they stand, even when empty.
             store::Recordset staat = g.db_daten.OpenRecordset(
-                "select distinctrow * from person_staatsang where [pers-nr] = '" + persNr + "'");
+                "select distinctrow * from person_staatsang where [pers-nr] = " + quote(persNr) + "");
             if (staat.RecordCount() > 0) {
                 ctx.line("<staatsangehoerigkeiten>");
                 for (staat.MoveFirst(); !staat.Eof(); staat.MoveNext()) {
@@ -143,13 +143,13 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr, const std
             // A person's permit goes with this business if it has no business or is this one's.
             g.akt_schritt = 8;
             writeList(ctx,
-                      "select distinctrow * from person_erlaubnis WHERE [pers-nr] = '" + persNr +
-                          "' And Not (Len([betr-nr]) > '0' And person_erlaubnis.[betr-nr] <> '" + nr + "') ",
+                      "select distinctrow * from person_erlaubnis WHERE [pers-nr] = " + quote(persNr) +
+                          " And Not (Len([betr-nr]) > '0' And person_erlaubnis.[betr-nr] <> " + quote(nr) + ") ",
                       "p-erlaubnisse", "p-erlaubnis");
             g.akt_schritt = 9;
             writeList(ctx,
-                      "select distinctrow * from person_handwerkskarte WHERE [pers-nr] = '" + persNr +
-                          "' And Not (Len([betr-nr]) > '0' And person_handwerkskarte.[betr-nr] <> '" + nr + "') ",
+                      "select distinctrow * from person_handwerkskarte WHERE [pers-nr] = " + quote(persNr) +
+                          " And Not (Len([betr-nr]) > '0' And person_handwerkskarte.[betr-nr] <> " + quote(nr) + ") ",
                       "p-handwerkskarten", "p-handwerkskarte");
             ctx.line("</person>");
         }

@@ -6,7 +6,6 @@
 
 namespace tolma::transfer {
 
-std::string escapeQuotes(const std::string& value) { return store::jet::escapeValue(value); }
 
 bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value) {
     try {

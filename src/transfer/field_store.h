@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "store/jet_sql.h"
 #include "store/recordset.h"
 #include "transfer/import_context.h"
 
@@ -15,8 +16,7 @@ bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value);
 // Deletes the rows that meet the criteria; returns how many, or -1 after a logged failure.
 long long Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Recordset& table);
 
-// A value pasted into a criterion between apostrophes: its own apostrophes doubled, so that
-// no value can break or change the criterion.
-std::string escapeQuotes(const std::string& value);
+// Values go into criteria as quoted literals only.
+using store::jet::quote;
 
 }  // namespace tolma::transfer

@@ -91,14 +91,14 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines, 
     };
 
     try {
-        const std::string nr = escapeQuotes(betrNr), hist = escapeQuotes(betrHistNr);
+        const std::string nr = betrNr, hist = betrHistNr;
         std::string byBusiness, byLink;
         if (ctx.akt_struktur == core::kBetriebsbezogen) {
-            byBusiness = "[betr-nr] = '" + nr + "'";
-            byLink = "[bez-betr-nr] = '" + nr + "'";
+            byBusiness = "[betr-nr] = " + quote(nr);
+            byLink = "[bez-betr-nr] = " + quote(nr);
         } else if (ctx.akt_struktur == core::kMeldungsbezogen) {
-            byBusiness = "[betr-nr] = '" + nr + "' AND [betr-hist-nr] = '" + hist + "'";
-            byLink = "[bez-betr-nr] = '" + nr + "' AND [bez-betr-hist-nr] = '" + hist + "'";
+            byBusiness = "[betr-nr] = " + quote(nr) + " AND [betr-hist-nr] = " + quote(hist);
+            byLink = "[bez-betr-nr] = " + quote(nr) + " AND [bez-betr-hist-nr] = " + quote(hist);
         }
         if (!byBusiness.empty() && ctx.mayHoldBusiness(betrNr)) {
             // The permits and craft cards of persons carry no history number: they go for all
@@ -110,8 +110,8 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines, 
             Upd_6_Kill(ctx, byBusiness, g.rs_erlaubnis);
             Upd_6_Kill(ctx, byBusiness, g.rs_handwerkskarte);
             Upd_6_Kill(ctx, byLink, g.rs_beziehung);
-            Upd_6_Kill(ctx, "[betr-nr] = '" + nr + "'", g.rs_person_erlaubnis);
-            Upd_6_Kill(ctx, "[betr-nr] = '" + nr + "'", g.rs_person_handwerkskarte);
+            Upd_6_Kill(ctx, "[betr-nr] = " + quote(nr) + "", g.rs_person_erlaubnis);
+            Upd_6_Kill(ctx, "[betr-nr] = " + quote(nr) + "", g.rs_person_handwerkskarte);
         }
 
         ctx.noteBusiness(betrNr);

@@ -103,11 +103,11 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, c
             if (*v == kKeinInhalt) v->clear();
         // A person is one row across all businesses; permits and craft cards are kept by business.
         if (ctx.mayHoldPerson(persNr)) {
-            const std::string p = escapeQuotes(persNr), b = escapeQuotes(betrNr);
-            Upd_6_Kill(ctx, "[pers-nr] = '" + p + "'", g.rs_person);
-            Upd_6_Kill(ctx, "[pers-nr] = '" + p + "'", g.rs_person_staatsang);
-            Upd_6_Kill(ctx, "[pers-nr] = '" + p + "' AND [betr-nr] = '" + b + "'", g.rs_person_erlaubnis);
-            Upd_6_Kill(ctx, "[pers-nr] = '" + p + "' AND [betr-nr] = '" + b + "'", g.rs_person_handwerkskarte);
+            const std::string p = persNr, b = betrNr;
+            Upd_6_Kill(ctx, "[pers-nr] = " + quote(p) + "", g.rs_person);
+            Upd_6_Kill(ctx, "[pers-nr] = " + quote(p) + "", g.rs_person_staatsang);
+            Upd_6_Kill(ctx, "[pers-nr] = " + quote(p) + " AND [betr-nr] = " + quote(b) + "", g.rs_person_erlaubnis);
+            Upd_6_Kill(ctx, "[pers-nr] = " + quote(p) + " AND [betr-nr] = " + quote(b) + "", g.rs_person_handwerkskarte);
         }
         ctx.notePerson(persNr);
     }
@@ -149,7 +149,7 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, c
             // DATA_ORG_RF reads them too.
             s.attempt([&] {
                 const auto typ = g.db_org.lookup(
-                    "SELECT ALL * From Rechtsformen WHERE [schluessel] = '" + escapeQuotes(bRechtsform) + "' ;", "typ");
+                    "SELECT ALL * From Rechtsformen WHERE [schluessel] = " + quote(bRechtsform) + " ;", "typ");
                 if (!typ) return;
                 if (typ->toString() == "P" && pFunktion == "3") {
                     ctx.akt_jp_nr = ctx.akt_jp_nr_vorher;
@@ -164,9 +164,9 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, c
             // The person is what tells links apart: a business may have thousands of them. The
             // plus signs keep SQLite off the business's index, which would make storing a
             // business quadratic in its persons.
-            rs.FindFirst("[bez-pers-nr] = '" + escapeQuotes(persNr) + "'AND [p-funktion] = '" + escapeQuotes(pFunktion) +
-                         "'AND +[bez-betr-nr] = '" + escapeQuotes(betrNr) + "'AND +[bez-betr-hist-nr] = '" +
-                         escapeQuotes(betrHistNr) + "'AND [pers-nr-jp] = '" + escapeQuotes(ctx.akt_jp_nr) + "'");
+            rs.FindFirst("[bez-pers-nr] = " + quote(persNr) + "AND [p-funktion] = " + quote(pFunktion) +
+                         "AND +[bez-betr-nr] = " + quote(betrNr) + "AND +[bez-betr-hist-nr] = " +
+                         quote(betrHistNr) + "AND [pers-nr-jp] = " + quote(ctx.akt_jp_nr));
             if (!rs.NoMatch()) return;  // the same link stands already
             rs.AddNew();
             rs.Fields("bez-betr-nr").setValue(betrNr);
