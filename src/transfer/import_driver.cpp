@@ -118,10 +118,305 @@ void setKeptImportRuns(core::Globals& g, int runs) {
                {store::Variant(std::to_string(std::max(1, runs)))});
 }
 
-ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCheck* check) {
-    const bool checking = check != nullptr;
-    auto& view = g.startView;
-    ImportContext ctx(g);
+namespace {
+
+// One run of Upd_1_Start, its numbered steps each a function of its own. A step that ends the
+// run early (a question answered No, ESC) returns false; every path then takes the end.
+class Run {
+public:
+    Run(core::Globals& g, std::string path, ImportCheck* check)
+        : g_(g), view_(g.startView), ctx_(g), check_(check), path_(std::move(path)), recording_{g, {}} {}
+
+    ImportOutcome go() {
+        prepare();
+        try {
+            if (ask() && readBlocks()) finishRecords();
+            return end();
+        } catch (const std::exception& e) {
+            return failed(e);
+        }
+    }
+
+private:
+    // Step 1: the marks and the waiting picture.
+    void prepare() {
+        g_.akt_schritt = 0;
+        g_.msg_text.clear();
+        g_.storeFault.clear();
+        g_.marks.menue_import_datenbank = true;
+        view_.Label2 = "Die Datenübertragung wird vorbereitet, bitte warten!";
+        view_.MousePointer = 11;
+        g_.refreshView();
+        g_.akt_schritt = 11;
+    }
+
+    // Steps 11 to 14: the file, the consent, the start picture; the store's controls let go.
+    bool ask() {
+        if (!path_.empty() && path_.front() == '"') {
+            path_.pop_back();
+            if (!path_.empty()) path_.erase(0, 1);
+        }
+        g_.akt_schritt = 12;
+        // A missing file reads as an empty one.
+        file_.open(path_, std::ios::binary);
+        g_.akt_schritt = 13;
+        view_.ProgressBar1Max = 1000;
+        view_.ProgressBar1Value = 0;
+        if (!checking() && core::showMessage(g_,
+                                             "Die Datei ''" + path_ + "'' wird eingelesen und verarbeitet! \n" +
+                                                 "Je nach Größe der Datei, kann das Einlesen mehrere Minuten dauern!\n" +
+                                                 "Soll der Vorgang gestartet werden?",
+                                             core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo)
+            return stop();
+        g_.akt_schritt = 14;
+        view_.Image2Visible = true;
+        view_.SSTab1Visible = false;
+        view_.Frame_AnzahlVisible = false;
+        view_.Frame_UeberschriftVisible = false;
+        g_.refreshView();
+        core::DB_Binden_loesen(g_);
+        g_.akt_schritt = 2;
+        return true;
+    }
+
+    // Steps 2 to 6: the file block by block, each block's records in one transaction.
+    bool readBlocks() {
+        long block = 0;
+        std::string raw(kBlockSize, ' ');
+        while (file_ && file_.peek() != std::char_traits<char>::eof()) {
+            g_.akt_schritt = 3;
+            // The last block stays filled with blanks behind the file's end.
+            std::fill(raw.begin(), raw.end(), ' ');
+            file_.read(raw.data(), static_cast<std::streamsize>(raw.size()));
+            const size_t got = static_cast<size_t>(file_.gcount());
+            if (encoding_ == 0) {
+                std::string_view head(raw.data(), got);
+                // A sequence cut by the block's end must not count against UTF-8.
+                size_t cut = head.size();
+                for (size_t k = 0; k < 3 && cut > 0 && (static_cast<unsigned char>(head[cut - 1]) & 0x80); ++k) --cut;
+                encoding_ = model::isUtf8WithNonAscii(head.substr(0, cut)) ? 2 : 1;
+            }
+            ++block;
+            if (!checking() && (block == 1 || block % 10 == 0)) {
+                view_.Label2 = "Datenbankkomprimierung, bitte warten!";
+                g_.refreshView();
+                core::DB_Komprimieren(g_);
+            }
+            // The carry of the block before grows into this block's buffer.
+            if (encoding_ == 2)
+                buffer_.append(raw);
+            else
+                model::appendCp1252AsUtf8(buffer_, raw);
+            g_.akt_schritt = 4;
+            if (buffer_.find("<betrieb>") == std::string::npos) {
+                g_.akt_schritt = 6;
+                continue;
+            }
+            if (records_ == 0 && !readHead()) return false;
+            g_.akt_schritt = 5;
+            if (!storeRecords()) return false;
+            g_.akt_schritt = 6;
+        }
+        return true;
+    }
+
+    // The head, the text ahead of the first <betrieb>: the kind of data and the version.
+    bool readHead() {
+        const std::string head = buffer_.substr(0, buffer_.find("<betrieb>") + 1);
+        std::string struktur, version;
+        if (headValue(head, "struktur", ctx_.akt_struktur)) struktur = model::trimBlanks(ctx_.akt_struktur);
+        headValue(head, "zahl-betriebe-gesamt", announced_);
+        if (headValue(head, "tml-version", version)) version = model::trimBlanks(version);
+        if (checking()) {
+            check_->struktur = struktur;
+            check_->version = version;
+            headValue(head, "ersteller", check_->ersteller);
+            headValue(head, "erstelldatum", check_->erstelldatum);
+        }
+        return checkKind(struktur) && checkVersion(version);
+    }
+
+    bool checkKind(const std::string& struktur) {
+        if (core::upperCase(struktur) == core::upperCase(g_.datenart_wert)) return true;
+        if (checking()) {
+            check_->warnings.push_back("Die Datei enthält Daten der Art ''" + core::upperCase(struktur) +
+                                       "'', die aktive Datenbank ist für die Daten-Art ''" +
+                                       core::upperCase(g_.datenart_wert) + "'' angelegt.");
+            return true;
+        }
+        if (core::showMessage(g_,
+                              "Sie wollen Daten der Datei-Art ''" + core::upperCase(struktur) +
+                                  "''in die Datenbank schreiben.\n" +
+                                  "Die derzeitige Datenbank ist aber für die Daten-Art''" +
+                                  core::upperCase(g_.datenart_wert) + "'' definiert\n" +
+                                  "Wollen Sie die Datenbank/Daten-Art wechseln?",
+                              core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo)
+            return stop();
+        // The switch flips the stored kind; it does not take the file's kind.
+        core::DB_Schliessen(g_);
+        core::DB_Binden_loesen(g_);
+        auto& rs = g_.rs_optionen;
+        rs.Edit();
+        if (rs.Fields("datenart").Value().toString() == core::kBetriebsbezogen) {
+            rs.Fields("datenart").setValue(core::kMeldungsbezogen);
+            g_.db_pfad_aktuell = rs.Fields("db_meldungsbezogen").Value().toString();
+            g_.caption = core::kCaptionMeldung;
+        } else {
+            rs.Fields("datenart").setValue(core::kBetriebsbezogen);
+            g_.db_pfad_aktuell = rs.Fields("db_betriebsbezogen").Value().toString();
+            g_.caption = core::kCaptionBetrieb;
+        }
+        rs.Update();
+        core::DB_Load(g_);
+        g_.refreshView();
+        return true;
+    }
+
+    bool checkVersion(const std::string& version) {
+        const double f = versionNumber(version);
+        if (f == kProgramTmlVersion) return true;
+        const bool newer = f > kProgramTmlVersion;
+        core::A_Error_Log(g_, "Upd_1_Start", "", "0",
+                          "Die Datei-Version ''" + path_ + (newer ? "'' ist nicht kompatibel!" : "''ist nicht kompatibel!"),
+                          "Fehlerortung: ", std::to_string(g_.akt_schritt));
+        if (checking()) {
+            check_->warnings.push_back(newer ? "Die Datei ist neuer als das Programm (Version " + version + ")."
+                                             : "Die Datei hat eine ältere Version (" + version + ").");
+            return true;
+        }
+        const std::string question =
+            newer ? "Das Programm ist nicht kompatibel zur Datei ''" + path_ + "'' ! \n" +
+                        "Bitte installieren Sie die neueste Version des Schnittstellenprogrammes, \n" +
+                        "da sonst die Daten möglicherweise nicht korrekt übernommen werden!\n" +
+                        "Soll der Vorgang trotzdem weiter durchgeführt werden?"
+                  : "Die Datei ''" + path_ + "'' ist nicht kompatibel zum Programm !\n" +
+                        "Bitte verwenden Sie eine neuere tml-Datei (neuer Download),\n" +
+                        "da sonst die Daten möglicherweise nicht korrekt übernommen werden!\n" +
+                        "Soll der Vorgang trotzdem weiter durchgeführt werden?";
+        if (core::showMessage(g_, question, core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo) return stop();
+        return true;
+    }
+
+    // Step 5: the <betrieb> elements of the buffer, in one transaction; ESC between two of them.
+    bool storeRecords() {
+        view_.ProgressBar1Max = std::max(1L, leadingNumber(announced_));
+        view_.ProgressBar1Value = 0;
+        // The announced count is a number; a file may hold megabytes there, which must not be
+        // copied into the label once per record.
+        const std::string labelTail = " von " + announced_.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
+        Batch batch(g_.db_daten);
+        if (!checking() && g_.db_daten.isSet()) {
+            // The record of this run goes into the same transactions as its blocks.
+            store::Connection& c = *g_.db_daten.connection();
+            if (!recording_.journal.started()) recording_.journal.start(c, path_, runTime(g_), keptImportRuns(g_));
+            recording_.journal.attach(c);
+        }
+        bool cancelled = false;
+        // The consumed front of the buffer is skipped by an offset, not copied away.
+        size_t from = 0;
+        static const TagFinder opening("<betrieb>"), closingTag("</betrieb>");
+        for (size_t s; (s = opening.in(buffer_, from)) != std::string::npos;) {
+            const size_t closing = closingTag.in(buffer_, from);
+            if (closing == std::string::npos) break;
+            const size_t e = closing + 10;
+            // A closing tag ahead of the opening one gives a negative length.
+            if (e < s) throw core::invalidCall();
+            Upd_2_Read(ctx_, buffer_.substr(s, e - s));
+            // The character right behind </betrieb> is dropped with it: the CR of the writer's
+            // line end.
+            from = std::min(buffer_.size(), e + 1);
+            g_.doEvents();
+            if (g_.taste == 27) {
+                g_.taste = 0;
+                g_.msg_text = kAbgebrochen;
+                cancelled = true;
+                break;
+            }
+            ++records_;
+            view_.ProgressBar1Value = static_cast<int>(std::min<long>(records_, view_.ProgressBar1Max));
+            view_.Label2 = "Verarbeite Datensatz " + std::to_string(records_) + labelTail;
+            g_.refreshView();
+        }
+        buffer_.erase(0, from);
+        if (!checking() && g_.db_daten.isSet()) recording_.journal.count(*g_.db_daten.connection(), records_);
+        batch.commit();
+        return !cancelled;
+    }
+
+    // Steps 7 and 8: compaction, the store bound again, the log offered, the closing message.
+    void finishRecords() {
+        if (!checking()) core::DB_Komprimieren(g_);
+        core::DB_Load(g_);
+        if (checking()) {
+            check_->businesses = records_;
+            check_->replacing = ctx_.replacing;
+            check_->removals = ctx_.removals;
+            for (const auto& kz : ctx_.municipalities) check_->municipalities.push_back(kz);
+            return;
+        }
+        if (records_ == 0) {
+            g_.msg_text = "Die Transfer-Datei enthält keine Gewerbedaten!";
+            return;
+        }
+        g_.akt_schritt = 7;
+        if (g_.fehler_vorhanden) {
+            if (core::showMessage(g_, "Update-Fehler!\nWollen Sie die Log-Datei ('" + g_.pfad_log + "ERROR.LOG')" + " ansehen?",
+                                  core::msg::vbQuestionYesNo, "Achtung!") == core::msg::vbYes &&
+                g_.dialogs)
+                g_.dialogs->openInViewer(core::errorLogPath(g_));
+            g_.fehler_vorhanden = false;
+        }
+        g_.akt_schritt = 8;
+        g_.msg_text = "Die Daten wurden übertragen!";
+    }
+
+    // The end that every path takes: the start picture, the message, the store bound again.
+    ImportOutcome end() {
+        const std::string message = g_.msg_text;
+        view_.ProgressBar1Value = 0;
+        view_.MousePointer = 0;
+        view_.SSTab1Tab = 0;
+        view_.Label2 = "Auswahl von Gewerbedaten!";
+        g_.refreshView();
+        if (!message.empty() && !checking()) core::showMessage(g_, message, core::msg::vbInformation, kTitel);
+        g_.marks.menue_import_datenbank = false;
+        core::DB_Load(g_);
+        if (message == kAbgebrochen) return ImportOutcome::Cancelled;
+        if (records_ > 0 && g_.storeFault.empty() && !g_.db_daten.isSet())
+            g_.storeFault = "Die Datenbank '" + g_.db_pfad_aktuell + "' konnte nicht geöffnet werden.";
+        return g_.storeFault.empty() ? ImportOutcome::Finished : ImportOutcome::StoreFailed;
+    }
+
+    // The trap: one entry, the failure picture; the mark stays.
+    ImportOutcome failed(const std::exception& e) {
+        // Letting go of the store ends its journal: on a full disk that frees the space the log
+        // entry needs.
+        core::DB_Schliessen(g_);
+        core::DB_Binden_loesen(g_);
+        core::logTrapped(g_, "Upd_1_Start", e);
+        core::DB_Load(g_);
+        view_.MousePointer = 0;
+        view_.SSTab1Tab = 0;
+        view_.Label2 = "ACHTUNG UPDATE-FEHLER!";
+        g_.refreshView();
+        return ImportOutcome::Failed;
+    }
+
+    bool stop() {
+        g_.msg_text = kAbgebrochen;
+        return false;
+    }
+    bool checking() const { return check_ != nullptr; }
+
+    core::Globals& g_;
+    core::StartViewState& view_;
+    ImportContext ctx_;
+    ImportCheck* check_;
+    std::string path_;
+    std::ifstream file_;
+    std::string buffer_, announced_;
+    int encoding_ = 0;  // 0 not yet known, 1 Windows-1252, 2 UTF-8
+    long records_ = 0;
     // Recording ends with the run, however it ends: later changes are no part of it.
     struct Recording {
         core::Globals& g;
@@ -129,247 +424,13 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCheck* check
         ~Recording() {
             if (g.db_daten.isSet()) journal.detach(*g.db_daten.connection());
         }
-    } journal{g, {}};
-    g.akt_schritt = 0;
-    g.msg_text.clear();
-    g.storeFault.clear();
-    g.marks.menue_import_datenbank = true;
-    view.Label2 = "Die Datenübertragung wird vorbereitet, bitte warten!";
-    view.MousePointer = 11;
-    g.refreshView();
-    g.akt_schritt = 11;
-    try {
-        if (!path.empty() && path.front() == '"') {
-            path.pop_back();
-            if (!path.empty()) path.erase(0, 1);
-        }
-        g.akt_schritt = 12;
-        // A missing file reads as an empty one.
-        std::ifstream file(path, std::ios::binary);
-        g.akt_schritt = 13;
-        view.ProgressBar1Max = 1000;
-        view.ProgressBar1Value = 0;
+    } recording_;
+};
 
-        long records = 0;
-        std::string announced;
-        if (!checking && core::showMessage(g,
-                              "Die Datei ''" + path + "'' wird eingelesen und verarbeitet! \n" +
-                                  "Je nach Größe der Datei, kann das Einlesen mehrere Minuten dauern!\n" +
-                                  "Soll der Vorgang gestartet werden?",
-                              core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo) {
-            g.msg_text = kAbgebrochen;
-            goto ende;
-        }
-        g.akt_schritt = 14;
-        view.Image2Visible = true;
-        view.SSTab1Visible = false;
-        view.Frame_AnzahlVisible = false;
-        view.Frame_UeberschriftVisible = false;
-        g.refreshView();
-        core::DB_Binden_loesen(g);
-        g.akt_schritt = 2;
-        {
-            long block = 0;
-            int encoding = 0;  // 0 not yet known, 1 Windows-1252, 2 UTF-8
-            std::string carry, raw(kBlockSize, ' ');
-            while (file && file.peek() != std::char_traits<char>::eof()) {
-                g.akt_schritt = 3;
-                // The last block stays filled with blanks behind the file's end.
-                std::fill(raw.begin(), raw.end(), ' ');
-                file.read(raw.data(), static_cast<std::streamsize>(raw.size()));
-                const size_t got = static_cast<size_t>(file.gcount());
-                if (encoding == 0) {
-                    std::string_view head(raw.data(), got);
-                    // A sequence cut by the block's end must not count against UTF-8.
-                    size_t cut = head.size();
-                    for (size_t k = 0; k < 3 && cut > 0 && (static_cast<unsigned char>(head[cut - 1]) & 0x80); ++k) --cut;
-                    encoding = model::isUtf8WithNonAscii(head.substr(0, cut)) ? 2 : 1;
-                }
-                ++block;
-                if (!checking && (block == 1 || block % 10 == 0)) {
-                    view.Label2 = "Datenbankkomprimierung, bitte warten!";
-                    g.refreshView();
-                    core::DB_Komprimieren(g);
-                }
-                std::string& buffer = carry;  // the carry grows into this block's buffer
-                if (encoding == 2)
-                    buffer.append(raw);
-                else
-                    model::appendCp1252AsUtf8(buffer, raw);
-                g.akt_schritt = 4;
-                if (buffer.find("<betrieb>") == std::string::npos) {
-                    g.akt_schritt = 6;
-                    continue;
-                }
-                if (records == 0) {
-                    // The head: the text ahead of the first <betrieb>.
-                    const std::string head = buffer.substr(0, buffer.find("<betrieb>") + 1);
-                    std::string struktur, version;
-                    if (headValue(head, "struktur", ctx.akt_struktur)) struktur = model::trimBlanks(ctx.akt_struktur);
-                    headValue(head, "zahl-betriebe-gesamt", announced);
-                    if (headValue(head, "tml-version", version)) version = model::trimBlanks(version);
-                    if (checking) {
-                        check->struktur = struktur;
-                        check->version = version;
-                        headValue(head, "ersteller", check->ersteller);
-                        headValue(head, "erstelldatum", check->erstelldatum);
-                    }
+}  // namespace
 
-                    if (checking && core::upperCase(struktur) != core::upperCase(g.datenart_wert)) {
-                        check->warnings.push_back("Die Datei enthält Daten der Art ''" + core::upperCase(struktur) +
-                                                  "'', die aktive Datenbank ist für die Daten-Art ''" +
-                                                  core::upperCase(g.datenart_wert) + "'' angelegt.");
-                    } else if (core::upperCase(struktur) != core::upperCase(g.datenart_wert)) {
-                        if (core::showMessage(g,
-                                              "Sie wollen Daten der Datei-Art ''" + core::upperCase(struktur) +
-                                                  "''in die Datenbank schreiben.\n" +
-                                                  "Die derzeitige Datenbank ist aber für die Daten-Art''" +
-                                                  core::upperCase(g.datenart_wert) + "'' definiert\n" +
-                                                  "Wollen Sie die Datenbank/Daten-Art wechseln?",
-                                              core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo) {
-                            g.msg_text = kAbgebrochen;
-                            goto ende;
-                        }
-                        // The switch flips the stored kind; it does not take the file's kind.
-                        core::DB_Schliessen(g);
-                        core::DB_Binden_loesen(g);
-                        auto& rs = g.rs_optionen;
-                        rs.Edit();
-                        if (rs.Fields("datenart").Value().toString() == core::kBetriebsbezogen) {
-                            rs.Fields("datenart").setValue(core::kMeldungsbezogen);
-                            g.db_pfad_aktuell = rs.Fields("db_meldungsbezogen").Value().toString();
-                            g.caption = core::kCaptionMeldung;
-                        } else {
-                            rs.Fields("datenart").setValue(core::kBetriebsbezogen);
-                            g.db_pfad_aktuell = rs.Fields("db_betriebsbezogen").Value().toString();
-                            g.caption = core::kCaptionBetrieb;
-                        }
-                        rs.Update();
-                        core::DB_Load(g);
-                        g.refreshView();
-                    }
-
-                    const double f = versionNumber(version);
-                    if (f != kProgramTmlVersion) {
-                        const bool newer = f > kProgramTmlVersion;
-                        core::A_Error_Log(g, "Upd_1_Start", "", "0",
-                                          "Die Datei-Version ''" + path + (newer ? "'' ist nicht kompatibel!" : "''ist nicht kompatibel!"),
-                                          "Fehlerortung: ", std::to_string(g.akt_schritt));
-                        const std::string question =
-                            newer ? "Das Programm ist nicht kompatibel zur Datei ''" + path + "'' ! \n" +
-                                        "Bitte installieren Sie die neueste Version des Schnittstellenprogrammes, \n" +
-                                        "da sonst die Daten möglicherweise nicht korrekt übernommen werden!\n" +
-                                        "Soll der Vorgang trotzdem weiter durchgeführt werden?"
-                                  : "Die Datei ''" + path + "'' ist nicht kompatibel zum Programm !\n" +
-                                        "Bitte verwenden Sie eine neuere tml-Datei (neuer Download),\n" +
-                                        "da sonst die Daten möglicherweise nicht korrekt übernommen werden!\n" +
-                                        "Soll der Vorgang trotzdem weiter durchgeführt werden?";
-                        if (checking) {
-                            check->warnings.push_back(newer ? "Die Datei ist neuer als das Programm (Version " + version + ")."
-                                                            : "Die Datei hat eine ältere Version (" + version + ").");
-                        } else if (core::showMessage(g, question, core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo) {
-                            g.msg_text = kAbgebrochen;
-                            goto ende;
-                        }
-                    }
-                }
-                g.akt_schritt = 5;
-                view.ProgressBar1Max = std::max(1L, leadingNumber(announced));
-                view.ProgressBar1Value = 0;
-
-                // The announced count is a number; a file may hold megabytes there, which must not
-                // be copied into the label once per record.
-                const std::string labelTail =
-                    " von " + announced.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
-                Batch batch(g.db_daten);
-                if (!checking && g.db_daten.isSet()) {
-                    // The record of this run goes into the same transactions as its blocks.
-                    store::Connection& c = *g.db_daten.connection();
-                    if (!journal.journal.started()) journal.journal.start(c, path, runTime(g), keptImportRuns(g));
-                    journal.journal.attach(c);
-                }
-                bool cancelled = false;
-                // The consumed front of the buffer is skipped by an offset, not copied away.
-                size_t from = 0;
-                static const TagFinder opening("<betrieb>"), closingTag("</betrieb>");
-                for (size_t s; (s = opening.in(buffer, from)) != std::string::npos;) {
-                    const size_t closing = closingTag.in(buffer, from);
-                    if (closing == std::string::npos) break;
-                    const size_t e = closing + 10;
-                    // A closing tag ahead of the opening one gives a negative length.
-                    if (e < s) throw core::invalidCall();
-                    Upd_2_Read(ctx, buffer.substr(s, e - s));
-                    // The character right behind </betrieb> is dropped with it: the CR of the
-                    // writer's line end.
-                    from = std::min(buffer.size(), e + 1);
-                    g.doEvents();
-                    if (g.taste == 27) {
-                        g.taste = 0;
-                        g.msg_text = kAbgebrochen;
-                        cancelled = true;
-                        break;
-                    }
-                    ++records;
-                    view.ProgressBar1Value = static_cast<int>(std::min<long>(records, view.ProgressBar1Max));
-                    view.Label2 = "Verarbeite Datensatz " + std::to_string(records) + labelTail;
-                    g.refreshView();
-                }
-                buffer.erase(0, from);
-                if (!checking && g.db_daten.isSet()) journal.journal.count(*g.db_daten.connection(), records);
-                batch.commit();
-                if (cancelled) goto ende;
-                g.akt_schritt = 6;
-            }
-        }
-        if (!checking) core::DB_Komprimieren(g);
-        core::DB_Load(g);
-        if (checking) {
-            check->businesses = records;
-            check->replacing = ctx.replacing;
-            check->removals = ctx.removals;
-            for (const auto& kz : ctx.municipalities) check->municipalities.push_back(kz);
-        } else if (records == 0) {
-            g.msg_text = "Die Transfer-Datei enthält keine Gewerbedaten!";
-        } else {
-            g.akt_schritt = 7;
-            if (g.fehler_vorhanden) {
-                if (core::showMessage(g, "Update-Fehler!\nWollen Sie die Log-Datei ('" + g.pfad_log + "ERROR.LOG')" +
-                                             " ansehen?",
-                                      core::msg::vbQuestionYesNo, "Achtung!") == core::msg::vbYes &&
-                    g.dialogs)
-                    g.dialogs->openInViewer(core::errorLogPath(g));
-                g.fehler_vorhanden = false;
-            }
-            g.akt_schritt = 8;
-            g.msg_text = "Die Daten wurden übertragen!";
-        }
-    ende:
-        const std::string message = g.msg_text;
-        view.ProgressBar1Value = 0;
-        view.MousePointer = 0;
-        view.SSTab1Tab = 0;
-        view.Label2 = "Auswahl von Gewerbedaten!";
-        g.refreshView();
-        if (!message.empty() && !checking) core::showMessage(g, message, core::msg::vbInformation, kTitel);
-        g.marks.menue_import_datenbank = false;
-        core::DB_Load(g);
-        if (message == kAbgebrochen) return ImportOutcome::Cancelled;
-        if (records > 0 && g.storeFault.empty() && !g.db_daten.isSet())
-            g.storeFault = "Die Datenbank '" + g.db_pfad_aktuell + "' konnte nicht geöffnet werden.";
-        return g.storeFault.empty() ? ImportOutcome::Finished : ImportOutcome::StoreFailed;
-    } catch (const std::exception& e) {
-        // Letting go of the store ends its journal: on a full disk that frees the space the
-        // log entry needs.
-        core::DB_Schliessen(g);
-        core::DB_Binden_loesen(g);
-        core::logTrapped(g, "Upd_1_Start", e);
-        core::DB_Load(g);
-        view.MousePointer = 0;
-        view.SSTab1Tab = 0;
-        view.Label2 = "ACHTUNG UPDATE-FEHLER!";
-        g.refreshView();
-        return ImportOutcome::Failed;
-    }
+ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCheck* check) {
+    return Run(g, std::move(path), check).go();
 }
 
 }  // namespace tolma::transfer
