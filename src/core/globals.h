@@ -106,6 +106,9 @@ struct Globals {
     // The chain of municipality terms of the filter, and the business list's copy of it.
     std::string gem_filter_text, gem_filter_sicher;
 
+    // Texts of the hidden menu entries, assigned only for the run.
+    std::string umsetzdatei_pfad, exportdatenbank_pfad;
+
     MenuMarks marks;
     StartViewState startView;
     OptionsFormState optionen;

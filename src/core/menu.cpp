@@ -1,7 +1,15 @@
 #include "core/menu.h"
 
-#include <filesystem>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <mutex>
+
+#include "core/files.h"
 #include "model/values.h"
 
 namespace tolma::core {
@@ -45,6 +53,72 @@ void menue_import_datenbank(Globals& g) {
     std::error_code ec;
     std::filesystem::current_path(g.pfad_app, ec);
     g.refreshView();
+}
+
+void menue_Ums_bearbeiten(Globals& g) {
+    if (!model::trimBlanks(Dir(g.umsetzdatei_pfad)).empty()) {
+        if (g.dialogs) g.dialogs->openInViewer(g.umsetzdatei_pfad);
+        return;
+    }
+    if (showMessage(g, "\nEs wurde keine Umsetz-Datei ausgewählt!\n\nWollen Sie eine auswählen?\n", msg::vbQuestionYesNo,
+                    g.msg_titel) == msg::vbYes)
+        g.showForm("Frm_Optionen");
+}
+
+void menue_DB_auswahl_export(Globals& g) {
+    if (!model::trimBlanks(g.exportdatenbank_pfad).empty() &&
+        showMessage(g,
+                    "\nExport-Datenbank = " + g.exportdatenbank_pfad +
+                        "\n\nWollen Sie eine andere Datenbank auswählen?\n",
+                    msg::vbQuestionYesNo, "Auswahl der Export-Datenbank!") != msg::vbYes)
+        return;
+    const std::string file =
+        g.dialogs ? g.dialogs->chooseFile(g.pfad_app, "Alle Dateien (*.*)|*.*|mdb-Dateien (*.mdb)|*.mdb|", 2) : "";
+    if (model::trimBlanks(file).empty()) return;
+    g.exportdatenbank_pfad = file;
+    auto& rs = g.rs_optionen;
+    if (rs.RecordCount() >= 1) {
+        rs.MoveFirst();
+        rs.Edit();
+    } else {
+        rs.AddNew();
+    }
+    rs.Fields("exportdatenbank").setValue(file);
+    rs.Update();
+}
+
+std::filesystem::path instanceLockFile() {
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    const std::filesystem::path dir = runtime && *runtime ? runtime : std::filesystem::temp_directory_path();
+    return dir / ("tolma-" + std::to_string(::getuid()) + ".lock");
+}
+
+bool App_PrevInstance(const std::filesystem::path& lockFile) {
+    // The lock is held by a file that stays open until the process ends; asking again in the
+    // same process finds it held by this very instance.
+    static std::mutex mutex;
+    static std::map<std::filesystem::path, int> held;
+    std::lock_guard lock(mutex);
+    if (held.count(lockFile)) return false;
+    const int fd = ::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) return false;  // without a lock file, no second copy can be told apart
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+        held[lockFile] = fd;
+        return false;
+    }
+    ::close(fd);
+    return true;
+}
+
+void MDIForm_Load(Globals& g, bool prevInstance) {
+    g.akt_schritt = 0;
+    // Whatever the user answers, the start goes on: the exclusive settings store stops a
+    // second copy, if anything does.
+    if (prevInstance)
+        showMessage(g,
+                    "Eine Instanz dieses Programmes läuft bereits,\nbitte beenden Sie alle Instanzen im Hintergrund "
+                    "bevor Sie ''OK'' klicken!\n\n",
+                    msg::vbCritical, "Programmstart!");
 }
 
 }  // namespace tolma::core

@@ -11,4 +11,17 @@ void A_Fenster_schliessen(Globals& g);
 // disabled; a cancelled dialog is told with a message.
 void menue_import_datenbank(Globals& g);
 
+// The hidden entries' handlers: the conversion file (an unfinished function) and the choice of
+// an export database, kept for the run in the global texts.
+void menue_Ums_bearbeiten(Globals& g);
+void menue_DB_auswahl_export(Globals& g);
+
+// App.PrevInstance: whether a copy of the program already runs for this user. The first call
+// takes a lock that lasts as long as the process; `lockFile` names it (tests give their own).
+bool App_PrevInstance(const std::filesystem::path& lockFile);
+std::filesystem::path instanceLockFile();
+
+// The load of the main window: the single-instance warning; the window's size is the GUI's.
+void MDIForm_Load(Globals& g, bool prevInstance);
+
 }  // namespace tolma::core

@@ -67,6 +67,7 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     setWindowTitle(QString::fromStdString(g_.caption));
     setCentralWidget(mdiArea_);
     mdiArea_->setMinimumSize(200, 150);  // the window keeps its designed size; the view scrolls
+    core::MDIForm_Load(g_, core::App_PrevInstance(core::instanceLockFile()));
     resize(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
     buildMenu();
     startWindow_ = mdiArea_->addSubWindow(recordView_, Qt::SubWindow | Qt::WindowTitleHint);
@@ -77,7 +78,8 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     g_.unloadForm = [this](const std::string& name) { unloadForm(name); };
     // A list that asks for the options opens them once it has gone.
     g_.showForm = [this](const std::string& name) {
-        if (name == "Frm_Optionen") QTimer::singleShot(0, this, [this] { trigger("menue_extras_optionen"); });
+        // Only the form is shown: no other function closes and the menu's mark stays as it is.
+        if (name == "Frm_Optionen") QTimer::singleShot(0, this, [this] { showOptionsWindow(); });
     };
     connect(recordView_, &RecordView::personenAnzeigen, this, [this] { openWalk(); });
     connect(recordView_, &RecordView::zurueck, this, [this] {
@@ -152,6 +154,14 @@ void MainWindow::openOptions() {
     if (g_.marks.menue_extras_optionen) return;  // its window is open
     core::A_Fenster_schliessen(g_);
     g_.marks.menue_extras_optionen = true;
+    showOptionsWindow();
+}
+
+void MainWindow::showOptionsWindow() {
+    if (auto* open = mdiArea_->findChild<OptionsWindow*>("Frm_Optionen")) {
+        if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget())) mdiArea_->setActiveSubWindow(sub);
+        return;
+    }
     auto* form = new OptionsWindow(g_);
     QMdiSubWindow* window = addChild(form, QSize(780, 520));
     connect(form, &OptionsWindow::closeRequested, window, &QMdiSubWindow::close);
@@ -159,9 +169,13 @@ void MainWindow::openOptions() {
 }
 
 void MainWindow::openInfo() {
-    if (g_.marks.menue_info) return;
-    core::A_Fenster_schliessen(g_);
-    g_.marks.menue_info = true;
+    // Info is shown beside whatever is open: no other function closes, no mark is set. A
+    // second click brings it to the front and builds its text anew.
+    if (auto* open = mdiArea_->findChild<InfoWindow*>("Frm_Info")) {
+        if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget())) mdiArea_->setActiveSubWindow(sub);
+        open->activate();
+        return;
+    }
     auto* form = new InfoWindow(g_);
     QMdiSubWindow* window = addChild(form, QSize(360, 420));
     connect(form, &InfoWindow::closeRequested, window, &QMdiSubWindow::close);
@@ -239,6 +253,10 @@ void MainWindow::trigger(const std::string& name) {
             openExport();
         } else if (name == "menue_extras_optionen") {
             openOptions();
+        } else if (name == "menue_Ums_bearbeiten") {
+            core::menue_Ums_bearbeiten(g_);
+        } else if (name == "menue_DB_auswahl_export") {
+            core::menue_DB_auswahl_export(g_);
         } else if (name == "menue_import_pruefen") {
             checkTransferFileFromMenu(g_, this);
         } else if (name == "menue_import_zuruecknehmen") {

@@ -45,6 +45,7 @@ private:
     void openWalk();
     void openExport();
     void openOptions();
+    void showOptionsWindow();
     void openInfo();
     QMdiSubWindow* addChild(QWidget* widget, const QSize& size);
     void unloadForm(const std::string& name);

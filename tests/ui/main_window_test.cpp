@@ -226,6 +226,26 @@ private slots:
         QCOMPARE(g->db_daten.OpenRecordset("betrieb").RecordCount(), 0L);
     }
 
+    void infoStandsBesideOtherFunctionsAndTheOptionsQuestionOnlyShowsTheForm() {
+        window->trigger("menue_extras_optionen");
+        window->trigger("menue_info");
+        QVERIFY(window->findChild<QWidget*>("Frm_Optionen") != nullptr);  // nothing closed
+        QVERIFY(g->marks.menue_extras_optionen);
+        QVERIFY(!g->marks.menue_info);
+        window->trigger("menue_info");
+        QCOMPARE(window->findChildren<QWidget*>("Frm_Info").size(), 1);
+
+        // "Ja" to a question that leads to the options shows the form and nothing else.
+        g->unloadForm("Frm_Optionen");
+        QCoreApplication::processEvents();
+        window->trigger("menue_suchen_betrieb");
+        const bool listMarked = g->marks.menue_suchen_betrieb;
+        g->showForm("Frm_Optionen");
+        QTRY_VERIFY(window->findChild<QWidget*>("Frm_Optionen") != nullptr);
+        QCOMPARE(g->marks.menue_suchen_betrieb, listMarked);
+        QVERIFY(!g->marks.menue_extras_optionen);
+    }
+
     void cancelledFileDialogTellsAndClearsTheMark() {
         dialogs.file.clear();
         window->trigger("menue_import_datenbank");
