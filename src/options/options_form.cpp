@@ -6,6 +6,7 @@
 #include "core/error_log.h"
 #include "core/files.h"
 #include "core/settings.h"
+#include "core/version.h"
 #include "model/values.h"
 #include "store/jet_sql.h"
 
@@ -91,7 +92,6 @@ void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
     core::showMessage(g, "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + g.db_name_daten + "''",
                       core::msg::vbInformation, "");
     core::showMessage(g, "Der Datenbankpfad wurde geändert!", core::msg::vbOKOnly, kPfadTitel);
-    showStartPicture(g);
 }
 
 void Command12_Click(core::Globals& g, OptionsForm& form, int index) {
@@ -116,7 +116,6 @@ void Command12_Click(core::Globals& g, OptionsForm& form, int index) {
     core::DB_Load(g);
     core::showMessage(g, "Der Daten-Art wurde geändert!\nNeue Daten-Art: ''" + g.datenart_wert + "''",
                       core::msg::vbInformation, "");
-    showStartPicture(g);
 }
 
 void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
@@ -146,15 +145,17 @@ void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
         std::filesystem::permissions(target, rights, ec);  // the owner's rights stay
         for (const char* side : {"-wal", "-shm"}) std::filesystem::remove(target.string() + side, ec);
     } catch (const std::exception& e) {
-        core::logTrapped(g, "Frm_Optionen.Command4_Click", e);
+        // The handler has no trap of its own: the failed copy is a run-time error, written to
+        // the log and shown as the runtime shows one; the old store stays and is bound again.
+        core::logTrapped(g, "Command4_Click", e);
         core::DB_Load(g);
-        core::showMessage(g, "Die leere Datenbank wurde nicht gefunden; die bisherige Datenbank bleibt erhalten.",
-                          core::msg::vbExclamation, title);
+        const auto info = core::describeError(e);
+        core::showMessage(g, "Laufzeitfehler '" + std::to_string(info.number) + "':\n\n" + info.text,
+                          core::msg::vbCritical, core::kProductName);
         return;
     }
     core::DB_Load(g);
     core::showMessage(g, "Die Datenbank wurde gelöscht und ersetzt!", core::msg::vbInformation, title);
-    showStartPicture(g);
 }
 
 void Command2_Click(core::Globals& g, OptionsForm& form, int index) {

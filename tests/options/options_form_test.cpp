@@ -101,11 +101,32 @@ TEST(OptionsTest, EmptyingReplacesTheActiveStoreByAnEmptyOne) {
     f.dialogs.answers = {core::msg::vbNo};
     options::Command4_Click(f.g(), f.form, 0);
     EXPECT_GT(f.count("betrieb"), 0);
+    // The record view keeps what it shows: the store changed under it, not its picture.
+    f.g().startView.Image2Visible = false;
+    f.g().startView.SSTab1Visible = true;
     f.dialogs.answers = {core::msg::vbYes};
     options::Command4_Click(f.g(), f.form, 0);
     EXPECT_EQ(f.count("betrieb"), 0);
     EXPECT_EQ(f.lastMessage(), "Die Datenbank wurde gelöscht und ersetzt!");
     EXPECT_EQ(f.dialogs.shown[f.dialogs.shown.size() - 2].style, 20);
+    EXPECT_FALSE(f.g().startView.Image2Visible);
+    EXPECT_TRUE(f.g().startView.SSTab1Visible);
+}
+
+TEST(OptionsTest, EmptyingWithoutTheEmptyStoreKeepsTheOldOneAndLogsTheRunTimeError) {
+    OptionsFixture f;
+    f.dialogs.answers = {core::msg::vbYes};
+    transfer::Upd_1_Start(f.g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+    const long stored = f.count("betrieb");
+    ASSERT_GT(stored, 0);
+    f.g().dataDir = f.dir.path() / "ohne-vorlagen";
+    f.dialogs.answers = {core::msg::vbYes};
+    options::Command4_Click(f.g(), f.form, 0);
+    EXPECT_EQ(f.count("betrieb"), stored);
+    EXPECT_EQ(f.entries("Command4_Click"), 1);
+    EXPECT_EQ(f.dialogs.shown.back().style, core::msg::vbCritical);
+    EXPECT_EQ(f.lastMessage().rfind("Laufzeitfehler '53':\n\nDatei nicht gefunden", 0), 0u) << f.lastMessage();
+    for (const auto& m : f.dialogs.shown) EXPECT_EQ(m.text.find("leere Datenbank wurde nicht gefunden"), std::string::npos);
 }
 
 TEST(OptionsTest, ErrorLogShownOrDeleted) {
