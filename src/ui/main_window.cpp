@@ -89,7 +89,8 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     // Each activation of a list empties its search boxes.
     connect(mdiArea_, &QMdiArea::subWindowActivated, this, [this](QMdiSubWindow* window) {
         if (!window) return;
-        if (auto* list = qobject_cast<ListWindow*>(window->widget()); list && list->form().Frame1Visible) {
+        // The walk to the representatives is activated too: it opens on its first row.
+        if (auto* list = qobject_cast<ListWindow*>(window->widget())) {
             browse::Form_Activate(g_, list->form());
             list->refreshFromCore();
         }

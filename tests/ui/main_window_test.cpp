@@ -148,6 +148,10 @@ private slots:
         auto* walk = window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Pers");
         QVERIFY(walk != nullptr);
         QVERIFY(!walk->findChild<QWidget*>("Frame1")->isVisibleTo(walk));
+        // It opens on its first representative, as the counter says.
+        QTRY_VERIFY(walk->findChild<QLabel*>("Label1")->text().startsWith("Person Nr. 1 von "));
+        auto* walkGrid = walk->findChild<QTableView*>("DBGrid1");
+        QCOMPARE(walkGrid->currentIndex().row(), 0);
         walk->findChild<QPushButton*>("Command1_0")->click();
         QTRY_VERIFY(window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Pers") == nullptr);
         QCOMPARE(text("TextPers_86"), QString("NP"));
