@@ -24,7 +24,7 @@ ExportWindow::ExportWindow(core::Globals& g, QWidget* parent)
     title->setFont(bold);
     outer->addWidget(title);
 
-    auto* head = new QGroupBox("Verwaltungsblock", this);
+    auto* head = new QGroupBox(this);  // the head values stand in a frame without caption
     auto* grid = new QGridLayout(head);
     for (size_t i = 0; i < boxes_.size(); ++i) {
         const auto& box = form_.Text1[i];

@@ -72,7 +72,7 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     buildMenu();
     startWindow_ = mdiArea_->addSubWindow(recordView_, Qt::SubWindow | Qt::WindowTitleHint);
     startWindow_->setObjectName("Frm_Start_Window");
-    startWindow_->setWindowTitle("Auswahl von Gewerbedaten");
+    startWindow_->setWindowTitle(QString());  // the form has no caption of its own
     startWindow_->showMaximized();
 
     g_.unloadForm = [this](const std::string& name) { unloadForm(name); };
