@@ -6,6 +6,17 @@
 #include "transfer/import_journal.h"
 
 namespace tolma::cli {
+namespace {
+
+// The start of a command that needs the data store open.
+bool startWithStore(Session& session, std::ostream& err) {
+    if (!session.start(err)) return false;
+    if (session.g.db_daten.isSet()) return true;
+    err << "Die Datenbank ist nicht geöffnet: " << session.cause() << "\n";
+    return false;
+}
+
+}  // namespace
 
 int commandImports(const Options& options, const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
     if (!args.empty()) {
@@ -13,11 +24,7 @@ int commandImports(const Options& options, const std::vector<std::string>& args,
         return kExitUsage;
     }
     Session session(options, out);
-    if (!session.start(err)) return kExitFailed;
-    if (!session.g.db_daten.isSet()) {
-        err << "Die Datenbank ist nicht geöffnet: " << session.cause() << "\n";
-        return kExitFailed;
-    }
+    if (!startWithStore(session, err)) return kExitFailed;
     out << "Lauf\tDatum\tDatei\tBetriebe\tZurückgenommen\n";
     for (const auto& r : transfer::importRuns(*session.g.db_daten.connection()))
         out << r.lauf << "\t" << r.datum << "\t" << r.datei << "\t" << r.betriebe << "\t" << (r.zurueckgenommen ? "ja" : "nein")
@@ -42,11 +49,7 @@ int commandUndo(const Options& options, const std::vector<std::string>& args, st
         return kExitUsage;
     }
     Session session(options, out);
-    if (!session.start(err)) return kExitFailed;
-    if (!session.g.db_daten.isSet()) {
-        err << "Die Datenbank ist nicht geöffnet: " << session.cause() << "\n";
-        return kExitFailed;
-    }
+    if (!startWithStore(session, err)) return kExitFailed;
     const auto result = transfer::Import_zuruecknehmen(session.g, from);
     for (const auto& r : result.runs) out << "Zurückgenommen: " << transfer::describeRun(r) << "\n";
     if (result.outcome == transfer::TakeBackOutcome::Failed) err << "Zurücknehmen gescheitert: " << session.cause() << "\n";

@@ -1,5 +1,6 @@
 #include "store/jet_sql.h"
 
+#include "store/german_text.h"
 #include "store/jet_generator.h"
 #include "store/jet_parser.h"
 
@@ -82,24 +83,6 @@ std::u32string decode(std::string_view s) {
         i += n;
     }
     return r;
-}
-
-void encode(char32_t cp, std::string& out) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
 }
 
 // One element of a LIKE pattern at p; returns whether c matches it and moves p past it.
@@ -400,11 +383,6 @@ long long utf8Length(std::string_view text) {
     return n;
 }
 
-std::string foldCase(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char32_t c : decode(text)) encode(foldCodePoint(c), out);
-    return out;
-}
+std::string foldCase(std::string_view text) { return german::lower(text); }
 
 }  // namespace tolma::store::jet
