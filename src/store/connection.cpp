@@ -456,6 +456,7 @@ const jet::Catalog& Connection::catalog() {
         std::vector<std::string> sorted(made->keyColumns.begin(), made->keyColumns.end());
         std::sort(sorted.begin(), sorted.end());
         for (const auto& k : sorted) made->fingerprint += k + "|";
+        made->id = std::hash<std::string>{}(made->fingerprint);
         catalog_ = std::move(made);
     }
     return *catalog_;

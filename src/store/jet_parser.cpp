@@ -25,9 +25,10 @@ std::string upper(std::string_view s) {
                  ": " + what + ".");
 }
 
-// The date of a #...# literal as the store holds dates: "YYYY-MM-DD", with " HH:MM:SS" when a
-// time is given. The old engine reads month/day/year; year-month-day and day.month.year are
-// read too. Empty when the text is no date.
+}  // namespace
+
+// "YYYY-MM-DD", with " HH:MM:SS" when a time is given. The old engine reads month/day/year;
+// year-month-day and day.month.year are read too.
 std::string dateValue(const std::string& s) {
     int a = 0, b = 0, c = 0, h = 0, m = 0, sec = 0, n = 0;
     char sep1 = 0, sep2 = 0;
@@ -65,8 +66,6 @@ std::string dateValue(const std::string& s) {
     std::snprintf(time, sizeof time, " %02d:%02d:%02d", h, m, sec);
     return buf + std::string(time);
 }
-
-}  // namespace
 
 std::vector<Token> lex(std::string_view text) {
     std::vector<Token> out;

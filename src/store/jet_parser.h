@@ -21,6 +21,9 @@ struct Token {
 // Splits a query text; a literal or name that is never closed is a syntax error.
 std::vector<Token> lex(std::string_view text);
 
+// The date of a #...# literal's inside as the store holds dates, empty when it is no date.
+std::string dateValue(const std::string& written);
+
 enum class ExprKind {
     Value,     // a text or date from the query text, bound as parameter `value`
     Number,    // a number as written

@@ -203,6 +203,49 @@ std::string withoutClosingSemicolon(std::string_view text) {
     return s;
 }
 
+// The key of a text's shape: the text with its texts and dates taken out into `values`.
+bool splitValues(std::string_view text, std::string& key, std::vector<std::string>& values) {
+    key.reserve(text.size() + 16);
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '[') {
+            const size_t end = text.find(']', i + 1);
+            if (end == std::string_view::npos) return false;
+            key.append(text.substr(i, end - i + 1));
+            i = end;
+        } else if (c == '\'' || c == '"') {
+            std::string value;
+            size_t j = i + 1;
+            for (;; ++j) {
+                if (j >= text.size()) return false;
+                if (text[j] == c) {
+                    if (j + 1 < text.size() && text[j + 1] == c) {
+                        value += c;
+                        ++j;
+                        continue;
+                    }
+                    break;
+                }
+                value += text[j];
+            }
+            values.push_back(std::move(value));
+            key += '\x01';
+            i = j;
+        } else if (c == '#') {
+            const size_t end = text.find('#', i + 1);
+            if (end == std::string_view::npos) return false;
+            std::string date = ast::dateValue(std::string(text.substr(i + 1, end - i - 1)));
+            if (date.empty()) return false;
+            values.push_back(std::move(date));
+            key += '\x02';
+            i = end;
+        } else {
+            key += c;
+        }
+    }
+    return true;
+}
+
 // A value written into SQLite's text, for the callers that paste a condition into their own.
 std::string literal(const std::string& value, bool numeric) {
     std::string number;
@@ -249,21 +292,16 @@ Prepared prepare(std::string_view jetSql, const Catalog* catalog) {
         out.shape = shape;
         return out;
     }
-    // The texts and dates come out first: texts that differ only in them share one shape,
-    // which is parsed once.
-    const std::vector<ast::Token> tokens = ast::lex(jetSql);
+    // The texts and dates come out first, in one cheap pass: texts that differ only in them
+    // share one shape, which is read once. A text that the pass cannot take apart (a literal
+    // never closed) goes to the reader, which names the fault.
     std::string key;
-    key.reserve(jetSql.size() + 16);
-    for (const auto& t : tokens) {
-        if (t.kind == ast::TokenKind::Text || t.kind == ast::TokenKind::Date) {
-            out.values.push_back(t.text);
-            key += t.kind == ast::TokenKind::Text ? "\x01 " : "\x02 ";
-        } else {
-            key += t.kind == ast::TokenKind::Bracketed ? "[" + t.text + "] " : t.text + " ";
-        }
+    if (!splitValues(jetSql, key, out.values)) {
+        ast::lex(jetSql);
+        throw std::logic_error("unreachable");
     }
     key += '\x1f';
-    if (catalog) key += catalog->fingerprint;
+    if (catalog) key += std::to_string(catalog->id);
 
     static std::mutex mutex;
     static std::unordered_map<std::string, std::shared_ptr<const Shape>> shapes;
@@ -273,6 +311,7 @@ Prepared prepare(std::string_view jetSql, const Catalog* catalog) {
         if (auto it = shapes.find(key); it != shapes.end()) shape = it->second;
     }
     if (!shape) {
+        const std::vector<ast::Token> tokens = ast::lex(jetSql);
         const ast::Statement statement = ast::parse(jetSql, tokens, !isStatement(tokens));
         Generated g = generate(statement, catalog, static_cast<int>(out.values.size()));
         auto made = std::make_shared<Shape>();

@@ -27,6 +27,7 @@ std::vector<Token> tokenize(std::string_view sql);
 struct Catalog {
     std::unordered_set<std::string> keyColumns;  // folded names
     std::string fingerprint;                     // tells catalogs apart among the cached shapes
+    std::size_t id = 0;                          // the fingerprint's hash, for the shapes' keys
     bool isKey(std::string_view column) const;
 };
 
