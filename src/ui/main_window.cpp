@@ -66,7 +66,9 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     setObjectName("MDIForm1");
     setWindowTitle(QString::fromStdString(g_.caption));
     setCentralWidget(mdiArea_);
-    mdiArea_->setMinimumSize(200, 150);  // the window keeps its designed size; the view scrolls
+    mdiArea_->setMinimumSize(200, 150);
+    // The record view stays maximized behind the forms; a form that gets the focus keeps its size.
+    mdiArea_->setOption(QMdiArea::DontMaximizeSubWindowOnActivation);  // the window keeps its designed size; the view scrolls
     core::MDIForm_Load(g_, core::App_PrevInstance(core::instanceLockFile()));
     resize(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
     buildMenu();
@@ -112,7 +114,10 @@ MainWindow::~MainWindow() {
 QMdiSubWindow* MainWindow::addChild(QWidget* widget, const QSize& size) {
     QMdiSubWindow* window = mdiArea_->addSubWindow(widget);
     window->setAttribute(Qt::WA_DeleteOnClose);
+    // A form stands at the origin of the main window in its own size, beside the record view:
+    // a clerk reads the view while a list is open.
     window->resize(size);
+    window->move(0, 0);
     const std::string name = widget->objectName().toStdString();
     children_[name] = window;
     // The form's own destructor has run by now and cleared its mark.
@@ -120,7 +125,7 @@ QMdiSubWindow* MainWindow::addChild(QWidget* widget, const QSize& size) {
         children_.erase(name);
         refreshFromCore();
     });
-    window->show();
+    window->showNormal();
     return window;
 }
 
@@ -164,7 +169,7 @@ void MainWindow::showOptionsWindow() {
         return;
     }
     auto* form = new OptionsWindow(g_);
-    QMdiSubWindow* window = addChild(form, QSize(780, 520));
+    QMdiSubWindow* window = addChild(form, QSize(twipsToPixels(this, 12120), twipsToPixels(this, 8850)));
     connect(form, &OptionsWindow::closeRequested, window, &QMdiSubWindow::close);
     connect(form, &OptionsWindow::storeChanged, this, [this] { refreshFromCore(); });
 }
@@ -178,7 +183,7 @@ void MainWindow::openInfo() {
         return;
     }
     auto* form = new InfoWindow(g_);
-    QMdiSubWindow* window = addChild(form, QSize(360, 420));
+    QMdiSubWindow* window = addChild(form, QSize(twipsToPixels(this, 4200), twipsToPixels(this, 5800)));
     connect(form, &InfoWindow::closeRequested, window, &QMdiSubWindow::close);
 }
 

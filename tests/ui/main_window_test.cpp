@@ -5,6 +5,7 @@
 #include <QLineEdit>
 #include <QToolButton>
 #include <QMdiArea>
+#include <QMdiSubWindow>
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -129,6 +130,11 @@ private slots:
         auto* list = window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr");
         QVERIFY(list != nullptr);
         QVERIFY(window->menuEntry("menue_suchen_betrieb")->isChecked());
+        // The list stands at the origin in its own size, the record view behind it.
+        auto* sub = qobject_cast<QMdiSubWindow*>(list->parentWidget());
+        QVERIFY(sub && !sub->isMaximized());
+        QCOMPARE(sub->pos(), QPoint(0, 0));
+        QVERIFY(sub->width() < window->mdiArea()->width());
         auto* grid = list->findChild<QTableView*>("DBGrid1");
         QCOMPARE(grid->model()->columnCount(), 6);
         QCOMPARE(grid->model()->headerData(5, Qt::Horizontal).toString(), QString("Straße (Betriebsstätte)"));
