@@ -43,10 +43,9 @@ int main(int argc, char** argv) {
     g.dialogs = &dialogs;
     g.dataDir = tolma::core::installDataDir(tolma::core::executableDir().parent_path() / "bin");
     tolma::ui::MainWindow window(g);
-    window.setWindowState(Qt::WindowMaximized);
+    // The window in its designed size, grown where a tab needs more room.
     window.show();
-    // Without a window manager the maximized state does not size the window by itself.
-    window.setGeometry(window.screen()->availableGeometry());
+    window.fitRecordView();
     tolma::core::A_Start(g, argv[2]);
     window.refreshFromCore();
     save(window, out, "start.png");

@@ -69,6 +69,7 @@ int main(int argc, char** argv) {
     const auto paths = tolma::core::resolvePaths(tolma::core::executableDir(), std::nullopt);
     g.dataDir = paths.dataDir;
     window.show();
+    window.fitRecordView();
     tolma::core::useXdgFileAssociation(g, tolma::core::executableDir() / "tolma");
     tolma::core::A_Start(g, paths.home);
     window.refreshFromCore();

@@ -1,10 +1,12 @@
 #include "ui/main_window.h"
 
 #include <QCloseEvent>
+#include <QCoreApplication>
 #include <QDesktopServices>
 #include <QMdiArea>
 #include <QMdiSubWindow>
 #include <QMenuBar>
+#include <QScreen>
 #include <QTimer>
 #include <QUrl>
 
@@ -70,7 +72,8 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     // The record view stays maximized behind the forms; a form that gets the focus keeps its size.
     mdiArea_->setOption(QMdiArea::DontMaximizeSubWindowOnActivation);  // the window keeps its designed size; the view scrolls
     core::MDIForm_Load(g_, core::App_PrevInstance(core::instanceLockFile()));
-    resize(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
+    keptSize_ = QSize(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
+    resize(keptSize_);
     buildMenu();
     startWindow_ = mdiArea_->addSubWindow(recordView_, Qt::SubWindow | Qt::WindowTitleHint);
     startWindow_->setObjectName("Frm_Start_Window");
@@ -304,13 +307,21 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     event->accept();
 }
 
+void MainWindow::fitRecordView() {
+    if (windowState() != Qt::WindowNoState) return;
+    QCoreApplication::processEvents();  // the tabs have their sizes once laid out
+    const QSize missing = recordView_->missingRoom();
+    if (missing.width() <= 0 && missing.height() <= 0) return;
+    QSize grown = keptSize_ + missing.expandedTo(QSize(0, 0));
+    if (screen()) grown = grown.boundedTo(screen()->availableGeometry().size()).expandedTo(keptSize_);
+    keptSize_ = grown;
+    resize(keptSize_);
+}
+
 void MainWindow::resizeEvent(QResizeEvent* event) {
     QMainWindow::resizeEvent(event);
     // In its normal state the window keeps its size.
-    if (windowState() == Qt::WindowNoState && isVisible()) {
-        const QSize size(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
-        if (this->size() != size) resize(size);
-    }
+    if (windowState() == Qt::WindowNoState && isVisible() && size() != keptSize_) resize(keptSize_);
 }
 
 }  // namespace tolma::ui

@@ -35,6 +35,11 @@ public:
     // The handler of a menu entry, by its name.
     void trigger(const std::string& name);
 
+    // The size the window keeps: the designed one, grown (up to the screen's room) where a tab
+    // of the record view could not show all its controls at today's font sizes.
+    QSize keptSize() const { return keptSize_; }
+    void fitRecordView();
+
 protected:
     void closeEvent(QCloseEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
@@ -57,6 +62,7 @@ private:
     std::map<std::string, QAction*> entries_;
     std::map<std::string, QMdiSubWindow*> children_;  // open forms by their names
     bool closing_ = false;
+    QSize keptSize_;
 };
 
 }  // namespace tolma::ui

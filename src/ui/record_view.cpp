@@ -234,6 +234,16 @@ QWidget* RecordView::buildTab(int index) {
     return scroll;
 }
 
+QSize RecordView::missingRoom() const {
+    QSize missing(0, 0);
+    for (auto* scroll : findChildren<QScrollArea*>()) {
+        if (!scroll->widget()) continue;
+        const QSize need = scroll->widget()->sizeHint(), have = scroll->viewport()->size();
+        missing = missing.expandedTo(QSize(need.width() - have.width(), need.height() - have.height()));
+    }
+    return missing;
+}
+
 void RecordView::moved() {
     g_.refreshView();
     refreshFromCore();

@@ -32,6 +32,8 @@ public:
 
     // Shows the core's state: bound fields, decoded boxes, counters, label, frames, progress.
     void refreshFromCore();
+    // How much wider and higher the view must be so that no tab needs its scroll bars.
+    QSize missingRoom() const;
 
 signals:
     void personenAnzeigen();  // Command1 of the legal person's frame

@@ -9,6 +9,7 @@
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScreen>
 #include <QTableWidget>
 #include <QTabWidget>
 #include <QTableView>
@@ -254,6 +255,19 @@ private slots:
         QTRY_VERIFY(window->findChild<QWidget*>("Frm_Optionen") != nullptr);
         QCOMPARE(g->marks.menue_suchen_betrieb, listMarked);
         QVERIFY(!g->marks.menue_extras_optionen);
+    }
+
+    void theWindowGrowsWithinTheScreenWhereATabNeedsRoom() {
+        const QSize designed(tolma::ui::twipsToPixels(window.get(), 12165), tolma::ui::twipsToPixels(window.get(), 8940));
+        const QSize before = window->recordView()->missingRoom();
+        window->fitRecordView();
+        const QSize kept = window->keptSize();
+        QVERIFY(kept.width() >= designed.width() && kept.height() >= designed.height());
+        QVERIFY(kept.width() <= std::max(designed.width(), window->screen()->availableGeometry().width()));
+        QVERIFY(kept.height() <= std::max(designed.height(), window->screen()->availableGeometry().height()));
+        if (before.width() > 0 || before.height() > 0) QVERIFY(kept != designed);  // it grew where room was missing
+        window->resize(designed);
+        QCOMPARE(window->size(), kept);  // and keeps that size
     }
 
     void cancelledFileDialogTellsAndClearsTheMark() {
