@@ -3,6 +3,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "browse/data_controls.h"
 #include "core/start.h"
 #include "tml_generator.h"
 #include "transfer/import_driver.h"
@@ -35,6 +36,7 @@ double writeFile(const std::filesystem::path& file, long businesses) {
 }
 
 void startProgram(core::Globals& g, AnswerYes& dialogs, const std::filesystem::path& home) {
+    browse::attachDataControls(g);
     g.dialogs = &dialogs;
     g.dataDir = TOLMA_STORE_DIR;
     core::A_Start(g, home);

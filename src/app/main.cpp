@@ -2,6 +2,7 @@
 #include <QElapsedTimer>
 #include <QKeyEvent>
 
+#include "browse/data_controls.h"
 #include "core/association.h"
 #include "core/globals.h"
 #include "core/program_paths.h"
@@ -37,6 +38,7 @@ int main(int argc, char** argv) {
     QApplication::setApplicationVersion(tolma::core::kVersionText);
 
     tolma::core::Globals g;
+    tolma::browse::attachDataControls(g);
     tolma::ui::MainWindow window(g);
     tolma::ui::QtDialogs dialogs(&window);
     g.dialogs = &dialogs;

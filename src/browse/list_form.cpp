@@ -99,7 +99,7 @@ std::string businessListQuery(BusinessQuery which, bool filterOn, const std::str
 std::string municipalityChain(core::Globals& g, bool trailingBlank, bool* anyMarked) {
     std::string chain;
     bool marked = false;
-    auto& c = g.data.DATA_GEMEINDE;
+    auto& c = dataControls(g).DATA_GEMEINDE;
     c.DatabaseName = g.db_name_org;
     c.RecordSource = "aktuelleGemeinde";
     c.Refresh();
@@ -135,7 +135,8 @@ std::string personFilter(core::Globals& g) {
 }
 
 void emptyBusinessCase(core::Globals& g, ListForm& form) {
-    const bool anyRows = g.data.DATA_BETR.Recordset().isSet() && g.data.DATA_BETR.Recordset().RecordCount() > 0;
+    const bool anyRows = dataControls(g).DATA_BETR.Recordset().isSet() &&
+                         dataControls(g).DATA_BETR.Recordset().RecordCount() > 0;
     core::showMessage(g,
                       anyRows ? std::string("Bitte wählen Sie im Menüpunkt ''Optionen'',") + "\n" +
                                     "eine gültige Gemeindekennzahl aus!"
@@ -152,9 +153,9 @@ bool menue_suchen_betrieb(core::Globals& g, ListForm& form) {
     g.marks.menue_suchen_betrieb = true;
     bool shown = false;
     guarded(g, "menue_suchen_betrieb", [&] {
-        g.data.DATA_BETR.RecordSource = "betrieb";
-        g.data.DATA_BETR.Refresh();
-        if (g.data.DATA_BETR.Recordset().RecordCount() == 0) {
+        dataControls(g).DATA_BETR.RecordSource = "betrieb";
+        dataControls(g).DATA_BETR.Refresh();
+        if (dataControls(g).DATA_BETR.Recordset().RecordCount() == 0) {
             emptyBusinessCase(g, form);
             return;
         }
@@ -324,7 +325,7 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
             // A representative of a legal person: shown in the person tabs, the business stays.
             v.Label2 = "Anzeige: Personendaten (Vertreter einer jur. Person)";
             v.Command3Visible = true;
-            auto& pers = g.data.DATA_PERS;
+            auto& pers = dataControls(g).DATA_PERS;
             pers.DatabaseName = g.db_name_daten;
             pers.RecordSource = std::string("SELECT DISTINCTROW * FROM person ") +
                                 "INNER JOIN beziehung_betrieb_person ON person.[pers-nr] = beziehung_betrieb_person.[bez-pers-nr]" +
@@ -342,8 +343,9 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
             v.SSTab1Visible = true;
             v.Frame_UeberschriftVisible = true;
             v.Frame_AnzahlVisible = true;
-            g.data.DATA_ORG.RecordSource = "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = " + quote(gem) + " ;";
-            g.data.DATA_ORG.Refresh();
+            dataControls(g).DATA_ORG.RecordSource =
+                "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = " + quote(gem) + " ;";
+            dataControls(g).DATA_ORG.Refresh();
             SSTab1_Click(g, 3);
             v.Label2 = "Anzeige: Personendaten (nat. und jur. Person)";
             g.satz_gewaehlt = "ja";
@@ -363,7 +365,7 @@ void Form_Unload(core::Globals& g, const ListForm& form) {
 }
 
 bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
-    auto& d = g.data;
+    auto& d = dataControls(g);
     const auto& pers = d.DATA_PERS.Recordset();
     if (!pers.isSet() || pers.RecordCount() == 0 || pers.Eof() || pers.Bof()) return false;
     if (d.DATA_PERS.fieldText("p-art") == "NP") return false;  // a natural person has no representatives
@@ -418,7 +420,7 @@ void Frm_Start_Command3_Click(core::Globals& g) {
     // sets it right.
     v.Label2 = "Anzeige: Meldedaten";
     g.satz_gewaehlt = "ja";
-    auto& betr = g.data.DATA_BETR;
+    auto& betr = dataControls(g).DATA_BETR;
     DB_Load_DATA(g, betr.fieldText("gem-kz"), betr.fieldText("betr-nr"), betr.fieldText("betr-hist-nr"), "");
     g.refreshView();
 }

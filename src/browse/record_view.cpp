@@ -48,7 +48,7 @@ std::string counterCaption(const store::Recordset& rs) {
 }
 
 void installRepositionHandlers(core::Globals& g) {
-    auto& d = g.data;
+    auto& d = dataControls(g);
     for (DataControl* c : {&d.DATA_ADR, &d.DATA_BETRErl, &d.DATA_BETRHwk, &d.DATA_Meld, &d.DATA_PERSErl,
                            &d.DATA_PERSHwk, &d.DATA_PERSStaat})
         c->Reposition = [c] { c->Caption = counterCaption(c->Recordset()); };
@@ -58,12 +58,12 @@ void installRepositionHandlers(core::Globals& g) {
 }
 
 void DATA_BETR_Reposition(core::Globals& g) {
-    if (!hasRows(g.data.DATA_BETR)) return;
+    if (!hasRows(dataControls(g).DATA_BETR)) return;
     static const char* texts[] = {"normale Korrekturmeldung",          "Rechtsformänderung",
                                   "Eintritt gesetzl. Vertr. bei KapG", "Austritt gesetzl. Vertr. bei KapG",
                                   "Adressänderung",                    "Personenänderung",
                                   "Registerdatenänderung"};
-    const std::string korr = currentText(g.data.DATA_BETR, "korr-meld");
+    const std::string korr = currentText(dataControls(g).DATA_BETR, "korr-meld");
     // Any other value keeps the text of the record shown before.
     for (int i = 0; i < 7; ++i)
         if (korr == std::to_string(i + 1)) {
@@ -73,7 +73,7 @@ void DATA_BETR_Reposition(core::Globals& g) {
 }
 
 void DATA_TAET_Reposition(core::Globals& g) {
-    DataControl& c = g.data.DATA_TAET;
+    DataControl& c = dataControls(g).DATA_TAET;
     if (!c.Recordset().isSet() || c.Recordset().RecordCount() < 1) {
         c.Caption = "0";  // the decoded boxes keep what they showed
         return;
@@ -97,7 +97,7 @@ void DATA_TAET_Reposition(core::Globals& g) {
 }
 
 void DATA_PERS_Reposition(core::Globals& g) {
-    auto& d = g.data;
+    auto& d = dataControls(g);
     if (!hasRows(d.DATA_BETR)) return;
     const std::string betrNr = currentText(d.DATA_BETR, "betr-nr");
     const std::string hist = currentText(d.DATA_BETR, "betr-hist-nr");
@@ -142,7 +142,7 @@ void DATA_PERS_Reposition(core::Globals& g) {
 
 void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string& betrNr,
                   const std::string& betrHistNr, const std::string& /*text*/) {
-    auto& d = g.data;
+    auto& d = dataControls(g);
     g.akt_schritt = 0;
     try {
         d.DATA_BETR.RecordSource = "SELECT DISTINCTROW * FROM betrieb WHERE betrieb.[gem-kz] = " + quote(gemKz) +

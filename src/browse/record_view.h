@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "browse/data_controls.h"
 #include "core/globals.h"
 
 // The record view Frm_Start: loading one business into its data controls, and the handlers

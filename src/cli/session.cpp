@@ -2,6 +2,7 @@
 
 #include <iostream>
 
+#include "browse/data_controls.h"
 #include "core/error_log.h"
 #include "core/files.h"
 #include "core/program_paths.h"
@@ -14,6 +15,7 @@ Session::Session(const Options& options, std::ostream& out)
     : options_(options),
       dialogs_(std::make_unique<TerminalDialogs>(out, options.in ? *options.in : std::cin, options.interactive)) {
     dialogs_->setMode(options.answers, options.answerScript);
+    browse::attachDataControls(g);
     g.dialogs = dialogs_.get();
 }
 

@@ -35,15 +35,6 @@ const HandleDef kHandles[] = {
     {&Globals::rs_person_staatsang, "person_staatsang", false},
 };
 
-// The eleven data controls of the data store, in the order they let go of it.
-browse::DataControl* dataStoreControls(Globals& g, int i) {
-    browse::DataControl* controls[] = {&g.data.DATA_BETR,    &g.data.DATA_Meld,          &g.data.DATA_ADR,
-                                       &g.data.DATA_BETRErl, &g.data.DATA_BETRHwk,       &g.data.DATA_TAET,
-                                       &g.data.DATA_Bez_Betr_Pers, &g.data.DATA_PERSStaat, &g.data.DATA_PERS,
-                                       &g.data.DATA_PERSErl, &g.data.DATA_PERSHwk};
-    return i < 11 ? controls[i] : nullptr;
-}
-
 // A store's free pages under a fifth of its size: rewriting it would change nothing a clerk
 // could see.
 bool worthCompacting(const std::string& path) {
@@ -88,32 +79,7 @@ void DB_Handles_oeffnen(Globals& g) {
 }
 
 void DB_Binden(Globals& g) {
-    struct Binding {
-        browse::DataControl* control;
-        const std::string* database;
-        const char* source;
-        bool refresh;
-    } bindings[] = {
-        {&g.data.DATA_ORG, &g.db_name_org, "gemeindekennzahlen", false},
-        {&g.data.DATA_ORG_RF, &g.db_name_org, "Rechtsformen", false},
-        {&g.data.DATA_GEMEINDE, &g.db_name_org, "aktuelleGemeinde", true},
-        {&g.data.DATA_BETR, &g.db_name_daten, "betrieb", false},
-        {&g.data.DATA_Meld, &g.db_name_daten, "betrieb_meldgrundsonst", false},
-        {&g.data.DATA_ADR, &g.db_name_daten, "betrieb_adresse", false},
-        {&g.data.DATA_BETRErl, &g.db_name_daten, "betrieb_erlaubnis", false},
-        {&g.data.DATA_BETRHwk, &g.db_name_daten, "betrieb_handwerkskarte", false},
-        {&g.data.DATA_TAET, &g.db_name_daten, "betrieb_taetigkeit", false},
-        {&g.data.DATA_Bez_Betr_Pers, &g.db_name_daten, "beziehung_betrieb_person", true},
-        {&g.data.DATA_PERSStaat, &g.db_name_daten, "person_staatsang", true},
-        {&g.data.DATA_PERS, &g.db_name_daten, "person", false},
-        {&g.data.DATA_PERSErl, &g.db_name_daten, "person_erlaubnis", false},
-        {&g.data.DATA_PERSHwk, &g.db_name_daten, "person_handwerkskarte", false},
-    };
-    for (auto& b : bindings) {
-        b.control->DatabaseName = *b.database;
-        b.control->RecordSource = b.source;
-        if (b.refresh) b.control->Refresh();
-    }
+    if (g.data) g.data->DB_Binden(g);
 }
 
 void DB_Schliessen(Globals& g) {
@@ -123,11 +89,7 @@ void DB_Schliessen(Globals& g) {
 }
 
 void DB_Binden_loesen(Globals& g) {
-    for (int i = 0; auto* control = dataStoreControls(g, i); ++i) {
-        control->DatabaseName.clear();
-        control->RecordSource.clear();
-        control->Refresh();
-    }
+    if (g.data) g.data->DB_Binden_loesen(g);
 }
 
 void DB_Komprimieren(Globals& g) {

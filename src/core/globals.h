@@ -4,10 +4,10 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "browse/data_controls.h"
 #include "core/dialogs.h"
 #include "store/database.h"
 
@@ -58,6 +58,18 @@ struct OptionsFormState {
     std::string Text6[2];
 };
 
+struct Globals;
+
+// The data controls of the forms. They live with the record view, above the core; the
+// connection binds them to the stores and lets go of them through this.
+class DataControlSet {
+  public:
+    virtual ~DataControlSet() = default;
+    virtual void installRepositionHandlers(Globals& g) = 0;
+    virtual void DB_Binden(Globals& g) = 0;
+    virtual void DB_Binden_loesen(Globals& g) = 0;
+};
+
 // The system's global values, gathered in one structure that every routine gets.
 struct Globals {
     // Start-up: the program's directories, each with a trailing "/".
@@ -78,7 +90,9 @@ struct Globals {
     store::Recordset rs_aktuelleGemeinde, rs_optionen, rs_betrieb, rs_adresse, rs_meldgrund,
         rs_erlaubnis, rs_handwerkskarte, rs_taetigkeit, rs_beziehung, rs_person,
         rs_person_erlaubnis, rs_person_handwerkskarte, rs_person_staatsang;
-    browse::DataControls data;
+    // Set by whoever shows the forms (browse::attachDataControls); a run without forms has
+    // no data controls to bind.
+    std::unique_ptr<DataControlSet> data;
 
     // Error log.
     std::int16_t akt_schritt = 0;

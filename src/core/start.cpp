@@ -1,6 +1,5 @@
 #include "core/start.h"
 
-#include "browse/record_view.h"
 #include "core/db_connection.h"
 #include "core/error_log.h"
 #include "core/files.h"
@@ -42,7 +41,7 @@ void showStartView(Globals& g) {
 void A_Start(Globals& g, const std::filesystem::path& home) {
     g.fehler_vorhanden = false;
     g.akt_schritt = 0;
-    browse::installRepositionHandlers(g);
+    if (g.data) g.data->installRepositionHandlers(g);
     try {
         std::string app = std::filesystem::absolute(home).lexically_normal().string();
         if (app.empty() || app.back() != '/') app += '/';

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "browse/data_controls.h"
 #include "core/db_connection.h"
 #include "core/error_log.h"
 #include "core/files.h"
@@ -54,7 +55,7 @@ void OptionsForm::setEntry(size_t position, const std::string& entry) {
 
 void Form_Activate(core::Globals& g, OptionsForm& form) {
     core::A_org_lesen(g);
-    auto& c = g.data.DATA_GEMEINDE;
+    auto& c = browse::dataControls(g).DATA_GEMEINDE;
     c.DatabaseName = g.db_name_org;
     c.RecordSource = "aktuelleGemeinde";
     c.RecordSource = "SELECT ALL * From aktuelleGemeinde ORDER BY [gem-kz];";
@@ -191,7 +192,7 @@ void Command6_Click(core::Globals& g, OptionsForm& form) {
                           core::msg::vbQuestionYesNo, "Anzeigen aller Gemeinden!") != core::msg::vbYes)
         return;
     form.MousePointer = 11;
-    auto& c = g.data.DATA_GEMEINDE;
+    auto& c = browse::dataControls(g).DATA_GEMEINDE;
     c.DatabaseName = g.db_name_org;
     c.RecordSource = "gemeindekennzahlen";
     c.Refresh();
@@ -213,7 +214,7 @@ void Command9_Click(core::Globals& g, OptionsForm& form) {
 void Command8_Click(core::Globals& g, OptionsForm& form) {
     form.MousePointer = 11;
     try {
-        auto& c = g.data.DATA_GEMEINDE;
+        auto& c = browse::dataControls(g).DATA_GEMEINDE;
         c.DatabaseName = g.db_name_org;
         c.RecordSource = "SELECT DISTINCTROW * From gemeindekennzahlen where [gem-kz] like " +
                          store::jet::quote(form.Text7 + "*") + " ORDER BY [gem-kz];";
@@ -234,7 +235,7 @@ void Command8_Click(core::Globals& g, OptionsForm& form) {
 bool Command3_Click(core::Globals& g, OptionsForm& form, int index) {
     form.MousePointer = 11;
     try {
-        auto& c = g.data.DATA_GEMEINDE;
+        auto& c = browse::dataControls(g).DATA_GEMEINDE;
         c.DatabaseName = g.db_name_org;
         c.RecordSource = "aktuelleGemeinde";
         c.Refresh();

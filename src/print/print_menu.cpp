@@ -1,5 +1,6 @@
 #include "print/print_menu.h"
 
+#include "browse/data_controls.h"
 #include "core/error_log.h"
 
 namespace tolma::print {
@@ -24,7 +25,7 @@ void printShownRecord(core::Globals& g, PrintState& d, bool person) {
     g.startView.MousePointer = 11;
     g.refreshView();
     try {
-        const auto& data = g.data;
+        const auto& data = browse::dataControls(g);
         if (g.startView.Image2Visible) {
             core::showMessage(g, "Es wurde kein Datensatz ausgewählt!", core::msg::vbInformation,
                               "Datensatz-Auswahl!");

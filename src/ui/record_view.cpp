@@ -22,7 +22,7 @@ namespace tolma::ui {
 namespace {
 
 browse::DataControl* controlByName(core::Globals& g, const std::string& name) {
-    auto& d = g.data;
+    auto& d = browse::dataControls(g);
     browse::DataControl* all[] = {&d.DATA_ORG,    &d.DATA_ORG_RF,  &d.DATA_GEMEINDE, &d.DATA_BETR,
                                   &d.DATA_Meld,   &d.DATA_ADR,     &d.DATA_BETRErl,  &d.DATA_BETRHwk,
                                   &d.DATA_TAET,   &d.DATA_Bez_Betr_Pers, &d.DATA_PERSStaat, &d.DATA_PERS,
@@ -113,7 +113,8 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
     auto* bottom = new QHBoxLayout;
     frameAnzahl_->setObjectName("Frame_Anzahl");
     auto* fa = new QHBoxLayout(frameAnzahl_);
-    dataPers_ = new DataControlWidget(g_.data.DATA_PERS, [this] { moved(); }, frameAnzahl_);
+    dataPers_ = new DataControlWidget(
+        browse::dataControls(g_).DATA_PERS, [this] { moved(); }, frameAnzahl_);
     controls_.push_back(dataPers_);
     fa->addWidget(dataPers_);
     command3_->setObjectName("Command3");

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "browse/data_control.h"
 #include "core/globals.h"
 
 class QGridLayout;

@@ -119,7 +119,7 @@ TEST(ListFormTest, BusinessListOpensTypesSortsAndLoadsTheRecordView) {
     EXPECT_NE(f.betr.data.RecordSource.find("Is NOT Null"), std::string::npos);
     const std::string name = f.current(f.betr, "b-eintr-name");
     EXPECT_TRUE(browse::Command1_Click(f.g(), f.betr, 0));
-    EXPECT_EQ(f.g().data.DATA_BETR.fieldText("b-eintr-name"), name);
+    EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.fieldText("b-eintr-name"), name);
     EXPECT_EQ(f.g().startView.Label2, "Anzeige: Meldedaten");
     EXPECT_EQ(f.g().satz_gewaehlt, "ja");
     browse::Form_Unload(f.g(), f.betr);
@@ -153,7 +153,7 @@ TEST(ListFormTest, PersonListOpensAndOkShowsTheBusinessOnTheFirstPersonTab) {
     browse::Text1_Change(f.g(), f.pers, 2);
     const std::string nr = f.current(f.pers, "betr-nr");
     EXPECT_TRUE(browse::Command1_Click(f.g(), f.pers, 0));
-    EXPECT_EQ(f.g().data.DATA_BETR.fieldText("betr-nr"), nr);
+    EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.fieldText("betr-nr"), nr);
     EXPECT_EQ(f.g().startView.SSTab1Tab, 3);
     EXPECT_EQ(f.g().startView.Label2, "Anzeige: Personendaten (nat. und jur. Person)");
 
@@ -167,7 +167,7 @@ TEST(ListFormTest, PersonListOpensAndOkShowsTheBusinessOnTheFirstPersonTab) {
 TEST(ListFormTest, WalkToTheRepresentativesOfALegalPersonAndBack) {
     ListFixture f;
     browse::DB_Load_DATA(f.g(), "01054056", "010540001074", "1", "");
-    EXPECT_EQ(f.g().data.DATA_PERS.fieldText("p-art"), "JP");
+    EXPECT_EQ(browse::dataControls(f.g()).DATA_PERS.fieldText("p-art"), "JP");
     f.g().marks.menue_info = true;
     EXPECT_FALSE(browse::Frm_Start_Command1_Click(f.g(), f.pers));  // another function is open
     f.g().marks.menue_info = false;
@@ -177,10 +177,11 @@ TEST(ListFormTest, WalkToTheRepresentativesOfALegalPersonAndBack) {
     const std::string representative = f.current(f.pers, "pers-nr");
     EXPECT_TRUE(browse::Command1_Click(f.g(), f.pers, 0));
     browse::Form_Unload(f.g(), f.pers);
-    EXPECT_EQ(f.g().data.DATA_PERS.fieldText("pers-nr"), representative);
+    EXPECT_EQ(browse::dataControls(f.g()).DATA_PERS.fieldText("pers-nr"), representative);
     EXPECT_TRUE(f.g().startView.Command3Visible);
     EXPECT_EQ(f.g().startView.Label2, "Anzeige: Personendaten (Vertreter einer jur. Person)");
-    EXPECT_EQ(f.g().data.DATA_BETR.fieldText("betr-nr"), "010540001074");  // the business stays
+    EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.fieldText("betr-nr"),
+              "010540001074");  // the business stays
 
     // A natural person has no representatives.
     EXPECT_FALSE(browse::Frm_Start_Command1_Click(f.g(), f.pers));
@@ -190,7 +191,7 @@ TEST(ListFormTest, WalkToTheRepresentativesOfALegalPersonAndBack) {
     EXPECT_FALSE(f.g().startView.Command3Visible);
     EXPECT_EQ(f.g().startView.Label2, "Anzeige: Meldedaten");
     EXPECT_EQ(f.g().startView.SSTab1Tab, 3);
-    EXPECT_EQ(f.g().data.DATA_PERS.fieldText("p-art"), "JP");
+    EXPECT_EQ(browse::dataControls(f.g()).DATA_PERS.fieldText("p-art"), "JP");
 }
 
 }  // namespace

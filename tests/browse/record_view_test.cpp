@@ -28,7 +28,7 @@ const std::string kBaeckerei = "010540001037";
 TEST(RecordViewTest, LoadedBusinessFillsItsDataControls) {
     RecordViewFixture f;
     f.load(kBau);
-    auto& d = f.g().data;
+    auto& d = browse::dataControls(f.g());
     EXPECT_EQ(f.field(d.DATA_BETR, "b-eintr-name"), "Nordsee Bau GmbH");
     EXPECT_EQ(f.field(d.DATA_ORG, "gem-name"), f.g().startView.Text_136);
     EXPECT_NE(f.g().startView.Text_136, "");
@@ -45,7 +45,7 @@ TEST(RecordViewTest, SubTableWithoutRowsShowsZeroAndEmptyFields) {
     RecordViewFixture f;
     f.sql("DELETE FROM betrieb_handwerkskarte WHERE [betr-nr] = '" + kBaeckerei + "'");
     f.load(kBaeckerei);
-    auto& d = f.g().data;
+    auto& d = browse::dataControls(f.g());
     EXPECT_EQ(d.DATA_BETRHwk.Caption, "0");
     EXPECT_EQ(f.field(d.DATA_BETRHwk, "b-hwk-art"), "");
     EXPECT_EQ(d.DATA_PERSErl.Caption, "0");
@@ -55,7 +55,7 @@ TEST(RecordViewTest, MovingThePersonsRequeriesTheirTabs) {
     RecordViewFixture f;
     f.sql("UPDATE beziehung_betrieb_person SET [p-funktion] = '2x' WHERE [bez-betr-nr] = '" + kFisch + "'");
     f.load(kFisch);
-    auto& d = f.g().data;
+    auto& d = browse::dataControls(f.g());
     ASSERT_EQ(d.DATA_PERS.Recordset().RecordCount(), 2);
     const std::string first = f.field(d.DATA_PERS, "pers-nr");
     EXPECT_EQ(f.field(d.DATA_Bez_Betr_Pers, "bez-pers-nr"), first);
@@ -83,7 +83,7 @@ TEST(RecordViewTest, DecodedTextsCarryOverWhereTheCodeHasNoMeaning) {
     f.load(kFisch);
     EXPECT_EQ(v.Text_Korrekturmeldung, "Eintritt gesetzl. Vertr. bei KapG");
     EXPECT_EQ(v.Text_Schwerpunkt, "ja");
-    EXPECT_EQ(f.g().data.DATA_TAET.Caption, "0");
+    EXPECT_EQ(browse::dataControls(f.g()).DATA_TAET.Caption, "0");
     f.sql("UPDATE betrieb_taetigkeit SET [tk-schwerp] = '0', [tk-ummeldung] = ' 2' WHERE [betr-nr] = '" + kBau + "'");
     f.load(kBau);
     EXPECT_EQ(v.Text_Schwerpunkt, "nein");
@@ -93,7 +93,7 @@ TEST(RecordViewTest, DecodedTextsCarryOverWhereTheCodeHasNoMeaning) {
 TEST(RecordViewTest, UnknownOrHostileKeysLeaveTheOtherControlsAsTheyWere) {
     RecordViewFixture f;
     f.load(kBau);
-    auto& d = f.g().data;
+    auto& d = browse::dataControls(f.g());
     const std::string caption = d.DATA_ADR.Caption;
     browse::DB_Load_DATA(f.g(), "01054056", "x' OR 'a'='a", "1", "");
     EXPECT_EQ(d.DATA_BETR.Recordset().RecordCount(), 0);

@@ -71,13 +71,14 @@ TEST(ConnectionTest, DetachedStoreCanBeReplacedAndIsShownAfterLoad) {
     CoreFixture f;
     f.start();
     core::Globals& g = f.g();
-    g.data.DATA_BETR.Refresh();
-    EXPECT_TRUE(g.data.DATA_BETR.holdsFile());
+    browse::dataControls(g).DATA_BETR.Refresh();
+    EXPECT_TRUE(browse::dataControls(g).DATA_BETR.holdsFile());
     core::DB_Schliessen(g);
     core::DB_Binden_loesen(g);
-    EXPECT_FALSE(g.data.DATA_BETR.holdsFile());
-    EXPECT_FALSE(g.data.DATA_PERSStaat.holdsFile());
-    EXPECT_TRUE(g.data.DATA_GEMEINDE.holdsFile());  // the settings store stays bound
+    EXPECT_FALSE(browse::dataControls(g).DATA_BETR.holdsFile());
+    EXPECT_FALSE(browse::dataControls(g).DATA_PERSStaat.holdsFile());
+    EXPECT_TRUE(
+        browse::dataControls(g).DATA_GEMEINDE.holdsFile());  // the settings store stays bound
 
     // Another store takes the file's place.
     const auto replacement = f.dir.path() / "neu.mdb";
@@ -86,8 +87,8 @@ TEST(ConnectionTest, DetachedStoreCanBeReplacedAndIsShownAfterLoad) {
     std::filesystem::rename(replacement, g.db_pfad_aktuell);
     core::DB_Load(g);
     EXPECT_EQ(g.rs_betrieb.RecordCount(), 5);
-    g.data.DATA_BETR.Refresh();
-    EXPECT_EQ(g.data.DATA_BETR.Recordset().RecordCount(), 5);
+    browse::dataControls(g).DATA_BETR.Refresh();
+    EXPECT_EQ(browse::dataControls(g).DATA_BETR.Recordset().RecordCount(), 5);
 }
 
 TEST(ConnectionTest, StoreWithoutATableOrMissingEndsTheLoadWithAnEntry) {

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "../store/test_db.h"
+#include "browse/data_controls.h"
 #include "core/globals.h"
 #include "core/start.h"
 #include "fake_dialogs.h"
@@ -29,6 +30,7 @@ struct CoreFixture {
     void newRun() {
         run.reset();
         run = std::make_unique<core::Globals>();
+        browse::attachDataControls(*run);
         run->dataDir = TOLMA_STORE_DIR;
         run->dialogs = &dialogs;
         run->clock = [] { return std::time_t(1700000000); };  // 14.11.2023 22:13:20 UTC

@@ -51,9 +51,9 @@ TEST(StartTest, FirstStartMakesDirectoriesCopiesStoresAndCreatesTheOptionsRow) {
     // The connection stands: handles and bound controls.
     EXPECT_EQ(f.g().rs_betrieb.Name(), "betrieb");
     EXPECT_EQ(f.g().rs_person_staatsang.Name(), "person_staatsang");
-    EXPECT_EQ(f.g().data.DATA_GEMEINDE.Recordset().Name(), "aktuelleGemeinde");
-    EXPECT_EQ(f.g().data.DATA_BETR.RecordSource, "betrieb");
-    EXPECT_FALSE(f.g().data.DATA_BETR.holdsFile());
+    EXPECT_EQ(browse::dataControls(f.g()).DATA_GEMEINDE.Recordset().Name(), "aktuelleGemeinde");
+    EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.RecordSource, "betrieb");
+    EXPECT_FALSE(browse::dataControls(f.g()).DATA_BETR.holdsFile());
 }
 
 TEST(StartTest, SecondStartCopiesNothingAndKeepsChangedStoresAndDirectoriesOfAnyCase) {

@@ -209,7 +209,7 @@ TEST(PrintMenuTest, EntriesTellWhatIsMissingOrPrintTheShownRecord) {
     print::menue_druck_betrieb(f.g(), f.d);
     EXPECT_EQ(f.texts().front(), "Betriebsnummer: " + nr + "     Seite: 1");
     f.printer = print::RecordingPrinter();
-    const std::string persNr = f.g().data.DATA_PERS.fieldText("pers-nr");
+    const std::string persNr = browse::dataControls(f.g()).DATA_PERS.fieldText("pers-nr");
     ASSERT_FALSE(persNr.empty());
     print::menue_druck_Person(f.g(), f.d);
     EXPECT_EQ(f.texts().front(), "Personennummer: " + persNr + "     Seite: 1");

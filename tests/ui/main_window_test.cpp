@@ -61,6 +61,7 @@ private slots:
         home = std::filesystem::temp_directory_path() / ("tolma-ui-" + std::to_string(QCoreApplication::applicationPid()));
         std::filesystem::remove_all(home);
         g = std::make_unique<tolma::core::Globals>();
+        tolma::browse::attachDataControls(*g);
         g->dialogs = &dialogs;
         g->dataDir = TOLMA_STORE_DIR;
         g->Upd_1_Start = [](tolma::core::Globals& globals, const std::string& path) {

@@ -1,0 +1,231 @@
+#include "store/keyset_cursor.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "store/dao_error.h"
+
+namespace tolma::store {
+
+struct QueryPlan {
+    std::shared_ptr<const jet::Shape> shape;  // kept alive, so that its address stays its own
+    int stride = 1;
+    std::string selectList, fromClause, whereClause, orderClause, keyColumns;
+    std::vector<std::string> keyQualifiers;
+    std::vector<jet::TableRef> tables;
+    std::string fetchSql, rowsSql;
+    Statement* fetch = nullptr;
+    Statement* rows = nullptr;
+};
+
+KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string source,
+                           const jet::Prepared& query)
+    : IndexedCursor(std::move(connection), std::move(source)) {
+    params = query.values;
+    numericParams = query.shape->numeric;
+    const jet::SelectParts& parts = query.shape->parts;
+    stride = static_cast<int>(parts.tables.size());
+    auto& memo =
+        conn->memo("plan:" + std::to_string(reinterpret_cast<std::uintptr_t>(query.shape.get())));
+    if (!memo || std::static_pointer_cast<const QueryPlan>(memo)->shape != query.shape) {
+        auto made = std::make_shared<QueryPlan>();
+        made->shape = query.shape;
+        made->stride = stride;
+        made->selectList = parts.selectList;
+        made->fromClause = parts.from;
+        made->whereClause = parts.where;
+        made->orderClause = parts.orderBy;
+        made->tables = parts.tables;
+        for (int i = 0; i < stride; ++i) {
+            made->keyQualifiers.push_back(parts.tables[i].qualifier + ".rowid");
+            made->keyColumns += (i ? ", " : "") + made->keyQualifiers.back();
+        }
+        plan = made;
+        made->fetchSql =
+            "SELECT " + made->selectList + " FROM " + made->fromClause + " WHERE " + keyCondition();
+        made->fetch = &conn->cached(made->fetchSql);
+        made->rowsSql = "SELECT " + made->keyColumns + ", " + made->selectList + " FROM " +
+                        made->fromClause +
+                        (made->whereClause.empty() ? "" : " WHERE " + made->whereClause) +
+                        orderBy() + " LIMIT " + std::to_string(kPrefetchRows + 1);
+        made->rows = &conn->cached(made->rowsSql);
+        memo = made;
+    }
+    plan = std::static_pointer_cast<const QueryPlan>(memo);
+    fetchStmt = plan->fetch;
+    if (stride == 1) {
+        updatable = true;
+        baseTable = bracket(parts.tables[0].name);
+    }
+    describe(*fetchStmt, plan->fetchSql, parts.tables,
+             stride == 1 ? parts.tables[0].name : std::string());
+    readKeys();
+    origCount = static_cast<long>(keys.size() / stride);
+    moveToIndex(origCount > 0 ? 0 : -1);
+}
+
+void KeysetCursor::readKeys() {
+    // Most queries give a few rows: read them whole with their keys in one statement, and
+    // fall back to a keyset of their keys alone when there are more.
+    Statement& first = *plan->rows;
+    first.reset();
+    bindParams(first);
+    std::vector<long long> firstKeys;
+    while (first.step()) {
+        for (int i = 0; i < stride; ++i) firstKeys.push_back(first.column(i).toInteger());
+        std::vector<Variant> row;
+        row.reserve(static_cast<size_t>(first.columnCount() - stride));
+        for (int i = stride; i < first.columnCount(); ++i) row.push_back(first.column(i));
+        prefetched.push_back(std::move(row));
+    }
+    first.reset();
+    if (prefetched.size() <= kPrefetchRows) {
+        keys = std::move(firstKeys);
+        return;
+    }
+    prefetched.clear();
+
+    Statement* keyset = nullptr;
+    std::unique_ptr<Statement> fallback;
+    try {
+        keyset = &conn->cached(keysetSql());
+    } catch (const DaoError&) {
+        // An ORDER BY that names a column of the select list by its alias needs the list.
+        fallback = conn->prepare(
+            "SELECT " + plan->keyColumns + ", " + plan->selectList + " FROM " + plan->fromClause +
+            (plan->whereClause.empty() ? "" : " WHERE " + plan->whereClause) + orderBy());
+        keyset = fallback.get();
+    }
+    bindParams(*keyset);
+    while (keyset->step())
+        for (int i = 0; i < stride; ++i) keys.push_back(keyset->column(i).toInteger());
+    keyset->reset();
+}
+
+std::string KeysetCursor::keyCondition() const {
+    std::string where;
+    for (int i = 0; i < stride; ++i)
+        where += (i ? " AND " : "") + plan->keyQualifiers[i] + " = ?" +
+                 std::to_string(paramCount() + i + 1);
+    return where;
+}
+
+// Without an order of its own, the order in which the rows were stored.
+std::string KeysetCursor::orderBy() const {
+    return " ORDER BY " + (plan->orderClause.empty() ? "" : plan->orderClause + ", ") +
+           plan->keyColumns;
+}
+
+std::string KeysetCursor::keysetSql() const {
+    const std::string& where = plan->whereClause;
+    return "SELECT " + plan->keyColumns + " FROM " + plan->fromClause +
+           (where.empty() ? "" : " WHERE " + where) + orderBy();
+}
+
+std::vector<Variant> KeysetCursor::rowAt(long p) {
+    if (p < 0 || p >= count()) throwNoCurrentRecord();
+    if (static_cast<size_t>(p) < prefetched.size()) return prefetched[static_cast<size_t>(p)];
+    return fetchByKeys(&keys[static_cast<size_t>(p) * stride]);
+}
+
+long long KeysetCursor::currentRowid() {
+    requireCurrent();
+    return keys[static_cast<size_t>(index)];  // only a query on one table is written
+}
+
+void KeysetCursor::inserted() {
+    const long long id = sqlite3_last_insert_rowid(conn->handle());
+    keys.push_back(id);
+    if (keyIndexValid) keyIndex.emplace(keyString(&keys.back()), count() - 1);
+    // Appending to an empty recordset leaves it without a current row, at its end.
+    if (eof && !bof) index = count();
+}
+
+void KeysetCursor::removed() {
+    prefetched.clear();
+    keys.erase(keys.begin() + index);
+    if (index < origCount) --origCount;
+    keyIndexValid = false;
+}
+
+std::string KeysetCursor::keyString(const long long* k) const {
+    return std::string(reinterpret_cast<const char*>(k), sizeof(long long) * stride);
+}
+
+void KeysetCursor::buildKeyIndex() {
+    if (keyIndexValid) return;
+    keyIndex.clear();
+    keyIndex.reserve(keys.size() / stride);
+    for (size_t i = 0; i < keys.size() / stride; ++i)
+        keyIndex.emplace(keyString(&keys[i * stride]), static_cast<long>(i));
+    keyIndexValid = true;
+}
+
+std::optional<long> KeysetCursor::findIndex(const std::string& criteria, long after) {
+    const std::string crit = jet::translate(criteria, &conn->catalog());
+    // A condition on one table's columns is run on that table alone, and the first row of
+    // the recordset's order whose row of that table matched is the answer.
+    if (const std::string q = jet::soleQualifier(crit); !q.empty()) {
+        for (int j = 0; j < stride; ++j) {
+            if (jet::foldCase(plan->keyQualifiers[j]) != jet::foldCase(q + ".rowid")) continue;
+            const jet::TableRef* ref = nullptr;
+            for (const auto& t : plan->tables)
+                if (jet::foldCase(t.qualifier) == jet::foldCase(q)) ref = &t;
+            if (!ref) break;
+            auto st = conn->prepare(
+                "SELECT " + q + ".rowid FROM [" + ref->name + "]" +
+                (jet::foldCase(ref->qualifier) != jet::foldCase(ref->name) ? " AS " + q : "") +
+                " WHERE " + crit);
+            std::unordered_set<long long> matching;
+            while (st->step()) matching.insert(st->column(0).toInteger());
+            for (long i = after + 1; i < origCount; ++i)
+                if (matching.count(keys[static_cast<size_t>(i) * stride + j])) return i;
+            return findAppended(crit, after);
+        }
+    }
+    buildKeyIndex();
+    // The rows after `after` are tried in growing slices of the recordset's order, so that
+    // a match near the current row is found at once and no match costs about one pass.
+    const std::string where = plan->whereClause.empty()
+                                  ? "(" + crit + ")"
+                                  : "(" + plan->whereClause + ") AND (" + crit + ")";
+    std::vector<long long> k(stride);
+    size_t slice = 64;
+    for (long start = after + 1; start < origCount; start += static_cast<long>(slice), slice *= 4) {
+        const long end = std::min<long>(origCount, start + static_cast<long>(slice));
+        std::string ids;
+        for (long i = start; i < end; ++i)
+            ids += (i == start ? "" : ",") + std::to_string(keys[static_cast<size_t>(i) * stride]);
+        auto st =
+            conn->prepare("SELECT " + plan->keyColumns + " FROM " + plan->fromClause + " WHERE " +
+                          where + " AND " + plan->keyQualifiers[0] + " IN (" + ids + ")");
+        bindParams(*st);
+        std::optional<long> best;
+        while (st->step()) {
+            for (int i = 0; i < stride; ++i) k[i] = st->column(i).toInteger();
+            auto it = keyIndex.find(keyString(k.data()));
+            if (it == keyIndex.end() || it->second < start || it->second >= end) continue;
+            if (!best || it->second < *best) best = it->second;
+        }
+        if (best) return best;
+    }
+    return findAppended(crit, after);
+}
+
+// Rows added through this recordset stand at its end, whatever the order says.
+std::optional<long> KeysetCursor::findAppended(const std::string& crit, long after) {
+    const long n = count();
+    for (long i = std::max(after + 1, origCount); i < n; ++i) {
+        auto& one = stmt("SELECT 1 FROM " + plan->fromClause + " WHERE " + keyCondition() +
+                         " AND (" + crit + ")");
+        bindParams(one);
+        for (int j = 0; j < stride; ++j)
+            one.bind(paramCount() + j + 1, Variant(keys[static_cast<size_t>(i) * stride + j]));
+        if (one.step()) return i;
+    }
+    return std::nullopt;
+}
+
+}  // namespace tolma::store
