@@ -3,6 +3,7 @@
 //   tolma-screenshots OUTDIR HOME SAMPLE
 #include <QApplication>
 #include <QDir>
+#include <QPushButton>
 #include <QScreen>
 #include <QTabWidget>
 #include <QTimer>
@@ -63,6 +64,15 @@ int main(int argc, char** argv) {
     for (int i = 0; i < 6; ++i) {
         tabs->setCurrentIndex(i);
         save(window, out, QString("tab%1.png").arg(i));
+    }
+
+    // The walk to the legal person's representatives, on its first row.
+    tabs->setCurrentIndex(3);
+    if (auto* walk = window.findChild<QPushButton*>("Command1")) {
+        walk->click();
+        save(window, out, "vertreter.png");
+        tolma::core::A_Fenster_schliessen(g);
+        g.unloadForm("Frm_Auswahl_Pers");
     }
 
     // The lists and the export form, each on its own.

@@ -1,5 +1,7 @@
 #include "ui/list_window.h"
 
+#include <QStyle>
+
 #include <QButtonGroup>
 #include <QEvent>
 #include <QGridLayout>
@@ -71,7 +73,7 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
     for (int c = 0; c < static_cast<int>(columns.size()); ++c) {
         const auto& column = columns[static_cast<size_t>(c)];
         const int caption = grid_->fontMetrics().horizontalAdvance(QString::fromUtf8(column.caption)) + 20;
-        const int content = grid_->fontMetrics().horizontalAdvance('M') * std::min(column.maxLength > 0 ? column.maxLength : 12, 28);
+        const int content = grid_->fontMetrics().horizontalAdvance('M') * std::min(column.maxLength > 0 ? column.maxLength : 12, 18);
         grid_->setColumnWidth(c, std::max(caption, content));
     }
     connect(grid_, &QTableView::doubleClicked, this, [this] { command(0); });
@@ -125,6 +127,16 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
 }
 
 ListWindow::~ListWindow() { browse::Form_Unload(g_, *form_); }
+
+int ListWindow::widthForAllColumns() const {
+    int columns = 0;
+    for (int c = 0; c < grid_->model()->columnCount(); ++c) columns += grid_->columnWidth(c);
+    // The grid's row numbers, its scroll bar and frame, and the margins of the form's frames.
+    const int grid = grid_->verticalHeader()->sizeHint().width() + grid_->style()->pixelMetric(QStyle::PM_ScrollBarExtent) +
+                     2 * grid_->frameWidth() + 12;
+    return columns + grid + width() - grid_->viewport()->width() - grid_->verticalHeader()->width() -
+           grid_->style()->pixelMetric(QStyle::PM_ScrollBarExtent) - 2 * grid_->frameWidth();
+}
 
 void ListWindow::refreshFromCore() {
     frame1_->setVisible(form_->Frame1Visible);

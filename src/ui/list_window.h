@@ -26,6 +26,8 @@ public:
     ~ListWindow() override;
 
     browse::ListForm& form() { return *form_; }
+    // The width at which every column of the grid shows whole.
+    int widthForAllColumns() const;
     // Shows the form's state: rows, current row, counter, search frame.
     void refreshFromCore();
 

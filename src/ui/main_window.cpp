@@ -132,6 +132,14 @@ QMdiSubWindow* MainWindow::addChild(QWidget* widget, const QSize& size) {
     return window;
 }
 
+// A list as wide as its columns need, within the main window.
+void MainWindow::fitListWindow(QMdiSubWindow* window, ListWindow* list) {
+    QCoreApplication::processEvents();  // the grid has its size once laid out
+    const int frame = window->width() - list->width();
+    const int wanted = std::min(list->widthForAllColumns() + frame, mdiArea_->viewport()->width());
+    if (wanted > window->width()) window->resize(wanted, window->height());
+}
+
 void MainWindow::unloadForm(const std::string& name) {
     auto it = children_.find(name);
     if (it != children_.end()) it->second->close();
@@ -143,6 +151,7 @@ void MainWindow::openList(bool persons) {
     if (!shown) return;
     auto* list = new ListWindow(g_, std::move(form));
     QMdiSubWindow* window = addChild(list, QSize(760, 520));
+    fitListWindow(window, list);
     connect(list, &ListWindow::closeRequested, window, &QMdiSubWindow::close);
     connect(list, &ListWindow::recordLoaded, this, [this] { refreshFromCore(); });
 }
@@ -155,6 +164,7 @@ void MainWindow::openWalk() {
     }
     auto* list = new ListWindow(g_, std::move(form));
     QMdiSubWindow* window = addChild(list, QSize(760, 420));
+    fitListWindow(window, list);
     connect(list, &ListWindow::closeRequested, window, &QMdiSubWindow::close);
     connect(list, &ListWindow::recordLoaded, this, [this] { refreshFromCore(); });
 }

@@ -12,6 +12,8 @@ class QMdiSubWindow;
 
 namespace tolma::ui {
 
+class ListWindow;
+
 class RecordView;
 
 // MDIForm1: the main window with the menu that is the way into every function, and the
@@ -53,6 +55,7 @@ private:
     void showOptionsWindow();
     void openInfo();
     QMdiSubWindow* addChild(QWidget* widget, const QSize& size);
+    void fitListWindow(QMdiSubWindow* window, ListWindow* list);
     void unloadForm(const std::string& name);
 
     core::Globals& g_;
