@@ -136,7 +136,7 @@ private slots:
         auto* sub = qobject_cast<QMdiSubWindow*>(list->parentWidget());
         QVERIFY(sub && !sub->isMaximized());
         QCOMPARE(sub->pos(), QPoint(0, 0));
-        QVERIFY(sub->width() < window->mdiArea()->width());
+        QVERIFY(sub->width() <= window->mdiArea()->viewport()->width());
         auto* grid = list->findChild<QTableView*>("DBGrid1");
         QCOMPARE(grid->model()->columnCount(), 6);
         QCOMPARE(grid->model()->headerData(5, Qt::Horizontal).toString(), QString("Straße (Betriebsstätte)"));
