@@ -164,6 +164,44 @@ TEST(ListFormTest, PersonListOpensAndOkShowsTheBusinessOnTheFirstPersonTab) {
     EXPECT_EQ(f.lastMessage(), "Es wurden in der Datenbank keine Sätze gefunden!");
 }
 
+// The person list's own rules: its filter, a person at two business states, the column that
+// has no search box.
+TEST(PersonListTest, FilterTermsJoinBehindTheBusinessTermWithoutATrailingBlank) {
+    ListFixture f;
+    f.g().filter_aktiv_flag = -1;
+    f.mark("01054056");
+    ASSERT_TRUE(browse::menue_suchen_person(f.g(), f.pers));
+    EXPECT_EQ(f.g().gem_filter_text, " where betrieb.[gem-kz] = '' or [gem-kz] = '01054056'");
+    auto& rs = f.pers.data.Recordset();
+    ASSERT_GT(rs.RecordCount(), 0);
+    for (long r = 0; r < rs.RecordCount(); ++r)
+        EXPECT_EQ(rs.rowAt(r)[static_cast<size_t>(rs.fieldIndex("gem-kz"))].toString(), "01054056");
+}
+
+TEST(PersonListTest, APersonAtTwoBusinessStatesStandsTwiceAndOkTakesTheChosenRow) {
+    ListFixture f;
+    ASSERT_TRUE(browse::menue_suchen_person(f.g(), f.pers));
+    auto& rs = f.pers.data.Recordset();
+    std::vector<long> rows;
+    for (long r = 0; r < rs.RecordCount(); ++r)
+        if (rs.rowAt(r)[static_cast<size_t>(rs.fieldIndex("pers-nr"))].toString() == "900000004724") rows.push_back(r);
+    ASSERT_EQ(rows.size(), 2u);
+    rs.setAbsolutePosition(rows[1]);
+    const std::string business = f.current(f.pers, "betr-nr");
+    rs.setAbsolutePosition(rows[0]);
+    ASSERT_NE(f.current(f.pers, "betr-nr"), business);
+    rs.setAbsolutePosition(rows[1]);
+    EXPECT_TRUE(browse::Command1_Click(f.g(), f.pers, 0));
+    EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.fieldText("betr-nr"), business);
+}
+
+TEST(PersonListTest, TheRepresentedPersonIsShownButNotSearched) {
+    const auto& columns = browse::personColumns();
+    ASSERT_EQ(columns.size(), 8u);
+    EXPECT_EQ(columns[7].expression, nullptr);
+    for (size_t i = 0; i < 7; ++i) EXPECT_NE(columns[i].expression, nullptr) << i;
+}
+
 TEST(ListFormTest, WalkToTheRepresentativesOfALegalPersonAndBack) {
     ListFixture f;
     browse::DB_Load_DATA(f.g(), "01054056", "010540001074", "1", "");

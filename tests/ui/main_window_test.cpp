@@ -13,6 +13,7 @@
 #include <QTableWidget>
 #include <QTabWidget>
 #include <QTableView>
+#include <QTextEdit>
 #include <QtTest>
 
 #include <filesystem>
@@ -244,8 +245,13 @@ private slots:
         QVERIFY(window->findChild<QWidget*>("Frm_Optionen") != nullptr);  // nothing closed
         QVERIFY(g->marks.menue_extras_optionen);
         QVERIFY(!g->marks.menue_info);
+        auto* text = window->findChild<QTextEdit*>("RichTextBox1");
+        const QString first = text->toPlainText();
+        text->setPlainText("verändert");
         window->trigger("menue_info");
         QCOMPARE(window->findChildren<QWidget*>("Frm_Info").size(), 1);
+        QCOMPARE(text->toPlainText(), first);  // a second activation builds the same text anew
+        QVERIFY(first.startsWith("TOLMA_4x_Access\n"));
 
         // "Ja" to a question that leads to the options shows the form and nothing else.
         g->unloadForm("Frm_Optionen");
