@@ -22,6 +22,8 @@ void usage(std::ostream& err) {
            "  tolma-cli [--home VERZEICHNIS] options [--datenart BETRIEBSBEZOGEN|MELDUNGSBEZOGEN] [--filter on|off] [--gemeinde KZ]...\n"
            "  tolma-cli [--home VERZEICHNIS] imports\n"
            "  tolma-cli [--home VERZEICHNIS] undo [--yes] [--lauf N]\n"
+           "  tolma-cli [--home VERZEICHNIS] auswertung --von JJJJ-MM --bis JJJJ-MM [--gruppe wz|gemeinde|rechtsform|grund]\n"
+           "            [--gemeinde KZ] [--csv DATEI] [--pdf DATEI] [--png DATEI]\n"
            "  tolma-cli [--home VERZEICHNIS] sql [--settings] ANWEISUNG\n"
            "  tolma-cli --version\n";
 }
@@ -84,6 +86,7 @@ int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream
     if (command == "options") return commandOptions(options, rest, out, err);
     if (command == "imports") return commandImports(options, rest, out, err);
     if (command == "undo") return commandUndo(options, rest, out, err);
+    if (command == "auswertung") return commandAuswertung(options, rest, out, err);
     err << "Unbekannter Befehl: " << command << "\n";
     usage(err);
     return kExitUsage;

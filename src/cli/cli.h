@@ -30,6 +30,8 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
 int commandImports(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                    std::ostream& err);
 int commandUndo(const Options& options, const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
+int commandAuswertung(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                      std::ostream& err);
 int commandSql(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                std::ostream& err);
 

@@ -131,5 +131,36 @@ TEST(TerminalDialogsTest, MessagesAsTitleAndTextAndScriptedAnswers) {
     EXPECT_EQ(noTerminal.MsgBox("Jetzt?", 36, "Frage"), 7);
 }
 
+TEST_F(CliTest, EvaluationPrintsItsTableWritesItsFilesAndRefusesAMalformedPeriod) {
+    const std::string sample = (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
+    ASSERT_EQ(runCli({"--home", home, "import", "--yes", sample}).code, 0);
+    const std::string pdf = home + "/auswertung.pdf", csv = home + "/auswertung.csv", png = home + "/auswertung.png";
+    auto r = runCli({"--home", home, "auswertung", "--von", "2000-01", "--bis", "2026-12", "--gruppe", "gemeinde", "--csv",
+                     csv, "--pdf", pdf, "--png", png});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "Gemeinde\tAnmeldungen\tUmmeldungen\tAbmeldungen\tSaldo\tNebenerwerb");
+    EXPECT_NE(r.out.find("\nSumme\t"), std::string::npos);
+    EXPECT_EQ(r.out.substr(r.out.rfind('\n', r.out.size() - 2) + 1, 6), "Summe\t");
+    EXPECT_GT(std::filesystem::file_size(csv), 3u);
+    EXPECT_GT(std::filesystem::file_size(png), 1000u);
+    if (std::system("command -v pdftotext > /dev/null") == 0) {
+        const std::string text = home + "/auswertung.txt";
+        ASSERT_EQ(std::system(("pdftotext '" + pdf + "' '" + text + "'").c_str()), 0);
+        std::ifstream in(text);
+        std::stringstream s;
+        s << in.rdbuf();
+        EXPECT_NE(s.str().find("Auswertung der Gewerbemeldungen"), std::string::npos) << s.str();
+        EXPECT_NE(s.str().find("Summe"), std::string::npos);
+    }
+    for (const std::vector<std::string>& bad : {std::vector<std::string>{"--von", "2025-13"},
+                                                {"--von", "2025-05", "--bis", "2025-04"},
+                                                {"--gruppe", "branche"},
+                                                {"--von"}}) {
+        std::vector<std::string> args{"--home", home, "auswertung"};
+        args.insert(args.end(), bad.begin(), bad.end());
+        EXPECT_EQ(runCli(args).code, 2) << bad[0];
+    }
+}
+
 }  // namespace
 }  // namespace tolma::cli

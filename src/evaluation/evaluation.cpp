@@ -1,0 +1,249 @@
+#include "evaluation/evaluation.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <set>
+#include <stdexcept>
+
+#include "core/error_log.h"
+#include "model/values.h"
+#include "store/connection.h"
+#include "store/german_text.h"
+
+namespace tolma::evaluation {
+namespace {
+
+bool digits(const std::string& s, size_t from, size_t n) {
+    if (from + n > s.size()) return false;
+    for (size_t i = from; i < from + n; ++i)
+        if (s[i] < '0' || s[i] > '9') return false;
+    return true;
+}
+
+// The month of a stored notification date: "DD.MM.YYYY" as every import stores it, or
+// "YYYY-MM-DD" and "YYYYMMDD" as other tools may have written it.
+std::optional<Month> monthOfDate(const std::string& raw) {
+    const std::string d = model::trimBlanks(raw);
+    Month m;
+    if (d.size() >= 10 && d[2] == '.' && d[5] == '.' && digits(d, 0, 2) && digits(d, 3, 2) && digits(d, 6, 4))
+        m = {std::atoi(d.substr(6, 4).c_str()), std::atoi(d.substr(3, 2).c_str())};
+    else if (d.size() >= 10 && d[4] == '-' && d[7] == '-' && digits(d, 0, 4) && digits(d, 5, 2))
+        m = {std::atoi(d.substr(0, 4).c_str()), std::atoi(d.substr(5, 2).c_str())};
+    else if (d.size() == 8 && digits(d, 0, 8))
+        m = {std::atoi(d.substr(0, 4).c_str()), std::atoi(d.substr(4, 2).c_str())};
+    else
+        return std::nullopt;
+    if (m.month < 1 || m.month > 12) return std::nullopt;
+    return m;
+}
+
+Month next(Month m) { return m.month == 12 ? Month{m.year + 1, 1} : Month{m.year, m.month + 1}; }
+
+Month monthsBefore(Month m, int n) {
+    int index = m.year * 12 + (m.month - 1) - n;
+    return {index / 12, index % 12 + 1};
+}
+
+std::string withoutEmpty(const std::string& text) {
+    const std::string t = model::trimBlanks(text);
+    return t.empty() ? "ohne Angabe" : t;
+}
+
+std::string csvField(const std::string& text) {
+    if (text.find_first_of(";\"\n") == std::string::npos) return text;
+    std::string q = "\"";
+    for (char c : text) q += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return q + "\"";
+}
+
+}  // namespace
+
+std::optional<Month> parseMonth(const std::string& text) {
+    if (text.size() != 7 || text[4] != '-' || !digits(text, 0, 4) || !digits(text, 5, 2)) return std::nullopt;
+    const Month m{std::atoi(text.substr(0, 4).c_str()), std::atoi(text.substr(5, 2).c_str())};
+    if (m.month < 1 || m.month > 12 || m.year < 1) return std::nullopt;
+    return m;
+}
+
+std::string monthText(const Month& m) {
+    char buf[16];
+    std::snprintf(buf, sizeof buf, "%02d.%04d", m.month, m.year);
+    return buf;
+}
+
+std::vector<Section> loadSections(const std::filesystem::path& file) {
+    std::ifstream in(file);
+    if (!in) throw core::RuntimeError(53, "Datei nicht gefunden: '" + file.string() + "'");
+    std::vector<Section> sections;
+    std::string line;
+    std::getline(in, line);  // the header
+    while (std::getline(in, line)) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.empty()) continue;
+        // The title is the last field and may hold semicolons itself.
+        const size_t a = line.find(';'), b = line.find(';', a + 1), c = line.find(';', b + 1);
+        if (c == std::string::npos) throw core::RuntimeError(5, "Ungültige Zeile in '" + file.string() + "': " + line);
+        sections.push_back({line.substr(0, a), std::atoi(line.substr(a + 1, b - a - 1).c_str()),
+                            std::atoi(line.substr(b + 1, c - b - 1).c_str()), line.substr(c + 1)});
+    }
+    return sections;
+}
+
+const Section* sectionOf(const std::vector<Section>& sections, const std::string& key) {
+    const std::string k = model::trimBlanks(key);
+    if (!digits(k, 0, 2)) return nullptr;
+    const int division = std::atoi(k.substr(0, 2).c_str());
+    for (const auto& s : sections)
+        if (division >= s.from && division <= s.to) return &s;
+    return nullptr;
+}
+
+std::optional<Grouping> parseGrouping(const std::string& text) {
+    if (text == "wz") return Grouping::Section;
+    if (text == "gemeinde") return Grouping::Municipality;
+    if (text == "rechtsform") return Grouping::LegalForm;
+    if (text == "grund") return Grouping::Reason;
+    return std::nullopt;
+}
+
+const char* groupingCaption(Grouping g) {
+    switch (g) {
+        case Grouping::Section:
+            return "Wirtschaftsabschnitt";
+        case Grouping::Municipality:
+            return "Gemeinde";
+        case Grouping::LegalForm:
+            return "Rechtsform";
+        case Grouping::Reason:
+            return "Meldegrund";
+    }
+    return "";
+}
+
+Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>& sections) {
+    Result r;
+    r.query = query;
+    store::Connection& c = *g.db_daten.connection();
+
+    std::set<std::string> scope;
+    std::map<std::string, std::string> names;  // gem-kz to name, for the municipality lines
+    if (query.scope == Query::Scope::Filter) {
+        auto rs = g.db_org.OpenRecordset("SELECT [gem-kz] FROM aktuelleGemeinde WHERE markiert <> 0");
+        for (long i = 0; i < rs.RecordCount(); ++i) scope.insert(model::trimBlanks(rs.rowAt(i)[0].toString()));
+    }
+    if (query.grouping == Grouping::Municipality) {
+        auto rs = g.db_org.OpenRecordset("SELECT [gem-kz], [gem-name] FROM gemeindekennzahlen");
+        for (long i = 0; i < rs.RecordCount(); ++i) {
+            const auto row = rs.rowAt(i);
+            names[row[0].toString()] = row[1].toString();
+        }
+    }
+
+    // One pass over the notifications, with each one's main activity beside it.
+    auto st = c.prepare(
+        "SELECT b.[betr-nr], b.[betr-hist-nr], b.[meld-art], b.[meld-datum], b.[gem-kz], b.[b-rechtsform-text], "
+        "b.[meld-grund-text], b.[b-nebenerwerb], (SELECT t.[tk-schl] FROM betrieb_taetigkeit t WHERE "
+        "t.[betr-nr] = b.[betr-nr] AND t.[betr-hist-nr] = b.[betr-hist-nr] AND trim(t.[tk-schwerp]) = '1' "
+        "ORDER BY t.rowid LIMIT 1) FROM betrieb b");
+    std::map<std::string, Counts> byLine;
+    std::map<Month, Counts> byMonth;
+    for (Month m = query.from; m <= query.to; m = next(m)) byMonth[m];
+    while (st->step()) {
+        const std::string art = model::trimBlanks(st->column(2).toString());
+        const int kind = art == "01" || art == "1" ? 1 : art == "02" || art == "2" ? 2 : art == "03" || art == "3" ? 3 : 0;
+        if (kind == 0) continue;  // 999 and unknown kinds are never counted
+        const auto month = monthOfDate(st->column(3).toString());
+        if (!month || *month < query.from || query.to < *month) continue;
+        const std::string gemKz = model::trimBlanks(st->column(4).toString());
+        if (query.scope == Query::Scope::One && gemKz != query.municipality) continue;
+        if (query.scope == Query::Scope::Filter && !scope.count(gemKz)) continue;
+
+        std::string line;
+        switch (query.grouping) {
+            case Grouping::Section: {
+                const Section* s = sectionOf(sections, st->column(8).toString());
+                line = s ? s->letter + " " + s->title : kNoSection;
+                break;
+            }
+            case Grouping::Municipality:
+                line = gemKz + (names.count(gemKz) ? " " + names[gemKz] : std::string());
+                break;
+            case Grouping::LegalForm:
+                line = withoutEmpty(st->column(5).toString());
+                break;
+            case Grouping::Reason:
+                line = withoutEmpty(st->column(6).toString());
+                break;
+        }
+        const std::string side = store::german::lower(model::trimBlanks(st->column(7).toString()));
+        const bool nebenerwerb = kind == 1 && (side == "ja" || side == "j");
+        for (Counts* counts : {&byLine[line], &byMonth[*month], &r.sum}) {
+            (kind == 1 ? counts->anmeldungen : kind == 2 ? counts->ummeldungen : counts->abmeldungen) += 1;
+            if (nebenerwerb) ++counts->nebenerwerb;
+        }
+        r.counted[line].push_back({st->column(0).toString(), st->column(1).toString(), kind, nebenerwerb});
+    }
+
+    for (auto& [line, counts] : byLine) r.lines.emplace_back(line, counts);
+    // Sections by their letter with the unassigned last, the others in German order.
+    std::sort(r.lines.begin(), r.lines.end(), [&](const auto& a, const auto& b) {
+        if (query.grouping == Grouping::Section && (a.first == kNoSection) != (b.first == kNoSection))
+            return b.first == kNoSection;
+        return store::german::compare(a.first, b.first) < 0;
+    });
+    for (auto& [month, counts] : byMonth) r.months.emplace_back(month, counts);
+    return r;
+}
+
+std::pair<Month, Month> defaultPeriod(core::Globals& g) {
+    std::optional<Month> last;
+    auto st = g.db_daten.connection()->prepare("SELECT [meld-datum], [meld-art] FROM betrieb");
+    while (st->step()) {
+        const std::string art = model::trimBlanks(st->column(1).toString());
+        if (art != "01" && art != "02" && art != "03") continue;
+        if (const auto m = monthOfDate(st->column(0).toString()); m && (!last || *last < *m)) last = m;
+    }
+    if (!last) {
+        const std::time_t t = g.clock();
+        std::tm tm{};
+        localtime_r(&t, &tm);
+        last = Month{tm.tm_year + 1900, tm.tm_mon + 1};
+    }
+    return {monthsBefore(*last, 11), *last};
+}
+
+std::string germanNumber(long n) {
+    std::string digitsText = std::to_string(n < 0 ? -n : n), out;
+    for (size_t i = 0; i < digitsText.size(); ++i) {
+        if (i > 0 && (digitsText.size() - i) % 3 == 0) out += '.';
+        out += digitsText[i];
+    }
+    return (n < 0 ? "-" : "") + out;
+}
+
+std::string tableText(const Result& r) {
+    std::string t = std::string(groupingCaption(r.query.grouping)) + "\tAnmeldungen\tUmmeldungen\tAbmeldungen\tSaldo\tNebenerwerb\n";
+    auto line = [&](const std::string& name, const Counts& c) {
+        t += name + "\t" + std::to_string(c.anmeldungen) + "\t" + std::to_string(c.ummeldungen) + "\t" +
+             std::to_string(c.abmeldungen) + "\t" + std::to_string(c.saldo()) + "\t" + std::to_string(c.nebenerwerb) + "\n";
+    };
+    for (const auto& [name, counts] : r.lines) line(name, counts);
+    line("Summe", r.sum);
+    return t;
+}
+
+std::string tableCsv(const Result& r) {
+    std::string t = "\xEF\xBB\xBF" + csvField(groupingCaption(r.query.grouping)) +
+                    ";Anmeldungen;Ummeldungen;Abmeldungen;Saldo;Nebenerwerb\r\n";
+    auto line = [&](const std::string& name, const Counts& c) {
+        t += csvField(name) + ";" + germanNumber(c.anmeldungen) + ";" + germanNumber(c.ummeldungen) + ";" +
+             germanNumber(c.abmeldungen) + ";" + germanNumber(c.saldo()) + ";" + germanNumber(c.nebenerwerb) + "\r\n";
+    };
+    for (const auto& [name, counts] : r.lines) line(name, counts);
+    line("Summe", r.sum);
+    return t;
+}
+
+}  // namespace tolma::evaluation

@@ -1,0 +1,166 @@
+#include "print/qt/evaluation_paint.h"
+
+#include <QFile>
+#include <QImage>
+#include <QPagedPaintDevice>
+#include <QPainter>
+#include <QPdfWriter>
+#include <algorithm>
+
+namespace tolma::print {
+namespace {
+
+const QColor kAn(43, 108, 176), kAb(200, 64, 48), kSaldo(30, 30, 30);
+
+QString q(const std::string& s) { return QString::fromStdString(s); }
+
+QString scopeText(const evaluation::Query& query) {
+    switch (query.scope) {
+        case evaluation::Query::Scope::All:
+            return "alle Gemeinden";
+        case evaluation::Query::Scope::Filter:
+            return "Gemeinden des Filters";
+        case evaluation::Query::Scope::One:
+            return "Gemeinde " + q(query.municipality);
+    }
+    return {};
+}
+
+}  // namespace
+
+void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Result& r) {
+    p.save();
+    p.setRenderHint(QPainter::Antialiasing);
+    const QFontMetricsF fm(p.font());
+    const double legend = fm.height() * 1.6, axis = fm.height() * 2.2, left = fm.horizontalAdvance("-00000") + 8;
+    const QRectF plot(area.left() + left, area.top() + legend, area.width() - left - 8, area.height() - legend - axis);
+    long top = 1, bottom = 0;
+    for (const auto& [month, c] : r.months) {
+        top = std::max({top, c.anmeldungen, c.abmeldungen, c.saldo()});
+        bottom = std::min(bottom, c.saldo());
+    }
+    auto y = [&](double v) { return plot.bottom() - (v - bottom) / double(top - bottom) * plot.height(); };
+
+    // Legend, grid and axis.
+    double lx = plot.left();
+    for (const auto& [color, text] : {std::pair{kAn, QString("Anmeldungen")}, std::pair{kAb, QString("Abmeldungen")},
+                                      std::pair{kSaldo, QString("Saldo")}}) {
+        p.fillRect(QRectF(lx, area.top() + 2, fm.height() * 0.8, fm.height() * 0.8), color);
+        p.setPen(Qt::black);
+        p.drawText(QPointF(lx + fm.height(), area.top() + fm.ascent()), text);
+        lx += fm.height() * 1.4 + fm.horizontalAdvance(text) + 16;
+    }
+    const long step = std::max(1L, (top - bottom) / 5);
+    p.setPen(QColor(220, 220, 220));
+    for (long v = bottom - bottom % step; v <= top; v += step) {
+        p.drawLine(QPointF(plot.left(), y(double(v))), QPointF(plot.right(), y(double(v))));
+        p.setPen(Qt::black);
+        p.drawText(QRectF(area.left(), y(double(v)) - fm.height() / 2, left - 6, fm.height()), Qt::AlignRight | Qt::AlignVCenter,
+                   QString::number(v));
+        p.setPen(QColor(220, 220, 220));
+    }
+    p.setPen(Qt::black);
+    p.drawLine(QPointF(plot.left(), y(0)), QPointF(plot.right(), y(0)));
+
+    // Bars side by side in each month's slot, and the balance as a line through their middles.
+    const int n = std::max<int>(1, static_cast<int>(r.months.size()));
+    const double slot = plot.width() / n, bar = slot * 0.35;
+    QPolygonF saldo;
+    for (int i = 0; i < static_cast<int>(r.months.size()); ++i) {
+        const auto& [month, c] = r.months[static_cast<size_t>(i)];
+        const double x = plot.left() + i * slot + slot * 0.15;
+        p.fillRect(QRectF(QPointF(x, y(double(c.anmeldungen))), QPointF(x + bar, y(0))), kAn);
+        p.fillRect(QRectF(QPointF(x + bar, y(double(c.abmeldungen))), QPointF(x + 2 * bar, y(0))), kAb);
+        saldo << QPointF(x + bar, y(double(c.saldo())));
+        const QString label = QString("%1/%2").arg(month.month, 2, 10, QChar('0')).arg(month.year % 100, 2, 10, QChar('0'));
+        if (n <= 24 || i % ((n + 23) / 24) == 0)
+            p.drawText(QRectF(plot.left() + i * slot, plot.bottom() + 4, slot, fm.height()), Qt::AlignHCenter, label);
+    }
+    p.setPen(QPen(kSaldo, std::max(1.5, fm.height() / 8)));
+    p.drawPolyline(saldo);
+    for (const auto& point : saldo) p.drawEllipse(point, 2.5, 2.5);
+    p.restore();
+}
+
+bool saveEvaluationChart(const std::string& path, const evaluation::Result& r) {
+    QImage image(1000, 480, QImage::Format_RGB32);
+    image.fill(Qt::white);
+    {
+        QPainter p(&image);
+        QFont font("DejaVu Sans");
+        font.setPixelSize(13);
+        p.setFont(font);
+        paintEvaluationChart(p, QRectF(10, 10, 980, 460), r);
+    }
+    return image.save(q(path), "PNG");
+}
+
+void printEvaluation(QPagedPaintDevice& device, const evaluation::Result& r) {
+    QPainter p(&device);
+    const QRectF page(0, 0, device.width(), device.height());
+    QFont font("Liberation Sans");
+    font.setPointSizeF(10);
+    p.setFont(font);
+    QFontMetricsF fm(p.font(), &device);
+    double yPos = 0;
+    QFont title = font;
+    title.setBold(true);
+    title.setPointSizeF(14);
+    p.setFont(title);
+    p.drawText(QPointF(0, yPos + QFontMetricsF(title, &device).ascent()), "Auswertung der Gewerbemeldungen");
+    yPos += QFontMetricsF(title, &device).height() * 1.4;
+    p.setFont(font);
+    p.drawText(QPointF(0, yPos + fm.ascent()), "Zeitraum " + q(evaluation::monthText(r.query.from)) + " bis " +
+                                                   q(evaluation::monthText(r.query.to)) + ", " + scopeText(r.query));
+    yPos += fm.height() * 2;
+
+    // The table: the group's name, then the five counts right-aligned.
+    const double numbers = fm.horizontalAdvance("Anmeldungen") + fm.height();
+    const double nameWidth = page.width() - 5 * numbers;
+    const QStringList heads = {QString(evaluation::groupingCaption(r.query.grouping)), "Anmeldungen", "Ummeldungen",
+                               "Abmeldungen", "Saldo", "Nebenerwerb"};
+    auto row = [&](const QStringList& cells, bool bold) {
+        QFont f = font;
+        f.setBold(bold);
+        p.setFont(f);
+        const QString name = fm.elidedText(cells[0], Qt::ElideRight, nameWidth - fm.height());
+        p.drawText(QRectF(0, yPos, nameWidth, fm.height()), Qt::AlignLeft | Qt::AlignVCenter, name);
+        for (int i = 1; i < cells.size(); ++i)
+            p.drawText(QRectF(nameWidth + (i - 1) * numbers, yPos, numbers, fm.height()), Qt::AlignRight | Qt::AlignVCenter,
+                       cells[i]);
+        yPos += fm.height() * 1.2;
+        if (yPos > page.height() - fm.height() * 2) {
+            device.newPage();
+            yPos = 0;
+        }
+    };
+    row(heads, true);
+    auto counts = [](const std::string& name, const evaluation::Counts& c) {
+        return QStringList{q(name), q(evaluation::germanNumber(c.anmeldungen)), q(evaluation::germanNumber(c.ummeldungen)),
+                           q(evaluation::germanNumber(c.abmeldungen)), q(evaluation::germanNumber(c.saldo())),
+                           q(evaluation::germanNumber(c.nebenerwerb))};
+    };
+    for (const auto& [name, c] : r.lines) row(counts(name, c), false);
+    row(counts("Summe", r.sum), true);
+
+    // The chart below the table, on a page of its own when too little room is left.
+    const double chartHeight = page.height() / 3;
+    if (page.height() - yPos < chartHeight + fm.height() * 2) {
+        device.newPage();
+        yPos = 0;
+    }
+    p.setFont(font);
+    paintEvaluationChart(p, QRectF(0, yPos + fm.height(), page.width(), chartHeight), r);
+}
+
+bool saveEvaluationPdf(const std::string& path, const evaluation::Result& r) {
+    QPdfWriter writer(q(path));
+    writer.setPageSize(QPageSize(QPageSize::A4));
+    writer.setPageMargins(QMarginsF(15, 15, 15, 15), QPageLayout::Millimeter);
+    writer.setResolution(300);
+    writer.setTitle("Auswertung der Gewerbemeldungen");
+    printEvaluation(writer, r);
+    return QFile::exists(q(path)) && QFile(q(path)).size() > 0;
+}
+
+}  // namespace tolma::print

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QRectF>
+#include <string>
+
+#include "evaluation/evaluation.h"
+
+class QPainter;
+class QPagedPaintDevice;
+
+// The evaluation drawn with Qt: the chart of notifications per month, and the page with the
+// table and the chart for the printer or a PDF file.
+namespace tolma::print {
+
+// Grouped bars of the registrations and deregistrations per month, the balance as a line.
+void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Result& r);
+// Writes the chart as a PNG picture; false when the file cannot be written.
+bool saveEvaluationChart(const std::string& path, const evaluation::Result& r);
+// The heading, the table and the chart on one page (more where the table needs them).
+void printEvaluation(QPagedPaintDevice& device, const evaluation::Result& r);
+// The same into a PDF file of A4 pages; false when the file cannot be written.
+bool saveEvaluationPdf(const std::string& path, const evaluation::Result& r);
+
+}  // namespace tolma::print
