@@ -80,6 +80,7 @@ int main(int argc, char** argv) {
                                       std::pair{"menue_suchen_person", "personen.png"},
                                       std::pair{"menue_export_textdatei", "export.png"},
                                       std::pair{"menue_extras_optionen", "optionen.png"},
+                                      std::pair{"menue_extras_auswertungen", "auswertung.png"},
                                       std::pair{"menue_info", "info.png"}}) {
         window.trigger(entry);
         save(window, out, file);

@@ -209,6 +209,31 @@ bool menue_suchen_person(core::Globals& g, ListForm& form) {
     return shown;
 }
 
+bool openBusinessListOf(core::Globals& g, ListForm& form, const std::vector<std::pair<std::string, std::string>>& states) {
+    if (g.marks.menue_suchen_betrieb || states.empty()) return false;
+    core::A_Fenster_schliessen(g);
+    g.marks.menue_suchen_betrieb = true;
+    bool shown = false;
+    guarded(g, "openBusinessListOf", [&] {
+        std::string in;
+        for (const auto& [nr, hist] : states) in += (in.empty() ? "" : ", ") + quote(nr + "|" + hist);
+        g.sql_text = "SELECT betrieb.*, betrieb_adresse.* FROM betrieb INNER JOIN betrieb_adresse ON "
+                     "(betrieb.[betr-hist-nr] = betrieb_adresse.[betr-hist-nr]) AND (betrieb.[betr-nr] = "
+                     "betrieb_adresse.[betr-nr]) WHERE betrieb_adresse.[b-adr-art] = '1' AND betrieb.[betr-nr] & '|' & "
+                     "betrieb.[betr-hist-nr] IN (" + in + ") ORDER BY betrieb.[betr-nr]";
+        refreshData(g, form, g.sql_text);
+        if (form.data.Recordset().RecordCount() == 0) {
+            Form_Unload(g, form);
+            return;
+        }
+        form.data.Recordset().MoveLast();
+        form.Label1 = "Betrieb Nr. 1 von " + std::to_string(form.data.Recordset().RecordCount());
+        shown = true;
+    });
+    if (!shown) g.marks.menue_suchen_betrieb = false;
+    return shown;
+}
+
 void Option1_Click(core::Globals& g, ListForm& form, int index) {
     guarded(g, "Option1_Click", [&] {
         form.option = index;

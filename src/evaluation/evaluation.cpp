@@ -198,20 +198,24 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
 }
 
 std::pair<Month, Month> defaultPeriod(core::Globals& g) {
-    std::optional<Month> last;
+    std::set<Month> months;
     auto st = g.db_daten.connection()->prepare("SELECT [meld-datum], [meld-art] FROM betrieb");
     while (st->step()) {
         const std::string art = model::trimBlanks(st->column(1).toString());
         if (art != "01" && art != "02" && art != "03") continue;
-        if (const auto m = monthOfDate(st->column(0).toString()); m && (!last || *last < *m)) last = m;
+        if (const auto m = monthOfDate(st->column(0).toString())) months.insert(*m);
     }
-    if (!last) {
+    if (months.empty()) {
         const std::time_t t = g.clock();
         std::tm tm{};
         localtime_r(&t, &tm);
-        last = Month{tm.tm_year + 1900, tm.tm_mon + 1};
+        const Month now{tm.tm_year + 1900, tm.tm_mon + 1};
+        return {monthsBefore(now, 11), now};
     }
-    return {monthsBefore(*last, 11), *last};
+    // From the twelfth newest month that has notifications to the newest.
+    auto first = months.rbegin();
+    for (int i = 1; i < 12 && std::next(first) != months.rend(); ++i) ++first;
+    return {*first, *months.rbegin()};
 }
 
 std::string germanNumber(long n) {

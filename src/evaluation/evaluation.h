@@ -79,7 +79,8 @@ struct Result {
 // cannot be read.
 Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>& sections);
 
-// The twelve months up to the last month that has notifications; this month's year without any.
+// From the twelfth newest month that has notifications to the newest one; without any, the
+// twelve months up to this one.
 std::pair<Month, Month> defaultPeriod(core::Globals& g);
 
 // The table as text: tab-separated with a header line, "Summe" last.

@@ -19,6 +19,7 @@
 #include "ui/print_support.h"
 #include "ui/list_window.h"
 #include "ui/record_view.h"
+#include "ui/evaluation_window.h"
 #include "ui/import_windows.h"
 #include "ui/twips.h"
 
@@ -55,6 +56,7 @@ const MenuDef kMenu[] = {
     {2, "menue_export_textdatei", "Daten-E&xport (Access --> TML)"},
     {1, "menue_extras", "&Extras"},
     {2, "menue_extras_optionen", "&Optionen"},
+    {2, "menue_extras_auswertungen", "&Auswertungen..."},
     {1, "menue_hilfe", "&Hilfe"},
     {2, "menue_hilfe_suchen", "&suchen in der Hilfe"},
     {2, "menue_hilfe_linie", "-"},
@@ -187,6 +189,26 @@ void MainWindow::showOptionsWindow() {
     connect(form, &OptionsWindow::storeChanged, this, [this] { refreshFromCore(); });
 }
 
+void MainWindow::openEvaluation() {
+    if (auto* open = mdiArea_->findChild<EvaluationWindow*>("Frm_Auswertung")) {
+        if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget())) mdiArea_->setActiveSubWindow(sub);
+        return;
+    }
+    auto* form = new EvaluationWindow(g_);
+    QMdiSubWindow* window = addChild(form, QSize(std::min(900, mdiArea_->viewport()->width()), mdiArea_->viewport()->height()));
+    connect(form, &EvaluationWindow::closeRequested, window, &QMdiSubWindow::close);
+    connect(form, &EvaluationWindow::openStates, this, [this](const std::vector<std::pair<std::string, std::string>>& states) {
+        auto list = std::make_unique<browse::ListForm>(false);
+        if (!browse::openBusinessListOf(g_, *list, states)) return;
+        auto* listWindow = new ListWindow(g_, std::move(list));
+        QMdiSubWindow* sub = addChild(listWindow, QSize(760, 520));
+        fitListWindow(sub, listWindow);
+        connect(listWindow, &ListWindow::closeRequested, sub, &QMdiSubWindow::close);
+        connect(listWindow, &ListWindow::recordLoaded, this, [this] { refreshFromCore(); });
+        refreshFromCore();
+    });
+}
+
 void MainWindow::openInfo() {
     // Info is shown beside whatever is open: no other function closes, no mark is set. A
     // second click brings it to the front and builds its text anew.
@@ -276,6 +298,8 @@ void MainWindow::trigger(const std::string& name) {
             core::menue_Ums_bearbeiten(g_);
         } else if (name == "menue_DB_auswahl_export") {
             core::menue_DB_auswahl_export(g_);
+        } else if (name == "menue_extras_auswertungen") {
+            openEvaluation();
         } else if (name == "menue_import_pruefen") {
             checkTransferFileFromMenu(g_, this);
         } else if (name == "menue_import_zuruecknehmen") {

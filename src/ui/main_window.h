@@ -54,6 +54,7 @@ private:
     void openOptions();
     void showOptionsWindow();
     void openInfo();
+    void openEvaluation();
     QMdiSubWindow* addChild(QWidget* widget, const QSize& size);
     void fitListWindow(QMdiSubWindow* window, ListWindow* list);
     void unloadForm(const std::string& name);

@@ -96,10 +96,10 @@ TEST(EvaluationTest, CountsByMonthLineAndKindFollowTheRules) {
     EXPECT_EQ(r.sum.anmeldungen, 1);
     EXPECT_EQ(r.sum.abmeldungen, 1);
 
-    // The default period ends with the last month that has notifications.
+    // The default period: the last twelve months that have notifications, here all four of them.
     const auto period = evaluation::defaultPeriod(f.g());
     EXPECT_EQ(period.second, (Month{2025, 3}));
-    EXPECT_EQ(period.first, (Month{2024, 4}));
+    EXPECT_EQ(period.first, (Month{2024, 12}));
 }
 
 // A minimal reader of the CSV, as a spreadsheet splits it.

@@ -14,6 +14,7 @@
 #include <QTabWidget>
 #include <QTableView>
 #include <QTextEdit>
+#include <QDateEdit>
 #include <QtTest>
 
 #include <filesystem>
@@ -21,6 +22,7 @@
 #include "browse/record_view.h"
 #include "core/start.h"
 #include "transfer/import_driver.h"
+#include "ui/evaluation_window.h"
 #include "ui/import_windows.h"
 #include "ui/list_window.h"
 #include "ui/main_window.h"
@@ -275,6 +277,28 @@ private slots:
         if (before.width() > 0 || before.height() > 0) QVERIFY(kept != designed);  // it grew where room was missing
         window->resize(designed);
         QCOMPARE(window->size(), kept);  // and keeps that size
+    }
+
+    void evaluationShowsTableAndChartAndOpensTheBusinessesOfANumber() {
+        tolma::transfer::Upd_1_Start(*g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        window->trigger("menue_extras_auswertungen");
+        auto* form = window->findChild<tolma::ui::EvaluationWindow*>("Frm_Auswertung");
+        QVERIFY(form != nullptr);
+        form->findChild<QDateEdit*>("Datum_Von")->setDate(QDate(2000, 1, 1));
+        form->evaluate();
+        auto* table = form->table();
+        QVERIFY(table->rowCount() >= 2);
+        const int sum = table->rowCount() - 1;
+        QCOMPARE(table->item(sum, 0)->text(), QString("Summe"));
+        QCOMPARE(table->horizontalHeaderItem(4)->text(), QString("Saldo"));
+        QCOMPARE(table->item(sum, 1)->text().toLong() - table->item(sum, 3)->text().toLong(), table->item(sum, 4)->text().toLong());
+        // A number opens the list of what it counts.
+        const long registrations = table->item(sum, 1)->text().toLong();
+        QVERIFY(registrations > 0);
+        emit table->cellClicked(sum, 1);
+        auto* list = window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr");
+        QVERIFY(list != nullptr);
+        QCOMPARE(list->form().data.Recordset().RecordCount(), registrations);
     }
 
     void cancelledFileDialogTellsAndClearsTheMark() {

@@ -6,6 +6,7 @@
 #include <QPainter>
 #include <QPdfWriter>
 #include <algorithm>
+#include <cmath>
 
 namespace tolma::print {
 namespace {
@@ -73,8 +74,11 @@ void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Res
         p.fillRect(QRectF(QPointF(x + bar, y(double(c.abmeldungen))), QPointF(x + 2 * bar, y(0))), kAb);
         saldo << QPointF(x + bar, y(double(c.saldo())));
         const QString label = QString("%1/%2").arg(month.month, 2, 10, QChar('0')).arg(month.year % 100, 2, 10, QChar('0'));
-        if (n <= 24 || i % ((n + 23) / 24) == 0)
-            p.drawText(QRectF(plot.left() + i * slot, plot.bottom() + 4, slot, fm.height()), Qt::AlignHCenter, label);
+        // Every month gets its label where there is room, else every second, third...
+        const int every = std::max(1, static_cast<int>(std::ceil(fm.horizontalAdvance("00/00") * 1.3 / slot)));
+        if (i % every == 0)
+            p.drawText(QRectF(plot.left() + (i + 0.5) * slot - every * slot / 2, plot.bottom() + 4, every * slot, fm.height()),
+                       Qt::AlignHCenter, label);
     }
     p.setPen(QPen(kSaldo, std::max(1.5, fm.height() / 8)));
     p.drawPolyline(saldo);

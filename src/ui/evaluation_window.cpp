@@ -1,0 +1,221 @@
+#include "ui/evaluation_window.h"
+
+#include <QComboBox>
+#include <QDateEdit>
+#include <QFileDialog>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPainter>
+#include <QPrintDialog>
+#include <QPrinter>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QVBoxLayout>
+#include <fstream>
+
+#include "core/error_log.h"
+#include "print/qt/evaluation_paint.h"
+
+namespace tolma::ui {
+namespace {
+
+// The chart of the window's result, drawn anew with the window.
+class ChartView : public QWidget {
+public:
+    ChartView(const std::optional<evaluation::Result>& result, QWidget* parent) : QWidget(parent), result_(result) {
+        setMinimumHeight(200);
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.fillRect(rect(), Qt::white);
+        if (result_) print::paintEvaluationChart(p, QRectF(rect()).adjusted(8, 8, -8, -8), *result_);
+    }
+
+private:
+    const std::optional<evaluation::Result>& result_;
+};
+
+QDate dateOf(const evaluation::Month& m) { return QDate(m.year, m.month, 1); }
+evaluation::Month monthOf(const QDate& d) { return {d.year(), d.month()}; }
+
+}  // namespace
+
+EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
+    : QWidget(parent), g_(g), from_(new QDateEdit(this)), to_(new QDateEdit(this)), scope_(new QComboBox(this)),
+      grouping_(new QComboBox(this)), municipality_(new QLineEdit(this)), table_(new QTableWidget(this)),
+      chart_(new ChartView(result_, this)) {
+    setObjectName("Frm_Auswertung");
+    setWindowTitle("Auswertungen");
+    auto* outer = new QVBoxLayout(this);
+
+    auto* choice = new QGroupBox("Auswahl", this);
+    auto* grid = new QGridLayout(choice);
+    for (auto* edit : {from_, to_}) {
+        edit->setDisplayFormat("MM.yyyy");
+        edit->setCalendarPopup(false);
+    }
+    from_->setObjectName("Datum_Von");
+    to_->setObjectName("Datum_Bis");
+    scope_->setObjectName("Auswahl_Gemeinden");
+    scope_->addItems({"alle Gemeinden", "Gemeinden des Filters", "eine Gemeinde (Gemeinde-KZ):"});
+    municipality_->setObjectName("Text_Gemeinde");
+    municipality_->setMaxLength(8);
+    grouping_->setObjectName("Auswahl_Gruppierung");
+    grouping_->addItems({"Wirtschaftsabschnitt (WZ 2008)", "Gemeinde", "Rechtsform", "Meldegrund"});
+    grid->addWidget(new QLabel("Zeitraum von:", choice), 0, 0);
+    grid->addWidget(from_, 0, 1);
+    grid->addWidget(new QLabel("bis:", choice), 0, 2);
+    grid->addWidget(to_, 0, 3);
+    grid->addWidget(new QLabel("Gruppierung:", choice), 0, 4);
+    grid->addWidget(grouping_, 0, 5);
+    grid->addWidget(new QLabel("Gemeinden:", choice), 1, 0);
+    grid->addWidget(scope_, 1, 1, 1, 3);
+    grid->addWidget(municipality_, 1, 4);
+    auto* run = new QPushButton("Auswerten", choice);
+    run->setObjectName("Command_Auswerten");
+    grid->addWidget(run, 1, 5);
+    outer->addWidget(choice);
+
+    table_->setObjectName("Tabelle_Auswertung");
+    table_->setColumnCount(6);
+    table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    table_->verticalHeader()->hide();
+    table_->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    outer->addWidget(table_, 3);
+    outer->addWidget(chart_, 2);
+
+    auto* buttons = new QHBoxLayout;
+    const std::pair<const char*, const char*> captions[] = {{"Command_Drucken", "Drucken"},
+                                                            {"Command_CSV", "CSV speichern"},
+                                                            {"Command_Grafik", "Grafik speichern"},
+                                                            {"Command_Schliessen", "Schließen"}};
+    buttons->addStretch(1);
+    for (const auto& [name, caption] : captions) {
+        auto* b = new QPushButton(caption, this);
+        b->setObjectName(name);
+        buttons->addWidget(b);
+        const std::string n = name;
+        connect(b, &QPushButton::clicked, this, [this, n] {
+            if (n == "Command_Drucken") print();
+            if (n == "Command_CSV") saveCsv();
+            if (n == "Command_Grafik") saveChart();
+            if (n == "Command_Schliessen") emit closeRequested();
+        });
+    }
+    outer->addLayout(buttons);
+    connect(run, &QPushButton::clicked, this, &EvaluationWindow::evaluate);
+    connect(grouping_, &QComboBox::currentIndexChanged, this, &EvaluationWindow::evaluate);
+    connect(table_, &QTableWidget::cellClicked, this, &EvaluationWindow::cellClicked);
+
+    try {
+        sections_ = evaluation::loadSections(g_.dataDir / "wz2008_abschnitte.csv");
+        const auto period = evaluation::defaultPeriod(g_);
+        from_->setDate(dateOf(period.first));
+        to_->setDate(dateOf(period.second));
+    } catch (const std::exception& e) {
+        core::logTrapped(g_, "Frm_Auswertung.Form_Load", e);
+    }
+    evaluate();
+}
+
+void EvaluationWindow::evaluate() {
+    evaluation::Query query;
+    query.from = monthOf(from_->date());
+    query.to = monthOf(to_->date());
+    query.grouping = static_cast<evaluation::Grouping>(grouping_->currentIndex());
+    query.scope = static_cast<evaluation::Query::Scope>(scope_->currentIndex());
+    query.municipality = municipality_->text().trimmed().toStdString();
+    if (query.to < query.from) {
+        core::showMessage(g_, "Der Beginn des Zeitraums liegt nach seinem Ende!", core::msg::vbExclamation, "Auswertungen");
+        return;
+    }
+    try {
+        result_ = evaluation::evaluate(g_, query, sections_);
+    } catch (const std::exception& e) {
+        core::logTrapped(g_, "Frm_Auswertung.Auswerten", e);
+        result_.reset();
+    }
+    table_->clearContents();
+    table_->setRowCount(0);
+    if (!result_) return;
+    table_->setHorizontalHeaderLabels(
+        {evaluation::groupingCaption(query.grouping), "Anmeldungen", "Ummeldungen", "Abmeldungen", "Saldo", "Nebenerwerb"});
+    auto add = [&](const std::string& name, const evaluation::Counts& c, bool sum) {
+        const int row = table_->rowCount();
+        table_->insertRow(row);
+        const long values[] = {c.anmeldungen, c.ummeldungen, c.abmeldungen, c.saldo(), c.nebenerwerb};
+        auto* first = new QTableWidgetItem(QString::fromStdString(name));
+        table_->setItem(row, 0, first);
+        for (int i = 0; i < 5; ++i) {
+            auto* item = new QTableWidgetItem(QString::fromStdString(evaluation::germanNumber(values[i])));
+            item->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
+            table_->setItem(row, i + 1, item);
+        }
+        if (sum)
+            for (int i = 0; i < 6; ++i) {
+                QFont f = table_->item(row, i)->font();
+                f.setBold(true);
+                table_->item(row, i)->setFont(f);
+            }
+    };
+    for (const auto& [name, counts] : result_->lines) add(name, counts, false);
+    add("Summe", result_->sum, true);
+    table_->resizeColumnsToContents();
+    table_->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    chart_->update();
+}
+
+void EvaluationWindow::cellClicked(int row, int column) {
+    if (!result_ || column < 1 || column == 4) return;  // the balance counts nothing of its own
+    const bool sum = row >= static_cast<int>(result_->lines.size());
+    std::vector<std::pair<std::string, std::string>> states;
+    auto collect = [&](const std::vector<evaluation::Counted>& counted) {
+        for (const auto& c : counted)
+            if ((column == 1 && c.kind == 1) || (column == 2 && c.kind == 2) || (column == 3 && c.kind == 3) ||
+                (column == 5 && c.nebenerwerb))
+                states.emplace_back(c.betrNr, c.betrHistNr);
+    };
+    if (sum)
+        for (const auto& [line, counted] : result_->counted) collect(counted);
+    else if (auto it = result_->counted.find(result_->lines[static_cast<size_t>(row)].first); it != result_->counted.end())
+        collect(it->second);
+    if (!states.empty()) emit openStates(states);
+}
+
+void EvaluationWindow::print() {
+    if (!result_) return;
+    QPrinter printer(QPrinter::HighResolution);
+    QPrintDialog dialog(&printer, this);
+    if (dialog.exec() != QDialog::Accepted) return;
+    print::printEvaluation(printer, *result_);
+}
+
+void EvaluationWindow::saveCsv() {
+    if (!result_) return;
+    const QString file = QFileDialog::getSaveFileName(this, "CSV speichern", QString::fromStdString(g_.pfad_dat + "auswertung.csv"),
+                                                      "CSV-Dateien (*.csv)");
+    if (file.isEmpty()) return;
+    std::ofstream out(file.toStdString(), std::ios::binary | std::ios::trunc);
+    out << evaluation::tableCsv(*result_);
+    if (!out.flush())
+        core::showMessage(g_, "Die Datei '" + file.toStdString() + "' konnte nicht geschrieben werden!", core::msg::vbExclamation,
+                          "Auswertungen");
+}
+
+void EvaluationWindow::saveChart() {
+    if (!result_) return;
+    const QString file = QFileDialog::getSaveFileName(this, "Grafik speichern", QString::fromStdString(g_.pfad_dat + "auswertung.png"),
+                                                      "PNG-Bilder (*.png)");
+    if (file.isEmpty()) return;
+    if (!print::saveEvaluationChart(file.toStdString(), *result_))
+        core::showMessage(g_, "Die Datei '" + file.toStdString() + "' konnte nicht geschrieben werden!", core::msg::vbExclamation,
+                          "Auswertungen");
+}
+
+}  // namespace tolma::ui

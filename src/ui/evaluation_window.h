@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QWidget>
+#include <optional>
+
+#include "core/globals.h"
+#include "evaluation/evaluation.h"
+
+class QComboBox;
+class QDateEdit;
+class QLineEdit;
+class QTableWidget;
+
+namespace tolma::ui {
+
+// "Extras › Auswertungen...": the period, the municipalities and the grouping; the table with
+// its "Summe" line, the chart below it; printing, CSV and the chart as a picture. A click on a
+// number opens the business list of what it counts.
+class EvaluationWindow : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit EvaluationWindow(core::Globals& g, QWidget* parent = nullptr);
+    // Counts anew with the choices on screen.
+    void evaluate();
+    const std::optional<evaluation::Result>& result() const { return result_; }
+    QTableWidget* table() const { return table_; }
+
+signals:
+    void closeRequested();
+    // The states counted in a cell, for the business list.
+    void openStates(const std::vector<std::pair<std::string, std::string>>& states);
+
+private:
+    void print();
+    void saveCsv();
+    void saveChart();
+    void cellClicked(int row, int column);
+
+    core::Globals& g_;
+    std::vector<evaluation::Section> sections_;
+    QDateEdit *from_, *to_;
+    QComboBox *scope_, *grouping_;
+    QLineEdit* municipality_;
+    QTableWidget* table_;
+    QWidget* chart_;
+    std::optional<evaluation::Result> result_;
+};
+
+}  // namespace tolma::ui
