@@ -16,7 +16,9 @@ int AnswerYes::MsgBox(const std::string& text, int style, const std::string& tit
     return core::msg::vbOK;
 }
 
-void AnswerYes::openInViewer(const std::string& path) { std::cout << "  Fehlerprotokoll: " << path << "\n"; }
+void AnswerYes::openInViewer(const std::string& path) {
+    std::cout << "  Fehlerprotokoll: " << path << "\n";
+}
 
 std::filesystem::path freshDirectory(const std::string& name) {
     const auto dir = std::filesystem::temp_directory_path() / name;
@@ -42,7 +44,8 @@ void startProgram(core::Globals& g, AnswerYes& dialogs, const std::filesystem::p
     core::A_Start(g, home);
 }
 
-void startWithBusinesses(core::Globals& g, AnswerYes& dialogs, const std::string& name, long businesses) {
+void startWithBusinesses(core::Globals& g, AnswerYes& dialogs, const std::string& name,
+                         long businesses) {
     const auto dir = freshDirectory(name);
     const auto file = dir / "bench.tml";
     writeFile(file, businesses);

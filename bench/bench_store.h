@@ -10,7 +10,7 @@
 namespace tolma::bench {
 
 class AnswerYes : public core::Dialogs {
-public:
+  public:
     int MsgBox(const std::string& text, int style, const std::string& title) override;
     void openInViewer(const std::string& path) override;
     bool echo = false;  // print the messages that are no questions
@@ -23,6 +23,7 @@ double writeFile(const std::filesystem::path& file, long businesses);
 // Starts the program on `home` with the default stores of the build.
 void startProgram(core::Globals& g, AnswerYes& dialogs, const std::filesystem::path& home);
 // Starts the program in a fresh directory `name` and imports n generated businesses.
-void startWithBusinesses(core::Globals& g, AnswerYes& dialogs, const std::string& name, long businesses);
+void startWithBusinesses(core::Globals& g, AnswerYes& dialogs, const std::string& name,
+                         long businesses);
 
 }  // namespace tolma::bench

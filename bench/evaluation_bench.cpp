@@ -16,17 +16,22 @@ int main(int argc, char** argv) {
     tolma::bench::startWithBusinesses(g, dialogs, "tolma-evaluation-bench", n);
     const auto sections = tolma::evaluation::loadSections(g.dataDir / "wz2008_abschnitte.csv");
     using tolma::evaluation::Grouping;
-    for (const auto& [grouping, name] : {std::pair{Grouping::Section, "Wirtschaftsabschnitt"}, std::pair{Grouping::Municipality, "Gemeinde"},
-                                         std::pair{Grouping::LegalForm, "Rechtsform"}, std::pair{Grouping::Reason, "Meldegrund"}}) {
+    for (const auto& [grouping, name] : {std::pair{Grouping::Section, "Wirtschaftsabschnitt"},
+                                         std::pair{Grouping::Municipality, "Gemeinde"},
+                                         std::pair{Grouping::LegalForm, "Rechtsform"},
+                                         std::pair{Grouping::Reason, "Meldegrund"}}) {
         tolma::evaluation::Query query;
         query.from = {1900, 1};
         query.to = {2100, 12};
         query.grouping = grouping;
         const auto start = std::chrono::steady_clock::now();
         const auto result = tolma::evaluation::evaluate(g, query, sections);
-        const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+        const double ms =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+                .count();
         std::cout << "Auswertung von " << n << " Betrieben nach " << name << ": " << ms << " ms, "
-                  << result.sum.anmeldungen + result.sum.ummeldungen + result.sum.abmeldungen << " Meldungen gezählt\n";
+                  << result.sum.anmeldungen + result.sum.ummeldungen + result.sum.abmeldungen
+                  << " Meldungen gezählt\n";
     }
     return 0;
 }

@@ -20,7 +20,8 @@ int main(int argc, char** argv) {
     const auto start = std::chrono::steady_clock::now();
     tolma::transfer::VerwaltungsblockForm form = tolma::transfer::Frm_Verwaltungsblock_Load(g);
     const auto result = tolma::transfer::Frm_Verwaltungsblock_Command1_Click(g, form, 0);
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (result.files.empty()) {
         std::cerr << "Es wurde keine Datei geschrieben.\n";
         return 1;
@@ -28,8 +29,8 @@ int main(int argc, char** argv) {
     const double megabytes = static_cast<double>(std::filesystem::file_size(result.files[0])) / 1e6;
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    std::cout << "Export von " << n << " Betrieben: " << seconds << " s, " << static_cast<long>(n / seconds)
-              << " Betriebe/s, " << megabytes / seconds << " MB/s, Spitze des Speichers: " << usage.ru_maxrss / 1024
-              << " MB\n";
+    std::cout << "Export von " << n << " Betrieben: " << seconds << " s, "
+              << static_cast<long>(n / seconds) << " Betriebe/s, " << megabytes / seconds
+              << " MB/s, Spitze des Speichers: " << usage.ru_maxrss / 1024 << " MB\n";
     return 0;
 }

@@ -41,9 +41,11 @@ int main(int argc, char** argv) {
     for (const char* run : {"leere Datenbank", "gefüllte Datenbank (Ersetzen)"}) {
         const auto start = std::chrono::steady_clock::now();
         tolma::transfer::Upd_1_Start(g, file.string());
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        std::cout << "Import in " << run << ": " << seconds << " s, " << static_cast<long>(n / seconds)
-                  << " Betriebe/s, " << megabytes / seconds << " MB/s\n";
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        std::cout << "Import in " << run << ": " << seconds << " s, "
+                  << static_cast<long>(n / seconds) << " Betriebe/s, " << megabytes / seconds
+                  << " MB/s\n";
     }
     std::cout << "Datenbank: " << std::filesystem::file_size(g.db_pfad_aktuell) / 1000000 << " MB, "
               << "Spitze des Speichers: " << peakMegabytes() << " MB\n";

@@ -5,14 +5,15 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "browse/list_form.h"
 #include "bench_store.h"
+#include "browse/list_form.h"
 #include "core/globals.h"
 
 namespace {
 
 double millisecondsSince(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+        .count();
 }
 
 }  // namespace
@@ -26,15 +27,18 @@ int main(int argc, char** argv) {
     tolma::browse::ListForm form(false);
     auto start = std::chrono::steady_clock::now();
     tolma::browse::menue_suchen_betrieb(g, form);
-    for (long r = 0; r < 30 && r < form.data.Recordset().RecordCount(); ++r) form.data.Recordset().rowAt(r);
+    for (long r = 0; r < 30 && r < form.data.Recordset().RecordCount(); ++r)
+        form.data.Recordset().rowAt(r);
     const double open = millisecondsSince(start);
-    std::cout << "Betriebsliste mit " << form.data.Recordset().RecordCount() << " Zeilen geöffnet in " << open << " ms\n";
+    std::cout << "Betriebsliste mit " << form.data.Recordset().RecordCount()
+              << " Zeilen geöffnet in " << open << " ms\n";
 
     // Typing a name letter by letter, then a business number, each a MoveFirst and FindFirst.
     double worst = 0, total = 0;
     int keys = 0;
-    const std::pair<int, std::string> typed[] = {{3, "W"}, {3, "We"}, {3, "Weber"}, {1, "00000500"}, {4, "Zz"},
-                                                 {-3, "M"}, {3, "Mü"}, {3, "Müller"}};
+    const std::pair<int, std::string> typed[] = {{3, "W"},        {3, "We"},    {3, "Weber"},
+                                                 {1, "00000500"}, {4, "Zz"},    {-3, "M"},
+                                                 {3, "Mü"},       {3, "Müller"}};
     for (auto [box, text] : typed) {
         if (box < 0) {  // sorted by the column first, as a clerk does by clicking its box
             box = -box;
@@ -48,7 +52,8 @@ int main(int argc, char** argv) {
         worst = std::max(worst, ms);
         total += ms;
         ++keys;
-        std::cout << "  Eingabe '" << text << "': " << ms << " ms, Zeile " << form.data.Recordset().AbsolutePosition() + 1 << "\n";
+        std::cout << "  Eingabe '" << text << "': " << ms << " ms, Zeile "
+                  << form.data.Recordset().AbsolutePosition() + 1 << "\n";
     }
     std::cout << "Tastendruck: im Mittel " << total / keys << " ms, höchstens " << worst << " ms\n";
     return 0;

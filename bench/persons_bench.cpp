@@ -18,7 +18,8 @@ void writeBusinessWithPersons(const std::filesystem::path& file, long persons) {
     std::ofstream out(file, std::ios::binary);
     out << "<gewerbedatei xmlns:tolmaML='http://www.tolma.de/tolma.htm'>\r\n<verwaltungsblock>\r\n"
            "<struktur>BETRIEBSBEZOGEN</struktur>\r\n<tml-version>1.5.1</tml-version>\r\n"
-           "<zahl-betriebe-gesamt>1</zahl-betriebe-gesamt>\r\n</verwaltungsblock>\r\n<datenblock>\r\n"
+           "<zahl-betriebe-gesamt>1</zahl-betriebe-gesamt>\r\n</"
+           "verwaltungsblock>\r\n<datenblock>\r\n"
            "<betrieb>\r\n<gem-kz>01054056</gem-kz>\r\n<betr-nr>010540009999</betr-nr>\r\n"
            "<betr-hist-nr>1</betr-hist-nr>\r\n<b-eintr-name>Genossenschaft</b-eintr-name>\r\n"
            "<b-rechtsform>510</b-rechtsform>\r\n<personen>\r\n";
@@ -44,8 +45,10 @@ int main(int argc, char** argv) {
         tolma::bench::startProgram(g, dialogs, dir / "home");
         const auto start = std::chrono::steady_clock::now();
         tolma::transfer::Upd_1_Start(g, file.string());
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        const auto stored = g.db_daten.lookup("SELECT Count(*) AS n FROM beziehung_betrieb_person", "n");
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const auto stored =
+            g.db_daten.lookup("SELECT Count(*) AS n FROM beziehung_betrieb_person", "n");
         std::cout << n << " Personen in einem Betrieb: " << seconds << " s, "
                   << (stored ? stored->toString() : "?") << " Verknüpfungen gespeichert\n";
     }

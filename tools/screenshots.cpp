@@ -20,7 +20,7 @@
 namespace {
 
 class Silent : public tolma::core::Dialogs {
-public:
+  public:
     int MsgBox(const std::string&, int style, const std::string&) override {
         return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
     }

@@ -17,16 +17,17 @@ namespace {
 // ESC during an import or export: the main window's menu and children are disabled then, so
 // the key is caught for the whole application.
 class EscapeFilter : public QObject {
-public:
+  public:
     explicit EscapeFilter(tolma::core::Globals& g) : g_(g) {}
     bool eventFilter(QObject* watched, QEvent* event) override {
-        if (event->type() == QEvent::KeyPress && static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape &&
+        if (event->type() == QEvent::KeyPress &&
+            static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape &&
             !g_.startView.MDIForm1Enabled)
             g_.taste = 27;
         return QObject::eventFilter(watched, event);
     }
 
-private:
+  private:
     tolma::core::Globals& g_;
 };
 

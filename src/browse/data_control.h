@@ -11,7 +11,7 @@ namespace tolma::browse {
 // the recordset that Refresh makes of them. Bound boxes read its current row; Reposition is
 // raised synchronously inside Refresh and each move of its recordset.
 class DataControl {
-public:
+  public:
     explicit DataControl(std::string name) : name_(std::move(name)) {}
     DataControl(const DataControl&) = delete;
     DataControl& operator=(const DataControl&) = delete;
@@ -33,7 +33,7 @@ public:
     // A bound box: the field of the current row, empty without one.
     std::string fieldText(const std::string& field) const;
 
-private:
+  private:
     std::string name_;
     store::Database database_;
     store::Recordset recordset_;

@@ -13,7 +13,8 @@ using store::jet::quote;
 // Pieces of the business list's texts, with their exact blanks.
 const std::string A = "SELECT betrieb.*, betrieb_adresse.* ";
 const std::string B = "FROM betrieb ";
-const std::string C = "INNER JOIN betrieb_adresse ON (betrieb.[betr-hist-nr] = betrieb_adresse.[betr-hist-nr]) ";
+const std::string C =
+    "INNER JOIN betrieb_adresse ON (betrieb.[betr-hist-nr] = betrieb_adresse.[betr-hist-nr]) ";
 const std::string D = "AND (betrieb.[betr-nr] = betrieb_adresse.[betr-nr]) ";
 const std::string E = "WHERE betrieb_adresse.[b-adr-art] = '1' ";
 const std::string F = "AND [gem-kz] = ''";
@@ -23,7 +24,9 @@ const char* kTitleBetr = "Auswahlliste Betrieb!";
 const char* kTitlePers = "Auswahlliste Personen!";
 const char* kNoRows = "Es wurden in der Datenbank keine Sätze gefunden!";
 
-std::string counterPrefix(const ListForm& form) { return form.persons ? "Person Nr. " : "Betrieb Nr. "; }
+std::string counterPrefix(const ListForm& form) {
+    return form.persons ? "Person Nr. " : "Betrieb Nr. ";
+}
 
 std::string cellText(const store::Recordset& rs, long row, const char* field) {
     const int index = rs.fieldIndex(field);
@@ -74,23 +77,27 @@ const std::vector<ListColumn>& personColumns() {
     return columns;
 }
 
-const std::vector<ListColumn>& ListForm::columns() const { return persons ? personColumns() : businessColumns(); }
+const std::vector<ListColumn>& ListForm::columns() const {
+    return persons ? personColumns() : businessColumns();
+}
 
 std::string businessListQuery(BusinessQuery which, bool filterOn, const std::string& kette) {
     switch (which) {
         case BusinessQuery::Menu:
             if (!filterOn) return A + B + C + D + E + "AND [meld-art] <> '999' " + O;
-            return A + B + C + D + E + "AND ([gem-kz] = ''" + kette + ")AND [meld-art] <> '999' " + O;
+            return A + B + C + D + E + "AND ([gem-kz] = ''" + kette + ")AND [meld-art] <> '999' " +
+                   O;
         case BusinessQuery::Alle:
             return filterOn ? A + B + C + D + E + F + kette + O : A + B + C + D + E + O;
         case BusinessQuery::Aktuelle:
             if (!filterOn)
-                return A + B + C + "AND betrieb.[betr-nr] = betrieb_adresse.[betr-nr] " + "WHERE [betr-ende] Is Null " +
-                       "AND betrieb_adresse.[b-adr-art] = '1'" + O;
+                return A + B + C + "AND betrieb.[betr-nr] = betrieb_adresse.[betr-nr] " +
+                       "WHERE [betr-ende] Is Null " + "AND betrieb_adresse.[b-adr-art] = '1'" + O;
             return A + B + C + D + E + F + kette + "AND [betr-ende] Is Null " + O;
         case BusinessQuery::Abgemeldete:
             if (!filterOn)
-                return A + B + C + D + "WHERE [betr-ende] Is NOT Null " + "AND betrieb_adresse.[b-adr-art] = '1' " + O;
+                return A + B + C + D + "WHERE [betr-ende] Is NOT Null " +
+                       "AND betrieb_adresse.[b-adr-art] = '1' " + O;
             return A + B + C + D + E + F + kette + "AND [betr-ende] Is NOT Null " + O;
     }
     return {};
@@ -118,11 +125,13 @@ std::string municipalityChain(core::Globals& g, bool trailingBlank, bool* anyMar
 
 std::string personListQuery(const std::string& gemFilterText, const std::string& sort) {
     return std::string("SELECT person.[pers-nr], person.[p-eintr-name], person.[fam-name], ") +
-           "betrieb.[betr-nr], betrieb.[betr-hist-nr], betrieb.[gem-kz], betrieb.[b-eintr-name],beziehung_betrieb_person.[pers-nr-jp] " +
+           "betrieb.[betr-nr], betrieb.[betr-hist-nr], betrieb.[gem-kz], "
+           "betrieb.[b-eintr-name],beziehung_betrieb_person.[pers-nr-jp] " +
            " FROM (betrieb " + " INNER JOIN beziehung_betrieb_person " +
            " ON (beziehung_betrieb_person.[bez-betr-hist-nr] = betrieb.[betr-hist-nr]) " +
            " AND (betrieb.[betr-nr] = beziehung_betrieb_person.[bez-betr-nr]))" +
-           " INNER JOIN person ON beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] " + gemFilterText +
+           " INNER JOIN person ON beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] " +
+           gemFilterText +
            (sort.empty() ? " ORDER BY person.[pers-nr];" : " ORDER BY " + sort + ";");
 }
 
@@ -166,9 +175,11 @@ bool menue_suchen_betrieb(core::Globals& g, ListForm& form) {
             bool anyMarked = false;
             g.gem_filter_text = municipalityChain(g, true, &anyMarked);
             if (!anyMarked) {
-                const int answer = core::showMessage(
-                    g, "Filter ist aktiviert, aber keine Gemeindekennzahl festgelegt!\n\nWollen Sie eine auswählen?\n",
-                    core::msg::vbQuestionYesNo, kTitleBetr);
+                const int answer =
+                    core::showMessage(g,
+                                      "Filter ist aktiviert, aber keine Gemeindekennzahl "
+                                      "festgelegt!\n\nWollen Sie eine auswählen?\n",
+                                      core::msg::vbQuestionYesNo, kTitleBetr);
                 if (answer == core::msg::vbYes) g.showForm("Frm_Optionen");
                 Form_Unload(g, form);
                 return;
@@ -182,7 +193,8 @@ bool menue_suchen_betrieb(core::Globals& g, ListForm& form) {
             return;
         }
         form.data.Recordset().MoveLast();  // so that the count is whole
-        form.Label1 = "Betrieb Nr. " + std::to_string(1) + " von " + std::to_string(form.data.Recordset().RecordCount());
+        form.Label1 = "Betrieb Nr. " + std::to_string(1) + " von " +
+                      std::to_string(form.data.Recordset().RecordCount());
         shown = true;
     });
     if (!shown) g.marks.menue_suchen_betrieb = false;
@@ -209,18 +221,23 @@ bool menue_suchen_person(core::Globals& g, ListForm& form) {
     return shown;
 }
 
-bool openBusinessListOf(core::Globals& g, ListForm& form, const std::vector<std::pair<std::string, std::string>>& states) {
+bool openBusinessListOf(core::Globals& g, ListForm& form,
+                        const std::vector<std::pair<std::string, std::string>>& states) {
     if (g.marks.menue_suchen_betrieb || states.empty()) return false;
     core::A_Fenster_schliessen(g);
     g.marks.menue_suchen_betrieb = true;
     bool shown = false;
     guarded(g, "openBusinessListOf", [&] {
         std::string in;
-        for (const auto& [nr, hist] : states) in += (in.empty() ? "" : ", ") + quote(nr + "|" + hist);
-        g.sql_text = "SELECT betrieb.*, betrieb_adresse.* FROM betrieb INNER JOIN betrieb_adresse ON "
-                     "(betrieb.[betr-hist-nr] = betrieb_adresse.[betr-hist-nr]) AND (betrieb.[betr-nr] = "
-                     "betrieb_adresse.[betr-nr]) WHERE betrieb_adresse.[b-adr-art] = '1' AND betrieb.[betr-nr] & '|' & "
-                     "betrieb.[betr-hist-nr] IN (" + in + ") ORDER BY betrieb.[betr-nr]";
+        for (const auto& [nr, hist] : states)
+            in += (in.empty() ? "" : ", ") + quote(nr + "|" + hist);
+        g.sql_text =
+            "SELECT betrieb.*, betrieb_adresse.* FROM betrieb INNER JOIN betrieb_adresse ON "
+            "(betrieb.[betr-hist-nr] = betrieb_adresse.[betr-hist-nr]) AND (betrieb.[betr-nr] = "
+            "betrieb_adresse.[betr-nr]) WHERE betrieb_adresse.[b-adr-art] = '1' AND "
+            "betrieb.[betr-nr] & '|' & "
+            "betrieb.[betr-hist-nr] IN (" +
+            in + ") ORDER BY betrieb.[betr-nr]";
         refreshData(g, form, g.sql_text);
         if (form.data.Recordset().RecordCount() == 0) {
             Form_Unload(g, form);
@@ -254,8 +271,8 @@ void Text1_Change(core::Globals& g, ListForm& form, int index) {
         auto& rs = form.data.Recordset();
         if (!rs.isSet()) return;
         // The list is not narrowed: the current row jumps to the first one that begins so.
-        const std::string criteria =
-            std::string(expression) + " LIKE " + quote(form.Text1[static_cast<size_t>(index)] + "*");
+        const std::string criteria = std::string(expression) + " LIKE " +
+                                     quote(form.Text1[static_cast<size_t>(index)] + "*");
         rs.MoveFirst();
         rs.FindFirst(criteria);
     });
@@ -289,13 +306,16 @@ void Text1_Click(core::Globals& g, ListForm& form, int index) {
         const std::string direction = first > last ? " DESC" : "";
         if (form.persons) {
             g.gem_filter_text = personFilter(g);
-            refreshData(g, form, personListQuery(g.gem_filter_text, std::string(column.expression) + direction));
+            refreshData(
+                g, form,
+                personListQuery(g.gem_filter_text, std::string(column.expression) + direction));
         } else {
             const std::string source = form.data.RecordSource;
             const size_t p = source.find("ORDER BY");
             if (p != std::string::npos) {
                 // The text ahead of "ORDER BY" stays as it is, its blank included.
-                form.data.RecordSource = source.substr(0, p) + " ORDER BY " + column.expression + direction;
+                form.data.RecordSource =
+                    source.substr(0, p) + " ORDER BY " + column.expression + direction;
                 form.data.Refresh();
             }
         }
@@ -323,61 +343,66 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
     }
     if (index != 0) return false;  // "Satz" and "Liste" are the printing's
     bool close = false;
-    guarded(g, form.persons ? "Frm_Auswahl_Pers.Command1_Click" : "Frm_Auswahl_Betr.Command1_Click", [&] {
-        auto& rs = form.data.Recordset();
-        if (!form.persons && (!rs.isSet() || rs.Eof())) return;
-        auto& v = g.startView;
-        if (!form.persons) {
-            const std::string gem = rs.Fields("gem-kz").Value().toString();
-            const std::string nr = rs.Fields("betrieb.betr-nr").Value().toString();
-            const std::string hist = rs.Fields("betrieb.betr-hist-nr").Value().toString();
-            v.Command3Visible = false;
-            v.Image2Visible = false;
-            v.SSTab1Visible = true;
-            v.Frame_UeberschriftVisible = true;
-            SSTab1_Click(g, 0);
-            v.Label2 = "Anzeige: Meldedaten";
-            g.satz_gewaehlt = "ja";
-            DB_Load_DATA(g, gem, nr, hist, "");
-            close = true;
-            return;
-        }
-        const std::string persNr = rs.Fields("pers-nr").Value().toString();
-        const std::string nr = rs.Fields("betr-nr").Value().toString();
-        const std::string hist = rs.Fields("betr-hist-nr").Value().toString();
-        const std::string gem = rs.Fields("gem-kz").Value().toString();
-        if (!form.Frame1Visible) {
-            // A representative of a legal person: shown in the person tabs, the business stays.
-            v.Label2 = "Anzeige: Personendaten (Vertreter einer jur. Person)";
-            v.Command3Visible = true;
-            auto& pers = dataControls(g).DATA_PERS;
-            pers.DatabaseName = g.db_name_daten;
-            pers.RecordSource = std::string("SELECT DISTINCTROW * FROM person ") +
-                                "INNER JOIN beziehung_betrieb_person ON person.[pers-nr] = beziehung_betrieb_person.[bez-pers-nr]" +
-                                "WHERE beziehung_betrieb_person.[bez-betr-nr]= " + quote(nr) + " " +
-                                "AND beziehung_betrieb_person.[bez-betr-hist-nr]= " + quote(hist) + " " +
-                                "AND beziehung_betrieb_person.[bez-pers-nr]= " + quote(persNr) + " ;";
-            pers.Refresh();
-            if (pers.Recordset().RecordCount() != 0) {
-                pers.Recordset().MoveLast();
-                pers.Recordset().MoveFirst();
-            }
-        } else {
-            v.Command3Visible = false;
-            v.Image2Visible = false;
-            v.SSTab1Visible = true;
-            v.Frame_UeberschriftVisible = true;
-            v.Frame_AnzahlVisible = true;
-            dataControls(g).DATA_ORG.RecordSource =
-                "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = " + quote(gem) + " ;";
-            dataControls(g).DATA_ORG.Refresh();
-            SSTab1_Click(g, 3);
-            v.Label2 = "Anzeige: Personendaten (nat. und jur. Person)";
-            g.satz_gewaehlt = "ja";
-            DB_Load_DATA(g, gem, nr, hist, "");
-        }
-        close = true;
-    });
+    guarded(g, form.persons ? "Frm_Auswahl_Pers.Command1_Click" : "Frm_Auswahl_Betr.Command1_Click",
+            [&] {
+                auto& rs = form.data.Recordset();
+                if (!form.persons && (!rs.isSet() || rs.Eof())) return;
+                auto& v = g.startView;
+                if (!form.persons) {
+                    const std::string gem = rs.Fields("gem-kz").Value().toString();
+                    const std::string nr = rs.Fields("betrieb.betr-nr").Value().toString();
+                    const std::string hist = rs.Fields("betrieb.betr-hist-nr").Value().toString();
+                    v.Command3Visible = false;
+                    v.Image2Visible = false;
+                    v.SSTab1Visible = true;
+                    v.Frame_UeberschriftVisible = true;
+                    SSTab1_Click(g, 0);
+                    v.Label2 = "Anzeige: Meldedaten";
+                    g.satz_gewaehlt = "ja";
+                    DB_Load_DATA(g, gem, nr, hist, "");
+                    close = true;
+                    return;
+                }
+                const std::string persNr = rs.Fields("pers-nr").Value().toString();
+                const std::string nr = rs.Fields("betr-nr").Value().toString();
+                const std::string hist = rs.Fields("betr-hist-nr").Value().toString();
+                const std::string gem = rs.Fields("gem-kz").Value().toString();
+                if (!form.Frame1Visible) {
+                    // A representative of a legal person: shown in the person tabs, the business
+                    // stays.
+                    v.Label2 = "Anzeige: Personendaten (Vertreter einer jur. Person)";
+                    v.Command3Visible = true;
+                    auto& pers = dataControls(g).DATA_PERS;
+                    pers.DatabaseName = g.db_name_daten;
+                    pers.RecordSource =
+                        std::string("SELECT DISTINCTROW * FROM person ") +
+                        "INNER JOIN beziehung_betrieb_person ON person.[pers-nr] = "
+                        "beziehung_betrieb_person.[bez-pers-nr]" +
+                        "WHERE beziehung_betrieb_person.[bez-betr-nr]= " + quote(nr) + " " +
+                        "AND beziehung_betrieb_person.[bez-betr-hist-nr]= " + quote(hist) + " " +
+                        "AND beziehung_betrieb_person.[bez-pers-nr]= " + quote(persNr) + " ;";
+                    pers.Refresh();
+                    if (pers.Recordset().RecordCount() != 0) {
+                        pers.Recordset().MoveLast();
+                        pers.Recordset().MoveFirst();
+                    }
+                } else {
+                    v.Command3Visible = false;
+                    v.Image2Visible = false;
+                    v.SSTab1Visible = true;
+                    v.Frame_UeberschriftVisible = true;
+                    v.Frame_AnzahlVisible = true;
+                    dataControls(g).DATA_ORG.RecordSource =
+                        "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = " + quote(gem) +
+                        " ;";
+                    dataControls(g).DATA_ORG.Refresh();
+                    SSTab1_Click(g, 3);
+                    v.Label2 = "Anzeige: Personendaten (nat. und jur. Person)";
+                    g.satz_gewaehlt = "ja";
+                    DB_Load_DATA(g, gem, nr, hist, "");
+                }
+                close = true;
+            });
     g.refreshView();
     return close;
 }
@@ -393,12 +418,13 @@ bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
     auto& d = dataControls(g);
     const auto& pers = d.DATA_PERS.Recordset();
     if (!pers.isSet() || pers.RecordCount() == 0 || pers.Eof() || pers.Bof()) return false;
-    if (d.DATA_PERS.fieldText("p-art") == "NP") return false;  // a natural person has no representatives
+    if (d.DATA_PERS.fieldText("p-art") == "NP")
+        return false;  // a natural person has no representatives
     const std::string persNr = pers.Fields(0).Value().toString();
     const std::string hist = d.DATA_BETR.fieldText("betr-hist-nr");
     const auto& m = g.marks;
-    if (m.menue_suchen_person || m.menue_suchen_betrieb || m.menue_info || m.menue_extras_optionen ||
-        m.menue_import_datenbank || m.menue_export_textdatei)
+    if (m.menue_suchen_person || m.menue_suchen_betrieb || m.menue_info ||
+        m.menue_extras_optionen || m.menue_import_datenbank || m.menue_export_textdatei)
         return false;  // another function is open
     g.marks.menue_suchen_person = true;
     bool shown = false;
@@ -406,21 +432,27 @@ bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
         g.gem_filter_text.clear();
         form.Frame1Visible = false;
         form.data.DatabaseName = g.db_name_daten;
-        if (g.filter_aktiv_flag == -1) g.gem_filter_text = " where betrieb.[gem-kz] = ''" + municipalityChain(g, false);
+        if (g.filter_aktiv_flag == -1)
+            g.gem_filter_text = " where betrieb.[gem-kz] = ''" + municipalityChain(g, false);
         if (!g.gem_filter_text.empty())
             g.gem_filter_text += " or beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr);
         else
             g.gem_filter_text = " where beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr);
         const std::string nr = d.DATA_BETR.fieldText("betr-nr");
         form.data.RecordSource =
-            "SELECT person.[pers-nr], person.[p-eintr-name], person.[fam-name], betrieb.[betr-nr], betrieb.[betr-hist-nr], "
-            "betrieb.[gem-kz], betrieb.[b-eintr-name], beziehung_betrieb_person.[pers-nr-jp], beziehung_betrieb_person.[p-funktion]  "
-            "FROM (betrieb  INNER JOIN beziehung_betrieb_person  ON (beziehung_betrieb_person.[bez-betr-hist-nr] = betrieb.[betr-hist-nr])  "
-            "AND (beziehung_betrieb_person.[bez-betr-nr] = betrieb.[betr-nr])) INNER JOIN person ON "
+            "SELECT person.[pers-nr], person.[p-eintr-name], person.[fam-name], betrieb.[betr-nr], "
+            "betrieb.[betr-hist-nr], "
+            "betrieb.[gem-kz], betrieb.[b-eintr-name], beziehung_betrieb_person.[pers-nr-jp], "
+            "beziehung_betrieb_person.[p-funktion]  "
+            "FROM (betrieb  INNER JOIN beziehung_betrieb_person  ON "
+            "(beziehung_betrieb_person.[bez-betr-hist-nr] = betrieb.[betr-hist-nr])  "
+            "AND (beziehung_betrieb_person.[bez-betr-nr] = betrieb.[betr-nr])) INNER JOIN person "
+            "ON "
             "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] " +
             g.gem_filter_text + " AND beziehung_betrieb_person.[bez-betr-nr] = " + quote(nr) +
             " AND beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr) +
-            " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) + " ORDER BY person.[pers-nr];";
+            " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) +
+            " ORDER BY person.[pers-nr];";
         form.data.Refresh();
         if (form.data.Recordset().RecordCount() == 0) {
             core::showMessage(g, kNoRows, core::msg::vbInformation, kTitlePers);
@@ -446,7 +478,8 @@ void Frm_Start_Command3_Click(core::Globals& g) {
     v.Label2 = "Anzeige: Meldedaten";
     g.satz_gewaehlt = "ja";
     auto& betr = dataControls(g).DATA_BETR;
-    DB_Load_DATA(g, betr.fieldText("gem-kz"), betr.fieldText("betr-nr"), betr.fieldText("betr-hist-nr"), "");
+    DB_Load_DATA(g, betr.fieldText("gem-kz"), betr.fieldText("betr-nr"),
+                 betr.fieldText("betr-hist-nr"), "");
     g.refreshView();
 }
 

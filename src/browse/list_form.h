@@ -49,7 +49,8 @@ bool menue_suchen_betrieb(core::Globals& g, ListForm& form);
 bool menue_suchen_person(core::Globals& g, ListForm& form);
 // The business list of the states an evaluation counted, each named by number and history
 // number; false when none of them is in the store any more.
-bool openBusinessListOf(core::Globals& g, ListForm& form, const std::vector<std::pair<std::string, std::string>>& states);
+bool openBusinessListOf(core::Globals& g, ListForm& form,
+                        const std::vector<std::pair<std::string, std::string>>& states);
 void Option1_Click(core::Globals& g, ListForm& form, int index);
 // Typing: jumps to the first row that begins with the box's text.
 void Text1_Change(core::Globals& g, ListForm& form, int index);

@@ -12,12 +12,18 @@ namespace {
 using store::jet::quote;
 
 // A field of a control's current row as text; empty without a current row.
-std::string currentText(const DataControl& c, const std::string& field) { return c.fieldText(field); }
+std::string currentText(const DataControl& c, const std::string& field) {
+    return c.fieldText(field);
+}
 
-bool hasRows(const DataControl& c) { return c.Recordset().isSet() && c.Recordset().RecordCount() > 0; }
+bool hasRows(const DataControl& c) {
+    return c.Recordset().isSet() && c.Recordset().RecordCount() > 0;
+}
 
 // Val() of the old platform: the leading number of a text.
-long leadingNumber(const std::string& text) { return std::strtol(text.c_str(), nullptr, 10); }
+long leadingNumber(const std::string& text) {
+    return std::strtol(text.c_str(), nullptr, 10);
+}
 
 // A text that reads wholly as a number, and that number.
 bool readsAsNumber(const std::string& text, double& number) {
@@ -44,13 +50,14 @@ void requery(core::Globals& g, DataControl& c, const std::string& query, bool mo
 
 std::string counterCaption(const store::Recordset& rs) {
     if (!rs.isSet() || rs.RecordCount() < 1) return "0";
-    return "Satz " + std::to_string(rs.AbsolutePosition() + 1) + " von " + std::to_string(rs.RecordCount());
+    return "Satz " + std::to_string(rs.AbsolutePosition() + 1) + " von " +
+           std::to_string(rs.RecordCount());
 }
 
 void installRepositionHandlers(core::Globals& g) {
     auto& d = dataControls(g);
-    for (DataControl* c : {&d.DATA_ADR, &d.DATA_BETRErl, &d.DATA_BETRHwk, &d.DATA_Meld, &d.DATA_PERSErl,
-                           &d.DATA_PERSHwk, &d.DATA_PERSStaat})
+    for (DataControl* c : {&d.DATA_ADR, &d.DATA_BETRErl, &d.DATA_BETRHwk, &d.DATA_Meld,
+                           &d.DATA_PERSErl, &d.DATA_PERSHwk, &d.DATA_PERSStaat})
         c->Reposition = [c] { c->Caption = counterCaption(c->Recordset()); };
     d.DATA_BETR.Reposition = [&g] { DATA_BETR_Reposition(g); };
     d.DATA_TAET.Reposition = [&g] { DATA_TAET_Reposition(g); };
@@ -59,9 +66,12 @@ void installRepositionHandlers(core::Globals& g) {
 
 void DATA_BETR_Reposition(core::Globals& g) {
     if (!hasRows(dataControls(g).DATA_BETR)) return;
-    static const char* texts[] = {"normale Korrekturmeldung",          "Rechtsformänderung",
-                                  "Eintritt gesetzl. Vertr. bei KapG", "Austritt gesetzl. Vertr. bei KapG",
-                                  "Adressänderung",                    "Personenänderung",
+    static const char* texts[] = {"normale Korrekturmeldung",
+                                  "Rechtsformänderung",
+                                  "Eintritt gesetzl. Vertr. bei KapG",
+                                  "Austritt gesetzl. Vertr. bei KapG",
+                                  "Adressänderung",
+                                  "Personenänderung",
                                   "Registerdatenänderung"};
     const std::string korr = currentText(dataControls(g).DATA_BETR, "korr-meld");
     // Any other value keeps the text of the record shown before.
@@ -107,30 +117,38 @@ void DATA_PERS_Reposition(core::Globals& g) {
     if (persons && !pers.Eof() && !pers.Bof()) persNr = pers.Fields(0).Value().toString();
 
     if (model::trimBlanks(g.akt_funktion).empty())
-        g.sql_text = "SELECT DISTINCTROW * FROM beziehung_betrieb_person WHERE beziehung_betrieb_person.[bez-betr-nr] = " +
-                     quote(betrNr) + " AND beziehung_betrieb_person.[bez-pers-nr] = " + quote(persNr) +
-                     " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) + " ";
+        g.sql_text =
+            "SELECT DISTINCTROW * FROM beziehung_betrieb_person WHERE "
+            "beziehung_betrieb_person.[bez-betr-nr] = " +
+            quote(betrNr) + " AND beziehung_betrieb_person.[bez-pers-nr] = " + quote(persNr) +
+            " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) + " ";
     else
-        g.sql_text = "SELECT DISTINCTROW * FROM beziehung_betrieb_person WHERE beziehung_betrieb_person.[bez-betr-nr] = " +
-                     quote(betrNr) + " AND beziehung_betrieb_person.[bez-pers-nr] = " + quote(persNr) +
-                     " AND beziehung_betrieb_person.[p-funktion] = " + quote(g.akt_funktion) +
-                     " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) + " ";
+        g.sql_text =
+            "SELECT DISTINCTROW * FROM beziehung_betrieb_person WHERE "
+            "beziehung_betrieb_person.[bez-betr-nr] = " +
+            quote(betrNr) + " AND beziehung_betrieb_person.[bez-pers-nr] = " + quote(persNr) +
+            " AND beziehung_betrieb_person.[p-funktion] = " + quote(g.akt_funktion) +
+            " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) + " ";
     requery(g, d.DATA_Bez_Betr_Pers, g.sql_text, false);
 
-    g.sql_text = "SELECT DISTINCTROW * FROM person_staatsang WHERE person_staatsang.[pers-nr] = " + quote(persNr) + " ";
+    g.sql_text = "SELECT DISTINCTROW * FROM person_staatsang WHERE person_staatsang.[pers-nr] = " +
+                 quote(persNr) + " ";
     requery(g, d.DATA_PERSStaat, g.sql_text, true);
-    g.sql_text = "SELECT DISTINCTROW * FROM person_erlaubnis WHERE person_erlaubnis.[pers-nr] = " + quote(persNr) +
-                 " AND person_erlaubnis.[betr-nr] = " + quote(betrNr);
+    g.sql_text = "SELECT DISTINCTROW * FROM person_erlaubnis WHERE person_erlaubnis.[pers-nr] = " +
+                 quote(persNr) + " AND person_erlaubnis.[betr-nr] = " + quote(betrNr);
     requery(g, d.DATA_PERSErl, g.sql_text, true);
-    g.sql_text = "SELECT DISTINCTROW * FROM person_handwerkskarte WHERE person_handwerkskarte.[pers-nr] = " + quote(persNr) +
-                 " AND person_handwerkskarte.[betr-nr] = " + quote(betrNr);
+    g.sql_text =
+        "SELECT DISTINCTROW * FROM person_handwerkskarte WHERE person_handwerkskarte.[pers-nr] = " +
+        quote(persNr) + " AND person_handwerkskarte.[betr-nr] = " + quote(betrNr);
     requery(g, d.DATA_PERSHwk, g.sql_text, true);
 
     g.startView.TextPers_8.clear();
     if (persons && hasRows(d.DATA_Bez_Betr_Pers)) {
-        const store::Variant funktion = d.DATA_Bez_Betr_Pers.Recordset().Fields("p-funktion").Value();
+        const store::Variant funktion =
+            d.DATA_Bez_Betr_Pers.Recordset().Fields("p-funktion").Value();
         if (!funktion.isNull()) {
-            static const char* texts[] = {"Einzelgewerbetreibender", "Geschäftsführender Gesellschafter",
+            static const char* texts[] = {"Einzelgewerbetreibender",
+                                          "Geschäftsführender Gesellschafter",
                                           "Gesetzlicher Vertreter", "Inhaber"};
             const long n = leadingNumber(funktion.toString());
             if (n >= 1 && n <= 4) g.startView.TextPers_8 = texts[n - 1];
@@ -145,14 +163,16 @@ void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string&
     auto& d = dataControls(g);
     g.akt_schritt = 0;
     try {
-        d.DATA_BETR.RecordSource = "SELECT DISTINCTROW * FROM betrieb WHERE betrieb.[gem-kz] = " + quote(gemKz) +
-                                   " AND betrieb.[betr-nr] = " + quote(betrNr) +
-                                   " AND betrieb.[betr-hist-nr] = " + quote(betrHistNr) + ";";
+        d.DATA_BETR.RecordSource =
+            "SELECT DISTINCTROW * FROM betrieb WHERE betrieb.[gem-kz] = " + quote(gemKz) +
+            " AND betrieb.[betr-nr] = " + quote(betrNr) +
+            " AND betrieb.[betr-hist-nr] = " + quote(betrHistNr) + ";";
         d.DATA_BETR.Refresh();
         if (d.DATA_BETR.Recordset().RecordCount() == 0) return;
         // From here on the row's own municipality names the municipality.
         const std::string gem = currentText(d.DATA_BETR, "gem-kz");
-        d.DATA_ORG.RecordSource = "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = " + quote(gem) + " ;";
+        d.DATA_ORG.RecordSource =
+            "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = " + quote(gem) + " ;";
         // The recordset of the previous load is still there until the Refresh below.
         if (d.DATA_ORG.Recordset().isSet() && d.DATA_ORG.Recordset().RecordCount() != 0)
             g.startView.Text_136 = currentText(d.DATA_ORG, "gem-name");
@@ -161,27 +181,31 @@ void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string&
 
         const std::string nr = betrNr, hist = betrHistNr;
         const std::pair<const char*, DataControl*> blocks[] = {
-            {"betrieb_meldgrundsonst", &d.DATA_Meld}, {"betrieb_adresse", &d.DATA_ADR},
-            {"betrieb_erlaubnis", &d.DATA_BETRErl},   {"betrieb_taetigkeit", &d.DATA_TAET},
+            {"betrieb_meldgrundsonst", &d.DATA_Meld},    {"betrieb_adresse", &d.DATA_ADR},
+            {"betrieb_erlaubnis", &d.DATA_BETRErl},      {"betrieb_taetigkeit", &d.DATA_TAET},
             {"betrieb_handwerkskarte", &d.DATA_BETRHwk},
         };
         for (const auto& [table, control] : blocks) {
             const std::string t = table;
-            g.sql_text = "SELECT DISTINCTROW * FROM " + t + " WHERE " + t + ".[betr-nr] = " + quote(nr) + " AND " + t +
+            g.sql_text = "SELECT DISTINCTROW * FROM " + t + " WHERE " + t +
+                         ".[betr-nr] = " + quote(nr) + " AND " + t +
                          ".[betr-hist-nr] = " + quote(hist) + " ;";
             requery(g, *control, g.sql_text, true);
         }
         // Representatives of a legal person stay out: they are reached through its persons.
-        g.sql_text = "SELECT DISTINCTROW * FROM person INNER JOIN beziehung_betrieb_person ON person.[pers-nr] = "
-                     "beziehung_betrieb_person.[bez-pers-nr]WHERE beziehung_betrieb_person.[bez-betr-nr]= " +
-                     quote(nr) + " AND beziehung_betrieb_person.[bez-betr-hist-nr]= " + quote(hist) +
-                     " AND (len(beziehung_betrieb_person.[pers-nr-jp]) = 0 OR len(beziehung_betrieb_person.[pers-nr-jp]) "
-                     "is Null )ORDER BY person.[pers-nr];";
+        g.sql_text =
+            "SELECT DISTINCTROW * FROM person INNER JOIN beziehung_betrieb_person ON "
+            "person.[pers-nr] = "
+            "beziehung_betrieb_person.[bez-pers-nr]WHERE beziehung_betrieb_person.[bez-betr-nr]= " +
+            quote(nr) + " AND beziehung_betrieb_person.[bez-betr-hist-nr]= " + quote(hist) +
+            " AND (len(beziehung_betrieb_person.[pers-nr-jp]) = 0 OR "
+            "len(beziehung_betrieb_person.[pers-nr-jp]) "
+            "is Null )ORDER BY person.[pers-nr];";
         requery(g, d.DATA_PERS, g.sql_text, true);
     } catch (const std::exception& e) {
         const auto info = core::describeError(e);
-        core::A_Error_Log(g, "DB_Load_DATA", info.source, std::to_string(info.number), info.text, "BetriebsNummer: ",
-                          betrNr);
+        core::A_Error_Log(g, "DB_Load_DATA", info.source, std::to_string(info.number), info.text,
+                          "BetriebsNummer: ", betrNr);
     }
     g.refreshView();
 }
@@ -195,6 +219,8 @@ void SSTab1_Click(core::Globals& g, int tab) {
     g.refreshView();
 }
 
-void Form_KeyPress(core::Globals& g, int key) { g.taste = static_cast<std::int16_t>(key); }
+void Form_KeyPress(core::Globals& g, int key) {
+    g.taste = static_cast<std::int16_t>(key);
+}
 
 }  // namespace tolma::browse

@@ -17,12 +17,15 @@ void usage(std::ostream& err) {
            "  tolma-cli [--home VERZEICHNIS] import [--yes|--no] DATEI\n"
            "  tolma-cli [--home VERZEICHNIS] import --check DATEI\n"
            "  tolma-cli [--home VERZEICHNIS] export [--by-key] [--set INDEX=WERT]...\n"
-           "  tolma-cli [--home VERZEICHNIS] print record --betr-nr N --betr-hist-nr H [--pers-nr P] --pdf DATEI\n"
+           "  tolma-cli [--home VERZEICHNIS] print record --betr-nr N --betr-hist-nr H [--pers-nr "
+           "P] --pdf DATEI\n"
            "  tolma-cli [--home VERZEICHNIS] print list betriebe|personen --pdf DATEI\n"
-           "  tolma-cli [--home VERZEICHNIS] options [--datenart BETRIEBSBEZOGEN|MELDUNGSBEZOGEN] [--filter on|off] [--gemeinde KZ]...\n"
+           "  tolma-cli [--home VERZEICHNIS] options [--datenart BETRIEBSBEZOGEN|MELDUNGSBEZOGEN] "
+           "[--filter on|off] [--gemeinde KZ]...\n"
            "  tolma-cli [--home VERZEICHNIS] imports\n"
            "  tolma-cli [--home VERZEICHNIS] undo [--yes] [--lauf N]\n"
-           "  tolma-cli [--home VERZEICHNIS] auswertung --von JJJJ-MM --bis JJJJ-MM [--gruppe wz|gemeinde|rechtsform|grund]\n"
+           "  tolma-cli [--home VERZEICHNIS] auswertung --von JJJJ-MM --bis JJJJ-MM [--gruppe "
+           "wz|gemeinde|rechtsform|grund]\n"
            "            [--gemeinde KZ] [--csv DATEI] [--pdf DATEI] [--png DATEI]\n"
            "  tolma-cli [--home VERZEICHNIS] sql [--settings] ANWEISUNG\n"
            "  tolma-cli --version\n";
@@ -34,8 +37,8 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     return run(args, out, err, std::cin, ::isatty(0) != 0);
 }
 
-int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream& err, std::istream& in,
-        bool interactive) {
+int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream& err,
+        std::istream& in, bool interactive) {
     Options options;
     options.in = &in;
     options.interactive = interactive;

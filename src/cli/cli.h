@@ -15,8 +15,8 @@ inline constexpr int kExitCancelled = 3;
 // Runs one command line (without the program name); output and messages go to the streams,
 // so that tests run commands in-process.
 int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
-int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err, std::istream& in,
-        bool interactive);
+int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
+        std::istream& in, bool interactive);
 
 struct Options;
 int commandImport(const Options& options, const std::vector<std::string>& args, std::ostream& out,
@@ -29,9 +29,10 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
                    std::ostream& err);
 int commandImports(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                    std::ostream& err);
-int commandUndo(const Options& options, const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
-int commandAuswertung(const Options& options, const std::vector<std::string>& args, std::ostream& out,
-                      std::ostream& err);
+int commandUndo(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                std::ostream& err);
+int commandAuswertung(const Options& options, const std::vector<std::string>& args,
+                      std::ostream& out, std::ostream& err);
 int commandSql(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                std::ostream& err);
 

@@ -14,13 +14,14 @@ namespace tolma::cli {
 namespace {
 
 const char* kUsage =
-    "Aufruf: tolma-cli [--home VERZEICHNIS] auswertung --von JJJJ-MM --bis JJJJ-MM [--gruppe wz|gemeinde|rechtsform|grund]\n"
+    "Aufruf: tolma-cli [--home VERZEICHNIS] auswertung --von JJJJ-MM --bis JJJJ-MM [--gruppe "
+    "wz|gemeinde|rechtsform|grund]\n"
     "        [--gemeinde KZ] [--csv DATEI] [--pdf DATEI] [--png DATEI]\n";
 
 }  // namespace
 
-int commandAuswertung(const Options& options, const std::vector<std::string>& args, std::ostream& out,
-                      std::ostream& err) {
+int commandAuswertung(const Options& options, const std::vector<std::string>& args,
+                      std::ostream& out, std::ostream& err) {
     std::optional<evaluation::Month> from, to;
     evaluation::Query query;
     std::string csv, pdf, png;
@@ -34,14 +35,16 @@ int commandAuswertung(const Options& options, const std::vector<std::string>& ar
         if (a == "--von" || a == "--bis") {
             const auto month = evaluation::parseMonth(value);
             if (!month) {
-                err << "Ungültiger Zeitraum: '" << value << "' (erwartet wird JJJJ-MM, z. B. 2026-01).\n";
+                err << "Ungültiger Zeitraum: '" << value
+                    << "' (erwartet wird JJJJ-MM, z. B. 2026-01).\n";
                 return kExitUsage;
             }
             (a == "--von" ? from : to) = month;
         } else if (a == "--gruppe") {
             const auto grouping = evaluation::parseGrouping(value);
             if (!grouping) {
-                err << "Unbekannte Gruppierung: '" << value << "' (wz, gemeinde, rechtsform oder grund).\n";
+                err << "Unbekannte Gruppierung: '" << value
+                    << "' (wz, gemeinde, rechtsform oder grund).\n";
                 return kExitUsage;
             }
             query.grouping = *grouping;

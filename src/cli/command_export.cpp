@@ -30,7 +30,8 @@ int commandExport(const Options& options, const std::vector<std::string>& args, 
             }
             sets.emplace_back(index, a.substr(eq + 1));
         } else {
-            err << "Aufruf: tolma-cli [--home VERZEICHNIS] export [--by-key] [--set INDEX=WERT]...\n";
+            err << "Aufruf: tolma-cli [--home VERZEICHNIS] export [--by-key] [--set "
+                   "INDEX=WERT]...\n";
             return kExitUsage;
         }
     }

@@ -24,7 +24,8 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
         // Nothing is kept and nothing is asked: the report is all.
         transfer::ImportCheck report;
         const auto outcome = transfer::checkTransferFile(g, args[1], report);
-        if (outcome == transfer::ImportOutcome::Failed && report.businesses == 0 && !report.warnings.empty()) {
+        if (outcome == transfer::ImportOutcome::Failed && report.businesses == 0 &&
+            !report.warnings.empty()) {
             err << report.warnings.front() << "\n";
             return kExitFailed;
         }
@@ -40,7 +41,8 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
         out << "Import: " << g.startView.Label2 << "\n";
         err << "Der Import ist gescheitert: " << session.cause() << "\n";
     } else if (outcome == transfer::ImportOutcome::StoreFailed) {
-        err << "Die Daten wurden nicht oder nicht vollständig gespeichert: " << g.storeFault << "\n";
+        err << "Die Daten wurden nicht oder nicht vollständig gespeichert: " << g.storeFault
+            << "\n";
     }
     session.finish(out, err);
     switch (outcome) {

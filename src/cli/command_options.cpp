@@ -15,22 +15,26 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
     bool setGemeinden = false;
     for (size_t i = 0; i < args.size(); ++i) {
         const bool hasValue = i + 1 < args.size();
-        if (args[i] == "--datenart" && hasValue && (args[i + 1] == "BETRIEBSBEZOGEN" || args[i + 1] == "MELDUNGSBEZOGEN")) {
+        if (args[i] == "--datenart" && hasValue &&
+            (args[i + 1] == "BETRIEBSBEZOGEN" || args[i + 1] == "MELDUNGSBEZOGEN")) {
             datenart = args[++i];
-        } else if (args[i] == "--filter" && hasValue && (args[i + 1] == "on" || args[i + 1] == "off")) {
+        } else if (args[i] == "--filter" && hasValue &&
+                   (args[i + 1] == "on" || args[i + 1] == "off")) {
             filter = args[++i];
         } else if (args[i] == "--gemeinde" && hasValue) {
             gemeinden.insert(args[++i]);
             setGemeinden = true;
         } else {
-            err << "Aufruf: tolma-cli [--home VERZEICHNIS] options [--datenart BETRIEBSBEZOGEN|MELDUNGSBEZOGEN] "
+            err << "Aufruf: tolma-cli [--home VERZEICHNIS] options [--datenart "
+                   "BETRIEBSBEZOGEN|MELDUNGSBEZOGEN] "
                    "[--filter on|off] [--gemeinde KZ]...\n";
             return kExitUsage;
         }
     }
     // What the command line asks for is the clerk's answer to the form's questions.
     Options answered = options;
-    if (answered.answers == TerminalDialogs::Mode::Ask) answered.answers = TerminalDialogs::Mode::Yes;
+    if (answered.answers == TerminalDialogs::Mode::Ask)
+        answered.answers = TerminalDialogs::Mode::Yes;
     Session session(answered, out);
     if (!session.start(err)) return kExitFailed;
     core::Globals& g = session.g;
@@ -44,9 +48,11 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
     if (setGemeinden) {
         // The whole code table, with exactly the named municipalities selected.
         options::Command6_Click(g, form);
-        for (size_t i = 0; i < form.List1.size(); ++i) form.selected[i] = gemeinden.count(form.List1[i].substr(0, 8)) > 0;
+        for (size_t i = 0; i < form.List1.size(); ++i)
+            form.selected[i] = gemeinden.count(form.List1[i].substr(0, 8)) > 0;
         for (const auto& kz : gemeinden)
-            if (std::none_of(form.List1.begin(), form.List1.end(), [&](const std::string& e) { return e.rfind(kz, 0) == 0; }))
+            if (std::none_of(form.List1.begin(), form.List1.end(),
+                             [&](const std::string& e) { return e.rfind(kz, 0) == 0; }))
                 err << "Gemeindekennzahl nicht gefunden: " << kz << "\n";
     }
     const bool saved = options::Command3_Click(g, form, 1);

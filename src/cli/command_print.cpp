@@ -110,8 +110,8 @@ int print(core::Globals& g, const Request& r, std::ostream& out, std::ostream& e
         if (!r.persNr.empty() &&
             !exists(g,
                     "SELECT [bez-pers-nr] FROM beziehung_betrieb_person WHERE [bez-betr-nr] = " +
-                        quote(nr) + " AND [bez-betr-hist-nr] = " + quote(hist) + " AND [bez-pers-nr] = " +
-                        quote(r.persNr),
+                        quote(nr) + " AND [bez-betr-hist-nr] = " + quote(hist) +
+                        " AND [bez-pers-nr] = " + quote(r.persNr),
                     "bez-pers-nr"))
             return refuse(g, err,
                           "Person nicht gefunden: Personennummer " + r.persNr +

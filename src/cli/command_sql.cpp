@@ -18,11 +18,20 @@ std::string cell(const store::Variant& v) {
     std::string out;
     for (char c : v.toString()) {
         switch (c) {
-            case '\t': out += "\\t"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\\': out += "\\\\"; break;
-            default: out += c;
+            case '\t':
+                out += "\\t";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            default:
+                out += c;
         }
     }
     return out;
@@ -30,7 +39,8 @@ std::string cell(const store::Variant& v) {
 
 }  // namespace
 
-int runStatement(const store::Database& db, const std::string& statement, std::ostream& out, std::ostream& err);
+int runStatement(const store::Database& db, const std::string& statement, std::ostream& out,
+                 std::ostream& err);
 
 int commandSql(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                std::ostream& err) {
@@ -52,12 +62,14 @@ int commandSql(const Options& options, const std::vector<std::string>& args, std
     }
     Session session(options, out);
     if (!session.start(err)) return kExitFailed;
-    const int code = runStatement(settingsStore ? session.g.db_org : session.g.db_daten, statement, out, err);
+    const int code =
+        runStatement(settingsStore ? session.g.db_org : session.g.db_daten, statement, out, err);
     session.finish(out, err);
     return code;
 }
 
-int runStatement(const store::Database& db, const std::string& statement, std::ostream& out, std::ostream& err) {
+int runStatement(const store::Database& db, const std::string& statement, std::ostream& out,
+                 std::ostream& err) {
     try {
         if (!db.isSet()) {
             err << "Die Datenbank ist nicht geöffnet; Einzelheiten im Fehlerprotokoll.\n";
@@ -80,11 +92,11 @@ int runStatement(const store::Database& db, const std::string& statement, std::o
         auto st = db.connection()->prepare(prepared.shape->sql);
         st->bindValues(prepared.values, prepared.shape->numeric);
         if (st->columnCount() > 0) {
-            for (int i = 0; i < st->columnCount(); ++i)
-                out << (i ? "\t" : "") << st->columnName(i);
+            for (int i = 0; i < st->columnCount(); ++i) out << (i ? "\t" : "") << st->columnName(i);
             out << "\n";
             while (st->step()) {
-                for (int i = 0; i < st->columnCount(); ++i) out << (i ? "\t" : "") << cell(st->column(i));
+                for (int i = 0; i < st->columnCount(); ++i)
+                    out << (i ? "\t" : "") << cell(st->column(i));
                 out << "\n";
             }
             return kExitOk;

@@ -18,7 +18,8 @@ bool startWithStore(Session& session, std::ostream& err) {
 
 }  // namespace
 
-int commandImports(const Options& options, const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+int commandImports(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                   std::ostream& err) {
     if (!args.empty()) {
         err << "Aufruf: tolma-cli [--home VERZEICHNIS] imports\n";
         return kExitUsage;
@@ -27,13 +28,14 @@ int commandImports(const Options& options, const std::vector<std::string>& args,
     if (!startWithStore(session, err)) return kExitFailed;
     out << "Lauf\tDatum\tDatei\tBetriebe\tZurückgenommen\n";
     for (const auto& r : transfer::importRuns(*session.g.db_daten.connection()))
-        out << r.lauf << "\t" << r.datum << "\t" << r.datei << "\t" << r.betriebe << "\t" << (r.zurueckgenommen ? "ja" : "nein")
-            << "\n";
+        out << r.lauf << "\t" << r.datum << "\t" << r.datei << "\t" << r.betriebe << "\t"
+            << (r.zurueckgenommen ? "ja" : "nein") << "\n";
     session.finish(out, err);
     return kExitOk;
 }
 
-int commandUndo(const Options& options, const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+int commandUndo(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                std::ostream& err) {
     std::optional<long> from;
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--lauf" && i + 1 < args.size()) {
@@ -52,7 +54,8 @@ int commandUndo(const Options& options, const std::vector<std::string>& args, st
     if (!startWithStore(session, err)) return kExitFailed;
     const auto result = transfer::Import_zuruecknehmen(session.g, from);
     for (const auto& r : result.runs) out << "Zurückgenommen: " << transfer::describeRun(r) << "\n";
-    if (result.outcome == transfer::TakeBackOutcome::Failed) err << "Zurücknehmen gescheitert: " << session.cause() << "\n";
+    if (result.outcome == transfer::TakeBackOutcome::Failed)
+        err << "Zurücknehmen gescheitert: " << session.cause() << "\n";
     session.finish(out, err);
     switch (result.outcome) {
         case transfer::TakeBackOutcome::Done:

@@ -9,7 +9,9 @@ namespace tolma::cli {
 namespace {
 
 std::atomic<bool> interrupted{false};
-extern "C" void onInterrupt(int) { interrupted = true; }
+extern "C" void onInterrupt(int) {
+    interrupted = true;
+}
 struct sigaction previousAction {};
 
 }  // namespace
@@ -24,7 +26,8 @@ InterruptAsEscape::InterruptAsEscape(core::Globals& g, std::ostream& err, bool s
     g.doEvents = [&g] {
         if (interrupted.exchange(false)) g.taste = 27;
     };
-    auto last = std::make_shared<std::chrono::steady_clock::time_point>(std::chrono::steady_clock::now());
+    auto last =
+        std::make_shared<std::chrono::steady_clock::time_point>(std::chrono::steady_clock::now());
     g.refreshView = [&g, &err, showProgress, last] {
         if (!showProgress) return;
         const auto now = std::chrono::steady_clock::now();

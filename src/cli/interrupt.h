@@ -10,13 +10,13 @@ namespace tolma::cli {
 // DoEvents, and long work stops between two records. On a terminal the start view's label is
 // shown as progress.
 class InterruptAsEscape {
-public:
+  public:
     InterruptAsEscape(core::Globals& g, std::ostream& err, bool showProgress);
     ~InterruptAsEscape();
     InterruptAsEscape(const InterruptAsEscape&) = delete;
     InterruptAsEscape& operator=(const InterruptAsEscape&) = delete;
 
-private:
+  private:
     std::ostream& err_;
     bool showProgress_;
 };

@@ -13,7 +13,8 @@ namespace tolma::cli {
 
 Session::Session(const Options& options, std::ostream& out)
     : options_(options),
-      dialogs_(std::make_unique<TerminalDialogs>(out, options.in ? *options.in : std::cin, options.interactive)) {
+      dialogs_(std::make_unique<TerminalDialogs>(out, options.in ? *options.in : std::cin,
+                                                 options.interactive)) {
     dialogs_->setMode(options.answers, options.answerScript);
     browse::attachDataControls(g);
     g.dialogs = dialogs_.get();
@@ -28,7 +29,8 @@ bool Session::start(std::ostream& err) {
     if (!g.db_org.isSet()) {
         // With the stores in place it was the settings store that could not be opened.
         bool storesInPlace = !g.pfad_db.empty();
-        for (const char* name : {model::kSettingsStoreFile, model::kBusinessStoreFile, model::kNotificationStoreFile})
+        for (const char* name :
+             {model::kSettingsStoreFile, model::kBusinessStoreFile, model::kNotificationStoreFile})
             storesInPlace = storesInPlace && core::findIgnoringCase(g.pfad_db, name).has_value();
         err << (storesInPlace ? "Die Einstellungsdatenbank konnte nicht geöffnet werden: "
                               : "Das Programm konnte nicht gestartet werden: ")
@@ -49,8 +51,9 @@ void Session::tellAboutLog(std::ostream& out) const {
     if (g.logWriteError.empty())
         out << "Fehlerprotokoll: " << core::errorLogPath(g) << "\n";
     else
-        out << "Das Fehlerprotokoll " << core::errorLogPath(g) << " konnte nicht geschrieben werden ("
-            << g.logWriteError << "); der letzte Fehler: " << g.lastLoggedError << "\n";
+        out << "Das Fehlerprotokoll " << core::errorLogPath(g)
+            << " konnte nicht geschrieben werden (" << g.logWriteError
+            << "); der letzte Fehler: " << g.lastLoggedError << "\n";
 }
 
 void Session::finish(std::ostream& out, std::ostream& err) {

@@ -11,7 +11,7 @@ namespace tolma::cli {
 
 // The program's start for one command: the same A_Start as the desktop program runs.
 class Session {
-public:
+  public:
     Session(const Options& options, std::ostream& out);
     ~Session();
 
@@ -25,7 +25,7 @@ public:
 
     core::Globals g;
 
-private:
+  private:
     void tellAboutLog(std::ostream& out) const;
 
     const Options& options_;

@@ -30,7 +30,8 @@ bool TerminalDialogs::answer() {
             return false;
         case Mode::Script: {
             const size_t i = asked_++;
-            return i < script_.size() && (script_[i] == 'j' || script_[i] == 'J' || script_[i] == 'y');
+            return i < script_.size() &&
+                   (script_[i] == 'j' || script_[i] == 'J' || script_[i] == 'y');
         }
         case Mode::Ask:
             break;
@@ -55,6 +56,8 @@ int TerminalDialogs::MsgBox(const std::string& text, int style, const std::strin
     return yes ? core::msg::vbYes : core::msg::vbNo;
 }
 
-void TerminalDialogs::openInViewer(const std::string& path) { out_ << "Fehlerprotokoll: " << path << "\n"; }
+void TerminalDialogs::openInViewer(const std::string& path) {
+    out_ << "Fehlerprotokoll: " << path << "\n";
+}
 
 }  // namespace tolma::cli

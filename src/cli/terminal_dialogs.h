@@ -11,7 +11,7 @@ namespace tolma::cli {
 // --answers (j/n in the order asked, then No); without these they are asked on a terminal and
 // answered No otherwise.
 class TerminalDialogs : public core::Dialogs {
-public:
+  public:
     enum class Mode { Ask, Yes, No, Script };
 
     TerminalDialogs(std::ostream& out, std::istream& in, bool interactive)
@@ -25,7 +25,7 @@ public:
     int MsgBox(const std::string& text, int style, const std::string& title) override;
     void openInViewer(const std::string& path) override;
 
-private:
+  private:
     bool answer();
 
     std::ostream& out_;

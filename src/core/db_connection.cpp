@@ -1,8 +1,8 @@
 #include "core/db_connection.h"
 
-#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
+#include <cstdio>
 
 #include "core/error_log.h"
 #include "core/files.h"
@@ -63,7 +63,8 @@ void DB_Load(Globals& g) {
     g.akt_schritt = 0;
     try {
         g.db_name_org = settingsStorePath(g);
-        g.db_org = store::Database::OpenDatabase(g.db_name_org, true, false, "; pwd=" + g.db_passwort);
+        g.db_org =
+            store::Database::OpenDatabase(g.db_name_org, true, false, "; pwd=" + g.db_passwort);
         g.db_name_daten = g.db_pfad_aktuell;
         g.db_daten = store::Database::OpenDatabase(g.db_name_daten);
         DB_Handles_oeffnen(g);
@@ -75,7 +76,8 @@ void DB_Load(Globals& g) {
 
 void DB_Handles_oeffnen(Globals& g) {
     for (const auto& h : kHandles)
-        g.*(h.handle) = (h.settings ? g.db_org : g.db_daten).OpenRecordset(h.table, store::dao::dbOpenDynaset);
+        g.*(h.handle) =
+            (h.settings ? g.db_org : g.db_daten).OpenRecordset(h.table, store::dao::dbOpenDynaset);
 }
 
 void DB_Binden(Globals& g) {
@@ -131,8 +133,8 @@ int A_Kompress(Globals& g, const std::string& path, const std::string& /*sourceC
         std::error_code ec;
         std::filesystem::remove(temp, ec);  // a cut copy only takes the space the disk lacks
         const ErrorInfo info = describeError(e);
-        A_Error_Log(g, "A_Kompress", info.source, std::to_string(info.number), info.text, "Fehlerortung: ",
-                    "Fehler bei Komprimierung von '" + path + "'");
+        A_Error_Log(g, "A_Kompress", info.source, std::to_string(info.number), info.text,
+                    "Fehlerortung: ", "Fehler bei Komprimierung von '" + path + "'");
         return 0;
     }
 }

@@ -9,12 +9,12 @@ namespace tolma::core {
 
 namespace msg {
 inline constexpr int vbOKOnly = 0;
-inline constexpr int vbCritical = 16;      // critical, OK
-inline constexpr int vbCriticalYesNo = 20; // critical, Yes and No
-inline constexpr int vbQuestionYesNo = 36; // question, Yes and No
-inline constexpr int vbExclamation = 48;   // warning, OK
-inline constexpr int vbInformation = 64;   // information, OK
-inline constexpr int vbQuestionYesNoNo = 68; // question, Yes and No
+inline constexpr int vbCritical = 16;         // critical, OK
+inline constexpr int vbCriticalYesNo = 20;    // critical, Yes and No
+inline constexpr int vbQuestionYesNo = 36;    // question, Yes and No
+inline constexpr int vbExclamation = 48;      // warning, OK
+inline constexpr int vbInformation = 64;      // information, OK
+inline constexpr int vbQuestionYesNoNo = 68;  // question, Yes and No
 inline constexpr int vbOK = 1;
 inline constexpr int vbYes = 6;
 inline constexpr int vbNo = 7;
@@ -23,7 +23,7 @@ bool hasYesNo(int style);
 }  // namespace msg
 
 class Dialogs {
-public:
+  public:
     virtual ~Dialogs() = default;
     // Shows a message box; the answer is 1 for OK, 6 for Yes, 7 for No.
     virtual int MsgBox(const std::string& text, int style, const std::string& title) = 0;
@@ -31,7 +31,8 @@ public:
     virtual void openInViewer(const std::string& path) = 0;
     // The file dialog: a file to open, or the empty text when the clerk cancels. The filter
     // is the old platform's "Text|pattern|Text|pattern|"; the index counts from 1.
-    virtual std::string chooseFile(const std::string& startDirectory, const std::string& filter, int filterIndex) {
+    virtual std::string chooseFile(const std::string& startDirectory, const std::string& filter,
+                                   int filterIndex) {
         (void)startDirectory, (void)filter, (void)filterIndex;
         return {};
     }

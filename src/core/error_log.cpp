@@ -39,14 +39,17 @@ std::string writeFailure(int code) {
     }
 }
 
-std::string errorLogPath(const Globals& g) { return g.pfad_log + "ERROR.LOG"; }
+std::string errorLogPath(const Globals& g) {
+    return g.pfad_log + "ERROR.LOG";
+}
 
 void A_Error_Log(Globals& g, const std::string& procedure, const std::string& source,
                  const std::string& number, const std::string& text, const std::string& location,
                  const std::string& locationValue) {
     g.lastLoggedError = text;
     const long n = std::atol(number.c_str());
-    if (g.storeFault.empty() && (store::err::isStoreFault(static_cast<int>(n)) || n == kDiskFullError || n == kAccessDeniedError))
+    if (g.storeFault.empty() && (store::err::isStoreFault(static_cast<int>(n)) ||
+                                 n == kDiskFullError || n == kAccessDeniedError))
         g.storeFault = text;
     if (g.logCapture) {
         g.logCapture->push_back({procedure, number, text, location, locationValue});
@@ -57,7 +60,9 @@ void A_Error_Log(Globals& g, const std::string& procedure, const std::string& so
     std::error_code ec;
     const bool isNew = !std::filesystem::exists(path, ec);
     std::ofstream out(path, std::ios::binary | std::ios::app);
-    if (isNew && out) std::filesystem::permissions(path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write, ec);
+    if (isNew && out)
+        std::filesystem::permissions(
+            path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write, ec);
     auto line = [&](const std::string& s) { out << model::utf8ToCp1252(s) << "\r\n"; };
     if (!g.fehler_vorhanden) {
         line(std::string(88, '_'));
@@ -81,18 +86,25 @@ void A_Error_Log(Globals& g, const std::string& procedure, const std::string& so
 
 void A_Log_anbieten(Globals& g) {
     if (!g.fehler_vorhanden) return;
-    const int answer = showMessage(g, "Update-Fehler!\nWollen Sie die Log-Datei ('" + g.pfad_log + "ERROR.LOG')" +
-                                          " ansehen?",
-                                   msg::vbQuestionYesNo, "Achtung!");
+    const int answer = showMessage(
+        g, "Update-Fehler!\nWollen Sie die Log-Datei ('" + g.pfad_log + "ERROR.LOG')" + " ansehen?",
+        msg::vbQuestionYesNo, "Achtung!");
     if (answer == msg::vbYes && g.dialogs) g.dialogs->openInViewer(errorLogPath(g));
 }
 
-RuntimeError indexOutOfRange() { return RuntimeError(9, "Index außerhalb des gültigen Bereichs"); }
-RuntimeError typeMismatch() { return RuntimeError(13, "Typen unverträglich"); }
-RuntimeError invalidCall() { return RuntimeError(5, "Ungültiger Prozeduraufruf oder ungültiges Argument"); }
+RuntimeError indexOutOfRange() {
+    return RuntimeError(9, "Index außerhalb des gültigen Bereichs");
+}
+RuntimeError typeMismatch() {
+    return RuntimeError(13, "Typen unverträglich");
+}
+RuntimeError invalidCall() {
+    return RuntimeError(5, "Ungültiger Prozeduraufruf oder ungültiges Argument");
+}
 
 ErrorInfo describeError(const std::exception& e) {
-    if (const auto* rt = dynamic_cast<const RuntimeError*>(&e)) return {"TOLMA_4x_Access", rt->number(), rt->what()};
+    if (const auto* rt = dynamic_cast<const RuntimeError*>(&e))
+        return {"TOLMA_4x_Access", rt->number(), rt->what()};
     if (const auto* dao = dynamic_cast<const store::DaoError*>(&e))
         return {dao->source(), dao->number(), dao->description()};
     if (const auto* fs = dynamic_cast<const std::filesystem::filesystem_error*>(&e)) {
@@ -104,15 +116,17 @@ ErrorInfo describeError(const std::exception& e) {
             return {"TOLMA_4x_Access", kAccessDeniedError, "Zugriff verweigert: '" + path + "'"};
         if (code == std::errc::no_space_on_device)
             return {"TOLMA_4x_Access", kDiskFullError, "Datenträger voll: '" + path + "'"};
-        return {"TOLMA_4x_Access", 75, "Fehler beim Zugriff auf Pfad/Datei: '" + path + "' (" + code.message() + ")"};
+        return {"TOLMA_4x_Access", 75,
+                "Fehler beim Zugriff auf Pfad/Datei: '" + path + "' (" + code.message() + ")"};
     }
-    return {"TOLMA_4x_Access", 5, std::string("Ungültiger Prozeduraufruf oder ungültiges Argument: ") + e.what()};
+    return {"TOLMA_4x_Access", 5,
+            std::string("Ungültiger Prozeduraufruf oder ungültiges Argument: ") + e.what()};
 }
 
 void logTrapped(Globals& g, const std::string& procedure, const std::exception& e) {
     const ErrorInfo info = describeError(e);
-    A_Error_Log(g, procedure, info.source, std::to_string(info.number), info.text, "Fehlerortung: ",
-                std::to_string(g.akt_schritt));
+    A_Error_Log(g, procedure, info.source, std::to_string(info.number), info.text,
+                "Fehlerortung: ", std::to_string(g.akt_schritt));
 }
 
 }  // namespace tolma::core

@@ -29,11 +29,12 @@ inline constexpr long kDiskFullError = 61, kAccessDeniedError = 70, kPathNotFoun
 // A run-time error of the program itself, with the old platform's number: 5 invalid call,
 // 9 index out of range, 13 type mismatch.
 class RuntimeError : public std::runtime_error {
-public:
-    RuntimeError(long number, const std::string& text) : std::runtime_error(text), number_(number) {}
+  public:
+    RuntimeError(long number, const std::string& text)
+        : std::runtime_error(text), number_(number) {}
     long number() const { return number_; }
 
-private:
+  private:
     long number_;
 };
 RuntimeError indexOutOfRange();

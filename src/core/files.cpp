@@ -40,7 +40,8 @@ std::optional<std::filesystem::path> findIgnoringCase(const std::filesystem::pat
 namespace {
 
 [[noreturn]] void failCopy(const std::filesystem::path& path, int code) {
-    throw std::filesystem::filesystem_error("FileCopy", path, std::error_code(code, std::generic_category()));
+    throw std::filesystem::filesystem_error("FileCopy", path,
+                                            std::error_code(code, std::generic_category()));
 }
 
 }  // namespace

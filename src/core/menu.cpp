@@ -39,14 +39,17 @@ void menue_import_datenbank(Globals& g) {
     A_Fenster_schliessen(g);
     g.marks.menue_import_datenbank = true;
     const std::string file =
-        g.dialogs ? g.dialogs->chooseFile(g.pfad_dat, "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2) : "";
+        g.dialogs ? g.dialogs->chooseFile(
+                        g.pfad_dat, "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2)
+                  : "";
     if (!model::trimBlanks(file).empty()) {
         g.startView.MDIForm1Enabled = false;
         g.refreshView();
         if (g.Upd_1_Start) g.Upd_1_Start(g, file);
         g.startView.MDIForm1Enabled = true;
     } else {
-        showMessage(g, "Es wurde keine Update-Datei ausgewählt!", msg::vbInformation, "Auswahl einer Update-Datei!");
+        showMessage(g, "Es wurde keine Update-Datei ausgewählt!", msg::vbInformation,
+                    "Auswahl einer Update-Datei!");
         g.marks.menue_import_datenbank = false;
     }
     // The file dialog may have changed the current directory.
@@ -60,8 +63,8 @@ void menue_Ums_bearbeiten(Globals& g) {
         if (g.dialogs) g.dialogs->openInViewer(g.umsetzdatei_pfad);
         return;
     }
-    if (showMessage(g, "\nEs wurde keine Umsetz-Datei ausgewählt!\n\nWollen Sie eine auswählen?\n", msg::vbQuestionYesNo,
-                    g.msg_titel) == msg::vbYes)
+    if (showMessage(g, "\nEs wurde keine Umsetz-Datei ausgewählt!\n\nWollen Sie eine auswählen?\n",
+                    msg::vbQuestionYesNo, g.msg_titel) == msg::vbYes)
         g.showForm("Frm_Optionen");
 }
 
@@ -73,7 +76,9 @@ void menue_DB_auswahl_export(Globals& g) {
                     msg::vbQuestionYesNo, "Auswahl der Export-Datenbank!") != msg::vbYes)
         return;
     const std::string file =
-        g.dialogs ? g.dialogs->chooseFile(g.pfad_app, "Alle Dateien (*.*)|*.*|mdb-Dateien (*.mdb)|*.mdb|", 2) : "";
+        g.dialogs ? g.dialogs->chooseFile(g.pfad_app,
+                                          "Alle Dateien (*.*)|*.*|mdb-Dateien (*.mdb)|*.mdb|", 2)
+                  : "";
     if (model::trimBlanks(file).empty()) return;
     g.exportdatenbank_pfad = file;
     auto& rs = g.rs_optionen;
@@ -89,7 +94,8 @@ void menue_DB_auswahl_export(Globals& g) {
 
 std::filesystem::path instanceLockFile() {
     const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    const std::filesystem::path dir = runtime && *runtime ? runtime : std::filesystem::temp_directory_path();
+    const std::filesystem::path dir =
+        runtime && *runtime ? runtime : std::filesystem::temp_directory_path();
     return dir / ("tolma-" + std::to_string(::getuid()) + ".lock");
 }
 
@@ -116,7 +122,8 @@ void MDIForm_Load(Globals& g, bool prevInstance) {
     // second copy, if anything does.
     if (prevInstance)
         showMessage(g,
-                    "Eine Instanz dieses Programmes läuft bereits,\nbitte beenden Sie alle Instanzen im Hintergrund "
+                    "Eine Instanz dieses Programmes läuft bereits,\nbitte beenden Sie alle "
+                    "Instanzen im Hintergrund "
                     "bevor Sie ''OK'' klicken!\n\n",
                     msg::vbCritical, "Programmstart!");
 }

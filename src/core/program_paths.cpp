@@ -24,8 +24,9 @@ ProgramPaths resolvePaths(const std::filesystem::path& executableDir,
     } else {
         const char* xdg = std::getenv("XDG_DATA_HOME");
         const char* userHome = std::getenv("HOME");
-        std::filesystem::path base = xdg && *xdg ? std::filesystem::path(xdg)
-                                     : std::filesystem::path(userHome ? userHome : ".") / ".local" / "share";
+        std::filesystem::path base =
+            xdg && *xdg ? std::filesystem::path(xdg)
+                        : std::filesystem::path(userHome ? userHome : ".") / ".local" / "share";
         p.home = base / "TOLMA_4x_Access";
     }
     return p;
@@ -38,4 +39,3 @@ std::filesystem::path executableDir() {
 }
 
 }  // namespace tolma::core
-

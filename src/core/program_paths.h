@@ -28,4 +28,3 @@ ProgramPaths resolvePaths(const std::filesystem::path& executableDir,
 std::filesystem::path executableDir();
 
 }  // namespace tolma::core
-

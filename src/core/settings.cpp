@@ -9,20 +9,23 @@
 namespace tolma::core {
 namespace {
 
-bool isEmpty(const store::Variant& v) { return v.isNull() || v.toString().empty(); }
+bool isEmpty(const store::Variant& v) {
+    return v.isNull() || v.toString().empty();
+}
 
 // A flag field as the 16-bit flag of the system; a Null cannot be read as one.
 std::int16_t flagOf(const store::Variant& v, const char* field) {
     if (v.isNull())
-        throw store::DaoError("TOLMA_4x_Access", 94, std::string("Unzulässige Verwendung von Null (") + field + ")");
+        throw store::DaoError("TOLMA_4x_Access", 94,
+                              std::string("Unzulässige Verwendung von Null (") + field + ")");
     return v.toBool() ? -1 : 0;
 }
 
 void failureMessage(Globals& g) {
     // The text of the pending error stands first; no error is pending here.
     showMessage(g,
-                std::string("\n") + "Die Datenbank wurde am angegebenen Ort nicht gefunden," + "\n\n" +
-                    "deshalb verwendet das Programm die Default-Datenbank!" + "\n\n",
+                std::string("\n") + "Die Datenbank wurde am angegebenen Ort nicht gefunden," +
+                    "\n\n" + "deshalb verwendet das Programm die Default-Datenbank!" + "\n\n",
                 msg::vbCritical, "Datenbank-Fehler!");
 }
 
@@ -85,7 +88,8 @@ void A_org_lesen(Globals& g) {
             g.db_kurzname = "tl_4x_m";
         }
         g.filter_aktiv_flag = flagOf(rs.Fields("filter_aktiv").Value(), "filter_aktiv");
-        g.dateiendung_flag = flagOf(rs.Fields("Dateiendung_registriert").Value(), "Dateiendung_registriert");
+        g.dateiendung_flag =
+            flagOf(rs.Fields("Dateiendung_registriert").Value(), "Dateiendung_registriert");
         g.datenart_wert = datenart;
         g.db_betr_pfad = rs.Fields("db_betriebsbezogen").Value().toString();
         g.db_meld_pfad = rs.Fields("db_meldungsbezogen").Value().toString();
@@ -105,8 +109,10 @@ void A_org_update(Globals& g) {
             rs.MoveFirst();
             rs.Edit();
         }
-        if (!g.optionen.Text6[0].empty()) rs.Fields("db_betriebsbezogen").setValue(g.optionen.Text6[0]);
-        if (!g.optionen.Text6[1].empty()) rs.Fields("db_meldungsbezogen").setValue(g.optionen.Text6[1]);
+        if (!g.optionen.Text6[0].empty())
+            rs.Fields("db_betriebsbezogen").setValue(g.optionen.Text6[0]);
+        if (!g.optionen.Text6[1].empty())
+            rs.Fields("db_meldungsbezogen").setValue(g.optionen.Text6[1]);
         if (g.datenart_wert == kBetriebsbezogen) {
             rs.Fields("datenart").setValue(kBetriebsbezogen);
             g.db_pfad_aktuell = g.optionen.Text6[0];
@@ -121,7 +127,8 @@ void A_org_update(Globals& g) {
         g.akt_schritt = 2;
         rs.Fields("filter_aktiv").setValue(store::Variant::boolean(g.filter_aktiv_flag != 0));
         g.akt_schritt = 3;
-        rs.Fields("Dateiendung_registriert").setValue(store::Variant::boolean(g.dateiendung_flag != 0));
+        rs.Fields("Dateiendung_registriert")
+            .setValue(store::Variant::boolean(g.dateiendung_flag != 0));
         rs.Update();
     } catch (const std::exception& e) {
         logTrapped(g, "A_org_update", e);

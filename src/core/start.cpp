@@ -51,7 +51,8 @@ void A_Start(Globals& g, const std::filesystem::path& home) {
         g.pfad_db = app + "DB/";
         // Until the directories stand, a failure has no log to go to.
         if (!std::filesystem::is_directory(app)) {
-            std::filesystem::create_directories(std::filesystem::path(app).parent_path().parent_path());
+            std::filesystem::create_directories(
+                std::filesystem::path(app).parent_path().parent_path());
             createPrivateDirectory(app);
         }
         g.pfad_log = ensureDirectory(app, "Log");
@@ -61,11 +62,13 @@ void A_Start(Globals& g, const std::filesystem::path& home) {
         copyIfMissing(g, model::kBusinessStoreFile);
         copyIfMissing(g, model::kNotificationStoreFile);
         g.db_passwort = "kelpa";
-        g.db_org = store::Database::OpenDatabase(settingsStorePath(g), true, false, "; pwd=" + g.db_passwort);
+        g.db_org = store::Database::OpenDatabase(settingsStorePath(g), true, false,
+                                                 "; pwd=" + g.db_passwort);
         g.rs_optionen = g.db_org.OpenRecordset("Optionen", store::dao::dbOpenDynaset);
         A_org_lesen(g);
         DB_Load(g);
-        if (g.pfad_app.find("WoDrex") == std::string::npos && g.checkFileAssociation) g.checkFileAssociation(g);
+        if (g.pfad_app.find("WoDrex") == std::string::npos && g.checkFileAssociation)
+            g.checkFileAssociation(g);
         showStartView(g);
         if (!g.commandLine.empty()) {
             g.doEvents();

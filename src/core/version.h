@@ -5,7 +5,8 @@
 namespace tolma::core {
 
 inline constexpr const char* kProductName = "TOLMA_4x_Access";
-inline constexpr const char* kCompanyName = "Gewerbeamt – Schnittstellenprogramm für Gewerbemeldungen";
+inline constexpr const char* kCompanyName =
+    "Gewerbeamt – Schnittstellenprogramm für Gewerbemeldungen";
 inline constexpr int kVersionMajor = 420;
 inline constexpr int kVersionMinor = 151;
 inline constexpr int kVersionRevision = 3;

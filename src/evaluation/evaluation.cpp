@@ -27,7 +27,8 @@ bool digits(const std::string& s, size_t from, size_t n) {
 std::optional<Month> monthOfDate(const std::string& raw) {
     const std::string d = model::trimBlanks(raw);
     Month m;
-    if (d.size() >= 10 && d[2] == '.' && d[5] == '.' && digits(d, 0, 2) && digits(d, 3, 2) && digits(d, 6, 4))
+    if (d.size() >= 10 && d[2] == '.' && d[5] == '.' && digits(d, 0, 2) && digits(d, 3, 2) &&
+        digits(d, 6, 4))
         m = {std::atoi(d.substr(6, 4).c_str()), std::atoi(d.substr(3, 2).c_str())};
     else if (d.size() >= 10 && d[4] == '-' && d[7] == '-' && digits(d, 0, 4) && digits(d, 5, 2))
         m = {std::atoi(d.substr(0, 4).c_str()), std::atoi(d.substr(5, 2).c_str())};
@@ -39,7 +40,9 @@ std::optional<Month> monthOfDate(const std::string& raw) {
     return m;
 }
 
-Month next(Month m) { return m.month == 12 ? Month{m.year + 1, 1} : Month{m.year, m.month + 1}; }
+Month next(Month m) {
+    return m.month == 12 ? Month{m.year + 1, 1} : Month{m.year, m.month + 1};
+}
 
 Month monthsBefore(Month m, int n) {
     int index = m.year * 12 + (m.month - 1) - n;
@@ -61,7 +64,8 @@ std::string csvField(const std::string& text) {
 }  // namespace
 
 std::optional<Month> parseMonth(const std::string& text) {
-    if (text.size() != 7 || text[4] != '-' || !digits(text, 0, 4) || !digits(text, 5, 2)) return std::nullopt;
+    if (text.size() != 7 || text[4] != '-' || !digits(text, 0, 4) || !digits(text, 5, 2))
+        return std::nullopt;
     const Month m{std::atoi(text.substr(0, 4).c_str()), std::atoi(text.substr(5, 2).c_str())};
     if (m.month < 1 || m.month > 12 || m.year < 1) return std::nullopt;
     return m;
@@ -84,7 +88,8 @@ std::vector<Section> loadSections(const std::filesystem::path& file) {
         if (line.empty()) continue;
         // The title is the last field and may hold semicolons itself.
         const size_t a = line.find(';'), b = line.find(';', a + 1), c = line.find(';', b + 1);
-        if (c == std::string::npos) throw core::RuntimeError(5, "Ungültige Zeile in '" + file.string() + "': " + line);
+        if (c == std::string::npos)
+            throw core::RuntimeError(5, "Ungültige Zeile in '" + file.string() + "': " + line);
         sections.push_back({line.substr(0, a), std::atoi(line.substr(a + 1, b - a - 1).c_str()),
                             std::atoi(line.substr(b + 1, c - b - 1).c_str()), line.substr(c + 1)});
     }
@@ -130,8 +135,10 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
     std::set<std::string> scope;
     std::map<std::string, std::string> names;  // gem-kz to name, for the municipality lines
     if (query.scope == Query::Scope::Filter) {
-        auto rs = g.db_org.OpenRecordset("SELECT [gem-kz] FROM aktuelleGemeinde WHERE markiert <> 0");
-        for (long i = 0; i < rs.RecordCount(); ++i) scope.insert(model::trimBlanks(rs.rowAt(i)[0].toString()));
+        auto rs =
+            g.db_org.OpenRecordset("SELECT [gem-kz] FROM aktuelleGemeinde WHERE markiert <> 0");
+        for (long i = 0; i < rs.RecordCount(); ++i)
+            scope.insert(model::trimBlanks(rs.rowAt(i)[0].toString()));
     }
     if (query.grouping == Grouping::Municipality) {
         auto rs = g.db_org.OpenRecordset("SELECT [gem-kz], [gem-name] FROM gemeindekennzahlen");
@@ -143,16 +150,22 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
 
     // One pass over the notifications, with each one's main activity beside it.
     auto st = c.prepare(
-        "SELECT b.[betr-nr], b.[betr-hist-nr], b.[meld-art], b.[meld-datum], b.[gem-kz], b.[b-rechtsform-text], "
-        "b.[meld-grund-text], b.[b-nebenerwerb], (SELECT t.[tk-schl] FROM betrieb_taetigkeit t WHERE "
-        "t.[betr-nr] = b.[betr-nr] AND t.[betr-hist-nr] = b.[betr-hist-nr] AND trim(t.[tk-schwerp]) = '1' "
+        "SELECT b.[betr-nr], b.[betr-hist-nr], b.[meld-art], b.[meld-datum], b.[gem-kz], "
+        "b.[b-rechtsform-text], "
+        "b.[meld-grund-text], b.[b-nebenerwerb], (SELECT t.[tk-schl] FROM betrieb_taetigkeit t "
+        "WHERE "
+        "t.[betr-nr] = b.[betr-nr] AND t.[betr-hist-nr] = b.[betr-hist-nr] AND "
+        "trim(t.[tk-schwerp]) = '1' "
         "ORDER BY t.rowid LIMIT 1) FROM betrieb b");
     std::map<std::string, Counts> byLine;
     std::map<Month, Counts> byMonth;
     for (Month m = query.from; m <= query.to; m = next(m)) byMonth[m];
     while (st->step()) {
         const std::string art = model::trimBlanks(st->column(2).toString());
-        const int kind = art == "01" || art == "1" ? 1 : art == "02" || art == "2" ? 2 : art == "03" || art == "3" ? 3 : 0;
+        const int kind = art == "01" || art == "1"   ? 1
+                         : art == "02" || art == "2" ? 2
+                         : art == "03" || art == "3" ? 3
+                                                     : 0;
         if (kind == 0) continue;  // 999 and unknown kinds are never counted
         const auto month = monthOfDate(st->column(3).toString());
         if (!month || *month < query.from || query.to < *month) continue;
@@ -180,16 +193,20 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
         const std::string side = store::german::lower(model::trimBlanks(st->column(7).toString()));
         const bool nebenerwerb = kind == 1 && (side == "ja" || side == "j");
         for (Counts* counts : {&byLine[line], &byMonth[*month], &r.sum}) {
-            (kind == 1 ? counts->anmeldungen : kind == 2 ? counts->ummeldungen : counts->abmeldungen) += 1;
+            (kind == 1   ? counts->anmeldungen
+             : kind == 2 ? counts->ummeldungen
+                         : counts->abmeldungen) += 1;
             if (nebenerwerb) ++counts->nebenerwerb;
         }
-        r.counted[line].push_back({st->column(0).toString(), st->column(1).toString(), kind, nebenerwerb});
+        r.counted[line].push_back(
+            {st->column(0).toString(), st->column(1).toString(), kind, nebenerwerb});
     }
 
     for (auto& [line, counts] : byLine) r.lines.emplace_back(line, counts);
     // Sections by their letter with the unassigned last, the others in German order.
     std::sort(r.lines.begin(), r.lines.end(), [&](const auto& a, const auto& b) {
-        if (query.grouping == Grouping::Section && (a.first == kNoSection) != (b.first == kNoSection))
+        if (query.grouping == Grouping::Section &&
+            (a.first == kNoSection) != (b.first == kNoSection))
             return b.first == kNoSection;
         return store::german::compare(a.first, b.first) < 0;
     });
@@ -228,10 +245,12 @@ std::string germanNumber(long n) {
 }
 
 std::string tableText(const Result& r) {
-    std::string t = std::string(groupingCaption(r.query.grouping)) + "\tAnmeldungen\tUmmeldungen\tAbmeldungen\tSaldo\tNebenerwerb\n";
+    std::string t = std::string(groupingCaption(r.query.grouping)) +
+                    "\tAnmeldungen\tUmmeldungen\tAbmeldungen\tSaldo\tNebenerwerb\n";
     auto line = [&](const std::string& name, const Counts& c) {
-        t += name + "\t" + std::to_string(c.anmeldungen) + "\t" + std::to_string(c.ummeldungen) + "\t" +
-             std::to_string(c.abmeldungen) + "\t" + std::to_string(c.saldo()) + "\t" + std::to_string(c.nebenerwerb) + "\n";
+        t += name + "\t" + std::to_string(c.anmeldungen) + "\t" + std::to_string(c.ummeldungen) +
+             "\t" + std::to_string(c.abmeldungen) + "\t" + std::to_string(c.saldo()) + "\t" +
+             std::to_string(c.nebenerwerb) + "\n";
     };
     for (const auto& [name, counts] : r.lines) line(name, counts);
     line("Summe", r.sum);
@@ -242,8 +261,9 @@ std::string tableCsv(const Result& r) {
     std::string t = "\xEF\xBB\xBF" + csvField(groupingCaption(r.query.grouping)) +
                     ";Anmeldungen;Ummeldungen;Abmeldungen;Saldo;Nebenerwerb\r\n";
     auto line = [&](const std::string& name, const Counts& c) {
-        t += csvField(name) + ";" + germanNumber(c.anmeldungen) + ";" + germanNumber(c.ummeldungen) + ";" +
-             germanNumber(c.abmeldungen) + ";" + germanNumber(c.saldo()) + ";" + germanNumber(c.nebenerwerb) + "\r\n";
+        t += csvField(name) + ";" + germanNumber(c.anmeldungen) + ";" +
+             germanNumber(c.ummeldungen) + ";" + germanNumber(c.abmeldungen) + ";" +
+             germanNumber(c.saldo()) + ";" + germanNumber(c.nebenerwerb) + "\r\n";
     };
     for (const auto& [name, counts] : r.lines) line(name, counts);
     line("Summe", r.sum);

@@ -21,7 +21,9 @@ namespace tolma::evaluation {
 
 struct Month {
     int year = 0, month = 0;
-    bool operator<(const Month& o) const { return year != o.year ? year < o.year : month < o.month; }
+    bool operator<(const Month& o) const {
+        return year != o.year ? year < o.year : month < o.month;
+    }
     bool operator<=(const Month& o) const { return !(o < *this); }
     bool operator==(const Month& o) const { return year == o.year && month == o.month; }
 };
@@ -71,7 +73,7 @@ struct Result {
     Query query;
     std::vector<std::pair<std::string, Counts>> lines;  // in the group's order
     Counts sum;
-    std::vector<std::pair<Month, Counts>> months;       // every month of the period
+    std::vector<std::pair<Month, Counts>> months;         // every month of the period
     std::map<std::string, std::vector<Counted>> counted;  // by line
 };
 

@@ -68,14 +68,17 @@ void writeDefaultStores(const std::filesystem::path& outDir, const std::filesyst
         auto& c = *db.connection();
         c.beginBatch();
         for (const auto& row : gemeinden) {
-            if (row.size() < 2) throw std::runtime_error("Fehlerhafte Zeile in gemeindekennzahlen.csv");
+            if (row.size() < 2)
+                throw std::runtime_error("Fehlerhafte Zeile in gemeindekennzahlen.csv");
             c.execute("INSERT INTO [gemeindekennzahlen] ([gem-kz], [gem-name]) VALUES (?1, ?2)",
                       {store::Variant(row[0]), store::Variant(row[1])});
         }
         for (const auto& row : rechtsformen) {
             if (row.size() < 3) throw std::runtime_error("Fehlerhafte Zeile in rechtsformen.csv");
-            c.execute("INSERT INTO [Rechtsformen] ([schluessel], [bezeichnung], [typ]) VALUES (?1, ?2, ?3)",
-                      {store::Variant(row[0]), store::Variant(row[1]), store::Variant(row[2])});
+            c.execute(
+                "INSERT INTO [Rechtsformen] ([schluessel], [bezeichnung], [typ]) VALUES (?1, ?2, "
+                "?3)",
+                {store::Variant(row[0]), store::Variant(row[1]), store::Variant(row[2])});
         }
         c.commitBatch();
         // The shipped file stands on its own: no write-ahead log beside it.

@@ -5,19 +5,27 @@
 namespace tolma::model {
 namespace {
 
-FieldDef text(const char* name, int size) { return {name, FieldType::Text, size}; }
-FieldDef memo(const char* name) { return {name, FieldType::Memo, 0}; }
-FieldDef yesNo(const char* name) { return {name, FieldType::Boolean, 1}; }
-FieldDef number(const char* name) { return {name, FieldType::Long, 4}; }
+FieldDef text(const char* name, int size) {
+    return {name, FieldType::Text, size};
+}
+FieldDef memo(const char* name) {
+    return {name, FieldType::Memo, 0};
+}
+FieldDef yesNo(const char* name) {
+    return {name, FieldType::Boolean, 1};
+}
+FieldDef number(const char* name) {
+    return {name, FieldType::Long, 4};
+}
 
 // Sizes of the kinds of values that the transfer format carries.
-constexpr int kKey = 12;       // betr-nr, pers-nr
-constexpr int kHistNr = 4;     // betr-hist-nr
-constexpr int kGemKz = 8;      // official municipality key
-constexpr int kCode = 10;      // codes and keys of code lists
-constexpr int kDate = 10;      // "DD.MM.YYYY", "unbekannt", "unbegrenzt"
-constexpr int kName = 150;     // names, streets, places, texts of code lists
-constexpr int kShort = 20;     // yes/no words, numbers, house numbers
+constexpr int kKey = 12;    // betr-nr, pers-nr
+constexpr int kHistNr = 4;  // betr-hist-nr
+constexpr int kGemKz = 8;   // official municipality key
+constexpr int kCode = 10;   // codes and keys of code lists
+constexpr int kDate = 10;   // "DD.MM.YYYY", "unbekannt", "unbegrenzt"
+constexpr int kName = 150;  // names, streets, places, texts of code lists
+constexpr int kShort = 20;  // yes/no words, numbers, house numbers
 constexpr int kPhone = 30;
 constexpr int kPath = 255;
 
@@ -41,29 +49,52 @@ std::vector<TableDef> makeSettings() {
 std::vector<TableDef> makeData() {
     return {
         {"betrieb",
-         {text("betr-nr", kKey), text("betr-hist-nr", kHistNr), text("gem-kz", kGemKz),
-          text("b-eintr-name", kName), text("b-rechtsform", kCode),
-          text("b-rechtsform-text", kName), memo("b-bemerkung"), text("b-nebenerwerb", kShort),
-          text("b-gew-zusatz", kName), text("betr-art-text", kName),
-          text("selbst-grad-text", kName), text("betr-beginn", kDate), text("betr-ende", kDate),
-          text("anzeige-datum", kDate), text("meld-datum", kDate), text("meld-art", kCode),
-          text("meld-art-text", kName), text("meld-grund-text", kName),
-          text("korr-meld", kShort), text("daten-weit", kShort),
-          text("besch-zahl-vollzeit", kShort), text("besch-zahl-teilzeit", kShort),
-          text("zahl-vertreter", kShort), text("vertreter-nname", kName),
-          text("vertreter-vname", kName), text("inhaber-bname", kName),
-          text("b-reg-schl", kCode), text("b-reg-art-text", kName), text("b-reg-plz", kCode),
-          text("b-reg-ort", kName), text("b-eintr-nr", kPhone), text("b-reg-datum", kDate),
-          text("schluesselfeld", 50), text("bearb-status", 1)},
+         {text("betr-nr", kKey),
+          text("betr-hist-nr", kHistNr),
+          text("gem-kz", kGemKz),
+          text("b-eintr-name", kName),
+          text("b-rechtsform", kCode),
+          text("b-rechtsform-text", kName),
+          memo("b-bemerkung"),
+          text("b-nebenerwerb", kShort),
+          text("b-gew-zusatz", kName),
+          text("betr-art-text", kName),
+          text("selbst-grad-text", kName),
+          text("betr-beginn", kDate),
+          text("betr-ende", kDate),
+          text("anzeige-datum", kDate),
+          text("meld-datum", kDate),
+          text("meld-art", kCode),
+          text("meld-art-text", kName),
+          text("meld-grund-text", kName),
+          text("korr-meld", kShort),
+          text("daten-weit", kShort),
+          text("besch-zahl-vollzeit", kShort),
+          text("besch-zahl-teilzeit", kShort),
+          text("zahl-vertreter", kShort),
+          text("vertreter-nname", kName),
+          text("vertreter-vname", kName),
+          text("inhaber-bname", kName),
+          text("b-reg-schl", kCode),
+          text("b-reg-art-text", kName),
+          text("b-reg-plz", kCode),
+          text("b-reg-ort", kName),
+          text("b-eintr-nr", kPhone),
+          text("b-reg-datum", kDate),
+          text("schluesselfeld", 50),
+          text("bearb-status", 1)},
          {{"betr-nr", "betr-hist-nr"}}},
         {"betrieb_adresse",
-         {text("betr-nr", kKey), text("betr-hist-nr", kHistNr), text("b-adr-art", kCode),
-          text("b-adr-art-text", kName), text("b-strasse", kName), text("b-hausnr-von", kShort),
-          text("b-hausnr-bis", kShort), text("b-adr-zusatz", kName), text("b-plz", kCode),
-          text("b-ort", kName), text("b-ortsteil", kName), text("b-land-text", kName),
-          text("b-postfach-nr", kShort), text("b-postfach-plz", kCode),
-          text("b-postfach-land", kName), text("b-tel-vw", kPhone), text("b-tel-nr", kPhone),
-          text("b-fax-vw", kPhone), text("b-fax-nr", kPhone), text("b-email", kName),
+         {text("betr-nr", kKey),          text("betr-hist-nr", kHistNr),
+          text("b-adr-art", kCode),       text("b-adr-art-text", kName),
+          text("b-strasse", kName),       text("b-hausnr-von", kShort),
+          text("b-hausnr-bis", kShort),   text("b-adr-zusatz", kName),
+          text("b-plz", kCode),           text("b-ort", kName),
+          text("b-ortsteil", kName),      text("b-land-text", kName),
+          text("b-postfach-nr", kShort),  text("b-postfach-plz", kCode),
+          text("b-postfach-land", kName), text("b-tel-vw", kPhone),
+          text("b-tel-nr", kPhone),       text("b-fax-vw", kPhone),
+          text("b-fax-nr", kPhone),       text("b-email", kName),
           text("b-homepage", kName)},
          {{"betr-nr", "betr-hist-nr"}}},
         {"betrieb_taetigkeit",
@@ -73,8 +104,8 @@ std::vector<TableDef> makeData() {
          {{"betr-nr", "betr-hist-nr"}}},
         {"betrieb_erlaubnis",
          {text("betr-nr", kKey), text("betr-hist-nr", kHistNr), text("b-erl-art", kName),
-          text("b-erl-status", kName), text("b-erl-datum", kDate),
-          text("b-erl-behoerde", kName), text("b-erl-plz", kCode), text("b-erl-ort", kName)},
+          text("b-erl-status", kName), text("b-erl-datum", kDate), text("b-erl-behoerde", kName),
+          text("b-erl-plz", kCode), text("b-erl-ort", kName)},
          {{"betr-nr", "betr-hist-nr"}}},
         {"betrieb_handwerkskarte",
          {text("betr-nr", kKey), text("betr-hist-nr", kHistNr), text("b-hwk-schl", kCode),
@@ -82,37 +113,64 @@ std::vector<TableDef> makeData() {
           text("b-hwk-behoerde", kName), text("b-hwk-plz", kCode), text("b-hwk-ort", kName)},
          {{"betr-nr", "betr-hist-nr"}}},
         {"betrieb_meldgrundsonst",
-         {text("betr-nr", kKey), text("betr-hist-nr", kHistNr),
-          text("meld-grund-sonst-text", 255)},
+         {text("betr-nr", kKey), text("betr-hist-nr", kHistNr), text("meld-grund-sonst-text", 255)},
          {{"betr-nr", "betr-hist-nr"}}},
         {"person",
-         {text("pers-nr", kKey), text("p-art", kCode), text("p-nebenerwerb", kShort),
-          text("fam-name", kName), text("vornamen", kName), text("geb-name", kName),
-          text("kuenstlername", kName), text("namenstitel-text", kName),
-          text("namenszusatz-text", kName), text("nachtitel-text", kName),
-          text("geschlecht", kShort), text("geb-datum", kDate), text("geb-ort", kName),
-          text("geb-land", kName), text("p-strasse", kName), text("p-hausnr-von", kShort),
-          text("p-hausnr-bis", kShort), text("p-adr-zusatz", kName), text("p-plz", kCode),
-          text("p-ort", kName), text("p-ortsteil", kName), text("p-land-text", kName),
-          text("p-postfach-nr", kShort), text("p-postfach-plz", kCode),
-          text("p-tel-vw", kPhone), text("p-tel-nr", kPhone), text("p-fax-vw", kPhone),
-          text("p-fax-nr", kPhone), text("p-email", kName), memo("p-bemerkung"),
-          text("aufenth-vor", kName), text("aufenth-datum", kDate),
-          text("aufenth-auflage", kName), text("aufenth-behoerde", kName),
-          text("aufenth-plz", kCode), text("aufenth-ort", kName), text("fzeug-datum", kDate),
-          text("p-gzr-ausk-datum", kDate), text("p-eintr-name", kName),
-          text("p-rechtsform-text", kName), text("p-zahl-vertreter", kShort),
-          text("p-reg-schl", kCode), text("p-reg-art-text", kName), text("p-reg-plz", kCode),
-          text("p-reg-ort", kName), text("p-eintr-nr", kPhone), text("p-reg-datum", kDate)},
+         {text("pers-nr", kKey),
+          text("p-art", kCode),
+          text("p-nebenerwerb", kShort),
+          text("fam-name", kName),
+          text("vornamen", kName),
+          text("geb-name", kName),
+          text("kuenstlername", kName),
+          text("namenstitel-text", kName),
+          text("namenszusatz-text", kName),
+          text("nachtitel-text", kName),
+          text("geschlecht", kShort),
+          text("geb-datum", kDate),
+          text("geb-ort", kName),
+          text("geb-land", kName),
+          text("p-strasse", kName),
+          text("p-hausnr-von", kShort),
+          text("p-hausnr-bis", kShort),
+          text("p-adr-zusatz", kName),
+          text("p-plz", kCode),
+          text("p-ort", kName),
+          text("p-ortsteil", kName),
+          text("p-land-text", kName),
+          text("p-postfach-nr", kShort),
+          text("p-postfach-plz", kCode),
+          text("p-tel-vw", kPhone),
+          text("p-tel-nr", kPhone),
+          text("p-fax-vw", kPhone),
+          text("p-fax-nr", kPhone),
+          text("p-email", kName),
+          memo("p-bemerkung"),
+          text("aufenth-vor", kName),
+          text("aufenth-datum", kDate),
+          text("aufenth-auflage", kName),
+          text("aufenth-behoerde", kName),
+          text("aufenth-plz", kCode),
+          text("aufenth-ort", kName),
+          text("fzeug-datum", kDate),
+          text("p-gzr-ausk-datum", kDate),
+          text("p-eintr-name", kName),
+          text("p-rechtsform-text", kName),
+          text("p-zahl-vertreter", kShort),
+          text("p-reg-schl", kCode),
+          text("p-reg-art-text", kName),
+          text("p-reg-plz", kCode),
+          text("p-reg-ort", kName),
+          text("p-eintr-nr", kPhone),
+          text("p-reg-datum", kDate)},
          {{"pers-nr"}}},
         {"person_staatsang",
          {text("pers-nr", kKey), text("staat-schl", kCode), text("staat-text", kName)},
          {{"pers-nr"}}},
         {"person_erlaubnis",
          {text("pers-nr", kKey), text("betr-nr", kKey), text("p-erl-art", kName),
-          text("p-erl-status", kName), text("p-erl-datum", kDate),
-          text("p-erl-behoerde", kName), text("p-erl-plz", kCode), text("p-erl-ort", kName),
-          text("p-erl-relevant", kShort)},
+          text("p-erl-status", kName), text("p-erl-datum", kDate), text("p-erl-behoerde", kName),
+          text("p-erl-plz", kCode), text("p-erl-ort", kName), text("p-erl-relevant", kShort)},
          {{"pers-nr", "betr-nr"}, {"betr-nr"}}},
         {"person_handwerkskarte",
          {text("pers-nr", kKey), text("betr-nr", kKey), text("p-hwk-schl", kCode),
@@ -121,10 +179,9 @@ std::vector<TableDef> makeData() {
           text("p-hwk-relevant", kShort)},
          {{"pers-nr", "betr-nr"}, {"betr-nr"}}},
         {"beziehung_betrieb_person",
-         {text("bez-betr-nr", kKey), text("bez-betr-hist-nr", kHistNr),
-          text("bez-pers-nr", kKey), number("bez-sort-nr"), text("p-funktion", 50),
-          text("p-eintr-datum", kDate), text("p-austr-datum", kDate),
-          text("pers-nr-jp", kKey)},
+         {text("bez-betr-nr", kKey), text("bez-betr-hist-nr", kHistNr), text("bez-pers-nr", kKey),
+          number("bez-sort-nr"), text("p-funktion", 50), text("p-eintr-datum", kDate),
+          text("p-austr-datum", kDate), text("pers-nr-jp", kKey)},
          {{"bez-betr-nr", "bez-betr-hist-nr"}, {"bez-pers-nr"}}},
     };
 }
@@ -132,7 +189,8 @@ std::vector<TableDef> makeData() {
 bool sameName(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
     for (size_t i = 0; i < a.size(); ++i)
-        if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i])))
+        if (std::tolower(static_cast<unsigned char>(a[i])) !=
+            std::tolower(static_cast<unsigned char>(b[i])))
             return false;
     return true;
 }

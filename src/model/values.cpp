@@ -5,16 +5,17 @@
 namespace tolma::model {
 
 const std::array<std::string_view, 18> kDatumsfelder = {
-    "b-reg-datum",   "meld-datum",    "anzeige-datum", "betr-beginn",      "betr-Ende",
-    "b-Erl-datum",   "b-hwk-datum",   "tk-beginn",     "tk-Ende",          "p-eintr-datum",
-    "p-austr-datum", "p-reg-datum",   "geb-datum",     "aufenth-datum",    "fzeug-datum",
+    "b-reg-datum",      "meld-datum",  "anzeige-datum", "betr-beginn",   "betr-Ende",
+    "b-Erl-datum",      "b-hwk-datum", "tk-beginn",     "tk-Ende",       "p-eintr-datum",
+    "p-austr-datum",    "p-reg-datum", "geb-datum",     "aufenth-datum", "fzeug-datum",
     "p-gzr-ausk-datum", "p-Erl-datum", "p-hwk-datum"};
 
 namespace {
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
     for (size_t i = 0; i < a.size(); ++i)
-        if (std::toupper(static_cast<unsigned char>(a[i])) != std::toupper(static_cast<unsigned char>(b[i])))
+        if (std::toupper(static_cast<unsigned char>(a[i])) !=
+            std::toupper(static_cast<unsigned char>(b[i])))
             return false;
     return true;
 }

@@ -32,8 +32,10 @@ void fillList(OptionsForm& form, store::Recordset& rs, Selection selection) {
     size_t counter = 0;
     if (rs.RecordCount() == 0) return;
     for (rs.MoveFirst(); !rs.Eof(); rs.MoveNext(), ++counter) {
-        form.setEntry(counter, rs.Fields("gem-kz").Value().toString() + "  " + rs.Fields("gem-name").Value().toString());
-        if (selection == Selection::FromMarks && rs.Fields("markiert").Value().toBool()) form.selected[counter] = true;
+        form.setEntry(counter, rs.Fields("gem-kz").Value().toString() + "  " +
+                                   rs.Fields("gem-name").Value().toString());
+        if (selection == Selection::FromMarks && rs.Fields("markiert").Value().toBool())
+            form.selected[counter] = true;
         if (selection == Selection::Clear) form.selected[counter] = false;
     }
 }
@@ -74,14 +76,17 @@ void Form_Activate(core::Globals& g, OptionsForm& form) {
 
 void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
     (void)form;
-    if (core::showMessage(g, "Stellen sie sicher, daß sich in dem gewünschten Pfad eine entsprechende Datenbank befindet!\nWeiter?\n",
+    if (core::showMessage(g,
+                          "Stellen sie sicher, daß sich in dem gewünschten Pfad eine entsprechende "
+                          "Datenbank befindet!\nWeiter?\n",
                           core::msg::vbQuestionYesNo, kPfadTitel) != core::msg::vbYes)
         return;
     const std::string filter = index == 0 ? "tl_4x_b.mdb|tl_4x_b.mdb|" : "tl_4x_m.mdb|tl_4x_m.mdb|";
     const std::string file = g.dialogs ? g.dialogs->chooseFile(g.pfad_db, filter, 1) : "";
     std::error_code ec;
     if (file.empty() || !std::filesystem::is_regular_file(file, ec)) {
-        core::showMessage(g, "Die Datenbank wurde unter diesem Pfad nicht gefunden!", core::msg::vbExclamation, kPfadTitel);
+        core::showMessage(g, "Die Datenbank wurde unter diesem Pfad nicht gefunden!",
+                          core::msg::vbExclamation, kPfadTitel);
         return;
     }
     g.optionen.Text6[index == 0 ? 0 : 1] = file;
@@ -90,16 +95,18 @@ void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
     g.db_pfad_aktuell = file;
     core::A_org_update(g);
     core::DB_Load(g);
-    core::showMessage(g, "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + g.db_name_daten + "''",
+    core::showMessage(g,
+                      "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + g.db_name_daten + "''",
                       core::msg::vbInformation, "");
     core::showMessage(g, "Der Datenbankpfad wurde geändert!", core::msg::vbOKOnly, kPfadTitel);
 }
 
 void Command12_Click(core::Globals& g, OptionsForm& form, int index) {
-    const std::string title = index == 0 ? "Ändern der Daten-Art von ''Betriebsbezogen'' in ''Meldungsbezogen''"
-                                         : "Ändern der Daten-Art von ''Meldungsbezogen'' in ''Betriebsbezogen''";
-    if (core::showMessage(g, "Wollen Sie wirklich die Daten-Art wechseln?\n", core::msg::vbQuestionYesNo, title) ==
-        core::msg::vbNo)
+    const std::string title =
+        index == 0 ? "Ändern der Daten-Art von ''Betriebsbezogen'' in ''Meldungsbezogen''"
+                   : "Ändern der Daten-Art von ''Meldungsbezogen'' in ''Betriebsbezogen''";
+    if (core::showMessage(g, "Wollen Sie wirklich die Daten-Art wechseln?\n",
+                          core::msg::vbQuestionYesNo, title) == core::msg::vbNo)
         return;
     form.frameEnabled[index == 0 ? 0 : 1] = false;
     if (index == 0) {
@@ -115,19 +122,22 @@ void Command12_Click(core::Globals& g, OptionsForm& form, int index) {
     core::DB_Binden_loesen(g);
     core::A_org_update(g);
     core::DB_Load(g);
-    core::showMessage(g, "Der Daten-Art wurde geändert!\nNeue Daten-Art: ''" + g.datenart_wert + "''",
+    core::showMessage(g,
+                      "Der Daten-Art wurde geändert!\nNeue Daten-Art: ''" + g.datenart_wert + "''",
                       core::msg::vbInformation, "");
 }
 
 void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
     (void)form, (void)index;
     const char* title = "Datenbank leeren!";
-    if (core::showMessage(g,
-                          std::string("Die Tolma-Access-Datenbank wird gelöscht und durch eine neue ersetzt.\n") +
-                              "Alle Datensätze gehen dabei verloren, die Datenbankstruktur bleibt erhalten.\n\n" +
-                              "Wollen Sie die aktuelle Tolma-Access-Datenbank wirklich löschen und durch eine leere "
-                              "Datenbank ersetzen?\n",
-                          core::msg::vbCriticalYesNo, title) != core::msg::vbYes)
+    if (core::showMessage(
+            g,
+            std::string("Die Tolma-Access-Datenbank wird gelöscht und durch eine neue ersetzt.\n") +
+                "Alle Datensätze gehen dabei verloren, die Datenbankstruktur bleibt erhalten.\n\n" +
+                "Wollen Sie die aktuelle Tolma-Access-Datenbank wirklich löschen und durch eine "
+                "leere "
+                "Datenbank ersetzen?\n",
+            core::msg::vbCriticalYesNo, title) != core::msg::vbYes)
         return;
     std::error_code ec;
     if (!std::filesystem::is_regular_file(g.db_name_daten, ec)) return;
@@ -137,26 +147,31 @@ void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
     const std::string empty = g.db_kurzname + ".mdb";
     try {
         const auto found = core::findIgnoringCase(g.dataDir, empty);
-        if (!found) throw std::filesystem::filesystem_error("FileCopy", g.dataDir / empty,
-                                                            std::make_error_code(std::errc::no_such_file_or_directory));
+        if (!found)
+            throw std::filesystem::filesystem_error(
+                "FileCopy", g.dataDir / empty,
+                std::make_error_code(std::errc::no_such_file_or_directory));
         // Copied beside the store first and renamed over it: there is no moment without a store.
         const std::filesystem::path target = g.db_name_daten;
         const auto rights = std::filesystem::status(target, ec).permissions();
         core::copyFileAtomically(*found, target);
         std::filesystem::permissions(target, rights, ec);  // the owner's rights stay
-        for (const char* side : {"-wal", "-shm"}) std::filesystem::remove(target.string() + side, ec);
+        for (const char* side : {"-wal", "-shm"})
+            std::filesystem::remove(target.string() + side, ec);
     } catch (const std::exception& e) {
         // The handler has no trap of its own: the failed copy is a run-time error, written to
         // the log and shown as the runtime shows one; the old store stays and is bound again.
         core::logTrapped(g, "Command4_Click", e);
         core::DB_Load(g);
         const auto info = core::describeError(e);
-        core::showMessage(g, "Laufzeitfehler '" + std::to_string(info.number) + "':\n\n" + info.text,
+        core::showMessage(g,
+                          "Laufzeitfehler '" + std::to_string(info.number) + "':\n\n" + info.text,
                           core::msg::vbCritical, core::kProductName);
         return;
     }
     core::DB_Load(g);
-    core::showMessage(g, "Die Datenbank wurde gelöscht und ersetzt!", core::msg::vbInformation, title);
+    core::showMessage(g, "Die Datenbank wurde gelöscht und ersetzt!", core::msg::vbInformation,
+                      title);
 }
 
 void Command2_Click(core::Globals& g, OptionsForm& form, int index) {
@@ -168,14 +183,15 @@ void Command2_Click(core::Globals& g, OptionsForm& form, int index) {
         if (exists) {
             if (g.dialogs) g.dialogs->openInViewer(path);
         } else {
-            core::showMessage(g, "Es wurde keine Error-Log-Datei gefunden!", core::msg::vbInformation,
-                              "Anzeigen der Error-Log-Datei");
+            core::showMessage(g, "Es wurde keine Error-Log-Datei gefunden!",
+                              core::msg::vbInformation, "Anzeigen der Error-Log-Datei");
         }
         return;
     }
     if (exists) {
         std::filesystem::remove(path, ec);
-        core::showMessage(g, "Die Error-Log-Datei wurde gelöscht!", core::msg::vbInformation, "Löschen der Error-Log-Datei");
+        core::showMessage(g, "Die Error-Log-Datei wurde gelöscht!", core::msg::vbInformation,
+                          "Löschen der Error-Log-Datei");
     } else {
         core::showMessage(g, "Es wurde keine Error-Log-Datei gefunden!", core::msg::vbInformation,
                           "Löschen der Error-Log-Datei");
@@ -188,8 +204,11 @@ void Check1_Click(core::Globals& g, OptionsForm& form, bool checked) {
 }
 
 void Command6_Click(core::Globals& g, OptionsForm& form) {
-    if (core::showMessage(g, "Dieser Vorgang kann einige Minuten dauern,\nwollen Sie wirklich alle Gemeinden anzeigen lassen?\n",
-                          core::msg::vbQuestionYesNo, "Anzeigen aller Gemeinden!") != core::msg::vbYes)
+    if (core::showMessage(g,
+                          "Dieser Vorgang kann einige Minuten dauern,\nwollen Sie wirklich alle "
+                          "Gemeinden anzeigen lassen?\n",
+                          core::msg::vbQuestionYesNo,
+                          "Anzeigen aller Gemeinden!") != core::msg::vbYes)
         return;
     form.MousePointer = 11;
     auto& c = browse::dataControls(g).DATA_GEMEINDE;
@@ -203,10 +222,13 @@ void Command6_Click(core::Globals& g, OptionsForm& form) {
     form.MousePointer = 0;
 }
 
-void Command7_Click(core::Globals&, OptionsForm& form) { form.selected.assign(form.List1.size(), true); }
+void Command7_Click(core::Globals&, OptionsForm& form) {
+    form.selected.assign(form.List1.size(), true);
+}
 
 void Command9_Click(core::Globals& g, OptionsForm& form) {
-    if (core::showMessage(g, "Wollen Sie wirklich alle Markierungen löschen?\n", core::msg::vbQuestionYesNo,
+    if (core::showMessage(g, "Wollen Sie wirklich alle Markierungen löschen?\n",
+                          core::msg::vbQuestionYesNo,
                           "löschen aller Markierungen!") == core::msg::vbYes)
         form.selected.assign(form.List1.size(), false);
 }
@@ -220,7 +242,8 @@ void Command8_Click(core::Globals& g, OptionsForm& form) {
                          store::jet::quote(form.Text7 + "*") + " ORDER BY [gem-kz];";
         c.Refresh();
         if (c.Recordset().RecordCount() == 0) {
-            core::showMessage(g, "Kennzahl wurde nicht gefunden!", core::msg::vbInformation, "Auswahl Landratsamt-Kennzahl!");
+            core::showMessage(g, "Kennzahl wurde nicht gefunden!", core::msg::vbInformation,
+                              "Auswahl Landratsamt-Kennzahl!");
         } else {
             form.List1.clear();
             form.selected.clear();
@@ -256,8 +279,8 @@ bool Command3_Click(core::Globals& g, OptionsForm& form, int index) {
         showStartPicture(g);
     } catch (const std::exception& e) {
         core::A_Error_Log(g, "Frm_Optionen.Command3_Click", core::describeError(e).source,
-                          std::to_string(core::describeError(e).number), core::describeError(e).text, "ClickIndex: ",
-                          std::to_string(index));
+                          std::to_string(core::describeError(e).number),
+                          core::describeError(e).text, "ClickIndex: ", std::to_string(index));
         form.MousePointer = 0;
         return false;
     }
@@ -265,6 +288,8 @@ bool Command3_Click(core::Globals& g, OptionsForm& form, int index) {
     return true;
 }
 
-void Form_Unload(core::Globals& g) { g.marks.menue_extras_optionen = false; }
+void Form_Unload(core::Globals& g) {
+    g.marks.menue_extras_optionen = false;
+}
 
 }  // namespace tolma::options

@@ -36,8 +36,8 @@ constexpr BusinessTable kBusinessTables[] = {
 
 std::string businessQuery(const std::string& table, const std::string& nr,
                           const std::string& hist) {
-    return "SELECT distinctrow * From " + table + " " + "WHERE " + table + ".[betr-nr] = " + quote(nr) +
-           " " + "AND " + table + ".[betr-hist-nr] = " + quote(hist);
+    return "SELECT distinctrow * From " + table + " " + "WHERE " + table +
+           ".[betr-nr] = " + quote(nr) + " " + "AND " + table + ".[betr-hist-nr] = " + quote(hist);
 }
 
 // Query P; the person's own term only for the kind "Person".
@@ -90,7 +90,8 @@ bool isGermanDate(const std::string& v) {
             if (v[i] < '0' || v[i] > '9') return false;
         return true;
     };
-    return v.size() == 10 && v[2] == '.' && v[5] == '.' && digits(0, 2) && digits(3, 2) && digits(6, 4);
+    return v.size() == 10 && v[2] == '.' && v[5] == '.' && digits(0, 2) && digits(3, 2) &&
+           digits(6, 4);
 }
 
 // The head of a new page, as DS_Druck_Zeile prints it before the line that did not fit.

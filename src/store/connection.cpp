@@ -33,7 +33,8 @@ std::string registryKey(const std::filesystem::path& file) {
 
 std::string argText(sqlite3_value* v) {
     const unsigned char* t = sqlite3_value_text(v);
-    return t ? std::string(reinterpret_cast<const char*>(t), sqlite3_value_bytes(v)) : std::string();
+    return t ? std::string(reinterpret_cast<const char*>(t), sqlite3_value_bytes(v))
+             : std::string();
 }
 
 // Len(x): length in characters, Null for Null.
@@ -93,16 +94,20 @@ std::string textOf(sqlite3_value* v) {
     }
 }
 
-void textFunction(sqlite3_context* ctx, int, sqlite3_value** argv) { resultText(ctx, textOf(argv[0])); }
+void textFunction(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    resultText(ctx, textOf(argv[0]));
+}
 
 // "+" of the old engine: two texts are joined, anything else is added; Null gives Null.
 void plusFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
     const int a = sqlite3_value_type(argv[0]), b = sqlite3_value_type(argv[1]);
-    if (a == SQLITE_TEXT && b == SQLITE_TEXT) return resultText(ctx, argText(argv[0]) + argText(argv[1]));
+    if (a == SQLITE_TEXT && b == SQLITE_TEXT)
+        return resultText(ctx, argText(argv[0]) + argText(argv[1]));
     sqlite3_value* x = argv[0];
     sqlite3_value* y = argv[1];
-    if (sqlite3_value_numeric_type(x) == SQLITE_INTEGER && sqlite3_value_numeric_type(y) == SQLITE_INTEGER)
+    if (sqlite3_value_numeric_type(x) == SQLITE_INTEGER &&
+        sqlite3_value_numeric_type(y) == SQLITE_INTEGER)
         return sqlite3_result_int64(ctx, sqlite3_value_int64(x) + sqlite3_value_int64(y));
     sqlite3_result_double(ctx, sqlite3_value_double(x) + sqlite3_value_double(y));
 }
@@ -110,7 +115,8 @@ void plusFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
 void powerFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
     const double d = std::pow(sqlite3_value_double(argv[0]), sqlite3_value_double(argv[1]));
-    if (std::abs(d) < 9e15 && d == std::floor(d)) return sqlite3_result_int64(ctx, static_cast<long long>(d));
+    if (std::abs(d) < 9e15 && d == std::floor(d))
+        return sqlite3_result_int64(ctx, static_cast<long long>(d));
     sqlite3_result_double(ctx, d);
 }
 
@@ -142,9 +148,11 @@ void valFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
         if (c != ' ' && c != '\t') digits += c;
     char* end = nullptr;
     const double d = std::strtod(digits.c_str(), &end);
-    if (end == digits.c_str() || digits.find_first_of("xXnNiI") < static_cast<size_t>(end - digits.c_str()))
+    if (end == digits.c_str() ||
+        digits.find_first_of("xXnNiI") < static_cast<size_t>(end - digits.c_str()))
         return sqlite3_result_int(ctx, 0);
-    if (d == static_cast<double>(static_cast<long long>(d))) return sqlite3_result_int64(ctx, static_cast<long long>(d));
+    if (d == static_cast<double>(static_cast<long long>(d)))
+        return sqlite3_result_int64(ctx, static_cast<long long>(d));
     sqlite3_result_double(ctx, d);
 }
 
@@ -154,12 +162,15 @@ void instrFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
     const int first = argc == 3 ? 1 : 0;
     const long long start = argc == 3 ? sqlite3_value_int64(argv[0]) : 1;
-    const std::string text = german::lower(argText(argv[first])), sought = german::lower(argText(argv[first + 1]));
+    const std::string text = german::lower(argText(argv[first])),
+                      sought = german::lower(argText(argv[first + 1]));
     const auto starts = characterStarts(text);
-    if (start < 1 || start > static_cast<long long>(starts.size())) return sqlite3_result_int(ctx, 0);
+    if (start < 1 || start > static_cast<long long>(starts.size()))
+        return sqlite3_result_int(ctx, 0);
     const size_t at = text.find(sought, starts[static_cast<size_t>(start - 1)]);
     if (at == std::string::npos) return sqlite3_result_int(ctx, 0);
-    sqlite3_result_int64(ctx, std::lower_bound(starts.begin(), starts.end(), at) - starts.begin() + 1);
+    sqlite3_result_int64(ctx,
+                         std::lower_bound(starts.begin(), starts.end(), at) - starts.begin() + 1);
 }
 
 // Format() of a date ("YYYY-MM-DD[ HH:MM:SS]", as the store holds dates) with the old
@@ -170,7 +181,8 @@ void formatFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     if (argc < 2 || v.size() < 10 || v[4] != '-' || v[7] != '-') return resultText(ctx, v);
     const std::string f = argText(argv[1]);
     const std::string year = v.substr(0, 4), month = v.substr(5, 2), day = v.substr(8, 2);
-    const std::string hour = v.size() >= 16 ? v.substr(11, 2) : "00", minute = v.size() >= 16 ? v.substr(14, 2) : "00",
+    const std::string hour = v.size() >= 16 ? v.substr(11, 2) : "00",
+                      minute = v.size() >= 16 ? v.substr(14, 2) : "00",
                       second = v.size() >= 19 ? v.substr(17, 2) : "00";
     std::string out;
     for (size_t i = 0; i < f.size();) {
@@ -181,14 +193,22 @@ void formatFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
                 if (std::tolower(static_cast<unsigned char>(f[i + k])) != code[k]) return false;
             return true;
         };
-        if (at("yyyy")) out += year, i += 4;
-        else if (at("yy")) out += year.substr(2), i += 2;
-        else if (at("mm")) out += month, i += 2;
-        else if (at("dd")) out += day, i += 2;
-        else if (at("hh")) out += hour, i += 2;
-        else if (at("nn")) out += minute, i += 2;
-        else if (at("ss")) out += second, i += 2;
-        else out += f[i++];
+        if (at("yyyy"))
+            out += year, i += 4;
+        else if (at("yy"))
+            out += year.substr(2), i += 2;
+        else if (at("mm"))
+            out += month, i += 2;
+        else if (at("dd"))
+            out += day, i += 2;
+        else if (at("hh"))
+            out += hour, i += 2;
+        else if (at("nn"))
+            out += minute, i += 2;
+        else if (at("ss"))
+            out += second, i += 2;
+        else
+            out += f[i++];
     }
     resultText(ctx, out);
 }
@@ -201,8 +221,12 @@ std::string localNow(const char* format) {
     std::strftime(buf, sizeof buf, format, &tm);
     return buf;
 }
-void nowFunction(sqlite3_context* ctx, int, sqlite3_value**) { resultText(ctx, localNow("%Y-%m-%d %H:%M:%S")); }
-void dateFunction(sqlite3_context* ctx, int, sqlite3_value**) { resultText(ctx, localNow("%Y-%m-%d")); }
+void nowFunction(sqlite3_context* ctx, int, sqlite3_value**) {
+    resultText(ctx, localNow("%Y-%m-%d %H:%M:%S"));
+}
+void dateFunction(sqlite3_context* ctx, int, sqlite3_value**) {
+    resultText(ctx, localNow("%Y-%m-%d"));
+}
 
 int germanCollation(void*, int n1, const void* a, int n2, const void* b) {
     return german::compare(std::string_view(static_cast<const char*>(a), static_cast<size_t>(n1)),
@@ -216,20 +240,23 @@ Statement::Statement(std::shared_ptr<Connection> connection, const std::string& 
     prepareOn(sql);
 }
 
-Statement::Statement(Connection& connection, const std::string& sql) : connection_(&connection), sql_(sql) {
+Statement::Statement(Connection& connection, const std::string& sql)
+    : connection_(&connection), sql_(sql) {
     prepareOn(sql);
 }
 
 void Statement::prepareOn(const std::string& sql) {
-    if (sqlite3_prepare_v2(connection_->handle(), sql.c_str(), static_cast<int>(sql.size()), &stmt_, nullptr) !=
-        SQLITE_OK) {
+    if (sqlite3_prepare_v2(connection_->handle(), sql.c_str(), static_cast<int>(sql.size()), &stmt_,
+                           nullptr) != SQLITE_OK) {
         sqlite3_finalize(stmt_);
         stmt_ = nullptr;
         connection_->fail("DAO.Database", sql);
     }
 }
 
-Statement::~Statement() { sqlite3_finalize(stmt_); }
+Statement::~Statement() {
+    sqlite3_finalize(stmt_);
+}
 
 void Statement::bind(int index, const Variant& value) {
     if (value.isNull())
@@ -239,12 +266,14 @@ void Statement::bind(int index, const Variant& value) {
     else if (value.isReal())
         sqlite3_bind_double(stmt_, index, value.toReal());
     else if (const std::string* text = value.textPointer())
-        sqlite3_bind_text(stmt_, index, text->data(), static_cast<int>(text->size()), SQLITE_TRANSIENT);
+        sqlite3_bind_text(stmt_, index, text->data(), static_cast<int>(text->size()),
+                          SQLITE_TRANSIENT);
 }
 
 void Statement::bindStatic(int index, const Variant& value) {
     if (const std::string* text = value.textPointer())
-        sqlite3_bind_text(stmt_, index, text->data(), static_cast<int>(text->size()), SQLITE_STATIC);
+        sqlite3_bind_text(stmt_, index, text->data(), static_cast<int>(text->size()),
+                          SQLITE_STATIC);
     else
         bind(index, value);
 }
@@ -253,11 +282,13 @@ void Statement::bind(const char* name, const Variant& value) {
     bind(sqlite3_bind_parameter_index(stmt_, name), value);
 }
 
-void Statement::bindValues(const std::vector<std::string>& values, const std::vector<bool>& numeric) {
+void Statement::bindValues(const std::vector<std::string>& values,
+                           const std::vector<bool>& numeric) {
     for (size_t i = 0; i < values.size(); ++i) {
         const int index = static_cast<int>(i + 1);
         char* end = nullptr;
-        const double d = i < numeric.size() && numeric[i] ? std::strtod(values[i].c_str(), &end) : 0;
+        const double d =
+            i < numeric.size() && numeric[i] ? std::strtod(values[i].c_str(), &end) : 0;
         // A quoted value read as a number must be one; otherwise it stays text.
         if (end && end != values[i].c_str() && *end == '\0') {
             if (d == static_cast<double>(static_cast<long long>(d)))
@@ -265,7 +296,8 @@ void Statement::bindValues(const std::vector<std::string>& values, const std::ve
             else
                 sqlite3_bind_double(stmt_, index, d);
         } else {
-            sqlite3_bind_text(stmt_, index, values[i].data(), static_cast<int>(values[i].size()), SQLITE_TRANSIENT);
+            sqlite3_bind_text(stmt_, index, values[i].data(), static_cast<int>(values[i].size()),
+                              SQLITE_TRANSIENT);
         }
     }
 }
@@ -283,9 +315,13 @@ void Statement::reset() {
     sqlite3_reset(stmt_);
 }
 
-int Statement::columnCount() const { return sqlite3_column_count(stmt_); }
+int Statement::columnCount() const {
+    return sqlite3_column_count(stmt_);
+}
 
-std::string Statement::columnName(int index) const { return sqlite3_column_name(stmt_, index); }
+std::string Statement::columnName(int index) const {
+    return sqlite3_column_name(stmt_, index);
+}
 
 Variant Statement::column(int index) const {
     switch (sqlite3_column_type(stmt_, index)) {
@@ -331,7 +367,8 @@ std::shared_ptr<Connection> Connection::open(const std::filesystem::path& file, 
             if (auto existing = it->second.lock()) return existing;
     }
     if (!std::filesystem::is_regular_file(file))
-        throwDao("DAO.DBEngine", err::kFileNotFound, "Datei '" + file.string() + "' nicht gefunden.");
+        throwDao("DAO.DBEngine", err::kFileNotFound,
+                 "Datei '" + file.string() + "' nicht gefunden.");
     // SQLite would take an empty file for an empty database; as a store it is broken.
     std::error_code sizeError;
     if (std::filesystem::file_size(file, sizeError) == 0 && !sizeError)
@@ -378,7 +415,8 @@ void Connection::configure(Kind kind) {
         {"jet_date", 0, dateFunction, false},
     };
     for (const auto& fn : functions)
-        sqlite3_create_function(db_, fn.name, fn.args, fn.deterministic ? f : SQLITE_UTF8, nullptr, fn.call, nullptr, nullptr);
+        sqlite3_create_function(db_, fn.name, fn.args, fn.deterministic ? f : SQLITE_UTF8, nullptr,
+                                fn.call, nullptr, nullptr);
     // Registered on the connection only: a store's schema never names it, so that any SQLite
     // tool can read and check the store.
     sqlite3_create_collation(db_, german::kCollation, SQLITE_UTF8, nullptr, germanCollation);
@@ -451,7 +489,8 @@ const jet::Catalog& Connection::catalog() {
         for (const auto& index : names) {
             auto columns = prepare("SELECT name FROM pragma_index_info(?1)");
             columns->bind(1, Variant(index));
-            while (columns->step()) made->keyColumns.insert(jet::foldCase(columns->column(0).toString()));
+            while (columns->step())
+                made->keyColumns.insert(jet::foldCase(columns->column(0).toString()));
         }
         std::vector<std::string> sorted(made->keyColumns.begin(), made->keyColumns.end());
         std::sort(sorted.begin(), sorted.end());
@@ -462,7 +501,9 @@ const jet::Catalog& Connection::catalog() {
     return *catalog_;
 }
 
-long long Connection::totalChanges() const { return sqlite3_total_changes64(db_); }
+long long Connection::totalChanges() const {
+    return sqlite3_total_changes64(db_);
+}
 
 void Connection::beginBatch() {
     if (batchDepth_ == 0) execute("BEGIN");
@@ -503,23 +544,26 @@ void Connection::fail(const std::string& source, const std::string& context) con
                  "Die Datei '" + file_.string() + "' wird bereits verwendet.");
     if (code == SQLITE_FULL)
         throwDao(source, err::kDiskFull,
-                 "Nicht genügend Speicherplatz auf dem Datenträger für die Datei '" + file_.string() + "'.");
+                 "Nicht genügend Speicherplatz auf dem Datenträger für die Datei '" +
+                     file_.string() + "'.");
     if (code == SQLITE_IOERR)
         throwDao(source, err::kDiskError,
-                 "Datenträger- oder Netzwerkfehler beim Zugriff auf die Datei '" + file_.string() + "' (" + msg + ").");
+                 "Datenträger- oder Netzwerkfehler beim Zugriff auf die Datei '" + file_.string() +
+                     "' (" + msg + ").");
     // SQLite needs to write files beside the store (its journal): a directory without write
     // permission shows as a store it cannot open or write.
     const bool directoryReadOnly = ::access(file_.parent_path().c_str(), W_OK) != 0;
     if (code == SQLITE_READONLY || (code == SQLITE_CANTOPEN && directoryReadOnly)) {
         if (directoryReadOnly)
             throwDao(source, err::kReadOnly,
-                     "Aktualisieren nicht möglich: das Verzeichnis '" + file_.parent_path().string() +
-                         "' der Datenbank ist schreibgeschützt.");
+                     "Aktualisieren nicht möglich: das Verzeichnis '" +
+                         file_.parent_path().string() + "' der Datenbank ist schreibgeschützt.");
         throwDao(source, err::kReadOnly,
                  "Aktualisieren nicht möglich. Datenbank oder Objekt ist schreibgeschützt.");
     }
     if (code == SQLITE_CANTOPEN)
-        throwDao(source, err::kCannotOpen, "Die Datei '" + file_.string() + "' kann nicht geöffnet werden (" + msg + ").");
+        throwDao(source, err::kCannotOpen,
+                 "Die Datei '" + file_.string() + "' kann nicht geöffnet werden (" + msg + ").");
     if (code == SQLITE_ERROR)
         throwDao(source, err::kSyntaxError,
                  "Syntaxfehler in Abfrageausdruck '" + context + "' (" + msg + ").");

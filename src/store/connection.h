@@ -2,9 +2,9 @@
 
 #include <filesystem>
 #include <map>
-#include <unordered_map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "store/jet_sql.h"
@@ -19,7 +19,7 @@ class Connection;
 
 // One prepared statement; bound values are always bound, never pasted.
 class Statement {
-public:
+  public:
     Statement(std::shared_ptr<Connection> connection, const std::string& sql);
     // A statement that the connection itself keeps: it must not keep the connection alive.
     Statement(Connection& connection, const std::string& sql);
@@ -33,7 +33,7 @@ public:
     void bindStatic(int index, const Variant& value);
     // The values of a prepared text to ?1, ?2, ...; those compared with numbers as numbers.
     void bindValues(const std::vector<std::string>& values, const std::vector<bool>& numeric);
-    bool step();                               // true while a row is there
+    bool step();  // true while a row is there
     void reset();
     int columnCount() const;
     Variant column(int index) const;  // 0-based
@@ -41,7 +41,7 @@ public:
     sqlite3_stmt* handle() const { return stmt_; }
     const std::string& sql() const { return sql_; }
 
-private:
+  private:
     void prepareOn(const std::string& sql);
 
     std::shared_ptr<Connection> owner_;
@@ -54,7 +54,7 @@ private:
 // the same file shares it; it closes when the last of them lets go, and only then is the file
 // free to be compacted, replaced or deleted.
 class Connection : public std::enable_shared_from_this<Connection> {
-public:
+  public:
     enum class Kind { Shared, Exclusive, ReadOnly };
 
     // Opens the file, or shares the connection this process already holds on it.
@@ -92,7 +92,7 @@ public:
 
     [[noreturn]] void fail(const std::string& source, const std::string& context) const;
 
-private:
+  private:
     Connection(std::filesystem::path file, std::string key);
     void configure(Kind kind);
 

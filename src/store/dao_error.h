@@ -8,14 +8,14 @@ namespace tolma::store {
 // The error of the data engine as the rest of the system sees it: a source, a number of the
 // old engine where the system relies on it, and a German text.
 class DaoError : public std::runtime_error {
-public:
+  public:
     DaoError(std::string source, int number, std::string description);
 
     const std::string& source() const { return source_; }
     int number() const { return number_; }
     const std::string& description() const { return description_; }
 
-private:
+  private:
     std::string source_;
     int number_;
     std::string description_;

@@ -15,21 +15,25 @@ Database Database::OpenDatabase(const std::filesystem::path& name, bool exclusiv
     // The password of the old settings store has no counterpart in SQLite: the store is a
     // file in the program's own directory.
     Database db;
-    auto kind = readOnly ? Connection::Kind::ReadOnly
-                         : exclusive ? Connection::Kind::Exclusive : Connection::Kind::Shared;
+    auto kind = readOnly    ? Connection::Kind::ReadOnly
+                : exclusive ? Connection::Kind::Exclusive
+                            : Connection::Kind::Shared;
     db.connection_ = Connection::open(name, kind);
     return db;
 }
 
 Database Database::CreateDatabase(const std::filesystem::path& name) {
     if (std::filesystem::exists(name))
-        throwDao("DAO.DBEngine", err::kDatabaseExists, "Die Datenbank '" + name.string() + "' existiert bereits.");
+        throwDao("DAO.DBEngine", err::kDatabaseExists,
+                 "Die Datenbank '" + name.string() + "' existiert bereits.");
     sqlite3* db = nullptr;
-    const int rc = sqlite3_open_v2(name.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    const int rc =
+        sqlite3_open_v2(name.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (rc == SQLITE_OK) sqlite3_exec(db, "PRAGMA user_version = 420", nullptr, nullptr, nullptr);
     sqlite3_close(db);
     if (rc != SQLITE_OK)
-        throwDao("DAO.DBEngine", err::kCannotOpen, "Die Datenbank '" + name.string() + "' kann nicht angelegt werden.");
+        throwDao("DAO.DBEngine", err::kCannotOpen,
+                 "Die Datenbank '" + name.string() + "' kann nicht angelegt werden.");
     return OpenDatabase(name);
 }
 
@@ -40,7 +44,9 @@ const std::shared_ptr<Connection>& Database::connection() const {
     return connection_;
 }
 
-const std::filesystem::path& Database::Name() const { return connection()->file(); }
+const std::filesystem::path& Database::Name() const {
+    return connection()->file();
+}
 
 Recordset Database::OpenRecordset(const std::string& source, int /*type*/) const {
     return Recordset::open(connection(), source);
@@ -67,12 +73,16 @@ std::optional<Variant> Database::lookup(const std::string& query, const std::str
     throwDao("DAO.Fields", err::kItemNotFound, "Element in dieser Auflistung nicht gefunden.");
 }
 
-void Database::Close() { connection_.reset(); }
+void Database::Close() {
+    connection_.reset();
+}
 
-void CompactDatabase(const std::filesystem::path& source, const std::filesystem::path& destination) {
+void CompactDatabase(const std::filesystem::path& source,
+                     const std::filesystem::path& destination) {
     if (Connection::isOpen(source))
         throwDao("DAO.DBEngine", err::kDatabaseInUse,
-                 "Die Datenbank '" + source.string() + "' ist noch geöffnet und kann nicht komprimiert werden.");
+                 "Die Datenbank '" + source.string() +
+                     "' ist noch geöffnet und kann nicht komprimiert werden.");
     if (std::filesystem::exists(destination))
         throwDao("DAO.DBEngine", err::kDatabaseExists,
                  "Die Datenbank '" + destination.string() + "' existiert bereits.");

@@ -13,7 +13,7 @@ class Connection;
 
 // A store opened by the old engine's OpenDatabase. Copies share the file's connection.
 class Database {
-public:
+  public:
     Database() = default;
 
     // Exclusive use takes the file's lock at once, so a second process fails here.
@@ -35,7 +35,7 @@ public:
 
     const std::shared_ptr<Connection>& connection() const;
 
-private:
+  private:
     std::shared_ptr<Connection> connection_;
 };
 

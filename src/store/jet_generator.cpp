@@ -18,7 +18,9 @@ struct Out {
     bool key = false;  // a plain reference to a key column: compared by its own collation
 };
 
-std::string bracket(const std::string& name) { return "[" + name + "]"; }
+std::string bracket(const std::string& name) {
+    return "[" + name + "]";
+}
 
 // A name for SQLite that may hold any character: an expression's text as its column name.
 std::string quotedName(const std::string& name) {
@@ -34,8 +36,9 @@ bool isOneOf(const std::string& u, std::initializer_list<const char*> words) {
 }
 
 class Generator {
-public:
-    Generator(const Catalog* catalog, int values) : catalog_(catalog), values_(values), numeric_(static_cast<size_t>(values)) {}
+  public:
+    Generator(const Catalog* catalog, int values)
+        : catalog_(catalog), values_(values), numeric_(static_cast<size_t>(values)) {}
 
     Generated statement(const ast::Statement& s) {
         Generated g;
@@ -50,14 +53,16 @@ public:
                 g.sql = "INSERT INTO " + bracket(s.table);
                 if (!s.columns.empty()) {
                     g.sql += " (";
-                    for (size_t i = 0; i < s.columns.size(); ++i) g.sql += (i ? ", " : "") + bracket(s.columns[i]);
+                    for (size_t i = 0; i < s.columns.size(); ++i)
+                        g.sql += (i ? ", " : "") + bracket(s.columns[i]);
                     g.sql += ")";
                 }
                 if (s.select) {
                     g.sql += " " + select(*s.select, nullptr);
                 } else {
                     g.sql += " VALUES (";
-                    for (size_t i = 0; i < s.values.size(); ++i) g.sql += (i ? ", " : "") + expr(*s.values[i]).sql;
+                    for (size_t i = 0; i < s.values.size(); ++i)
+                        g.sql += (i ? ", " : "") + expr(*s.values[i]).sql;
                     g.sql += ")";
                 }
                 break;
@@ -65,7 +70,8 @@ public:
             case ast::Statement::Kind::Update:
                 g.sql = "UPDATE " + bracket(s.table) + " SET ";
                 for (size_t i = 0; i < s.columns.size(); ++i)
-                    g.sql += (i ? ", " : "") + bracket(s.columns[i]) + " = " + expr(*s.values[i]).sql;
+                    g.sql +=
+                        (i ? ", " : "") + bracket(s.columns[i]) + " = " + expr(*s.values[i]).sql;
                 if (s.where) g.sql += " WHERE " + expr(*s.where).sql;
                 break;
             case ast::Statement::Kind::Delete:
@@ -80,7 +86,7 @@ public:
         return g;
     }
 
-private:
+  private:
     // ---- values --------------------------------------------------------------------------
     std::string number(const std::string& written) {
         numbers_.push_back(written);
@@ -95,7 +101,9 @@ private:
         return e.kind == ExprKind::Column && catalog_ && catalog_->isKey(e.name);
     }
     // Text is compared as the old engine compared it, except where a key column takes part.
-    static std::string german(const Out& o) { return "(" + o.sql + ") COLLATE " + german::kCollation; }
+    static std::string german(const Out& o) {
+        return "(" + o.sql + ") COLLATE " + german::kCollation;
+    }
 
     // ---- expressions ---------------------------------------------------------------------
     Out expr(const Expr& e) {
@@ -107,8 +115,8 @@ private:
             case ExprKind::Null:
                 return {"NULL", Type::Null};
             case ExprKind::Column:
-                return {(e.qualifier.empty() ? "" : bracket(e.qualifier) + ".") + bracket(e.name), Type::Unknown,
-                        isKeyColumn(e)};
+                return {(e.qualifier.empty() ? "" : bracket(e.qualifier) + ".") + bracket(e.name),
+                        Type::Unknown, isKeyColumn(e)};
             case ExprKind::Star:
                 return {"*", Type::Unknown};
             case ExprKind::Unary: {
@@ -122,7 +130,8 @@ private:
                 return binary(e);
             case ExprKind::Like: {
                 const Out a = expr(*e.args[0]), p = expr(*e.args[1]);
-                return {"(" + a.sql + (e.negated ? " NOT LIKE " : " LIKE ") + p.sql + ")", Type::Number};
+                return {"(" + a.sql + (e.negated ? " NOT LIKE " : " LIKE ") + p.sql + ")",
+                        Type::Number};
             }
             case ExprKind::In: {
                 const Out a = expr(*e.args[0]);
@@ -139,7 +148,8 @@ private:
                     }
                 }
                 const std::string left = numeric || a.key ? a.sql : german(a);
-                return {"(" + left + (e.negated ? " NOT IN (" : " IN (") + list + "))", Type::Number};
+                return {"(" + left + (e.negated ? " NOT IN (" : " IN (") + list + "))",
+                        Type::Number};
             }
             case ExprKind::Between: {
                 const Out a = expr(*e.args[0]);
@@ -148,13 +158,16 @@ private:
                     readAsNumber(*e.args[2]);
                 }
                 const Out lo = expr(*e.args[1]), hi = expr(*e.args[2]);
-                const bool numeric = a.type == Type::Number || lo.type == Type::Number || hi.type == Type::Number;
+                const bool numeric =
+                    a.type == Type::Number || lo.type == Type::Number || hi.type == Type::Number;
                 const std::string left = numeric || a.key ? a.sql : german(a);
-                return {"(" + left + (e.negated ? " NOT BETWEEN " : " BETWEEN ") + lo.sql + " AND " + hi.sql + ")",
+                return {"(" + left + (e.negated ? " NOT BETWEEN " : " BETWEEN ") + lo.sql +
+                            " AND " + hi.sql + ")",
                         Type::Number};
             }
             case ExprKind::IsNull:
-                return {"(" + expr(*e.args[0]).sql + (e.negated ? " IS NOT NULL)" : " IS NULL)"), Type::Number};
+                return {"(" + expr(*e.args[0]).sql + (e.negated ? " IS NOT NULL)" : " IS NULL)"),
+                        Type::Number};
             case ExprKind::Call:
                 return call(e);
             case ExprKind::Subquery:
@@ -177,17 +190,24 @@ private:
             return {"(" + a.sql + " " + op + " " + (plain ? b.sql : german(b)) + ")", Type::Number};
         }
         const Out a = expr(l), b = expr(r);
-        if (op == "AND" || op == "OR") return {"(" + a.sql + " " + op + " " + b.sql + ")", Type::Number};
+        if (op == "AND" || op == "OR")
+            return {"(" + a.sql + " " + op + " " + b.sql + ")", Type::Number};
         // "&" joins texts; Null reads as empty text.
         if (op == "&") return {"(jet_text(" + a.sql + ") || jet_text(" + b.sql + "))", Type::Text};
         if (op == "+") {
-            // With a number on either side the sum is a number: a text on the other side is read as one.
-            if (a.type == Type::Number || b.type == Type::Number) return {"(" + a.sql + " + " + b.sql + ")", Type::Number};
-            if (a.type == Type::Text && b.type == Type::Text) return {"(" + a.sql + " || " + b.sql + ")", Type::Text};
-            return {"jet_plus(" + a.sql + ", " + b.sql + ")", Type::Unknown};  // decided by the values
+            // With a number on either side the sum is a number: a text on the other side is read as
+            // one.
+            if (a.type == Type::Number || b.type == Type::Number)
+                return {"(" + a.sql + " + " + b.sql + ")", Type::Number};
+            if (a.type == Type::Text && b.type == Type::Text)
+                return {"(" + a.sql + " || " + b.sql + ")", Type::Text};
+            return {"jet_plus(" + a.sql + ", " + b.sql + ")",
+                    Type::Unknown};  // decided by the values
         }
         if (op == "/") return {"(CAST(" + a.sql + " AS REAL) / " + b.sql + ")", Type::Number};
-        if (op == "\\") return {"(CAST(" + a.sql + " AS INTEGER) / CAST(" + b.sql + " AS INTEGER))", Type::Number};
+        if (op == "\\")
+            return {"(CAST(" + a.sql + " AS INTEGER) / CAST(" + b.sql + " AS INTEGER))",
+                    Type::Number};
         if (op == "MOD") return {"(" + a.sql + " % " + b.sql + ")", Type::Number};
         if (op == "^") return {"jet_power(" + a.sql + ", " + b.sql + ")", Type::Number};
         return {"(" + a.sql + " " + op + " " + b.sql + ")", Type::Number};  // - and *
@@ -202,17 +222,22 @@ private:
             return s;
         };
         const std::string& f = e.op;
-        auto fn = [&](const char* name, Type type) { return Out{std::string(name) + "(" + args() + ")", type}; };
+        auto fn = [&](const char* name, Type type) {
+            return Out{std::string(name) + "(" + args() + ")", type};
+        };
         if (f == "LEN") return fn("len", Type::Number);
         if (f == "UCASE") return fn("ucase", Type::Text);
         if (f == "LCASE") return fn("lcase", Type::Text);
-        if (f == "TRIM" || f == "LTRIM" || f == "RTRIM") return fn(f == "TRIM" ? "trim" : f == "LTRIM" ? "ltrim" : "rtrim", Type::Text);
-        if (f == "LEFT" && a.size() == 2) return {"substr(" + a[0].sql + ", 1, " + a[1].sql + ")", Type::Text};
+        if (f == "TRIM" || f == "LTRIM" || f == "RTRIM")
+            return fn(f == "TRIM" ? "trim" : f == "LTRIM" ? "ltrim" : "rtrim", Type::Text);
+        if (f == "LEFT" && a.size() == 2)
+            return {"substr(" + a[0].sql + ", 1, " + a[1].sql + ")", Type::Text};
         if (f == "RIGHT") return fn("jet_right", Type::Text);
         if (f == "MID") return fn("substr", Type::Text);
         if (f == "NZ")
-            return {"coalesce(" + a[0].sql + ", " + (a.size() > 1 ? a[1].sql : std::string("''")) + ")",
-                    a.size() > 1 ? a[1].type : Type::Text};
+            return {
+                "coalesce(" + a[0].sql + ", " + (a.size() > 1 ? a[1].sql : std::string("''")) + ")",
+                a.size() > 1 ? a[1].type : Type::Text};
         if (f == "VAL") return fn("jet_val", Type::Number);
         if (f == "IIF" && a.size() == 3)
             return {"(CASE WHEN " + a[0].sql + " THEN " + a[1].sql + " ELSE " + a[2].sql + " END)",
@@ -221,10 +246,13 @@ private:
         if (f == "FORMAT") return fn("jet_format", Type::Text);
         if (f == "NOW") return fn("jet_now", Type::Text);
         if (f == "DATE") return fn("jet_date", Type::Text);
-        if (isOneOf(f, {"COUNT", "SUM", "AVG", "ABS", "INT", "FIX", "YEAR", "MONTH", "DAY", "ASC", "ROUND"}))
+        if (isOneOf(f, {"COUNT", "SUM", "AVG", "ABS", "INT", "FIX", "YEAR", "MONTH", "DAY", "ASC",
+                        "ROUND"}))
             return {e.op + "(" + args() + ")", Type::Number};
         if ((f == "MIN" || f == "MAX") && a.size() == 1)
-            return {e.op + "(" + (a[0].type == Type::Number || a[0].key ? a[0].sql : german(a[0])) + ")", a[0].type};
+            return {e.op + "(" + (a[0].type == Type::Number || a[0].key ? a[0].sql : german(a[0])) +
+                        ")",
+                    a[0].type};
         return {e.op + "(" + args() + ")", Type::Unknown};  // SQLite's own, or its error
     }
 
@@ -232,7 +260,8 @@ private:
     std::string source(const ast::TableSource& s, SelectParts* parts, bool nested) {
         using Kind = ast::TableSource::Kind;
         if (s.kind == Kind::Table) {
-            if (parts) parts->tables.push_back({s.name, bracket(s.alias.empty() ? s.name : s.alias)});
+            if (parts)
+                parts->tables.push_back({s.name, bracket(s.alias.empty() ? s.name : s.alias)});
             return bracket(s.name) + (s.alias.empty() ? "" : " AS " + bracket(s.alias));
         }
         if (s.kind == Kind::Derived) {
@@ -257,7 +286,8 @@ private:
     }
 
     static bool aggregateCall(const Expr& e) {
-        if (e.kind == ExprKind::Call && isOneOf(e.op, {"COUNT", "SUM", "AVG", "MIN", "MAX", "FIRST", "LAST", "STDEV", "VAR"}))
+        if (e.kind == ExprKind::Call &&
+            isOneOf(e.op, {"COUNT", "SUM", "AVG", "MIN", "MAX", "FIRST", "LAST", "STDEV", "VAR"}))
             return true;
         for (const auto& a : e.args)
             if (aggregateCall(*a)) return true;
@@ -306,7 +336,8 @@ private:
             p.derivedTable = true;  // nothing to key on
         } else {
             std::string from;
-            for (size_t i = 0; i < s.from.size(); ++i) from += (i ? ", " : "") + source(*s.from[i], &p, false);
+            for (size_t i = 0; i < s.from.size(); ++i)
+                from += (i ? ", " : "") + source(*s.from[i], &p, false);
             p.from = from;
             sql += " FROM " + from;
         }
@@ -316,7 +347,8 @@ private:
         }
         if (!s.groupBy.empty()) {
             sql += " GROUP BY ";
-            for (size_t i = 0; i < s.groupBy.size(); ++i) sql += (i ? ", " : "") + term(*s.groupBy[i]);
+            for (size_t i = 0; i < s.groupBy.size(); ++i)
+                sql += (i ? ", " : "") + term(*s.groupBy[i]);
         } else if (groupForDistinct) {
             p.aggregate = true;
             sql += " GROUP BY " + distinctGroups;

@@ -10,10 +10,10 @@
 namespace tolma::store::jet {
 
 struct Generated {
-    std::string sql;            // with the text's values as ?1..?n and its numbers as ?n+1..
-    std::vector<bool> numeric;  // per parameter: bound as a number
+    std::string sql;                   // with the text's values as ?1..?n and its numbers as ?n+1..
+    std::vector<bool> numeric;         // per parameter: bound as a number
     std::vector<std::string> numbers;  // the values of ?n+1.., as written
-    SelectParts parts;          // of a SELECT
+    SelectParts parts;                 // of a SELECT
 };
 
 // `values` is the number of texts and dates the statement holds (its Text and Date tokens).

@@ -9,9 +9,15 @@
 namespace tolma::store::jet::ast {
 namespace {
 
-bool isWordStart(unsigned char c) { return std::isalpha(c) || c == '_' || c >= 0x80; }
-bool isWordChar(unsigned char c) { return std::isalnum(c) || c == '_' || c == '$' || c >= 0x80; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isWordStart(unsigned char c) {
+    return std::isalpha(c) || c == '_' || c >= 0x80;
+}
+bool isWordChar(unsigned char c) {
+    return std::isalnum(c) || c == '_' || c == '$' || c >= 0x80;
+}
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 std::string upper(std::string_view s) {
     std::string r(s);
@@ -21,8 +27,8 @@ std::string upper(std::string_view s) {
 
 [[noreturn]] void syntaxError(std::string_view text, size_t position, const std::string& what) {
     throwDao("DAO.Database", err::kSyntaxError,
-             "Syntaxfehler in Abfrageausdruck '" + std::string(text) + "' an Stelle " + std::to_string(position + 1) +
-                 ": " + what + ".");
+             "Syntaxfehler in Abfrageausdruck '" + std::string(text) + "' an Stelle " +
+                 std::to_string(position + 1) + ": " + what + ".");
 }
 
 }  // namespace
@@ -32,7 +38,8 @@ std::string upper(std::string_view s) {
 std::string dateValue(const std::string& s) {
     int a = 0, b = 0, c = 0, h = 0, m = 0, sec = 0, n = 0;
     char sep1 = 0, sep2 = 0;
-    if (std::sscanf(s.c_str(), " %d%c%d%c%d%n", &a, &sep1, &b, &sep2, &c, &n) < 5 || sep1 != sep2) return {};
+    if (std::sscanf(s.c_str(), " %d%c%d%c%d%n", &a, &sep1, &b, &sep2, &c, &n) < 5 || sep1 != sep2)
+        return {};
     int year, month, day;
     if (sep1 == '/') {
         month = a, day = b, year = c;
@@ -46,7 +53,8 @@ std::string dateValue(const std::string& s) {
     if (year < 100) year += year < 30 ? 2000 : 1900;
     static const int days[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     if (month < 1 || month > 12 || day < 1 || day > days[month - 1] || year > 9999) return {};
-    if (month == 2 && day == 29 && !(year % 4 == 0 && (year % 100 != 0 || year % 400 == 0))) return {};
+    if (month == 2 && day == 29 && !(year % 4 == 0 && (year % 100 != 0 || year % 400 == 0)))
+        return {};
     std::string rest = s.substr(static_cast<size_t>(n));
     char buf[48];
     std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", year, month, day);
@@ -58,7 +66,9 @@ std::string dateValue(const std::string& s) {
         if (std::sscanf(rest.c_str(), ":%d%n", &sec, &k) < 1) return {};
         rest = rest.substr(static_cast<size_t>(k));
     }
-    const std::string ampm = upper(rest.substr(rest.find_first_not_of(' ') == std::string::npos ? rest.size() : rest.find_first_not_of(' ')));
+    const std::string ampm = upper(rest.substr(rest.find_first_not_of(' ') == std::string::npos
+                                                   ? rest.size()
+                                                   : rest.find_first_not_of(' ')));
     if (ampm == "PM" && h < 12) h += 12;
     if (ampm == "AM" && h == 12) h = 0;
     if ((!ampm.empty() && ampm != "AM" && ampm != "PM") || h > 23 || m > 59 || sec > 59) return {};
@@ -77,8 +87,10 @@ std::vector<Token> lex(std::string_view text) {
             ++i;
         } else if (c == '[') {
             const size_t close = text.find(']', i + 1);
-            if (close == std::string_view::npos) syntaxError(text, i, "die eckige Klammer wird nicht geschlossen");
-            out.push_back({TokenKind::Bracketed, std::string(text.substr(i + 1, close - i - 1)), start});
+            if (close == std::string_view::npos)
+                syntaxError(text, i, "die eckige Klammer wird nicht geschlossen");
+            out.push_back(
+                {TokenKind::Bracketed, std::string(text.substr(i + 1, close - i - 1)), start});
             i = close + 1;
         } else if (c == '\'' || c == '"') {
             std::string value;
@@ -97,12 +109,14 @@ std::vector<Token> lex(std::string_view text) {
             out.push_back({TokenKind::Text, std::move(value), start});
         } else if (c == '#') {
             const size_t close = text.find('#', i + 1);
-            if (close == std::string_view::npos) syntaxError(text, i, "das Datum wird nicht mit # abgeschlossen");
+            if (close == std::string_view::npos)
+                syntaxError(text, i, "das Datum wird nicht mit # abgeschlossen");
             const std::string date = dateValue(std::string(text.substr(i + 1, close - i - 1)));
             if (date.empty()) syntaxError(text, i, "ungültiges Datum");
             out.push_back({TokenKind::Date, date, start});
             i = close + 1;
-        } else if (isDigit(static_cast<char>(c)) || (c == '.' && i + 1 < n && isDigit(text[i + 1]))) {
+        } else if (isDigit(static_cast<char>(c)) ||
+                   (c == '.' && i + 1 < n && isDigit(text[i + 1]))) {
             while (i < n && isDigit(text[i])) ++i;
             if (i < n && text[i] == '.') ++i;
             while (i < n && isDigit(text[i])) ++i;
@@ -114,7 +128,8 @@ std::vector<Token> lex(std::string_view text) {
                     while (i < n && isDigit(text[i])) ++i;
                 }
             }
-            if (i < n && isWordChar(static_cast<unsigned char>(text[i]))) syntaxError(text, start, "ungültige Zahl");
+            if (i < n && isWordChar(static_cast<unsigned char>(text[i])))
+                syntaxError(text, start, "ungültige Zahl");
             out.push_back({TokenKind::Number, std::string(text.substr(start, i - start)), start});
         } else if (isWordStart(c)) {
             while (i < n && isWordChar(static_cast<unsigned char>(text[i]))) ++i;
@@ -124,8 +139,10 @@ std::vector<Token> lex(std::string_view text) {
             std::string p(1, static_cast<char>(c));
             for (const char* t : two)
                 if (text.substr(i, 2) == t) p = t;
-            if (p.size() == 1 && std::string_view("=<>(),.*/\\+-&;^").find(static_cast<char>(c)) == std::string_view::npos)
-                syntaxError(text, i, std::string("unerwartetes Zeichen '") + static_cast<char>(c) + "'");
+            if (p.size() == 1 && std::string_view("=<>(),.*/\\+-&;^").find(static_cast<char>(c)) ==
+                                     std::string_view::npos)
+                syntaxError(text, i,
+                            std::string("unerwartetes Zeichen '") + static_cast<char>(c) + "'");
             i += p.size();
             out.push_back({TokenKind::Punct, p == "!=" ? "<>" : p, start});
         }
@@ -138,23 +155,25 @@ namespace {
 
 // Words that end an expression or a name where an alias might follow.
 bool reserved(const std::string& u) {
-    static const char* words[] = {"SELECT", "FROM",  "WHERE", "GROUP",  "BY",    "HAVING",  "ORDER",  "AND",
-                                  "OR",     "NOT",   "LIKE",  "IN",     "BETWEEN", "IS",    "NULL",   "AS",
-                                  "ON",     "JOIN",  "INNER", "LEFT",   "RIGHT", "OUTER",   "UNION",  "DISTINCT",
-                                  "DISTINCTROW", "ALL", "TOP", "ASC",   "DESC",  "INTO",    "VALUES", "SET",
-                                  "MOD",    "TRUE",  "FALSE", "EXISTS", "PERCENT", "XOR"};
+    static const char* words[] = {
+        "SELECT",      "FROM", "WHERE", "GROUP",  "BY",      "HAVING", "ORDER",  "AND",
+        "OR",          "NOT",  "LIKE",  "IN",     "BETWEEN", "IS",     "NULL",   "AS",
+        "ON",          "JOIN", "INNER", "LEFT",   "RIGHT",   "OUTER",  "UNION",  "DISTINCT",
+        "DISTINCTROW", "ALL",  "TOP",   "ASC",    "DESC",    "INTO",   "VALUES", "SET",
+        "MOD",         "TRUE", "FALSE", "EXISTS", "PERCENT", "XOR"};
     for (const char* w : words)
         if (u == w) return true;
     return false;
 }
 
 class Parser {
-public:
+  public:
     Parser(std::string_view text, const std::vector<Token>& tokens) : text_(text), t_(tokens) {
         int k = 0;
         valueIndex_.resize(tokens.size(), -1);
         for (size_t i = 0; i < tokens.size(); ++i)
-            if (tokens[i].kind == TokenKind::Text || tokens[i].kind == TokenKind::Date) valueIndex_[i] = k++;
+            if (tokens[i].kind == TokenKind::Text || tokens[i].kind == TokenKind::Date)
+                valueIndex_[i] = k++;
     }
 
     Statement statement(bool condition) {
@@ -212,7 +231,7 @@ public:
         return s;
     }
 
-private:
+  private:
     // ---- tokens --------------------------------------------------------------------------
     const Token& peek(size_t ahead = 0) const { return t_[std::min(i_ + ahead, t_.size() - 1)]; }
     bool isWord(const char* w, size_t ahead = 0) const {
@@ -225,7 +244,8 @@ private:
     bool acceptPunct(const char* p) { return isPunct(p) ? (++i_, true) : false; }
     [[noreturn]] void fail(const std::string& what) const {
         const Token& t = peek();
-        syntaxError(text_, t.position, t.kind == TokenKind::End ? what + " (Ende des Ausdrucks erreicht)" : what);
+        syntaxError(text_, t.position,
+                    t.kind == TokenKind::End ? what + " (Ende des Ausdrucks erreicht)" : what);
     }
     void expectWord(const char* w) {
         if (!acceptWord(w)) fail(std::string("erwartet wird ") + w);
@@ -234,7 +254,8 @@ private:
         if (!acceptPunct(p)) fail(std::string("erwartet wird '") + p + "'");
     }
     bool atName() const {
-        return peek().kind == TokenKind::Bracketed || (peek().kind == TokenKind::Word && !reserved(upper(peek().text)));
+        return peek().kind == TokenKind::Bracketed ||
+               (peek().kind == TokenKind::Word && !reserved(upper(peek().text)));
     }
     std::string name(const char* what) {
         if (!atName()) fail(std::string("erwartet wird ") + what);
@@ -248,7 +269,8 @@ private:
     }
     size_t endOfLast() const {
         const Token& t = t_[i_ - 1];
-        if (t.kind == TokenKind::Text || t.kind == TokenKind::Date || t.kind == TokenKind::Bracketed) {
+        if (t.kind == TokenKind::Text || t.kind == TokenKind::Date ||
+            t.kind == TokenKind::Bracketed) {
             // Literals and names lost their quotes: find where they close in the text.
             const char close = t.kind == TokenKind::Bracketed ? ']' : text_[t.position];
             size_t j = t.position + 1;
@@ -288,8 +310,10 @@ private:
             expectWord("BY");
             do {
                 OrderItem o{expression()};
-                if (acceptWord("DESC")) o.descending = true;
-                else acceptWord("ASC");
+                if (acceptWord("DESC"))
+                    o.descending = true;
+                else
+                    acceptWord("ASC");
                 s->orderBy.push_back(o);
             } while (acceptPunct(","));
         }
@@ -299,10 +323,13 @@ private:
     std::shared_ptr<Select> selectCore() {
         auto s = std::make_shared<Select>();
         expectWord("SELECT");
-        if (acceptWord("DISTINCT")) s->distinct = true;
-        else if (!acceptWord("DISTINCTROW")) acceptWord("ALL");
+        if (acceptWord("DISTINCT"))
+            s->distinct = true;
+        else if (!acceptWord("DISTINCTROW"))
+            acceptWord("ALL");
         if (acceptWord("TOP")) {
-            if (peek().kind != TokenKind::Number || peek().text.find_first_not_of("0123456789") != std::string::npos)
+            if (peek().kind != TokenKind::Number ||
+                peek().text.find_first_not_of("0123456789") != std::string::npos)
                 fail("erwartet wird eine ganze Zahl hinter TOP");
             s->top = t_[i_++].text;
             if (isWord("PERCENT")) fail("TOP ... PERCENT wird nicht unterstützt");
@@ -340,7 +367,8 @@ private:
         item.written = std::string(text_.substr(begin, endOfLast() - begin));
         if (acceptWord("AS")) {
             // Behind AS any word is a name, True and False included.
-            if (peek().kind != TokenKind::Word && peek().kind != TokenKind::Bracketed) fail("erwartet wird ein Name hinter AS");
+            if (peek().kind != TokenKind::Word && peek().kind != TokenKind::Bracketed)
+                fail("erwartet wird ein Name hinter AS");
             item.alias = t_[i_++].text;
         }
         return item;
@@ -350,11 +378,16 @@ private:
         SourcePtr left = primarySource();
         for (;;) {
             std::string join;
-            if (acceptWord("INNER")) join = "INNER";
-            else if (acceptWord("LEFT")) join = "LEFT";
-            else if (acceptWord("RIGHT")) join = "RIGHT";
-            else if (isWord("JOIN")) join = "INNER";
-            else return left;
+            if (acceptWord("INNER"))
+                join = "INNER";
+            else if (acceptWord("LEFT"))
+                join = "LEFT";
+            else if (acceptWord("RIGHT"))
+                join = "RIGHT";
+            else if (isWord("JOIN"))
+                join = "INNER";
+            else
+                return left;
             if (join != "INNER") acceptWord("OUTER");
             expectWord("JOIN");
             auto j = std::make_shared<TableSource>();
@@ -385,8 +418,10 @@ private:
         }
         auto t = std::make_shared<TableSource>();
         t->name = name("ein Tabellenname");
-        if (acceptWord("AS")) t->alias = name("ein Name für die Tabelle");
-        else if (atName()) t->alias = t_[i_++].text;
+        if (acceptWord("AS"))
+            t->alias = name("ein Name für die Tabelle");
+        else if (atName())
+            t->alias = t_[i_++].text;
         return t;
     }
 
@@ -431,7 +466,8 @@ private:
             return finish(e);
         }
         const bool negated = acceptWord("NOT");
-        if (negated && !isWord("LIKE") && !isWord("IN") && !isWord("BETWEEN")) fail("erwartet wird LIKE, IN oder BETWEEN");
+        if (negated && !isWord("LIKE") && !isWord("IN") && !isWord("BETWEEN"))
+            fail("erwartet wird LIKE, IN oder BETWEEN");
         if (acceptWord("LIKE")) {
             auto e = make(ExprKind::Like, left->begin);
             e->negated = negated;
@@ -471,9 +507,12 @@ private:
     ExprPtr additive() {
         ExprPtr e = modulo();
         for (;;) {
-            if (acceptPunct("+")) e = binary("+", e, modulo());
-            else if (acceptPunct("-")) e = binary("-", e, modulo());
-            else return e;
+            if (acceptPunct("+"))
+                e = binary("+", e, modulo());
+            else if (acceptPunct("-"))
+                e = binary("-", e, modulo());
+            else
+                return e;
         }
     }
     ExprPtr modulo() {
@@ -489,9 +528,12 @@ private:
     ExprPtr multiplicative() {
         ExprPtr e = unary();
         for (;;) {
-            if (acceptPunct("*")) e = binary("*", e, unary());
-            else if (acceptPunct("/")) e = binary("/", e, unary());
-            else return e;
+            if (acceptPunct("*"))
+                e = binary("*", e, unary());
+            else if (acceptPunct("/"))
+                e = binary("/", e, unary());
+            else
+                return e;
         }
     }
     ExprPtr unary() {
@@ -557,7 +599,8 @@ private:
                     expectPunct(")");
                     return finish(e);
                 }
-                if (isPunct("(", 1) && (!reserved(u) || u == "LEFT" || u == "RIGHT")) return call(u);
+                if (isPunct("(", 1) && (!reserved(u) || u == "LEFT" || u == "RIGHT"))
+                    return call(u);
                 break;
             }
             case TokenKind::Bracketed:
@@ -568,7 +611,8 @@ private:
         e->name = t_[i_++].text;
         if (acceptPunct(".")) {
             // Behind a table's name any word names a field, True and False included.
-            if (peek().kind != TokenKind::Word && peek().kind != TokenKind::Bracketed) fail("erwartet wird ein Feldname");
+            if (peek().kind != TokenKind::Word && peek().kind != TokenKind::Bracketed)
+                fail("erwartet wird ein Feldname");
             e->qualifier = e->name;
             e->name = t_[i_++].text;
         }

@@ -14,8 +14,9 @@ enum class TokenKind { Word, Bracketed, Text, Date, Number, Punct, End };
 
 struct Token {
     TokenKind kind;
-    std::string text;   // as written; for Text and Date the value (quotes removed, dates as YYYY-MM-DD)
-    size_t position;    // 0-based, in the text as written
+    std::string
+        text;  // as written; for Text and Date the value (quotes removed, dates as YYYY-MM-DD)
+    size_t position;  // 0-based, in the text as written
 };
 
 // Splits a query text; a literal or name that is never closed is a syntax error.
@@ -25,13 +26,14 @@ std::vector<Token> lex(std::string_view text);
 std::string dateValue(const std::string& written);
 
 enum class ExprKind {
-    Value,     // a text or date from the query text, bound as parameter `value`
-    Number,    // a number as written
+    Value,   // a text or date from the query text, bound as parameter `value`
+    Number,  // a number as written
     Null,
     Column,    // [qualifier.]name
     Star,      // * in Count(*)
     Unary,     // op: "-", "+", "NOT"
-    Binary,    // op: "AND", "OR", "=", "<>", "<", ">", "<=", ">=", "&", "+", "-", "*", "/", "\", "MOD", "^"
+    Binary,    // op: "AND", "OR", "=", "<>", "<", ">", "<=", ">=", "&", "+", "-", "*", "/", "\",
+               // "MOD", "^"
     Like,      // args: value, pattern; negated
     In,        // args: value, list... or sub; negated
     Between,   // args: value, low, high; negated
@@ -60,16 +62,16 @@ struct SelectItem {
     ExprPtr expr;           // null for * and table.*
     std::string qualifier;  // of table.*
     std::string alias;
-    std::string written;    // the item as written, the name of an unnamed expression
+    std::string written;  // the item as written, the name of an unnamed expression
 };
 
 struct TableSource {
     enum class Kind { Table, Join, Derived } kind = Kind::Table;
-    std::string name, alias;                  // Table, Derived (alias)
-    std::string join;                         // Join: "INNER", "LEFT", "RIGHT"
-    std::shared_ptr<TableSource> left, right; // Join
-    ExprPtr on;                               // Join
-    std::shared_ptr<Select> sub;              // Derived
+    std::string name, alias;                   // Table, Derived (alias)
+    std::string join;                          // Join: "INNER", "LEFT", "RIGHT"
+    std::shared_ptr<TableSource> left, right;  // Join
+    ExprPtr on;                                // Join
+    std::shared_ptr<Select> sub;               // Derived
 };
 using SourcePtr = std::shared_ptr<TableSource>;
 
@@ -95,11 +97,11 @@ struct Select {
 
 struct Statement {
     enum class Kind { Select, Insert, Update, Delete, Condition, Other } kind = Kind::Other;
-    std::shared_ptr<Select> select;                 // Select; Insert ... SELECT
-    std::string table;                              // Insert, Update, Delete
-    std::vector<std::string> columns;               // Insert, Update
-    std::vector<ExprPtr> values;                    // Insert VALUES, Update SET
-    ExprPtr where;                                  // Update, Delete; Condition: the condition
+    std::shared_ptr<Select> select;    // Select; Insert ... SELECT
+    std::string table;                 // Insert, Update, Delete
+    std::vector<std::string> columns;  // Insert, Update
+    std::vector<ExprPtr> values;       // Insert VALUES, Update SET
+    ExprPtr where;                     // Update, Delete; Condition: the condition
 };
 
 // Reads a whole statement, or (when `condition`) a condition such as a find criterion. Other

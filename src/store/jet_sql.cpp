@@ -13,8 +13,12 @@
 namespace tolma::store::jet {
 namespace {
 
-bool isWordStart(unsigned char c) { return std::isalpha(c) || c == '_' || c >= 0x80; }
-bool isWordChar(unsigned char c) { return std::isalnum(c) || c == '_' || c == '$' || c >= 0x80; }
+bool isWordStart(unsigned char c) {
+    return std::isalpha(c) || c == '_' || c >= 0x80;
+}
+bool isWordChar(unsigned char c) {
+    return std::isalnum(c) || c == '_' || c == '$' || c >= 0x80;
+}
 
 std::string upper(std::string_view s) {
     std::string r(s);
@@ -154,8 +158,10 @@ std::vector<Token> tokenize(std::string_view sql) {
                 ++i;
             }
             kind = c == '\'' ? TokenKind::String : TokenKind::DoubleQuoted;
-        } else if (std::isdigit(c) || (c == '.' && i + 1 < n && std::isdigit(static_cast<unsigned char>(sql[i + 1])))) {
-            while (i < n && (std::isalnum(static_cast<unsigned char>(sql[i])) || sql[i] == '.')) ++i;
+        } else if (std::isdigit(c) || (c == '.' && i + 1 < n &&
+                                       std::isdigit(static_cast<unsigned char>(sql[i + 1])))) {
+            while (i < n && (std::isalnum(static_cast<unsigned char>(sql[i])) || sql[i] == '.'))
+                ++i;
             kind = TokenKind::Number;
         } else if (isWordStart(c)) {
             while (i < n && isWordChar(static_cast<unsigned char>(sql[i]))) ++i;
@@ -184,9 +190,10 @@ bool passesAsItStands(std::string_view text) {
     while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
     size_t j = i;
     while (j < text.size() && isWordChar(static_cast<unsigned char>(text[j]))) ++j;
-    static const char* words[] = {"CREATE", "DROP", "ALTER", "PRAGMA", "BEGIN", "COMMIT", "END",
-                                  "ROLLBACK", "VACUUM", "ATTACH", "DETACH", "REINDEX", "ANALYZE",
-                                  "EXPLAIN", "WITH", "REPLACE", "SAVEPOINT", "RELEASE"};
+    static const char* words[] = {"CREATE",  "DROP",      "ALTER",    "PRAGMA",  "BEGIN",
+                                  "COMMIT",  "END",       "ROLLBACK", "VACUUM",  "ATTACH",
+                                  "DETACH",  "REINDEX",   "ANALYZE",  "EXPLAIN", "WITH",
+                                  "REPLACE", "SAVEPOINT", "RELEASE"};
     const std::string u = upper(text.substr(i, j - i));
     return std::any_of(std::begin(words), std::end(words), [&](const char* w) { return u == w; });
 }
@@ -257,7 +264,9 @@ std::string literal(const std::string& value, bool numeric) {
 
 }  // namespace
 
-bool Catalog::isKey(std::string_view column) const { return keyColumns.count(foldCase(column)) > 0; }
+bool Catalog::isKey(std::string_view column) const {
+    return keyColumns.count(foldCase(column)) > 0;
+}
 
 std::string translate(std::string_view jetSql, const Catalog* catalog) {
     if (passesAsItStands(jetSql)) return withoutClosingSemicolon(jetSql);
@@ -321,7 +330,8 @@ Prepared prepare(std::string_view jetSql, const Catalog* catalog) {
         made->numbers = std::move(g.numbers);
         shape = made;
         std::lock_guard lock(mutex);
-        if (shapes.size() > 20000) shapes.clear();  // texts of many shapes come and go with the clerk's filters
+        if (shapes.size() > 20000)
+            shapes.clear();  // texts of many shapes come and go with the clerk's filters
         shapes[key] = shape;
     }
     out.values.insert(out.values.end(), shape->numbers.begin(), shape->numbers.end());
@@ -329,7 +339,9 @@ Prepared prepare(std::string_view jetSql, const Catalog* catalog) {
     return out;
 }
 
-SelectParts parseSelect(std::string_view jetSql, const Catalog* catalog) { return prepare(jetSql, catalog).shape->parts; }
+SelectParts parseSelect(std::string_view jetSql, const Catalog* catalog) {
+    return prepare(jetSql, catalog).shape->parts;
+}
 
 std::string bareTableName(std::string_view source) {
     std::string s = trimmed(std::string(source));
@@ -343,8 +355,9 @@ std::string bareTableName(std::string_view source) {
 }
 
 std::string soleQualifier(std::string_view condition) {
-    static const char* keywords[] = {"LIKE", "AND", "OR", "NOT", "IS", "NULL", "IN", "BETWEEN", "ESCAPE",
-                                     "CASE", "WHEN", "THEN", "ELSE", "END", "CAST", "AS", "INTEGER", "REAL", "EXISTS"};
+    static const char* keywords[] = {"LIKE",    "AND",    "OR",      "NOT",  "IS",    "NULL", "IN",
+                                     "BETWEEN", "ESCAPE", "CASE",    "WHEN", "THEN",  "ELSE", "END",
+                                     "CAST",    "AS",     "INTEGER", "REAL", "EXISTS"};
     const std::vector<Token> tokens = tokenize(condition);
     std::vector<size_t> sig;
     for (size_t i = 0; i < tokens.size(); ++i)
@@ -357,7 +370,8 @@ std::string soleQualifier(std::string_view condition) {
         const bool qualified = k > 0 && isPunct(tokens[sig[k - 1]], ".");
         if (qualified) continue;  // the column after its qualifier
         if (qualifies) {
-            const std::string q = t.kind == TokenKind::Bracketed ? t.text.substr(1, t.text.size() - 2) : t.text;
+            const std::string q =
+                t.kind == TokenKind::Bracketed ? t.text.substr(1, t.text.size() - 2) : t.text;
             if (!qualifier.empty() && upper(qualifier) != upper(q)) return {};
             qualifier = q;
             continue;
@@ -368,7 +382,8 @@ std::string soleQualifier(std::string_view condition) {
                 ++k;
                 continue;
             }
-            const bool keyword = std::any_of(std::begin(keywords), std::end(keywords), [&](const char* w) { return u == w; });
+            const bool keyword = std::any_of(std::begin(keywords), std::end(keywords),
+                                             [&](const char* w) { return u == w; });
             const bool function = k + 1 < sig.size() && isPunct(tokens[sig[k + 1]], "(");
             if (keyword || function) continue;
         }
@@ -422,6 +437,8 @@ long long utf8Length(std::string_view text) {
     return n;
 }
 
-std::string foldCase(std::string_view text) { return german::lower(text); }
+std::string foldCase(std::string_view text) {
+    return german::lower(text);
+}
 
 }  // namespace tolma::store::jet

@@ -61,7 +61,10 @@ struct SelectParts {
     std::vector<TableRef> tables;
 
     // Rows of such a query can be told by the row ids of its base tables.
-    bool keyable() const { return isSelect && !distinct && !aggregate && !outerJoin && !derivedTable && !tables.empty(); }
+    bool keyable() const {
+        return isSelect && !distinct && !aggregate && !outerJoin && !derivedTable &&
+               !tables.empty();
+    }
 };
 
 // The parts of a SELECT written in the old engine's language.
@@ -70,9 +73,9 @@ SelectParts parseSelect(std::string_view jetSql, const Catalog* catalog = nullpt
 // A query text with its values taken out: texts that differ only in their values share one
 // shape, which is translated and parsed once and prepared once per connection.
 struct Shape {
-    std::string sql;            // generated, with the values as ?1, ?2, ...
-    std::vector<bool> numeric;  // per value: bound as a number
-    SelectParts parts;          // when the text is a SELECT
+    std::string sql;                   // generated, with the values as ?1, ?2, ...
+    std::vector<bool> numeric;         // per value: bound as a number
+    SelectParts parts;                 // when the text is a SELECT
     std::vector<std::string> numbers;  // the text's numbers, bound behind its texts and dates
 };
 struct Prepared {

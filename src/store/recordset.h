@@ -36,7 +36,7 @@ struct FieldInfo {
 
 // One field of the current row of a recordset.
 class Field {
-public:
+  public:
     Field(std::shared_ptr<RecordsetImpl> rs, int index) : rs_(std::move(rs)), index_(index) {}
 
     const std::string& Name() const;
@@ -45,7 +45,7 @@ public:
     Variant Value() const;
     void setValue(const Variant& value);
 
-private:
+  private:
     std::shared_ptr<RecordsetImpl> rs_;
     int index_;
 };
@@ -55,7 +55,7 @@ private:
 // read-only; a grouped or distinct query is a read-only snapshot. Copies share one cursor, as
 // object references of the old platform do.
 class Recordset {
-public:
+  public:
     Recordset() = default;
     static Recordset open(std::shared_ptr<Connection> connection, const std::string& source);
 
@@ -103,7 +103,7 @@ public:
     // Called after every move of the cursor; a data control raises its Reposition with it.
     void setMoveListener(std::function<void()> listener) const;
 
-private:
+  private:
     RecordsetImpl& impl() const;
     std::shared_ptr<RecordsetImpl> impl_;
 };

@@ -8,7 +8,7 @@ namespace tolma::store {
 
 // A field's value: Null, a whole number, a real number or a text (UTF-8).
 class Variant {
-public:
+  public:
     Variant() = default;
     Variant(std::string text) : v_(std::move(text)) {}
     Variant(const char* text) : v_(std::string(text)) {}
@@ -37,7 +37,7 @@ public:
 
     bool operator==(const Variant& other) const = default;
 
-private:
+  private:
     std::variant<std::monostate, long long, double, std::string> v_;
 };
 

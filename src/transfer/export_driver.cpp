@@ -1,8 +1,8 @@
 #include <utility>
 
 #include "core/error_log.h"
-#include "store/connection.h"
 #include "model/values.h"
+#include "store/connection.h"
 #include "transfer/export_form.h"
 #include "transfer/export_record.h"
 #include "transfer/field_store.h"
@@ -83,7 +83,10 @@ void refreshProcessingStatus(const core::Globals& g, store::Recordset& rs) {
         rs.Edit();
         const std::string nr = rs.Fields("betr-nr").Value().toString();
         if (nr != vorher)
-            rs.Fields("bearb-status").setValue(model::trimBlanks(rs.Fields("betr-Ende").Value().toString()).empty() ? "A" : "E");
+            rs.Fields("bearb-status")
+                .setValue(model::trimBlanks(rs.Fields("betr-Ende").Value().toString()).empty()
+                              ? "A"
+                              : "E");
         else
             rs.Fields("bearb-status").setValue("H");
         rs.Update();
@@ -94,7 +97,8 @@ void refreshProcessingStatus(const core::Globals& g, store::Recordset& rs) {
 
 }  // namespace
 
-ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const std::string& mode) {
+ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
+                       const std::string& mode) {
     ExportResult result;
     auto& view = g.startView;
     TmlWriter out;
@@ -113,8 +117,8 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
         if (mode == "schluesselfeld") {
             keys = g.db_daten.OpenRecordset(kKeyQuery);
             if (keys.RecordCount() == 0) {
-                core::showMessage(g, "In der Datenbank wurden keine Schlüsselnummern gefunden!", core::msg::vbInformation,
-                                  kTitel);
+                core::showMessage(g, "In der Datenbank wurden keine Schlüsselnummern gefunden!",
+                                  core::msg::vbInformation, kTitel);
                 finish();
                 return result;
             }
@@ -127,16 +131,18 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
             if (mode == "schluesselfeld") {
                 key = keys.Fields("schluesselfeld").Value().toString();
                 keys.MoveNext();
-                query = "SELECT distinctrow * FROM betrieb WHERE betrieb.schluesselfeld = " + quote(key) +
-                        "ORDER BY betrieb.[betr-nr], betrieb.[betr-hist-nr];";
+                query = "SELECT distinctrow * FROM betrieb WHERE betrieb.schluesselfeld = " +
+                        quote(key) + "ORDER BY betrieb.[betr-nr], betrieb.[betr-hist-nr];";
             } else {
-                query = "SELECT distinctrow * FROM betrieb ORDER BY betrieb.[betr-nr], betrieb.[betr-hist-nr];";
+                query =
+                    "SELECT distinctrow * FROM betrieb ORDER BY betrieb.[betr-nr], "
+                    "betrieb.[betr-hist-nr];";
             }
             g.rs_betrieb = g.db_daten.OpenRecordset(query);
             store::Recordset& rs = g.rs_betrieb;
             if (rs.RecordCount() == 0) {
-                core::showMessage(g, "Es wurden keine Daten in der Betriebsdatenbank gefunden!", core::msg::vbInformation,
-                                  kTitel);
+                core::showMessage(g, "Es wurden keine Daten in der Betriebsdatenbank gefunden!",
+                                  core::msg::vbInformation, kTitel);
                 continue;
             }
             view.MousePointer = 11;
@@ -145,7 +151,8 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
             view.ProgressBar1Max = static_cast<int>(total);
             view.ProgressBar1Value = 0;
             const std::string mask(std::to_string(total).size() + 1, '@');
-            const std::string name = (mode == "schluesselfeld" ? key + "_" : std::string()) + fileTime(g) + ".tml";
+            const std::string name =
+                (mode == "schluesselfeld" ? key + "_" : std::string()) + fileTime(g) + ".tml";
             const std::string path = g.pfad_dat + name;
             out.open(path);
             ExportContext ctx{g, out, ""};
@@ -160,7 +167,8 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
                 g.doEvents();
                 if (g.taste == 27) {
                     g.taste = 0;
-                    core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation, kTitel);
+                    core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation,
+                                      kTitel);
                     view.ProgressBar1Value = 0;
                     finish();
                     out.keepUnfinished();  // the half-written file stays as it is
@@ -171,8 +179,8 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
                 ++counter;
                 ctx.line("<betrieb>");
                 view.ProgressBar1Value = static_cast<int>(counter);
-                view.Label2 = "Übertrage Satz " + masked(counter, mask) + " von " + masked(total, mask) +
-                              " (ESC = Abbrechen)";
+                view.Label2 = "Übertrage Satz " + masked(counter, mask) + " von " +
+                              masked(total, mask) + " (ESC = Abbrechen)";
                 g.refreshView();
                 ctx.betrNr = rs.Fields("betr-nr").Value().toString();
                 TML_Exp_2_Tabellen(ctx, ctx.betrNr, rs.Fields("betr-hist-nr").Value().toString());
@@ -183,14 +191,16 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form, const
             ctx.line("</gewerbedatei>");
             out.commit();
             result.files.push_back(path);
-            core::showMessage(g, "Die Datei '" + name + "' wurde im Verzeichnis '" + g.pfad_dat + "' erstellt!",
-                              core::msg::vbInformation, kTitel);
+            core::showMessage(
+                g, "Die Datei '" + name + "' wurde im Verzeichnis '" + g.pfad_dat + "' erstellt!",
+                core::msg::vbInformation, kTitel);
         }
         g.akt_schritt = 2;
         finish();
         return result;
     } catch (const std::exception& e) {
-        out.discard();  // a cut file must not look like a whole one, and frees its space for the log
+        out.discard();  // a cut file must not look like a whole one, and frees its space for the
+                        // log
         core::logTrapped(g, "TML_Exp_1", e);
         result.outcome = ExportResult::Outcome::Failed;
         return result;

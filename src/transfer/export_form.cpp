@@ -29,14 +29,20 @@ std::string tmlVersion() {
 VerwaltungsblockForm Frm_Verwaltungsblock_Load(core::Globals& g) {
     VerwaltungsblockForm f;
     const std::array<std::pair<const char*, const char*>, 15> boxes = {{
-        {"Verarbeitungsart:", "verarbeitungsart"}, {"Struktur:", "struktur"},
-        {"Erstelldatum:", "erstelldatum"},         {"Erstellzeit:", "erstellzeit"},
-        {"Ersteller:", "ersteller"},               {"Ersteller-ID:", "ersteller-id"},
-        {"Erstellquelle:", "erstellquelle"},       {"Ersteller-Email:", "ersteller-email"},
+        {"Verarbeitungsart:", "verarbeitungsart"},
+        {"Struktur:", "struktur"},
+        {"Erstelldatum:", "erstelldatum"},
+        {"Erstellzeit:", "erstellzeit"},
+        {"Ersteller:", "ersteller"},
+        {"Ersteller-ID:", "ersteller-id"},
+        {"Erstellquelle:", "erstellquelle"},
+        {"Ersteller-Email:", "ersteller-email"},
         {"Berichtszeitraum von: ", "berichts-zeitraum-von"},
         {"Berichtszeitraum bis:", "berichts-zeitraum-bis"},
-        {"Zahl Betriebe gesamt:", ""},             {"Gemeinde-Name:", "gem-name"},
-        {"Gemeinde-Kennzahl:", "gem-kz"},          {"Gemeinde-Telefon:", "gem-telefon"},
+        {"Zahl Betriebe gesamt:", ""},
+        {"Gemeinde-Name:", "gem-name"},
+        {"Gemeinde-Kennzahl:", "gem-kz"},
+        {"Gemeinde-Telefon:", "gem-telefon"},
         {"TML-Version:", "tml-version"},
     }};
     for (size_t i = 0; i < boxes.size(); ++i) {
@@ -73,7 +79,8 @@ VerwaltungsblockForm Frm_Verwaltungsblock_Load(core::Globals& g) {
     return f;
 }
 
-ExportResult Frm_Verwaltungsblock_Command1_Click(core::Globals& g, VerwaltungsblockForm& form, int index) {
+ExportResult Frm_Verwaltungsblock_Command1_Click(core::Globals& g, VerwaltungsblockForm& form,
+                                                 int index) {
     ExportResult result;
     if (index == 0) {
         auto& v = g.startView;
@@ -97,8 +104,8 @@ ExportResult Frm_Verwaltungsblock_Command1_Click(core::Globals& g, Verwaltungsbl
 
 std::string headDate(const std::string& text) {
     int d = 0, m = 0, y = 0, used = 0;
-    if (std::sscanf(text.c_str(), "%2d.%2d.%4d%n", &d, &m, &y, &used) != 3 || used != static_cast<int>(text.size()) ||
-        y < 100)
+    if (std::sscanf(text.c_str(), "%2d.%2d.%4d%n", &d, &m, &y, &used) != 3 ||
+        used != static_cast<int>(text.size()) || y < 100)
         return text;
     static const int days[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     const bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;

@@ -14,7 +14,7 @@ struct VerwaltungsblockForm {
         std::string label;
         std::string element;  // the head element it fills; empty for the count, which is only shown
         std::string text;
-        bool grey = false;    // filled by the system; white ones are the clerk's
+        bool grey = false;  // filled by the system; white ones are the clerk's
     };
     struct Check {
         std::string caption;
@@ -30,7 +30,8 @@ struct VerwaltungsblockForm {
 inline constexpr const char* kExportCaption = " Export - Verwaltungsblock";
 inline constexpr const char* kExportTitleLabel = "Daten-&Export (ACCESS->TML)";
 inline constexpr const char* kKeyQuery =
-    "SELECT betrieb.schluesselfeld From betrieb GROUP BY betrieb.schluesselfeld HAVING (betrieb.schluesselfeld<>'')";
+    "SELECT betrieb.schluesselfeld From betrieb GROUP BY betrieb.schluesselfeld HAVING "
+    "(betrieb.schluesselfeld<>'')";
 
 // Form_Load: the defaults of the fifteen boxes, the count of businesses, the key option.
 VerwaltungsblockForm Frm_Verwaltungsblock_Load(core::Globals& g);
@@ -42,7 +43,8 @@ struct ExportResult {
 };
 
 // Command1_Click: 0 "OK" exports, 1 "Abbrechen" closes the form.
-ExportResult Frm_Verwaltungsblock_Command1_Click(core::Globals& g, VerwaltungsblockForm& form, int index);
+ExportResult Frm_Verwaltungsblock_Command1_Click(core::Globals& g, VerwaltungsblockForm& form,
+                                                 int index);
 
 // Writes the selected businesses: the whole store in one file, or one file per key with the
 // mode "schluesselfeld".

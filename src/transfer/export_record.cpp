@@ -1,10 +1,10 @@
 #include "transfer/export_record.h"
 
 #include "core/error_log.h"
+#include "model/values.h"
 #include "store/connection.h"
 #include "store/dao_error.h"
 #include "store/jet_sql.h"
-#include "model/values.h"
 #include "transfer/field_store.h"
 
 namespace tolma::transfer {
@@ -16,14 +16,15 @@ std::string inRecordsetOrder(const store::jet::Shape& shape) {
     if (!parts.keyable()) return shape.sql;
     std::string keys;
     for (const auto& t : parts.tables) keys += (keys.empty() ? "" : ", ") + t.qualifier + ".rowid";
-    return "SELECT " + parts.selectList + " FROM " + parts.from + (parts.where.empty() ? "" : " WHERE " + parts.where) +
-           " ORDER BY " + (parts.orderBy.empty() ? "" : parts.orderBy + ", ") + keys;
+    return "SELECT " + parts.selectList + " FROM " + parts.from +
+           (parts.where.empty() ? "" : " WHERE " + parts.where) + " ORDER BY " +
+           (parts.orderBy.empty() ? "" : parts.orderBy + ", ") + keys;
 }
 
 // The rows of one of the export's query texts, on a statement the connection keeps: the texts
 // are the system's own, but a business's dozen queries must not each build a recordset.
 class Rows {
-public:
+  public:
     Rows(core::Globals& g, const std::string& query) {
         store::Connection& c = *g.db_daten.connection();
         const auto p = store::jet::prepare(query, &c.catalog());
@@ -46,21 +47,23 @@ public:
     std::string text(const std::string& field) const {
         for (size_t i = 0; i < names_.size(); ++i)
             if (names_[i] == field) return row_[i].toString();
-        throw store::DaoError("DAO.Fields", store::err::kItemNotFound, "Element in dieser Auflistung nicht gefunden.");
+        throw store::DaoError("DAO.Fields", store::err::kItemNotFound,
+                              "Element in dieser Auflistung nicht gefunden.");
     }
 
-private:
+  private:
     store::Statement* st_;
     std::vector<std::string> names_;
     std::vector<store::Variant> row_;
 };
 
-void writeFields(ExportContext& ctx, const std::vector<std::string>& names, const std::vector<store::Variant>& row,
-                 bool personSub);
+void writeFields(ExportContext& ctx, const std::vector<std::string>& names,
+                 const std::vector<store::Variant>& row, bool personSub);
 
 // A list: the wrapper, one element per row with its fields, the wrapper's end; nothing at all
 // for a query without rows.
-void writeList(ExportContext& ctx, const std::string& query, const std::string& wrapper, const std::string& element) {
+void writeList(ExportContext& ctx, const std::string& query, const std::string& wrapper,
+               const std::string& element) {
     Rows rows(ctx.g, query);
     if (!rows.next()) return;
     const bool personSub = query.find("person_erlaubnis") != std::string::npos ||
@@ -75,21 +78,23 @@ void writeList(ExportContext& ctx, const std::string& query, const std::string& 
 }
 
 // The link's own dates: trimmed, the two words as their sentinels, else rebuilt by position.
-std::string linkDate(const std::string& stored) { return model::dateStoreToFile(model::trimBlanks(stored)); }
+std::string linkDate(const std::string& stored) {
+    return model::dateStoreToFile(model::trimBlanks(stored));
+}
 
 }  // namespace
 
 void ExportContext::line(const std::string& text) {
     if (out.line(text) > 0)
         core::A_Error_Log(g, "TML_Exp_2_Tabellen", "TOLMA_4x_Access", "0",
-                          "Zeichen außerhalb des Zeichensatzes Windows-1252 als '?' ausgegeben", "BetrNr: " + betrNr,
-                          text);
+                          "Zeichen außerhalb des Zeichensatzes Windows-1252 als '?' ausgegeben",
+                          "BetrNr: " + betrNr, text);
 }
 
 namespace {
 
-void writeFields(ExportContext& ctx, const std::vector<std::string>& names, const std::vector<store::Variant>& row,
-                 bool personSub) {
+void writeFields(ExportContext& ctx, const std::vector<std::string>& names,
+                 const std::vector<store::Variant>& row, bool personSub) {
     try {
         for (size_t i = 0; i < names.size(); ++i) {
             std::string value = row[i].toString();
@@ -99,7 +104,8 @@ void writeFields(ExportContext& ctx, const std::vector<std::string>& names, cons
             if (name == "betr-nr" || name == "betr-hist-nr" || name == "gem-kz") continue;
             if (name == "pers-nr" && personSub) continue;
             if (model::isDateField(name)) value = model::dateStoreToFile(value);
-            ctx.line("<" + name + ">" + model::cleanForExport(std::move(value)) + "</" + name + ">");
+            ctx.line("<" + name + ">" + model::cleanForExport(std::move(value)) + "</" + name +
+                     ">");
         }
     } catch (const std::exception&) {
         // The rest of the row's fields are lost; the caller goes on.
@@ -121,23 +127,28 @@ void TML_Exp_Felder(ExportContext& ctx, store::Recordset& table) {
     }
 }
 
-void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr, const std::string& betrHistNr) {
+void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr,
+                        const std::string& betrHistNr) {
     core::Globals& g = ctx.g;
     g.akt_schritt = 0;
     try {
-        const std::string byBusiness = " where [betr-nr] = " + quote(betrNr) + " AND [betr-hist-nr] = " + quote(betrHistNr);
+        const std::string byBusiness =
+            " where [betr-nr] = " + quote(betrNr) + " AND [betr-hist-nr] = " + quote(betrHistNr);
 
         g.akt_schritt = 1;
         store::Recordset& betrieb = g.rs_betrieb;
-        ctx.line("<gem-kz>" + model::trimBlanks(betrieb.Fields("gem-kz").Value().toString()) + "</gem-kz>");
-        ctx.line("<betr-nr>" + model::trimBlanks(betrieb.Fields("betr-nr").Value().toString()) + "</betr-nr>");
-        ctx.line("<betr-hist-nr>" + model::trimBlanks(betrieb.Fields("betr-hist-nr").Value().toString()) +
+        ctx.line("<gem-kz>" + model::trimBlanks(betrieb.Fields("gem-kz").Value().toString()) +
+                 "</gem-kz>");
+        ctx.line("<betr-nr>" + model::trimBlanks(betrieb.Fields("betr-nr").Value().toString()) +
+                 "</betr-nr>");
+        ctx.line("<betr-hist-nr>" +
+                 model::trimBlanks(betrieb.Fields("betr-hist-nr").Value().toString()) +
                  "</betr-hist-nr>");
         TML_Exp_Felder(ctx, betrieb);
 
         g.akt_schritt = 3;
-        writeList(ctx, "select distinctrow * from  betrieb_meldgrundsonst" + byBusiness, "meld-gruende-sonst",
-                  "meld-grund-sonst");
+        writeList(ctx, "select distinctrow * from  betrieb_meldgrundsonst" + byBusiness,
+                  "meld-gruende-sonst", "meld-grund-sonst");
 
         // Addresses of the kinds 1 to 4 only, in the query's order.
         g.akt_schritt = 2;
@@ -159,18 +170,24 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr, const std
         }
 
         g.akt_schritt = 3;
-        writeList(ctx, "select distinctrow * from  betrieb_taetigkeit" + byBusiness, "taetigkeiten", "taetigkeit");
+        writeList(ctx, "select distinctrow * from  betrieb_taetigkeit" + byBusiness, "taetigkeiten",
+                  "taetigkeit");
         g.akt_schritt = 4;
-        writeList(ctx, "select distinctrow * from  betrieb_handwerkskarte" + byBusiness, "b-handwerkskarten",
-                  "b-handwerkskarte");
+        writeList(ctx, "select distinctrow * from  betrieb_handwerkskarte" + byBusiness,
+                  "b-handwerkskarten", "b-handwerkskarte");
         g.akt_schritt = 5;
-        writeList(ctx, "select distinctrow * from  betrieb_erlaubnis" + byBusiness, "b-erlaubnisse", "b-erlaubnis");
+        writeList(ctx, "select distinctrow * from  betrieb_erlaubnis" + byBusiness, "b-erlaubnisse",
+                  "b-erlaubnis");
 
         g.akt_schritt = 6;
-        Rows links(g, "SELECT beziehung_betrieb_person.* FROM beziehung_betrieb_person INNER JOIN person ON "
-                      "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] Where beziehung_betrieb_person.[bez-betr-nr] = " +
-                          quote(betrNr) + " AND [bez-betr-hist-nr] = " + quote(betrHistNr) +
-                          " ORDER BY beziehung_betrieb_person.[bez-betr-nr], beziehung_betrieb_person.[bez-sort-nr]");
+        Rows links(
+            g,
+            "SELECT beziehung_betrieb_person.* FROM beziehung_betrieb_person INNER JOIN person ON "
+            "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] Where "
+            "beziehung_betrieb_person.[bez-betr-nr] = " +
+                quote(betrNr) + " AND [bez-betr-hist-nr] = " + quote(betrHistNr) +
+                " ORDER BY beziehung_betrieb_person.[bez-betr-nr], "
+                "beziehung_betrieb_person.[bez-sort-nr]");
         if (!links.next()) return;
         ctx.line("<personen>");
         do {
@@ -190,27 +207,34 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr, const std
             writeFields(ctx, person.names(), person.row(), false);
 
             // Nationalities are written as they stand, even when empty.
-            Rows staat(g, "select distinctrow * from person_staatsang where [pers-nr] = " + quote(persNr));
+            Rows staat(
+                g, "select distinctrow * from person_staatsang where [pers-nr] = " + quote(persNr));
             if (staat.next()) {
                 ctx.line("<staatsangehoerigkeiten>");
                 do {
                     ctx.line("<staatsangehoerigkeit>");
-                    ctx.line("<staat-text>" + model::trimBlanks(staat.text("staat-text")) + "</staat-text>");
-                    ctx.line("<staat-schl>" + model::trimBlanks(staat.text("staat-schl")) + "</staat-schl>");
+                    ctx.line("<staat-text>" + model::trimBlanks(staat.text("staat-text")) +
+                             "</staat-text>");
+                    ctx.line("<staat-schl>" + model::trimBlanks(staat.text("staat-schl")) +
+                             "</staat-schl>");
                     ctx.line("</staatsangehoerigkeit>");
                 } while (staat.next());
                 ctx.line("</staatsangehoerigkeiten>");
             }
             // A person's permit goes with this business if it has no business or is this one's.
             g.akt_schritt = 8;
-            writeList(ctx,
-                      "select distinctrow * from person_erlaubnis WHERE [pers-nr] = " + quote(persNr) +
-                          " And Not (Len([betr-nr]) > '0' And person_erlaubnis.[betr-nr] <> " + quote(betrNr) + ") ",
-                      "p-erlaubnisse", "p-erlaubnis");
+            writeList(
+                ctx,
+                "select distinctrow * from person_erlaubnis WHERE [pers-nr] = " + quote(persNr) +
+                    " And Not (Len([betr-nr]) > '0' And person_erlaubnis.[betr-nr] <> " +
+                    quote(betrNr) + ") ",
+                "p-erlaubnisse", "p-erlaubnis");
             g.akt_schritt = 9;
             writeList(ctx,
-                      "select distinctrow * from person_handwerkskarte WHERE [pers-nr] = " + quote(persNr) +
-                          " And Not (Len([betr-nr]) > '0' And person_handwerkskarte.[betr-nr] <> " + quote(betrNr) + ") ",
+                      "select distinctrow * from person_handwerkskarte WHERE [pers-nr] = " +
+                          quote(persNr) +
+                          " And Not (Len([betr-nr]) > '0' And person_handwerkskarte.[betr-nr] <> " +
+                          quote(betrNr) + ") ",
                       "p-handwerkskarten", "p-handwerkskarte");
             ctx.line("</person>");
         } while (links.next());

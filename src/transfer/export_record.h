@@ -25,6 +25,7 @@ void TML_Exp_Felder(ExportContext& ctx, store::Recordset& table);
 // Everything of the current business of the export's selection (g.rs_betrieb) between its
 // <betrieb> and </betrieb>: keys, fields, further reasons, addresses, activities, craft
 // cards, permits and persons.
-void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr, const std::string& betrHistNr);
+void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr,
+                        const std::string& betrHistNr);
 
 }  // namespace tolma::transfer

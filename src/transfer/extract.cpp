@@ -20,8 +20,12 @@ std::string_view nameOf(std::string_view line) {
     return line.substr(a, b - a);
 }
 
-std::string Upd_8_ExtrFeldInhalt(std::string_view line) { return std::string(contentOf(line)); }
+std::string Upd_8_ExtrFeldInhalt(std::string_view line) {
+    return std::string(contentOf(line));
+}
 
-std::string Upd_9_ExtrFeldInhalt(std::string_view line) { return std::string(nameOf(line)); }
+std::string Upd_9_ExtrFeldInhalt(std::string_view line) {
+    return std::string(nameOf(line));
+}
 
 }  // namespace tolma::transfer

@@ -6,7 +6,6 @@
 
 namespace tolma::transfer {
 
-
 bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value) {
     try {
         if (model::isDateField(field.Name())) value = model::dateFileToStore(value);
@@ -19,15 +18,16 @@ bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value) {
         if (model::cutToFieldSize(stored, field.Size(), memo)) {
             field.setValue(stored);
             core::A_Error_Log(ctx.g, "Upd_5_Felder", "Dao.Field", "3163",
-                              "Feld zu klein für Datenmenge, Inhalt wurde gekürzt!", field.Name() + " = " + value, "0");
+                              "Feld zu klein für Datenmenge, Inhalt wurde gekürzt!",
+                              field.Name() + " = " + value, "0");
         } else {
             field.setValue(stored);
         }
         return true;
     } catch (const std::exception& e) {
         const auto info = core::describeError(e);
-        core::A_Error_Log(ctx.g, "Upd_5_Felder", info.source, std::to_string(info.number), info.text,
-                          field.Name() + " = " + value, "0");
+        core::A_Error_Log(ctx.g, "Upd_5_Felder", info.source, std::to_string(info.number),
+                          info.text, field.Name() + " = " + value, "0");
         return false;
     }
 }
@@ -37,8 +37,8 @@ long long Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Rec
         return table.deleteWhere(criteria);
     } catch (const std::exception& e) {
         const auto info = core::describeError(e);
-        core::A_Error_Log(ctx.g, "Upd_6_Kill", info.source, std::to_string(info.number), info.text, "KRITERIUM: ",
-                          criteria);
+        core::A_Error_Log(ctx.g, "Upd_6_Kill", info.source, std::to_string(info.number), info.text,
+                          "KRITERIUM: ", criteria);
         return -1;
     }
 }

@@ -13,20 +13,24 @@
 namespace tolma::transfer {
 namespace {
 
-std::string quoted(const std::string& name) { return "\"" + name + "\""; }
+std::string quoted(const std::string& name) {
+    return "\"" + name + "\"";
+}
 
 // Counts per table what the run writes and deletes, through triggers of the connection that
 // go with the dropped transaction.
 void countChanges(store::Connection& c) {
-    c.execute("CREATE TEMP TABLE tolma_pruefung (tabelle TEXT PRIMARY KEY, geschrieben INTEGER, geloescht INTEGER)");
+    c.execute(
+        "CREATE TEMP TABLE tolma_pruefung (tabelle TEXT PRIMARY KEY, geschrieben INTEGER, "
+        "geloescht INTEGER)");
     for (const auto& t : model::dataTables()) {
         c.execute("INSERT INTO tolma_pruefung VALUES (?1, 0, 0)", {store::Variant(t.name)});
         const std::string on = " ON main." + quoted(t.name) + " BEGIN UPDATE tolma_pruefung SET ";
         const std::string where = " WHERE tabelle = '" + t.name + "'; END";
-        c.execute("CREATE TEMP TRIGGER " + quoted("tolma_pruef_" + t.name + "_i") + " AFTER INSERT" + on +
-                  "geschrieben = geschrieben + 1" + where);
-        c.execute("CREATE TEMP TRIGGER " + quoted("tolma_pruef_" + t.name + "_d") + " AFTER DELETE" + on +
-                  "geloescht = geloescht + 1" + where);
+        c.execute("CREATE TEMP TRIGGER " + quoted("tolma_pruef_" + t.name + "_i") +
+                  " AFTER INSERT" + on + "geschrieben = geschrieben + 1" + where);
+        c.execute("CREATE TEMP TRIGGER " + quoted("tolma_pruef_" + t.name + "_d") +
+                  " AFTER DELETE" + on + "geloescht = geloescht + 1" + where);
     }
 }
 
@@ -43,7 +47,8 @@ std::string where(const core::Globals::LoggedEntry& e) {
     if (location == "Fehlerortung: ") location.clear();
     std::string w = location;
     if (!e.locationValue.empty())
-        w += location.empty() || location.back() == ' ' ? e.locationValue : " (" + e.locationValue + ")";
+        w += location.empty() || location.back() == ' ' ? e.locationValue
+                                                        : " (" + e.locationValue + ")";
     return w.empty() ? e.procedure + ": " : w + ": ";
 }
 
@@ -57,7 +62,8 @@ ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, Impor
         return ImportOutcome::Failed;
     }
     if (!g.db_daten.isSet()) {
-        report.warnings.push_back("Die Datenbank ''" + g.db_pfad_aktuell + "'' ist nicht geöffnet.");
+        report.warnings.push_back("Die Datenbank ''" + g.db_pfad_aktuell +
+                                  "'' ist nicht geöffnet.");
         return ImportOutcome::StoreFailed;
     }
     // Held here, the connection and its transaction outlive the handles the import lets go of.
@@ -72,10 +78,12 @@ ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, Impor
         outcome = Upd_1_Start(g, path, &report);
         auto st = c->prepare("SELECT tabelle, geschrieben, geloescht FROM tolma_pruefung");
         while (st->step()) {
-            const ImportCheck::TableCount count{st->column(0).toString(), st->column(1).toInteger(), st->column(2).toInteger()};
+            const ImportCheck::TableCount count{st->column(0).toString(), st->column(1).toInteger(),
+                                                st->column(2).toInteger()};
             if (count.table == "person") {
                 report.personsReplaced = static_cast<long>(count.deleted);
-                report.personsNew = static_cast<long>(std::max<long long>(0, count.written - count.deleted));
+                report.personsNew =
+                    static_cast<long>(std::max<long long>(0, count.written - count.deleted));
             }
             report.tables.push_back(count);
         }
@@ -95,13 +103,16 @@ ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, Impor
             const auto marked = markedMunicipalities(g);
             std::vector<std::string> outside;
             for (const auto& kz : report.municipalities)
-                if (std::find(marked.begin(), marked.end(), kz) == marked.end()) outside.push_back(kz);
+                if (std::find(marked.begin(), marked.end(), kz) == marked.end())
+                    outside.push_back(kz);
             std::sort(outside.begin(), outside.end());
             if (!outside.empty()) {
                 std::string list;
-                for (size_t i = 0; i < outside.size() && i < 20; ++i) list += (i ? ", " : "") + outside[i];
+                for (size_t i = 0; i < outside.size() && i < 20; ++i)
+                    list += (i ? ", " : "") + outside[i];
                 if (outside.size() > 20) list += ", ...";
-                report.warnings.push_back("Betriebe der Datei liegen außerhalb der Gemeinden des Filters: " + list);
+                report.warnings.push_back(
+                    "Betriebe der Datei liegen außerhalb der Gemeinden des Filters: " + list);
             }
         } catch (const std::exception&) {
             // without the settings store's list there is nothing to compare
@@ -111,23 +122,27 @@ ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, Impor
 }
 
 std::string checkReportText(const std::string& path, const ImportCheck& r) {
-    std::string t = "Prüfung der Transferdatei " + std::filesystem::path(path).filename().string() + "\n\n";
+    std::string t =
+        "Prüfung der Transferdatei " + std::filesystem::path(path).filename().string() + "\n\n";
     t += "Kopf der Datei\n";
     t += "  Datenart:     " + r.struktur + "\n";
     t += "  Version:      " + r.version + "\n";
     t += "  Ersteller:    " + r.ersteller + "\n";
     t += "  Erstelldatum: " + r.erstelldatum + "\n\n";
     t += "Betriebe in der Datei: " + std::to_string(r.businesses) + "\n";
-    t += "  neu im Bestand:                     " + std::to_string(std::max(0L, r.businesses - r.replacing)) + "\n";
+    t += "  neu im Bestand:                     " +
+         std::to_string(std::max(0L, r.businesses - r.replacing)) + "\n";
     t += "  ersetzen einen gespeicherten Stand: " + std::to_string(r.replacing) + "\n";
     t += "  Abmeldungen:                        " + std::to_string(r.removals) + "\n";
-    t += "Personen: " + std::to_string(r.personsNew) + " neu, " + std::to_string(r.personsReplaced) + " ersetzt\n\n";
+    t += "Personen: " + std::to_string(r.personsNew) + " neu, " +
+         std::to_string(r.personsReplaced) + " ersetzt\n\n";
     t += "Zeilen je Tabelle (geschrieben / gelöscht)\n";
     for (const auto& c : r.tables)
-        if (c.written || c.deleted) t += "  " + c.table + ": " + std::to_string(c.written) + " / " + std::to_string(c.deleted) + "\n";
+        if (c.written || c.deleted)
+            t += "  " + c.table + ": " + std::to_string(c.written) + " / " +
+                 std::to_string(c.deleted) + "\n";
     t += "\nEinträge für das Fehlerprotokoll: " + std::to_string(r.logEntries.size()) + "\n";
-    for (const auto& e : r.logEntries)
-        t += "  " + where(e) + e.text + "\n";
+    for (const auto& e : r.logEntries) t += "  " + where(e) + e.text + "\n";
     if (!r.warnings.empty()) {
         t += "\nHinweise\n";
         for (const auto& w : r.warnings) t += "  " + w + "\n";

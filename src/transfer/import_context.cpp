@@ -19,7 +19,8 @@ constexpr int kKeySize = 12;
 
 void note(std::unordered_set<std::string>& keys, const std::string& key) {
     keys.insert(folded(key));
-    if (model::characterCount(key) > kKeySize) keys.insert(folded(model::firstCharacters(key, kKeySize)));
+    if (model::characterCount(key) > kKeySize)
+        keys.insert(folded(model::firstCharacters(key, kKeySize)));
 }
 
 }  // namespace
@@ -33,15 +34,20 @@ void ImportContext::loadKeys() {
         keys.reserve(static_cast<size_t>(n) * 2);
         for (long i = 0; i < n; ++i) keys.insert(folded(rs.rowAt(i)[0].toString()));
     };
-    collect("SELECT [betr-nr] FROM betrieb UNION SELECT [betr-nr] FROM betrieb_adresse UNION "
-            "SELECT [betr-nr] FROM betrieb_meldgrundsonst UNION SELECT [betr-nr] FROM betrieb_taetigkeit UNION "
-            "SELECT [betr-nr] FROM betrieb_erlaubnis UNION SELECT [betr-nr] FROM betrieb_handwerkskarte UNION "
-            "SELECT [bez-betr-nr] FROM beziehung_betrieb_person UNION SELECT [betr-nr] FROM person_erlaubnis UNION "
-            "SELECT [betr-nr] FROM person_handwerkskarte",
-            businesses_);
-    collect("SELECT [pers-nr] FROM person UNION SELECT [pers-nr] FROM person_staatsang UNION "
-            "SELECT [pers-nr] FROM person_erlaubnis UNION SELECT [pers-nr] FROM person_handwerkskarte",
-            persons_);
+    collect(
+        "SELECT [betr-nr] FROM betrieb UNION SELECT [betr-nr] FROM betrieb_adresse UNION "
+        "SELECT [betr-nr] FROM betrieb_meldgrundsonst UNION SELECT [betr-nr] FROM "
+        "betrieb_taetigkeit UNION "
+        "SELECT [betr-nr] FROM betrieb_erlaubnis UNION SELECT [betr-nr] FROM "
+        "betrieb_handwerkskarte UNION "
+        "SELECT [bez-betr-nr] FROM beziehung_betrieb_person UNION SELECT [betr-nr] FROM "
+        "person_erlaubnis UNION "
+        "SELECT [betr-nr] FROM person_handwerkskarte",
+        businesses_);
+    collect(
+        "SELECT [pers-nr] FROM person UNION SELECT [pers-nr] FROM person_staatsang UNION "
+        "SELECT [pers-nr] FROM person_erlaubnis UNION SELECT [pers-nr] FROM person_handwerkskarte",
+        persons_);
 }
 
 bool ImportContext::mayHoldBusiness(const std::string& betrNr) {

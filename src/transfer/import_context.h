@@ -33,7 +33,7 @@ struct ImportContext {
     void noteBusiness(const std::string& betrNr);
     void notePerson(const std::string& persNr);
 
-private:
+  private:
     void loadKeys();
     bool keysLoaded_ = false;
     std::unordered_set<std::string> businesses_, persons_;

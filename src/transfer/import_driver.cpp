@@ -1,8 +1,8 @@
 #include "transfer/import_driver.h"
 
 #include <algorithm>
-#include <ctime>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -38,14 +38,14 @@ bool headValue(const std::string& head, const std::string& tag, std::string& val
 // A tag searched in the 5 MB buffer: the buffer is full of "<", so a plain find would stop at
 // every one of them.
 class TagFinder {
-public:
+  public:
     explicit TagFinder(std::string_view tag) : tag_(tag), searcher_(tag_.begin(), tag_.end()) {}
     size_t in(const std::string& text, size_t from) const {
         auto it = std::search(text.begin() + static_cast<long>(from), text.end(), searcher_);
         return it == text.end() ? std::string::npos : static_cast<size_t>(it - text.begin());
     }
 
-private:
+  private:
     std::string tag_;
     std::boyer_moore_horspool_searcher<std::string::const_iterator> searcher_;
 };
@@ -67,7 +67,7 @@ double versionNumber(const std::string& text) {
 // Commits the records of one block when the block is done, however it ends. A failed commit
 // (a full disk) is raised by commit(); on the way out of an error it can only be dropped.
 class Batch {
-public:
+  public:
     explicit Batch(const store::Database& db) {
         if (db.isSet()) {
             connection_ = db.connection();
@@ -86,7 +86,7 @@ public:
     Batch(const Batch&) = delete;
     Batch& operator=(const Batch&) = delete;
 
-private:
+  private:
     std::shared_ptr<store::Connection> connection_;
 };
 
@@ -103,7 +103,8 @@ std::string runTime(const core::Globals& g) {
 
 int keptImportRuns(core::Globals& g) {
     try {
-        if (auto v = g.db_org.lookup("SELECT wert FROM tolma_optionen WHERE name = 'importlaeufe_behalten'", "wert"))
+        if (auto v = g.db_org.lookup(
+                "SELECT wert FROM tolma_optionen WHERE name = 'importlaeufe_behalten'", "wert"))
             if (const long n = std::atol(v->toString().c_str()); n > 0) return static_cast<int>(n);
     } catch (const std::exception&) {
         // a settings store without the table: the default
@@ -123,9 +124,14 @@ namespace {
 // One run of Upd_1_Start, its numbered steps each a function of its own. A step that ends the
 // run early (a question answered No, ESC) returns false; every path then takes the end.
 class Run {
-public:
+  public:
     Run(core::Globals& g, std::string path, ImportCheck* check)
-        : g_(g), view_(g.startView), ctx_(g), check_(check), path_(std::move(path)), recording_{g, {}} {}
+        : g_(g),
+          view_(g.startView),
+          ctx_(g),
+          check_(check),
+          path_(std::move(path)),
+          recording_{g, {}} {}
 
     ImportOutcome go() {
         prepare();
@@ -137,7 +143,7 @@ public:
         }
     }
 
-private:
+  private:
     // Step 1: the marks and the waiting picture.
     void prepare() {
         g_.akt_schritt = 0;
@@ -162,11 +168,13 @@ private:
         g_.akt_schritt = 13;
         view_.ProgressBar1Max = 1000;
         view_.ProgressBar1Value = 0;
-        if (!checking() && core::showMessage(g_,
-                                             "Die Datei ''" + path_ + "'' wird eingelesen und verarbeitet! \n" +
-                                                 "Je nach Größe der Datei, kann das Einlesen mehrere Minuten dauern!\n" +
-                                                 "Soll der Vorgang gestartet werden?",
-                                             core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo)
+        if (!checking() &&
+            core::showMessage(
+                g_,
+                "Die Datei ''" + path_ + "'' wird eingelesen und verarbeitet! \n" +
+                    "Je nach Größe der Datei, kann das Einlesen mehrere Minuten dauern!\n" +
+                    "Soll der Vorgang gestartet werden?",
+                core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo)
             return stop();
         g_.akt_schritt = 14;
         view_.Image2Visible = true;
@@ -193,7 +201,9 @@ private:
                 std::string_view head(raw.data(), got);
                 // A sequence cut by the block's end must not count against UTF-8.
                 size_t cut = head.size();
-                for (size_t k = 0; k < 3 && cut > 0 && (static_cast<unsigned char>(head[cut - 1]) & 0x80); ++k) --cut;
+                for (size_t k = 0;
+                     k < 3 && cut > 0 && (static_cast<unsigned char>(head[cut - 1]) & 0x80); ++k)
+                    --cut;
                 encoding_ = model::isUtf8WithNonAscii(head.substr(0, cut)) ? 2 : 1;
             }
             ++block;
@@ -224,7 +234,8 @@ private:
     bool readHead() {
         const std::string head = buffer_.substr(0, buffer_.find("<betrieb>") + 1);
         std::string struktur, version;
-        if (headValue(head, "struktur", ctx_.akt_struktur)) struktur = model::trimBlanks(ctx_.akt_struktur);
+        if (headValue(head, "struktur", ctx_.akt_struktur))
+            struktur = model::trimBlanks(ctx_.akt_struktur);
         headValue(head, "zahl-betriebe-gesamt", announced_);
         if (headValue(head, "tml-version", version)) version = model::trimBlanks(version);
         if (checking()) {
@@ -239,7 +250,8 @@ private:
     bool checkKind(const std::string& struktur) {
         if (core::upperCase(struktur) == core::upperCase(g_.datenart_wert)) return true;
         if (checking()) {
-            check_->warnings.push_back("Die Datei enthält Daten der Art ''" + core::upperCase(struktur) +
+            check_->warnings.push_back("Die Datei enthält Daten der Art ''" +
+                                       core::upperCase(struktur) +
                                        "'', die aktive Datenbank ist für die Daten-Art ''" +
                                        core::upperCase(g_.datenart_wert) + "'' angelegt.");
             return true;
@@ -277,23 +289,28 @@ private:
         if (f == kProgramTmlVersion) return true;
         const bool newer = f > kProgramTmlVersion;
         core::A_Error_Log(g_, "Upd_1_Start", "", "0",
-                          "Die Datei-Version ''" + path_ + (newer ? "'' ist nicht kompatibel!" : "''ist nicht kompatibel!"),
+                          "Die Datei-Version ''" + path_ +
+                              (newer ? "'' ist nicht kompatibel!" : "''ist nicht kompatibel!"),
                           "Fehlerortung: ", std::to_string(g_.akt_schritt));
         if (checking()) {
-            check_->warnings.push_back(newer ? "Die Datei ist neuer als das Programm (Version " + version + ")."
-                                             : "Die Datei hat eine ältere Version (" + version + ").");
+            check_->warnings.push_back(
+                newer ? "Die Datei ist neuer als das Programm (Version " + version + ")."
+                      : "Die Datei hat eine ältere Version (" + version + ").");
             return true;
         }
         const std::string question =
             newer ? "Das Programm ist nicht kompatibel zur Datei ''" + path_ + "'' ! \n" +
-                        "Bitte installieren Sie die neueste Version des Schnittstellenprogrammes, \n" +
+                        "Bitte installieren Sie die neueste Version des Schnittstellenprogrammes, "
+                        "\n" +
                         "da sonst die Daten möglicherweise nicht korrekt übernommen werden!\n" +
                         "Soll der Vorgang trotzdem weiter durchgeführt werden?"
                   : "Die Datei ''" + path_ + "'' ist nicht kompatibel zum Programm !\n" +
                         "Bitte verwenden Sie eine neuere tml-Datei (neuer Download),\n" +
                         "da sonst die Daten möglicherweise nicht korrekt übernommen werden!\n" +
                         "Soll der Vorgang trotzdem weiter durchgeführt werden?";
-        if (core::showMessage(g_, question, core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo) return stop();
+        if (core::showMessage(g_, question, core::msg::vbQuestionYesNoNo, kTitel) ==
+            core::msg::vbNo)
+            return stop();
         return true;
     }
 
@@ -303,12 +320,14 @@ private:
         view_.ProgressBar1Value = 0;
         // The announced count is a number; a file may hold megabytes there, which must not be
         // copied into the label once per record.
-        const std::string labelTail = " von " + announced_.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
+        const std::string labelTail =
+            " von " + announced_.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
         Batch batch(g_.db_daten);
         if (!checking() && g_.db_daten.isSet()) {
             // The record of this run goes into the same transactions as its blocks.
             store::Connection& c = *g_.db_daten.connection();
-            if (!recording_.journal.started()) recording_.journal.start(c, path_, runTime(g_), keptImportRuns(g_));
+            if (!recording_.journal.started())
+                recording_.journal.start(c, path_, runTime(g_), keptImportRuns(g_));
             recording_.journal.attach(c);
         }
         bool cancelled = false;
@@ -333,12 +352,14 @@ private:
                 break;
             }
             ++records_;
-            view_.ProgressBar1Value = static_cast<int>(std::min<long>(records_, view_.ProgressBar1Max));
+            view_.ProgressBar1Value =
+                static_cast<int>(std::min<long>(records_, view_.ProgressBar1Max));
             view_.Label2 = "Verarbeite Datensatz " + std::to_string(records_) + labelTail;
             g_.refreshView();
         }
         buffer_.erase(0, from);
-        if (!checking() && g_.db_daten.isSet()) recording_.journal.count(*g_.db_daten.connection(), records_);
+        if (!checking() && g_.db_daten.isSet())
+            recording_.journal.count(*g_.db_daten.connection(), records_);
         batch.commit();
         return !cancelled;
     }
@@ -360,7 +381,9 @@ private:
         }
         g_.akt_schritt = 7;
         if (g_.fehler_vorhanden) {
-            if (core::showMessage(g_, "Update-Fehler!\nWollen Sie die Log-Datei ('" + g_.pfad_log + "ERROR.LOG')" + " ansehen?",
+            if (core::showMessage(g_,
+                                  "Update-Fehler!\nWollen Sie die Log-Datei ('" + g_.pfad_log +
+                                      "ERROR.LOG')" + " ansehen?",
                                   core::msg::vbQuestionYesNo, "Achtung!") == core::msg::vbYes &&
                 g_.dialogs)
                 g_.dialogs->openInViewer(core::errorLogPath(g_));
@@ -378,12 +401,14 @@ private:
         view_.SSTab1Tab = 0;
         view_.Label2 = "Auswahl von Gewerbedaten!";
         g_.refreshView();
-        if (!message.empty() && !checking()) core::showMessage(g_, message, core::msg::vbInformation, kTitel);
+        if (!message.empty() && !checking())
+            core::showMessage(g_, message, core::msg::vbInformation, kTitel);
         g_.marks.menue_import_datenbank = false;
         core::DB_Load(g_);
         if (message == kAbgebrochen) return ImportOutcome::Cancelled;
         if (records_ > 0 && g_.storeFault.empty() && !g_.db_daten.isSet())
-            g_.storeFault = "Die Datenbank '" + g_.db_pfad_aktuell + "' konnte nicht geöffnet werden.";
+            g_.storeFault =
+                "Die Datenbank '" + g_.db_pfad_aktuell + "' konnte nicht geöffnet werden.";
         return g_.storeFault.empty() ? ImportOutcome::Finished : ImportOutcome::StoreFailed;
     }
 

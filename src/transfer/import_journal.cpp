@@ -15,7 +15,9 @@ std::string quoted(const std::string& name) {
     return q + "\"";
 }
 
-std::string shadowOf(const std::string& table) { return "tolma_rueck_" + table; }
+std::string shadowOf(const std::string& table) {
+    return "tolma_rueck_" + table;
+}
 
 bool tableExists(store::Connection& c, const std::string& name) {
     auto st = c.prepare("SELECT 1 FROM main.sqlite_master WHERE type = 'table' AND name = ?1");
@@ -46,15 +48,21 @@ std::string columnList(const std::vector<std::string>& columns, const std::strin
 }
 
 void createRecordTables(store::Connection& c) {
-    c.execute("CREATE TABLE IF NOT EXISTS tolma_import_lauf (lauf INTEGER PRIMARY KEY, datum TEXT, datei TEXT, "
-              "betriebe INTEGER, zurueckgenommen INTEGER DEFAULT 0)");
-    c.execute("CREATE TABLE IF NOT EXISTS tolma_import_marke (lauf INTEGER, tabelle TEXT, hoechste INTEGER)");
+    c.execute(
+        "CREATE TABLE IF NOT EXISTS tolma_import_lauf (lauf INTEGER PRIMARY KEY, datum TEXT, datei "
+        "TEXT, "
+        "betriebe INTEGER, zurueckgenommen INTEGER DEFAULT 0)");
+    c.execute(
+        "CREATE TABLE IF NOT EXISTS tolma_import_marke (lauf INTEGER, tabelle TEXT, hoechste "
+        "INTEGER)");
     for (const auto& table : recordedTables(c))
-        c.execute("CREATE TABLE IF NOT EXISTS " + quoted(shadowOf(table)) + " (lauf INTEGER, art TEXT, rid INTEGER, " +
-                  columnList(columnsOf(c, table)) + ")");
+        c.execute("CREATE TABLE IF NOT EXISTS " + quoted(shadowOf(table)) +
+                  " (lauf INTEGER, art TEXT, rid INTEGER, " + columnList(columnsOf(c, table)) +
+                  ")");
 }
 
-void dropRecordsOf(store::Connection& c, const std::string& condition, const std::vector<store::Variant>& params) {
+void dropRecordsOf(store::Connection& c, const std::string& condition,
+                   const std::vector<store::Variant>& params) {
     for (const auto& table : recordedTables(c))
         if (tableExists(c, shadowOf(table)))
             c.execute("DELETE FROM " + quoted(shadowOf(table)) + " WHERE " + condition, params);
@@ -75,28 +83,34 @@ void takeBack(store::Connection& c, long lauf) {
     auto marks = c.prepare("SELECT tabelle, hoechste FROM tolma_import_marke WHERE lauf = ?1");
     marks->bind(1, store::Variant(static_cast<long long>(lauf)));
     std::vector<std::pair<std::string, long long>> list;
-    while (marks->step()) list.emplace_back(marks->column(0).toString(), marks->column(1).toInteger());
+    while (marks->step())
+        list.emplace_back(marks->column(0).toString(), marks->column(1).toInteger());
     for (const auto& [table, mark] : list) {
         const std::string shadow = quoted(shadowOf(table)), t = "main." + quoted(table);
-        const std::vector<store::Variant> params{store::Variant(static_cast<long long>(lauf)), store::Variant(mark)};
+        const std::vector<store::Variant> params{store::Variant(static_cast<long long>(lauf)),
+                                                 store::Variant(mark)};
         // What the run inserted goes.
         c.execute("DELETE FROM " + t + " WHERE rowid > ?2 OR rowid IN (SELECT rid FROM " + shadow +
                       " WHERE lauf = ?1 AND art = 'I')",
                   params);
         // Every row it deleted or changed comes back as it was before its first change.
         const std::string cols = columnList(columnsOf(c, table));
-        c.execute("INSERT OR REPLACE INTO " + t + " (rowid, " + cols + ") SELECT s.rid, " + columnList(columnsOf(c, table), "s.") +
-                      " FROM " + shadow + " s JOIN (SELECT min(rowid) AS erste FROM " + shadow +
-                      " WHERE lauf = ?1 GROUP BY rid) f ON s.rowid = f.erste WHERE s.art IN ('D', 'U') AND s.rid <= ?2",
+        c.execute("INSERT OR REPLACE INTO " + t + " (rowid, " + cols + ") SELECT s.rid, " +
+                      columnList(columnsOf(c, table), "s.") + " FROM " + shadow +
+                      " s JOIN (SELECT min(rowid) AS erste FROM " + shadow +
+                      " WHERE lauf = ?1 GROUP BY rid) f ON s.rowid = f.erste WHERE s.art IN ('D', "
+                      "'U') AND s.rid <= ?2",
                   params);
     }
     dropRecordsOf(c, "lauf = ?1", {store::Variant(static_cast<long long>(lauf))});
-    c.execute("UPDATE tolma_import_lauf SET zurueckgenommen = 1 WHERE lauf = ?1", {store::Variant(static_cast<long long>(lauf))});
+    c.execute("UPDATE tolma_import_lauf SET zurueckgenommen = 1 WHERE lauf = ?1",
+              {store::Variant(static_cast<long long>(lauf))});
 }
 
 }  // namespace
 
-void ImportJournal::start(store::Connection& c, const std::string& file, const std::string& when, int keep) {
+void ImportJournal::start(store::Connection& c, const std::string& file, const std::string& when,
+                          int keep) {
     createRecordTables(c);
     auto last = c.prepare("SELECT coalesce(max(lauf), 0) FROM tolma_import_lauf");
     last->step();
@@ -114,7 +128,8 @@ void ImportJournal::start(store::Connection& c, const std::string& file, const s
         st->step();
         marks_.emplace_back(table, st->column(0).toInteger());
         c.execute("INSERT INTO tolma_import_marke VALUES (?1, ?2, ?3)",
-                  {store::Variant(static_cast<long long>(lauf_)), store::Variant(table), store::Variant(marks_.back().second)});
+                  {store::Variant(static_cast<long long>(lauf_)), store::Variant(table),
+                   store::Variant(marks_.back().second)});
     }
 }
 
@@ -127,27 +142,31 @@ void ImportJournal::attach(store::Connection& c) {
         const std::string image = "OLD.rowid, " + columnList(columns, "OLD.");
         const std::string name = "tolma_rueck_" + table;
         // Triggers of the connection only: the store's schema never holds them.
-        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_d") + " AFTER DELETE" + on + " BEGIN INSERT INTO " +
-                  shadow + " VALUES (" + run + ", 'D', " + image + "); END");
-        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_u") + " AFTER UPDATE" + on + " BEGIN INSERT INTO " +
-                  shadow + " VALUES (" + run + ", 'U', " + image + "); END");
-        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_i") + " AFTER INSERT" + on +
-                  " WHEN NEW.rowid <= " + std::to_string(mark) + " BEGIN INSERT INTO " + shadow + " (lauf, art, rid) VALUES (" +
-                  run + ", 'I', NEW.rowid); END");
+        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_d") + " AFTER DELETE" +
+                  on + " BEGIN INSERT INTO " + shadow + " VALUES (" + run + ", 'D', " + image +
+                  "); END");
+        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_u") + " AFTER UPDATE" +
+                  on + " BEGIN INSERT INTO " + shadow + " VALUES (" + run + ", 'U', " + image +
+                  "); END");
+        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_i") + " AFTER INSERT" +
+                  on + " WHEN NEW.rowid <= " + std::to_string(mark) + " BEGIN INSERT INTO " +
+                  shadow + " (lauf, art, rid) VALUES (" + run + ", 'I', NEW.rowid); END");
     }
 }
 
 void ImportJournal::count(store::Connection& c, long businesses) {
     if (!started()) return;
     c.execute("UPDATE tolma_import_lauf SET betriebe = ?2 WHERE lauf = ?1",
-              {store::Variant(static_cast<long long>(lauf_)), store::Variant(static_cast<long long>(businesses))});
+              {store::Variant(static_cast<long long>(lauf_)),
+               store::Variant(static_cast<long long>(businesses))});
 }
 
 void ImportJournal::detach(store::Connection& c) noexcept {
     for (const auto& mark : marks_)
         for (const char* kind : {"_d", "_u", "_i"}) {
             try {
-                c.execute("DROP TRIGGER IF EXISTS temp." + quoted("tolma_rueck_" + mark.first + kind));
+                c.execute("DROP TRIGGER IF EXISTS temp." +
+                          quoted("tolma_rueck_" + mark.first + kind));
             } catch (const std::exception&) {
             }
         }
@@ -156,7 +175,9 @@ void ImportJournal::detach(store::Connection& c) noexcept {
 std::vector<ImportRun> importRuns(store::Connection& c) {
     std::vector<ImportRun> runs;
     if (!tableExists(c, "tolma_import_lauf")) return runs;
-    auto st = c.prepare("SELECT lauf, datum, datei, betriebe, zurueckgenommen FROM tolma_import_lauf ORDER BY lauf");
+    auto st = c.prepare(
+        "SELECT lauf, datum, datei, betriebe, zurueckgenommen FROM tolma_import_lauf ORDER BY "
+        "lauf");
     while (st->step()) runs.push_back(runFrom(*st));
     return runs;
 }
@@ -168,8 +189,10 @@ std::vector<ImportRun> takeBackImports(store::Connection& c, std::optional<long>
     if (open.empty()) return {};
     const long first = from ? *from : open.back().lauf;
     std::vector<ImportRun> taken;
-    for (auto it = open.rbegin(); it != open.rend() && it->lauf >= first; ++it) taken.push_back(*it);
-    if (taken.empty() || taken.back().lauf != first) return {};  // no such run, or taken back already
+    for (auto it = open.rbegin(); it != open.rend() && it->lauf >= first; ++it)
+        taken.push_back(*it);
+    if (taken.empty() || taken.back().lauf != first)
+        return {};  // no such run, or taken back already
     c.execute("BEGIN IMMEDIATE");
     try {
         for (const auto& r : taken) takeBack(c, r.lauf);
@@ -192,8 +215,8 @@ namespace tolma::transfer {
 
 std::string describeRun(const ImportRun& run) {
     return "Lauf " + std::to_string(run.lauf) + " vom " + run.datum + ": " +
-           std::filesystem::path(run.datei).filename().string() + ", " + std::to_string(run.betriebe) +
-           (run.betriebe == 1 ? " Betrieb" : " Betriebe");
+           std::filesystem::path(run.datei).filename().string() + ", " +
+           std::to_string(run.betriebe) + (run.betriebe == 1 ? " Betrieb" : " Betriebe");
 }
 
 TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) {
@@ -208,26 +231,30 @@ TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) 
         if (!from && !open.empty()) from = open.back().lauf;
         std::erase_if(open, [&](const ImportRun& r) { return r.lauf < *from; });
         if (open.empty() || (from && open.front().lauf != *from)) {
-            core::showMessage(g, "Es gibt keinen Importlauf, der zurückgenommen werden kann.", core::msg::vbInformation, title);
+            core::showMessage(g, "Es gibt keinen Importlauf, der zurückgenommen werden kann.",
+                              core::msg::vbInformation, title);
             return result;
         }
         std::string names;
         for (auto it = open.rbegin(); it != open.rend(); ++it) names += describeRun(*it) + "\n";
-        if (core::showMessage(g,
-                              "Der Datenbestand wird auf den Stand vor diesen Importläufen zurückgesetzt:\n" + names +
-                                  "Soll der Vorgang gestartet werden?",
-                              core::msg::vbQuestionYesNo, title) != core::msg::vbYes) {
+        if (core::showMessage(
+                g,
+                "Der Datenbestand wird auf den Stand vor diesen Importläufen zurückgesetzt:\n" +
+                    names + "Soll der Vorgang gestartet werden?",
+                core::msg::vbQuestionYesNo, title) != core::msg::vbYes) {
             result.outcome = TakeBackOutcome::Refused;
             return result;
         }
         result.runs = takeBackImports(c, open.front().lauf);
         result.outcome = TakeBackOutcome::Done;
         core::DB_Load(g);  // lists and record view read the restored rows
-        core::showMessage(g, "Die Importläufe wurden zurückgenommen:\n" + names, core::msg::vbInformation, title);
+        core::showMessage(g, "Die Importläufe wurden zurückgenommen:\n" + names,
+                          core::msg::vbInformation, title);
     } catch (const std::exception& e) {
         core::logTrapped(g, "Import_zuruecknehmen", e);
-        core::showMessage(g, "Der Import konnte nicht zurückgenommen werden; der Datenbestand ist unverändert.",
-                          core::msg::vbExclamation, title);
+        core::showMessage(
+            g, "Der Import konnte nicht zurückgenommen werden; der Datenbestand ist unverändert.",
+            core::msg::vbExclamation, title);
         result.outcome = TakeBackOutcome::Failed;
     }
     return result;

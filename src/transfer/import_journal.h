@@ -30,7 +30,7 @@ struct ImportRun {
 inline constexpr int kDefaultKeptRuns = 10;
 
 class ImportJournal {
-public:
+  public:
     // Begins a run inside the current transaction: drops the records of runs beyond the
     // `keep` newest (this one included), writes the run and the marks.
     void start(store::Connection& c, const std::string& file, const std::string& when, int keep);
@@ -43,7 +43,7 @@ public:
     bool started() const { return lauf_ > 0; }
     long lauf() const { return lauf_; }
 
-private:
+  private:
     long lauf_ = 0;
     std::vector<std::pair<std::string, long long>> marks_;  // table, highest row id before the run
 };

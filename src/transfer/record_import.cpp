@@ -11,7 +11,8 @@ namespace {
 
 bool startsWith(std::string_view line, std::string_view prefix) {
     // Most lines differ from a tag in their second character.
-    return line.size() >= prefix.size() && line[1] == prefix[1] && line.compare(0, prefix.size(), prefix) == 0;
+    return line.size() >= prefix.size() && line[1] == prefix[1] &&
+           line.compare(0, prefix.size(), prefix) == 0;
 }
 
 // The sections of a <betrieb>, in the order they are looked for, with their tables.
@@ -30,8 +31,8 @@ const Section kSections[] = {
 
 // Elements of a <betrieb> that are never stored in its row.
 bool skippedElement(std::string_view name) {
-    return name == kKeinName || name == "gem-name" || name == "wirtschafts-nr" || name == "inhaber-vname" ||
-           name == "inhaber-nname";
+    return name == kKeinName || name == "gem-name" || name == "wirtschafts-nr" ||
+           name == "inhaber-vname" || name == "inhaber-nname";
 }
 
 }  // namespace
@@ -58,19 +59,22 @@ void Upd_2_Read(ImportContext& ctx, const std::string& element) {
             if (startsWith(line, "<betr-nr>")) betrNr = Upd_8_ExtrFeldInhalt(line);
             if (startsWith(line, "<betr-hist-nr>")) betrHistNr = Upd_8_ExtrFeldInhalt(line);
             if (startsWith(line, "<b-rechtsform>")) bRechtsform = Upd_8_ExtrFeldInhalt(line);
-            if (startsWith(line, "<meld-art>") && Upd_8_ExtrFeldInhalt(line) == "03") ++ctx.removals;
+            if (startsWith(line, "<meld-art>") && Upd_8_ExtrFeldInhalt(line) == "03")
+                ++ctx.removals;
             if (startsWith(line, "<gem-kz>")) ctx.municipalities.insert(Upd_8_ExtrFeldInhalt(line));
             lines.push_back(line);
         }
         Upd_3_Betr(ctx, lines, betrNr, betrHistNr, bRechtsform);
     } catch (const std::exception& e) {
         const auto info = core::describeError(e);
-        core::A_Error_Log(ctx.g, "Upd_2_Read", info.source, std::to_string(info.number), info.text, "BetrNr: ", betrNr);
+        core::A_Error_Log(ctx.g, "Upd_2_Read", info.source, std::to_string(info.number), info.text,
+                          "BetrNr: ", betrNr);
     }
 }
 
-void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines, const std::string& betrNr,
-                const std::string& betrHistNr, const std::string& bRechtsform) {
+void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
+                const std::string& betrNr, const std::string& betrHistNr,
+                const std::string& bRechtsform) {
     core::Globals& g = ctx.g;
     ctx.akt_jp_nr.clear();
     ctx.akt_jp_nr_vorher.clear();
@@ -82,7 +86,8 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines, 
     auto trap = [&](const std::exception& e) {
         const auto info = core::describeError(e);
         core::A_Error_Log(g, "Upd_3_Betr", info.source, std::to_string(info.number), info.text,
-                          "BetrNr: " + betrNr + " BetrHistNr: " + betrHistNr, std::to_string(i + 1));
+                          "BetrNr: " + betrNr + " BetrHistNr: " + betrHistNr,
+                          std::to_string(i + 1));
         if (info.number != store::err::kItemNotFound) throw core::typeMismatch();
     };
     auto line = [&](size_t k) -> std::string_view {
@@ -121,7 +126,8 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines, 
         for (i = 0; i < lines.size(); ++i) {
             for (int j = 0; j < 6; ++j) {
                 const Section& sec = kSections[j];
-                if (j == 0 && startsWith(line(i), "<adressen>") && startsWith(line(i + 1), "</adressen>")) {
+                if (j == 0 && startsWith(line(i), "<adressen>") &&
+                    startsWith(line(i + 1), "</adressen>")) {
                     // An empty <adressen> pair stands for one address of kind 1.
                     g.rs_adresse.AddNew();
                     g.rs_adresse.Fields("betr-nr").setValue(betrNr);
@@ -134,8 +140,9 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines, 
                 // others by their beginning.
                 const size_t first = i;
                 while (j == 0 ? line(i) != sec.close : !startsWith(line(i), sec.close)) line(++i);
-                Upd_4_Andere(ctx, std::span<const std::string_view>(lines).subspan(first, i - first + 1), betrNr, betrHistNr,
-                             g.*(sec.table), j + 1, bRechtsform);
+                Upd_4_Andere(ctx,
+                             std::span<const std::string_view>(lines).subspan(first, i - first + 1),
+                             betrNr, betrHistNr, g.*(sec.table), j + 1, bRechtsform);
             }
             ctx.akt_inhalt = contentOf(line(i));
             ctx.akt_name = nameOf(line(i));

@@ -15,12 +15,13 @@ void Upd_2_Read(ImportContext& ctx, const std::string& element);
 
 // Removes what the store holds for the keys and builds the new business row with its
 // sections. Lines are those of Upd_2_Read; the keys are the raw extraction results.
-void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines, const std::string& betrNr,
-                const std::string& betrHistNr, const std::string& bRechtsform);
+void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
+                const std::string& betrNr, const std::string& betrHistNr,
+                const std::string& bRechtsform);
 
 // Stores one section: an address, activity, permit, craft card, further reason or person.
-void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, const std::string& betrNr,
-                  const std::string& betrHistNr, store::Recordset& table, int sectionNo,
-                  const std::string& bRechtsform);
+void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
+                  const std::string& betrNr, const std::string& betrHistNr, store::Recordset& table,
+                  int sectionNo, const std::string& bRechtsform);
 
 }  // namespace tolma::transfer

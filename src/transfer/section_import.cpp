@@ -9,8 +9,9 @@ namespace {
 
 // Upd_4_Andere goes on with the next statement after any failure, with one log entry.
 class Section {
-public:
-    Section(ImportContext& ctx, std::span<const std::string_view> lines) : ctx_(ctx), lines_(lines) {}
+  public:
+    Section(ImportContext& ctx, std::span<const std::string_view> lines)
+        : ctx_(ctx), lines_(lines) {}
 
     template <class Step>
     bool attempt(Step&& step) {
@@ -19,16 +20,17 @@ public:
             return true;
         } catch (const std::exception& e) {
             const auto info = core::describeError(e);
-            core::A_Error_Log(ctx_.g, "Upd_4_Andere", info.source, std::to_string(info.number), info.text,
-                              ctx_.fehlerortung, ctx_.ortungsNummer);
+            core::A_Error_Log(ctx_.g, "Upd_4_Andere", info.source, std::to_string(info.number),
+                              info.text, ctx_.fehlerortung, ctx_.ortungsNummer);
             return false;
         }
     }
 
     // A nationality, permit or craft card of a person, from line i to its closing line; returns
     // the index of the closing line.
-    size_t subordinate(size_t i, store::Recordset& rs, const std::string& closing, const std::string& persNr,
-                       const std::string& betrNr, bool keysOnlyWhenStored) {
+    size_t subordinate(size_t i, store::Recordset& rs, const std::string& closing,
+                       const std::string& persNr, const std::string& betrNr,
+                       bool keysOnlyWhenStored) {
         attempt([&] { rs.AddNew(); });
         bool lastOk = false;
         do {
@@ -39,7 +41,9 @@ public:
             const std::string_view inhalt = contentOf(lines_[i]);
             const std::string_view name = nameOf(lines_[i]);
             if (inhalt != kKeinInhalt && name != kKeinName)
-                attempt([&] { lastOk = Upd_5_Felder(ctx_, rs.Fields(std::string(name)), std::string(inhalt)); });
+                attempt([&] {
+                    lastOk = Upd_5_Felder(ctx_, rs.Fields(std::string(name)), std::string(inhalt));
+                });
         } while (lines_[i] != closing);
         if (!keysOnlyWhenStored) {
             attempt([&] { rs.Fields("pers-nr").setValue(persNr); });
@@ -60,16 +64,16 @@ public:
         return i;
     }
 
-private:
+  private:
     ImportContext& ctx_;
     std::span<const std::string_view> lines_;
 };
 
 }  // namespace
 
-void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, const std::string& betrNr,
-                  const std::string& betrHistNr, store::Recordset& table, int sectionNo,
-                  const std::string& bRechtsform) {
+void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
+                  const std::string& betrNr, const std::string& betrHistNr, store::Recordset& table,
+                  int sectionNo, const std::string& bRechtsform) {
     core::Globals& g = ctx.g;
     Section s(ctx, lines);
     bool isPerson = false;
@@ -86,7 +90,8 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, c
                 persNr = Upd_8_ExtrFeldInhalt(line);
             } else if (name == "p-art") {
                 const std::string_view art = contentOf(line);
-                if (art.size() == 2 && (art[0] == 'J' || art[0] == 'j') && (art[1] == 'P' || art[1] == 'p')) {
+                if (art.size() == 2 && (art[0] == 'J' || art[0] == 'j') &&
+                    (art[1] == 'P' || art[1] == 'p')) {
                     pArt = "JP";
                     ctx.akt_jp_nr = persNr;
                 }
@@ -106,8 +111,10 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, c
             const std::string p = persNr, b = betrNr;
             Upd_6_Kill(ctx, "[pers-nr] = " + quote(p) + "", g.rs_person);
             Upd_6_Kill(ctx, "[pers-nr] = " + quote(p) + "", g.rs_person_staatsang);
-            Upd_6_Kill(ctx, "[pers-nr] = " + quote(p) + " AND [betr-nr] = " + quote(b) + "", g.rs_person_erlaubnis);
-            Upd_6_Kill(ctx, "[pers-nr] = " + quote(p) + " AND [betr-nr] = " + quote(b) + "", g.rs_person_handwerkskarte);
+            Upd_6_Kill(ctx, "[pers-nr] = " + quote(p) + " AND [betr-nr] = " + quote(b) + "",
+                       g.rs_person_erlaubnis);
+            Upd_6_Kill(ctx, "[pers-nr] = " + quote(p) + " AND [betr-nr] = " + quote(b) + "",
+                       g.rs_person_handwerkskarte);
         }
         ctx.notePerson(persNr);
     }
@@ -118,17 +125,20 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, c
     for (size_t i = 0; i < lines.size(); ++i) {
         if (isPerson) {
             if (lines[i] == "<staatsangehoerigkeit>")
-                i = s.subordinate(i, g.rs_person_staatsang, "</staatsangehoerigkeit>", persNr, betrNr, false);
+                i = s.subordinate(i, g.rs_person_staatsang, "</staatsangehoerigkeit>", persNr,
+                                  betrNr, false);
             else if (lines[i] == "<p-erlaubnis>")
                 i = s.subordinate(i, g.rs_person_erlaubnis, "</p-erlaubnis>", persNr, betrNr, true);
             else if (lines[i] == "<p-handwerkskarte>")
-                i = s.subordinate(i, g.rs_person_handwerkskarte, "</p-handwerkskarte>", persNr, betrNr, true);
+                i = s.subordinate(i, g.rs_person_handwerkskarte, "</p-handwerkskarte>", persNr,
+                                  betrNr, true);
         }
         ctx.akt_inhalt = contentOf(lines[i]);
         ctx.akt_name = nameOf(lines[i]);
         if (ctx.akt_inhalt == kKeinInhalt || ctx.akt_name == kKeinName) continue;
         // These three belong to the link row, in every section.
-        if (ctx.akt_name == "p-funktion" || ctx.akt_name == "p-eintr-datum" || ctx.akt_name == "p-austr-datum")
+        if (ctx.akt_name == "p-funktion" || ctx.akt_name == "p-eintr-datum" ||
+            ctx.akt_name == "p-austr-datum")
             continue;
         s.attempt([&] { ok = Upd_5_Felder(ctx, table.Fields(ctx.akt_name), ctx.akt_inhalt); });
     }
@@ -149,7 +159,9 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, c
             // DATA_ORG_RF reads them too.
             s.attempt([&] {
                 const auto typ = g.db_org.lookup(
-                    "SELECT ALL * From Rechtsformen WHERE [schluessel] = " + quote(bRechtsform) + " ;", "typ");
+                    "SELECT ALL * From Rechtsformen WHERE [schluessel] = " + quote(bRechtsform) +
+                        " ;",
+                    "typ");
                 if (!typ) return;
                 if (typ->toString() == "P" && pFunktion == "3") {
                     ctx.akt_jp_nr = ctx.akt_jp_nr_vorher;
@@ -164,19 +176,22 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines, c
             // The person is what tells links apart: a business may have thousands of them. The
             // plus signs keep SQLite off the business's index, which would make storing a
             // business quadratic in its persons.
-            rs.FindFirst("[bez-pers-nr] = " + quote(persNr) + "AND [p-funktion] = " + quote(pFunktion) +
-                         "AND +[bez-betr-nr] = " + quote(betrNr) + "AND +[bez-betr-hist-nr] = " +
-                         quote(betrHistNr) + "AND [pers-nr-jp] = " + quote(ctx.akt_jp_nr));
+            rs.FindFirst("[bez-pers-nr] = " + quote(persNr) + "AND [p-funktion] = " +
+                         quote(pFunktion) + "AND +[bez-betr-nr] = " + quote(betrNr) +
+                         "AND +[bez-betr-hist-nr] = " + quote(betrHistNr) +
+                         "AND [pers-nr-jp] = " + quote(ctx.akt_jp_nr));
             if (!rs.NoMatch()) return;  // the same link stands already
             rs.AddNew();
             rs.Fields("bez-betr-nr").setValue(betrNr);
-            rs.Fields("bez-sort-nr").setValue(store::Variant(static_cast<int>(ctx.akt_bez_sort_nr)));
+            rs.Fields("bez-sort-nr")
+                .setValue(store::Variant(static_cast<int>(ctx.akt_bez_sort_nr)));
             rs.Fields("bez-betr-hist-nr").setValue(betrHistNr);
             rs.Fields("bez-pers-nr").setValue(persNr);
             rs.Fields("p-funktion").setValue(pFunktion);
             Upd_5_Felder(ctx, rs.Fields("p-eintr-datum"), pEintrDatum);
             Upd_5_Felder(ctx, rs.Fields("p-austr-datum"), pAustrDatum);
-            if (core::upperCase(table.Fields("p-art").Value().toString()) == "NP" || hangsUnderEarlierJp) {
+            if (core::upperCase(table.Fields("p-art").Value().toString()) == "NP" ||
+                hangsUnderEarlierJp) {
                 rs.Fields("pers-nr-jp").setValue(ctx.akt_jp_nr);
                 hangsUnderEarlierJp = false;
             }

@@ -24,7 +24,9 @@ void syncDirectoryOf(const std::string& path) {
 
 }  // namespace
 
-TmlWriter::~TmlWriter() { discard(); }
+TmlWriter::~TmlWriter() {
+    discard();
+}
 
 void TmlWriter::fail(int errnoCode) const {
     const std::string& shown = path_;
@@ -35,10 +37,12 @@ void TmlWriter::fail(int errnoCode) const {
         case EACCES:
         case EPERM:
         case EROFS:
-            throw core::RuntimeError(core::kAccessDeniedError, "Zugriff verweigert: '" + shown + "'");
+            throw core::RuntimeError(core::kAccessDeniedError,
+                                     "Zugriff verweigert: '" + shown + "'");
         case ENOENT:
         case ENOTDIR:
-            throw core::RuntimeError(core::kPathNotFoundError, "Pfad nicht gefunden: '" + shown + "'");
+            throw core::RuntimeError(core::kPathNotFoundError,
+                                     "Pfad nicht gefunden: '" + shown + "'");
         default:
             throw core::RuntimeError(75, "Fehler beim Zugriff auf Pfad/Datei: '" + shown + "' (" +
                                              core::writeFailure(errnoCode) + ")");

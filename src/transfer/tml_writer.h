@@ -12,7 +12,7 @@ namespace tolma::transfer {
 // gets its name only when all of it is on the disk. A full disk or a missing right raises the
 // old platform's file error (61, 70, 75, 76) instead of leaving a cut file that looks whole.
 class TmlWriter {
-public:
+  public:
     TmlWriter() = default;
     ~TmlWriter();
     TmlWriter(const TmlWriter&) = delete;
@@ -34,7 +34,7 @@ public:
     // The name the file gets while it is written.
     static std::string temporaryName(const std::string& path) { return path + ".unvollstaendig"; }
 
-private:
+  private:
     void closeFile();
     [[noreturn]] void fail(int errnoCode) const;
 

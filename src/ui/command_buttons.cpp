@@ -11,7 +11,8 @@ void addCommandButtons(QWidget* parent, QBoxLayout* row, const QString& name,
     for (const auto& [index, caption] : buttons) {
         auto* b = new QPushButton(QString::fromUtf8(caption), parent);
         b->setObjectName(QString("%1_%2").arg(name).arg(index));
-        QObject::connect(b, &QPushButton::clicked, parent, [click, index = index] { click(index); });
+        QObject::connect(b, &QPushButton::clicked, parent,
+                         [click, index = index] { click(index); });
         row->addWidget(b);
     }
 }

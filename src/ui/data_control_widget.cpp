@@ -8,7 +8,8 @@
 
 namespace tolma::ui {
 
-DataControlWidget::DataControlWidget(browse::DataControl& control, std::function<void()> moved, QWidget* parent)
+DataControlWidget::DataControlWidget(browse::DataControl& control, std::function<void()> moved,
+                                     QWidget* parent)
     : QWidget(parent), control_(control), moved_(std::move(moved)), caption_(new QLabel(this)) {
     setObjectName(QString::fromStdString(control.name()));
     auto* layout = new QHBoxLayout(this);
@@ -33,7 +34,9 @@ DataControlWidget::DataControlWidget(browse::DataControl& control, std::function
     refresh();
 }
 
-void DataControlWidget::refresh() { caption_->setText(QString::fromStdString(control_.Caption)); }
+void DataControlWidget::refresh() {
+    caption_->setText(QString::fromStdString(control_.Caption));
+}
 
 void DataControlWidget::move(int which) {
     // A failure of the store must not cross the event loop; the form shows what it can.

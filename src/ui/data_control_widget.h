@@ -16,11 +16,12 @@ namespace tolma::ui {
 class DataControlWidget : public QWidget {
     Q_OBJECT
 
-public:
-    DataControlWidget(browse::DataControl& control, std::function<void()> moved, QWidget* parent = nullptr);
+  public:
+    DataControlWidget(browse::DataControl& control, std::function<void()> moved,
+                      QWidget* parent = nullptr);
     void refresh();  // shows the control's caption
 
-private:
+  private:
     void move(int which);
 
     browse::DataControl& control_;

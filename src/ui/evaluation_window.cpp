@@ -25,30 +25,42 @@ namespace {
 
 // The chart of the window's result, drawn anew with the window.
 class ChartView : public QWidget {
-public:
-    ChartView(const std::optional<evaluation::Result>& result, QWidget* parent) : QWidget(parent), result_(result) {
+  public:
+    ChartView(const std::optional<evaluation::Result>& result, QWidget* parent)
+        : QWidget(parent), result_(result) {
         setMinimumHeight(200);
     }
 
-protected:
+  protected:
     void paintEvent(QPaintEvent*) override {
         QPainter p(this);
         p.fillRect(rect(), Qt::white);
-        if (result_) print::paintEvaluationChart(p, QRectF(rect()).adjusted(8, 8, -8, -8), *result_);
+        if (result_)
+            print::paintEvaluationChart(p, QRectF(rect()).adjusted(8, 8, -8, -8), *result_);
     }
 
-private:
+  private:
     const std::optional<evaluation::Result>& result_;
 };
 
-QDate dateOf(const evaluation::Month& m) { return QDate(m.year, m.month, 1); }
-evaluation::Month monthOf(const QDate& d) { return {d.year(), d.month()}; }
+QDate dateOf(const evaluation::Month& m) {
+    return QDate(m.year, m.month, 1);
+}
+evaluation::Month monthOf(const QDate& d) {
+    return {d.year(), d.month()};
+}
 
 }  // namespace
 
 EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
-    : QWidget(parent), g_(g), from_(new QDateEdit(this)), to_(new QDateEdit(this)), scope_(new QComboBox(this)),
-      grouping_(new QComboBox(this)), municipality_(new QLineEdit(this)), table_(new QTableWidget(this)),
+    : QWidget(parent),
+      g_(g),
+      from_(new QDateEdit(this)),
+      to_(new QDateEdit(this)),
+      scope_(new QComboBox(this)),
+      grouping_(new QComboBox(this)),
+      municipality_(new QLineEdit(this)),
+      table_(new QTableWidget(this)),
       chart_(new ChartView(result_, this)) {
     setObjectName("Frm_Auswertung");
     setWindowTitle("Auswertungen");
@@ -132,7 +144,8 @@ void EvaluationWindow::evaluate() {
     query.scope = static_cast<evaluation::Query::Scope>(scope_->currentIndex());
     query.municipality = municipality_->text().trimmed().toStdString();
     if (query.to < query.from) {
-        core::showMessage(g_, "Der Beginn des Zeitraums liegt nach seinem Ende!", core::msg::vbExclamation, "Auswertungen");
+        core::showMessage(g_, "Der Beginn des Zeitraums liegt nach seinem Ende!",
+                          core::msg::vbExclamation, "Auswertungen");
         return;
     }
     try {
@@ -144,16 +157,18 @@ void EvaluationWindow::evaluate() {
     table_->clearContents();
     table_->setRowCount(0);
     if (!result_) return;
-    table_->setHorizontalHeaderLabels(
-        {evaluation::groupingCaption(query.grouping), "Anmeldungen", "Ummeldungen", "Abmeldungen", "Saldo", "Nebenerwerb"});
+    table_->setHorizontalHeaderLabels({evaluation::groupingCaption(query.grouping), "Anmeldungen",
+                                       "Ummeldungen", "Abmeldungen", "Saldo", "Nebenerwerb"});
     auto add = [&](const std::string& name, const evaluation::Counts& c, bool sum) {
         const int row = table_->rowCount();
         table_->insertRow(row);
-        const long values[] = {c.anmeldungen, c.ummeldungen, c.abmeldungen, c.saldo(), c.nebenerwerb};
+        const long values[] = {c.anmeldungen, c.ummeldungen, c.abmeldungen, c.saldo(),
+                               c.nebenerwerb};
         auto* first = new QTableWidgetItem(QString::fromStdString(name));
         table_->setItem(row, 0, first);
         for (int i = 0; i < 5; ++i) {
-            auto* item = new QTableWidgetItem(QString::fromStdString(evaluation::germanNumber(values[i])));
+            auto* item =
+                new QTableWidgetItem(QString::fromStdString(evaluation::germanNumber(values[i])));
             item->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
             table_->setItem(row, i + 1, item);
         }
@@ -177,13 +192,14 @@ void EvaluationWindow::cellClicked(int row, int column) {
     std::vector<std::pair<std::string, std::string>> states;
     auto collect = [&](const std::vector<evaluation::Counted>& counted) {
         for (const auto& c : counted)
-            if ((column == 1 && c.kind == 1) || (column == 2 && c.kind == 2) || (column == 3 && c.kind == 3) ||
-                (column == 5 && c.nebenerwerb))
+            if ((column == 1 && c.kind == 1) || (column == 2 && c.kind == 2) ||
+                (column == 3 && c.kind == 3) || (column == 5 && c.nebenerwerb))
                 states.emplace_back(c.betrNr, c.betrHistNr);
     };
     if (sum)
         for (const auto& [line, counted] : result_->counted) collect(counted);
-    else if (auto it = result_->counted.find(result_->lines[static_cast<size_t>(row)].first); it != result_->counted.end())
+    else if (auto it = result_->counted.find(result_->lines[static_cast<size_t>(row)].first);
+             it != result_->counted.end())
         collect(it->second);
     if (!states.empty()) emit openStates(states);
 }
@@ -198,24 +214,28 @@ void EvaluationWindow::print() {
 
 void EvaluationWindow::saveCsv() {
     if (!result_) return;
-    const QString file = QFileDialog::getSaveFileName(this, "CSV speichern", QString::fromStdString(g_.pfad_dat + "auswertung.csv"),
-                                                      "CSV-Dateien (*.csv)");
+    const QString file = QFileDialog::getSaveFileName(
+        this, "CSV speichern", QString::fromStdString(g_.pfad_dat + "auswertung.csv"),
+        "CSV-Dateien (*.csv)");
     if (file.isEmpty()) return;
     std::ofstream out(file.toStdString(), std::ios::binary | std::ios::trunc);
     out << evaluation::tableCsv(*result_);
     if (!out.flush())
-        core::showMessage(g_, "Die Datei '" + file.toStdString() + "' konnte nicht geschrieben werden!", core::msg::vbExclamation,
-                          "Auswertungen");
+        core::showMessage(g_,
+                          "Die Datei '" + file.toStdString() + "' konnte nicht geschrieben werden!",
+                          core::msg::vbExclamation, "Auswertungen");
 }
 
 void EvaluationWindow::saveChart() {
     if (!result_) return;
-    const QString file = QFileDialog::getSaveFileName(this, "Grafik speichern", QString::fromStdString(g_.pfad_dat + "auswertung.png"),
-                                                      "PNG-Bilder (*.png)");
+    const QString file = QFileDialog::getSaveFileName(
+        this, "Grafik speichern", QString::fromStdString(g_.pfad_dat + "auswertung.png"),
+        "PNG-Bilder (*.png)");
     if (file.isEmpty()) return;
     if (!print::saveEvaluationChart(file.toStdString(), *result_))
-        core::showMessage(g_, "Die Datei '" + file.toStdString() + "' konnte nicht geschrieben werden!", core::msg::vbExclamation,
-                          "Auswertungen");
+        core::showMessage(g_,
+                          "Die Datei '" + file.toStdString() + "' konnte nicht geschrieben werden!",
+                          core::msg::vbExclamation, "Auswertungen");
 }
 
 }  // namespace tolma::ui

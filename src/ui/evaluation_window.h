@@ -19,19 +19,19 @@ namespace tolma::ui {
 class EvaluationWindow : public QWidget {
     Q_OBJECT
 
-public:
+  public:
     explicit EvaluationWindow(core::Globals& g, QWidget* parent = nullptr);
     // Counts anew with the choices on screen.
     void evaluate();
     const std::optional<evaluation::Result>& result() const { return result_; }
     QTableWidget* table() const { return table_; }
 
-signals:
+  signals:
     void closeRequested();
     // The states counted in a cell, for the business list.
     void openStates(const std::vector<std::pair<std::string, std::string>>& states);
 
-private:
+  private:
     void print();
     void saveCsv();
     void saveChart();

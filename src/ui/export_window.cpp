@@ -61,15 +61,19 @@ ExportWindow::ExportWindow(core::Globals& g, QWidget* parent)
 
     auto* buttons = new QHBoxLayout;
     buttons->addStretch(1);
-    addCommandButtons(this, buttons, "Command1", {{0, "OK"}, {1, "Abbrechen"}}, [this](int i) { command(i); });
+    addCommandButtons(this, buttons, "Command1", {{0, "OK"}, {1, "Abbrechen"}},
+                      [this](int i) { command(i); });
     outer->addLayout(buttons);
     outer->addStretch(1);
 }
 
 void ExportWindow::command(int index) {
-    for (size_t i = 0; i < boxes_.size(); ++i) form_.Text1[i].text = boxes_[i]->text().toStdString();
-    for (size_t i = 0; i < checks_.size(); ++i) form_.Check1[i].value = checks_[i]->isChecked() ? 1 : 0;
-    const transfer::ExportResult result = transfer::Frm_Verwaltungsblock_Command1_Click(g_, form_, index);
+    for (size_t i = 0; i < boxes_.size(); ++i)
+        form_.Text1[i].text = boxes_[i]->text().toStdString();
+    for (size_t i = 0; i < checks_.size(); ++i)
+        form_.Check1[i].value = checks_[i]->isChecked() ? 1 : 0;
+    const transfer::ExportResult result =
+        transfer::Frm_Verwaltungsblock_Command1_Click(g_, form_, index);
     if (index == 0) emit exported(result);
     emit closeRequested();
 }

@@ -15,15 +15,15 @@ namespace tolma::ui {
 class ExportWindow : public QWidget {
     Q_OBJECT
 
-public:
+  public:
     explicit ExportWindow(core::Globals& g, QWidget* parent = nullptr);
     transfer::VerwaltungsblockForm& form() { return form_; }
 
-signals:
+  signals:
     void closeRequested();
     void exported(const transfer::ExportResult& result);
 
-private:
+  private:
     void command(int index);
 
     core::Globals& g_;

@@ -16,7 +16,8 @@
 
 namespace tolma::ui {
 
-CheckReportWindow::CheckReportWindow(const std::string& path, const transfer::ImportCheck& report, QWidget* parent)
+CheckReportWindow::CheckReportWindow(const std::string& path, const transfer::ImportCheck& report,
+                                     QWidget* parent)
     : QDialog(parent) {
     setObjectName("Frm_Pruefung");
     setWindowTitle("Transferdatei prüfen");
@@ -36,28 +37,35 @@ CheckReportWindow::CheckReportWindow(const std::string& path, const transfer::Im
 
 void checkTransferFileFromMenu(core::Globals& g, QWidget* parent) {
     const std::string file =
-        g.dialogs ? g.dialogs->chooseFile(g.pfad_dat, "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2) : "";
+        g.dialogs ? g.dialogs->chooseFile(
+                        g.pfad_dat, "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2)
+                  : "";
     if (file.empty()) {
-        core::showMessage(g, "Es wurde keine Update-Datei ausgewählt!", core::msg::vbInformation, "Auswahl einer Update-Datei!");
+        core::showMessage(g, "Es wurde keine Update-Datei ausgewählt!", core::msg::vbInformation,
+                          "Auswahl einer Update-Datei!");
         return;
     }
     transfer::ImportCheck report;
     QApplication::setOverrideCursor(Qt::WaitCursor);
     const auto outcome = transfer::checkTransferFile(g, file, report);
     QApplication::restoreOverrideCursor();
-    if (outcome == transfer::ImportOutcome::Failed && report.businesses == 0 && !report.warnings.empty()) {
-        core::showMessage(g, report.warnings.front(), core::msg::vbExclamation, "Transferdatei prüfen");
+    if (outcome == transfer::ImportOutcome::Failed && report.businesses == 0 &&
+        !report.warnings.empty()) {
+        core::showMessage(g, report.warnings.front(), core::msg::vbExclamation,
+                          "Transferdatei prüfen");
         return;
     }
     CheckReportWindow window(file, report, parent);
     window.exec();
 }
 
-TakeBackWindow::TakeBackWindow(core::Globals& g, QWidget* parent) : QDialog(parent), g_(g), table_(new QTableWidget(this)) {
+TakeBackWindow::TakeBackWindow(core::Globals& g, QWidget* parent)
+    : QDialog(parent), g_(g), table_(new QTableWidget(this)) {
     setObjectName("Frm_Zuruecknehmen");
     setWindowTitle("Import zurücknehmen");
     auto* layout = new QVBoxLayout(this);
-    auto* hint = new QLabel("Zurückgenommen werden der gewählte Importlauf und alle späteren.", this);
+    auto* hint =
+        new QLabel("Zurückgenommen werden der gewählte Importlauf und alle späteren.", this);
     layout->addWidget(hint);
     table_->setObjectName("Liste_Laeufe");
     table_->setColumnCount(5);
@@ -97,7 +105,8 @@ void TakeBackWindow::fill() {
         const QStringList cells = {QString::number(it->lauf), QString::fromStdString(it->datum),
                                    QString::fromStdString(it->datei), QString::number(it->betriebe),
                                    it->zurueckgenommen ? "ja" : "nein"};
-        for (int c = 0; c < cells.size(); ++c) table_->setItem(row, c, new QTableWidgetItem(cells[c]));
+        for (int c = 0; c < cells.size(); ++c)
+            table_->setItem(row, c, new QTableWidgetItem(cells[c]));
     }
     table_->resizeColumnsToContents();
     if (!runs.empty()) table_->selectRow(0);

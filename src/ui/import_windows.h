@@ -13,8 +13,9 @@ namespace tolma::ui {
 class CheckReportWindow : public QDialog {
     Q_OBJECT
 
-public:
-    CheckReportWindow(const std::string& path, const transfer::ImportCheck& report, QWidget* parent = nullptr);
+  public:
+    CheckReportWindow(const std::string& path, const transfer::ImportCheck& report,
+                      QWidget* parent = nullptr);
 };
 
 // "Bearbeiten › Transferdatei prüfen...": chooses a file, checks it and shows the report.
@@ -24,15 +25,15 @@ void checkTransferFileFromMenu(core::Globals& g, QWidget* parent);
 class TakeBackWindow : public QDialog {
     Q_OBJECT
 
-public:
+  public:
     explicit TakeBackWindow(core::Globals& g, QWidget* parent = nullptr);
     void fill();
     QTableWidget* table() const { return table_; }
 
-signals:
+  signals:
     void storeChanged();
 
-private:
+  private:
     void takeBack();
 
     core::Globals& g_;

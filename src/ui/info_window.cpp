@@ -11,7 +11,8 @@
 
 namespace tolma::ui {
 
-InfoWindow::InfoWindow(core::Globals& g, QWidget* parent) : QWidget(parent), g_(g), text_(new QTextEdit(this)) {
+InfoWindow::InfoWindow(core::Globals& g, QWidget* parent)
+    : QWidget(parent), g_(g), text_(new QTextEdit(this)) {
     setObjectName("Frm_Info");
     setWindowTitle("  TOLMA_3x_Access  (Info)");
     auto* outer = new QVBoxLayout(this);
@@ -33,12 +34,16 @@ InfoWindow::InfoWindow(core::Globals& g, QWidget* parent) : QWidget(parent), g_(
     activate();
 }
 
-InfoWindow::~InfoWindow() { g_.marks.menue_info = false; }
+InfoWindow::~InfoWindow() {
+    g_.marks.menue_info = false;
+}
 
 void InfoWindow::activate() {
-    const std::string text = std::string(core::kProductName) + "\r\n" + core::kCompanyName + "\r\nVersion: " +
-                             std::to_string(core::kVersionMajor) + "." + std::to_string(core::kVersionMinor) + "." +
-                             std::to_string(core::kVersionRevision) + "\r\n" + core::kLegalLine + "\r\n";
+    const std::string text = std::string(core::kProductName) + "\r\n" + core::kCompanyName +
+                             "\r\nVersion: " + std::to_string(core::kVersionMajor) + "." +
+                             std::to_string(core::kVersionMinor) + "." +
+                             std::to_string(core::kVersionRevision) + "\r\n" + core::kLegalLine +
+                             "\r\n";
     text_->setPlainText(QString::fromStdString(text));
 }
 

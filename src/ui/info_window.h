@@ -12,16 +12,16 @@ namespace tolma::ui {
 class InfoWindow : public QWidget {
     Q_OBJECT
 
-public:
+  public:
     explicit InfoWindow(core::Globals& g, QWidget* parent = nullptr);
     ~InfoWindow() override;
     // Form_Activate: the text is built anew.
     void activate();
 
-signals:
+  signals:
     void closeRequested();
 
-private:
+  private:
     core::Globals& g_;
     QTextEdit* text_;
 };

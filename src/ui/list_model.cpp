@@ -5,7 +5,8 @@ namespace {
 constexpr size_t kCachedRows = 512;
 }
 
-RecordsetTableModel::RecordsetTableModel(browse::DataControl& control, const std::vector<browse::ListColumn>& columns,
+RecordsetTableModel::RecordsetTableModel(browse::DataControl& control,
+                                         const std::vector<browse::ListColumn>& columns,
                                          QObject* parent)
     : QAbstractTableModel(parent), control_(control), columns_(columns) {
     reload();
@@ -25,7 +26,9 @@ void RecordsetTableModel::reload() {
     endResetModel();
 }
 
-int RecordsetTableModel::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : rows_; }
+int RecordsetTableModel::rowCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : rows_;
+}
 
 int RecordsetTableModel::columnCount(const QModelIndex& parent) const {
     return parent.isValid() ? 0 : static_cast<int>(columns_.size());

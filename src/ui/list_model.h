@@ -14,9 +14,9 @@ namespace tolma::ui {
 class RecordsetTableModel : public QAbstractTableModel {
     Q_OBJECT
 
-public:
-    RecordsetTableModel(browse::DataControl& control, const std::vector<browse::ListColumn>& columns,
-                        QObject* parent = nullptr);
+  public:
+    RecordsetTableModel(browse::DataControl& control,
+                        const std::vector<browse::ListColumn>& columns, QObject* parent = nullptr);
 
     // The data control has a new recordset.
     void reload();
@@ -24,9 +24,10 @@ public:
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+    QVariant headerData(int section, Qt::Orientation orientation,
+                        int role = Qt::DisplayRole) const override;
 
-private:
+  private:
     const std::vector<store::Variant>& row(int r) const;
 
     browse::DataControl& control_;

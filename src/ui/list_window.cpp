@@ -22,11 +22,18 @@
 namespace tolma::ui {
 
 ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form, QWidget* parent)
-    : QWidget(parent), g_(g), form_(std::move(form)), frame1_(new QGroupBox("Suchkriterien", this)),
-      grid_(new QTableView(this)), model_(nullptr), blaettern_(nullptr), label1_(new QLabel(this)) {
+    : QWidget(parent),
+      g_(g),
+      form_(std::move(form)),
+      frame1_(new QGroupBox("Suchkriterien", this)),
+      grid_(new QTableView(this)),
+      model_(nullptr),
+      blaettern_(nullptr),
+      label1_(new QLabel(this)) {
     const bool persons = form_->persons;
     setObjectName(form_->name());
-    setWindowTitle(persons ? "  TOLMA_3x_Access  (Auswahlliste - Personen)" : " TOLMA_3x_Access  (Auswahlliste - Betriebe)");
+    setWindowTitle(persons ? "  TOLMA_3x_Access  (Auswahlliste - Personen)"
+                           : " TOLMA_3x_Access  (Auswahlliste - Betriebe)");
     auto* outer = new QVBoxLayout(this);
 
     frame1_->setObjectName("Frame1");
@@ -72,15 +79,18 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
     // Wide enough for the caption and, for names, for a good part of the name.
     for (int c = 0; c < static_cast<int>(columns.size()); ++c) {
         const auto& column = columns[static_cast<size_t>(c)];
-        const int caption = grid_->fontMetrics().horizontalAdvance(QString::fromUtf8(column.caption)) + 20;
-        const int content = grid_->fontMetrics().horizontalAdvance('M') * std::min(column.maxLength > 0 ? column.maxLength : 12, 18);
+        const int caption =
+            grid_->fontMetrics().horizontalAdvance(QString::fromUtf8(column.caption)) + 20;
+        const int content = grid_->fontMetrics().horizontalAdvance('M') *
+                            std::min(column.maxLength > 0 ? column.maxLength : 12, 18);
         grid_->setColumnWidth(c, std::max(caption, content));
     }
     connect(grid_, &QTableView::doubleClicked, this, [this] { command(0); });
     list->addWidget(grid_);
     auto* under = new QHBoxLayout;
     form_->data.Caption = "blättern";
-    blaettern_ = new DataControlWidget(form_->data, [this] { selectCurrentRow(); }, frame2);
+    blaettern_ = new DataControlWidget(
+        form_->data, [this] { selectCurrentRow(); }, frame2);
     under->addWidget(blaettern_);
     label1_->setObjectName("Label1");
     under->addWidget(label1_, 1);
@@ -105,36 +115,43 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
         });
     }
     buttons->addStretch(1);
-    addCommandButtons(this, buttons, "Command1", {{0, "OK"}, {1, "Abbrechen"}}, [this](int i) { command(i); });
+    addCommandButtons(this, buttons, "Command1", {{0, "OK"}, {1, "Abbrechen"}},
+                      [this](int i) { command(i); });
     auto* frame3 = new QGroupBox("drucken", this);
     frame3->setObjectName("Frame3");
     auto* print = new QHBoxLayout(frame3);
-    addCommandButtons(frame3, print, "Command1", {{3, "Satz"}, {4, "Liste"}}, [this](int i) { command(i); });
+    addCommandButtons(frame3, print, "Command1", {{3, "Satz"}, {4, "Liste"}},
+                      [this](int i) { command(i); });
     buttons->addWidget(frame3);
     outer->addLayout(buttons);
 
-    connect(grid_->selectionModel(), &QItemSelectionModel::currentRowChanged, this, [this](const QModelIndex& current) {
-        if (syncing_ || !current.isValid()) return;
-        try {
-            form_->data.Recordset().setAbsolutePosition(current.row());
-        } catch (const std::exception&) {
-        }
-        browse::updateCounter(*form_);
-        label1_->setText(QString::fromStdString(form_->Label1));
-        blaettern_->refresh();
-    });
+    connect(grid_->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
+            [this](const QModelIndex& current) {
+                if (syncing_ || !current.isValid()) return;
+                try {
+                    form_->data.Recordset().setAbsolutePosition(current.row());
+                } catch (const std::exception&) {
+                }
+                browse::updateCounter(*form_);
+                label1_->setText(QString::fromStdString(form_->Label1));
+                blaettern_->refresh();
+            });
     refreshFromCore();
 }
 
-ListWindow::~ListWindow() { browse::Form_Unload(g_, *form_); }
+ListWindow::~ListWindow() {
+    browse::Form_Unload(g_, *form_);
+}
 
 int ListWindow::widthForAllColumns() const {
     int columns = 0;
     for (int c = 0; c < grid_->model()->columnCount(); ++c) columns += grid_->columnWidth(c);
     // The grid's row numbers, its scroll bar and frame, and the margins of the form's frames.
-    const int grid = grid_->verticalHeader()->sizeHint().width() + grid_->style()->pixelMetric(QStyle::PM_ScrollBarExtent) +
+    const int grid = grid_->verticalHeader()->sizeHint().width() +
+                     grid_->style()->pixelMetric(QStyle::PM_ScrollBarExtent) +
                      2 * grid_->frameWidth() + 12;
-    return columns + grid + width() - grid_->viewport()->width() - grid_->verticalHeader()->width() -
+    return columns + grid + width() - grid_->viewport()->width() -
+           grid_->verticalHeader()->width() -
            grid_->style()->pixelMetric(QStyle::PM_ScrollBarExtent) - 2 * grid_->frameWidth();
 }
 

@@ -21,7 +21,7 @@ class RecordsetTableModel;
 class ListWindow : public QWidget {
     Q_OBJECT
 
-public:
+  public:
     ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form, QWidget* parent = nullptr);
     ~ListWindow() override;
 
@@ -31,14 +31,14 @@ public:
     // Shows the form's state: rows, current row, counter, search frame.
     void refreshFromCore();
 
-signals:
+  signals:
     void closeRequested();
     void recordLoaded();
 
-protected:
+  protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
-private:
+  private:
     void command(int index);
     void selectCurrentRow();
 

@@ -13,14 +13,14 @@
 #include "core/error_log.h"
 #include "core/menu.h"
 #include "core/version.h"
+#include "ui/evaluation_window.h"
 #include "ui/export_window.h"
+#include "ui/import_windows.h"
 #include "ui/info_window.h"
+#include "ui/list_window.h"
 #include "ui/options_window.h"
 #include "ui/print_support.h"
-#include "ui/list_window.h"
 #include "ui/record_view.h"
-#include "ui/evaluation_window.h"
-#include "ui/import_windows.h"
 #include "ui/twips.h"
 
 namespace tolma::ui {
@@ -66,13 +66,18 @@ const MenuDef kMenu[] = {
 }  // namespace
 
 MainWindow::MainWindow(core::Globals& g, QWidget* parent)
-    : QMainWindow(parent), g_(g), mdiArea_(new QMdiArea(this)), recordView_(new RecordView(g, this)) {
+    : QMainWindow(parent),
+      g_(g),
+      mdiArea_(new QMdiArea(this)),
+      recordView_(new RecordView(g, this)) {
     setObjectName("MDIForm1");
     setWindowTitle(QString::fromStdString(g_.caption));
     setCentralWidget(mdiArea_);
     mdiArea_->setMinimumSize(200, 150);
     // The record view stays maximized behind the forms; a form that gets the focus keeps its size.
-    mdiArea_->setOption(QMdiArea::DontMaximizeSubWindowOnActivation);  // the window keeps its designed size; the view scrolls
+    mdiArea_->setOption(
+        QMdiArea::DontMaximizeSubWindowOnActivation);  // the window keeps its designed size; the
+                                                       // view scrolls
     core::MDIForm_Load(g_, core::App_PrevInstance(core::instanceLockFile()));
     keptSize_ = QSize(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
     resize(keptSize_);
@@ -149,7 +154,8 @@ void MainWindow::unloadForm(const std::string& name) {
 
 void MainWindow::openList(bool persons) {
     auto form = std::make_unique<browse::ListForm>(persons);
-    const bool shown = persons ? browse::menue_suchen_person(g_, *form) : browse::menue_suchen_betrieb(g_, *form);
+    const bool shown =
+        persons ? browse::menue_suchen_person(g_, *form) : browse::menue_suchen_betrieb(g_, *form);
     if (!shown) return;
     auto* list = new ListWindow(g_, std::move(form));
     QMdiSubWindow* window = addChild(list, QSize(760, 520));
@@ -180,45 +186,52 @@ void MainWindow::openOptions() {
 
 void MainWindow::showOptionsWindow() {
     if (auto* open = mdiArea_->findChild<OptionsWindow*>("Frm_Optionen")) {
-        if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget())) mdiArea_->setActiveSubWindow(sub);
+        if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget()))
+            mdiArea_->setActiveSubWindow(sub);
         return;
     }
     auto* form = new OptionsWindow(g_);
-    QMdiSubWindow* window = addChild(form, QSize(twipsToPixels(this, 12120), twipsToPixels(this, 8850)));
+    QMdiSubWindow* window =
+        addChild(form, QSize(twipsToPixels(this, 12120), twipsToPixels(this, 8850)));
     connect(form, &OptionsWindow::closeRequested, window, &QMdiSubWindow::close);
     connect(form, &OptionsWindow::storeChanged, this, [this] { refreshFromCore(); });
 }
 
 void MainWindow::openEvaluation() {
     if (auto* open = mdiArea_->findChild<EvaluationWindow*>("Frm_Auswertung")) {
-        if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget())) mdiArea_->setActiveSubWindow(sub);
+        if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget()))
+            mdiArea_->setActiveSubWindow(sub);
         return;
     }
     auto* form = new EvaluationWindow(g_);
-    QMdiSubWindow* window = addChild(form, QSize(std::min(900, mdiArea_->viewport()->width()), mdiArea_->viewport()->height()));
+    QMdiSubWindow* window = addChild(
+        form, QSize(std::min(900, mdiArea_->viewport()->width()), mdiArea_->viewport()->height()));
     connect(form, &EvaluationWindow::closeRequested, window, &QMdiSubWindow::close);
-    connect(form, &EvaluationWindow::openStates, this, [this](const std::vector<std::pair<std::string, std::string>>& states) {
-        auto list = std::make_unique<browse::ListForm>(false);
-        if (!browse::openBusinessListOf(g_, *list, states)) return;
-        auto* listWindow = new ListWindow(g_, std::move(list));
-        QMdiSubWindow* sub = addChild(listWindow, QSize(760, 520));
-        fitListWindow(sub, listWindow);
-        connect(listWindow, &ListWindow::closeRequested, sub, &QMdiSubWindow::close);
-        connect(listWindow, &ListWindow::recordLoaded, this, [this] { refreshFromCore(); });
-        refreshFromCore();
-    });
+    connect(form, &EvaluationWindow::openStates, this,
+            [this](const std::vector<std::pair<std::string, std::string>>& states) {
+                auto list = std::make_unique<browse::ListForm>(false);
+                if (!browse::openBusinessListOf(g_, *list, states)) return;
+                auto* listWindow = new ListWindow(g_, std::move(list));
+                QMdiSubWindow* sub = addChild(listWindow, QSize(760, 520));
+                fitListWindow(sub, listWindow);
+                connect(listWindow, &ListWindow::closeRequested, sub, &QMdiSubWindow::close);
+                connect(listWindow, &ListWindow::recordLoaded, this, [this] { refreshFromCore(); });
+                refreshFromCore();
+            });
 }
 
 void MainWindow::openInfo() {
     // Info is shown beside whatever is open: no other function closes, no mark is set. A
     // second click brings it to the front and builds its text anew.
     if (auto* open = mdiArea_->findChild<InfoWindow*>("Frm_Info")) {
-        if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget())) mdiArea_->setActiveSubWindow(sub);
+        if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget()))
+            mdiArea_->setActiveSubWindow(sub);
         open->activate();
         return;
     }
     auto* form = new InfoWindow(g_);
-    QMdiSubWindow* window = addChild(form, QSize(twipsToPixels(this, 4200), twipsToPixels(this, 5800)));
+    QMdiSubWindow* window =
+        addChild(form, QSize(twipsToPixels(this, 4200), twipsToPixels(this, 5800)));
     connect(form, &InfoWindow::closeRequested, window, &QMdiSubWindow::close);
 }
 
@@ -268,8 +281,9 @@ void MainWindow::buildMenu() {
         }
         entries_[m.name] = action;
     }
-    for (const char* marked : {"menue_suchen_person", "menue_suchen_betrieb", "menue_info", "menue_extras_optionen",
-                               "menue_import_datenbank", "menue_export_textdatei"})
+    for (const char* marked :
+         {"menue_suchen_person", "menue_suchen_betrieb", "menue_info", "menue_extras_optionen",
+          "menue_import_datenbank", "menue_export_textdatei"})
         entries_[marked]->setCheckable(true);
 }
 
@@ -283,7 +297,8 @@ void MainWindow::trigger(const std::string& name) {
             close();
         } else if (name == "menue_hilfe_suchen") {
             // A missing help page is not reported.
-            QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString((g_.dataDir / "hilfe.htm").string())));
+            QDesktopServices::openUrl(
+                QUrl::fromLocalFile(QString::fromStdString((g_.dataDir / "hilfe.htm").string())));
         } else if (name == "menue_info") {
             openInfo();
         } else if (name == "menue_suchen_betrieb" || name == "menue_suchen_person") {
@@ -347,7 +362,8 @@ void MainWindow::fitRecordView() {
     const QSize missing = recordView_->missingRoom();
     if (missing.width() <= 0 && missing.height() <= 0) return;
     QSize grown = keptSize_ + missing.expandedTo(QSize(0, 0));
-    if (screen()) grown = grown.boundedTo(screen()->availableGeometry().size()).expandedTo(keptSize_);
+    if (screen())
+        grown = grown.boundedTo(screen()->availableGeometry().size()).expandedTo(keptSize_);
     keptSize_ = grown;
     resize(keptSize_);
 }

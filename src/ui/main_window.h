@@ -21,7 +21,7 @@ class RecordView;
 class MainWindow : public QMainWindow {
     Q_OBJECT
 
-public:
+  public:
     static constexpr int kWidthTwips = 12165;
     static constexpr int kHeightTwips = 8940;
 
@@ -42,11 +42,11 @@ public:
     QSize keptSize() const { return keptSize_; }
     void fitRecordView();
 
-protected:
+  protected:
     void closeEvent(QCloseEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
-private:
+  private:
     void buildMenu();
     void openList(bool persons);
     void openWalk();

@@ -18,15 +18,20 @@
 namespace tolma::ui {
 
 OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
-    : QWidget(parent), g_(g), check1_(new QCheckBox("Filter aktiviert", this)), list1_(new QListWidget(this)),
+    : QWidget(parent),
+      g_(g),
+      check1_(new QCheckBox("Filter aktiviert", this)),
+      list1_(new QListWidget(this)),
       text7_(new QLineEdit(this)) {
     setObjectName("Frm_Optionen");
     setWindowTitle(" TOLMA_3x_Access  (Optionen)");
     auto* outer = new QHBoxLayout(this);
 
     auto* stores = new QVBoxLayout;
-    const char* frameCaptions[] = {"Datenbank (BETRIEBSBEZOGENE DATEN)", "Datenbank (MELDUNGSBEZOGENE DATEN)"};
-    const char* kindCaptions[] = {"Daten-Art in \"meldungsbezogen\" ändern", "Daten-Art in \"betriebsbezogen\" ändern"};
+    const char* frameCaptions[] = {"Datenbank (BETRIEBSBEZOGENE DATEN)",
+                                   "Datenbank (MELDUNGSBEZOGENE DATEN)"};
+    const char* kindCaptions[] = {"Daten-Art in \"meldungsbezogen\" ändern",
+                                  "Daten-Art in \"betriebsbezogen\" ändern"};
     for (int i = 0; i < 2; ++i) {
         auto* frame = new QGroupBox(frameCaptions[i], this);
         frame->setObjectName(QString("Frame1_%1").arg(i));
@@ -35,8 +40,9 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
         paths_[i]->setObjectName(QString("Text6_%1").arg(i));
         paths_[i]->setReadOnly(true);
         grid->addWidget(paths_[i], 0, 0, 1, 3);
-        const std::pair<const char*, QString> buttons[] = {
-            {"Command11", "Datenbank-Pfad ändern"}, {"Command12", kindCaptions[i]}, {"Command4", "Datenbank leeren"}};
+        const std::pair<const char*, QString> buttons[] = {{"Command11", "Datenbank-Pfad ändern"},
+                                                           {"Command12", kindCaptions[i]},
+                                                           {"Command4", "Datenbank leeren"}};
         for (int b = 0; b < 3; ++b) {
             auto* button = new QPushButton(buttons[b].second, frame);
             button->setObjectName(QString("%1_%2").arg(buttons[b].first).arg(i));
@@ -60,7 +66,8 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     for (int i = 0; i < 2; ++i) {
         auto* button = new QPushButton(logCaptions[i], log);
         button->setObjectName(QString("Command2_%1").arg(i));
-        connect(button, &QPushButton::clicked, this, [this, i] { run([&] { options::Command2_Click(g_, form_, i); }); });
+        connect(button, &QPushButton::clicked, this,
+                [this, i] { run([&] { options::Command2_Click(g_, form_, i); }); });
         logLayout->addWidget(button);
     }
     stores->addWidget(log);
@@ -77,7 +84,8 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     runsLayout->addWidget(kept);
     runsLayout->addWidget(new QLabel("Importläufe aufbewahren", runs));
     runsLayout->addStretch(1);
-    connect(kept, &QSpinBox::valueChanged, this, [this](int n) { run([&] { transfer::setKeptImportRuns(g_, n); }); });
+    connect(kept, &QSpinBox::valueChanged, this,
+            [this](int n) { run([&] { transfer::setKeptImportRuns(g_, n); }); });
     stores->addWidget(runs);
     stores->addStretch(1);
     auto* back = new QPushButton("Zurück", this);
@@ -98,7 +106,8 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     frame2->setObjectName("Frame2");
     auto* f2 = new QHBoxLayout(frame2);
     check1_->setObjectName("Check1");
-    connect(check1_, &QCheckBox::clicked, this, [this](bool on) { run([&] { options::Check1_Click(g_, form_, on); }); });
+    connect(check1_, &QCheckBox::clicked, this,
+            [this](bool on) { run([&] { options::Check1_Click(g_, form_, on); }); });
     f2->addWidget(check1_);
     f5->addWidget(frame2);
     list1_->setObjectName("List1");
@@ -134,9 +143,12 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     f5->addWidget(frame6);
     outer->addWidget(frame5, 1);
 
-    connect(filterButtons_[0], &QPushButton::clicked, this, [this] { run([&] { options::Command7_Click(g_, form_); }); });
-    connect(filterButtons_[2], &QPushButton::clicked, this, [this] { run([&] { options::Command9_Click(g_, form_); }); });
-    connect(all, &QPushButton::clicked, this, [this] { run([&] { options::Command6_Click(g_, form_); }); });
+    connect(filterButtons_[0], &QPushButton::clicked, this,
+            [this] { run([&] { options::Command7_Click(g_, form_); }); });
+    connect(filterButtons_[2], &QPushButton::clicked, this,
+            [this] { run([&] { options::Command9_Click(g_, form_); }); });
+    connect(all, &QPushButton::clicked, this,
+            [this] { run([&] { options::Command6_Click(g_, form_); }); });
     connect(filterButtons_[1], &QPushButton::clicked, this, [this] {
         form_.Text7 = text7_->text().toStdString();
         run([&] { options::Command8_Click(g_, form_); });
@@ -144,7 +156,9 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     activate();
 }
 
-OptionsWindow::~OptionsWindow() { options::Form_Unload(g_); }
+OptionsWindow::~OptionsWindow() {
+    options::Form_Unload(g_);
+}
 
 void OptionsWindow::activate() {
     takeSelection();
@@ -192,7 +206,8 @@ void OptionsWindow::refreshFromCore() {
     }
     QItemSelection selection;
     for (int i = 0; i < entries.size(); ++i)
-        if (form_.selected[static_cast<size_t>(i)]) selection.select(list1_->model()->index(i, 0), list1_->model()->index(i, 0));
+        if (form_.selected[static_cast<size_t>(i)])
+            selection.select(list1_->model()->index(i, 0), list1_->model()->index(i, 0));
     list1_->selectionModel()->select(selection, QItemSelectionModel::ClearAndSelect);
     list1_->setUpdatesEnabled(true);
     QApplication::restoreOverrideCursor();

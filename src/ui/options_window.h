@@ -17,7 +17,7 @@ namespace tolma::ui {
 class OptionsWindow : public QWidget {
     Q_OBJECT
 
-public:
+  public:
     explicit OptionsWindow(core::Globals& g, QWidget* parent = nullptr);
     ~OptionsWindow() override;
 
@@ -27,11 +27,11 @@ public:
     // Shows the form's state: enabled frames, paths, the list and its selection.
     void refreshFromCore();
 
-signals:
+  signals:
     void closeRequested();
     void storeChanged();
 
-private:
+  private:
     template <class Handler>
     void run(Handler&& handler);
     void takeSelection();

@@ -35,10 +35,12 @@ QPixmap startPicture(int width, int height) {
     p.setBrush(QColor(120, 150, 180));
     for (int i = 0; i < 5; ++i) {
         const double x = front.left() + front.width() * (0.08 + i * 0.19);
-        p.drawRect(QRectF(x, front.top() + front.height() * 0.15, front.width() * 0.1, front.height() * 0.28));
+        p.drawRect(QRectF(x, front.top() + front.height() * 0.15, front.width() * 0.1,
+                          front.height() * 0.28));
     }
     p.setBrush(QColor(110, 80, 50));
-    p.drawRect(QRectF(w * 0.46, front.top() + front.height() * 0.55, w * 0.08, front.height() * 0.45));
+    p.drawRect(
+        QRectF(w * 0.46, front.top() + front.height() * 0.55, w * 0.08, front.height() * 0.45));
     p.setPen(QColor(60, 60, 60));
     p.drawLine(QPointF(0, front.bottom()), QPointF(w, front.bottom()));
 
@@ -48,8 +50,8 @@ QPixmap startPicture(int width, int height) {
     font.setPointSizeF(std::max(8.0, h * 0.035));
     p.setFont(font);
     p.setPen(QColor(40, 40, 90));
-    p.drawText(QRectF(front.left(), front.top() + front.height() * 0.44, front.width(), h * 0.06), Qt::AlignCenter,
-               "Gewerbeamt");
+    p.drawText(QRectF(front.left(), front.top() + front.height() * 0.44, front.width(), h * 0.06),
+               Qt::AlignCenter, "Gewerbeamt");
     font.setPointSizeF(std::max(9.0, h * 0.05));
     p.setFont(font);
     p.drawText(QRectF(0, h * 0.86, w, h * 0.12), Qt::AlignCenter, "TOLMA_4x_Access");
@@ -85,7 +87,8 @@ QPixmap sidePicture(int width, int height) {
     font.setPointSizeF(std::max(5.0, w * 0.032));
     p.setFont(font);
     p.setPen(QColor(170, 40, 40));
-    p.drawText(QRectF(centre.x() - w * 0.16, centre.y() - w * 0.05, w * 0.32, w * 0.1), Qt::AlignCenter, "AMT");
+    p.drawText(QRectF(centre.x() - w * 0.16, centre.y() - w * 0.05, w * 0.32, w * 0.1),
+               Qt::AlignCenter, "AMT");
     return pixmap;
 }
 

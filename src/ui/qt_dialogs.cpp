@@ -15,14 +15,24 @@ namespace tolma::ui {
 
 int QtDialogs::MsgBox(const std::string& text, int style, const std::string& title) {
     QMessageBox box(parent_);
-    box.setWindowTitle(QString::fromStdString(title.empty() ? std::string("TOLMA_4x_Access") : title));
+    box.setWindowTitle(
+        QString::fromStdString(title.empty() ? std::string("TOLMA_4x_Access") : title));
     box.setText(QString::fromStdString(text));
     switch (style & 0xF0) {
-        case core::msg::vbCritical: box.setIcon(QMessageBox::Critical); break;
-        case 32: box.setIcon(QMessageBox::Question); break;
-        case core::msg::vbExclamation: box.setIcon(QMessageBox::Warning); break;
-        case core::msg::vbInformation: box.setIcon(QMessageBox::Information); break;
-        default: break;
+        case core::msg::vbCritical:
+            box.setIcon(QMessageBox::Critical);
+            break;
+        case 32:
+            box.setIcon(QMessageBox::Question);
+            break;
+        case core::msg::vbExclamation:
+            box.setIcon(QMessageBox::Warning);
+            break;
+        case core::msg::vbInformation:
+            box.setIcon(QMessageBox::Information);
+            break;
+        default:
+            break;
     }
     if (core::msg::hasYesNo(style)) {
         auto* yes = box.addButton("&Ja", QMessageBox::YesRole);
@@ -30,14 +40,16 @@ int QtDialogs::MsgBox(const std::string& text, int style, const std::string& tit
         box.setDefaultButton(yes);
         box.setEscapeButton(static_cast<QAbstractButton*>(no));
         box.exec();
-        return box.clickedButton() == static_cast<QAbstractButton*>(yes) ? core::msg::vbYes : core::msg::vbNo;
+        return box.clickedButton() == static_cast<QAbstractButton*>(yes) ? core::msg::vbYes
+                                                                         : core::msg::vbNo;
     }
     box.addButton("OK", QMessageBox::AcceptRole);
     box.exec();
     return core::msg::vbOK;
 }
 
-std::string QtDialogs::chooseFile(const std::string& startDirectory, const std::string& filter, int filterIndex) {
+std::string QtDialogs::chooseFile(const std::string& startDirectory, const std::string& filter,
+                                  int filterIndex) {
     // "Text|pattern|Text|pattern|" of the old platform as Qt's "Text (pattern);;Text (pattern)".
     const QStringList parts = QString::fromStdString(filter).split('|', Qt::SkipEmptyParts);
     QStringList filters;
@@ -49,7 +61,8 @@ std::string QtDialogs::chooseFile(const std::string& startDirectory, const std::
     QFileDialog dialog(parent_, QString(), QString::fromStdString(startDirectory));
     dialog.setFileMode(QFileDialog::ExistingFile);
     dialog.setNameFilters(filters);
-    if (filterIndex >= 1 && filterIndex <= filters.size()) dialog.selectNameFilter(filters[filterIndex - 1]);
+    if (filterIndex >= 1 && filterIndex <= filters.size())
+        dialog.selectNameFilter(filters[filterIndex - 1]);
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return {};
     return dialog.selectedFiles().first().toStdString();
 }

@@ -9,13 +9,14 @@ namespace tolma::ui {
 // Message boxes of the system's styles as Qt dialogs; the log opens in the desktop's viewer,
 // or in a read-only window of our own where there is none.
 class QtDialogs : public core::Dialogs {
-public:
+  public:
     explicit QtDialogs(QWidget* parent) : parent_(parent) {}
     int MsgBox(const std::string& text, int style, const std::string& title) override;
     void openInViewer(const std::string& path) override;
-    std::string chooseFile(const std::string& startDirectory, const std::string& filter, int filterIndex) override;
+    std::string chooseFile(const std::string& startDirectory, const std::string& filter,
+                           int filterIndex) override;
 
-private:
+  private:
     QWidget* parent_;
 };
 

@@ -23,10 +23,10 @@ namespace {
 
 browse::DataControl* controlByName(core::Globals& g, const std::string& name) {
     auto& d = browse::dataControls(g);
-    browse::DataControl* all[] = {&d.DATA_ORG,    &d.DATA_ORG_RF,  &d.DATA_GEMEINDE, &d.DATA_BETR,
-                                  &d.DATA_Meld,   &d.DATA_ADR,     &d.DATA_BETRErl,  &d.DATA_BETRHwk,
-                                  &d.DATA_TAET,   &d.DATA_Bez_Betr_Pers, &d.DATA_PERSStaat, &d.DATA_PERS,
-                                  &d.DATA_PERSErl, &d.DATA_PERSHwk};
+    browse::DataControl* all[] = {
+        &d.DATA_ORG,       &d.DATA_ORG_RF,  &d.DATA_GEMEINDE, &d.DATA_BETR,   &d.DATA_Meld,
+        &d.DATA_ADR,       &d.DATA_BETRErl, &d.DATA_BETRHwk,  &d.DATA_TAET,   &d.DATA_Bez_Betr_Pers,
+        &d.DATA_PERSStaat, &d.DATA_PERS,    &d.DATA_PERSErl,  &d.DATA_PERSHwk};
     for (auto* c : all)
         if (c->name() == name) return c;
     return nullptr;
@@ -60,10 +60,17 @@ struct FrameBuild {
 };
 
 RecordView::RecordView(core::Globals& g, QWidget* parent)
-    : QWidget(parent), g_(g), label2_(new QLabel(this)), image1_(new QLabel(this)), image2_(new QLabel(this)),
-      frameUeberschrift_(new QGroupBox(this)), tabs_(new QTabWidget(this)),
-      frameAnzahl_(new QGroupBox("Anzahl Personen-Datensätze", this)), dataPers_(nullptr),
-      command3_(new QPushButton("zurück", this)), progress_(new QProgressBar(this)) {
+    : QWidget(parent),
+      g_(g),
+      label2_(new QLabel(this)),
+      image1_(new QLabel(this)),
+      image2_(new QLabel(this)),
+      frameUeberschrift_(new QGroupBox(this)),
+      tabs_(new QTabWidget(this)),
+      frameAnzahl_(new QGroupBox("Anzahl Personen-Datensätze", this)),
+      dataPers_(nullptr),
+      command3_(new QPushButton("zurück", this)),
+      progress_(new QProgressBar(this)) {
     setObjectName("Frm_Start");
     setWindowTitle("Frm_Start");
     setFocusPolicy(Qt::StrongFocus);
@@ -95,7 +102,8 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
     // Middle: the tabs, or in their place the start picture.
     tabs_->setObjectName("SSTab1");
     for (int i = 0; i < static_cast<int>(layout::tabs().size()); ++i)
-        tabs_->addTab(buildTab(i), QString::fromUtf8(layout::tabs()[static_cast<size_t>(i)].caption));
+        tabs_->addTab(buildTab(i),
+                      QString::fromUtf8(layout::tabs()[static_cast<size_t>(i)].caption));
     connect(tabs_, &QTabWidget::currentChanged, this, [this](int tab) {
         if (refreshing_) return;
         browse::SSTab1_Click(g_, tab);
@@ -186,7 +194,8 @@ QGroupBox* RecordView::buildFrame(const FrameBuild& build) {
     int row = 0, column = 0;
     if (def.dataControl) {
         grid->addWidget(new QLabel("Anzahl Datensätze:", this), row, 0, Qt::AlignRight);
-        auto* dc = new DataControlWidget(*controlByName(g_, def.dataControl), [this] { moved(); }, frame);
+        auto* dc = new DataControlWidget(
+            *controlByName(g_, def.dataControl), [this] { moved(); }, frame);
         controls_.push_back(dc);
         grid->addWidget(dc, row++, 1, 1, columns * 2 - 1, Qt::AlignLeft);
     }
@@ -240,7 +249,8 @@ QSize RecordView::missingRoom() const {
     for (auto* scroll : findChildren<QScrollArea*>()) {
         if (!scroll->widget()) continue;
         const QSize need = scroll->widget()->sizeHint(), have = scroll->viewport()->size();
-        missing = missing.expandedTo(QSize(need.width() - have.width(), need.height() - have.height()));
+        missing =
+            missing.expandedTo(QSize(need.width() - have.width(), need.height() - have.height()));
     }
     return missing;
 }
@@ -254,7 +264,8 @@ void RecordView::refreshFromCore() {
     if (refreshing_) return;
     refreshing_ = true;
     for (const auto& b : bindings_) {
-        const std::string text = b.control ? b.control->fieldText(b.field) : (b.text ? *b.text : std::string());
+        const std::string text =
+            b.control ? b.control->fieldText(b.field) : (b.text ? *b.text : std::string());
         setText(b.widget, QString::fromStdString(text));
     }
     for (auto* c : controls_) c->refresh();

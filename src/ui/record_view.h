@@ -25,7 +25,7 @@ struct FrameBuild;
 class RecordView : public QWidget {
     Q_OBJECT
 
-public:
+  public:
     static constexpr int kWidthTwips = 12120;
     static constexpr int kHeightTwips = 8850;
 
@@ -36,14 +36,14 @@ public:
     // How much wider and higher the view must be so that no tab needs its scroll bars.
     QSize missingRoom() const;
 
-signals:
+  signals:
     void personenAnzeigen();  // Command1 of the legal person's frame
     void zurueck();           // Command3
 
-protected:
+  protected:
     void keyPressEvent(QKeyEvent* event) override;
 
-private:
+  private:
     struct Binding {
         QWidget* widget;
         browse::DataControl* control;  // nullptr: a box that code fills

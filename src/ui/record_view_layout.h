@@ -18,8 +18,8 @@ struct FieldDef {
 
 struct FrameDef {
     const char* name;
-    const char* caption;       // nullptr: no caption
-    const char* dataControl;   // shown beside "Anzahl Datensätze:", or nullptr
+    const char* caption;      // nullptr: no caption
+    const char* dataControl;  // shown beside "Anzahl Datensätze:", or nullptr
     std::vector<FieldDef> fields;
     const char* button = nullptr;  // objectName of a button in the frame
     const char* buttonCaption = nullptr;

@@ -13,8 +13,9 @@ namespace {
 using browse::BusinessQuery;
 
 TEST(ListQueryTest, BusinessListTextsAsComposed) {
-    const std::string A = "SELECT betrieb.*, betrieb_adresse.* FROM betrieb INNER JOIN betrieb_adresse ON "
-                          "(betrieb.[betr-hist-nr] = betrieb_adresse.[betr-hist-nr]) ";
+    const std::string A =
+        "SELECT betrieb.*, betrieb_adresse.* FROM betrieb INNER JOIN betrieb_adresse ON "
+        "(betrieb.[betr-hist-nr] = betrieb_adresse.[betr-hist-nr]) ";
     const std::string D = "AND (betrieb.[betr-nr] = betrieb_adresse.[betr-nr]) ";
     const std::string E = "WHERE betrieb_adresse.[b-adr-art] = '1' ";
     const std::string k = " or [gem-kz] = '01054056' ";
@@ -23,26 +24,40 @@ TEST(ListQueryTest, BusinessListTextsAsComposed) {
         bool filter;
         std::string text;
     } cases[] = {
-        {BusinessQuery::Menu, false, A + D + E + "AND [meld-art] <> '999' ORDER BY betrieb.[betr-nr]"},
-        {BusinessQuery::Menu, true, A + D + E + "AND ([gem-kz] = ''" + k + ")AND [meld-art] <> '999' ORDER BY betrieb.[betr-nr]"},
+        {BusinessQuery::Menu, false,
+         A + D + E + "AND [meld-art] <> '999' ORDER BY betrieb.[betr-nr]"},
+        {BusinessQuery::Menu, true,
+         A + D + E + "AND ([gem-kz] = ''" + k +
+             ")AND [meld-art] <> '999' ORDER BY betrieb.[betr-nr]"},
         {BusinessQuery::Alle, false, A + D + E + "ORDER BY betrieb.[betr-nr]"},
-        {BusinessQuery::Alle, true, A + D + E + "AND [gem-kz] = ''" + k + "ORDER BY betrieb.[betr-nr]"},
+        {BusinessQuery::Alle, true,
+         A + D + E + "AND [gem-kz] = ''" + k + "ORDER BY betrieb.[betr-nr]"},
         {BusinessQuery::Aktuelle, false,
-         A + "AND betrieb.[betr-nr] = betrieb_adresse.[betr-nr] WHERE [betr-ende] Is Null AND betrieb_adresse.[b-adr-art] = "
+         A + "AND betrieb.[betr-nr] = betrieb_adresse.[betr-nr] WHERE [betr-ende] Is Null AND "
+             "betrieb_adresse.[b-adr-art] = "
              "'1'ORDER BY betrieb.[betr-nr]"},
-        {BusinessQuery::Aktuelle, true, A + D + E + "AND [gem-kz] = ''" + k + "AND [betr-ende] Is Null ORDER BY betrieb.[betr-nr]"},
+        {BusinessQuery::Aktuelle, true,
+         A + D + E + "AND [gem-kz] = ''" + k +
+             "AND [betr-ende] Is Null ORDER BY betrieb.[betr-nr]"},
         {BusinessQuery::Abgemeldete, false,
-         A + D + "WHERE [betr-ende] Is NOT Null AND betrieb_adresse.[b-adr-art] = '1' ORDER BY betrieb.[betr-nr]"},
+         A + D +
+             "WHERE [betr-ende] Is NOT Null AND betrieb_adresse.[b-adr-art] = '1' ORDER BY "
+             "betrieb.[betr-nr]"},
         {BusinessQuery::Abgemeldete, true,
-         A + D + E + "AND [gem-kz] = ''" + k + "AND [betr-ende] Is NOT Null ORDER BY betrieb.[betr-nr]"},
+         A + D + E + "AND [gem-kz] = ''" + k +
+             "AND [betr-ende] Is NOT Null ORDER BY betrieb.[betr-nr]"},
     };
     for (const auto& c : cases) EXPECT_EQ(browse::businessListQuery(c.which, c.filter, k), c.text);
     EXPECT_EQ(browse::personListQuery(" where betrieb.[gem-kz] = ''", "person.[fam-name] DESC"),
-              "SELECT person.[pers-nr], person.[p-eintr-name], person.[fam-name], betrieb.[betr-nr], betrieb.[betr-hist-nr], "
-              "betrieb.[gem-kz], betrieb.[b-eintr-name],beziehung_betrieb_person.[pers-nr-jp]  FROM (betrieb  INNER JOIN "
-              "beziehung_betrieb_person  ON (beziehung_betrieb_person.[bez-betr-hist-nr] = betrieb.[betr-hist-nr])  AND "
+              "SELECT person.[pers-nr], person.[p-eintr-name], person.[fam-name], "
+              "betrieb.[betr-nr], betrieb.[betr-hist-nr], "
+              "betrieb.[gem-kz], betrieb.[b-eintr-name],beziehung_betrieb_person.[pers-nr-jp]  "
+              "FROM (betrieb  INNER JOIN "
+              "beziehung_betrieb_person  ON (beziehung_betrieb_person.[bez-betr-hist-nr] = "
+              "betrieb.[betr-hist-nr])  AND "
               "(betrieb.[betr-nr] = beziehung_betrieb_person.[bez-betr-nr])) INNER JOIN person ON "
-              "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr]  where betrieb.[gem-kz] = '' ORDER BY "
+              "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr]  where betrieb.[gem-kz] = "
+              "'' ORDER BY "
               "person.[fam-name] DESC;");
 }
 
@@ -50,11 +65,13 @@ struct ListFixture : ImportFixture {
     browse::ListForm betr{false}, pers{true};
     ListFixture() {
         dialogs.answers = {core::msg::vbYes};
-        transfer::Upd_1_Start(g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        transfer::Upd_1_Start(
+            g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
     }
     std::string current(browse::ListForm& f, const char* field) { return f.data.fieldText(field); }
     void mark(const std::string& gemKz) {
-        insert(g().db_org, "aktuelleGemeinde", {{"gem-kz", gemKz}, {"gem-name", "x"}, {"markiert", store::Variant::boolean(true)}});
+        insert(g().db_org, "aktuelleGemeinde",
+               {{"gem-kz", gemKz}, {"gem-name", "x"}, {"markiert", store::Variant::boolean(true)}});
     }
 };
 
@@ -71,23 +88,30 @@ std::string planOf(core::Globals& g, const std::string& jet) {
 
 TEST(ListFormTest, ListsAndKeyLookUpsStayOnTheirIndexes) {
     ListFixture f;
-    for (auto which : {BusinessQuery::Menu, BusinessQuery::Alle, BusinessQuery::Aktuelle, BusinessQuery::Abgemeldete}) {
-        const std::string plan = planOf(f.g(), browse::businessListQuery(which, true, " or [gem-kz] = '01054056' "));
+    for (auto which : {BusinessQuery::Menu, BusinessQuery::Alle, BusinessQuery::Aktuelle,
+                       BusinessQuery::Abgemeldete}) {
+        const std::string plan =
+            planOf(f.g(), browse::businessListQuery(which, true, " or [gem-kz] = '01054056' "));
         EXPECT_NE(plan.find("SEARCH betrieb_adresse USING INDEX"), std::string::npos) << plan;
-        EXPECT_EQ(plan.find("TEMP B-TREE"), std::string::npos) << "the order comes from the key index: " << plan;
+        EXPECT_EQ(plan.find("TEMP B-TREE"), std::string::npos)
+            << "the order comes from the key index: " << plan;
     }
     const std::string persons = planOf(f.g(), browse::personListQuery("", ""));
     EXPECT_NE(persons.find("USING INDEX"), std::string::npos) << persons;
     // The look-ups the import and the record view run by key.
-    for (const char* lookUp : {"SELECT * FROM betrieb WHERE [betr-nr] = '010540001037' AND [betr-hist-nr] = '3'",
-                               "SELECT * FROM person WHERE [pers-nr] = '900000004737'",
-                               "DELETE FROM person_erlaubnis WHERE [pers-nr] = '1' AND [betr-nr] = '2'",
-                               "SELECT * FROM beziehung_betrieb_person WHERE [bez-betr-nr] = '010540001037'"}) {
+    for (const char* lookUp :
+         {"SELECT * FROM betrieb WHERE [betr-nr] = '010540001037' AND [betr-hist-nr] = '3'",
+          "SELECT * FROM person WHERE [pers-nr] = '900000004737'",
+          "DELETE FROM person_erlaubnis WHERE [pers-nr] = '1' AND [betr-nr] = '2'",
+          "SELECT * FROM beziehung_betrieb_person WHERE [bez-betr-nr] = '010540001037'"}) {
         const std::string plan = planOf(f.g(), lookUp);
         EXPECT_NE(plan.find("USING INDEX"), std::string::npos) << lookUp << "\n" << plan;
     }
     // Names are compared the German way, here without an index to lose.
-    EXPECT_EQ(f.rows("SELECT [betr-nr] FROM betrieb WHERE [b-eintr-name] = 'BÄCKEREI PETERSEN E.K.'").size(), 1u);
+    EXPECT_EQ(
+        f.rows("SELECT [betr-nr] FROM betrieb WHERE [b-eintr-name] = 'BÄCKEREI PETERSEN E.K.'")
+            .size(),
+        1u);
 }
 
 TEST(ListFormTest, BusinessListOpensTypesSortsAndLoadsTheRecordView) {
@@ -106,13 +130,15 @@ TEST(ListFormTest, BusinessListOpensTypesSortsAndLoadsTheRecordView) {
     browse::Text1_Click(f.g(), f.betr, 3);
     EXPECT_TRUE(f.betr.Text1[3].empty());
     // Only what stands behind "ORDER BY" is replaced; the blank ahead of it doubles.
-    EXPECT_EQ(f.betr.data.RecordSource.substr(f.betr.data.RecordSource.size() - 38), "'999'  ORDER BY betrieb.[b-eintr-name]");
+    EXPECT_EQ(f.betr.data.RecordSource.substr(f.betr.data.RecordSource.size() - 38),
+              "'999'  ORDER BY betrieb.[b-eintr-name]");
     browse::Text1_Click(f.g(), f.betr, 3);  // the column runs upward: it stays so
     EXPECT_EQ(f.betr.data.RecordSource.find(" DESC"), std::string::npos);
     f.betr.data.RecordSource = f.betr.data.RecordSource + " DESC";
     f.betr.data.Refresh();
     browse::Text1_Click(f.g(), f.betr, 3);  // a column that runs downward stays downward
-    EXPECT_NE(f.betr.data.RecordSource.find("ORDER BY betrieb.[b-eintr-name] DESC"), std::string::npos);
+    EXPECT_NE(f.betr.data.RecordSource.find("ORDER BY betrieb.[b-eintr-name] DESC"),
+              std::string::npos);
     EXPECT_EQ(f.betr.Label1, "Betrieb Nr. 1 von " + std::to_string(n));
 
     browse::Option1_Click(f.g(), f.betr, 2);
@@ -131,12 +157,15 @@ TEST(ListFormTest, FilterWithoutMarksAsksAndMarkWithoutRowsNamesTheOptions) {
     f.g().filter_aktiv_flag = -1;
     f.dialogs.answers = {core::msg::vbNo};
     EXPECT_FALSE(browse::menue_suchen_betrieb(f.g(), f.betr));
-    EXPECT_EQ(f.lastMessage(), "Filter ist aktiviert, aber keine Gemeindekennzahl festgelegt!\n\nWollen Sie eine auswählen?\n");
+    EXPECT_EQ(f.lastMessage(),
+              "Filter ist aktiviert, aber keine Gemeindekennzahl festgelegt!\n\nWollen Sie eine "
+              "auswählen?\n");
     EXPECT_FALSE(f.g().marks.menue_suchen_betrieb);
 
     f.mark("09162000");
     EXPECT_FALSE(browse::menue_suchen_betrieb(f.g(), f.betr));
-    EXPECT_EQ(f.lastMessage(), "Bitte wählen Sie im Menüpunkt ''Optionen'',\neine gültige Gemeindekennzahl aus!");
+    EXPECT_EQ(f.lastMessage(),
+              "Bitte wählen Sie im Menüpunkt ''Optionen'',\neine gültige Gemeindekennzahl aus!");
 
     f.mark("01054056");
     ASSERT_TRUE(browse::menue_suchen_betrieb(f.g(), f.betr));
@@ -148,7 +177,8 @@ TEST(ListFormTest, PersonListOpensAndOkShowsTheBusinessOnTheFirstPersonTab) {
     ListFixture f;
     ASSERT_TRUE(browse::menue_suchen_person(f.g(), f.pers));
     browse::Form_Activate(f.g(), f.pers);
-    EXPECT_EQ(f.pers.Label1, "Person Nr. 1 von " + std::to_string(f.pers.data.Recordset().RecordCount()));
+    EXPECT_EQ(f.pers.Label1,
+              "Person Nr. 1 von " + std::to_string(f.pers.data.Recordset().RecordCount()));
     f.pers.Text1[2] = "Johannsen";
     browse::Text1_Change(f.g(), f.pers, 2);
     const std::string nr = f.current(f.pers, "betr-nr");
@@ -184,7 +214,8 @@ TEST(PersonListTest, APersonAtTwoBusinessStatesStandsTwiceAndOkTakesTheChosenRow
     auto& rs = f.pers.data.Recordset();
     std::vector<long> rows;
     for (long r = 0; r < rs.RecordCount(); ++r)
-        if (rs.rowAt(r)[static_cast<size_t>(rs.fieldIndex("pers-nr"))].toString() == "900000004724") rows.push_back(r);
+        if (rs.rowAt(r)[static_cast<size_t>(rs.fieldIndex("pers-nr"))].toString() == "900000004724")
+            rows.push_back(r);
     ASSERT_EQ(rows.size(), 2u);
     rs.setAbsolutePosition(rows[1]);
     const std::string business = f.current(f.pers, "betr-nr");

@@ -10,10 +10,13 @@ namespace {
 struct RecordViewFixture : ImportFixture {
     RecordViewFixture() {
         dialogs.answers = {core::msg::vbYes};
-        transfer::Upd_1_Start(g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        transfer::Upd_1_Start(
+            g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
     }
     void load(const std::string& betrNr) {
-        const auto row = rows("SELECT [gem-kz], [betr-hist-nr] FROM betrieb WHERE [betr-nr] = '" + betrNr + "'").at(0);
+        const auto row =
+            rows("SELECT [gem-kz], [betr-hist-nr] FROM betrieb WHERE [betr-nr] = '" + betrNr + "'")
+                .at(0);
         const auto bar = row.find('|');
         browse::DB_Load_DATA(g(), row.substr(0, bar), betrNr, row.substr(bar + 1), "");
     }
@@ -21,8 +24,8 @@ struct RecordViewFixture : ImportFixture {
     void sql(const std::string& statement) { g().db_daten.Execute(statement); }
 };
 
-const std::string kBau = "010540001074";       // a GmbH with two representatives
-const std::string kFisch = "010540001407";     // an OHG with two partners
+const std::string kBau = "010540001074";    // a GmbH with two representatives
+const std::string kFisch = "010540001407";  // an OHG with two partners
 const std::string kBaeckerei = "010540001037";
 
 TEST(RecordViewTest, LoadedBusinessFillsItsDataControls) {
@@ -32,7 +35,8 @@ TEST(RecordViewTest, LoadedBusinessFillsItsDataControls) {
     EXPECT_EQ(f.field(d.DATA_BETR, "b-eintr-name"), "Nordsee Bau GmbH");
     EXPECT_EQ(f.field(d.DATA_ORG, "gem-name"), f.g().startView.Text_136);
     EXPECT_NE(f.g().startView.Text_136, "");
-    EXPECT_EQ(d.DATA_ADR.Caption, "Satz 1 von " + std::to_string(d.DATA_ADR.Recordset().RecordCount()));
+    EXPECT_EQ(d.DATA_ADR.Caption,
+              "Satz 1 von " + std::to_string(d.DATA_ADR.Recordset().RecordCount()));
     // Only the legal person itself stands among the persons: its representatives hang under it.
     EXPECT_EQ(d.DATA_PERS.Recordset().RecordCount(), 1);
     EXPECT_EQ(f.field(d.DATA_PERS, "p-art"), "JP");
@@ -53,14 +57,16 @@ TEST(RecordViewTest, SubTableWithoutRowsShowsZeroAndEmptyFields) {
 
 TEST(RecordViewTest, MovingThePersonsRequeriesTheirTabs) {
     RecordViewFixture f;
-    f.sql("UPDATE beziehung_betrieb_person SET [p-funktion] = '2x' WHERE [bez-betr-nr] = '" + kFisch + "'");
+    f.sql("UPDATE beziehung_betrieb_person SET [p-funktion] = '2x' WHERE [bez-betr-nr] = '" +
+          kFisch + "'");
     f.load(kFisch);
     auto& d = browse::dataControls(f.g());
     ASSERT_EQ(d.DATA_PERS.Recordset().RecordCount(), 2);
     const std::string first = f.field(d.DATA_PERS, "pers-nr");
     EXPECT_EQ(f.field(d.DATA_Bez_Betr_Pers, "bez-pers-nr"), first);
     EXPECT_EQ(f.g().startView.TextPers_8, "Geschäftsführender Gesellschafter");
-    f.sql("UPDATE beziehung_betrieb_person SET [p-funktion] = 'x' WHERE [bez-betr-nr] = '" + kFisch + "'");
+    f.sql("UPDATE beziehung_betrieb_person SET [p-funktion] = 'x' WHERE [bez-betr-nr] = '" +
+          kFisch + "'");
     d.DATA_PERS.Recordset().MoveNext();
     EXPECT_EQ(d.DATA_PERS.Caption, "Satz 2 von 2");
     EXPECT_NE(f.field(d.DATA_PERS, "pers-nr"), first);
@@ -71,7 +77,10 @@ TEST(RecordViewTest, MovingThePersonsRequeriesTheirTabs) {
 TEST(RecordViewTest, DecodedTextsCarryOverWhereTheCodeHasNoMeaning) {
     RecordViewFixture f;
     f.sql("UPDATE betrieb SET [korr-meld] = '3' WHERE [betr-nr] = '" + kBau + "'");
-    f.sql("UPDATE betrieb_taetigkeit SET [tk-schwerp] = '1', [tk-ummeldung] = '2' WHERE [betr-nr] = '" + kBau + "'");
+    f.sql(
+        "UPDATE betrieb_taetigkeit SET [tk-schwerp] = '1', [tk-ummeldung] = '2' WHERE [betr-nr] = "
+        "'" +
+        kBau + "'");
     f.sql("DELETE FROM betrieb_taetigkeit WHERE [betr-nr] = '" + kFisch + "'");
     f.sql("UPDATE betrieb SET [korr-meld] = '9' WHERE [betr-nr] = '" + kFisch + "'");
     auto& v = f.g().startView;
@@ -84,7 +93,10 @@ TEST(RecordViewTest, DecodedTextsCarryOverWhereTheCodeHasNoMeaning) {
     EXPECT_EQ(v.Text_Korrekturmeldung, "Eintritt gesetzl. Vertr. bei KapG");
     EXPECT_EQ(v.Text_Schwerpunkt, "ja");
     EXPECT_EQ(browse::dataControls(f.g()).DATA_TAET.Caption, "0");
-    f.sql("UPDATE betrieb_taetigkeit SET [tk-schwerp] = '0', [tk-ummeldung] = ' 2' WHERE [betr-nr] = '" + kBau + "'");
+    f.sql(
+        "UPDATE betrieb_taetigkeit SET [tk-schwerp] = '0', [tk-ummeldung] = ' 2' WHERE [betr-nr] = "
+        "'" +
+        kBau + "'");
     f.load(kBau);
     EXPECT_EQ(v.Text_Schwerpunkt, "nein");
     EXPECT_EQ(v.Text_Ummeldung, "Tätigkeit wird weiterhin ausgeübt");

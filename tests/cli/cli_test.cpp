@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -25,8 +25,10 @@ Result runCli(std::vector<std::string> args) {
 }
 
 class CliTest : public ::testing::Test {
-protected:
-    std::string home = (std::filesystem::temp_directory_path() / ("tolma-cli-" + std::to_string(::getpid()))).string();
+  protected:
+    std::string home =
+        (std::filesystem::temp_directory_path() / ("tolma-cli-" + std::to_string(::getpid())))
+            .string();
     void SetUp() override { std::filesystem::remove_all(home); }
     void TearDown() override { std::filesystem::remove_all(home); }
 };
@@ -38,15 +40,21 @@ TEST_F(CliTest, VersionPrintsTheVersionRecord) {
 }
 
 TEST_F(CliTest, SqlPrintsHeaderAndTabSeparatedRowsWithNullAsEmpty) {
-    ASSERT_EQ(runCli({"--home", home, "sql", "INSERT INTO betrieb ([betr-nr], [betr-hist-nr], [b-eintr-name]) VALUES ('1', '1', 'A\tB')"}).out, "1\n");
-    auto r = runCli({"--home", home, "sql", "SELECT DISTINCTROW [betr-nr], [betr-ende], [b-eintr-name] FROM betrieb;"});
+    ASSERT_EQ(runCli({"--home", home, "sql",
+                      "INSERT INTO betrieb ([betr-nr], [betr-hist-nr], [b-eintr-name]) VALUES "
+                      "('1', '1', 'A\tB')"})
+                  .out,
+              "1\n");
+    auto r = runCli({"--home", home, "sql",
+                     "SELECT DISTINCTROW [betr-nr], [betr-ende], [b-eintr-name] FROM betrieb;"});
     EXPECT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.out, "betr-nr\tbetr-ende\tb-eintr-name\n1\t\tA\\tB\n");
     EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(home) / "DB" / "tl_4x_b.mdb"));
 }
 
 TEST_F(CliTest, SqlOnTheSettingsStoreAndErrors) {
-    auto r = runCli({"--home", home, "sql", "--settings", "SELECT [gem-name] FROM gemeindekennzahlen WHERE [gem-kz] = '01001000'"});
+    auto r = runCli({"--home", home, "sql", "--settings",
+                     "SELECT [gem-name] FROM gemeindekennzahlen WHERE [gem-kz] = '01001000'"});
     EXPECT_EQ(r.out, "gem-name\nFlensburg, Stadt\n");
     r = runCli({"--home", home, "sql", "SELECT * FROM gibtsnicht"});
     EXPECT_EQ(r.code, 1);
@@ -59,8 +67,10 @@ TEST_F(CliTest, EveryCommandStartsFromNothingInAnEmptyHome) {
     auto r = runCli({"--home", home, "sql", "SELECT ALL * From betrieb"});
     EXPECT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.out.substr(0, 16), "betr-nr\tbetr-his");
-    for (const char* d : {"Log", "Dat", "DB"}) EXPECT_TRUE(std::filesystem::is_directory(std::filesystem::path(home) / d));
-    r = runCli({"--home", home, "sql", "--settings", "SELECT [datenart], [filter_aktiv] FROM Optionen"});
+    for (const char* d : {"Log", "Dat", "DB"})
+        EXPECT_TRUE(std::filesystem::is_directory(std::filesystem::path(home) / d));
+    r = runCli(
+        {"--home", home, "sql", "--settings", "SELECT [datenart], [filter_aktiv] FROM Optionen"});
     EXPECT_EQ(r.out, "datenart\tfilter_aktiv\nBETRIEBSBEZOGEN\t0\n");
 }
 
@@ -68,14 +78,16 @@ TEST_F(CliTest, HeldSettingsStoreFailsTheCommandWithALogEntry) {
     ASSERT_EQ(runCli({"--home", home, "sql", "SELECT 1"}).code, 0);
     const auto marker = std::filesystem::path(home) / "gesperrt";
     const std::string store = (std::filesystem::path(home) / "DB" / "TL_Org.mdb").string();
-    FILE* holder = ::popen((std::string(TOLMA_LOCK_PROBE) + " '" + store + "' hold '" + marker.string() + "'").c_str(), "w");
+    FILE* holder = ::popen(
+        (std::string(TOLMA_LOCK_PROBE) + " '" + store + "' hold '" + marker.string() + "'").c_str(),
+        "w");
     ASSERT_NE(holder, nullptr);
     for (int i = 0; i < 200 && !std::filesystem::exists(marker); ++i) ::usleep(10000);
     auto r = runCli({"--home", home, "sql", "SELECT * FROM betrieb"});
     ::pclose(holder);
     EXPECT_EQ(r.code, 1);
-    EXPECT_NE(r.err.find("Die Einstellungsdatenbank konnte nicht geöffnet werden: Die Datei '" + store +
-                         "' wird bereits"),
+    EXPECT_NE(r.err.find("Die Einstellungsdatenbank konnte nicht geöffnet werden: Die Datei '" +
+                         store + "' wird bereits"),
               std::string::npos)
         << r.err;
     std::ifstream log(std::filesystem::path(home) / "Log" / "ERROR.LOG");
@@ -96,18 +108,22 @@ TEST_F(CliTest, ImportExportAndOptionsRunAsTheProgramDoes) {
 
     r = runCli({"--home", home, "export", "--set", "4=Frau Meier"});
     EXPECT_EQ(r.code, 0) << r.err;
-    const std::string file = r.out.substr(r.out.rfind('\n', r.out.size() - 2) + 1, r.out.size() - r.out.rfind('\n', r.out.size() - 2) - 2);
+    const std::string file = r.out.substr(r.out.rfind('\n', r.out.size() - 2) + 1,
+                                          r.out.size() - r.out.rfind('\n', r.out.size() - 2) - 2);
     ASSERT_TRUE(std::filesystem::exists(file)) << r.out;
     std::ifstream exported(file, std::ios::binary);
     std::stringstream text;
     text << exported.rdbuf();
     EXPECT_NE(text.str().find("<ersteller>Frau Meier</ersteller>\r\n"), std::string::npos);
-    EXPECT_NE(text.str().find("<zahl-betriebe-gesamt>52</zahl-betriebe-gesamt>"), std::string::npos);
+    EXPECT_NE(text.str().find("<zahl-betriebe-gesamt>52</zahl-betriebe-gesamt>"),
+              std::string::npos);
     EXPECT_EQ(runCli({"--home", home, "export", "--set", "15=x"}).code, 2);
 
     r = runCli({"--home", home, "options", "--filter", "on", "--gemeinde", "01054056"});
     EXPECT_EQ(r.code, 0) << r.err;
-    EXPECT_NE(r.out.find("Filter: aktiviert\nGemeinde: 01054056  Husum, Stadt\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Filter: aktiviert\nGemeinde: 01054056  Husum, Stadt\n"),
+              std::string::npos)
+        << r.out;
     r = runCli({"--home", home, "options", "--datenart", "MELDUNGSBEZOGEN"});
     EXPECT_NE(r.out.find("Daten-Art: MELDUNGSBEZOGEN"), std::string::npos) << r.out;
     EXPECT_EQ(runCli({"--home", home, "options", "--filter", "vielleicht"}).code, 2);
@@ -122,8 +138,9 @@ TEST(TerminalDialogsTest, MessagesAsTitleAndTextAndScriptedAnswers) {
     EXPECT_EQ(d.MsgBox("Weiter?", 68, "Frage"), 6);
     EXPECT_EQ(d.MsgBox("Weiter?", 36, "Frage"), 7);
     EXPECT_EQ(d.MsgBox("Noch einmal?", 36, "Frage"), 7);  // beyond the script: No
-    EXPECT_EQ(out.str(), "Datenbank-Update!: Die Daten wurden übertragen!\nFrage: Weiter? -> Ja\n"
-                         "Frage: Weiter? -> Nein\nFrage: Noch einmal? -> Nein\n");
+    EXPECT_EQ(out.str(),
+              "Datenbank-Update!: Die Daten wurden übertragen!\nFrage: Weiter? -> Ja\n"
+              "Frage: Weiter? -> Nein\nFrage: Noch einmal? -> Nein\n");
     std::istringstream typed("j\n");
     TerminalDialogs asking(out, typed, true);
     EXPECT_EQ(asking.MsgBox("Jetzt?", 36, "Frage"), 6);
@@ -132,13 +149,16 @@ TEST(TerminalDialogsTest, MessagesAsTitleAndTextAndScriptedAnswers) {
 }
 
 TEST_F(CliTest, EvaluationPrintsItsTableWritesItsFilesAndRefusesAMalformedPeriod) {
-    const std::string sample = (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
+    const std::string sample =
+        (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
     ASSERT_EQ(runCli({"--home", home, "import", "--yes", sample}).code, 0);
-    const std::string pdf = home + "/auswertung.pdf", csv = home + "/auswertung.csv", png = home + "/auswertung.png";
-    auto r = runCli({"--home", home, "auswertung", "--von", "2000-01", "--bis", "2026-12", "--gruppe", "gemeinde", "--csv",
-                     csv, "--pdf", pdf, "--png", png});
+    const std::string pdf = home + "/auswertung.pdf", csv = home + "/auswertung.csv",
+                      png = home + "/auswertung.png";
+    auto r = runCli({"--home", home, "auswertung", "--von", "2000-01", "--bis", "2026-12",
+                     "--gruppe", "gemeinde", "--csv", csv, "--pdf", pdf, "--png", png});
     EXPECT_EQ(r.code, 0) << r.err;
-    EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "Gemeinde\tAnmeldungen\tUmmeldungen\tAbmeldungen\tSaldo\tNebenerwerb");
+    EXPECT_EQ(r.out.substr(0, r.out.find('\n')),
+              "Gemeinde\tAnmeldungen\tUmmeldungen\tAbmeldungen\tSaldo\tNebenerwerb");
     EXPECT_NE(r.out.find("\nSumme\t"), std::string::npos);
     EXPECT_EQ(r.out.substr(r.out.rfind('\n', r.out.size() - 2) + 1, 6), "Summe\t");
     EXPECT_GT(std::filesystem::file_size(csv), 3u);

@@ -52,12 +52,13 @@ Outcome shell(const std::string& script) {
 }
 
 bool namespacesWork() {
-    static const bool works = shell("unshare -rm sh -c \"mount -t tmpfs tmpfs /mnt && echo rc=0\"").code == 0;
+    static const bool works =
+        shell("unshare -rm sh -c \"mount -t tmpfs tmpfs /mnt && echo rc=0\"").code == 0;
     return works;
 }
 
 class EnvironmentTest : public ::testing::Test {
-protected:
+  protected:
     fs::path dir = fs::temp_directory_path() / ("tolma-env-" + std::to_string(::getpid()));
     std::string home = (dir / "home").string();
     std::string cli = TOLMA_CLI;
@@ -75,13 +76,14 @@ protected:
         ASSERT_EQ(run({"--home", home, "import", "--yes", sample}, out, err), 0) << err.str();
     }
     Outcome import(const std::string& prelude = "") {
-        return shell(prelude + cli + " --home " + sq(home) + " import --yes " + sq(sample) + "; echo rc=$?");
+        return shell(prelude + cli + " --home " + sq(home) + " import --yes " + sq(sample) +
+                     "; echo rc=$?");
     }
     // Runs `script` with a read-only bind mount of `path` in a namespace of its own.
     Outcome readOnly(const std::string& path, const std::string& script) {
         return shell("unshare -rm sh -c " +
-                     sq("mount --bind " + path + " " + path + " && mount -o remount,ro,bind " + path + " " + path +
-                            " && " + script));
+                     sq("mount --bind " + path + " " + path + " && mount -o remount,ro,bind " +
+                        path + " " + path + " && " + script));
     }
 };
 
@@ -98,21 +100,24 @@ TEST_F(EnvironmentTest, FullDiskFailsImportAndExportWithoutAbortOrCompleteLookin
     fs::create_directories(mnt);
     // The import of 2,000 businesses into a home on 3 MB.
     Outcome r = shell("unshare -rm sh -c " +
-                  sq("mount -t tmpfs -o size=3m tmpfs " + mnt + " && { " + cli + " --home " + mnt +
-                         "/home import --yes " + file + "; rc=$?; grep -c Speicherplatz " + mnt +
-                         "/home/Log/ERROR.LOG; echo rc=$rc; }"));
+                      sq("mount -t tmpfs -o size=3m tmpfs " + mnt + " && { " + cli + " --home " +
+                         mnt + "/home import --yes " + file + "; rc=$?; grep -c Speicherplatz " +
+                         mnt + "/home/Log/ERROR.LOG; echo rc=$rc; }"));
     EXPECT_EQ(r.code, 1) << r.out;
     EXPECT_EQ(r.out.substr(r.out.size() - 2), "1\n") << "one log entry: " << r.out;
-    EXPECT_NE(r.out.find("Der Import ist gescheitert: Nicht genügend Speicherplatz"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Der Import ist gescheitert: Nicht genügend Speicherplatz"),
+              std::string::npos)
+        << r.out;
     EXPECT_EQ(r.out.find("übertragen!"), std::string::npos) << r.out;
 
     // The export of the sample into a Dat with 60 KB left.
     prepareHome();
     r = shell("unshare -rm sh -c " +
-              sq("mount -t tmpfs -o size=60k tmpfs " + home + "/Dat && { " + cli + " --home " + home +
-                     " export; rc=$?; echo Dat:; ls -A " + home + "/Dat; echo rc=$rc; }"));
+              sq("mount -t tmpfs -o size=60k tmpfs " + home + "/Dat && { " + cli + " --home " +
+                 home + " export; rc=$?; echo Dat:; ls -A " + home + "/Dat; echo rc=$rc; }"));
     EXPECT_EQ(r.code, 1) << r.out;
-    EXPECT_NE(r.out.find("Der Export ist gescheitert: Datenträger voll"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Der Export ist gescheitert: Datenträger voll"), std::string::npos)
+        << r.out;
     EXPECT_EQ(r.out.find("erstellt!"), std::string::npos) << r.out;
     EXPECT_EQ(r.out.substr(r.out.size() - 5), "Dat:\n") << "no file is left in Dat: " << r.out;
 }
@@ -134,7 +139,9 @@ TEST_F(EnvironmentTest, UnusableDataStoreFailsTheImportAndNamesTheCause) {
     std::ofstream(store, std::ios::binary | std::ios::trunc) << garbage;
     Outcome r = import();
     EXPECT_EQ(r.code, 1) << r.out;
-    EXPECT_NE(r.out.find("nicht vollständig gespeichert: Nicht erkanntes Datenbankformat"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("nicht vollständig gespeichert: Nicht erkanntes Datenbankformat"),
+              std::string::npos)
+        << r.out;
 
     std::ofstream(store, std::ios::binary | std::ios::trunc).close();
     r = import();
@@ -144,10 +151,13 @@ TEST_F(EnvironmentTest, UnusableDataStoreFailsTheImportAndNamesTheCause) {
     // Held by another program (or by a second home whose options name the same file).
     restore();
     const std::string marker = (dir / "gesperrt").string();
-    r = import("{ sleep 3 | " + std::string(TOLMA_LOCK_PROBE) + " " + sq(store) + " hold " + sq(marker) +
-               "; } >/dev/null 2>&1 & while [ ! -e " + sq(marker) + " ]; do sleep 0.05; done; ");
+    r = import("{ sleep 3 | " + std::string(TOLMA_LOCK_PROBE) + " " + sq(store) + " hold " +
+               sq(marker) + "; } >/dev/null 2>&1 & while [ ! -e " + sq(marker) +
+               " ]; do sleep 0.05; done; ");
     EXPECT_EQ(r.code, 1) << r.out;
-    EXPECT_NE(r.out.find("gespeichert: Die Datei '" + store + "' wird bereits verwendet"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("gespeichert: Die Datei '" + store + "' wird bereits verwendet"),
+              std::string::npos)
+        << r.out;
 
     if (!namespacesWork()) GTEST_SKIP() << "no user and mount namespaces here";
     restore();
@@ -164,7 +174,8 @@ TEST_F(EnvironmentTest, UnwritableDatAndLogAreNamedAsSuch) {
     if (namespacesWork()) {
         Outcome r = readOnly(home + "/Dat", cli + " --home " + home + " export; echo rc=$?");
         EXPECT_EQ(r.code, 1) << r.out;
-        EXPECT_NE(r.out.find("Der Export ist gescheitert: Zugriff verweigert"), std::string::npos) << r.out;
+        EXPECT_NE(r.out.find("Der Export ist gescheitert: Zugriff verweigert"), std::string::npos)
+            << r.out;
         EXPECT_EQ(r.out.find("Pfad nicht gefunden"), std::string::npos) << r.out;
     }
     // A log that cannot be written is not named as if it held the entries.
@@ -173,18 +184,24 @@ TEST_F(EnvironmentTest, UnwritableDatAndLogAreNamedAsSuch) {
     std::ofstream(home + "/DB/tl_4x_b.mdb", std::ios::binary | std::ios::trunc).close();
     Outcome r = import();
     EXPECT_EQ(r.code, 1) << r.out;
-    EXPECT_NE(r.out.find("Das Fehlerprotokoll " + home + "/Log/ERROR.LOG konnte nicht geschrieben werden"),
+    EXPECT_NE(r.out.find("Das Fehlerprotokoll " + home +
+                         "/Log/ERROR.LOG konnte nicht geschrieben werden"),
               std::string::npos)
         << r.out;
-    EXPECT_NE(r.out.find("der letzte Fehler: Nicht erkanntes Datenbankformat"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("der letzte Fehler: Nicht erkanntes Datenbankformat"), std::string::npos)
+        << r.out;
 }
 
 TEST_F(EnvironmentTest, NewFilesAreTheOwnersAloneAndExistingOnesKeepTheirRights) {
     prepareHome();
-    const auto rights = [](const fs::path& p) { return fs::status(p).permissions() & fs::perms::all; };
+    const auto rights = [](const fs::path& p) {
+        return fs::status(p).permissions() & fs::perms::all;
+    };
     const auto mine = fs::perms::owner_read | fs::perms::owner_write;
-    for (const char* d : {"", "/DB", "/Dat", "/Log"}) EXPECT_EQ(rights(home + d), fs::perms::owner_all) << d;
-    for (const char* f : {"/DB/TL_Org.mdb", "/DB/tl_4x_b.mdb", "/DB/tl_4x_m.mdb"}) EXPECT_EQ(rights(home + f), mine) << f;
+    for (const char* d : {"", "/DB", "/Dat", "/Log"})
+        EXPECT_EQ(rights(home + d), fs::perms::owner_all) << d;
+    for (const char* f : {"/DB/TL_Org.mdb", "/DB/tl_4x_b.mdb", "/DB/tl_4x_m.mdb"})
+        EXPECT_EQ(rights(home + f), mine) << f;
 
     // A store the administrator opened to a group keeps that through the import's compaction.
     const std::string store = home + "/DB/tl_4x_b.mdb";
@@ -195,7 +212,8 @@ TEST_F(EnvironmentTest, NewFilesAreTheOwnersAloneAndExistingOnesKeepTheirRights)
 
     r = shell(cli + " --home " + sq(home) + " export; echo rc=$?");
     ASSERT_EQ(r.code, 0) << r.out;
-    const std::string exported = r.out.substr(r.out.rfind(home + "/Dat/"));  // the line naming the file
+    const std::string exported =
+        r.out.substr(r.out.rfind(home + "/Dat/"));  // the line naming the file
     EXPECT_EQ(rights(exported.substr(0, exported.find('\n'))), mine) << r.out;
 }
 

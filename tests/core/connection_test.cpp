@@ -11,14 +11,17 @@
 namespace tolma::test {
 namespace {
 
-long rows(const store::Database& db, const std::string& table) { return db.OpenRecordset(table).RecordCount(); }
+long rows(const store::Database& db, const std::string& table) {
+    return db.OpenRecordset(table).RecordCount();
+}
 
 void fillAndThinOut(core::Globals& g, int n) {
     auto& c = *g.db_daten.connection();
     c.beginBatch();
     for (int i = 0; i < n; ++i)
-        c.execute("INSERT INTO betrieb ([betr-nr], [betr-hist-nr], [b-bemerkung]) VALUES (?1, '1', ?2)",
-                  {store::Variant(std::to_string(i)), store::Variant(std::string(500, 'x'))});
+        c.execute(
+            "INSERT INTO betrieb ([betr-nr], [betr-hist-nr], [b-bemerkung]) VALUES (?1, '1', ?2)",
+            {store::Variant(std::to_string(i)), store::Variant(std::string(500, 'x'))});
     c.commitBatch();
     g.db_daten.Execute("DELETE FROM betrieb WHERE [betr-hist-nr] = '1' AND Val([betr-nr]) >= 10");
 }
@@ -100,7 +103,8 @@ TEST(ConnectionTest, StoreWithoutATableOrMissingEndsTheLoadWithAnEntry) {
     g.db_pfad_aktuell = (f.dir.path() / "fehlt" / "tl_4x_b.mdb").string();
     core::DB_Load(g);
     EXPECT_FALSE(g.db_daten.isSet());
-    EXPECT_NE(f.logText().find("Fehler in Sub/Function: DB_Load\r\nFehler-Source:          DAO.DBEngine\r\nFehlernummer:           3024\r\n"),
+    EXPECT_NE(f.logText().find("Fehler in Sub/Function: DB_Load\r\nFehler-Source:          "
+                               "DAO.DBEngine\r\nFehlernummer:           3024\r\n"),
               std::string::npos);
 
     auto tables = model::dataTables();
@@ -124,7 +128,8 @@ TEST(ConnectionTest, FailedCompactionIsLoggedUnderItsOwnName) {
     core::DB_Binden_loesen(g);
     EXPECT_EQ(core::A_Kompress(g, g.db_pfad_aktuell, ""), 0);
     EXPECT_NE(f.logText().find("Fehler in Sub/Function: A_Kompress\r\n"), std::string::npos);
-    EXPECT_NE(f.logText().find("Ortungs-Nummer/BetrNr:  Fehler bei Komprimierung von '" + g.db_pfad_aktuell + "'\r\n"),
+    EXPECT_NE(f.logText().find("Ortungs-Nummer/BetrNr:  Fehler bei Komprimierung von '" +
+                               g.db_pfad_aktuell + "'\r\n"),
               std::string::npos);
     EXPECT_TRUE(std::filesystem::exists(g.db_pfad_aktuell));
 }

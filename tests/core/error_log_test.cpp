@@ -10,8 +10,8 @@ namespace {
 const std::string kHead = std::string(88, '_') + "\r\n" + std::string(88, '#') + "\r\n" +
                           "[Error-Log vom      14.11.2023 22:13:20]\r\n";
 
-std::string entry(const std::string& proc, const std::string& src, const std::string& nr, const std::string& text,
-                  const std::string& loc, const std::string& val) {
+std::string entry(const std::string& proc, const std::string& src, const std::string& nr,
+                  const std::string& text, const std::string& loc, const std::string& val) {
     return std::string(38, '-') + "\r\n" + "Fehler in Sub/Function: " + proc + "\r\n" +
            "Fehler-Source:          " + src + "\r\n" + "Fehlernummer:           " + nr + "\r\n" +
            "Fehlertext:             " + text + "\r\n" + "Fehlerortung:           " + loc + "\r\n" +
@@ -21,13 +21,17 @@ std::string entry(const std::string& proc, const std::string& src, const std::st
 TEST(ErrorLogTest, OneHeadPerRunSevenLinesPerEntryInWindows1252) {
     CoreFixture f;
     f.start();
-    core::A_Error_Log(f.g(), "Upd_5_Felder", "Feld zu klein für Datenmenge, Inhalt wurde gekürzt!", "3163",
-                      "Dao.Field", "b-ort = Straße", "0");
+    core::A_Error_Log(f.g(), "Upd_5_Felder", "Feld zu klein für Datenmenge, Inhalt wurde gekürzt!",
+                      "3163", "Dao.Field", "b-ort = Straße", "0");
     core::A_Error_Log(f.g(), "DB_Load", "", "3024", "Datei nicht gefunden.", "Fehlerortung: ", "0");
     EXPECT_TRUE(f.g().fehler_vorhanden);
     const std::string first =
-        kHead + entry("Upd_5_Felder", "Feld zu klein f\xFCr Datenmenge, Inhalt wurde gek\xFCrzt!", "3163", "Dao.Field",
-                      "b-ort = Stra\xDF" "e", "0") +
+        kHead +
+        entry("Upd_5_Felder", "Feld zu klein f\xFCr Datenmenge, Inhalt wurde gek\xFCrzt!", "3163",
+              "Dao.Field",
+              "b-ort = Stra\xDF"
+              "e",
+              "0") +
         entry("DB_Load", "", "3024", "Datei nicht gefunden.", "Fehlerortung: ", "0");
     EXPECT_EQ(f.logText(), first);
 
@@ -35,7 +39,8 @@ TEST(ErrorLogTest, OneHeadPerRunSevenLinesPerEntryInWindows1252) {
     f.newRun();
     f.start();
     core::A_Error_Log(f.g(), "A_Start", "DAO.DBEngine", "3045", "x", "Fehlerortung: ", "0");
-    EXPECT_EQ(f.logText(), first + kHead + entry("A_Start", "DAO.DBEngine", "3045", "x", "Fehlerortung: ", "0"));
+    EXPECT_EQ(f.logText(),
+              first + kHead + entry("A_Start", "DAO.DBEngine", "3045", "x", "Fehlerortung: ", "0"));
 }
 
 TEST(ErrorLogTest, LogIsOfferedOnlyWhenThisRunWroteToIt) {
@@ -52,7 +57,8 @@ TEST(ErrorLogTest, LogIsOfferedOnlyWhenThisRunWroteToIt) {
     ASSERT_EQ(f.dialogs.shown.size(), 2u);
     EXPECT_EQ(f.dialogs.shown[1].title, "Achtung!");
     EXPECT_EQ(f.dialogs.shown[1].style, 36);
-    EXPECT_EQ(f.dialogs.shown[1].text, "Update-Fehler!\nWollen Sie die Log-Datei ('" + f.g().pfad_log + "ERROR.LOG') ansehen?");
+    EXPECT_EQ(f.dialogs.shown[1].text, "Update-Fehler!\nWollen Sie die Log-Datei ('" +
+                                           f.g().pfad_log + "ERROR.LOG') ansehen?");
     EXPECT_EQ(f.dialogs.viewed, (std::vector<std::string>{f.g().pfad_log + "ERROR.LOG"}));
 }
 

@@ -10,7 +10,7 @@ namespace tolma::test {
 
 // Scripted answers and a record of every message shown.
 class FakeDialogs : public core::Dialogs {
-public:
+  public:
     struct Shown {
         std::string text;
         int style;

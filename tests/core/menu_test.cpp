@@ -45,7 +45,8 @@ TEST(MenuTest, ASecondCopyOfTheProgramIsWarnedOnceAndGoesOn) {
     EXPECT_EQ(f.dialogs.shown[0].title, "Programmstart!");
     EXPECT_EQ(f.dialogs.shown[0].style, core::msg::vbCritical);
     EXPECT_EQ(f.dialogs.shown[0].text,
-              "Eine Instanz dieses Programmes läuft bereits,\nbitte beenden Sie alle Instanzen im Hintergrund bevor Sie "
+              "Eine Instanz dieses Programmes läuft bereits,\nbitte beenden Sie alle Instanzen im "
+              "Hintergrund bevor Sie "
               "''OK'' klicken!\n\n");
 }
 
@@ -58,7 +59,8 @@ TEST(MenuTest, ConversionFileEntryOffersTheOptionsWhenNoFileIsSet) {
     f.dialogs.answers = {core::msg::vbYes};
     core::menue_Ums_bearbeiten(f.g());
     ASSERT_FALSE(f.dialogs.shown.empty());
-    EXPECT_EQ(f.dialogs.shown.back().text, "\nEs wurde keine Umsetz-Datei ausgewählt!\n\nWollen Sie eine auswählen?\n");
+    EXPECT_EQ(f.dialogs.shown.back().text,
+              "\nEs wurde keine Umsetz-Datei ausgewählt!\n\nWollen Sie eine auswählen?\n");
     EXPECT_EQ(f.dialogs.shown.back().title, "Letzter Titel");
     EXPECT_EQ(shown, std::vector<std::string>{"Frm_Optionen"});
 
@@ -70,7 +72,7 @@ TEST(MenuTest, ConversionFileEntryOffersTheOptionsWhenNoFileIsSet) {
 }
 
 class ChoosingDialogs : public FakeDialogs {
-public:
+  public:
     std::string file;
     std::string chooseFile(const std::string&, const std::string& filter, int index) override {
         filters.push_back(filter + "#" + std::to_string(index));
@@ -96,8 +98,9 @@ TEST(MenuTest, ExportDatabaseIsChosenStoredAndAskedForAgain) {
     core::menue_DB_auswahl_export(f.g());
     ASSERT_FALSE(dialogs.shown.empty());
     EXPECT_EQ(dialogs.shown.back().title, "Auswahl der Export-Datenbank!");
-    EXPECT_EQ(dialogs.shown.back().text,
-              "\nExport-Datenbank = /daten/export.mdb\n\nWollen Sie eine andere Datenbank auswählen?\n");
+    EXPECT_EQ(
+        dialogs.shown.back().text,
+        "\nExport-Datenbank = /daten/export.mdb\n\nWollen Sie eine andere Datenbank auswählen?\n");
     EXPECT_EQ(dialogs.filters.size(), 1u);  // No ends it before the dialog
 }
 

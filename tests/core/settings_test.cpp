@@ -9,7 +9,7 @@ namespace {
 
 // A started program whose Optionen row is then set as a test needs and read again.
 class SettingsTest : public ::testing::Test {
-protected:
+  protected:
     CoreFixture f;
     void SetUp() override { f.start(); }
     void setRow(const std::string& field, const store::Variant& value) {
@@ -41,7 +41,8 @@ TEST_F(SettingsTest, PathToAFileOfAnotherNameGivesTheMessageAndTheDefault) {
     EXPECT_EQ(f.dialogs.shown[0].title, "Datenbank-Fehler!");
     EXPECT_EQ(f.dialogs.shown[0].style, 16);
     EXPECT_EQ(f.dialogs.shown[0].text,
-              "\nDie Datenbank wurde am angegebenen Ort nicht gefunden,\n\ndeshalb verwendet das Programm die Default-Datenbank!\n\n");
+              "\nDie Datenbank wurde am angegebenen Ort nicht gefunden,\n\ndeshalb verwendet das "
+              "Programm die Default-Datenbank!\n\n");
     EXPECT_EQ(rowValue("db_meldungsbezogen"), f.g().pfad_db + "tl_4x_m.mdb");
     EXPECT_EQ(f.g().db_meld_pfad, f.g().pfad_db + "tl_4x_m.mdb");
 }
@@ -77,7 +78,9 @@ TEST_F(SettingsTest, NullFlagEndsTheReadingThroughItsTrap) {
     core::A_org_lesen(g);
     EXPECT_TRUE(g.datenart_wert.empty());
     EXPECT_NE(f.logText().find("Fehler in Sub/Function: A_org_lesen\r\n"), std::string::npos);
-    EXPECT_NE(f.logText().find("Fehlerortung:           Fehlerortung: \r\nOrtungs-Nummer/BetrNr:  2\r\n"), std::string::npos);
+    EXPECT_NE(
+        f.logText().find("Fehlerortung:           Fehlerortung: \r\nOrtungs-Nummer/BetrNr:  2\r\n"),
+        std::string::npos);
 }
 
 TEST_F(SettingsTest, FlagsAreReadAsZeroAndMinusOne) {

@@ -25,7 +25,8 @@ TEST(StartTest, FirstStartMakesDirectoriesCopiesStoresAndCreatesTheOptionsRow) {
     CoreFixture f;
     f.start();
     EXPECT_EQ(countEntries(f.home()), 3);
-    for (const char* d : {"Log", "Dat", "DB"}) EXPECT_TRUE(std::filesystem::is_directory(f.home() / d)) << d;
+    for (const char* d : {"Log", "Dat", "DB"})
+        EXPECT_TRUE(std::filesystem::is_directory(f.home() / d)) << d;
     EXPECT_EQ(countEntries(f.home() / "DB"), 3);
     EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
     EXPECT_EQ(f.g().pfad_db, (f.home() / "DB").string() + "/");
@@ -89,7 +90,10 @@ TEST(StartTest, SecondProcessHoldingTheSettingsStoreMakesTheStartFailAtOpening) 
     const auto store = first.home() / "DB" / "TL_Org.mdb";
     first.newRun();  // the first run lets go
     const auto marker = first.dir.path() / "gesperrt";
-    FILE* holder = ::popen((std::string(TOLMA_LOCK_PROBE) + " '" + store.string() + "' hold '" + marker.string() + "'").c_str(), "w");
+    FILE* holder = ::popen(
+        (std::string(TOLMA_LOCK_PROBE) + " '" + store.string() + "' hold '" + marker.string() + "'")
+            .c_str(),
+        "w");
     ASSERT_NE(holder, nullptr);
     for (int i = 0; i < 200 && !std::filesystem::exists(marker); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -100,8 +104,10 @@ TEST(StartTest, SecondProcessHoldingTheSettingsStoreMakesTheStartFailAtOpening) 
     EXPECT_FALSE(first.g().db_org.isSet());
     EXPECT_FALSE(first.g().db_daten.isSet());
     const std::string log = first.logText();
-    EXPECT_NE(log.find("Fehler in Sub/Function: A_Start\r\nFehler-Source:          DAO.DBEngine\r\nFehlernummer:           3045\r\n"),
-              std::string::npos) << log;
+    EXPECT_NE(log.find("Fehler in Sub/Function: A_Start\r\nFehler-Source:          "
+                       "DAO.DBEngine\r\nFehlernummer:           3045\r\n"),
+              std::string::npos)
+        << log;
 }
 
 TEST(StartTest, CommandLineGoesToTheImportWithTheWindowDisabled) {

@@ -11,7 +11,8 @@ namespace {
 using evaluation::Month;
 
 std::vector<evaluation::Section> sections() {
-    return evaluation::loadSections(std::filesystem::path(TOLMA_STORE_DIR) / "wz2008_abschnitte.csv");
+    return evaluation::loadSections(std::filesystem::path(TOLMA_STORE_DIR) /
+                                    "wz2008_abschnitte.csv");
 }
 
 TEST(EvaluationTest, EveryBoundaryOfTheSectionRanges) {
@@ -21,15 +22,17 @@ TEST(EvaluationTest, EveryBoundaryOfTheSectionRanges) {
         const char* key;
         const char* letter;  // nullptr: no section
     } cases[] = {
-        {"00.00", nullptr}, {"01.11.0", "A"}, {"03.22", "A"}, {"04", nullptr}, {"05.10", "B"}, {"09.90", "B"},
-        {"10.71.0", "C"},   {"33.20", "C"},   {"34", nullptr}, {"35.11", "D"}, {"36.00", "E"}, {"39.00", "E"},
-        {"40", nullptr},    {"41.10", "F"},   {"43.99", "F"},  {"44", nullptr}, {"45.11", "G"}, {"47.24.0", "G"},
-        {"48", nullptr},    {"49.10", "H"},   {"53.20", "H"},  {"54", nullptr}, {"55.10", "I"}, {"56.10.3", "I"},
-        {"57", nullptr},    {"58.11", "J"},   {"63.99", "J"},  {"64.19", "K"}, {"66.30", "K"}, {"67", nullptr},
-        {"68.10", "L"},     {"69.10", "M"},   {"75.00", "M"},  {"76", nullptr}, {"77.11", "N"}, {"82.99", "N"},
-        {"83", nullptr},    {"84.11", "O"},   {"85.10", "P"},  {"86.10", "Q"}, {"88.99", "Q"}, {"89", nullptr},
-        {"90.01", "R"},     {"93.29", "R"},   {"94.11", "S"},  {"96.09", "S"}, {"97.00", "T"}, {"98.20", "T"},
-        {"99.00", "U"},     {"", nullptr},    {"x1", nullptr}, {" 56.10", "I"},
+        {"00.00", nullptr}, {"01.11.0", "A"}, {"03.22", "A"},   {"04", nullptr},  {"05.10", "B"},
+        {"09.90", "B"},     {"10.71.0", "C"}, {"33.20", "C"},   {"34", nullptr},  {"35.11", "D"},
+        {"36.00", "E"},     {"39.00", "E"},   {"40", nullptr},  {"41.10", "F"},   {"43.99", "F"},
+        {"44", nullptr},    {"45.11", "G"},   {"47.24.0", "G"}, {"48", nullptr},  {"49.10", "H"},
+        {"53.20", "H"},     {"54", nullptr},  {"55.10", "I"},   {"56.10.3", "I"}, {"57", nullptr},
+        {"58.11", "J"},     {"63.99", "J"},   {"64.19", "K"},   {"66.30", "K"},   {"67", nullptr},
+        {"68.10", "L"},     {"69.10", "M"},   {"75.00", "M"},   {"76", nullptr},  {"77.11", "N"},
+        {"82.99", "N"},     {"83", nullptr},  {"84.11", "O"},   {"85.10", "P"},   {"86.10", "Q"},
+        {"88.99", "Q"},     {"89", nullptr},  {"90.01", "R"},   {"93.29", "R"},   {"94.11", "S"},
+        {"96.09", "S"},     {"97.00", "T"},   {"98.20", "T"},   {"99.00", "U"},   {"", nullptr},
+        {"x1", nullptr},    {" 56.10", "I"},
     };
     for (const auto& c : cases) {
         const auto* s = evaluation::sectionOf(all, c.key);
@@ -39,17 +42,27 @@ TEST(EvaluationTest, EveryBoundaryOfTheSectionRanges) {
             EXPECT_TRUE(s && s->letter == c.letter) << c.key;
     }
     EXPECT_EQ(evaluation::sectionOf(all, "56.10.3")->title, "Gastgewerbe");
-    EXPECT_EQ(all[4].title, "Wasserversorgung; Abwasser- und Abfallentsorgung und Beseitigung von Umweltverschmutzungen");
+    EXPECT_EQ(all[4].title,
+              "Wasserversorgung; Abwasser- und Abfallentsorgung und Beseitigung von "
+              "Umweltverschmutzungen");
 }
 
-std::string business(const std::string& nr, const std::string& gem, const std::string& art, const std::string& datum,
-                     const std::string& key, const std::string& side = "nein") {
-    std::string b = "<gem-kz>" + gem + "</gem-kz>\n<betr-nr>" + nr + "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n"
-                    "<b-eintr-name>Betrieb " + nr + "</b-eintr-name>\n<b-rechtsform-text>GmbH</b-rechtsform-text>\n"
-                    "<b-nebenerwerb>" + side + "</b-nebenerwerb>\n<meld-datum>" + datum + "</meld-datum>\n"
-                    "<meld-art>" + art + "</meld-art>\n<meld-grund-text>Neugründung</meld-grund-text>\n";
+std::string business(const std::string& nr, const std::string& gem, const std::string& art,
+                     const std::string& datum, const std::string& key,
+                     const std::string& side = "nein") {
+    std::string b = "<gem-kz>" + gem + "</gem-kz>\n<betr-nr>" + nr +
+                    "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n"
+                    "<b-eintr-name>Betrieb " +
+                    nr +
+                    "</b-eintr-name>\n<b-rechtsform-text>GmbH</b-rechtsform-text>\n"
+                    "<b-nebenerwerb>" +
+                    side + "</b-nebenerwerb>\n<meld-datum>" + datum +
+                    "</meld-datum>\n"
+                    "<meld-art>" +
+                    art + "</meld-art>\n<meld-grund-text>Neugründung</meld-grund-text>\n";
     if (!key.empty())
-        b += "<taetigkeiten>\n<taetigkeit>\n<tk-schl>" + key + "</tk-schl>\n<tk-schwerp>1</tk-schwerp>\n</taetigkeit>\n"
+        b += "<taetigkeiten>\n<taetigkeit>\n<tk-schl>" + key +
+             "</tk-schl>\n<tk-schwerp>1</tk-schwerp>\n</taetigkeit>\n"
              "</taetigkeiten>\n";
     return b;
 }
@@ -65,8 +78,8 @@ TEST(EvaluationTest, CountsByMonthLineAndKindFollowTheRules) {
         business("1005", "01001000", "03", "20250228", ""),  // no main activity
         business("1006", "01002000", "03", "20250210", "99.00"),
         business("1007", "01001000", "999", "20250110", "56.10.3"),  // never counted
-        business("1008", "01001000", "01", "20241231", "56.10.3"),  // before the period
-        business("1009", "01001000", "01", "20250301", "56.10.3"),  // after it
+        business("1008", "01001000", "01", "20241231", "56.10.3"),   // before the period
+        business("1009", "01001000", "01", "20250301", "56.10.3"),   // after it
     };
     ASSERT_EQ(f.import(file), transfer::ImportOutcome::Finished);
 
@@ -109,9 +122,12 @@ std::vector<std::vector<std::string>> readCsv(const std::string& text) {
     for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
         if (quoted) {
-            if (c == '"' && i + 1 < text.size() && text[i + 1] == '"') rows.back().back() += text[++i];
-            else if (c == '"') quoted = false;
-            else rows.back().back() += c;
+            if (c == '"' && i + 1 < text.size() && text[i + 1] == '"')
+                rows.back().back() += text[++i];
+            else if (c == '"')
+                quoted = false;
+            else
+                rows.back().back() += c;
         } else if (c == '"') {
             quoted = true;
         } else if (c == ';') {
@@ -135,16 +151,19 @@ TEST(EvaluationTest, TheCsvIsWhatASpreadsheetReads) {
     evaluation::Counts handel;
     handel.anmeldungen = 1500;
     handel.abmeldungen = 2;
-    r.lines = {{"G Handel; Instandhaltung und Reparatur von Kraftfahrzeugen", handel}, {"Mit \"Zitat\"", {}}};
+    r.lines = {{"G Handel; Instandhaltung und Reparatur von Kraftfahrzeugen", handel},
+               {"Mit \"Zitat\"", {}}};
     r.sum = handel;
     const std::string csv = evaluation::tableCsv(r);
     ASSERT_EQ(csv.substr(0, 3), "\xEF\xBB\xBF");
     const auto rows = readCsv(csv.substr(3));
     ASSERT_EQ(rows.size(), 4u);
-    EXPECT_EQ(rows[0], (std::vector<std::string>{"Wirtschaftsabschnitt", "Anmeldungen", "Ummeldungen", "Abmeldungen",
-                                                 "Saldo", "Nebenerwerb"}));
-    EXPECT_EQ(rows[1], (std::vector<std::string>{"G Handel; Instandhaltung und Reparatur von Kraftfahrzeugen", "1.500", "0",
-                                                 "2", "1.498", "0"}));
+    EXPECT_EQ(rows[0],
+              (std::vector<std::string>{"Wirtschaftsabschnitt", "Anmeldungen", "Ummeldungen",
+                                        "Abmeldungen", "Saldo", "Nebenerwerb"}));
+    EXPECT_EQ(rows[1], (std::vector<std::string>{
+                           "G Handel; Instandhaltung und Reparatur von Kraftfahrzeugen", "1.500",
+                           "0", "2", "1.498", "0"}));
     EXPECT_EQ(rows[2][0], "Mit \"Zitat\"");
     EXPECT_EQ(rows[3][0], "Summe");
 }

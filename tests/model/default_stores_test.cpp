@@ -40,7 +40,8 @@ TEST(DefaultStores, SettingsStoreHoldsTheCodeLists) {
     EXPECT_EQ(db.OpenRecordset("Optionen").RecordCount(), 0);
     EXPECT_EQ(db.OpenRecordset("aktuelleGemeinde").RecordCount(), 0);
     auto rf = db.OpenRecordset("SELECT * FROM Rechtsformen WHERE [schluessel] = '170'");
-    EXPECT_EQ(rf.Fields("bezeichnung").Value().toString(), "eingetragenes Einzelunternehmen (e.K.; e.Kfm.; e.Kfr.)");
+    EXPECT_EQ(rf.Fields("bezeichnung").Value().toString(),
+              "eingetragenes Einzelunternehmen (e.K.; e.Kfm.; e.Kfr.)");
     EXPECT_EQ(rf.Fields("typ").Value().toString(), "E");
     auto gem = db.OpenRecordset("SELECT * FROM gemeindekennzahlen WHERE [gem-kz] = '01003000'");
     EXPECT_EQ(gem.Fields("gem-name").Value().toString(), "Lübeck, Hansestadt");
@@ -48,7 +49,8 @@ TEST(DefaultStores, SettingsStoreHoldsTheCodeLists) {
 
 TEST(DefaultStores, DataStoresAreEmpty) {
     store::Database db = store::Database::OpenDatabase(kStores / kBusinessStoreFile, false, true);
-    for (const auto& t : dataTables()) EXPECT_EQ(db.OpenRecordset(t.name).RecordCount(), 0) << t.name;
+    for (const auto& t : dataTables())
+        EXPECT_EQ(db.OpenRecordset(t.name).RecordCount(), 0) << t.name;
 }
 
 }  // namespace

@@ -11,7 +11,10 @@ TEST(DateRules, FileToStoreAndBack) {
         const char* file;
         const char* store;
     } cases[] = {
-        {"20011231", "31.12.2001"}, {"88888888", "unbekannt"}, {"99999999", "unbegrenzt"}, {"", ""},
+        {"20011231", "31.12.2001"},
+        {"88888888", "unbekannt"},
+        {"99999999", "unbegrenzt"},
+        {"", ""},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(dateFileToStore(c.file), c.store);
@@ -36,10 +39,10 @@ TEST(Cleaning, ExportStepsInTheirOrder) {
         const char* stored;
         const char* written;
     } cases[] = {
-        {";abc;", "abc"},           {" ;abc", ";abc"},      {"a<b>c", "a b c"},
-        {"Zeile1\r\nZeile2", "Zeile1  Zeile2"},             {";;x;;", ";x;"},
-        {"  a & \"b\"  ", "a & \"b\""},                     {";", ""},
-        {"\n;x", ";x"},
+        {";abc;", "abc"},   {" ;abc", ";abc"},
+        {"a<b>c", "a b c"}, {"Zeile1\r\nZeile2", "Zeile1  Zeile2"},
+        {";;x;;", ";x;"},   {"  a & \"b\"  ", "a & \"b\""},
+        {";", ""},          {"\n;x", ";x"},
     };
     for (const auto& c : cases) EXPECT_EQ(cleanForExport(c.stored), c.written) << c.stored;
 }

@@ -11,12 +11,14 @@ namespace {
 struct OptionsFixture : ImportFixture {
     options::OptionsForm form;
     void mark(const std::string& kz, const std::string& name) {
-        insert(g().db_org, "aktuelleGemeinde", {{"gem-kz", kz}, {"gem-name", name}, {"markiert", store::Variant::boolean(true)}});
+        insert(g().db_org, "aktuelleGemeinde",
+               {{"gem-kz", kz}, {"gem-name", name}, {"markiert", store::Variant::boolean(true)}});
     }
     Strings marked() {
         Strings out;
         auto rs = g().db_org.OpenRecordset("SELECT * FROM aktuelleGemeinde ORDER BY [gem-kz]");
-        for (long i = 0; i < rs.RecordCount(); ++i) out.push_back(rs.rowAt(i)[0].toString() + "|" + rs.rowAt(i)[1].toString());
+        for (long i = 0; i < rs.RecordCount(); ++i)
+            out.push_back(rs.rowAt(i)[0].toString() + "|" + rs.rowAt(i)[1].toString());
         return out;
     }
 };
@@ -51,12 +53,13 @@ TEST(OptionsTest, DataKindChangeAnsweredNoChangesNothingYesSwitchesTheStore) {
     EXPECT_TRUE(f.form.frameEnabled[1]);
     EXPECT_EQ(f.g().db_name_daten, f.g().pfad_db + "tl_4x_m.mdb");
     EXPECT_EQ(f.g().caption, "TOLMA_4x_Access (meldungsbezogene Daten)");
-    EXPECT_EQ(f.lastMessage(), "Der Daten-Art wurde geändert!\nNeue Daten-Art: ''MELDUNGSBEZOGEN''");
+    EXPECT_EQ(f.lastMessage(),
+              "Der Daten-Art wurde geändert!\nNeue Daten-Art: ''MELDUNGSBEZOGEN''");
     EXPECT_TRUE(f.g().rs_betrieb.isSet());
 }
 
 class ChosenFile : public FakeDialogs {
-public:
+  public:
     std::string file;
     std::string chooseFile(const std::string&, const std::string& filter, int) override {
         seenFilter = filter;
@@ -81,21 +84,24 @@ TEST(OptionsTest, PathChangeNeedsAnExistingFileAndReopensTheStore) {
 
     const auto elsewhere = f.dir.path() / "anderswo";
     std::filesystem::create_directories(elsewhere);
-    std::filesystem::copy_file(std::filesystem::path(TOLMA_STORE_DIR) / "tl_4x_b.mdb", elsewhere / "tl_4x_b.mdb");
+    std::filesystem::copy_file(std::filesystem::path(TOLMA_STORE_DIR) / "tl_4x_b.mdb",
+                               elsewhere / "tl_4x_b.mdb");
     dialogs.answers = {core::msg::vbYes};
     dialogs.file = (elsewhere / "tl_4x_b.mdb").string();
     options::Command11_Click(f.g(), f.form, 0);
     EXPECT_EQ(f.g().db_name_daten, dialogs.file);
     EXPECT_EQ(f.g().db_betr_pfad, dialogs.file);
     ASSERT_GE(dialogs.shown.size(), 2u);
-    EXPECT_EQ(dialogs.shown[dialogs.shown.size() - 2].text, "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + dialogs.file + "''");
+    EXPECT_EQ(dialogs.shown[dialogs.shown.size() - 2].text,
+              "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + dialogs.file + "''");
     EXPECT_EQ(dialogs.shown.back().title, "Änderung des Datenbankpfades!");
 }
 
 TEST(OptionsTest, EmptyingReplacesTheActiveStoreByAnEmptyOne) {
     OptionsFixture f;
     f.dialogs.answers = {core::msg::vbYes};
-    transfer::Upd_1_Start(f.g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+    transfer::Upd_1_Start(
+        f.g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
     ASSERT_GT(f.count("betrieb"), 0);
     options::Form_Activate(f.g(), f.form);
     f.dialogs.answers = {core::msg::vbNo};
@@ -116,7 +122,8 @@ TEST(OptionsTest, EmptyingReplacesTheActiveStoreByAnEmptyOne) {
 TEST(OptionsTest, EmptyingWithoutTheEmptyStoreKeepsTheOldOneAndLogsTheRunTimeError) {
     OptionsFixture f;
     f.dialogs.answers = {core::msg::vbYes};
-    transfer::Upd_1_Start(f.g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+    transfer::Upd_1_Start(
+        f.g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
     const long stored = f.count("betrieb");
     ASSERT_GT(stored, 0);
     f.g().dataDir = f.dir.path() / "ohne-vorlagen";
@@ -125,8 +132,10 @@ TEST(OptionsTest, EmptyingWithoutTheEmptyStoreKeepsTheOldOneAndLogsTheRunTimeErr
     EXPECT_EQ(f.count("betrieb"), stored);
     EXPECT_EQ(f.entries("Command4_Click"), 1);
     EXPECT_EQ(f.dialogs.shown.back().style, core::msg::vbCritical);
-    EXPECT_EQ(f.lastMessage().rfind("Laufzeitfehler '53':\n\nDatei nicht gefunden", 0), 0u) << f.lastMessage();
-    for (const auto& m : f.dialogs.shown) EXPECT_EQ(m.text.find("leere Datenbank wurde nicht gefunden"), std::string::npos);
+    EXPECT_EQ(f.lastMessage().rfind("Laufzeitfehler '53':\n\nDatei nicht gefunden", 0), 0u)
+        << f.lastMessage();
+    for (const auto& m : f.dialogs.shown)
+        EXPECT_EQ(m.text.find("leere Datenbank wurde nicht gefunden"), std::string::npos);
 }
 
 TEST(OptionsTest, ErrorLogShownOrDeleted) {
@@ -154,7 +163,8 @@ TEST(OptionsTest, ShowAllKeepsTheSelectionsOnTheirPositions) {
     EXPECT_EQ(f.form.List1[0], "01001000  Flensburg, Stadt");
     EXPECT_TRUE(f.form.selected[0] && f.form.selected[1] && !f.form.selected[2]);
     options::Command3_Click(f.g(), f.form, 1);
-    EXPECT_EQ(f.marked(), (Strings{"01001000|Flensburg, Stadt", "01002000|Kiel, Landeshauptstadt"}));
+    EXPECT_EQ(f.marked(),
+              (Strings{"01001000|Flensburg, Stadt", "01002000|Kiel, Landeshauptstadt"}));
 }
 
 TEST(OptionsTest, KeyFilterShowsMatchesUnselectedAndBackWritesOnlyTheSelection) {

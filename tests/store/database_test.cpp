@@ -13,8 +13,8 @@
 namespace tolma::test {
 namespace {
 
-using store::Database;
 using store::DaoError;
+using store::Database;
 
 int openError(const std::filesystem::path& file, bool exclusive = false) {
     try {
@@ -36,7 +36,8 @@ int otherProgramOpens(const std::filesystem::path& file, bool exclusive) {
 TEST(DatabaseTest, MissingFileOrNoDatabaseIsRefused) {
     TempDir dir;
     EXPECT_EQ(openError(dir.path() / "fehlt.mdb"), 3024);
-    std::ofstream(dir.path() / "text.mdb") << "keine Datenbank, nur Text, aber lang genug für einen Kopf";
+    std::ofstream(dir.path() / "text.mdb")
+        << "keine Datenbank, nur Text, aber lang genug für einen Kopf";
     EXPECT_EQ(openError(dir.path() / "text.mdb"), 3343);
 }
 
@@ -74,7 +75,9 @@ TEST(DatabaseTest, HandlesShareOneConnectionUntilTheLastLetsGo) {
     view.Close();
     EXPECT_FALSE(store::Connection::isOpen(file));
     store::CompactDatabase(file, dir.path() / "DATENBANK.NEU");
-    EXPECT_EQ(Database::OpenDatabase(dir.path() / "DATENBANK.NEU").OpenRecordset("betrieb").RecordCount(), 5);
+    EXPECT_EQ(
+        Database::OpenDatabase(dir.path() / "DATENBANK.NEU").OpenRecordset("betrieb").RecordCount(),
+        5);
 }
 
 TEST(DatabaseTest, CompactingNeverOverwritesAnExistingFile) {
@@ -94,7 +97,8 @@ TEST(DatabaseTest, ExecuteReportsChangedRows) {
     TempDir dir;
     Database db = makeSampleStore(dir.path() / "tl_4x_b.mdb");
     EXPECT_EQ(db.Execute("DELETE FROM betrieb_adresse WHERE [betr-nr] = '1001'"), 2);
-    EXPECT_EQ(db.Execute("UPDATE betrieb SET [bearb-status] = 'E' WHERE [betr-ende] Is Not Null;"), 1);
+    EXPECT_EQ(db.Execute("UPDATE betrieb SET [bearb-status] = 'E' WHERE [betr-ende] Is Not Null;"),
+              1);
 }
 
 TEST(DatabaseTest, ReadOnlyFileCannotBeOpenedForWriting) {

@@ -17,7 +17,8 @@ TEST(JetTranslate, ConditionsPastedByCallersCarryTheirValuesSafely) {
         {"[betr-nr] = 'x'' OR ''1''=''1'", "([betr-nr] = 'x'' OR ''1''=''1')"},
         {"[b-eintr-name] = 'Bäcker'", "([b-eintr-name] = ('Bäcker') COLLATE jetde)"},
         {"Len([betr-nr]) > '0'", "(len([betr-nr]) > 0)"},
-        {"markiert = True AND b = \"it's\"", "(([markiert] = -1) AND ([b] = ('it''s') COLLATE jetde))"},
+        {"markiert = True AND b = \"it's\"",
+         "(([markiert] = -1) AND ([b] = ('it''s') COLLATE jetde))"},
         {"CREATE TABLE x (a TEXT);", "CREATE TABLE x (a TEXT)"},
     };
     for (const auto& c : cases) EXPECT_EQ(translate(c.jet, &keys), c.sqlite) << c.jet;
@@ -29,19 +30,33 @@ TEST(JetLike, WildcardsAndFolding) {
         const char* text;
         bool match;
     } cases[] = {
-        {"mü*", "Müller", true},        {"ÖZ?ÜRK*", "Öztürk", true},   {"MÜ*", "müller", true},
-        {"mu*", "Müller", false},       {"a#", "a1", true},            {"a#", "ab", false},
-        {"[!a]*", "bcd", true},         {"[a-c]x", "Bx", true},        {"50%*", "50% Rabatt", true},
-        {"50%*", "500", false},         {"a_c", "abc", false},         {"a_c", "a_c", true},
-        {"*", "", true},                {"?", "", false},              {"*x*y", "axbxcy", true},
-        {"[*]*", "*abc", true},         {"", "", true},                {"Stra?e", "Straße", true},
+        {"mü*", "Müller", true},
+        {"ÖZ?ÜRK*", "Öztürk", true},
+        {"MÜ*", "müller", true},
+        {"mu*", "Müller", false},
+        {"a#", "a1", true},
+        {"a#", "ab", false},
+        {"[!a]*", "bcd", true},
+        {"[a-c]x", "Bx", true},
+        {"50%*", "50% Rabatt", true},
+        {"50%*", "500", false},
+        {"a_c", "abc", false},
+        {"a_c", "a_c", true},
+        {"*", "", true},
+        {"?", "", false},
+        {"*x*y", "axbxcy", true},
+        {"[*]*", "*abc", true},
+        {"", "", true},
+        {"Stra?e", "Straße", true},
     };
-    for (const auto& c : cases) EXPECT_EQ(likeMatch(c.pattern, c.text), c.match) << c.pattern << " / " << c.text;
+    for (const auto& c : cases)
+        EXPECT_EQ(likeMatch(c.pattern, c.text), c.match) << c.pattern << " / " << c.text;
 }
 
 TEST(JetParse, FindsTheBaseTablesOfJoins) {
     auto parts = parseSelect(
-        "SELECT person.[pers-nr] FROM (betrieb INNER JOIN beziehung_betrieb_person ON (a = b) AND (c = d)) "
+        "SELECT person.[pers-nr] FROM (betrieb INNER JOIN beziehung_betrieb_person ON (a = b) AND "
+        "(c = d)) "
         "INNER JOIN person ON x = y where betrieb.[gem-kz] = '' ORDER BY person.[pers-nr]");
     ASSERT_EQ(parts.tables.size(), 3u);
     EXPECT_EQ(parts.tables[0].name, "betrieb");

@@ -20,7 +20,7 @@ int errorNumber(const std::function<void()>& f) {
 }
 
 class RecordsetTest : public ::testing::Test {
-protected:
+  protected:
     TempDir dir;
     store::Database db = makeSampleStore(dir.path() / "tl_4x_b.mdb");
 };
@@ -68,17 +68,20 @@ TEST_F(RecordsetTest, SecondAddNewDropsThePendingRowAndCancelUpdateDropsIt) {
     rs.AddNew();
     rs.Fields("pers-nr").setValue("8003");
     rs.CancelUpdate();
-    EXPECT_EQ(db.OpenRecordset("SELECT * FROM person WHERE [pers-nr] LIKE '800*'").RecordCount(), 1);
+    EXPECT_EQ(db.OpenRecordset("SELECT * FROM person WHERE [pers-nr] LIKE '800*'").RecordCount(),
+              1);
     EXPECT_EQ(errorNumber([&] { rs.Update(); }), 3020);
     EXPECT_EQ(errorNumber([&] { rs.Fields("pers-nr").setValue("x"); }), 3020);
 }
 
 TEST_F(RecordsetTest, FindFirstAndFindNextWalkEveryMatchInOrder) {
-    Recordset rs = db.OpenRecordset("SELECT * FROM betrieb ORDER BY [betr-nr] DESC, [betr-hist-nr]");
+    Recordset rs =
+        db.OpenRecordset("SELECT * FROM betrieb ORDER BY [betr-nr] DESC, [betr-hist-nr]");
     std::vector<std::string> seen;
     rs.FindFirst("[gem-kz] = '01001000'");
     while (!rs.NoMatch()) {
-        seen.push_back(rs.Fields("betr-nr").Value().toString() + "/" + rs.Fields("betr-hist-nr").Value().toString());
+        seen.push_back(rs.Fields("betr-nr").Value().toString() + "/" +
+                       rs.Fields("betr-hist-nr").Value().toString());
         rs.FindNext("[gem-kz] = '01001000'");
     }
     EXPECT_EQ(seen, (std::vector<std::string>{"1003/1", "1001/1", "1001/2"}));
@@ -95,7 +98,8 @@ TEST_F(RecordsetTest, FindFirstAndFindNextWalkEveryMatchInOrder) {
 }
 
 TEST_F(RecordsetTest, FindOnAGroupedSnapshot) {
-    Recordset rs = db.OpenRecordset("SELECT [gem-kz], count(*) AS n FROM betrieb GROUP BY [gem-kz]");
+    Recordset rs =
+        db.OpenRecordset("SELECT [gem-kz], count(*) AS n FROM betrieb GROUP BY [gem-kz]");
     rs.FindFirst("[n] = 2");
     ASSERT_FALSE(rs.NoMatch());
     EXPECT_EQ(rs.Fields("gem-kz").Value().toString(), "01002000");
@@ -103,7 +107,8 @@ TEST_F(RecordsetTest, FindOnAGroupedSnapshot) {
 
 TEST_F(RecordsetTest, JoinIsReadOnlySingleTableQueryIsWritable) {
     Recordset join = db.OpenRecordset(
-        "SELECT * FROM betrieb INNER JOIN betrieb_adresse ON betrieb.[betr-nr] = betrieb_adresse.[betr-nr]");
+        "SELECT * FROM betrieb INNER JOIN betrieb_adresse ON betrieb.[betr-nr] = "
+        "betrieb_adresse.[betr-nr]");
     EXPECT_FALSE(join.Updatable());
     EXPECT_EQ(errorNumber([&] { join.AddNew(); }), 3027);
     EXPECT_EQ(errorNumber([&] { join.Edit(); }), 3027);
@@ -113,7 +118,9 @@ TEST_F(RecordsetTest, JoinIsReadOnlySingleTableQueryIsWritable) {
     one.Fields("b-eintr-name").setValue("Öztürk Grill");
     one.Update();
     EXPECT_EQ(one.Fields("b-eintr-name").Value().toString(), "Öztürk Grill");
-    EXPECT_EQ(db.OpenRecordset("SELECT * FROM betrieb WHERE [b-eintr-name] = 'Öztürk Grill'").RecordCount(), 1);
+    EXPECT_EQ(db.OpenRecordset("SELECT * FROM betrieb WHERE [b-eintr-name] = 'Öztürk Grill'")
+                  .RecordCount(),
+              1);
 }
 
 TEST_F(RecordsetTest, FieldsByNameAndNumberWithTheirTypes) {
@@ -167,7 +174,8 @@ TEST_F(RecordsetTest, MovesBofEofAndNoCurrentRecord) {
 }
 
 TEST_F(RecordsetTest, DeleteRemovesTheRowAndMoveNextGoesOn) {
-    for (Recordset rs : {db.OpenRecordset("SELECT * FROM person ORDER BY [pers-nr]"), db.OpenRecordset("person")}) {
+    for (Recordset rs : {db.OpenRecordset("SELECT * FROM person ORDER BY [pers-nr]"),
+                         db.OpenRecordset("person")}) {
         rs.MoveFirst();
         rs.MoveNext();
         const std::string gone = rs.Fields("pers-nr").Value().toString();
@@ -175,7 +183,9 @@ TEST_F(RecordsetTest, DeleteRemovesTheRowAndMoveNextGoesOn) {
         EXPECT_EQ(errorNumber([&] { rs.Fields("pers-nr").Value(); }), 3167);
         rs.MoveNext();
         EXPECT_NE(rs.Fields("pers-nr").Value().toString(), gone);
-        EXPECT_EQ(db.OpenRecordset("SELECT * FROM person WHERE [pers-nr] = '" + gone + "'").RecordCount(), 0);
+        EXPECT_EQ(
+            db.OpenRecordset("SELECT * FROM person WHERE [pers-nr] = '" + gone + "'").RecordCount(),
+            0);
     }
     EXPECT_EQ(db.OpenRecordset("person").RecordCount(), 2);
 }
@@ -194,7 +204,9 @@ TEST_F(RecordsetTest, CopiesShareOneCursorAndCloseEndsThem) {
 
 TEST_F(RecordsetTest, MissingTableOrBrokenQueryIsAnError) {
     EXPECT_EQ(errorNumber([&] { db.OpenRecordset("gibtsnicht"); }), 3078);
-    EXPECT_EQ(errorNumber([&] { db.OpenRecordset("SELECT * FROM person WHERE [pers-nr] = 'O'Brien'"); }), 3075);
+    EXPECT_EQ(
+        errorNumber([&] { db.OpenRecordset("SELECT * FROM person WHERE [pers-nr] = 'O'Brien'"); }),
+        3075);
     EXPECT_EQ(errorNumber([&] { db.OpenRecordset("SELECT [keinfeld] FROM person"); }), 3061);
 }
 

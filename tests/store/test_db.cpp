@@ -29,7 +29,8 @@ store::Database makeDataStore(const std::filesystem::path& file) {
 }
 
 store::Database copySettingsStore(const std::filesystem::path& file) {
-    std::filesystem::copy_file(std::filesystem::path(TOLMA_STORE_DIR) / model::kSettingsStoreFile, file);
+    std::filesystem::copy_file(std::filesystem::path(TOLMA_STORE_DIR) / model::kSettingsStoreFile,
+                               file);
     return store::Database::OpenDatabase(file);
 }
 
@@ -41,7 +42,8 @@ void insert(const store::Database& db, const std::string& table, const Row& row)
         marks += values.empty() ? "?" : ", ?";
         values.push_back(value);
     }
-    db.connection()->execute("INSERT INTO [" + table + "] (" + cols + ") VALUES (" + marks + ")", values);
+    db.connection()->execute("INSERT INTO [" + table + "] (" + cols + ") VALUES (" + marks + ")",
+                             values);
 }
 
 store::Database makeSampleStore(const std::filesystem::path& file) {
@@ -50,8 +52,13 @@ store::Database makeSampleStore(const std::filesystem::path& file) {
     auto betrieb = [&](const char* nr, const char* hist, const char* gem, const char* name,
                        const char* meldArt, store::Variant ende, const char* key) {
         insert(db, "betrieb",
-               {{"betr-nr", nr}, {"betr-hist-nr", hist}, {"gem-kz", gem}, {"b-eintr-name", name},
-                {"meld-art", meldArt}, {"betr-ende", ende}, {"schluesselfeld", key},
+               {{"betr-nr", nr},
+                {"betr-hist-nr", hist},
+                {"gem-kz", gem},
+                {"b-eintr-name", name},
+                {"meld-art", meldArt},
+                {"betr-ende", ende},
+                {"schluesselfeld", key},
                 {"b-rechtsform", "230"}});
     };
     betrieb("1001", "1", "01001000", "Müller Bau GmbH", "01", null, "K1");
@@ -62,7 +69,10 @@ store::Database makeSampleStore(const std::filesystem::path& file) {
 
     auto adresse = [&](const char* nr, const char* art, const char* ort, const char* strasse) {
         insert(db, "betrieb_adresse",
-               {{"betr-nr", nr}, {"betr-hist-nr", "1"}, {"b-adr-art", art}, {"b-ort", ort},
+               {{"betr-nr", nr},
+                {"betr-hist-nr", "1"},
+                {"b-adr-art", art},
+                {"b-ort", ort},
                 {"b-strasse", strasse}});
     };
     adresse("1001", "1", "Flensburg", "Hafenstraße");
@@ -71,17 +81,23 @@ store::Database makeSampleStore(const std::filesystem::path& file) {
     adresse("1003", "1", "Flensburg", "Norderstraße");
 
     auto person = [&](const char* nr, const char* art, const char* fam, const char* eintr) {
-        insert(db, "person", {{"pers-nr", nr}, {"p-art", art}, {"fam-name", fam}, {"p-eintr-name", eintr}});
+        insert(db, "person",
+               {{"pers-nr", nr}, {"p-art", art}, {"fam-name", fam}, {"p-eintr-name", eintr}});
     };
     person("5001", "NP", "Müller", "");
     person("5002", "JP", "", "Müller Bau GmbH");
     person("5003", "NP", "Öztürk", "");
     person("5004", "NP", "Vertreter", "");
 
-    auto link = [&](const char* betr, const char* pers, int sort, const char* funktion, store::Variant jp) {
+    auto link = [&](const char* betr, const char* pers, int sort, const char* funktion,
+                    store::Variant jp) {
         insert(db, "beziehung_betrieb_person",
-               {{"bez-betr-nr", betr}, {"bez-betr-hist-nr", "1"}, {"bez-pers-nr", pers},
-                {"bez-sort-nr", sort}, {"p-funktion", funktion}, {"pers-nr-jp", jp}});
+               {{"bez-betr-nr", betr},
+                {"bez-betr-hist-nr", "1"},
+                {"bez-pers-nr", pers},
+                {"bez-sort-nr", sort},
+                {"p-funktion", funktion},
+                {"pers-nr-jp", jp}});
     };
     link("1001", "5002", 1, "2", "");
     link("1001", "5004", 2, "3", "5002");

@@ -11,12 +11,12 @@ namespace tolma::test {
 
 // A directory of its own for one test, removed afterwards.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     const std::filesystem::path& path() const { return dir_; }
 
-private:
+  private:
     std::filesystem::path dir_;
 };
 

@@ -1,9 +1,9 @@
 // An import killed at random moments leaves a sound store, and importing the file again gives
 // exactly the rows of a clean import.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
-#include <fcntl.h>
 #include <sys/wait.h>
 
 #include <chrono>
@@ -29,7 +29,8 @@ int importWithCli(const std::filesystem::path& home, const std::filesystem::path
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    if (posix_spawn(&pid, cli.c_str(), &actions, nullptr, const_cast<char**>(argv), environ) != 0) return -1;
+    if (posix_spawn(&pid, cli.c_str(), &actions, nullptr, const_cast<char**>(argv), environ) != 0)
+        return -1;
     posix_spawn_file_actions_destroy(&actions);
     if (killAfter.count() > 0) {
         std::this_thread::sleep_for(killAfter);
@@ -50,14 +51,16 @@ std::string integrity(const std::filesystem::path& store) {
 std::vector<std::string> dump(const std::filesystem::path& store) {
     std::vector<std::string> out;
     auto db = store::Database::OpenDatabase(store);
-    for (const char* table : {"betrieb", "betrieb_adresse", "betrieb_taetigkeit", "betrieb_erlaubnis",
-                              "betrieb_handwerkskarte", "betrieb_meldgrundsonst", "person", "person_staatsang",
-                              "person_erlaubnis", "person_handwerkskarte", "beziehung_betrieb_person"}) {
+    for (const char* table :
+         {"betrieb", "betrieb_adresse", "betrieb_taetigkeit", "betrieb_erlaubnis",
+          "betrieb_handwerkskarte", "betrieb_meldgrundsonst", "person", "person_staatsang",
+          "person_erlaubnis", "person_handwerkskarte", "beziehung_betrieb_person"}) {
         auto rs = db.OpenRecordset(std::string("SELECT * FROM ") + table);
         std::vector<std::string> rows;
         for (long r = 0; r < rs.RecordCount(); ++r) {
             std::string line = table;
-            for (const auto& v : rs.rowAt(r)) line += "|" + (v.isNull() ? std::string("<null>") : v.toString());
+            for (const auto& v : rs.rowAt(r))
+                line += "|" + (v.isNull() ? std::string("<null>") : v.toString());
             rows.push_back(line);
         }
         std::sort(rows.begin(), rows.end());
@@ -128,9 +131,11 @@ TEST(CrashTest, AKilledImportIsTakenBackToTheStateBeforeIt) {
     // Killed as soon as its first block is committed: it replaced some of the small file's
     // businesses and added others.
     const std::string program = TOLMA_CLI, h = home.string(), f = big.string();
-    const char* argv[] = {program.c_str(), "--home", h.c_str(), "import", "--yes", f.c_str(), nullptr};
+    const char* argv[] = {program.c_str(), "--home",  h.c_str(), "import",
+                          "--yes",         f.c_str(), nullptr};
     pid_t pid = 0;
-    ASSERT_EQ(posix_spawn(&pid, program.c_str(), nullptr, nullptr, const_cast<char**>(argv), environ), 0);
+    ASSERT_EQ(
+        posix_spawn(&pid, program.c_str(), nullptr, nullptr, const_cast<char**>(argv), environ), 0);
     for (int i = 0; i < 600; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         try {
@@ -144,7 +149,8 @@ TEST(CrashTest, AKilledImportIsTakenBackToTheStateBeforeIt) {
     kill(pid, SIGKILL);
     int status = 0;
     waitpid(pid, &status, 0);
-    ASSERT_NE(dump(home / "DB" / "tl_4x_b.mdb"), before) << "no block was committed before the kill";
+    ASSERT_NE(dump(home / "DB" / "tl_4x_b.mdb"), before)
+        << "no block was committed before the kill";
     EXPECT_EQ(cli({"--home", home.string(), "undo", "--yes"}), 0);
     EXPECT_EQ(dump(home / "DB" / "tl_4x_b.mdb"), before);
     EXPECT_EQ(integrity(home / "DB" / "tl_4x_b.mdb"), "ok");

@@ -33,8 +33,9 @@ TEST(ExportIdentityTest, AGeneratedStoreIsWrittenByteForByteAsBefore) {
     options.seed = 11;
     bench::writeTransferFile(file, options);
     ASSERT_EQ(f.importBytes(file.str()), transfer::ImportOutcome::Finished);
-    for (const char* table : {"betrieb_meldgrundsonst", "betrieb_erlaubnis", "betrieb_handwerkskarte", "person_staatsang",
-                              "person_erlaubnis", "person_handwerkskarte"})
+    for (const char* table :
+         {"betrieb_meldgrundsonst", "betrieb_erlaubnis", "betrieb_handwerkskarte",
+          "person_staatsang", "person_erlaubnis", "person_handwerkskarte"})
         ASSERT_GT(f.count(table), 0) << table;
 
     transfer::VerwaltungsblockForm form = transfer::Frm_Verwaltungsblock_Load(f.g());

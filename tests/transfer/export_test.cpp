@@ -72,19 +72,33 @@ TEST(ExportTest, FormDefaultsAndTheHeadOfTheFile) {
     result = transfer::Frm_Verwaltungsblock_Command1_Click(f.g(), form, 0);
     ASSERT_EQ(result.files.size(), 1u);
     EXPECT_EQ(result.files[0], f.g().pfad_dat + "14-11-2023_22-13-20.tml");
-    EXPECT_EQ(f.lastMessage(), "Die Datei '14-11-2023_22-13-20.tml' wurde im Verzeichnis '" + f.g().pfad_dat + "' erstellt!");
+    EXPECT_EQ(f.lastMessage(), "Die Datei '14-11-2023_22-13-20.tml' wurde im Verzeichnis '" +
+                                   f.g().pfad_dat + "' erstellt!");
     const Strings written = lines(result.files[0]);
     const Strings head(written.begin(), written.begin() + 23);
-    EXPECT_EQ(head, (Strings{"<gewerbedatei xmlns:tolmaML='http://www.tolma.de/tolma.htm'>", "<verwaltungsblock>",
-                             "<verarbeitungsart>MIGRATION</verarbeitungsart>", "<struktur>BETRIEBSBEZOGEN</struktur>",
-                             "<tml-version>1.5.1</tml-version>", "<erstelldatum>20231114</erstelldatum>",
-                             "<erstellzeit>22.13.20</erstellzeit>", "<ersteller>Frau Meier</ersteller>",
-                             "<ersteller-id></ersteller-id>", "<erstellquelle>MIGRATION ACCESS</erstellquelle>",
-                             "<ersteller-email></ersteller-email>", "<berichts-zeitraum-von>20230201</berichts-zeitraum-von>",
+    EXPECT_EQ(head, (Strings{"<gewerbedatei xmlns:tolmaML='http://www.tolma.de/tolma.htm'>",
+                             "<verwaltungsblock>",
+                             "<verarbeitungsart>MIGRATION</verarbeitungsart>",
+                             "<struktur>BETRIEBSBEZOGEN</struktur>",
+                             "<tml-version>1.5.1</tml-version>",
+                             "<erstelldatum>20231114</erstelldatum>",
+                             "<erstellzeit>22.13.20</erstellzeit>",
+                             "<ersteller>Frau Meier</ersteller>",
+                             "<ersteller-id></ersteller-id>",
+                             "<erstellquelle>MIGRATION ACCESS</erstellquelle>",
+                             "<ersteller-email></ersteller-email>",
+                             "<berichts-zeitraum-von>20230201</berichts-zeitraum-von>",
                              "<berichts-zeitraum-bis>Ende Januar</berichts-zeitraum-bis>",
-                             "<zahl-betriebe-gesamt>1</zahl-betriebe-gesamt>", "<gemeinden>", "<gemeinde>",
-                             "<gem-name></gem-name>", "<gem-kz></gem-kz>", "<gem-telefon></gem-telefon>", "</gemeinde>",
-                             "</gemeinden>", "</verwaltungsblock>", "<datenblock>"}));
+                             "<zahl-betriebe-gesamt>1</zahl-betriebe-gesamt>",
+                             "<gemeinden>",
+                             "<gemeinde>",
+                             "<gem-name></gem-name>",
+                             "<gem-kz></gem-kz>",
+                             "<gem-telefon></gem-telefon>",
+                             "</gemeinde>",
+                             "</gemeinden>",
+                             "</verwaltungsblock>",
+                             "<datenblock>"}));
     EXPECT_EQ(written.back(), "</gewerbedatei>");
     EXPECT_FALSE(f.g().marks.menue_export_textdatei);
     EXPECT_EQ(f.g().startView.Label2, "Auswahl von Gewerbedaten!");
@@ -93,22 +107,32 @@ TEST(ExportTest, FormDefaultsAndTheHeadOfTheFile) {
 TEST(ExportTest, FieldsAreCleanedDatesConvertedBlanksAndKeysLeftOut) {
     ExportFixture f;
     f.addBusiness("1", "1",
-                  {{"b-eintr-name", ";abc;"}, {"b-gew-zusatz", " ;abc"}, {"betr-art-text", "a<b>c"},
-                   {"b-bemerkung", "Zeile 1\r\nZeile 2"}, {"meld-art-text", "   "}, {"betr-ende", "unbekannt"},
-                   {"betr-beginn", "1.1.2001"}, {"b-reg-datum", "31.12.2001"}, {"vertreter-nname", "Ømega Čech"}});
-    insert(f.g().db_daten, "betrieb_taetigkeit", {{"betr-nr", "1"}, {"betr-hist-nr", "1"}, {"tk-ende", "unbegrenzt"}});
-    insert(f.g().db_daten, "betrieb_adresse", {{"betr-nr", "1"}, {"betr-hist-nr", "1"}, {"b-adr-art", "5"}});
+                  {{"b-eintr-name", ";abc;"},
+                   {"b-gew-zusatz", " ;abc"},
+                   {"betr-art-text", "a<b>c"},
+                   {"b-bemerkung", "Zeile 1\r\nZeile 2"},
+                   {"meld-art-text", "   "},
+                   {"betr-ende", "unbekannt"},
+                   {"betr-beginn", "1.1.2001"},
+                   {"b-reg-datum", "31.12.2001"},
+                   {"vertreter-nname", "Ømega Čech"}});
+    insert(f.g().db_daten, "betrieb_taetigkeit",
+           {{"betr-nr", "1"}, {"betr-hist-nr", "1"}, {"tk-ende", "unbegrenzt"}});
+    insert(f.g().db_daten, "betrieb_adresse",
+           {{"betr-nr", "1"}, {"betr-hist-nr", "1"}, {"b-adr-art", "5"}});
     const auto file = f.exportAll().files.at(0);
     const Strings betrieb = f.between(lines(file), "<betrieb>", "</betrieb>");
-    EXPECT_EQ(betrieb, (Strings{"<betrieb>", "<gem-kz>01001000</gem-kz>", "<betr-nr>1</betr-nr>",
-                                "<betr-hist-nr>1</betr-hist-nr>", "<b-eintr-name>abc</b-eintr-name>",
-                                "<b-bemerkung>Zeile 1  Zeile 2</b-bemerkung>", "<b-gew-zusatz>;abc</b-gew-zusatz>",
-                                "<betr-art-text>a b c</betr-art-text>", "<betr-beginn>01.21.</betr-beginn>",
-                                "<betr-ende>88888888</betr-ende>", "<vertreter-nname>Ømega ?ech</vertreter-nname>",
-                                "<b-reg-datum>20011231</b-reg-datum>", "<bearb-status>E</bearb-status>",
-                                // an address of kind 5 is not written; its wrapper stands empty
-                                "<adressen>", "</adressen>", "<taetigkeiten>", "<taetigkeit>",
-                                "<tk-ende>99999999</tk-ende>", "</taetigkeit>", "</taetigkeiten>", "</betrieb>"}));
+    EXPECT_EQ(
+        betrieb,
+        (Strings{"<betrieb>", "<gem-kz>01001000</gem-kz>", "<betr-nr>1</betr-nr>",
+                 "<betr-hist-nr>1</betr-hist-nr>", "<b-eintr-name>abc</b-eintr-name>",
+                 "<b-bemerkung>Zeile 1  Zeile 2</b-bemerkung>", "<b-gew-zusatz>;abc</b-gew-zusatz>",
+                 "<betr-art-text>a b c</betr-art-text>", "<betr-beginn>01.21.</betr-beginn>",
+                 "<betr-ende>88888888</betr-ende>", "<vertreter-nname>Ømega ?ech</vertreter-nname>",
+                 "<b-reg-datum>20011231</b-reg-datum>", "<bearb-status>E</bearb-status>",
+                 // an address of kind 5 is not written; its wrapper stands empty
+                 "<adressen>", "</adressen>", "<taetigkeiten>", "<taetigkeit>",
+                 "<tk-ende>99999999</tk-ende>", "</taetigkeit>", "</taetigkeiten>", "</betrieb>"}));
     // The character Windows-1252 cannot hold is logged.
     EXPECT_NE(f.logText().find("als '?' ausgegeben"), std::string::npos);
 }
@@ -116,25 +140,56 @@ TEST(ExportTest, FieldsAreCleanedDatesConvertedBlanksAndKeysLeftOut) {
 TEST(ExportTest, PersonsWithLinkFieldsNationalitiesAndPermitsOfThisBusinessOrNone) {
     ExportFixture f;
     f.addBusiness("1", "1");
-    insert(f.g().db_daten, "person", {{"pers-nr", "P1"}, {"p-art", "NP"}, {"fam-name", "Öztürk"}, {"geb-datum", "02.03.1970"}});
+    insert(
+        f.g().db_daten, "person",
+        {{"pers-nr", "P1"}, {"p-art", "NP"}, {"fam-name", "Öztürk"}, {"geb-datum", "02.03.1970"}});
     insert(f.g().db_daten, "beziehung_betrieb_person",
-           {{"bez-betr-nr", "1"}, {"bez-betr-hist-nr", "1"}, {"bez-pers-nr", "P1"}, {"bez-sort-nr", 1},
-            {"p-funktion", " 1 "}, {"p-eintr-datum", " unbegrenzt "}, {"p-austr-datum", "31.12.2020"}});
+           {{"bez-betr-nr", "1"},
+            {"bez-betr-hist-nr", "1"},
+            {"bez-pers-nr", "P1"},
+            {"bez-sort-nr", 1},
+            {"p-funktion", " 1 "},
+            {"p-eintr-datum", " unbegrenzt "},
+            {"p-austr-datum", "31.12.2020"}});
     insert(f.g().db_daten, "beziehung_betrieb_person",
-           {{"bez-betr-nr", "1"}, {"bez-betr-hist-nr", "1"}, {"bez-pers-nr", "FEHLT"}, {"bez-sort-nr", 2}});
-    insert(f.g().db_daten, "person_staatsang", {{"pers-nr", "P1"}, {"staat-text", ""}, {"staat-schl", " 163 "}});
-    insert(f.g().db_daten, "person_erlaubnis", {{"pers-nr", "P1"}, {"betr-nr", "1"}, {"p-erl-art", "eigene"}});
-    insert(f.g().db_daten, "person_erlaubnis", {{"pers-nr", "P1"}, {"betr-nr", ""}, {"p-erl-art", "ohne Betrieb"}});
-    insert(f.g().db_daten, "person_erlaubnis", {{"pers-nr", "P1"}, {"betr-nr", "2"}, {"p-erl-art", "fremde"}});
+           {{"bez-betr-nr", "1"},
+            {"bez-betr-hist-nr", "1"},
+            {"bez-pers-nr", "FEHLT"},
+            {"bez-sort-nr", 2}});
+    insert(f.g().db_daten, "person_staatsang",
+           {{"pers-nr", "P1"}, {"staat-text", ""}, {"staat-schl", " 163 "}});
+    insert(f.g().db_daten, "person_erlaubnis",
+           {{"pers-nr", "P1"}, {"betr-nr", "1"}, {"p-erl-art", "eigene"}});
+    insert(f.g().db_daten, "person_erlaubnis",
+           {{"pers-nr", "P1"}, {"betr-nr", ""}, {"p-erl-art", "ohne Betrieb"}});
+    insert(f.g().db_daten, "person_erlaubnis",
+           {{"pers-nr", "P1"}, {"betr-nr", "2"}, {"p-erl-art", "fremde"}});
     const Strings all = lines(f.exportAll().files.at(0));
     EXPECT_EQ(f.between(all, "<personen>", "</personen>"),
-              (Strings{"<personen>", "<person>", "<p-funktion>1</p-funktion>", "<p-eintr-datum>99999999</p-eintr-datum>",
-                       "<p-austr-datum>20201231</p-austr-datum>", "<pers-nr>P1</pers-nr>", "<p-art>NP</p-art>",
-                       "<fam-name>Öztürk</fam-name>", "<geb-datum>19700302</geb-datum>", "<staatsangehoerigkeiten>",
-                       "<staatsangehoerigkeit>", "<staat-text></staat-text>", "<staat-schl>163</staat-schl>",
-                       "</staatsangehoerigkeit>", "</staatsangehoerigkeiten>", "<p-erlaubnisse>", "<p-erlaubnis>",
-                       "<p-erl-art>eigene</p-erl-art>", "</p-erlaubnis>", "<p-erlaubnis>",
-                       "<p-erl-art>ohne Betrieb</p-erl-art>", "</p-erlaubnis>", "</p-erlaubnisse>", "</person>",
+              (Strings{"<personen>",
+                       "<person>",
+                       "<p-funktion>1</p-funktion>",
+                       "<p-eintr-datum>99999999</p-eintr-datum>",
+                       "<p-austr-datum>20201231</p-austr-datum>",
+                       "<pers-nr>P1</pers-nr>",
+                       "<p-art>NP</p-art>",
+                       "<fam-name>Öztürk</fam-name>",
+                       "<geb-datum>19700302</geb-datum>",
+                       "<staatsangehoerigkeiten>",
+                       "<staatsangehoerigkeit>",
+                       "<staat-text></staat-text>",
+                       "<staat-schl>163</staat-schl>",
+                       "</staatsangehoerigkeit>",
+                       "</staatsangehoerigkeiten>",
+                       "<p-erlaubnisse>",
+                       "<p-erlaubnis>",
+                       "<p-erl-art>eigene</p-erl-art>",
+                       "</p-erlaubnis>",
+                       "<p-erlaubnis>",
+                       "<p-erl-art>ohne Betrieb</p-erl-art>",
+                       "</p-erlaubnis>",
+                       "</p-erlaubnisse>",
+                       "</person>",
                        "</personen>"}));
 }
 
@@ -145,7 +200,8 @@ TEST(ExportTest, ProcessingStatusOverSeveralStatesOfOneBusiness) {
     f.addBusiness("1", "3", {{"betr-ende", "01.01.2020"}});
     f.addBusiness("2", "1", {{"betr-ende", " "}});
     f.exportAll();
-    EXPECT_EQ(f.rows("SELECT [betr-nr], [betr-hist-nr], [bearb-status] FROM betrieb ORDER BY [betr-nr], [betr-hist-nr]"),
+    EXPECT_EQ(f.rows("SELECT [betr-nr], [betr-hist-nr], [bearb-status] FROM betrieb ORDER BY "
+                     "[betr-nr], [betr-hist-nr]"),
               (Strings{"1|1|H", "1|2|H", "1|3|E", "2|1|A"}));
 }
 
@@ -164,8 +220,9 @@ TEST(ExportTest, ExportByKeyWritesOneFilePerKey) {
     for (const auto& line : written)
         if (line.rfind("<betr-nr>", 0) == 0) numbers.push_back(line);
     EXPECT_EQ(numbers, (Strings{"<betr-nr>1</betr-nr>", "<betr-nr>3</betr-nr>"}));
-    EXPECT_NE(std::find(written.begin(), written.end(), "<zahl-betriebe-gesamt>2</zahl-betriebe-gesamt>"),
-              written.end());
+    EXPECT_NE(
+        std::find(written.begin(), written.end(), "<zahl-betriebe-gesamt>2</zahl-betriebe-gesamt>"),
+        written.end());
 
     ExportFixture none;
     none.addBusiness("1", "1");
@@ -192,19 +249,23 @@ TEST(ExportTest, EscLeavesTheHalfWrittenFile) {
 TEST(ExportTest, ImportOfTheExportGivesTheSameRows) {
     ExportFixture original;
     original.dialogs.answers = {core::msg::vbYes};
-    ASSERT_EQ(transfer::Upd_1_Start(original.g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string()),
+    ASSERT_EQ(transfer::Upd_1_Start(
+                  original.g(),
+                  (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string()),
               transfer::ImportOutcome::Finished);
     const auto file = original.exportAll().files.at(0);
     ExportFixture copy;
     copy.dialogs.answers = {core::msg::vbYes};
     ASSERT_EQ(transfer::Upd_1_Start(copy.g(), file), transfer::ImportOutcome::Finished);
     EXPECT_FALSE(copy.g().fehler_vorhanden) << copy.logText();
-    for (const char* table : {"betrieb", "betrieb_adresse", "betrieb_taetigkeit", "betrieb_erlaubnis",
-                              "betrieb_handwerkskarte", "betrieb_meldgrundsonst", "person", "person_staatsang",
-                              "person_erlaubnis", "person_handwerkskarte", "beziehung_betrieb_person"}) {
+    for (const char* table :
+         {"betrieb", "betrieb_adresse", "betrieb_taetigkeit", "betrieb_erlaubnis",
+          "betrieb_handwerkskarte", "betrieb_meldgrundsonst", "person", "person_staatsang",
+          "person_erlaubnis", "person_handwerkskarte", "beziehung_betrieb_person"}) {
         const std::string q = std::string("SELECT * FROM ") + table;
         Strings a = original.rows(q), b = copy.rows(q);
-        if (std::string(table) == "betrieb")  // the status is the export's own, the import leaves it empty
+        if (std::string(table) ==
+            "betrieb")  // the status is the export's own, the import leaves it empty
             for (auto* rows : {&a, &b})
                 for (auto& r : *rows) r = r.substr(0, r.rfind('|'));
         std::sort(a.begin(), a.end());

@@ -41,15 +41,18 @@ TEST(FieldStoreTest, DatesConvertedLongTextsCutMemosWhole) {
     EXPECT_TRUE(transfer::Upd_5_Felder(ctx, rs.Fields("betr-ende"), "20011231"));
     EXPECT_EQ(rs.Fields("betr-ende").Value().toString(), "31.12.2001");
     EXPECT_TRUE(transfer::Upd_5_Felder(ctx, rs.Fields("meld-art"), "88888888"));
-    EXPECT_EQ(rs.Fields("meld-art").Value().toString(), "88888888");  // no date field, no conversion
+    EXPECT_EQ(rs.Fields("meld-art").Value().toString(),
+              "88888888");  // no date field, no conversion
     EXPECT_TRUE(transfer::Upd_5_Felder(ctx, rs.Fields("betr-nr"), "123456789012"));
     EXPECT_FALSE(f.g().fehler_vorhanden);  // exactly the size: stored whole, no entry
     EXPECT_TRUE(transfer::Upd_5_Felder(ctx, rs.Fields("betr-hist-nr"), "12345"));
     EXPECT_EQ(rs.Fields("betr-hist-nr").Value().toString(), "1234");
-    EXPECT_NE(f.logText().find("Fehler in Sub/Function: Upd_5_Felder\r\nFehler-Source:          Dao.Field\r\n"
-                               "Fehlernummer:           3163\r\nFehlertext:             Feld zu klein f\xFCr Datenmenge, "
-                               "Inhalt wurde gek\xFCrzt!\r\nFehlerortung:           betr-hist-nr = 12345\r\n"
-                               "Ortungs-Nummer/BetrNr:  0\r\n"),
+    EXPECT_NE(f.logText().find(
+                  "Fehler in Sub/Function: Upd_5_Felder\r\nFehler-Source:          Dao.Field\r\n"
+                  "Fehlernummer:           3163\r\nFehlertext:             Feld zu klein f\xFCr "
+                  "Datenmenge, "
+                  "Inhalt wurde gek\xFCrzt!\r\nFehlerortung:           betr-hist-nr = 12345\r\n"
+                  "Ortungs-Nummer/BetrNr:  0\r\n"),
               std::string::npos);
     const std::string longText(100000, 'x');
     EXPECT_TRUE(transfer::Upd_5_Felder(ctx, rs.Fields("b-bemerkung"), longText));

@@ -3,8 +3,8 @@
 // looks complete. The disk runs full through the test hook that limits the bytes written.
 #include <gtest/gtest.h>
 
-#include "import_fixture.h"
 #include "core/error_log.h"
+#include "import_fixture.h"
 #include "options/options_form.h"
 #include "store/disk_space.h"
 #include "transfer/export_form.h"
@@ -23,17 +23,22 @@ TmlFile manyBusinesses(int n) {
     TmlFile f;
     for (int i = 0; i < n; ++i) {
         const std::string nr = std::to_string(100000 + i);
-        f.betriebe.push_back("<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr + "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n"
-                             "<b-eintr-name>Bäckerei Nummer " + nr + " mit einem recht langen Namen</b-eintr-name>\n"
-                             "<adressen>\n<adresse art=\"1\">\n<b-adr-art>1</b-adr-art>\n<b-strasse>Großstraße " + nr +
-                             "</b-strasse>\n<b-ort>Husum</b-ort>\n</adresse>\n</adressen>");
+        f.betriebe.push_back(
+            "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr +
+            "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n"
+            "<b-eintr-name>Bäckerei Nummer " +
+            nr +
+            " mit einem recht langen Namen</b-eintr-name>\n"
+            "<adressen>\n<adresse art=\"1\">\n<b-adr-art>1</b-adr-art>\n<b-strasse>Großstraße " +
+            nr + "</b-strasse>\n<b-ort>Husum</b-ort>\n</adresse>\n</adressen>");
     }
     return f;
 }
 
 std::vector<std::string> filesIn(const std::string& dir) {
     std::vector<std::string> names;
-    for (const auto& e : std::filesystem::directory_iterator(dir)) names.push_back(e.path().filename().string());
+    for (const auto& e : std::filesystem::directory_iterator(dir))
+        names.push_back(e.path().filename().string());
     return names;
 }
 
@@ -48,8 +53,11 @@ TEST(FullDiskTest, ImportEndsInItsErrorHandlerAndTheStoreStaysUsable) {
     {
         DiskLimit full(400'000);
         const auto outcome = f.import(file);
-        EXPECT_TRUE(outcome == transfer::ImportOutcome::Failed || outcome == transfer::ImportOutcome::StoreFailed);
-        EXPECT_NE(model::cp1252ToUtf8(f.logText()).find("Nicht genügend Speicherplatz auf dem Datenträger"), std::string::npos);
+        EXPECT_TRUE(outcome == transfer::ImportOutcome::Failed ||
+                    outcome == transfer::ImportOutcome::StoreFailed);
+        EXPECT_NE(model::cp1252ToUtf8(f.logText())
+                      .find("Nicht genügend Speicherplatz auf dem Datenträger"),
+                  std::string::npos);
         EXPECT_NE(f.g().storeFault.empty() ? f.g().lastLoggedError : f.g().storeFault, "");
     }
     // What was committed is whole; the next import, with room, stores everything.
@@ -130,7 +138,8 @@ TEST(FullDiskTest, CopiesOfWholeStoresAreWholeOrAbsent) {
         options::Command4_Click(f.g(), form, 0);
     }
     EXPECT_EQ(f.count("betrieb"), 5);
-    for (const auto& name : filesIn(db.string())) EXPECT_EQ(name.find("unvollstaendig"), std::string::npos);
+    for (const auto& name : filesIn(db.string()))
+        EXPECT_EQ(name.find("unvollstaendig"), std::string::npos);
 }
 
 }  // namespace

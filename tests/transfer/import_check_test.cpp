@@ -9,7 +9,8 @@ namespace tolma::test {
 namespace {
 
 std::string business(const std::string& nr, const std::string& more = "") {
-    return "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr + "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n" + more;
+    return "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr +
+           "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n" + more;
 }
 
 Strings dumpOf(ImportFixture& f) {
@@ -22,7 +23,9 @@ Strings dumpOf(ImportFixture& f) {
     return all;
 }
 
-std::string text(const transfer::ImportCheck& report) { return transfer::checkReportText("pruefen.tml", report); }
+std::string text(const transfer::ImportCheck& report) {
+    return transfer::checkReportText("pruefen.tml", report);
+}
 
 TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
     ImportFixture f;
@@ -36,13 +39,16 @@ TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
     TmlFile file;
     file.struktur = "MELDUNGSBEZOGEN";
     file.betriebe = {business("1001", "<meld-art>03</meld-art>\n<unbekannt>x</unbekannt>\n"),
-                     business("1003", "<personen>\n<person>\n<pers-nr>7</pers-nr>\n<p-art>NP</p-art>\n</person>\n</personen>\n")};
+                     business("1003",
+                              "<personen>\n<person>\n<pers-nr>7</pers-nr>\n<p-art>NP</p-art>\n</"
+                              "person>\n</personen>\n")};
     const std::string path = f.write(file.text(), "pruefen.tml");
     f.dialogs.shown.clear();
     transfer::ImportCheck report;
     EXPECT_EQ(transfer::checkTransferFile(f.g(), path, report), transfer::ImportOutcome::Finished);
 
-    EXPECT_TRUE(f.dialogs.shown.empty()) << f.dialogs.shown.front().text;  // nothing asked, nothing told
+    EXPECT_TRUE(f.dialogs.shown.empty())
+        << f.dialogs.shown.front().text;  // nothing asked, nothing told
     EXPECT_EQ(report.struktur, "MELDUNGSBEZOGEN");
     EXPECT_EQ(report.businesses, 2);
     EXPECT_EQ(report.replacing, 1);  // 1001 with history number 1 is stored
@@ -51,7 +57,9 @@ TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
     ASSERT_EQ(report.logEntries.size(), 1u);
     EXPECT_EQ(report.logEntries[0].procedure, "Upd_3_Betr");
     EXPECT_NE(report.logEntries[0].location.find("BetrNr: 1001"), std::string::npos);
-    EXPECT_NE(text(report).find("  BetrNr: 1001 BetrHistNr: 1 (6): Element in dieser Auflistung nicht gefunden."), std::string::npos)
+    EXPECT_NE(text(report).find(
+                  "  BetrNr: 1001 BetrHistNr: 1 (6): Element in dieser Auflistung nicht gefunden."),
+              std::string::npos)
         << text(report);
     ASSERT_FALSE(report.warnings.empty());
     EXPECT_NE(report.warnings[0].find("MELDUNGSBEZOGEN"), std::string::npos);
@@ -65,7 +73,8 @@ TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
 
     // The same file of the store's own kind replaces what it names.
     file.struktur = "BETRIEBSBEZOGEN";
-    EXPECT_EQ(transfer::checkTransferFile(f.g(), f.write(file.text(), "pruefen.tml"), report), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(transfer::checkTransferFile(f.g(), f.write(file.text(), "pruefen.tml"), report),
+              transfer::ImportOutcome::Finished);
     EXPECT_EQ(report.replacing, 1);
     EXPECT_EQ(dumpOf(f), before);
     EXPECT_TRUE(report.warnings.empty());
@@ -77,7 +86,8 @@ TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
 TEST(ImportCheckTest, AFileThatCannotBeReadIsNoReport) {
     ImportFixture f;
     transfer::ImportCheck report;
-    EXPECT_EQ(transfer::checkTransferFile(f.g(), (f.dir.path() / "fehlt.tml").string(), report), transfer::ImportOutcome::Failed);
+    EXPECT_EQ(transfer::checkTransferFile(f.g(), (f.dir.path() / "fehlt.tml").string(), report),
+              transfer::ImportOutcome::Failed);
     ASSERT_EQ(report.warnings.size(), 1u);
     EXPECT_NE(report.warnings[0].find("kann nicht gelesen werden"), std::string::npos);
 }

@@ -9,8 +9,10 @@ namespace tolma::test {
 namespace {
 
 std::string business(const std::string& nr, const std::string& more = "") {
-    return "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr + "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n"
-           "<b-eintr-name>Bäckerei " + nr + "</b-eintr-name>\n" + more;
+    return "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr +
+           "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n"
+           "<b-eintr-name>Bäckerei " +
+           nr + "</b-eintr-name>\n" + more;
 }
 
 TmlFile twoBusinesses() {
@@ -24,9 +26,11 @@ TEST(ImportDriverTest, ConsentRefusedStoresNothing) {
     EXPECT_EQ(f.import(twoBusinesses(), {core::msg::vbNo}), transfer::ImportOutcome::Cancelled);
     ASSERT_EQ(f.dialogs.shown.size(), 2u);
     EXPECT_EQ(f.dialogs.shown[0].style, 68);
-    EXPECT_EQ(f.dialogs.shown[0].text.substr(0, 14), "Die Datei ''" + f.dir.path().string().substr(0, 2));
-    EXPECT_NE(f.dialogs.shown[0].text.find("'' wird eingelesen und verarbeitet! \nJe nach Größe der Datei, kann das "
-                                           "Einlesen mehrere Minuten dauern!\nSoll der Vorgang gestartet werden?"),
+    EXPECT_EQ(f.dialogs.shown[0].text.substr(0, 14),
+              "Die Datei ''" + f.dir.path().string().substr(0, 2));
+    EXPECT_NE(f.dialogs.shown[0].text.find(
+                  "'' wird eingelesen und verarbeitet! \nJe nach Größe der Datei, kann das "
+                  "Einlesen mehrere Minuten dauern!\nSoll der Vorgang gestartet werden?"),
               std::string::npos);
     EXPECT_EQ(f.lastMessage(), "Der Vorgang wurde abgebrochen!");
     EXPECT_EQ(f.dialogs.shown.back().style, 64);
@@ -43,8 +47,11 @@ TEST(ImportDriverTest, QuotesAroundThePathAreDroppedAndProgressIsShown) {
     EXPECT_EQ(transfer::Upd_1_Start(f.g(), "\"" + path + "\""), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.count("betrieb"), 2);
     EXPECT_EQ(labels.front(), "Die Datenübertragung wird vorbereitet, bitte warten!");
-    EXPECT_NE(std::find(labels.begin(), labels.end(), "Datenbankkomprimierung, bitte warten!"), labels.end());
-    EXPECT_NE(std::find(labels.begin(), labels.end(), "Verarbeite Datensatz 2 von 2 (ESC = Abbrechen)"), labels.end());
+    EXPECT_NE(std::find(labels.begin(), labels.end(), "Datenbankkomprimierung, bitte warten!"),
+              labels.end());
+    EXPECT_NE(
+        std::find(labels.begin(), labels.end(), "Verarbeite Datensatz 2 von 2 (ESC = Abbrechen)"),
+        labels.end());
     EXPECT_EQ(f.g().startView.Label2, "Auswahl von Gewerbedaten!");
     EXPECT_EQ(f.g().startView.ProgressBar1Value, 0);
     EXPECT_TRUE(f.g().rs_betrieb.isSet());  // the store is bound again
@@ -66,12 +73,16 @@ TEST(ImportDriverTest, EmptyMissingAndGarbageFilesHoldNoData) {
     std::mt19937 random(7);
     std::string garbage(300000, '\0');
     for (auto& c : garbage) c = static_cast<char>(random());
-    for (const std::string& bytes : {std::string(), garbage, std::string("<struktur>BETRIEBSBEZOGEN</struktur><tml-version>151</tml-version><betrieb>ohne Ende")}) {
+    for (const std::string& bytes :
+         {std::string(), garbage,
+          std::string("<struktur>BETRIEBSBEZOGEN</struktur><tml-version>151</"
+                      "tml-version><betrieb>ohne Ende")}) {
         EXPECT_EQ(f.importBytes(bytes), transfer::ImportOutcome::Finished);
         EXPECT_EQ(f.lastMessage(), "Die Transfer-Datei enthält keine Gewerbedaten!");
     }
     f.dialogs.answers = {core::msg::vbYes};
-    EXPECT_EQ(transfer::Upd_1_Start(f.g(), (f.dir.path() / "gibt-es-nicht.tml").string()), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(transfer::Upd_1_Start(f.g(), (f.dir.path() / "gibt-es-nicht.tml").string()),
+              transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.lastMessage(), "Die Transfer-Datei enthält keine Gewerbedaten!");
     EXPECT_FALSE(std::filesystem::exists(f.dir.path() / "gibt-es-nicht.tml"));
     EXPECT_EQ(f.count("betrieb"), 0);
@@ -98,19 +109,25 @@ TEST(ImportDriverTest, VersionIsComparedWithTheProgramsOwn) {
         std::deque<int> answers{core::msg::vbYes};
         if (c.answer) answers.push_back(c.answer);
         EXPECT_EQ(f.import(file, answers), c.outcome) << c.version;
-        EXPECT_EQ(f.count("betrieb"), c.outcome == transfer::ImportOutcome::Finished ? 2 : 0) << c.version;
+        EXPECT_EQ(f.count("betrieb"), c.outcome == transfer::ImportOutcome::Finished ? 2 : 0)
+            << c.version;
         if (!c.logged) {
             EXPECT_EQ(f.dialogs.shown.size(), 2u) << c.version;
             continue;
         }
-        EXPECT_NE(f.logText().find("Fehlertext:             Die Datei-Version ''" + f.dir.path().string() + "/test.tml" + c.logged),
-                  std::string::npos) << c.version;
+        EXPECT_NE(f.logText().find("Fehlertext:             Die Datei-Version ''" +
+                                   f.dir.path().string() + "/test.tml" + c.logged),
+                  std::string::npos)
+            << c.version;
         const auto& question = f.dialogs.shown[1];
         EXPECT_EQ(question.style, 68);
         const bool newer = std::string(c.version) == "1.6.0";
-        EXPECT_NE(question.text.find(newer ? "Bitte installieren Sie die neueste Version des Schnittstellenprogrammes, \n"
-                                           : "Bitte verwenden Sie eine neuere tml-Datei (neuer Download),\n"),
-                  std::string::npos);
+        EXPECT_NE(
+            question.text.find(
+                newer
+                    ? "Bitte installieren Sie die neueste Version des Schnittstellenprogrammes, \n"
+                    : "Bitte verwenden Sie eine neuere tml-Datei (neuer Download),\n"),
+            std::string::npos);
     }
 }
 
@@ -118,10 +135,13 @@ TEST(ImportDriverTest, KindQuestionAnsweredNoStoresNothing) {
     ImportFixture f;
     TmlFile file = twoBusinesses();
     file.struktur = "";
-    EXPECT_EQ(f.import(file, {core::msg::vbYes, core::msg::vbNo}), transfer::ImportOutcome::Cancelled);
-    EXPECT_EQ(f.dialogs.shown[1].text,
-              "Sie wollen Daten der Datei-Art ''''in die Datenbank schreiben.\nDie derzeitige Datenbank ist aber für "
-              "die Daten-Art''BETRIEBSBEZOGEN'' definiert\nWollen Sie die Datenbank/Daten-Art wechseln?");
+    EXPECT_EQ(f.import(file, {core::msg::vbYes, core::msg::vbNo}),
+              transfer::ImportOutcome::Cancelled);
+    EXPECT_EQ(
+        f.dialogs.shown[1].text,
+        "Sie wollen Daten der Datei-Art ''''in die Datenbank schreiben.\nDie derzeitige Datenbank "
+        "ist aber für "
+        "die Daten-Art''BETRIEBSBEZOGEN'' definiert\nWollen Sie die Datenbank/Daten-Art wechseln?");
     EXPECT_EQ(f.count("betrieb"), 0);
     EXPECT_EQ(f.g().caption, "TOLMA_4x_Access (betriebsbezogene Daten)");
 }
@@ -132,7 +152,8 @@ TEST(ImportDriverTest, LfAndCrLfFilesGiveTheSameRows) {
     crlf.import(file);
     file.lineEnd = "\n";
     lf.import(file);
-    const std::string q = "SELECT [betr-nr], [b-eintr-name], [gem-kz] FROM betrieb ORDER BY [betr-nr]";
+    const std::string q =
+        "SELECT [betr-nr], [b-eintr-name], [gem-kz] FROM betrieb ORDER BY [betr-nr]";
     EXPECT_EQ(crlf.rows(q), lf.rows(q));
     EXPECT_EQ(lf.rows(q).size(), 2u);
     EXPECT_EQ(lf.rows(q)[0], "1001|Bäckerei 1001|01001000");
@@ -160,7 +181,8 @@ TEST(ImportDriverTest, ElementsCrossingTheBlockBoundaryAreReadWhole) {
     text.insert(first, std::string(transfer::kBlockSize - first - 4, ' '));
     const size_t end = text.find("</betrieb>") + 12;
     std::string second;
-    for (char c : "<betrieb>\n" + business("1002", "<b-bemerkung>über die Grenze</b-bemerkung>\n") + "</betrieb>\n")
+    for (char c : "<betrieb>\n" + business("1002", "<b-bemerkung>über die Grenze</b-bemerkung>\n") +
+                      "</betrieb>\n")
         second += c == '\n' ? std::string("\r\n") : std::string(1, c);
     text.insert(end, std::string(2 * transfer::kBlockSize - end - 20, 'x') + second);
     EXPECT_GT(text.size(), 2 * transfer::kBlockSize);
@@ -187,7 +209,8 @@ TEST(ImportDriverTest, EscStopsBetweenRecordsKeepingTheOneUnderWay) {
 
 TEST(ImportDriverTest, ClosingTagAheadOfTheOpeningOneEndsInTheHandler) {
     ImportFixture f;
-    EXPECT_EQ(f.importBytes("<struktur>BETRIEBSBEZOGEN</struktur><tml-version>151</tml-version>\n</betrieb>\n<betrieb>\n"
+    EXPECT_EQ(f.importBytes("<struktur>BETRIEBSBEZOGEN</struktur><tml-version>151</tml-version>\n</"
+                            "betrieb>\n<betrieb>\n"
                             "<betr-nr>1</betr-nr>\n</betrieb>\n"),
               transfer::ImportOutcome::Failed);
     EXPECT_EQ(f.g().startView.Label2, "ACHTUNG UPDATE-FEHLER!");
@@ -200,9 +223,11 @@ TEST(ImportDriverTest, HostileKeysDeleteNothingTheFileDoesNotName) {
     ImportFixture f;
     f.import(twoBusinesses());
     TmlFile hostile;
-    hostile.betriebe = {business("x' OR 'a'='a"), business("1');DROP--"),
-                        business("O'Brien", "<personen>\n<person>\n<pers-nr>' OR ''='</pers-nr>\n<p-art>NP</p-art>\n"
-                                            "<fam-name>O'Brien</fam-name>\n</person>\n</personen>\n")};
+    hostile.betriebe = {
+        business("x' OR 'a'='a"), business("1');DROP--"),
+        business("O'Brien",
+                 "<personen>\n<person>\n<pers-nr>' OR ''='</pers-nr>\n<p-art>NP</p-art>\n"
+                 "<fam-name>O'Brien</fam-name>\n</person>\n</personen>\n")};
     f.import(hostile);
     EXPECT_EQ(f.rows("SELECT [betr-nr] FROM betrieb ORDER BY [betr-nr]"),
               (Strings{"1');DROP--", "1001", "1002", "O'Brien", "x' OR 'a'='a"}));
@@ -215,7 +240,8 @@ TEST(ImportDriverTest, HostileKeysDeleteNothingTheFileDoesNotName) {
 TEST(ImportDriverTest, MissingClosingTagOfASectionGivesUpOnlyThatRecord) {
     ImportFixture f;
     TmlFile file;
-    file.betriebe = {business("1001", "<taetigkeiten>\n<taetigkeit>\n<tk-schl>1</tk-schl>\n"), business("1002")};
+    file.betriebe = {business("1001", "<taetigkeiten>\n<taetigkeit>\n<tk-schl>1</tk-schl>\n"),
+                     business("1002")};
     f.import(file, {core::msg::vbYes, core::msg::vbNo});
     EXPECT_EQ(f.rows("SELECT [betr-nr] FROM betrieb"), (Strings{"1002"}));
     EXPECT_EQ(f.entries("Upd_3_Betr"), 1);
@@ -226,7 +252,8 @@ TEST(ImportDriverTest, MissingClosingTagOfASectionGivesUpOnlyThatRecord) {
 TEST(ImportDriverTest, TenMegabyteLineInAMemoIsStoredWhole) {
     ImportFixture f;
     TmlFile file;
-    file.betriebe = {business("1001", "<b-bemerkung>" + std::string(10'000'000, 'a') + "</b-bemerkung>\n")};
+    file.betriebe = {
+        business("1001", "<b-bemerkung>" + std::string(10'000'000, 'a') + "</b-bemerkung>\n")};
     f.import(file);
     EXPECT_EQ(f.rows("SELECT Len([b-bemerkung]) FROM betrieb"), (Strings{"10000000"}));
 }
@@ -237,7 +264,8 @@ TEST(ImportDriverTest, Utf8FileIsReadAsUtf8) {
     file.cp1252 = false;
     file.betriebe[0] += "<b-ort>Görlitz – Zentrum</b-ort>\n";
     f.import(file, {core::msg::vbYes, core::msg::vbNo});
-    EXPECT_EQ(f.rows("SELECT [b-eintr-name] FROM betrieb WHERE [betr-nr] = '1002'"), (Strings{"Bäckerei 1002"}));
+    EXPECT_EQ(f.rows("SELECT [b-eintr-name] FROM betrieb WHERE [betr-nr] = '1002'"),
+              (Strings{"Bäckerei 1002"}));
 }
 
 }  // namespace

@@ -14,23 +14,30 @@ namespace tolma::test {
 struct TmlFile {
     std::string struktur = "BETRIEBSBEZOGEN";
     std::string version = "1.5.1";
-    std::string announced;  // the count of <betrieb> when empty
+    std::string announced;              // the count of <betrieb> when empty
     std::vector<std::string> betriebe;  // the lines between <betrieb> and </betrieb>, LF-separated
     std::string lineEnd = "\r\n";
     bool cp1252 = true;
 
     std::string text() const {
-        std::string t = "<gewerbedatei xmlns:tolmaML='http://www.tolma.de/tolma.htm'>\n<verwaltungsblock>\n"
-                        "<verarbeitungsart>MIGRATION</verarbeitungsart>\n<struktur>" + struktur + "</struktur>\n"
-                        "<tml-version>" + version + "</tml-version>\n<zahl-betriebe-gesamt>" +
-                        (announced.empty() ? std::to_string(betriebe.size()) : announced) +
-                        "</zahl-betriebe-gesamt>\n</verwaltungsblock>\n<datenblock>\n";
-        for (const auto& b : betriebe) t += "<betrieb>\n" + b + (b.empty() || b.back() == '\n' ? "" : "\n") + "</betrieb>\n";
+        std::string t =
+            "<gewerbedatei xmlns:tolmaML='http://www.tolma.de/tolma.htm'>\n<verwaltungsblock>\n"
+            "<verarbeitungsart>MIGRATION</verarbeitungsart>\n<struktur>" +
+            struktur +
+            "</struktur>\n"
+            "<tml-version>" +
+            version + "</tml-version>\n<zahl-betriebe-gesamt>" +
+            (announced.empty() ? std::to_string(betriebe.size()) : announced) +
+            "</zahl-betriebe-gesamt>\n</verwaltungsblock>\n<datenblock>\n";
+        for (const auto& b : betriebe)
+            t += "<betrieb>\n" + b + (b.empty() || b.back() == '\n' ? "" : "\n") + "</betrieb>\n";
         t += "</datenblock>\n</gewerbedatei>\n";
         std::string out;
         for (char c : t) {
-            if (c == '\n') out += lineEnd;
-            else out += c;
+            if (c == '\n')
+                out += lineEnd;
+            else
+                out += c;
         }
         return cp1252 ? model::utf8ToCp1252(out) : out;
     }
@@ -45,10 +52,12 @@ struct ImportFixture : CoreFixture {
         std::ofstream(p, std::ios::binary) << bytes;
         return p.string();
     }
-    transfer::ImportOutcome import(const TmlFile& file, std::deque<int> answers = {core::msg::vbYes}) {
+    transfer::ImportOutcome import(const TmlFile& file,
+                                   std::deque<int> answers = {core::msg::vbYes}) {
         return importBytes(file.text(), std::move(answers));
     }
-    transfer::ImportOutcome importBytes(const std::string& bytes, std::deque<int> answers = {core::msg::vbYes}) {
+    transfer::ImportOutcome importBytes(const std::string& bytes,
+                                        std::deque<int> answers = {core::msg::vbYes}) {
         dialogs.answers = std::move(answers);
         return transfer::Upd_1_Start(g(), write(bytes));
     }
@@ -68,7 +77,9 @@ struct ImportFixture : CoreFixture {
         return out;
     }
     long count(const std::string& table) { return g().db_daten.OpenRecordset(table).RecordCount(); }
-    std::string lastMessage() const { return dialogs.shown.empty() ? "" : dialogs.shown.back().text; }
+    std::string lastMessage() const {
+        return dialogs.shown.empty() ? "" : dialogs.shown.back().text;
+    }
     int entries(const std::string& procedure) const {
         const std::string log = logText(), key = "Fehler in Sub/Function: " + procedure + "\r\n";
         int n = 0;

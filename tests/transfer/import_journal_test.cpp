@@ -10,14 +10,23 @@
 namespace tolma::test {
 namespace {
 
-std::string business(const std::string& nr, const std::string& name, const std::string& person = "") {
-    std::string b = "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr + "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n"
-                    "<b-eintr-name>" + name + "</b-eintr-name>\n<adressen>\n<adresse art=\"1\">\n<b-adr-art>1</b-adr-art>\n"
-                    "<b-strasse>Großstraße " + nr + "</b-strasse>\n</adresse>\n</adressen>\n";
+std::string business(const std::string& nr, const std::string& name,
+                     const std::string& person = "") {
+    std::string b = "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr +
+                    "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n"
+                    "<b-eintr-name>" +
+                    name +
+                    "</b-eintr-name>\n<adressen>\n<adresse art=\"1\">\n<b-adr-art>1</b-adr-art>\n"
+                    "<b-strasse>Großstraße " +
+                    nr + "</b-strasse>\n</adresse>\n</adressen>\n";
     if (!person.empty())
-        b += "<personen>\n<person>\n<p-funktion>1</p-funktion>\n<pers-nr>" + person + "</pers-nr>\n<p-art>NP</p-art>\n"
-             "<fam-name>" + name + "</fam-name>\n<staatsangehoerigkeiten>\n<staatsangehoerigkeit>\n"
-             "<staat-text>deutsch</staat-text>\n</staatsangehoerigkeit>\n</staatsangehoerigkeiten>\n</person>\n</personen>\n";
+        b += "<personen>\n<person>\n<p-funktion>1</p-funktion>\n<pers-nr>" + person +
+             "</pers-nr>\n<p-art>NP</p-art>\n"
+             "<fam-name>" +
+             name +
+             "</fam-name>\n<staatsangehoerigkeiten>\n<staatsangehoerigkeit>\n"
+             "<staat-text>deutsch</staat-text>\n</staatsangehoerigkeit>\n</"
+             "staatsangehoerigkeiten>\n</person>\n</personen>\n";
     return b;
 }
 
@@ -46,10 +55,13 @@ struct JournalFixture : ImportFixture {
     }
 };
 
-const TmlFile kFirst = fileOf({business("1001", "Bäckerei Alt", "5001"), business("1002", "Fischhandel", "5002"),
-                               business("1003", "Schmiede")});
-const TmlFile kSecond = fileOf({business("1002", "Fischhandel Neu", "5001"), business("1004", "Neubau", "5004")});
-const TmlFile kThird = fileOf({business("1001", "Bäckerei Jung"), business("1005", "Kiosk", "5002")});
+const TmlFile kFirst =
+    fileOf({business("1001", "Bäckerei Alt", "5001"), business("1002", "Fischhandel", "5002"),
+            business("1003", "Schmiede")});
+const TmlFile kSecond =
+    fileOf({business("1002", "Fischhandel Neu", "5001"), business("1004", "Neubau", "5004")});
+const TmlFile kThird =
+    fileOf({business("1001", "Bäckerei Jung"), business("1005", "Kiosk", "5002")});
 
 TEST(ImportJournalTest, FirstImportAndReplaceAreTakenBackExactly) {
     JournalFixture f;
@@ -65,7 +77,8 @@ TEST(ImportJournalTest, FirstImportAndReplaceAreTakenBackExactly) {
     ASSERT_EQ(r.runs.size(), 1u);
     EXPECT_EQ(r.runs[0].lauf, 2);
     EXPECT_EQ(f.dump(), afterFirst);
-    EXPECT_NE(f.dialogs.shown[f.dialogs.shown.size() - 2].text.find("Lauf 2 vom 14.11.2023 22:13:20: test.tml, 2 Betriebe"),
+    EXPECT_NE(f.dialogs.shown[f.dialogs.shown.size() - 2].text.find(
+                  "Lauf 2 vom 14.11.2023 22:13:20: test.tml, 2 Betriebe"),
               std::string::npos);
 
     // The store goes on as before: an import after taking back is recorded and taken back too.
@@ -80,9 +93,11 @@ TEST(ImportJournalTest, FirstImportAndReplaceAreTakenBackExactly) {
 
 TEST(ImportJournalTest, SeveralRunsGoInOneStepAndTheListSaysSo) {
     JournalFixture f;
-    ASSERT_EQ(f.import(fileOf({business("0999", "Vorher", "5999")})), transfer::ImportOutcome::Finished);
+    ASSERT_EQ(f.import(fileOf({business("0999", "Vorher", "5999")})),
+              transfer::ImportOutcome::Finished);
     const Strings before = f.dump();
-    for (const auto* file : {&kFirst, &kSecond, &kThird}) ASSERT_EQ(f.import(*file), transfer::ImportOutcome::Finished);
+    for (const auto* file : {&kFirst, &kSecond, &kThird})
+        ASSERT_EQ(f.import(*file), transfer::ImportOutcome::Finished);
 
     f.dialogs.answers = {core::msg::vbNo};
     EXPECT_EQ(transfer::Import_zuruecknehmen(f.g(), 2).outcome, transfer::TakeBackOutcome::Refused);
@@ -120,7 +135,8 @@ TEST(ImportJournalTest, OnlyTheNewestRunsKeepTheirRecords) {
     JournalFixture f;
     transfer::setKeptImportRuns(f.g(), 2);
     EXPECT_EQ(transfer::keptImportRuns(f.g()), 2);
-    for (const auto* file : {&kFirst, &kSecond, &kThird}) ASSERT_EQ(f.import(*file), transfer::ImportOutcome::Finished);
+    for (const auto* file : {&kFirst, &kSecond, &kThird})
+        ASSERT_EQ(f.import(*file), transfer::ImportOutcome::Finished);
     const auto runs = transfer::importRuns(f.store());
     ASSERT_EQ(runs.size(), 2u);
     EXPECT_EQ(runs[0].lauf, 2);
@@ -143,7 +159,8 @@ TEST(ImportJournalTest, AFailedTakingBackChangesNothing) {
     f.start();
     const auto r = f.takeBack(1);
     EXPECT_EQ(r.outcome, transfer::TakeBackOutcome::Failed);
-    EXPECT_EQ(f.lastMessage(), "Der Import konnte nicht zurückgenommen werden; der Datenbestand ist unverändert.");
+    EXPECT_EQ(f.lastMessage(),
+              "Der Import konnte nicht zurückgenommen werden; der Datenbestand ist unverändert.");
     EXPECT_EQ(f.dump(), before);
     for (const auto& run : transfer::importRuns(f.store())) EXPECT_FALSE(run.zurueckgenommen);
     EXPECT_EQ(f.entries("Import_zuruecknehmen"), 1);

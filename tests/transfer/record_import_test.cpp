@@ -12,34 +12,42 @@ std::string business(const std::string& nr, const std::string& hist, const std::
 }
 
 std::string address(const std::string& art, const std::string& ort) {
-    return "<adressen>\n<adresse art=\"" + art + "\">\n<b-adr-art>" + art + "</b-adr-art>\n<b-ort>" + ort +
-           "</b-ort>\n</adresse>\n</adressen>\n";
+    return "<adressen>\n<adresse art=\"" + art + "\">\n<b-adr-art>" + art +
+           "</b-adr-art>\n<b-ort>" + ort + "</b-ort>\n</adresse>\n</adressen>\n";
 }
 
 std::string person(const std::string& nr, const std::string& art, const std::string& funktion,
                    const std::string& more = "") {
-    return "<person>\n<p-funktion>" + funktion + "</p-funktion>\n<pers-nr>" + nr + "</pers-nr>\n<p-art>" + art +
-           "</p-art>\n<fam-name>Person " + nr + "</fam-name>\n" + more + "</person>\n";
+    return "<person>\n<p-funktion>" + funktion + "</p-funktion>\n<pers-nr>" + nr +
+           "</pers-nr>\n<p-art>" + art + "</p-art>\n<fam-name>Person " + nr + "</fam-name>\n" +
+           more + "</person>\n";
 }
 
 std::string permit(const std::string& art) {
-    return "<p-erlaubnisse>\n<p-erlaubnis>\n<p-erl-art>" + art + "</p-erl-art>\n<p-erl-datum>20200102</p-erl-datum>\n"
+    return "<p-erlaubnisse>\n<p-erlaubnis>\n<p-erl-art>" + art +
+           "</p-erl-art>\n<p-erl-datum>20200102</p-erl-datum>\n"
            "</p-erlaubnis>\n</p-erlaubnisse>\n";
 }
 
 TEST(RecordImportTest, BusinessWithItsSectionsAndSkippedElements) {
     ImportFixture f;
     TmlFile file;
-    file.betriebe = {business("1001", "1",
-                              "<gem-name>Flensburg</gem-name>\n<wirtschafts-nr>9</wirtschafts-nr>\n"
-                              "<inhaber-vname>Max</inhaber-vname>\n<inhaber-nname>Muster</inhaber-nname>\n"
-                              "<betr-beginn>20011231</betr-beginn>\n<meld-gruende-sonst>\n<meld-grund-sonst>\n"
-                              "<meld-grund-sonst-text>Umzug</meld-grund-sonst-text>\n</meld-grund-sonst>\n</meld-gruende-sonst>\n" +
-                                  address("1", "Flensburg") +
-                                  "<taetigkeiten>\n<taetigkeit>\n<tk-schl>47.24</tk-schl>\n<tk-ende>88888888</tk-ende>\n</taetigkeit>\n"
-                                  "<taetigkeit>\n<tk-schl>56.10</tk-schl>\n</taetigkeit>\n</taetigkeiten>\n"
-                                  "<b-handwerkskarten>\n<b-handwerkskarte>\n<b-hwk-art>Bäcker</b-hwk-art>\n</b-handwerkskarte>\n</b-handwerkskarten>\n"
-                                  "<b-erlaubnisse>\n<b-erlaubnis>\n<b-erl-art>§ 34c</b-erl-art>\n<b-erl-datum>99999999</b-erl-datum>\n</b-erlaubnis>\n</b-erlaubnisse>\n")};
+    file.betriebe = {
+        business("1001", "1",
+                 "<gem-name>Flensburg</gem-name>\n<wirtschafts-nr>9</wirtschafts-nr>\n"
+                 "<inhaber-vname>Max</inhaber-vname>\n<inhaber-nname>Muster</inhaber-nname>\n"
+                 "<betr-beginn>20011231</betr-beginn>\n<meld-gruende-sonst>\n<meld-grund-sonst>\n"
+                 "<meld-grund-sonst-text>Umzug</meld-grund-sonst-text>\n</meld-grund-sonst>\n</"
+                 "meld-gruende-sonst>\n" +
+                     address("1", "Flensburg") +
+                     "<taetigkeiten>\n<taetigkeit>\n<tk-schl>47.24</tk-schl>\n<tk-ende>88888888</"
+                     "tk-ende>\n</taetigkeit>\n"
+                     "<taetigkeit>\n<tk-schl>56.10</tk-schl>\n</taetigkeit>\n</taetigkeiten>\n"
+                     "<b-handwerkskarten>\n<b-handwerkskarte>\n<b-hwk-art>Bäcker</b-hwk-art>\n</"
+                     "b-handwerkskarte>\n</b-handwerkskarten>\n"
+                     "<b-erlaubnisse>\n<b-erlaubnis>\n<b-erl-art>§ "
+                     "34c</b-erl-art>\n<b-erl-datum>99999999</b-erl-datum>\n</b-erlaubnis>\n</"
+                     "b-erlaubnisse>\n")};
     EXPECT_EQ(f.import(file), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.lastMessage(), "Die Daten wurden übertragen!");
     EXPECT_EQ(f.rows("SELECT [betr-nr], [b-eintr-name], [betr-beginn], [gem-kz] FROM betrieb"),
@@ -49,15 +57,18 @@ TEST(RecordImportTest, BusinessWithItsSectionsAndSkippedElements) {
     EXPECT_EQ(f.rows("SELECT [tk-schl], [tk-ende], [betr-nr] FROM betrieb_taetigkeit"),
               (Strings{"47.24|unbekannt|1001", "56.10||1001"}));
     EXPECT_EQ(f.rows("SELECT [b-hwk-art] FROM betrieb_handwerkskarte"), (Strings{"Bäcker"}));
-    EXPECT_EQ(f.rows("SELECT [b-erl-art], [b-erl-datum] FROM betrieb_erlaubnis"), (Strings{"§ 34c|unbegrenzt"}));
-    EXPECT_EQ(f.rows("SELECT [meld-grund-sonst-text] FROM betrieb_meldgrundsonst"), (Strings{"Umzug"}));
+    EXPECT_EQ(f.rows("SELECT [b-erl-art], [b-erl-datum] FROM betrieb_erlaubnis"),
+              (Strings{"§ 34c|unbegrenzt"}));
+    EXPECT_EQ(f.rows("SELECT [meld-grund-sonst-text] FROM betrieb_meldgrundsonst"),
+              (Strings{"Umzug"}));
     EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
 }
 
 TEST(RecordImportTest, UnknownElementCostsOneEntryEachAndTheBusinessIsSaved) {
     ImportFixture f;
     TmlFile file;
-    file.betriebe = {business("1001", "1", "<unbekannt>x</unbekannt>\n<unbekannt>y</unbekannt>\n<b-ort>z</b-ort>\n")};
+    file.betriebe = {business(
+        "1001", "1", "<unbekannt>x</unbekannt>\n<unbekannt>y</unbekannt>\n<b-ort>z</b-ort>\n")};
     f.import(file, {core::msg::vbYes, core::msg::vbNo});
     EXPECT_EQ(f.entries("Upd_3_Betr"), 3);
     EXPECT_NE(f.logText().find("Fehlernummer:           3265\r\n"), std::string::npos);
@@ -89,14 +100,16 @@ TEST(RecordImportTest, RecordWithoutFieldsIsDroppedButItsSectionsStay) {
 TEST(RecordImportTest, BusinessRelatedStoreKeepsOneStatePerBusiness) {
     ImportFixture f;
     TmlFile first;
-    first.betriebe = {business("1001", "1", address("1", "Alt") + "<personen>\n" + person("5001", "NP", "1", permit("A")) +
-                                                "</personen>\n"),
+    first.betriebe = {business("1001", "1",
+                               address("1", "Alt") + "<personen>\n" +
+                                   person("5001", "NP", "1", permit("A")) + "</personen>\n"),
                       business("2002", "1")};
     f.import(first);
     TmlFile second;
     second.betriebe = {business("1001", "2", address("1", "Neu"))};
     f.import(second);
-    EXPECT_EQ(f.rows("SELECT [betr-nr], [betr-hist-nr] FROM betrieb ORDER BY [betr-nr]"), (Strings{"1001|2", "2002|1"}));
+    EXPECT_EQ(f.rows("SELECT [betr-nr], [betr-hist-nr] FROM betrieb ORDER BY [betr-nr]"),
+              (Strings{"1001|2", "2002|1"}));
     EXPECT_EQ(f.rows("SELECT [b-ort] FROM betrieb_adresse"), (Strings{"Neu"}));
     EXPECT_EQ(f.count("beziehung_betrieb_person"), 0);
     EXPECT_EQ(f.count("person_erlaubnis"), 0);
@@ -107,20 +120,30 @@ TEST(RecordImportTest, NotificationRelatedStoreKeepsStatesSideBySide) {
     ImportFixture f;
     TmlFile file;
     file.struktur = "MELDUNGSBEZOGEN";
-    file.betriebe = {business("1001", "1", "<personen>\n" + person("5001", "NP", "1", permit("A")) + "</personen>\n")};
-    f.import(file, {core::msg::vbYes, core::msg::vbYes});  // consent, and the switch to the other store
+    file.betriebe = {business(
+        "1001", "1", "<personen>\n" + person("5001", "NP", "1", permit("A")) + "</personen>\n")};
+    f.import(file,
+             {core::msg::vbYes, core::msg::vbYes});  // consent, and the switch to the other store
     EXPECT_EQ(f.g().caption, "TOLMA_4x_Access (meldungsbezogene Daten)");
     EXPECT_EQ(f.g().db_pfad_aktuell, f.g().pfad_db + "tl_4x_m.mdb");
     EXPECT_EQ(f.g().datenart_wert, "BETRIEBSBEZOGEN");  // the in-memory kind stays until read again
-    file.betriebe = {business("1001", "2", "<personen>\n" + person("5001", "NP", "1", permit("B")) + "</personen>\n"),
-                     business("1001", "1", "<b-ort>x</b-ort>\n")};
-    f.import(file, {core::msg::vbYes, core::msg::vbNo});  // asked again: No keeps the store, ends the import
+    file.betriebe = {
+        business("1001", "2",
+                 "<personen>\n" + person("5001", "NP", "1", permit("B")) + "</personen>\n"),
+        business("1001", "1", "<b-ort>x</b-ort>\n")};
+    f.import(file, {core::msg::vbYes,
+                    core::msg::vbNo});  // asked again: No keeps the store, ends the import
     EXPECT_EQ(f.lastMessage(), "Der Vorgang wurde abgebrochen!");
     f.g().datenart_wert = "MELDUNGSBEZOGEN";
-    file.betriebe = {business("1001", "2", "<personen>\n" + person("5001", "NP", "1", permit("B")) + "</personen>\n")};
+    file.betriebe = {business(
+        "1001", "2", "<personen>\n" + person("5001", "NP", "1", permit("B")) + "</personen>\n")};
     f.import(file);
-    EXPECT_EQ(f.rows("SELECT [betr-nr], [betr-hist-nr] FROM betrieb ORDER BY [betr-hist-nr]"), (Strings{"1001|1", "1001|2"}));
-    EXPECT_EQ(f.rows("SELECT [bez-betr-hist-nr] FROM beziehung_betrieb_person ORDER BY [bez-betr-hist-nr]"), (Strings{"1", "2"}));
+    EXPECT_EQ(f.rows("SELECT [betr-nr], [betr-hist-nr] FROM betrieb ORDER BY [betr-hist-nr]"),
+              (Strings{"1001|1", "1001|2"}));
+    EXPECT_EQ(
+        f.rows(
+            "SELECT [bez-betr-hist-nr] FROM beziehung_betrieb_person ORDER BY [bez-betr-hist-nr]"),
+        (Strings{"1", "2"}));
     // The person permits of the earlier state are gone: they carry no history number.
     EXPECT_EQ(f.rows("SELECT [p-erl-art], [betr-nr] FROM person_erlaubnis"), (Strings{"B|1001"}));
 }
@@ -132,57 +155,71 @@ TEST(RecordImportTest, KindInOtherCaseIsAcceptedButRemovesNothing) {
     f.import(file);
     file.struktur = "betriebsbezogen";
     f.import(file);
-    EXPECT_EQ(f.dialogs.shown.size(), 4u);  // consent and message, twice: no question about the kind
+    EXPECT_EQ(f.dialogs.shown.size(),
+              4u);  // consent and message, twice: no question about the kind
     EXPECT_EQ(f.count("betrieb"), 2);
 }
 
 TEST(RecordImportTest, PersonsWithNationalitiesPermitsCraftCardsAndLinks) {
     ImportFixture f;
     TmlFile file;
-    const std::string nat = "<staatsangehoerigkeiten>\n<staatsangehoerigkeit>\n<staat-text>deutsch</staat-text>\n"
-                            "<staat-schl>000</staat-schl>\n</staatsangehoerigkeit>\n<staatsangehoerigkeit>\n"
-                            "<staat-text>türkisch</staat-text>\n<staat-schl>163</staat-schl>\n</staatsangehoerigkeit>\n"
-                            "</staatsangehoerigkeiten>\n";
-    const std::string hwk = "<p-handwerkskarten>\n<p-handwerkskarte>\n<p-hwk-art>Meister</p-hwk-art>\n"
-                            "</p-handwerkskarte>\n</p-handwerkskarten>\n";
-    file.betriebe = {business("1001", "1",
-                              "<personen>\n" +
-                                  person("5001", "NP", "1", "<p-austr-datum>20201231</p-austr-datum>\n") +
-                                  person("5001", "NP", "1", nat + permit("A") + hwk) + "</personen>\n"),
-                     business("2002", "1", "<personen>\n" + person("5001", "NP", "4", permit("C")) + "</personen>\n")};
+    const std::string nat =
+        "<staatsangehoerigkeiten>\n<staatsangehoerigkeit>\n<staat-text>deutsch</staat-text>\n"
+        "<staat-schl>000</staat-schl>\n</staatsangehoerigkeit>\n<staatsangehoerigkeit>\n"
+        "<staat-text>türkisch</staat-text>\n<staat-schl>163</staat-schl>\n</staatsangehoerigkeit>\n"
+        "</staatsangehoerigkeiten>\n";
+    const std::string hwk =
+        "<p-handwerkskarten>\n<p-handwerkskarte>\n<p-hwk-art>Meister</p-hwk-art>\n"
+        "</p-handwerkskarte>\n</p-handwerkskarten>\n";
+    file.betriebe = {
+        business("1001", "1",
+                 "<personen>\n" +
+                     person("5001", "NP", "1", "<p-austr-datum>20201231</p-austr-datum>\n") +
+                     person("5001", "NP", "1", nat + permit("A") + hwk) + "</personen>\n"),
+        business("2002", "1",
+                 "<personen>\n" + person("5001", "NP", "4", permit("C")) + "</personen>\n")};
     f.import(file);
     EXPECT_EQ(f.count("person"), 1);
-    EXPECT_EQ(f.rows("SELECT [staat-text], [staat-schl], [pers-nr] FROM person_staatsang"), (Strings{}));
-    EXPECT_EQ(f.rows("SELECT [p-erl-art], [p-erl-datum], [betr-nr] FROM person_erlaubnis ORDER BY [betr-nr]"),
+    EXPECT_EQ(f.rows("SELECT [staat-text], [staat-schl], [pers-nr] FROM person_staatsang"),
+              (Strings{}));
+    EXPECT_EQ(f.rows("SELECT [p-erl-art], [p-erl-datum], [betr-nr] FROM person_erlaubnis ORDER BY "
+                     "[betr-nr]"),
               (Strings{"A|02.01.2020|1001", "C|02.01.2020|2002"}));
-    EXPECT_EQ(f.rows("SELECT [p-hwk-art], [betr-nr] FROM person_handwerkskarte"), (Strings{"Meister|1001"}));
+    EXPECT_EQ(f.rows("SELECT [p-hwk-art], [betr-nr] FROM person_handwerkskarte"),
+              (Strings{"Meister|1001"}));
     // The same person twice with the same function in one business: one link.
-    EXPECT_EQ(f.rows("SELECT [bez-betr-nr], [bez-sort-nr], [p-funktion], [p-austr-datum], [pers-nr-jp] "
-                     "FROM beziehung_betrieb_person ORDER BY [bez-betr-nr]"),
-              (Strings{"1001|1|1|31.12.2020|", "2002|1|4||"}));
+    EXPECT_EQ(
+        f.rows("SELECT [bez-betr-nr], [bez-sort-nr], [p-funktion], [p-austr-datum], [pers-nr-jp] "
+               "FROM beziehung_betrieb_person ORDER BY [bez-betr-nr]"),
+        (Strings{"1001|1|1|31.12.2020|", "2002|1|4||"}));
 }
 
 TEST(RecordImportTest, LastRecordNamingAPersonDeterminesItsRowAndNationalities) {
     ImportFixture f;
     TmlFile file;
-    const std::string nat = "<staatsangehoerigkeiten>\n<staatsangehoerigkeit>\n<staat-text>deutsch</staat-text>\n"
-                            "<staat-schl>000</staat-schl>\n</staatsangehoerigkeit>\n</staatsangehoerigkeiten>\n";
-    file.betriebe = {business("1001", "1", "<personen>\n" + person("5001", "NP", "1", nat) + "</personen>\n")};
+    const std::string nat =
+        "<staatsangehoerigkeiten>\n<staatsangehoerigkeit>\n<staat-text>deutsch</staat-text>\n"
+        "<staat-schl>000</staat-schl>\n</staatsangehoerigkeit>\n</staatsangehoerigkeiten>\n";
+    file.betriebe = {
+        business("1001", "1", "<personen>\n" + person("5001", "NP", "1", nat) + "</personen>\n")};
     f.import(file);
-    EXPECT_EQ(f.rows("SELECT [staat-text], [pers-nr] FROM person_staatsang"), (Strings{"deutsch|5001"}));
+    EXPECT_EQ(f.rows("SELECT [staat-text], [pers-nr] FROM person_staatsang"),
+              (Strings{"deutsch|5001"}));
 }
 
 TEST(RecordImportTest, PersonWithoutNumberIsDroppedAndCountedInTheSortNumber) {
     ImportFixture f;
     TmlFile file;
-    file.betriebe = {business("1001", "1",
-                              "<personen>\n<person>\n<pers-nr></pers-nr>\n<fam-name>Niemand</fam-name>\n</person>\n" +
-                                  person("5002", "np", "1") + "</personen>\n")};
+    file.betriebe = {business(
+        "1001", "1",
+        "<personen>\n<person>\n<pers-nr></pers-nr>\n<fam-name>Niemand</fam-name>\n</person>\n" +
+            person("5002", "np", "1") + "</personen>\n")};
     f.import(file);
     EXPECT_EQ(f.rows("SELECT [pers-nr], [fam-name] FROM person"), (Strings{"5002|Person 5002"}));
     // "np" counts as NP: the natural person gets the (empty) legal person of the chain.
-    EXPECT_EQ(f.rows("SELECT [bez-pers-nr], [bez-sort-nr], [pers-nr-jp] FROM beziehung_betrieb_person"),
-              (Strings{"5002|2|"}));
+    EXPECT_EQ(
+        f.rows("SELECT [bez-pers-nr], [bez-sort-nr], [pers-nr-jp] FROM beziehung_betrieb_person"),
+        (Strings{"5002|2|"}));
     EXPECT_FALSE(f.g().fehler_vorhanden);
 }
 
@@ -191,11 +228,14 @@ TEST(RecordImportTest, ChainOfLegalPersonsFollowsTheLegalForm) {
         ImportFixture f;
         TmlFile file;
         file.betriebe = {business("1001", "1",
-                                  "<b-rechtsform>" + rechtsform + "</b-rechtsform>\n<personen>\n" + person("A", "JP", "2") +
-                                      person("x", "NP", "3") + person("B", "jp", "3") + person("y", "NP", "3") +
+                                  "<b-rechtsform>" + rechtsform + "</b-rechtsform>\n<personen>\n" +
+                                      person("A", "JP", "2") + person("x", "NP", "3") +
+                                      person("B", "jp", "3") + person("y", "NP", "3") +
                                       "</personen>\n")};
         f.import(file);
-        const auto links = f.rows("SELECT [bez-pers-nr], [pers-nr-jp] FROM beziehung_betrieb_person ORDER BY [bez-sort-nr]");
+        const auto links = f.rows(
+            "SELECT [bez-pers-nr], [pers-nr-jp] FROM beziehung_betrieb_person ORDER BY "
+            "[bez-sort-nr]");
         if (rechtsform == "230")  // a partnership: B hangs under A and is no anchor
             EXPECT_EQ(links, (Strings{"A|", "x|A", "B|A", "y|A"}));
         else
@@ -208,8 +248,8 @@ TEST(RecordImportTest, CharacterAfterTheClosingTagIsLost) {
     const std::string b1 = "<betrieb>\n<betr-nr>1</betr-nr>\n<b-ort>x</b-ort>\n</betrieb>";
     const std::string b2 = "<betrieb>\n<betr-nr>2</betr-nr>\n<b-ort>x</b-ort>\n</betrieb>";
     const std::string b3 = "<betrieb>\n<betr-nr>3</betr-nr>\n<b-ort>x</b-ort>\n</betrieb>";
-    f.importBytes("<struktur>BETRIEBSBEZOGEN</struktur><tml-version>151</tml-version>\n" + b1 + " " + b2 + "\n" + b1 + b3 +
-                  "\n");
+    f.importBytes("<struktur>BETRIEBSBEZOGEN</struktur><tml-version>151</tml-version>\n" + b1 +
+                  " " + b2 + "\n" + b1 + b3 + "\n");
     // With one blank between, both are read; with none, the second loses its "<" and is gone.
     EXPECT_EQ(f.rows("SELECT [betr-nr] FROM betrieb ORDER BY [betr-nr]"), (Strings{"1", "2"}));
 }

@@ -1,20 +1,20 @@
 // The main window and the record view as a clerk sees them, on a store with the sample data.
 #include <QCheckBox>
+#include <QDateEdit>
 #include <QLabel>
-#include <QListWidget>
 #include <QLineEdit>
-#include <QToolButton>
+#include <QListWidget>
 #include <QMdiArea>
 #include <QMdiSubWindow>
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScreen>
-#include <QTableWidget>
 #include <QTabWidget>
 #include <QTableView>
+#include <QTableWidget>
 #include <QTextEdit>
-#include <QDateEdit>
+#include <QToolButton>
 #include <QtTest>
 
 #include <filesystem>
@@ -33,7 +33,7 @@ namespace {
 
 // Scripted answers, a scripted file dialog, and the messages shown.
 class ScriptedDialogs : public tolma::core::Dialogs {
-public:
+  public:
     std::string file;
     std::vector<std::string> shown;
     int MsgBox(const std::string& text, int style, const std::string&) override {
@@ -59,9 +59,10 @@ class MainWindowTest : public QObject {
         return box ? box->text() : QString("<fehlt: %1>").arg(name);
     }
 
-private slots:
+  private slots:
     void init() {
-        home = std::filesystem::temp_directory_path() / ("tolma-ui-" + std::to_string(QCoreApplication::applicationPid()));
+        home = std::filesystem::temp_directory_path() /
+               ("tolma-ui-" + std::to_string(QCoreApplication::applicationPid()));
         std::filesystem::remove_all(home);
         g = std::make_unique<tolma::core::Globals>();
         tolma::browse::attachDataControls(*g);
@@ -101,7 +102,8 @@ private slots:
     void importFromTheMenuThenShowABusinessOnItsTabs() {
         dialogs.file = (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
         window->trigger("menue_import_datenbank");
-        QCOMPARE(QString::fromStdString(dialogs.shown.back()), QString("Die Daten wurden übertragen!"));
+        QCOMPARE(QString::fromStdString(dialogs.shown.back()),
+                 QString("Die Daten wurden übertragen!"));
         QVERIFY(!window->menuEntry("menue_import_datenbank")->isChecked());
         QVERIFY(window->menuBar()->isEnabled());
 
@@ -117,7 +119,8 @@ private slots:
         QVERIFY(!text("Text_136").isEmpty());
         auto* tabs = window->findChild<QTabWidget*>("SSTab1");
         tabs->setCurrentIndex(3);
-        QCOMPARE(window->findChild<QLabel*>("Label2")->text(), QString("Anzeige: Personendaten (nat. und jur. Person)"));
+        QCOMPARE(window->findChild<QLabel*>("Label2")->text(),
+                 QString("Anzeige: Personendaten (nat. und jur. Person)"));
         QVERIFY(window->findChild<QWidget*>("Frame_Anzahl")->isVisible());
         const QString first = text("TextPers_88");
         QCOMPARE(window->findChild<QLabel*>("DATA_PERS_Caption")->text(), QString("Satz 1 von 2"));
@@ -130,7 +133,8 @@ private slots:
     }
 
     void listsFindAndOpenABusinessAndTheWalkGoesToTheRepresentatives() {
-        tolma::transfer::Upd_1_Start(*g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
         window->trigger("menue_suchen_betrieb");
         auto* list = window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr");
         QVERIFY(list != nullptr);
@@ -142,9 +146,11 @@ private slots:
         QVERIFY(sub->width() <= window->mdiArea()->viewport()->width());
         auto* grid = list->findChild<QTableView*>("DBGrid1");
         QCOMPARE(grid->model()->columnCount(), 6);
-        QCOMPARE(grid->model()->headerData(5, Qt::Horizontal).toString(), QString("Straße (Betriebsstätte)"));
+        QCOMPARE(grid->model()->headerData(5, Qt::Horizontal).toString(),
+                 QString("Straße (Betriebsstätte)"));
         QTest::keyClicks(list->findChild<QLineEdit*>("Text1_3"), "nord");
-        QCOMPARE(grid->model()->index(grid->currentIndex().row(), 3).data().toString(), QString("Nordsee Bau GmbH"));
+        QCOMPARE(grid->model()->index(grid->currentIndex().row(), 3).data().toString(),
+                 QString("Nordsee Bau GmbH"));
         QVERIFY(list->findChild<QLabel*>("Label1")->text().startsWith("Betrieb Nr. "));
         list->findChild<QPushButton*>("Command1_0")->click();
         QTRY_VERIFY(window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr") == nullptr);
@@ -173,7 +179,8 @@ private slots:
     }
 
     void exportFormWritesTheStoreFromTheMenu() {
-        tolma::transfer::Upd_1_Start(*g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
         window->trigger("menue_export_textdatei");
         auto* form = window->findChild<QWidget*>("Frm_Verwaltungsblock");
         QVERIFY(form != nullptr);
@@ -208,7 +215,8 @@ private slots:
         QVERIFY(!window->menuEntry("menue_extras_optionen")->isChecked());
         auto marked = g->db_org.OpenRecordset("aktuelleGemeinde");
         QCOMPARE(marked.RecordCount(), 1L);
-        QCOMPARE(QString::fromStdString(marked.Fields("gem-name").Value().toString()), QString("Kiel, Landeshauptstadt"));
+        QCOMPARE(QString::fromStdString(marked.Fields("gem-name").Value().toString()),
+                 QString("Kiel, Landeshauptstadt"));
     }
 
     void closingWithFormsOpenEndsCleanly() {
@@ -225,11 +233,14 @@ private slots:
         QCOMPARE(edit[1]->text(), QString("Transferdatei &prüfen..."));
         QCOMPARE(edit[2]->text(), QString("Import &zurücknehmen..."));
 
-        const std::string sample = (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
+        const std::string sample =
+            (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
         tolma::transfer::ImportCheck report;
         tolma::transfer::checkTransferFile(*g, sample, report);
         tolma::ui::CheckReportWindow check(sample, report);
-        QVERIFY(check.findChild<QPlainTextEdit*>("Text_Bericht")->toPlainText().contains("Betriebe in der Datei: 52"));
+        QVERIFY(check.findChild<QPlainTextEdit*>("Text_Bericht")
+                    ->toPlainText()
+                    .contains("Betriebe in der Datei: 52"));
         QCOMPARE(g->db_daten.OpenRecordset("betrieb").RecordCount(), 0L);  // the check kept nothing
 
         tolma::transfer::Upd_1_Start(*g, sample);
@@ -267,20 +278,25 @@ private slots:
     }
 
     void theWindowGrowsWithinTheScreenWhereATabNeedsRoom() {
-        const QSize designed(tolma::ui::twipsToPixels(window.get(), 12165), tolma::ui::twipsToPixels(window.get(), 8940));
+        const QSize designed(tolma::ui::twipsToPixels(window.get(), 12165),
+                             tolma::ui::twipsToPixels(window.get(), 8940));
         const QSize before = window->recordView()->missingRoom();
         window->fitRecordView();
         const QSize kept = window->keptSize();
         QVERIFY(kept.width() >= designed.width() && kept.height() >= designed.height());
-        QVERIFY(kept.width() <= std::max(designed.width(), window->screen()->availableGeometry().width()));
-        QVERIFY(kept.height() <= std::max(designed.height(), window->screen()->availableGeometry().height()));
-        if (before.width() > 0 || before.height() > 0) QVERIFY(kept != designed);  // it grew where room was missing
+        QVERIFY(kept.width() <=
+                std::max(designed.width(), window->screen()->availableGeometry().width()));
+        QVERIFY(kept.height() <=
+                std::max(designed.height(), window->screen()->availableGeometry().height()));
+        if (before.width() > 0 || before.height() > 0)
+            QVERIFY(kept != designed);  // it grew where room was missing
         window->resize(designed);
         QCOMPARE(window->size(), kept);  // and keeps that size
     }
 
     void evaluationShowsTableAndChartAndOpensTheBusinessesOfANumber() {
-        tolma::transfer::Upd_1_Start(*g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
         window->trigger("menue_extras_auswertungen");
         auto* form = window->findChild<tolma::ui::EvaluationWindow*>("Frm_Auswertung");
         QVERIFY(form != nullptr);
@@ -291,7 +307,8 @@ private slots:
         const int sum = table->rowCount() - 1;
         QCOMPARE(table->item(sum, 0)->text(), QString("Summe"));
         QCOMPARE(table->horizontalHeaderItem(4)->text(), QString("Saldo"));
-        QCOMPARE(table->item(sum, 1)->text().toLong() - table->item(sum, 3)->text().toLong(), table->item(sum, 4)->text().toLong());
+        QCOMPARE(table->item(sum, 1)->text().toLong() - table->item(sum, 3)->text().toLong(),
+                 table->item(sum, 4)->text().toLong());
         // A number opens the list of what it counts.
         const long registrations = table->item(sum, 1)->text().toLong();
         QVERIFY(registrations > 0);
@@ -304,7 +321,8 @@ private slots:
     void cancelledFileDialogTellsAndClearsTheMark() {
         dialogs.file.clear();
         window->trigger("menue_import_datenbank");
-        QCOMPARE(QString::fromStdString(dialogs.shown.back()), QString("Es wurde keine Update-Datei ausgewählt!"));
+        QCOMPARE(QString::fromStdString(dialogs.shown.back()),
+                 QString("Es wurde keine Update-Datei ausgewählt!"));
         QVERIFY(!window->menuEntry("menue_import_datenbank")->isChecked());
     }
 };

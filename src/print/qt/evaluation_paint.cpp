@@ -13,7 +13,9 @@ namespace {
 
 const QColor kAn(43, 108, 176), kAb(200, 64, 48), kSaldo(30, 30, 30);
 
-QString q(const std::string& s) { return QString::fromStdString(s); }
+QString q(const std::string& s) {
+    return QString::fromStdString(s);
+}
 
 QString scopeText(const evaluation::Query& query) {
     switch (query.scope) {
@@ -33,19 +35,24 @@ void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Res
     p.save();
     p.setRenderHint(QPainter::Antialiasing);
     const QFontMetricsF fm(p.font());
-    const double legend = fm.height() * 1.6, axis = fm.height() * 2.2, left = fm.horizontalAdvance("-00000") + 8;
-    const QRectF plot(area.left() + left, area.top() + legend, area.width() - left - 8, area.height() - legend - axis);
+    const double legend = fm.height() * 1.6, axis = fm.height() * 2.2,
+                 left = fm.horizontalAdvance("-00000") + 8;
+    const QRectF plot(area.left() + left, area.top() + legend, area.width() - left - 8,
+                      area.height() - legend - axis);
     long top = 1, bottom = 0;
     for (const auto& [month, c] : r.months) {
         top = std::max({top, c.anmeldungen, c.abmeldungen, c.saldo()});
         bottom = std::min(bottom, c.saldo());
     }
-    auto y = [&](double v) { return plot.bottom() - (v - bottom) / double(top - bottom) * plot.height(); };
+    auto y = [&](double v) {
+        return plot.bottom() - (v - bottom) / double(top - bottom) * plot.height();
+    };
 
     // Legend, grid and axis.
     double lx = plot.left();
-    for (const auto& [color, text] : {std::pair{kAn, QString("Anmeldungen")}, std::pair{kAb, QString("Abmeldungen")},
-                                      std::pair{kSaldo, QString("Saldo")}}) {
+    for (const auto& [color, text] :
+         {std::pair{kAn, QString("Anmeldungen")}, std::pair{kAb, QString("Abmeldungen")},
+          std::pair{kSaldo, QString("Saldo")}}) {
         p.fillRect(QRectF(lx, area.top() + 2, fm.height() * 0.8, fm.height() * 0.8), color);
         p.setPen(Qt::black);
         p.drawText(QPointF(lx + fm.height(), area.top() + fm.ascent()), text);
@@ -56,8 +63,8 @@ void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Res
     for (long v = bottom - bottom % step; v <= top; v += step) {
         p.drawLine(QPointF(plot.left(), y(double(v))), QPointF(plot.right(), y(double(v))));
         p.setPen(Qt::black);
-        p.drawText(QRectF(area.left(), y(double(v)) - fm.height() / 2, left - 6, fm.height()), Qt::AlignRight | Qt::AlignVCenter,
-                   QString::number(v));
+        p.drawText(QRectF(area.left(), y(double(v)) - fm.height() / 2, left - 6, fm.height()),
+                   Qt::AlignRight | Qt::AlignVCenter, QString::number(v));
         p.setPen(QColor(220, 220, 220));
     }
     p.setPen(Qt::black);
@@ -71,13 +78,18 @@ void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Res
         const auto& [month, c] = r.months[static_cast<size_t>(i)];
         const double x = plot.left() + i * slot + slot * 0.15;
         p.fillRect(QRectF(QPointF(x, y(double(c.anmeldungen))), QPointF(x + bar, y(0))), kAn);
-        p.fillRect(QRectF(QPointF(x + bar, y(double(c.abmeldungen))), QPointF(x + 2 * bar, y(0))), kAb);
+        p.fillRect(QRectF(QPointF(x + bar, y(double(c.abmeldungen))), QPointF(x + 2 * bar, y(0))),
+                   kAb);
         saldo << QPointF(x + bar, y(double(c.saldo())));
-        const QString label = QString("%1/%2").arg(month.month, 2, 10, QChar('0')).arg(month.year % 100, 2, 10, QChar('0'));
+        const QString label = QString("%1/%2")
+                                  .arg(month.month, 2, 10, QChar('0'))
+                                  .arg(month.year % 100, 2, 10, QChar('0'));
         // Every month gets its label where there is room, else every second, third...
-        const int every = std::max(1, static_cast<int>(std::ceil(fm.horizontalAdvance("00/00") * 1.3 / slot)));
+        const int every =
+            std::max(1, static_cast<int>(std::ceil(fm.horizontalAdvance("00/00") * 1.3 / slot)));
         if (i % every == 0)
-            p.drawText(QRectF(plot.left() + (i + 0.5) * slot - every * slot / 2, plot.bottom() + 4, every * slot, fm.height()),
+            p.drawText(QRectF(plot.left() + (i + 0.5) * slot - every * slot / 2, plot.bottom() + 4,
+                              every * slot, fm.height()),
                        Qt::AlignHCenter, label);
     }
     p.setPen(QPen(kSaldo, std::max(1.5, fm.height() / 8)));
@@ -111,18 +123,24 @@ void printEvaluation(QPagedPaintDevice& device, const evaluation::Result& r) {
     title.setBold(true);
     title.setPointSizeF(14);
     p.setFont(title);
-    p.drawText(QPointF(0, yPos + QFontMetricsF(title, &device).ascent()), "Auswertung der Gewerbemeldungen");
+    p.drawText(QPointF(0, yPos + QFontMetricsF(title, &device).ascent()),
+               "Auswertung der Gewerbemeldungen");
     yPos += QFontMetricsF(title, &device).height() * 1.4;
     p.setFont(font);
-    p.drawText(QPointF(0, yPos + fm.ascent()), "Zeitraum " + q(evaluation::monthText(r.query.from)) + " bis " +
-                                                   q(evaluation::monthText(r.query.to)) + ", " + scopeText(r.query));
+    p.drawText(QPointF(0, yPos + fm.ascent()),
+               "Zeitraum " + q(evaluation::monthText(r.query.from)) + " bis " +
+                   q(evaluation::monthText(r.query.to)) + ", " + scopeText(r.query));
     yPos += fm.height() * 2;
 
     // The table: the group's name, then the five counts right-aligned.
     const double numbers = fm.horizontalAdvance("Anmeldungen") + fm.height();
     const double nameWidth = page.width() - 5 * numbers;
-    const QStringList heads = {QString(evaluation::groupingCaption(r.query.grouping)), "Anmeldungen", "Ummeldungen",
-                               "Abmeldungen", "Saldo", "Nebenerwerb"};
+    const QStringList heads = {QString(evaluation::groupingCaption(r.query.grouping)),
+                               "Anmeldungen",
+                               "Ummeldungen",
+                               "Abmeldungen",
+                               "Saldo",
+                               "Nebenerwerb"};
     auto row = [&](const QStringList& cells, bool bold) {
         QFont f = font;
         f.setBold(bold);
@@ -130,8 +148,8 @@ void printEvaluation(QPagedPaintDevice& device, const evaluation::Result& r) {
         const QString name = fm.elidedText(cells[0], Qt::ElideRight, nameWidth - fm.height());
         p.drawText(QRectF(0, yPos, nameWidth, fm.height()), Qt::AlignLeft | Qt::AlignVCenter, name);
         for (int i = 1; i < cells.size(); ++i)
-            p.drawText(QRectF(nameWidth + (i - 1) * numbers, yPos, numbers, fm.height()), Qt::AlignRight | Qt::AlignVCenter,
-                       cells[i]);
+            p.drawText(QRectF(nameWidth + (i - 1) * numbers, yPos, numbers, fm.height()),
+                       Qt::AlignRight | Qt::AlignVCenter, cells[i]);
         yPos += fm.height() * 1.2;
         if (yPos > page.height() - fm.height() * 2) {
             device.newPage();
@@ -140,8 +158,11 @@ void printEvaluation(QPagedPaintDevice& device, const evaluation::Result& r) {
     };
     row(heads, true);
     auto counts = [](const std::string& name, const evaluation::Counts& c) {
-        return QStringList{q(name), q(evaluation::germanNumber(c.anmeldungen)), q(evaluation::germanNumber(c.ummeldungen)),
-                           q(evaluation::germanNumber(c.abmeldungen)), q(evaluation::germanNumber(c.saldo())),
+        return QStringList{q(name),
+                           q(evaluation::germanNumber(c.anmeldungen)),
+                           q(evaluation::germanNumber(c.ummeldungen)),
+                           q(evaluation::germanNumber(c.abmeldungen)),
+                           q(evaluation::germanNumber(c.saldo())),
                            q(evaluation::germanNumber(c.nebenerwerb))};
     };
     for (const auto& [name, c] : r.lines) row(counts(name, c), false);
