@@ -5,6 +5,7 @@
 #include "browse/list_form.h"
 #include "browse/record_view.h"
 #include "store/connection.h"
+#include "store/german_text.h"
 #include "store/jet_sql.h"
 
 namespace tolma::test {
@@ -192,6 +193,39 @@ TEST(ListFormTest, PersonListOpensAndOkShowsTheBusinessOnTheFirstPersonTab) {
     f.g().marks.menue_suchen_person = false;
     EXPECT_FALSE(browse::menue_suchen_person(f.g(), empty));
     EXPECT_EQ(f.lastMessage(), "Es wurden in der Datenbank keine Sätze gefunden!");
+}
+
+// Sorting a list by a name column through the list's own query gives German order: ä with a,
+// the plain letter first.
+TEST(ListFormTest, ListsSortedByANameColumnShowGermanOrder) {
+    ListFixture f;
+    for (auto* form : {&f.betr, &f.pers}) {
+        ASSERT_TRUE(form == &f.betr ? browse::menue_suchen_betrieb(f.g(), *form)
+                                    : browse::menue_suchen_person(f.g(), *form));
+        const int column = form == &f.betr ? 3 : 5;  // Betriebsname
+        browse::Text1_Click(f.g(), *form, column);
+        auto& rs = form->data.Recordset();
+        std::vector<std::string> names;
+        for (long r = 0; r < rs.RecordCount(); ++r)
+            names.push_back(
+                rs.rowAt(r)[static_cast<size_t>(rs.fieldIndex("b-eintr-name"))].toString());
+        ASSERT_GT(names.size(), 10u);
+        // The click keeps the direction the column showed; either way the order is German.
+        if (store::german::compare(names.front(), names.back()) > 0)
+            std::reverse(names.begin(), names.end());
+        for (size_t i = 1; i < names.size(); ++i)
+            EXPECT_LE(store::german::compare(names[i - 1], names[i]), 0)
+                << names[i - 1] << " / " << names[i];
+        // "Bäckerei" stands before "Boutique", not after it as bytes would have it.
+        const auto at = [&](const std::string& prefix) {
+            return std::find_if(names.begin(), names.end(),
+                                [&](const std::string& n) { return n.rfind(prefix, 0) == 0; });
+        };
+        ASSERT_NE(at("Bäckerei"), names.end());
+        ASSERT_NE(at("Boutique"), names.end());
+        EXPECT_LT(at("Bäckerei"), at("Boutique"));
+        browse::Form_Unload(f.g(), *form);
+    }
 }
 
 // The person list's own rules: its filter, a person at two business states, the column that
