@@ -1,5 +1,6 @@
 #include "store/jet_generator.h"
 
+#include <algorithm>
 #include <cctype>
 
 #include "store/german_text.h"
@@ -20,6 +21,16 @@ struct Out {
 
 std::string bracket(const std::string& name) {
     return "[" + name + "]";
+}
+
+// How a table is named before ".rowid": bare where SQLite reads it so, as the recordsets and
+// their finds compare the qualifiers of a query with those of a condition.
+std::string qualifier(const std::string& name) {
+    const bool plain =
+        !name.empty() && (std::isalpha(static_cast<unsigned char>(name[0])) || name[0] == '_') &&
+        std::all_of(name.begin(), name.end(),
+                    [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; });
+    return plain ? name : bracket(name);
 }
 
 // A name for SQLite that may hold any character: an expression's text as its column name.
@@ -261,7 +272,7 @@ class Generator {
         using Kind = ast::TableSource::Kind;
         if (s.kind == Kind::Table) {
             if (parts)
-                parts->tables.push_back({s.name, bracket(s.alias.empty() ? s.name : s.alias)});
+                parts->tables.push_back({s.name, qualifier(s.alias.empty() ? s.name : s.alias)});
             return bracket(s.name) + (s.alias.empty() ? "" : " AS " + bracket(s.alias));
         }
         if (s.kind == Kind::Derived) {

@@ -70,7 +70,7 @@ TEST(JetParse, FindsTheBaseTablesOfJoins) {
     EXPECT_FALSE(grouped.keyable());
     auto aliased = parseSelect("SELECT * FROM [betrieb] AS b WHERE b.x = 1");
     ASSERT_EQ(aliased.tables.size(), 1u);
-    EXPECT_EQ(aliased.tables[0].qualifier, "[b]");
+    EXPECT_EQ(aliased.tables[0].qualifier, "b");
     EXPECT_EQ(bareTableName("[betrieb_adresse]"), "betrieb_adresse");
     EXPECT_EQ(bareTableName("SELECT * FROM x"), "");
 }
