@@ -27,6 +27,7 @@ void usage(std::ostream& err) {
            "  tolma-cli [--home VERZEICHNIS] auswertung --von JJJJ-MM --bis JJJJ-MM [--gruppe "
            "wz|gemeinde|rechtsform|grund]\n"
            "            [--gemeinde KZ] [--csv DATEI] [--pdf DATEI] [--png DATEI]\n"
+           "  tolma-cli [--home VERZEICHNIS] search [--nur betriebe|personen] [--limit N] BEGRIFF...\n"
            "  tolma-cli [--home VERZEICHNIS] sql [--settings] ANWEISUNG\n"
            "  tolma-cli --version\n";
 }
@@ -90,6 +91,7 @@ int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream
     if (command == "imports") return commandImports(options, rest, out, err);
     if (command == "undo") return commandUndo(options, rest, out, err);
     if (command == "auswertung") return commandAuswertung(options, rest, out, err);
+    if (command == "search") return commandSearch(options, rest, out, err);
     err << "Unbekannter Befehl: " << command << "\n";
     usage(err);
     return kExitUsage;

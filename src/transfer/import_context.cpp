@@ -69,6 +69,7 @@ bool ImportContext::mayHoldPerson(const std::string& persNr) {
 }
 
 void ImportContext::noteBusiness(const std::string& betrNr) {
+    touched.push_back(betrNr);
     if (keysLoaded_) note(businesses_, betrNr);
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_set>
+#include <vector>
 
 #include "core/globals.h"
 
@@ -24,6 +25,8 @@ struct ImportContext {
     // of removal, and the municipalities the file's businesses lie in.
     long replacing = 0, removals = 0;
     std::unordered_set<std::string> municipalities;
+    // The business numbers the run stored, for the search index.
+    std::vector<std::string> touched;
 
     // Whether the store may hold rows of a business or person number. A removal by a number the
     // store cannot hold would delete nothing, so it is left out: a first import into an empty

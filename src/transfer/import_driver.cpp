@@ -12,6 +12,7 @@
 #include "core/files.h"
 #include "model/codepage.h"
 #include "model/values.h"
+#include "search/search_index.h"
 #include "store/connection.h"
 #include "transfer/import_context.h"
 #include "transfer/import_journal.h"
@@ -405,6 +406,7 @@ class Run {
             core::showMessage(g_, message, core::msg::vbInformation, kTitel);
         g_.marks.menue_import_datenbank = false;
         core::DB_Load(g_);
+        refreshSearch();
         if (message == kAbgebrochen) return ImportOutcome::Cancelled;
         if (records_ > 0 && g_.storeFault.empty() && !g_.db_daten.isSet())
             g_.storeFault =
@@ -420,11 +422,22 @@ class Run {
         core::DB_Binden_loesen(g_);
         core::logTrapped(g_, "Upd_1_Start", e);
         core::DB_Load(g_);
+        refreshSearch();
         view_.MousePointer = 0;
         view_.SSTab1Tab = 0;
         view_.Label2 = "ACHTUNG UPDATE-FEHLER!";
         g_.refreshView();
         return ImportOutcome::Failed;
+    }
+
+    // The search index follows what the run stored, in a transaction of its own.
+    void refreshSearch() {
+        if (checking() || ctx_.touched.empty() || !g_.db_daten.isSet()) return;
+        try {
+            search::refreshIndex(*g_.db_daten.connection(), ctx_.touched);
+        } catch (const std::exception& e) {
+            core::logTrapped(g_, "Suchindex", e);
+        }
     }
 
     bool stop() {

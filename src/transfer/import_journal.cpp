@@ -210,6 +210,7 @@ std::vector<ImportRun> takeBackImports(store::Connection& c, std::optional<long>
 #include "core/db_connection.h"
 #include "core/error_log.h"
 #include "core/globals.h"
+#include "search/search_index.h"
 
 namespace tolma::transfer {
 
@@ -247,6 +248,7 @@ TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) 
         }
         result.runs = takeBackImports(c, open.front().lauf);
         result.outcome = TakeBackOutcome::Done;
+        if (search::hasIndex(c)) search::buildIndex(c);  // the index follows the restored store
         core::DB_Load(g);  // lists and record view read the restored rows
         core::showMessage(g, "Die Importläufe wurden zurückgenommen:\n" + names,
                           core::msg::vbInformation, title);

@@ -1,0 +1,169 @@
+#include "search/phonetic.h"
+
+#include <vector>
+
+#include "store/german_text.h"
+
+namespace tolma::search {
+namespace {
+
+// The base letters of U+0100 to U+017F (Latin Extended-A: "ř" in "Dvořák" and its kin).
+constexpr char kExtendedA[] =
+    "aaaaaaccccccccddddeeeeeeeeeegggggggghhhhiiiiiiiiiiiijjkkkllllllllllnnnnnnnnnoooooooorrrrrrssss"
+    "ssssttttttuuuuuuuuuuuuwwyyyzzzzzzs";
+
+// The base letter of a two-byte sequence of Latin Extended-A, or 0.
+char extendedBase(unsigned char lead, unsigned char next) {
+    if (lead < 0xC4 || lead > 0xC5) return 0;
+    const unsigned cp = ((lead & 0x1Fu) << 6) | (next & 0x3Fu);
+    return cp >= 0x100 && cp < 0x180 ? kExtendedA[cp - 0x100] : 0;
+}
+
+// The letters of a word in capitals, umlauts and accents on their base letter, ß as S; other
+// characters become a blank, which parts the word.
+std::string baseLetters(std::string_view word) {
+    const std::string lower = store::german::lower(word);
+    std::string out;
+    for (size_t i = 0; i < lower.size(); ++i) {
+        const auto c = static_cast<unsigned char>(lower[i]);
+        if (c >= 'a' && c <= 'z') {
+            out += static_cast<char>(c - 32);
+        } else if (c == 0xC3 && i + 1 < lower.size()) {
+            const auto d = static_cast<unsigned char>(lower[++i]);
+            static const char bases[] = "AAAAAAACEEEEIIIIDNOOOOO OUUUUYTY";  // U+00E0 .. U+00FF
+            if (d == 0x9F)
+                out += "S";  // ß
+            else if (d >= 0xA0 && d <= 0xBF && bases[d - 0xA0] != ' ')
+                out += bases[d - 0xA0];
+            else
+                out += ' ';
+        } else if (i + 1 < lower.size() &&
+                   extendedBase(c, static_cast<unsigned char>(lower[i + 1]))) {
+            out += static_cast<char>(extendedBase(c, static_cast<unsigned char>(lower[++i])) - 32);
+        } else {
+            out += ' ';
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+std::string koelnerPhonetik(std::string_view word) {
+    const std::string w = baseLetters(word);
+    std::string codes;
+    auto at = [&](size_t i) -> char { return i < w.size() ? w[i] : ' '; };
+    auto oneOf = [](char c, const char* set) {
+        return c != ' ' && std::string_view(set).find(c) != std::string_view::npos;
+    };
+    for (size_t i = 0; i < w.size(); ++i) {
+        const char c = w[i], before = i ? w[i - 1] : ' ', after = at(i + 1);
+        const bool first = i == 0 || before == ' ';
+        std::string code;
+        switch (c) {
+            case 'A':
+            case 'E':
+            case 'I':
+            case 'J':
+            case 'O':
+            case 'U':
+            case 'Y':
+                code = "0";
+                break;
+            case 'H':
+                code = "";
+                break;
+            case 'B':
+                code = "1";
+                break;
+            case 'P':
+                code = after == 'H' ? "3" : "1";
+                break;
+            case 'D':
+            case 'T':
+                code = oneOf(after, "CSZ") ? "8" : "2";
+                break;
+            case 'F':
+            case 'V':
+            case 'W':
+                code = "3";
+                break;
+            case 'G':
+            case 'K':
+            case 'Q':
+                code = "4";
+                break;
+            case 'C':
+                if (first)
+                    code = oneOf(after, "AHKLOQRUX") ? "4" : "8";
+                else
+                    code = oneOf(after, "AHKOQUX") && !oneOf(before, "SZ") ? "4" : "8";
+                break;
+            case 'X':
+                code = oneOf(before, "CKQ") ? "8" : "48";
+                break;
+            case 'L':
+                code = "5";
+                break;
+            case 'M':
+            case 'N':
+                code = "6";
+                break;
+            case 'R':
+                code = "7";
+                break;
+            case 'S':
+            case 'Z':
+                code = "8";
+                break;
+            default:
+                code = " ";
+                break;  // a break between words: repeats do not join across it
+        }
+        codes += code;
+    }
+    // Repeated codes count once; a zero counts only at the beginning.
+    std::string out;
+    char last = 0;
+    for (size_t i = 0; i < codes.size(); ++i) {
+        const char c = codes[i];
+        if (c == ' ') {
+            last = 0;
+            continue;
+        }
+        if (c != last && (c != '0' || out.empty())) out += c;
+        last = c;
+    }
+    return out;
+}
+
+std::string fold(std::string_view word) {
+    const std::string lower = store::german::lower(word);
+    std::string out;
+    for (size_t i = 0; i < lower.size(); ++i) {
+        const auto c = static_cast<unsigned char>(lower[i]);
+        if (c == 0xC3 && i + 1 < lower.size()) {
+            const auto d = static_cast<unsigned char>(lower[++i]);
+            static const char bases[] = "aaaaaaaceeeeiiiidnooooo ouuuuyty";
+            if (d == 0x9F)
+                out += "ss";
+            else if (d >= 0xA0 && d <= 0xBF && bases[d - 0xA0] != ' ')
+                out += bases[d - 0xA0];
+            continue;
+        }
+        // ae, oe and ue as the plain vowel: the spelling without umlauts on a keyboard.
+        if ((c == 'a' || c == 'o' || c == 'u') && i + 1 < lower.size() && lower[i + 1] == 'e') {
+            out += static_cast<char>(c);
+            ++i;
+            continue;
+        }
+        if (i + 1 < lower.size() && extendedBase(c, static_cast<unsigned char>(lower[i + 1]))) {
+            out += extendedBase(c, static_cast<unsigned char>(lower[++i]));
+            continue;
+        }
+        out += static_cast<char>(c);
+    }
+    return out;
+}
+
+}  // namespace tolma::search

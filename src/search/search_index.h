@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tolma::store {
+class Connection;
+}
+
+// One search across businesses and persons, through a full-text index of the data store
+// (SQLite FTS5) that holds every word three ways: as written (without regard to case), folded
+// (ä/ae/a, ß/ss, accents) and, for names, by sound (Kölner Phonetik). The index is a table of
+// its own, "tolma_suche"; no routine of the system reads it.
+namespace tolma::search {
+
+enum class Kind { Both, Businesses, Persons };
+
+struct Hit {
+    bool person = false;
+    std::string betrNr, betrHistNr, persNr, name, strasse, ort, gemKz;
+    bool abgemeldet = false;
+    int score = 0;  // 3 per word found as written, 2 folded, 1 by sound
+};
+
+bool hasIndex(store::Connection& c);
+// Builds the index anew from the store; `progress` hears (done, total) now and then.
+void buildIndex(store::Connection& c, const std::function<void(long, long)>& progress = {});
+// Writes the rows of these businesses (and of the persons linked to them) anew.
+void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs);
+// The hits of a query, best first: every word must match; the last one also as a beginning.
+std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind, int limit);
+// The hits as text: tab-separated with a header line.
+std::string hitsText(const std::vector<Hit>& hits);
+
+}  // namespace tolma::search

@@ -1,0 +1,165 @@
+// The search: names by sound, spellings folded, the index kept with the store.
+#include <gtest/gtest.h>
+
+#include "../transfer/import_fixture.h"
+#include "search/phonetic.h"
+#include "search/search_index.h"
+#include "store/connection.h"
+#include "transfer/import_journal.h"
+
+namespace tolma::test {
+namespace {
+
+TEST(KoelnerPhonetikTest, ReferenceValuesAndTheRulesEdges) {
+    struct Case {
+        const char* word;
+        const char* code;
+    } cases[] = {
+        {"Müller-Lüdenscheidt", "65752682"},
+        {"Breschnew", "17863"},
+        {"Wikipedia", "3412"},
+        {"Meier", "67"},
+        {"Maier", "67"},
+        {"Mair", "67"},
+        {"Meyer", "67"},
+        {"Meyr", "67"},
+        {"Mejer", "67"},
+        {"Major", "67"},
+        // C at the start: 4 before A, H, K, L, O, Q, R, U, X, else 8.
+        {"Christoph", "47823"},
+        {"Cäsar", "487"},
+        {"Celle", "85"},
+        // C inside: 4 before A, H, K, O, Q, U, X unless after S or Z; else 8.
+        {"Dachs", "248"},
+        {"Schmidt", "862"},
+        {"Ecke", "04"},
+        {"Mücke", "64"},
+        // X: 48, but 8 after C, K or Q.
+        {"Xaver", "4837"},
+        {"Hexe", "048"},
+        {"Axel", "0485"},
+        {"Dax", "248"},
+        {"Kex", "448"},
+        {"Tickx", "248"},
+        // H is no sound at all; vowels only at the beginning; repeats once.
+        {"Huhn", "06"},
+        {"Anna", "06"},
+        {"Otto", "02"},
+        {"", ""},
+    };
+    for (const auto& c : cases) EXPECT_EQ(search::koelnerPhonetik(c.word), c.code) << c.word;
+}
+
+TEST(SearchFoldTest, SpellingsAgreeAsPeopleSpellThem) {
+    struct Case {
+        const char* a;
+        const char* b;
+        bool same;
+    } cases[] = {
+        {"Müller", "Mueller", true}, {"Müller", "Muller", true}, {"MÜLLER", "müller", true},
+        {"Straße", "Strasse", true}, {"Dvořák", "Dvorak", true}, {"Öztürk", "Oezturk", true},
+        {"René", "Rene", true},      {"Meier", "Mayer", false},  {"Bäcker", "Backer", true},
+        {"Bäcker", "Becker", false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(search::fold(c.a) == search::fold(c.b), c.same) << c.a << " / " << c.b;
+}
+
+std::string business(const std::string& nr, const std::string& name, const std::string& street,
+                     const std::string& person, const std::string& ende = "") {
+    return "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr +
+           "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n<b-eintr-name>" + name +
+           "</b-eintr-name>\n" + (ende.empty() ? "" : "<betr-ende>" + ende + "</betr-ende>\n") +
+           "<adressen>\n<adresse art=\"1\">\n<b-adr-art>1</b-adr-art>\n<b-strasse>" + street +
+           "</b-strasse>\n<b-ort>Husum</b-ort>\n</adresse>\n</"
+           "adressen>\n<personen>\n<person>\n<p-funktion>1</p-funktion>\n"
+           "<pers-nr>9" +
+           nr + "</pers-nr>\n<p-art>NP</p-art>\n<fam-name>" + person +
+           "</fam-name>\n</person>\n</personen>\n";
+}
+
+struct SearchFixture : ImportFixture {
+    store::Connection& c() { return *g().db_daten.connection(); }
+    std::vector<std::string> names(const std::string& query,
+                                   search::Kind kind = search::Kind::Businesses) {
+        std::vector<std::string> out;
+        for (const auto& h : search::find(c(), query, kind, 20)) out.push_back(h.name);
+        return out;
+    }
+};
+
+TEST(SearchTest, WordsMatchAsWrittenFoldedByPrefixAndNamesBySound) {
+    SearchFixture f;
+    TmlFile file;
+    file.cp1252 = false;  // "ř" has no place in Windows-1252
+    file.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer"),
+                     business("1002", "Müller Transporte", "Am Hafen 1", "Müller"),
+                     business("1003", "Maier Bau", "Hauptstraße 9", "Maier", "20200101"),
+                     business("1004", "Fischhandel Dvořák", "Hafenweg 2", "Dvořák")};
+    ASSERT_EQ(f.import(file), transfer::ImportOutcome::Finished);
+    search::buildIndex(f.c());
+    struct Case {
+        const char* query;
+        std::vector<std::string> names;  // in rank order
+    } cases[] = {
+        {"Bäckerei Meyer", {"Bäckerei Meyer"}},
+        {"baeckerei", {"Bäckerei Meyer"}},
+        {"Mueller", {"Müller Transporte"}},
+        {"Dvorak", {"Fischhandel Dvořák"}},
+        {"Hauptstrasse", {"Bäckerei Meyer", "Maier Bau"}},      // the removed business last
+        {"Meier", {"Bäckerei Meyer", "Maier Bau"}},             // by sound, the current one first
+        {"Maier", {"Maier Bau", "Bäckerei Meyer"}},             // as written before by sound
+        {"Hafe", {"Fischhandel Dvořák", "Müller Transporte"}},  // the last word as a beginning
+        {"Hafen Müller", {"Müller Transporte"}},                // every word must match
+        {"Hauptstrasse Müller", {}},
+        {"Transport", {"Müller Transporte"}},
+        {"Transport Bäckerei", {}},  // a beginning only for the last word
+    };
+    for (const auto& cs : cases) EXPECT_EQ(f.names(cs.query), cs.names) << cs.query;
+    // Persons, with their business.
+    const auto persons = search::find(f.c(), "Mueller", search::Kind::Persons, 10);
+    ASSERT_EQ(persons.size(), 1u);
+    EXPECT_TRUE(persons[0].person);
+    EXPECT_EQ(persons[0].name, "Müller");
+    EXPECT_EQ(persons[0].betrNr, "1002");
+    const auto maier = search::find(f.c(), "Maier Bau", search::Kind::Businesses, 10);
+    ASSERT_EQ(maier.size(), 1u);
+    EXPECT_TRUE(maier[0].abgemeldet);
+    EXPECT_NE(search::hitsText(maier).find("\tabgemeldet\n"), std::string::npos);
+}
+
+TEST(SearchTest, TheIndexFollowsImportReplaceTakingBackAndRebuild) {
+    SearchFixture f;
+    TmlFile first;
+    first.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer")};
+    ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
+    EXPECT_FALSE(search::hasIndex(f.c()));
+    EXPECT_EQ(f.names("Meyer"), std::vector<std::string>{"Bäckerei Meyer"});  // built on first use
+    EXPECT_TRUE(search::hasIndex(f.c()));
+
+    TmlFile replace;
+    replace.betriebe = {business("1001", "Konditorei Schulz", "Hauptstraße 5", "Schulz"),
+                        business("1002", "Kiosk Meyer", "Am Markt 1", "Meyer")};
+    ASSERT_EQ(f.import(replace), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.names("Meyer"),
+              std::vector<std::string>{"Kiosk Meyer"});  // the replaced name is gone
+    EXPECT_EQ(f.names("Konditorei"), std::vector<std::string>{"Konditorei Schulz"});
+
+    f.dialogs.answers = {core::msg::vbYes};
+    ASSERT_EQ(transfer::Import_zuruecknehmen(f.g(), std::nullopt).outcome,
+              transfer::TakeBackOutcome::Done)
+        << f.logText();
+    EXPECT_EQ(f.names("Meyer"), std::vector<std::string>{"Bäckerei Meyer"});
+    EXPECT_TRUE(f.names("Konditorei").empty());
+
+    // A rebuild gives the same answers.
+    long reported = 0;
+    search::buildIndex(f.c(), [&](long done, long total) {
+        if (done == total) reported = total;
+    });
+    EXPECT_EQ(reported, 1);
+    EXPECT_EQ(f.names("Meyer"), std::vector<std::string>{"Bäckerei Meyer"});
+}
+
+}  // namespace
+}  // namespace tolma::test
