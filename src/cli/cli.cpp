@@ -27,7 +27,8 @@ void usage(std::ostream& err) {
            "  tolma-cli [--home VERZEICHNIS] auswertung --von JJJJ-MM --bis JJJJ-MM [--gruppe "
            "wz|gemeinde|rechtsform|grund]\n"
            "            [--gemeinde KZ] [--csv DATEI] [--pdf DATEI] [--png DATEI]\n"
-           "  tolma-cli [--home VERZEICHNIS] search [--nur betriebe|personen] [--limit N] BEGRIFF...\n"
+           "  tolma-cli [--home VERZEICHNIS] search [--nur betriebe|personen] [--limit N] "
+           "BEGRIFF...\n"
            "  tolma-cli [--home VERZEICHNIS] sql [--settings] ANWEISUNG\n"
            "  tolma-cli --version\n";
 }

@@ -33,7 +33,8 @@ int commandUndo(const Options& options, const std::vector<std::string>& args, st
                 std::ostream& err);
 int commandAuswertung(const Options& options, const std::vector<std::string>& args,
                       std::ostream& out, std::ostream& err);
-int commandSearch(const Options& options, const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
+int commandSearch(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                  std::ostream& err);
 int commandSql(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                std::ostream& err);
 
