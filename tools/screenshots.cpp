@@ -3,6 +3,7 @@
 //   tolma-screenshots OUTDIR HOME SAMPLE
 #include <QApplication>
 #include <QDir>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QScreen>
 #include <QTabWidget>
@@ -16,6 +17,7 @@
 #include "transfer/import_driver.h"
 #include "ui/import_windows.h"
 #include "ui/main_window.h"
+#include "ui/search_window.h"
 
 namespace {
 
@@ -86,6 +88,16 @@ int main(int argc, char** argv) {
         save(window, out, file);
     }
     tolma::core::A_Fenster_schliessen(g);
+
+    // One search across businesses and persons.
+    g.unloadForm("Frm_Auswertung");
+    window.trigger("menue_suchen_alle");
+    if (auto* search = window.findChild<tolma::ui::SearchWindow*>("Frm_Suchen")) {
+        search->box()->setText("Petersen Husum");
+        search->search();
+        save(window, out, "suchen.png");
+        g.unloadForm("Frm_Suchen");
+    }
 
     // Checking the sample file against the store that holds it, and the runs to take back.
     tolma::transfer::ImportCheck report;

@@ -221,6 +221,31 @@ bool menue_suchen_person(core::Globals& g, ListForm& form) {
     return shown;
 }
 
+void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::string& betrNr,
+                       const std::string& betrHistNr, bool person) {
+    guarded(g, "showFoundBusiness", [&] {
+        auto& v = g.startView;
+        v.Command3Visible = false;
+        v.Image2Visible = false;
+        v.SSTab1Visible = true;
+        v.Frame_UeberschriftVisible = true;
+        if (person) {
+            v.Frame_AnzahlVisible = true;
+            dataControls(g).DATA_ORG.RecordSource =
+                "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = " + quote(gemKz) + " ;";
+            dataControls(g).DATA_ORG.Refresh();
+            SSTab1_Click(g, 3);
+            v.Label2 = "Anzeige: Personendaten (nat. und jur. Person)";
+        } else {
+            SSTab1_Click(g, 0);
+            v.Label2 = "Anzeige: Meldedaten";
+        }
+        g.satz_gewaehlt = "ja";
+        DB_Load_DATA(g, gemKz, betrNr, betrHistNr, "");
+    });
+    g.refreshView();
+}
+
 bool openBusinessListOf(core::Globals& g, ListForm& form,
                         const std::vector<std::pair<std::string, std::string>>& states) {
     if (g.marks.menue_suchen_betrieb || states.empty()) return false;

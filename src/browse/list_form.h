@@ -47,6 +47,11 @@ std::string personListQuery(const std::string& gemFilterText, const std::string&
 // Opening from the menu; false when the list is not shown (already open, or empty).
 bool menue_suchen_betrieb(core::Globals& g, ListForm& form);
 bool menue_suchen_person(core::Globals& g, ListForm& form);
+// Shows a found business in the record view the way the lists' OK does: on its first tab, or
+// for a person on the persons tab.
+void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::string& betrNr,
+                       const std::string& betrHistNr, bool person);
+
 // The business list of the states an evaluation counted, each named by number and history
 // number; false when none of them is in the store any more.
 bool openBusinessListOf(core::Globals& g, ListForm& form,

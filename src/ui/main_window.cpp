@@ -3,6 +3,7 @@
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QDesktopServices>
+#include <QLineEdit>
 #include <QMdiArea>
 #include <QMdiSubWindow>
 #include <QMenuBar>
@@ -21,6 +22,7 @@
 #include "ui/options_window.h"
 #include "ui/print_support.h"
 #include "ui/record_view.h"
+#include "ui/search_window.h"
 #include "ui/twips.h"
 
 namespace tolma::ui {
@@ -37,6 +39,7 @@ const MenuDef kMenu[] = {
     {1, "menue_datei", "&Datei"},
     {2, "menue_suchen_betrieb", "öffnen (&Betrieb)"},
     {2, "menue_suchen_person", "öffnen (&Person)"},
+    {2, "menue_suchen_alle", "&Suchen..."},
     {2, "menue_drucken", "&drucken..."},
     {3, "menue_druck_betrieb", "aktueller &Betrieb"},
     {3, "menue_druck_Person", "aktuelle &Person"},
@@ -197,6 +200,21 @@ void MainWindow::showOptionsWindow() {
     connect(form, &OptionsWindow::storeChanged, this, [this] { refreshFromCore(); });
 }
 
+void MainWindow::openSearch() {
+    if (auto* open = mdiArea_->findChild<SearchWindow*>("Frm_Suchen")) {
+        if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget()))
+            mdiArea_->setActiveSubWindow(sub);
+        open->box()->setFocus();
+        return;
+    }
+    auto* form = new SearchWindow(g_);
+    QMdiSubWindow* window =
+        addChild(form, QSize(std::min(900, mdiArea_->viewport()->width()), 420));
+    connect(form, &SearchWindow::closeRequested, window, &QMdiSubWindow::close);
+    connect(form, &SearchWindow::recordLoaded, this, [this] { refreshFromCore(); });
+    form->box()->setFocus();
+}
+
 void MainWindow::openEvaluation() {
     if (auto* open = mdiArea_->findChild<EvaluationWindow*>("Frm_Auswertung")) {
         if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget()))
@@ -285,6 +303,7 @@ void MainWindow::buildMenu() {
          {"menue_suchen_person", "menue_suchen_betrieb", "menue_info", "menue_extras_optionen",
           "menue_import_datenbank", "menue_export_textdatei"})
         entries_[marked]->setCheckable(true);
+    entries_["menue_suchen_alle"]->setShortcut(QKeySequence::Find);
 }
 
 void MainWindow::trigger(const std::string& name) {
@@ -313,6 +332,8 @@ void MainWindow::trigger(const std::string& name) {
             core::menue_Ums_bearbeiten(g_);
         } else if (name == "menue_DB_auswahl_export") {
             core::menue_DB_auswahl_export(g_);
+        } else if (name == "menue_suchen_alle") {
+            openSearch();
         } else if (name == "menue_extras_auswertungen") {
             openEvaluation();
         } else if (name == "menue_import_pruefen") {

@@ -55,6 +55,7 @@ class MainWindow : public QMainWindow {
     void showOptionsWindow();
     void openInfo();
     void openEvaluation();
+    void openSearch();
     QMdiSubWindow* addChild(QWidget* widget, const QSize& size);
     void fitListWindow(QMdiSubWindow* window, ListWindow* list);
     void unloadForm(const std::string& name);

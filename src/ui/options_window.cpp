@@ -8,11 +8,14 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QProgressDialog>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QVBoxLayout>
 
 #include "core/error_log.h"
+#include "search/search_index.h"
+#include "store/connection.h"
 #include "transfer/import_driver.h"
 
 namespace tolma::ui {
@@ -87,6 +90,30 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     connect(kept, &QSpinBox::valueChanged, this,
             [this](int n) { run([&] { transfer::setKeptImportRuns(g_, n); }); });
     stores->addWidget(runs);
+
+    // The search's index, built anew where an administrator changed the store with other tools.
+    auto* index = new QGroupBox("Suchen", this);
+    index->setObjectName("Frame_Suchindex");
+    auto* indexLayout = new QHBoxLayout(index);
+    auto* rebuild = new QPushButton("Suchindex neu aufbauen", index);
+    rebuild->setObjectName("Command_Suchindex");
+    indexLayout->addWidget(rebuild);
+    indexLayout->addStretch(1);
+    connect(rebuild, &QPushButton::clicked, this, [this] {
+        run([&] {
+            if (!g_.db_daten.isSet()) return;
+            QProgressDialog progress("Der Suchindex wird aufgebaut ...", QString(), 0, 100, this);
+            progress.setWindowTitle("Suchindex neu aufbauen");
+            progress.setMinimumDuration(300);
+            search::buildIndex(*g_.db_daten.connection(), [&](long done, long total) {
+                progress.setValue(total ? static_cast<int>(done * 100 / total) : 100);
+                QApplication::processEvents();
+            });
+            core::showMessage(g_, "Der Suchindex wurde neu aufgebaut!", core::msg::vbInformation,
+                              "Suchindex neu aufbauen");
+        });
+    });
+    stores->addWidget(index);
     stores->addStretch(1);
     auto* back = new QPushButton("Zurück", this);
     back->setObjectName("Command3_1");

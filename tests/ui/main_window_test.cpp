@@ -27,6 +27,7 @@
 #include "ui/list_window.h"
 #include "ui/main_window.h"
 #include "ui/record_view.h"
+#include "ui/search_window.h"
 #include "ui/twips.h"
 
 namespace {
@@ -316,6 +317,24 @@ class MainWindowTest : public QObject {
         auto* list = window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr");
         QVERIFY(list != nullptr);
         QCOMPARE(list->form().data.Recordset().RecordCount(), registrations);
+    }
+
+    void searchShowsHitsWhileTypingAndOpensTheBusinessKeepingThem() {
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        QCOMPARE(window->menuEntry("menue_suchen_alle")->shortcut(),
+                 QKeySequence(QKeySequence::Find));
+        window->trigger("menue_suchen_alle");
+        auto* form = window->findChild<tolma::ui::SearchWindow*>("Frm_Suchen");
+        QVERIFY(form != nullptr);
+        QTest::keyClicks(form->box(), "Petersn Husum");  // by sound, and a second word
+        QTRY_VERIFY(form->table()->rowCount() > 0);
+        QCOMPARE(form->table()->item(0, 3)->text(), QString("Bäckerei Petersen e.K."));
+        QTest::keyClick(form->box(), Qt::Key_Return);
+        QCOMPARE(text("Text_1"), QString("Bäckerei Petersen e.K."));
+        QVERIFY(window->findChild<tolma::ui::SearchWindow*>("Frm_Suchen") !=
+                nullptr);  // it keeps its hits
+        QVERIFY(form->table()->rowCount() > 0);
     }
 
     void cancelledFileDialogTellsAndClearsTheMark() {
