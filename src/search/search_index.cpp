@@ -48,6 +48,9 @@ std::string text(store::Statement& st, int i) {
 }
 
 void createIndex(store::Connection& c) {
+    // Which index rows belong to a business: the index cannot look up its unindexed columns.
+    c.execute("CREATE TABLE IF NOT EXISTS tolma_suche_zeilen (betr_nr TEXT, zeile INTEGER)");
+    c.execute("CREATE INDEX IF NOT EXISTS tolma_suche_zeilen_nr ON tolma_suche_zeilen (betr_nr)");
     c.execute(
         "CREATE VIRTUAL TABLE IF NOT EXISTS tolma_suche USING fts5(art UNINDEXED, betr_nr "
         "UNINDEXED, hist UNINDEXED, "
@@ -95,6 +98,7 @@ void indexBusiness(store::Connection& c, const std::string& nr, const std::strin
     }
     pers.reset();
     auto& insert = c.cached("INSERT INTO tolma_suche VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
+    auto& row = c.cached("INSERT INTO tolma_suche_zeilen VALUES (?1, last_insert_rowid())");
     auto put = [&](const char* art, const std::string& persNr, const Columns& w) {
         insert.reset();
         insert.bind(1, Variant(art));
@@ -105,6 +109,9 @@ void indexBusiness(store::Connection& c, const std::string& nr, const std::strin
         insert.bind(6, Variant(w.gefaltet));
         insert.bind(7, Variant(w.klang));
         insert.step();
+        row.reset();
+        row.bind(1, Variant(nr));
+        row.step();
     };
     put("B", "", business);
     // A person is found by its own words and by its business's name.
@@ -134,6 +141,7 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
         // Emptied rather than dropped: a table cannot go while the program's recordsets read.
         createIndex(c);
         c.execute("DELETE FROM tolma_suche");
+        c.execute("DELETE FROM tolma_suche_zeilen");
         auto count = c.prepare("SELECT count(*) FROM betrieb");
         count->step();
         const long total = static_cast<long>(count->column(0).toInteger());
@@ -153,6 +161,15 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
 
 void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs) {
     if (!hasIndex(c) || betrNrs.empty()) return;
+    // Where a run touched a good part of the store, building anew costs less than row by row.
+    auto count = c.prepare("SELECT count(*) FROM betrieb");
+    count->step();
+    if (static_cast<long long>(betrNrs.size()) * 4 > count->column(0).toInteger()) {
+        count.reset();
+        buildIndex(c);
+        return;
+    }
+    count.reset();
     // The businesses whose persons are among those of the named ones change with them.
     std::set<std::string> businesses(betrNrs.begin(), betrNrs.end());
     auto& linked = c.cached(
@@ -167,13 +184,20 @@ void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs)
     linked.reset();
     c.execute("BEGIN");
     try {
-        auto& drop = c.cached("DELETE FROM tolma_suche WHERE betr_nr = ?1");
+        createIndex(c);  // an index of an older kind gets its table of rows
+        auto& drop = c.cached(
+            "DELETE FROM tolma_suche WHERE rowid IN (SELECT zeile FROM tolma_suche_zeilen WHERE "
+            "betr_nr = ?1)");
+        auto& dropRows = c.cached("DELETE FROM tolma_suche_zeilen WHERE betr_nr = ?1");
         auto& states =
             c.cached("SELECT [betr-hist-nr], [b-eintr-name] FROM betrieb WHERE [betr-nr] = ?1");
         for (const auto& nr : businesses) {
             drop.reset();
             drop.bind(1, Variant(nr));
             drop.step();
+            dropRows.reset();
+            dropRows.bind(1, Variant(nr));
+            dropRows.step();
             states.reset();
             states.bind(1, Variant(nr));
             std::vector<std::pair<std::string, std::string>> rows;
