@@ -1,14 +1,19 @@
 #!/usr/bin/env bash
 # Pictures of the program on the sample data: tools/screenshots.sh OUTDIR
+# BUILD=DIR takes the program from another build directory than build/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 out=$(realpath -m "${1:?Aufruf: tools/screenshots.sh AUSGABEVERZEICHNIS}")
-[ -x build/tools/tolma-screenshots ] || bash tools/build.sh
+build=${BUILD:-build}
+if [ ! -x "$build/tools/tolma-screenshots" ]; then
+    [ -z "${BUILD:-}" ] || { echo "$build/tools/tolma-screenshots fehlt" >&2; exit 1; }
+    bash tools/build.sh
+fi
 home=$(mktemp -d)
 trap 'rm -rf "$home"' EXIT
 if command -v xvfb-run > /dev/null; then
-    xvfb-run -a -s "-screen 0 1024x768x24" build/tools/tolma-screenshots "$out" "$home" data/beispiel.tml
+    xvfb-run -a -s "-screen 0 1024x768x24" "$build/tools/tolma-screenshots" "$out" "$home" data/beispiel.tml
 else
-    QT_QPA_PLATFORM=offscreen build/tools/tolma-screenshots "$out" "$home" data/beispiel.tml
+    QT_QPA_PLATFORM=offscreen "$build/tools/tolma-screenshots" "$out" "$home" data/beispiel.tml
 fi
 ls "$out"
