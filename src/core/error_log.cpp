@@ -1,5 +1,8 @@
 #include "core/error_log.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -34,6 +37,8 @@ std::string writeFailure(int code) {
         case ENOENT:
         case ENOTDIR:
             return "das Verzeichnis fehlt";
+        case EISDIR:
+            return "an seiner Stelle steht ein Verzeichnis";
         default:
             return "Schreibfehler Nr. " + std::to_string(code);
     }
@@ -55,14 +60,12 @@ void A_Error_Log(Globals& g, const std::string& procedure, const std::string& so
         g.logCapture->push_back({procedure, number, text, location, locationValue});
         return;
     }
-    // The log holds personal data: a new one is readable by its owner only.
+    // The log holds personal data: a new one is created readable by its owner only, never for a
+    // moment by others; a log that stands keeps the rights its owner gave it.
     const std::string path = errorLogPath(g);
-    std::error_code ec;
-    const bool isNew = !std::filesystem::exists(path, ec);
+    if (const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600); fd >= 0)
+        ::close(fd);
     std::ofstream out(path, std::ios::binary | std::ios::app);
-    if (isNew && out)
-        std::filesystem::permissions(
-            path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write, ec);
     auto line = [&](const std::string& s) { out << model::utf8ToCp1252(s) << "\r\n"; };
     if (!g.fehler_vorhanden) {
         line(std::string(88, '_'));

@@ -185,7 +185,8 @@ TEST_F(EnvironmentTest, UnwritableDatAndLogAreNamedAsSuch) {
     Outcome r = import();
     EXPECT_EQ(r.code, 1) << r.out;
     EXPECT_NE(r.out.find("Das Fehlerprotokoll " + home +
-                         "/Log/ERROR.LOG konnte nicht geschrieben werden"),
+                         "/Log/ERROR.LOG konnte nicht geschrieben werden (an seiner Stelle "
+                         "steht ein Verzeichnis)"),
               std::string::npos)
         << r.out;
     EXPECT_NE(r.out.find("der letzte Fehler: Nicht erkanntes Datenbankformat"), std::string::npos)

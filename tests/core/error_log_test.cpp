@@ -1,5 +1,6 @@
 // The error log's file, byte for byte, and the question at the way down.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "core/error_log.h"
 #include "core_fixture.h"
@@ -60,6 +61,25 @@ TEST(ErrorLogTest, LogIsOfferedOnlyWhenThisRunWroteToIt) {
     EXPECT_EQ(f.dialogs.shown[1].text, "Update-Fehler!\nWollen Sie die Log-Datei ('" +
                                            f.g().pfad_log + "ERROR.LOG') ansehen?");
     EXPECT_EQ(f.dialogs.viewed, (std::vector<std::string>{f.g().pfad_log + "ERROR.LOG"}));
+}
+
+TEST(ErrorLogTest, ANewLogIsTheOwnersAloneAndAnOldOneKeepsItsRights) {
+    namespace fs = std::filesystem;
+    CoreFixture f;
+    f.start();
+    const fs::path log = f.home() / "Log" / "ERROR.LOG";
+    const mode_t before = ::umask(022);  // as most desktops set it
+    core::A_Error_Log(f.g(), "A_Start", "s", "1", "t", "Fehlerortung: ", "0");
+    ::umask(before);
+    EXPECT_EQ(fs::status(log).permissions() & fs::perms::all,
+              fs::perms::owner_read | fs::perms::owner_write);
+
+    // An administrator opened it to a group: the next entry leaves that as it is.
+    const auto shared = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
+    fs::permissions(log, shared);
+    core::A_Error_Log(f.g(), "A_Start", "s", "2", "t", "Fehlerortung: ", "0");
+    EXPECT_EQ(fs::status(log).permissions() & fs::perms::all, shared);
+    EXPECT_NE(f.logText().find("Fehlernummer:           2"), std::string::npos);
 }
 
 }  // namespace
