@@ -46,8 +46,13 @@ TEST(OptionsTest, DataKindChangeAnsweredNoChangesNothingYesSwitchesTheStore) {
     options::Command12_Click(f.g(), f.form, 0);
     EXPECT_EQ(f.g().datenart_wert, "BETRIEBSBEZOGEN");
     EXPECT_TRUE(f.form.frameEnabled[0]);
+    // The record view keeps its picture: the store changes under it.
+    f.g().startView.Image2Visible = false;
+    f.g().startView.SSTab1Visible = true;
     f.dialogs.answers = {core::msg::vbYes};
     options::Command12_Click(f.g(), f.form, 0);
+    EXPECT_FALSE(f.g().startView.Image2Visible);
+    EXPECT_TRUE(f.g().startView.SSTab1Visible);
     EXPECT_EQ(f.g().datenart_wert, "MELDUNGSBEZOGEN");
     EXPECT_FALSE(f.form.frameEnabled[0]);
     EXPECT_TRUE(f.form.frameEnabled[1]);
@@ -86,9 +91,13 @@ TEST(OptionsTest, PathChangeNeedsAnExistingFileAndReopensTheStore) {
     std::filesystem::create_directories(elsewhere);
     std::filesystem::copy_file(std::filesystem::path(TOLMA_STORE_DIR) / "tl_4x_b.mdb",
                                elsewhere / "tl_4x_b.mdb");
+    f.g().startView.Image2Visible = false;
+    f.g().startView.SSTab1Visible = true;
     dialogs.answers = {core::msg::vbYes};
     dialogs.file = (elsewhere / "tl_4x_b.mdb").string();
     options::Command11_Click(f.g(), f.form, 0);
+    EXPECT_FALSE(f.g().startView.Image2Visible);  // the record view keeps its picture
+    EXPECT_TRUE(f.g().startView.SSTab1Visible);
     EXPECT_EQ(f.g().db_name_daten, dialogs.file);
     EXPECT_EQ(f.g().db_betr_pfad, dialogs.file);
     ASSERT_GE(dialogs.shown.size(), 2u);
@@ -136,6 +145,19 @@ TEST(OptionsTest, EmptyingWithoutTheEmptyStoreKeepsTheOldOneAndLogsTheRunTimeErr
         << f.lastMessage();
     for (const auto& m : f.dialogs.shown)
         EXPECT_EQ(m.text.find("leere Datenbank wurde nicht gefunden"), std::string::npos);
+}
+
+TEST(OptionsTest, EmptyingAStoreWhoseFileIsGoneEndsSilentlyAfterTheQuestion) {
+    OptionsFixture f;
+    options::Form_Activate(f.g(), f.form);
+    std::filesystem::remove(f.g().db_name_daten);
+    const size_t shown = f.dialogs.shown.size();
+    f.dialogs.answers = {core::msg::vbYes};
+    options::Command4_Click(f.g(), f.form, 0);
+    EXPECT_EQ(f.dialogs.shown.size(), shown + 1);                // the question, nothing after it
+    EXPECT_FALSE(std::filesystem::exists(f.g().db_name_daten));  // no empty store put there
+    EXPECT_TRUE(f.g().db_daten.isSet());                         // the connection stays open
+    EXPECT_TRUE(f.g().rs_betrieb.isSet());
 }
 
 TEST(OptionsTest, ErrorLogShownOrDeleted) {
