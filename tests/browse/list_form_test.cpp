@@ -188,11 +188,18 @@ TEST(ListFormTest, PersonListOpensAndOkShowsTheBusinessOnTheFirstPersonTab) {
     EXPECT_EQ(f.g().startView.SSTab1Tab, 3);
     EXPECT_EQ(f.g().startView.Label2, "Anzeige: Personendaten (nat. und jur. Person)");
 
+    // Filter on and nothing marked: unlike the business list it asks nothing and points to no
+    // options; the list asks for an empty municipality and comes out empty.
     f.g().filter_aktiv_flag = -1;
     browse::ListForm empty(true);
     f.g().marks.menue_suchen_person = false;
+    const size_t shown = f.dialogs.shown.size();
     EXPECT_FALSE(browse::menue_suchen_person(f.g(), empty));
+    EXPECT_EQ(f.g().gem_filter_text, " where betrieb.[gem-kz] = ''");
+    ASSERT_EQ(f.dialogs.shown.size(), shown + 1);
     EXPECT_EQ(f.lastMessage(), "Es wurden in der Datenbank keine Sätze gefunden!");
+    EXPECT_EQ(f.dialogs.shown.back().title, "Auswahlliste Personen!");
+    EXPECT_FALSE(f.g().marks.menue_suchen_person);
 }
 
 // Sorting a list by a name column through the list's own query gives German order: ä with a,
@@ -258,6 +265,24 @@ TEST(PersonListTest, APersonAtTwoBusinessStatesStandsTwiceAndOkTakesTheChosenRow
     rs.setAbsolutePosition(rows[1]);
     EXPECT_TRUE(browse::Command1_Click(f.g(), f.pers, 0));
     EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.fieldText("betr-nr"), business);
+}
+
+TEST(PersonListTest, ASortComposesTheQueryAfreshWithTheMarkingsOfNow) {
+    ListFixture f;
+    f.g().filter_aktiv_flag = -1;
+    f.mark("01054056");
+    ASSERT_TRUE(browse::menue_suchen_person(f.g(), f.pers));
+    const long before = f.pers.data.Recordset().RecordCount();
+    // The options mark another municipality while the list stands open.
+    f.mark("01054088");
+    browse::Text1_Click(f.g(), f.pers, 2);
+    EXPECT_EQ(f.g().gem_filter_text,
+              " where betrieb.[gem-kz] = '' or [gem-kz] = '01054056' or [gem-kz] = '01054088'");
+    EXPECT_NE(f.pers.data.RecordSource.find(" ORDER BY person.[fam-name]"), std::string::npos)
+        << f.pers.data.RecordSource;
+    auto& rs = f.pers.data.Recordset();
+    EXPECT_GT(rs.RecordCount(), before);
+    EXPECT_EQ(f.pers.Label1, "Person Nr. 1 von " + std::to_string(rs.RecordCount()));
 }
 
 TEST(PersonListTest, TheRepresentedPersonIsShownButNotSearched) {
