@@ -224,6 +224,7 @@ TEST_F(JetLanguage, FunctionsOfTheOldLanguage) {
     check({
         {"SELECT Len('Müller'), Len(''), Len(Null)", {"6|0|"}},
         {"SELECT UCase('straße'), LCase('ÄRGER'), UCase(Null)", {"STRAßE|ärger|"}},
+        {"SELECT UCase('€uro ✓ 𝄞'), LCase('ÉTÉ €'), Len('€✓𝄞')", {"€URO ✓ 𝄞|été €|3"}},
         {"SELECT '[' & Trim('  a b  ') & '][' & LTrim('  a') & '][' & RTrim('a  ') & ']'",
          {"[a b][a][a]"}},
         {"SELECT Left('Hä', 1), Right('Hä', 1), Right('Hallo', 0), Right('Hallo', 9), Mid('Hallo', "

@@ -48,9 +48,21 @@ TEST(JetLike, WildcardsAndFolding) {
         {"[*]*", "*abc", true},
         {"", "", true},
         {"Stra?e", "Straße", true},
+        {"€?", "€5", true},
+        {"?x", "𝄞x", true},
+        {"[", "[", true},
     };
     for (const auto& c : cases)
         EXPECT_EQ(likeMatch(c.pattern, c.text), c.match) << c.pattern << " / " << c.text;
+}
+
+TEST(JetQuote, AValueStandsInAQueryTextAsOneLiteralWhateverItHolds) {
+    EXPECT_EQ(quote("O'Brien"), "'O''Brien'");
+    EXPECT_EQ(quote(""), "''");
+    // Whatever a clerk typed stays one value of one comparison.
+    EXPECT_EQ(translate("[fam-name] = " + quote("x' OR '1'='1")),
+              "([fam-name] = ('x'' OR ''1''=''1') COLLATE jetde)");
+    EXPECT_EQ(translate("[fam-name] LIKE " + quote("O'B*")), "([fam-name] LIKE 'O''B*')");
 }
 
 TEST(JetParse, FindsTheBaseTablesOfJoins) {

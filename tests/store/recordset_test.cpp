@@ -202,6 +202,64 @@ TEST_F(RecordsetTest, CopiesShareOneCursorAndCloseEndsThem) {
     EXPECT_EQ(errorNumber([&] { nothing.MoveFirst(); }), 91);
 }
 
+TEST_F(RecordsetTest, FieldsOfEveryDeclaredTypeTakeTheirValuesAsTheOldEngineDid) {
+    db.Execute(
+        "CREATE TABLE arten (ja BOOLEAN, klein SMALLINT, lang INTEGER, datum DATETIME, "
+        "zahl DOUBLE, bild BLOB)");
+    Recordset rs = db.OpenRecordset("arten");
+    EXPECT_EQ(rs.Fields("ja").Type(), store::dao::dbBoolean);
+    EXPECT_EQ(rs.Fields("klein").Type(), store::dao::dbInteger);
+    EXPECT_EQ(rs.Fields("lang").Type(), store::dao::dbLong);
+    EXPECT_EQ(rs.Fields("datum").Type(), store::dao::dbDate);
+    EXPECT_EQ(rs.Fields("zahl").Type(), store::dao::dbDouble);
+    EXPECT_EQ(rs.Fields("bild").Type(), store::dao::dbText);
+
+    EXPECT_EQ(errorNumber([&] { rs.Fields("lang").setValue("1"); }), 3020);
+    rs.AddNew();
+    rs.Fields("ja").setValue(store::Variant::boolean(true));
+    rs.Fields("lang").setValue("12");
+    EXPECT_EQ(errorNumber([&] { rs.Fields("klein").setValue("zwölf"); }), 3464);
+    rs.Fields("zahl").setValue("2.5");
+    rs.Fields("bild").setValue(7);
+    rs.Update();
+    rs.MoveFirst();
+    EXPECT_EQ(rs.Fields("ja").Value().toInteger(), -1);
+    EXPECT_EQ(rs.Fields("lang").Value().toInteger(), 12);
+    EXPECT_DOUBLE_EQ(rs.Fields("zahl").Value().toReal(), 2.5);
+    EXPECT_EQ(rs.Fields("bild").Value().toString(), "7");
+    EXPECT_TRUE(rs.Fields("klein").Value().isNull());
+    EXPECT_EQ(db.OpenRecordset("SELECT * FROM arten WHERE lang = '12' AND zahl > 2").RecordCount(),
+              1);
+}
+
+TEST_F(RecordsetTest, DeleteWhereRemovesEveryMatchingRowInOneGo) {
+    Recordset rs = db.OpenRecordset("person");
+    EXPECT_EQ(rs.deleteWhere("[pers-nr] IN ('5001', '5003') OR [fam-name] = 'nobody'"), 2);
+    EXPECT_EQ(rs.RecordCount(), 2);
+    Recordset join = db.OpenRecordset(
+        "SELECT * FROM person INNER JOIN beziehung_betrieb_person ON person.[pers-nr] = "
+        "beziehung_betrieb_person.[bez-pers-nr]");
+    EXPECT_EQ(errorNumber([&] { join.deleteWhere("[pers-nr] = '5002'"); }), 3027);
+}
+
+// A list longer than the rows read ahead, ordered by a name the select list gives a column.
+TEST_F(RecordsetTest, LongListOrderedByAnAliasKeepsThatOrderAndFindsAlongIt) {
+    for (int i = 0; i < 40; ++i)
+        insert(db, "person", {{"pers-nr", std::to_string(6000 + i)}, {"fam-name", "Name"}});
+    Recordset rs = db.OpenRecordset(
+        "SELECT [pers-nr] AS nummer, [fam-name] FROM person WHERE [pers-nr] >= '5002' ORDER BY "
+        "nummer DESC");
+    ASSERT_EQ(rs.RecordCount(), 43);
+    EXPECT_EQ(rs.Fields("nummer").Value().toString(), "6039");
+    rs.MoveLast();
+    EXPECT_EQ(rs.Fields("nummer").Value().toString(), "5002");
+    rs.MoveFirst();
+    rs.FindFirst("[fam-name] = 'NAME' AND [pers-nr] < '6030'");
+    ASSERT_FALSE(rs.NoMatch());
+    EXPECT_EQ(rs.Fields("nummer").Value().toString(), "6029");
+    EXPECT_EQ(rs.AbsolutePosition(), 10);
+}
+
 TEST_F(RecordsetTest, MissingTableOrBrokenQueryIsAnError) {
     EXPECT_EQ(errorNumber([&] { db.OpenRecordset("gibtsnicht"); }), 3078);
     EXPECT_EQ(
