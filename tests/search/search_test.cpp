@@ -95,7 +95,8 @@ TEST(SearchTest, WordsMatchAsWrittenFoldedByPrefixAndNamesBySound) {
     file.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer"),
                      business("1002", "Müller Transporte", "Am Hafen 1", "Müller"),
                      business("1003", "Maier Bau", "Hauptstraße 9", "Maier", "20200101"),
-                     business("1004", "Fischhandel Dvořák", "Hafenweg 2", "Dvořák")};
+                     business("1004", "Fischhandel Dvořák", "Hafenweg 2", "Dvořák"),
+                     business("1005", "Muller Kiosk", "Meyerstraße 3", "Muller")};
     ASSERT_EQ(f.import(file), transfer::ImportOutcome::Finished);
     search::buildIndex(f.c());
     struct Case {
@@ -104,7 +105,7 @@ TEST(SearchTest, WordsMatchAsWrittenFoldedByPrefixAndNamesBySound) {
     } cases[] = {
         {"Bäckerei Meyer", {"Bäckerei Meyer"}},
         {"baeckerei", {"Bäckerei Meyer"}},
-        {"Mueller", {"Müller Transporte"}},
+        {"Mueller", {"Muller Kiosk", "Müller Transporte"}},  // both folded: German order
         {"Dvorak", {"Fischhandel Dvořák"}},
         {"Hauptstrasse", {"Bäckerei Meyer", "Maier Bau"}},      // the removed business last
         {"Meier", {"Bäckerei Meyer", "Maier Bau"}},             // by sound, the current one first
@@ -113,12 +114,21 @@ TEST(SearchTest, WordsMatchAsWrittenFoldedByPrefixAndNamesBySound) {
         {"Hafen Müller", {"Müller Transporte"}},                // every word must match
         {"Hauptstrasse Müller", {}},
         {"Transport", {"Müller Transporte"}},
-        {"Transport Bäckerei", {}},  // a beginning only for the last word
+        {"Transport Bäckerei", {}},                         // a beginning only for the last word
+        {"Muller", {"Muller Kiosk", "Müller Transporte"}},  // as written before folded
+        {"Müller", {"Müller Transporte", "Muller Kiosk"}},
+        {"Meierstrasse", {}},  // streets not by sound
+        {"Meyerstrasse", {"Muller Kiosk"}},
+        {"Kiosk Muler", {"Muller Kiosk"}},  // a name by sound, also as a beginning
+        {"Hafen Husum Transporte Müller", {"Müller Transporte"}},
+        {"Husum",
+         {"Bäckerei Meyer", "Fischhandel Dvořák", "Muller Kiosk", "Müller Transporte",
+          "Maier Bau"}},  // equal rank: current ones first, each in German order
     };
     for (const auto& cs : cases) EXPECT_EQ(f.names(cs.query), cs.names) << cs.query;
     // Persons, with their business.
-    const auto persons = search::find(f.c(), "Mueller", search::Kind::Persons, 10);
-    ASSERT_EQ(persons.size(), 1u);
+    const auto persons = search::find(f.c(), "Müller", search::Kind::Persons, 10);
+    ASSERT_EQ(persons.size(), 2u);
     EXPECT_TRUE(persons[0].person);
     EXPECT_EQ(persons[0].name, "Müller");
     EXPECT_EQ(persons[0].betrNr, "1002");
