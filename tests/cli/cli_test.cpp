@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -146,6 +147,29 @@ TEST(TerminalDialogsTest, MessagesAsTitleAndTextAndScriptedAnswers) {
     EXPECT_EQ(asking.MsgBox("Jetzt?", 36, "Frage"), 6);
     TerminalDialogs noTerminal(out, typed, false);
     EXPECT_EQ(noTerminal.MsgBox("Jetzt?", 36, "Frage"), 7);
+}
+
+TEST_F(CliTest, SearchPrintsItsHitsWithAHeaderAndEndsWellAlsoWithoutHits) {
+    const std::string sample =
+        (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
+    ASSERT_EQ(runCli({"--home", home, "import", "--yes", sample}).code, 0);
+    const std::string header =
+        "Art\tBetriebsnummer\tHist.-Nr.\tName\tStraße\tOrt\tGemeinde-KZ\tStatus\n";
+    auto r = runCli({"--home", home, "search", "--nur", "personen", "--limit", "1", "Karstens"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out.substr(0, header.size()), header);
+    EXPECT_EQ(r.out.substr(header.size(), r.out.find('\t', header.size()) - header.size()),
+              "Person");
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 2);
+    r = runCli({"--home", home, "search", "Xylophonbau"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out, header);
+    for (const std::vector<std::string>& bad :
+         {std::vector<std::string>{}, {"--nur", "vereine", "Hansen"}, {"--limit", "0", "Hansen"}}) {
+        std::vector<std::string> args{"--home", home, "search"};
+        args.insert(args.end(), bad.begin(), bad.end());
+        EXPECT_EQ(runCli(args).code, 2) << (bad.empty() ? "" : bad[0]);
+    }
 }
 
 TEST_F(CliTest, EvaluationPrintsItsTableWritesItsFilesAndRefusesAMalformedPeriod) {

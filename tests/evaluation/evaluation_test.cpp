@@ -115,6 +115,33 @@ TEST(EvaluationTest, CountsByMonthLineAndKindFollowTheRules) {
     EXPECT_EQ(period.first, (Month{2024, 12}));
 }
 
+TEST(EvaluationTest, EveryStateCountsInNotificationRelatedDataTheStoredOneInBusinessRelated) {
+    // One business registered in January and deregistered in February, as two states.
+    std::string registered = business("2001", "01001000", "01", "20250110", "56.10.3");
+    std::string deregistered = business("2001", "01001000", "03", "20250220", "56.10.3");
+    const std::string first = "<betr-hist-nr>1</betr-hist-nr>";
+    deregistered.replace(deregistered.find(first), first.size(), "<betr-hist-nr>2</betr-hist-nr>");
+    evaluation::Query q;
+    q.from = {2025, 1};
+    q.to = {2025, 12};
+    for (const char* struktur : {"MELDUNGSBEZOGEN", "BETRIEBSBEZOGEN"}) {
+        ImportFixture f;
+        TmlFile file;
+        file.struktur = struktur;
+        file.betriebe = {registered, deregistered};
+        // Consent, and for notification-related data the switch to its store.
+        ASSERT_EQ(f.import(file, {core::msg::vbYes, core::msg::vbYes}),
+                  transfer::ImportOutcome::Finished)
+            << struktur;
+        const auto r = evaluation::evaluate(f.g(), q, sections());
+        const bool everyState = std::string(struktur) == "MELDUNGSBEZOGEN";
+        EXPECT_EQ(r.sum.anmeldungen, everyState ? 1 : 0) << struktur;
+        EXPECT_EQ(r.sum.abmeldungen, 1) << struktur;
+        EXPECT_EQ(r.months[0].second.anmeldungen, everyState ? 1 : 0) << struktur;
+        EXPECT_EQ(r.months[1].second.abmeldungen, 1) << struktur;
+    }
+}
+
 // A minimal reader of the CSV, as a spreadsheet splits it.
 std::vector<std::vector<std::string>> readCsv(const std::string& text) {
     std::vector<std::vector<std::string>> rows(1, std::vector<std::string>(1));
