@@ -11,6 +11,8 @@
 #include <QTimer>
 #include <QUrl>
 
+#include <filesystem>
+
 #include "core/error_log.h"
 #include "core/menu.h"
 #include "core/version.h"
@@ -315,9 +317,12 @@ void MainWindow::trigger(const std::string& name) {
             core::A_Log_anbieten(g_);  // the menu's own door, before the windows' two
             close();
         } else if (name == "menue_hilfe_suchen") {
-            // A missing help page is not reported.
-            QDesktopServices::openUrl(
-                QUrl::fromLocalFile(QString::fromStdString((g_.dataDir / "hilfe.htm").string())));
+            // A missing help page is not reported. It is not handed to the desktop either, whose
+            // browser or opener would show an error page of its own.
+            const auto help = g_.dataDir / "hilfe.htm";
+            if (std::error_code ec; std::filesystem::is_regular_file(help, ec))
+                QDesktopServices::openUrl(
+                    QUrl::fromLocalFile(QString::fromStdString(help.string())));
         } else if (name == "menue_info") {
             openInfo();
         } else if (name == "menue_suchen_betrieb" || name == "menue_suchen_person") {

@@ -1,6 +1,7 @@
 // The main window and the record view as a clerk sees them, on a store with the sample data.
 #include <QCheckBox>
 #include <QDateEdit>
+#include <QDesktopServices>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -18,8 +19,10 @@
 #include <QtTest>
 
 #include <filesystem>
+#include <functional>
 
 #include "browse/record_view.h"
+#include "core/menu.h"
 #include "core/start.h"
 #include "transfer/import_driver.h"
 #include "ui/evaluation_window.h"
@@ -42,7 +45,11 @@ class ScriptedDialogs : public tolma::core::Dialogs {
         return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
     }
     void openInViewer(const std::string&) override {}
-    std::string chooseFile(const std::string&, const std::string&, int) override { return file; }
+    std::function<void()> whileChoosing;  // looks at the windows while the dialog stands
+    std::string chooseFile(const std::string&, const std::string&, int) override {
+        if (whileChoosing) whileChoosing();
+        return file;
+    }
 };
 
 }  // namespace
@@ -59,6 +66,13 @@ class MainWindowTest : public QObject {
         auto* box = window->findChild<QLineEdit*>(name);
         return box ? box->text() : QString("<fehlt: %1>").arg(name);
     }
+
+  public slots:
+    // Stands in for the desktop's opener of local files.
+    void openFile(const QUrl& url) { opened.push_back(url.toLocalFile()); }
+
+  private:
+    QStringList opened;
 
   private slots:
     void init() {
@@ -278,6 +292,15 @@ class MainWindowTest : public QObject {
         QVERIFY(!g->marks.menue_extras_optionen);
     }
 
+    void printEntriesActWhileInfoStands() {
+        window->trigger("menue_info");
+        const size_t shown = dialogs.shown.size();
+        window->trigger("menue_druck_betrieb");  // no record is chosen yet: it says so
+        QCOMPARE(dialogs.shown.size(), shown + 1);
+        QCOMPARE(QString::fromStdString(dialogs.shown.back()),
+                 QString("Es wurde kein Datensatz ausgewählt!"));
+    }
+
     void theWindowGrowsWithinTheScreenWhereATabNeedsRoom() {
         const QSize designed(tolma::ui::twipsToPixels(window.get(), 12165),
                              tolma::ui::twipsToPixels(window.get(), 8940));
@@ -337,12 +360,43 @@ class MainWindowTest : public QObject {
         QVERIFY(form->table()->rowCount() > 0);
     }
 
+    void helpOpensThePageWhereItStandsAndAMissingOneShowsNothing() {
+        QDesktopServices::setUrlHandler("file", this, "openFile");
+        opened.clear();
+        window->trigger("menue_hilfe_suchen");
+        QCOMPARE(opened, QStringList{QString::fromStdString((g->dataDir / "hilfe.htm").string())});
+
+        const size_t shown = dialogs.shown.size();
+        const bool logged = g->fehler_vorhanden;
+        g->dataDir = home / "ohne-hilfe";
+        window->trigger("menue_hilfe_suchen");
+        QDesktopServices::unsetUrlHandler("file");
+        QCOMPARE(opened.size(), 1);  // nothing handed to the desktop's opener
+        QCOMPARE(dialogs.shown.size(), shown);
+        QCOMPARE(g->fehler_vorhanden, logged);
+    }
+
     void cancelledFileDialogTellsAndClearsTheMark() {
+        // The import closes the open options before its file dialog appears.
+        window->trigger("menue_extras_optionen");
+        bool optionsShown = true;
+        dialogs.whileChoosing = [&] {
+            auto* options = window->findChild<QWidget*>("Frm_Optionen");
+            optionsShown = options && options->isVisible();
+        };
+        std::filesystem::current_path(std::filesystem::temp_directory_path());
         dialogs.file.clear();
         window->trigger("menue_import_datenbank");
+        dialogs.whileChoosing = nullptr;
+        const auto after = std::filesystem::current_path();
+        // The home goes with the test: a directory that lasts is left current.
+        std::filesystem::current_path(std::filesystem::temp_directory_path());
+        QVERIFY(!optionsShown);
+        QVERIFY(!window->menuEntry("menue_extras_optionen")->isChecked());
         QCOMPARE(QString::fromStdString(dialogs.shown.back()),
                  QString("Es wurde keine Update-Datei ausgewählt!"));
         QVERIFY(!window->menuEntry("menue_import_datenbank")->isChecked());
+        QVERIFY(std::filesystem::equivalent(after, g->pfad_app));  // the dialog may move it
     }
 };
 
