@@ -117,8 +117,9 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
 }
 
 MainWindow::~MainWindow() {
-    // The forms still open go after this window's members: they must not call back into it.
-    for (const auto& [name, window] : children_) {
+    // The forms still open, and those closed but not yet deleted, go after this window's
+    // members: they must not call back into it.
+    for (auto* window : mdiArea_->findChildren<QMdiSubWindow*>()) {
         QObject::disconnect(window, nullptr, this, nullptr);
         if (window->widget()) QObject::disconnect(window->widget(), nullptr, this, nullptr);
     }
@@ -135,9 +136,11 @@ QMdiSubWindow* MainWindow::addChild(QWidget* widget, const QSize& size) {
     window->move(0, 0);
     const std::string name = widget->objectName().toStdString();
     children_[name] = window;
-    // The form's own destructor has run by now and cleared its mark.
-    connect(widget, &QObject::destroyed, this, [this, name] {
-        children_.erase(name);
+    // The form's own destructor has run by now and cleared its mark. A form closed and opened
+    // again in one pass of the event loop goes after its successor: it forgets only itself.
+    connect(widget, &QObject::destroyed, this, [this, name, window] {
+        if (auto it = children_.find(name); it != children_.end() && it->second == window)
+            children_.erase(it);
         refreshFromCore();
     });
     window->showNormal();

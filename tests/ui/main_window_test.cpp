@@ -234,6 +234,26 @@ class MainWindowTest : public QObject {
                  QString("Kiel, Landeshauptstadt"));
     }
 
+    void aFormClosedAndOpenedAgainAtOnceCanStillBeClosed() {
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        window->trigger("menue_suchen_person");
+        tolma::core::A_Fenster_schliessen(*g);  // the old list goes once the events run
+        window->trigger("menue_suchen_person");
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QCOMPARE(window->findChildren<tolma::ui::ListWindow*>("Frm_Auswahl_Pers").size(), 1);
+        g->unloadForm("Frm_Auswahl_Pers");  // the new one is still known by its name
+        QTRY_VERIFY(window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Pers") == nullptr);
+
+        // The main window goes cleanly while a closed form still waits to be deleted.
+        window->trigger("menue_suchen_person");
+        tolma::core::A_Fenster_schliessen(*g);
+        window->trigger("menue_suchen_person");
+        window.reset();
+        QVERIFY(!g->marks.menue_suchen_person);
+        window = std::make_unique<tolma::ui::MainWindow>(*g);
+    }
+
     void closingWithFormsOpenEndsCleanly() {
         window->trigger("menue_extras_optionen");
         QVERIFY(window->findChild<QWidget*>("Frm_Optionen") != nullptr);
