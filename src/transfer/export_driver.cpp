@@ -159,6 +159,9 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
             writeHead(ctx, form, total);
             g.unloadForm("Frm_Verwaltungsblock");
             refreshProcessingStatus(g, rs);
+            // The subordinate tables are read alongside the businesses, each once in key order.
+            ExportScans scans(*g.db_daten.connection());
+            ctx.scans = &scans;
 
             rs.MoveFirst();
             long counter = 0;

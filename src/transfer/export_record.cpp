@@ -4,77 +4,30 @@
 #include "model/values.h"
 #include "store/connection.h"
 #include "store/dao_error.h"
-#include "store/jet_sql.h"
 #include "transfer/field_store.h"
 
 namespace tolma::transfer {
 namespace {
 
-// A query in the order its recordset gives: its own order, then the row ids of its tables.
-std::string inRecordsetOrder(const store::jet::Shape& shape) {
-    const auto& parts = shape.parts;
-    if (!parts.keyable()) return shape.sql;
-    std::string keys;
-    for (const auto& t : parts.tables) keys += (keys.empty() ? "" : ", ") + t.qualifier + ".rowid";
-    return "SELECT " + parts.selectList + " FROM " + parts.from +
-           (parts.where.empty() ? "" : " WHERE " + parts.where) + " ORDER BY " +
-           (parts.orderBy.empty() ? "" : parts.orderBy + ", ") + keys;
-}
-
-// The rows of one of the export's query texts, on a statement the connection keeps: the texts
-// are the system's own, but a business's dozen queries must not each build a recordset.
-class Rows {
-  public:
-    Rows(core::Globals& g, const std::string& query) {
-        store::Connection& c = *g.db_daten.connection();
-        const auto p = store::jet::prepare(query, &c.catalog());
-        st_ = &c.cached(inRecordsetOrder(*p.shape));
-        st_->bindValues(p.values, p.shape->numeric);
-        for (int i = 0; i < st_->columnCount(); ++i) names_.push_back(st_->columnName(i));
-    }
-    ~Rows() { st_->reset(); }
-    Rows(const Rows&) = delete;
-    Rows& operator=(const Rows&) = delete;
-
-    bool next() {
-        if (!st_->step()) return false;
-        row_.clear();
-        for (int i = 0; i < st_->columnCount(); ++i) row_.push_back(st_->column(i));
-        return true;
-    }
-    const std::vector<std::string>& names() const { return names_; }
-    const std::vector<store::Variant>& row() const { return row_; }
-    std::string text(const std::string& field) const {
-        for (size_t i = 0; i < names_.size(); ++i)
-            if (names_[i] == field) return row_[i].toString();
-        throw store::DaoError("DAO.Fields", store::err::kItemNotFound,
-                              "Element in dieser Auflistung nicht gefunden.");
-    }
-
-  private:
-    store::Statement* st_;
-    std::vector<std::string> names_;
-    std::vector<store::Variant> row_;
-};
-
 void writeFields(ExportContext& ctx, const std::vector<std::string>& names,
                  const std::vector<store::Variant>& row, bool personSub);
 
 // A list: the wrapper, one element per row with its fields, the wrapper's end; nothing at all
-// for a query without rows.
-void writeList(ExportContext& ctx, const std::string& query, const std::string& wrapper,
-               const std::string& element) {
-    Rows rows(ctx.g, query);
-    if (!rows.next()) return;
-    const bool personSub = query.find("person_erlaubnis") != std::string::npos ||
-                           query.find("person_handwerkskarte") != std::string::npos;
+// for a key without rows.
+void writeList(ExportContext& ctx, const KeyedScan& scan, std::span<const KeyedScan::Row> rows,
+               const std::string& wrapper, const std::string& element, bool personSub = false) {
+    if (rows.empty()) return;
     ctx.line("<" + wrapper + ">");
-    do {
+    for (const auto& row : rows) {
         ctx.line("<" + element + ">");
-        writeFields(ctx, rows.names(), rows.row(), personSub);
+        writeFields(ctx, scan.names(), row, personSub);
         ctx.line("</" + element + ">");
-    } while (rows.next());
+    }
     ctx.line("</" + wrapper + ">");
+}
+
+std::string textOf(const store::Variant& v) {
+    return v.toString();
 }
 
 // The link's own dates: trimmed, the two words as their sentinels, else rebuilt by position.
@@ -112,6 +65,65 @@ void writeFields(ExportContext& ctx, const std::vector<std::string>& names,
     }
 }
 
+// One person of a link: the link's function and dates, the person's fields, nationalities,
+// and the permits and craft cards that go with this business.
+void writePerson(ExportContext& ctx, ExportScans& scans, const KeyedScan::Row& link,
+                 const KeyedScan::Row& person, const std::string& persNr,
+                 const std::string& betrNr) {
+    core::Globals& g = ctx.g;
+    ctx.line("<person>");
+    const std::string funktion = model::trimBlanks(textOf(link[scans.links.column("p-funktion")]));
+    if (!funktion.empty()) ctx.line("<p-funktion>" + funktion + "</p-funktion>");
+    for (const char* date : {"p-eintr-datum", "p-austr-datum"}) {
+        const std::string stored = textOf(link[scans.links.column(date)]);
+        if (model::trimBlanks(stored).empty()) continue;
+        ctx.line(std::string("<") + date + ">" + linkDate(stored) + "</" + date + ">");
+    }
+    writeFields(ctx, scans.person.names(), person, false);
+
+    // Nationalities are written as they stand, even when empty.
+    if (const auto staat = scans.staatsang.rows({persNr}); !staat.empty()) {
+        ctx.line("<staatsangehoerigkeiten>");
+        for (const auto& row : staat) {
+            ctx.line("<staatsangehoerigkeit>");
+            const size_t text = scans.staatsang.column("staat-text");
+            const size_t schl = scans.staatsang.column("staat-schl");
+            ctx.line("<staat-text>" + model::trimBlanks(textOf(row[text])) + "</staat-text>");
+            ctx.line("<staat-schl>" + model::trimBlanks(textOf(row[schl])) + "</staat-schl>");
+            ctx.line("</staatsangehoerigkeit>");
+        }
+        ctx.line("</staatsangehoerigkeiten>");
+    }
+    // A person's permit goes with this business if its business is empty or is this one; one
+    // without a business number (null) goes nowhere, as the query's Len() of null decides.
+    auto ofThisBusiness = [&](KeyedScan& scan, std::span<const KeyedScan::Row> rows) {
+        std::vector<KeyedScan::Row> kept;
+        if (rows.empty()) return kept;
+        const size_t col = scan.column("betr-nr");
+        const TextCompare same = scan.compareOf("betr-nr");
+        for (const auto& row : rows) {
+            if (row[col].isNull()) continue;
+            const std::string value = row[col].toString();
+            if (value.empty() || same(value, betrNr) == 0) kept.push_back(row);
+        }
+        return kept;
+    };
+    g.akt_schritt = 8;
+    {
+        const auto kept =
+            ofThisBusiness(scans.personErlaubnis, scans.personErlaubnis.rows({persNr}));
+        writeList(ctx, scans.personErlaubnis, kept, "p-erlaubnisse", "p-erlaubnis", true);
+    }
+    g.akt_schritt = 9;
+    {
+        const auto kept =
+            ofThisBusiness(scans.personHandwerkskarte, scans.personHandwerkskarte.rows({persNr}));
+        writeList(ctx, scans.personHandwerkskarte, kept, "p-handwerkskarten", "p-handwerkskarte",
+                  true);
+    }
+    ctx.line("</person>");
+}
+
 }  // namespace
 
 void TML_Exp_Felder(ExportContext& ctx, store::Recordset& table) {
@@ -132,8 +144,10 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr,
     core::Globals& g = ctx.g;
     g.akt_schritt = 0;
     try {
-        const std::string byBusiness =
-            " where [betr-nr] = " + quote(betrNr) + " AND [betr-hist-nr] = " + quote(betrHistNr);
+        std::unique_ptr<ExportScans> own;
+        if (!ctx.scans) own = std::make_unique<ExportScans>(*g.db_daten.connection());
+        ExportScans& scans = ctx.scans ? *ctx.scans : *own;
+        const std::vector<std::string> business{betrNr, betrHistNr};
 
         g.akt_schritt = 1;
         store::Recordset& betrieb = g.rs_betrieb;
@@ -147,97 +161,58 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr,
         TML_Exp_Felder(ctx, betrieb);
 
         g.akt_schritt = 3;
-        writeList(ctx, "select distinctrow * from  betrieb_meldgrundsonst" + byBusiness,
-                  "meld-gruende-sonst", "meld-grund-sonst");
+        writeList(ctx, scans.meldGruende, scans.meldGruende.rows(business), "meld-gruende-sonst",
+                  "meld-grund-sonst");
 
-        // Addresses of the kinds 1 to 4 only, in the query's order.
+        // Addresses of the kinds 1 to 4 only, in the table's order.
         g.akt_schritt = 2;
-        {
-            Rows adr(g, "select distinctrow * from  betrieb_adresse" + byBusiness);
-            if (adr.next()) {
-                ctx.line("<adressen>");
-                do {
-                    const std::string art = adr.text("b-adr-art");
-                    for (const char* kind : {"1", "2", "3", "4"}) {
-                        if (art != kind) continue;
-                        ctx.line(std::string("<adresse art=\"") + kind + "\">");
-                        writeFields(ctx, adr.names(), adr.row(), false);
-                        ctx.line("</adresse>");
-                    }
-                } while (adr.next());
-                ctx.line("</adressen>");
+        if (const auto adr = scans.adressen.rows(business); !adr.empty()) {
+            ctx.line("<adressen>");
+            const size_t art = scans.adressen.column("b-adr-art");
+            for (const auto& row : adr) {
+                const std::string kind = textOf(row[art]);
+                if (kind == "1" || kind == "2" || kind == "3" || kind == "4") {
+                    ctx.line("<adresse art=\"" + kind + "\">");
+                    writeFields(ctx, scans.adressen.names(), row, false);
+                    ctx.line("</adresse>");
+                }
             }
+            ctx.line("</adressen>");
         }
 
         g.akt_schritt = 3;
-        writeList(ctx, "select distinctrow * from  betrieb_taetigkeit" + byBusiness, "taetigkeiten",
+        writeList(ctx, scans.taetigkeiten, scans.taetigkeiten.rows(business), "taetigkeiten",
                   "taetigkeit");
         g.akt_schritt = 4;
-        writeList(ctx, "select distinctrow * from  betrieb_handwerkskarte" + byBusiness,
+        writeList(ctx, scans.handwerkskarten, scans.handwerkskarten.rows(business),
                   "b-handwerkskarten", "b-handwerkskarte");
         g.akt_schritt = 5;
-        writeList(ctx, "select distinctrow * from  betrieb_erlaubnis" + byBusiness, "b-erlaubnisse",
+        writeList(ctx, scans.erlaubnisse, scans.erlaubnisse.rows(business), "b-erlaubnisse",
                   "b-erlaubnis");
 
+        // The links of the business to its persons, each once for every stored row of its
+        // person (as a join gives them); a link to no person is left out.
         g.akt_schritt = 6;
-        Rows links(
-            g,
-            "SELECT beziehung_betrieb_person.* FROM beziehung_betrieb_person INNER JOIN person ON "
-            "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] Where "
-            "beziehung_betrieb_person.[bez-betr-nr] = " +
-                quote(betrNr) + " AND [bez-betr-hist-nr] = " + quote(betrHistNr) +
-                " ORDER BY beziehung_betrieb_person.[bez-betr-nr], "
-                "beziehung_betrieb_person.[bez-sort-nr]");
-        if (!links.next()) return;
+        const auto links = scans.links.rows(business);
+        const size_t linkPerson = links.empty() ? 0 : scans.links.column("bez-pers-nr");
+        size_t first = 0;
+        std::span<const KeyedScan::Row> persons;
+        for (; first < links.size(); ++first) {
+            if (links[first][linkPerson].isNull()) continue;
+            persons = scans.person.rows({textOf(links[first][linkPerson])});
+            if (!persons.empty()) break;
+        }
+        if (first == links.size()) return;
         ctx.line("<personen>");
-        do {
+        for (size_t l = first; l < links.size(); ++l) {
+            const KeyedScan::Row& link = links[l];
+            if (link[linkPerson].isNull()) continue;
             g.akt_schritt = 7;
-            const std::string persNr = links.text("bez-pers-nr");
-            Rows person(g, "select distinctrow * from person where [pers-nr] = " + quote(persNr) +
-                               " ORDER BY person.[p-art] DESC;");
-            if (!person.next()) continue;
-            ctx.line("<person>");
-            const std::string funktion = model::trimBlanks(links.text("p-funktion"));
-            if (!funktion.empty()) ctx.line("<p-funktion>" + funktion + "</p-funktion>");
-            for (const char* date : {"p-eintr-datum", "p-austr-datum"}) {
-                const std::string stored = links.text(date);
-                if (model::trimBlanks(stored).empty()) continue;
-                ctx.line(std::string("<") + date + ">" + linkDate(stored) + "</" + date + ">");
-            }
-            writeFields(ctx, person.names(), person.row(), false);
-
-            // Nationalities are written as they stand, even when empty.
-            Rows staat(
-                g, "select distinctrow * from person_staatsang where [pers-nr] = " + quote(persNr));
-            if (staat.next()) {
-                ctx.line("<staatsangehoerigkeiten>");
-                do {
-                    ctx.line("<staatsangehoerigkeit>");
-                    ctx.line("<staat-text>" + model::trimBlanks(staat.text("staat-text")) +
-                             "</staat-text>");
-                    ctx.line("<staat-schl>" + model::trimBlanks(staat.text("staat-schl")) +
-                             "</staat-schl>");
-                    ctx.line("</staatsangehoerigkeit>");
-                } while (staat.next());
-                ctx.line("</staatsangehoerigkeiten>");
-            }
-            // A person's permit goes with this business if it has no business or is this one's.
-            g.akt_schritt = 8;
-            writeList(
-                ctx,
-                "select distinctrow * from person_erlaubnis WHERE [pers-nr] = " + quote(persNr) +
-                    " And Not (Len([betr-nr]) > '0' And person_erlaubnis.[betr-nr] <> " +
-                    quote(betrNr) + ") ",
-                "p-erlaubnisse", "p-erlaubnis");
-            g.akt_schritt = 9;
-            writeList(ctx,
-                      "select distinctrow * from person_handwerkskarte WHERE [pers-nr] = " +
-                          quote(persNr) +
-                          " And Not (Len([betr-nr]) > '0' And person_handwerkskarte.[betr-nr] <> " +
-                          quote(betrNr) + ") ",
-                      "p-handwerkskarten", "p-handwerkskarte");
-            ctx.line("</person>");
-        } while (links.next());
+            const std::string persNr = textOf(link[linkPerson]);
+            if (l != first) persons = scans.person.rows({persNr});
+            for (size_t copy = 0; copy < persons.size(); ++copy)
+                writePerson(ctx, scans, link, persons.front(), persNr, betrNr);
+        }
         ctx.line("</personen>");
     } catch (const std::exception& e) {
         core::logTrapped(g, "TML_Exp_2_Tabellen", e);

@@ -4,6 +4,7 @@
 
 #include "core/globals.h"
 #include "store/recordset.h"
+#include "transfer/export_scan.h"
 #include "transfer/tml_writer.h"
 
 namespace tolma::transfer {
@@ -13,6 +14,8 @@ struct ExportContext {
     core::Globals& g;
     TmlWriter& out;
     std::string betrNr;  // for log entries of characters the code page cannot hold
+    // The file's ordered scans of the subordinate tables; none: opened for this business alone.
+    ExportScans* scans = nullptr;
 
     // One line; a character that Windows-1252 cannot hold goes out as "?" and is logged.
     void line(const std::string& text);

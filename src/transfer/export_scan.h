@@ -1,0 +1,78 @@
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "store/variant.h"
+
+namespace tolma::store {
+class Connection;
+class Statement;
+}  // namespace tolma::store
+
+namespace tolma::transfer {
+
+// How the export's queries compare a key column with a value: by the column's own collation
+// where an index holds the column, else as German text.
+using TextCompare = int (*)(std::string_view, std::string_view);
+TextCompare keyCompare(store::Connection& c, const std::string& table, const std::string& column);
+
+// One table read once in the order of its key, for a walk that asks for the rows of one key
+// after another in the same order: the rows a per-key query would give, in that query's order,
+// without a query per key. Asked for a key behind the last one, or far ahead, it seeks anew, so
+// a walk out of order stays correct and costs a look-up at most.
+class KeyedScan {
+  public:
+    using Row = std::vector<store::Variant>;
+
+    // keyColumns: compared with "=" as the per-key query does; orderTail: the query's own order
+    // within a key (without the row id, which always comes last).
+    KeyedScan(store::Connection& c, std::string table, std::vector<std::string> keyColumns,
+              std::vector<std::string> orderTail = {});
+    ~KeyedScan();
+    KeyedScan(const KeyedScan&) = delete;
+    KeyedScan& operator=(const KeyedScan&) = delete;
+
+    // The rows whose key equals `key`; valid until the next call.
+    std::span<const Row> rows(const std::vector<std::string>& key);
+    const std::vector<std::string>& names() const { return names_; }
+    // The position of a column among names(); throws "item not found" like a field read.
+    size_t column(const std::string& name) const;
+    // How a column of this table is compared in the per-key queries.
+    TextCompare compareOf(const std::string& column);
+
+  private:
+    void open();
+    void seek(const std::vector<std::string>& key);
+    void advance();
+    int compareAhead(const std::vector<std::string>& key) const;
+    int compareKeys(const std::vector<std::string>& a, const std::vector<std::string>& b) const;
+
+    store::Connection& c_;
+    std::string table_;
+    std::vector<std::string> keyColumns_, orderTail_;
+    std::unique_ptr<store::Statement> st_;
+    std::vector<std::string> names_;
+    std::vector<size_t> keyIndex_;
+    std::vector<TextCompare> compare_;
+
+    bool positioned_ = false;  // the statement stands behind last_'s rows
+    bool haveAhead_ = false;   // the statement's current row, not yet handed out
+    bool haveLast_ = false;
+    std::vector<std::string> last_;
+    std::vector<Row> group_;
+    size_t groupSize_ = 0;
+};
+
+// The scans one export file reads: the business's rows, its links, and the rows of its persons.
+struct ExportScans {
+    explicit ExportScans(store::Connection& c);
+
+    KeyedScan meldGruende, adressen, taetigkeiten, handwerkskarten, erlaubnisse, links;
+    KeyedScan person, staatsang, personErlaubnis, personHandwerkskarte;
+};
+
+}  // namespace tolma::transfer
