@@ -387,14 +387,18 @@ void MainWindow::closeEvent(QCloseEvent* event) {
 
 void MainWindow::fitRecordView() {
     if (windowState() != Qt::WindowNoState) return;
-    QCoreApplication::processEvents();  // the tabs have their sizes once laid out
-    const QSize missing = recordView_->missingRoom();
-    if (missing.width() <= 0 && missing.height() <= 0) return;
-    QSize grown = keptSize_ + missing.expandedTo(QSize(0, 0));
-    if (screen())
-        grown = grown.boundedTo(screen()->availableGeometry().size()).expandedTo(keptSize_);
-    keptSize_ = grown;
-    resize(keptSize_);
+    // Twice: a wider window lets some texts take fewer lines, and the first growth may need a
+    // second look.
+    for (int pass = 0; pass < 2; ++pass) {
+        const QSize missing = recordView_->missingRoomInView();
+        if (missing.width() <= 0 && missing.height() <= 0) return;
+        QSize grown = keptSize_ + missing.expandedTo(QSize(0, 0));
+        if (screen())
+            grown = grown.boundedTo(screen()->availableGeometry().size()).expandedTo(keptSize_);
+        if (grown == keptSize_) return;
+        keptSize_ = grown;
+        resize(keptSize_);
+    }
 }
 
 void MainWindow::resizeEvent(QResizeEvent* event) {

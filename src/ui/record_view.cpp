@@ -1,6 +1,7 @@
 #include "ui/record_view.h"
 
 #include <QApplication>
+#include <QCoreApplication>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QKeyEvent>
@@ -190,7 +191,7 @@ QGroupBox* RecordView::buildFrame(const FrameBuild& build) {
     auto* frame = new QGroupBox(def.caption ? QString::fromUtf8(def.caption) : QString(), this);
     frame->setObjectName(def.name);
     auto* grid = new QGridLayout(frame);
-    const int columns = def.fields.size() > 4 ? 2 : 1;
+    const int columns = def.columns ? def.columns : def.fields.size() > 4 ? 2 : 1;
     int row = 0, column = 0;
     if (def.dataControl) {
         grid->addWidget(new QLabel("Anzahl Datensätze:", this), row, 0, Qt::AlignRight);
@@ -244,15 +245,33 @@ QWidget* RecordView::buildTab(int index) {
     return scroll;
 }
 
-QSize RecordView::missingRoom() const {
+QSize RecordView::missingRoomInView() {
+    image2_->hide();
+    tabs_->show();
+    frameUeberschrift_->show();
+    frameAnzahl_->show();
+    dataPers_->show();
+    command3_->show();
+    // Only the page in view is laid out: each tab is turned to in turn, without its click.
+    refreshing_ = true;
+    const int current = tabs_->currentIndex();
     QSize missing(0, 0);
-    for (auto* scroll : findChildren<QScrollArea*>()) {
-        if (!scroll->widget()) continue;
-        const QSize need = scroll->widget()->sizeHint(), have = scroll->viewport()->size();
-        missing =
-            missing.expandedTo(QSize(need.width() - have.width(), need.height() - have.height()));
+    for (int i = 0; i < tabs_->count(); ++i) {
+        tabs_->setCurrentIndex(i);
+        QCoreApplication::processEvents();
+        missing = missing.expandedTo(missingRoom());
     }
+    tabs_->setCurrentIndex(current);
+    refreshing_ = false;
+    refreshFromCore();
     return missing;
+}
+
+QSize RecordView::missingRoom() const {
+    const auto* scroll = qobject_cast<const QScrollArea*>(tabs_->currentWidget());
+    if (!scroll || !scroll->widget()) return {0, 0};
+    const QSize need = scroll->widget()->sizeHint(), have = scroll->viewport()->size();
+    return {need.width() - have.width(), need.height() - have.height()};
 }
 
 void RecordView::moved() {

@@ -33,8 +33,11 @@ class RecordView : public QWidget {
 
     // Shows the core's state: bound fields, decoded boxes, counters, label, frames, progress.
     void refreshFromCore();
-    // How much wider and higher the view must be so that no tab needs its scroll bars.
+    // How much wider and higher the view must be so that the tab in view needs no scroll bars.
     QSize missingRoom() const;
+    // The same for every tab, measured with the tabs in view as a person tab shows them, also
+    // while the start picture stands: a page out of view has no size of its own to measure.
+    QSize missingRoomInView();
 
   signals:
     void personenAnzeigen();  // Command1 of the legal person's frame

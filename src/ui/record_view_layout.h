@@ -24,6 +24,7 @@ struct FrameDef {
     const char* button = nullptr;  // objectName of a button in the frame
     const char* buttonCaption = nullptr;
     std::vector<FrameDef> inner = {};
+    int columns = 0;  // pairs of label and box per row; 0: two for more than four fields, else one
 };
 
 struct TabDef {
