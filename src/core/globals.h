@@ -107,6 +107,9 @@ struct Globals {
         std::string procedure, number, text, location, locationValue;
     };
     std::vector<LoggedEntry>* logCapture = nullptr;
+    // Whether an import records what it changes, for taking it back. Only the benchmarks turn
+    // it off, to measure what recording costs.
+    bool recordImportRuns = true;
 
     // The last message box.
     std::string msg_text, msg_titel;

@@ -12,6 +12,7 @@
 #include <map>
 #include <mutex>
 
+#include "store/change_capture.h"
 #include "store/dao_error.h"
 #include "store/german_text.h"
 #include "store/jet_sql.h"
@@ -342,6 +343,8 @@ Connection::Connection(std::filesystem::path file, std::string key)
     : file_(std::move(file)), key_(std::move(key)) {}
 
 Connection::~Connection() {
+    // The captured rows of the open batch go with it.
+    if (capture_) capture_->detach(*this);
     cache_.clear();
     if (db_) {
         if (batchDepth_ > 0) sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
@@ -514,8 +517,10 @@ void Connection::commitBatch() {
     if (batchDepth_ == 0) return;
     if (--batchDepth_ > 0) return;
     try {
+        if (capture_) capture_->flush(*this);
         execute("COMMIT");
     } catch (...) {
+        if (capture_) capture_->discard();
         // A commit that failed (a full disk) may leave its transaction open; the block cannot
         // be kept, and the store must stay usable for what comes after.
         if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
@@ -525,6 +530,7 @@ void Connection::commitBatch() {
 
 void Connection::rollbackBatch() noexcept {
     batchDepth_ = 0;
+    if (capture_) capture_->discard();
     if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
 }
 

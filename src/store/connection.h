@@ -16,6 +16,7 @@ struct sqlite3_stmt;
 namespace tolma::store {
 
 class Connection;
+class ChangeCapture;
 
 // One prepared statement; bound values are always bound, never pasted.
 class Statement {
@@ -89,6 +90,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // Drops everything since the outermost beginBatch(): a check that must leave no trace.
     void rollbackBatch() noexcept;
     bool inBatch() const { return batchDepth_ > 0; }
+    // The capture whose rows are written before each commit of a batch (none: null).
+    void setChangeCapture(ChangeCapture* capture) { capture_ = capture; }
+    ChangeCapture* changeCapture() const { return capture_; }
 
     [[noreturn]] void fail(const std::string& source, const std::string& context) const;
 
@@ -100,6 +104,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::filesystem::path file_;
     std::string key_;
     int batchDepth_ = 0;
+    ChangeCapture* capture_ = nullptr;
     std::unordered_map<std::string, std::unique_ptr<Statement>> cache_;
     std::unordered_map<std::string, std::shared_ptr<const void>> memo_;
     std::unique_ptr<jet::Catalog> catalog_;

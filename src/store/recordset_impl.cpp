@@ -1,5 +1,7 @@
 #include "store/recordset_impl.h"
 
+#include "store/change_capture.h"
+
 #include <sqlite3.h>
 
 #include "store/dao_error.h"
@@ -291,9 +293,21 @@ long long RecordsetImpl::deleteWhere(const std::string& criteria) {
     check();
     requireUpdatable();
     const auto p = jet::prepare(criteria, &conn->catalog());
+    ChangeCapture* capture = conn->changeCapture();
+    const std::string* image = capture ? capture->imageSelect(baseTable) : nullptr;
+    if (image) {
+        // The rows' old images go into the record in one statement, rather than row by row
+        // from the hook.
+        auto& copy = conn->cached(*image + p.shape->sql);
+        copy.bindValues(p.values, p.shape->numeric);
+        copy.step();
+    }
     auto& st = conn->cached("DELETE FROM " + baseTable + " WHERE " + p.shape->sql);
     st.bindValues(p.values, p.shape->numeric);
-    st.step();
+    {
+        ChangeCapture::Quiet quiet(image ? capture : nullptr);
+        st.step();
+    }
     rowCache.reset();
     storedRowsChanged();
     return sqlite3_changes64(conn->handle());

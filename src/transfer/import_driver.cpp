@@ -324,7 +324,7 @@ class Run {
         const std::string labelTail =
             " von " + announced_.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
         Batch batch(g_.db_daten);
-        if (!checking() && g_.db_daten.isSet()) {
+        if (!checking() && g_.recordImportRuns && g_.db_daten.isSet()) {
             // The record of this run goes into the same transactions as its blocks.
             store::Connection& c = *g_.db_daten.connection();
             if (!recording_.journal.started())

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "model/schema.h"
+#include "store/change_capture.h"
 #include "store/connection.h"
 #include "store/dao_error.h"
 
@@ -135,23 +136,12 @@ void ImportJournal::start(store::Connection& c, const std::string& file, const s
 
 void ImportJournal::attach(store::Connection& c) {
     if (!started()) return;
-    const std::string run = std::to_string(lauf_);
-    for (const auto& [table, mark] : marks_) {
-        const std::vector<std::string> columns = columnsOf(c, table);
-        const std::string shadow = quoted(shadowOf(table)), on = " ON main." + quoted(table);
-        const std::string image = "OLD.rowid, " + columnList(columns, "OLD.");
-        const std::string name = "tolma_rueck_" + table;
-        // Triggers of the connection only: the store's schema never holds them.
-        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_d") + " AFTER DELETE" +
-                  on + " BEGIN INSERT INTO " + shadow + " VALUES (" + run + ", 'D', " + image +
-                  "); END");
-        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_u") + " AFTER UPDATE" +
-                  on + " BEGIN INSERT INTO " + shadow + " VALUES (" + run + ", 'U', " + image +
-                  "); END");
-        c.execute("CREATE TEMP TRIGGER IF NOT EXISTS " + quoted(name + "_i") + " AFTER INSERT" +
-                  on + " WHEN NEW.rowid <= " + std::to_string(mark) + " BEGIN INSERT INTO " +
-                  shadow + " (lauf, art, rid) VALUES (" + run + ", 'I', NEW.rowid); END");
+    if (!capture_) {
+        std::vector<store::ChangeCapture::Target> targets;
+        for (const auto& [table, mark] : marks_) targets.push_back({table, shadowOf(table), mark});
+        capture_ = std::make_unique<store::ChangeCapture>(lauf_, std::move(targets));
     }
+    capture_->attach(c);
 }
 
 void ImportJournal::count(store::Connection& c, long businesses) {
@@ -162,15 +152,11 @@ void ImportJournal::count(store::Connection& c, long businesses) {
 }
 
 void ImportJournal::detach(store::Connection& c) noexcept {
-    for (const auto& mark : marks_)
-        for (const char* kind : {"_d", "_u", "_i"}) {
-            try {
-                c.execute("DROP TRIGGER IF EXISTS temp." +
-                          quoted("tolma_rueck_" + mark.first + kind));
-            } catch (const std::exception&) {
-            }
-        }
+    if (capture_) capture_->detach(c);
 }
+
+ImportJournal::ImportJournal() = default;
+ImportJournal::~ImportJournal() = default;
 
 std::vector<ImportRun> importRuns(store::Connection& c) {
     std::vector<ImportRun> runs;

@@ -1,12 +1,14 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace tolma::store {
+class ChangeCapture;
 class Connection;
-}
+}  // namespace tolma::store
 
 // What each import run changed, kept in the data store so that a run can be taken back. The
 // record lives in tables of its own ("tolma_import_lauf", "tolma_rueck_<table>") that the
@@ -31,14 +33,17 @@ inline constexpr int kDefaultKeptRuns = 10;
 
 class ImportJournal {
   public:
+    ImportJournal();
+    ~ImportJournal();
+
     // Begins a run inside the current transaction: drops the records of runs beyond the
     // `keep` newest (this one included), writes the run and the marks.
     void start(store::Connection& c, const std::string& file, const std::string& when, int keep);
-    // Puts the triggers on the connection; again after the store was closed and reopened.
+    // Starts capturing on the connection; again after the store was closed and reopened.
     void attach(store::Connection& c);
     // The businesses read so far, written with the block.
     void count(store::Connection& c, long businesses);
-    // Takes the triggers off the connection.
+    // Writes what was captured and stops capturing.
     void detach(store::Connection& c) noexcept;
     bool started() const { return lauf_ > 0; }
     long lauf() const { return lauf_; }
@@ -46,6 +51,7 @@ class ImportJournal {
   private:
     long lauf_ = 0;
     std::vector<std::pair<std::string, long long>> marks_;  // table, highest row id before the run
+    std::unique_ptr<store::ChangeCapture> capture_;
 };
 
 // The recorded runs, oldest first; none when the store holds no record.

@@ -1,0 +1,154 @@
+#include "store/change_capture.h"
+
+// The hook is declared only on request; Debian's library is built with it (and with the
+// session extension, which needs it).
+#define SQLITE_ENABLE_PREUPDATE_HOOK 1
+#include <sqlite3.h>
+
+#include <cstring>
+
+#include "store/connection.h"
+
+namespace tolma::store {
+namespace {
+
+std::string sqlName(const std::string& name) {
+    std::string q = "\"";
+    for (char c : name) q += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return q + "\"";
+}
+
+}  // namespace
+
+ChangeCapture::ChangeCapture(long long run, std::vector<Target> targets)
+    : run_(run), targets_(std::move(targets)) {}
+
+ChangeCapture::~ChangeCapture() {
+    if (attached_) detach(*attached_);
+    clear();
+}
+
+void ChangeCapture::attach(Connection& c) {
+    if (attached_ && attached_ != &c) detach(*attached_);
+    attached_ = &c;
+    c.setChangeCapture(this);
+    sqlite3_preupdate_hook(c.handle(), &ChangeCapture::hook, this);
+}
+
+void ChangeCapture::detach(Connection& c) noexcept {
+    if (attached_ != &c) return;
+    attached_ = nullptr;
+    try {
+        flush(c);
+    } catch (const std::exception&) {
+        // what could not be written belongs to a transaction that is not kept either
+    }
+    sqlite3_preupdate_hook(c.handle(), nullptr, nullptr);
+    c.setChangeCapture(nullptr);
+    clear();
+}
+
+int ChangeCapture::targetOf(const char* table) {
+    if (lastTarget_ >= 0 &&
+        (table == lastName_ ||
+         std::strcmp(table, targets_[static_cast<size_t>(lastTarget_)].table.c_str()) == 0)) {
+        lastName_ = table;
+        return lastTarget_;
+    }
+    for (size_t i = 0; i < targets_.size(); ++i)
+        if (std::strcmp(table, targets_[i].table.c_str()) == 0) {
+            lastName_ = table;
+            lastTarget_ = static_cast<int>(i);
+            return lastTarget_;
+        }
+    return -1;
+}
+
+void ChangeCapture::hook(void* self, sqlite3* db, int op, const char* database, const char* table,
+                         long long oldKey, long long newKey) {
+    auto& capture = *static_cast<ChangeCapture*>(self);
+    if (capture.flushing_ || std::strcmp(database, "main") != 0) return;
+    const int target = capture.targetOf(table);
+    if (target < 0) return;
+    if (op == SQLITE_INSERT) {
+        if (newKey <= capture.targets_[static_cast<size_t>(target)].mark)
+            capture.events_.push_back({target, 'I', newKey, {}});
+        return;
+    }
+    if (capture.quiet_) return;
+    Event e{target, op == SQLITE_DELETE ? 'D' : 'U', oldKey, {}};
+    const int n = sqlite3_preupdate_count(db);
+    e.values.reserve(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i) {
+        sqlite3_value* v = nullptr;
+        sqlite3_preupdate_old(db, i, &v);
+        e.values.push_back(v ? sqlite3_value_dup(v) : nullptr);
+    }
+    capture.events_.push_back(std::move(e));
+}
+
+const std::string* ChangeCapture::imageSelect(const std::string& table) {
+    std::string plain = table;
+    if (plain.size() > 2 && plain.front() == '[' && plain.back() == ']')
+        plain = plain.substr(1, plain.size() - 2);
+    const int target = targetOf(plain.c_str());
+    lastName_ = nullptr;  // the name above is no pointer of SQLite's
+    if (target < 0) return nullptr;
+    imageSelects_.resize(targets_.size());
+    std::string& text = imageSelects_[static_cast<size_t>(target)];
+    if (text.empty())
+        text = "INSERT INTO " + sqlName(targets_[static_cast<size_t>(target)].record) + " SELECT " +
+               std::to_string(run_) + ", 'D', rowid, * FROM main." + sqlName(plain) + " WHERE ";
+    return &text;
+}
+
+void ChangeCapture::flush(Connection& c) {
+    if (events_.empty()) return;
+    flushing_ = true;
+    // One statement per table and kind, looked up once per flush rather than once per row.
+    std::vector<Statement*> images(targets_.size()), inserts(targets_.size());
+    try {
+        for (const Event& e : events_) {
+            const Target& t = targets_[static_cast<size_t>(e.target)];
+            Statement*& kept = (e.art == 'I' ? inserts : images)[static_cast<size_t>(e.target)];
+            if (!kept) {
+                std::string sql = "INSERT INTO " + sqlName(t.record);
+                if (e.art == 'I') {
+                    sql += " (lauf, art, rid) VALUES (?1, ?2, ?3)";
+                } else {
+                    sql += " VALUES (?1, ?2, ?3";
+                    for (size_t i = 0; i < e.values.size(); ++i)
+                        sql += ", ?" + std::to_string(i + 4);
+                    sql += ")";
+                }
+                kept = &c.cached(sql);
+            }
+            Statement& st = *kept;
+            st.reset();
+            sqlite3_stmt* s = st.handle();
+            sqlite3_bind_int64(s, 1, run_);
+            sqlite3_bind_text(s, 2, &e.art, 1, SQLITE_STATIC);
+            sqlite3_bind_int64(s, 3, e.rid);
+            for (size_t i = 0; i < e.values.size(); ++i) {
+                if (e.values[i])
+                    sqlite3_bind_value(s, static_cast<int>(i + 4), e.values[i]);
+                else
+                    sqlite3_bind_null(s, static_cast<int>(i + 4));
+            }
+            st.step();
+        }
+    } catch (...) {
+        flushing_ = false;
+        throw;
+    }
+    flushing_ = false;
+    clear();
+}
+
+void ChangeCapture::clear() noexcept {
+    for (Event& e : events_)
+        for (sqlite3_value* v : e.values) sqlite3_value_free(v);
+    events_.clear();
+}
+
+}  // namespace tolma::store

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct sqlite3;
+struct sqlite3_value;
+
+namespace tolma::store {
+
+class Connection;
+
+// Records the changes made through a connection into tables of the caller's, so that they can
+// be reversed: the old image of every row deleted or changed, and the row id of every row
+// inserted at or below a mark (a row id above the mark is new in any case). A record row is
+// (run, art, rid, columns...) with art 'D', 'U' or 'I'.
+//
+// The rows are captured by SQLite's pre-update hook and written just before the connection
+// commits, so that the record always lands in the same transaction as the changes. The hook
+// costs a fraction of what per-row triggers cost: a trigger builds the whole new row for every
+// insert, even when its condition then says no.
+class ChangeCapture {
+  public:
+    struct Target {
+        std::string table;   // in the main database
+        std::string record;  // where its changes go
+        long long mark = 0;  // the highest row id before the run
+    };
+
+    ChangeCapture(long long run, std::vector<Target> targets);
+    ~ChangeCapture();
+    ChangeCapture(const ChangeCapture&) = delete;
+    ChangeCapture& operator=(const ChangeCapture&) = delete;
+
+    // Starts capturing on the connection; again after it was closed and opened anew.
+    void attach(Connection& c);
+    // Writes what is pending and stops capturing.
+    void detach(Connection& c) noexcept;
+    // Writes the captured rows into their record tables; the connection calls it before a
+    // commit.
+    void flush(Connection& c);
+    // For a delete of a captured table (bracketed or plain name): the text that copies the
+    // rows a WHERE clause appended to it names into the record; null for other tables. While a
+    // Quiet stands, the hook lets deleted and changed rows pass, since they are copied already.
+    const std::string* imageSelect(const std::string& table);
+    class Quiet {
+      public:
+        explicit Quiet(ChangeCapture* capture) : capture_(capture) {
+            if (capture_) capture_->quiet_ = true;
+        }
+        ~Quiet() {
+            if (capture_) capture_->quiet_ = false;
+        }
+        Quiet(const Quiet&) = delete;
+        Quiet& operator=(const Quiet&) = delete;
+
+      private:
+        ChangeCapture* capture_;
+    };
+
+    // Forgets what is pending: its transaction was rolled back.
+    void discard() noexcept { clear(); }
+    size_t pending() const { return events_.size(); }
+
+  private:
+    struct Event {
+        int target;
+        char art;
+        long long rid;
+        std::vector<sqlite3_value*> values;  // owned copies; none for 'I'
+    };
+    static void hook(void* self, ::sqlite3* db, int op, const char* database, const char* table,
+                     long long oldKey, long long newKey);
+    int targetOf(const char* table);
+    void clear() noexcept;
+
+    long long run_;
+    std::vector<Target> targets_;
+    std::vector<Event> events_;
+    const char* lastName_ = nullptr;  // SQLite hands the same name pointer row after row
+    int lastTarget_ = -1;
+    bool flushing_ = false, quiet_ = false;
+    std::vector<std::string> imageSelects_;
+    Connection* attached_ = nullptr;
+};
+
+}  // namespace tolma::store
