@@ -1,71 +1,95 @@
 #include "transfer/import_context.h"
 
+#include <algorithm>
+
 #include "model/values.h"
+#include "store/connection.h"
 
 namespace tolma::transfer {
 namespace {
 
 // Keys compare as the store's text columns do: ASCII letters without regard to case.
-std::string folded(const std::string& key) {
-    std::string out = key;
-    for (auto& c : out)
+std::uint64_t keyHash(std::string_view key) {
+    std::uint64_t h = 1469598103934665603ULL;  // FNV-1a
+    for (char c : key) {
         if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-    return out;
+        h = (h ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
+    }
+    return h;
 }
 
 // Key columns are 12 characters wide: a longer number is stored cut, and a later criterion
 // with the cut number finds those rows.
 constexpr int kKeySize = 12;
 
-void note(std::unordered_set<std::string>& keys, const std::string& key) {
-    keys.insert(folded(key));
+void note(ImportContext::KeyTables& keys, const std::string& key) {
+    keys.note(keyHash(key));
     if (model::characterCount(key) > kKeySize)
-        keys.insert(folded(model::firstCharacters(key, kKeySize)));
+        keys.note(keyHash(model::firstCharacters(key, kKeySize)));
+}
+
+void collect(store::Database& db, const char* column, const char* table, unsigned bit,
+             ImportContext::KeyTables& keys) {
+    // One pass over the key's index; the rows of a number follow each other there.
+    auto st = db.connection()->prepare(std::string("SELECT DISTINCT [") + column + "] FROM [" +
+                                       table + "]");
+    while (st->step()) keys.add(keyHash(st->column(0).toString()), bit);
 }
 
 }  // namespace
 
+void ImportContext::KeyTables::seal() {
+    std::sort(loaded_.begin(), loaded_.end());
+    size_t out = 0;
+    for (size_t i = 0; i < loaded_.size(); ++i) {
+        if (out > 0 && loaded_[out - 1].first == loaded_[i].first)
+            loaded_[out - 1].second |= loaded_[i].second;
+        else
+            loaded_[out++] = loaded_[i];
+    }
+    loaded_.resize(out);
+    loaded_.shrink_to_fit();
+}
+
+unsigned ImportContext::KeyTables::tablesOf(std::uint64_t hash) const {
+    if (noted_.count(hash)) return ~0u;
+    auto it = std::lower_bound(loaded_.begin(), loaded_.end(), std::make_pair(hash, 0u));
+    return it != loaded_.end() && it->first == hash ? it->second : 0u;
+}
+
 void ImportContext::loadKeys() {
     if (keysLoaded_) return;
     keysLoaded_ = true;
-    auto collect = [&](const char* sql, std::unordered_set<std::string>& keys) {
-        store::Recordset rs = g.db_daten.OpenRecordset(sql);
-        const long n = rs.RecordCount();
-        keys.reserve(static_cast<size_t>(n) * 2);
-        for (long i = 0; i < n; ++i) keys.insert(folded(rs.rowAt(i)[0].toString()));
-    };
-    collect(
-        "SELECT [betr-nr] FROM betrieb UNION SELECT [betr-nr] FROM betrieb_adresse UNION "
-        "SELECT [betr-nr] FROM betrieb_meldgrundsonst UNION SELECT [betr-nr] FROM "
-        "betrieb_taetigkeit UNION "
-        "SELECT [betr-nr] FROM betrieb_erlaubnis UNION SELECT [betr-nr] FROM "
-        "betrieb_handwerkskarte UNION "
-        "SELECT [bez-betr-nr] FROM beziehung_betrieb_person UNION SELECT [betr-nr] FROM "
-        "person_erlaubnis UNION "
-        "SELECT [betr-nr] FROM person_handwerkskarte",
-        businesses_);
-    collect(
-        "SELECT [pers-nr] FROM person UNION SELECT [pers-nr] FROM person_staatsang UNION "
-        "SELECT [pers-nr] FROM person_erlaubnis UNION SELECT [pers-nr] FROM person_handwerkskarte",
-        persons_);
+    try {
+        auto& db = g.db_daten;
+        collect(db, "betr-nr", "betrieb_adresse", kAdresse, businesses_);
+        collect(db, "betr-nr", "betrieb", kBetrieb, businesses_);
+        collect(db, "betr-nr", "betrieb_meldgrundsonst", kMeldgrund, businesses_);
+        collect(db, "betr-nr", "betrieb_taetigkeit", kTaetigkeit, businesses_);
+        collect(db, "betr-nr", "betrieb_erlaubnis", kErlaubnis, businesses_);
+        collect(db, "betr-nr", "betrieb_handwerkskarte", kHandwerkskarte, businesses_);
+        collect(db, "bez-betr-nr", "beziehung_betrieb_person", kBeziehung, businesses_);
+        collect(db, "betr-nr", "person_erlaubnis", kPersonErlaubnis, businesses_);
+        collect(db, "betr-nr", "person_handwerkskarte", kPersonHandwerkskarte, businesses_);
+        collect(db, "pers-nr", "person", kPerson, persons_);
+        collect(db, "pers-nr", "person_staatsang", kStaatsang, persons_);
+        collect(db, "pers-nr", "person_erlaubnis", kPErlaubnis, persons_);
+        collect(db, "pers-nr", "person_handwerkskarte", kPHandwerkskarte, persons_);
+    } catch (const std::exception&) {
+        keysMissing_ = true;  // without the list, every removal runs
+    }
+    businesses_.seal();
+    persons_.seal();
 }
 
-bool ImportContext::mayHoldBusiness(const std::string& betrNr) {
-    try {
-        loadKeys();
-    } catch (const std::exception&) {
-        return true;  // without the list, every removal runs
-    }
-    return businesses_.count(folded(betrNr)) > 0;
+bool ImportContext::mayHoldBusiness(const std::string& betrNr, unsigned tables) {
+    loadKeys();
+    return keysMissing_ || (businesses_.tablesOf(keyHash(betrNr)) & tables) != 0;
 }
 
-bool ImportContext::mayHoldPerson(const std::string& persNr) {
-    try {
-        loadKeys();
-    } catch (const std::exception&) {
-        return true;
-    }
-    return persons_.count(folded(persNr)) > 0;
+bool ImportContext::mayHoldPerson(const std::string& persNr, unsigned tables) {
+    loadKeys();
+    return keysMissing_ || (persons_.tablesOf(keyHash(persNr)) & tables) != 0;
 }
 
 void ImportContext::noteBusiness(const std::string& betrNr) {

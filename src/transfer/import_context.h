@@ -28,18 +28,50 @@ struct ImportContext {
     // The business numbers the run stored, for the search index.
     std::vector<std::string> touched;
 
-    // Whether the store may hold rows of a business or person number. A removal by a number the
-    // store cannot hold would delete nothing, so it is left out: a first import into an empty
-    // store then runs no deletes at all.
-    bool mayHoldBusiness(const std::string& betrNr);
-    bool mayHoldPerson(const std::string& persNr);
+    // The tables whose rows a removal by business number, or by person number, may meet.
+    enum BusinessTable : unsigned {
+        kAdresse = 1u << 0,
+        kBetrieb = 1u << 1,
+        kMeldgrund = 1u << 2,
+        kTaetigkeit = 1u << 3,
+        kErlaubnis = 1u << 4,
+        kHandwerkskarte = 1u << 5,
+        kBeziehung = 1u << 6,
+        kPersonErlaubnis = 1u << 7,
+        kPersonHandwerkskarte = 1u << 8,
+    };
+    enum PersonTable : unsigned {
+        kPerson = 1u << 0,
+        kStaatsang = 1u << 1,
+        kPErlaubnis = 1u << 2,
+        kPHandwerkskarte = 1u << 3,
+    };
+    // Whether a table of the store may hold rows of a business or person number. A removal by a
+    // number the table cannot hold would delete nothing, so it is left out: a first import into
+    // an empty store then runs no deletes at all, and a replace only those that meet rows.
+    bool mayHoldBusiness(const std::string& betrNr, unsigned tables);
+    bool mayHoldPerson(const std::string& persNr, unsigned tables);
     void noteBusiness(const std::string& betrNr);
     void notePerson(const std::string& persNr);
 
+    // The numbers of the store's tables, by a hash of the number: two numbers of the same hash
+    // share their tables, which costs at most a removal that finds nothing.
+    class KeyTables {
+      public:
+        void add(std::uint64_t hash, unsigned tables) { loaded_.emplace_back(hash, tables); }
+        void seal();  // after the last add: sorts and merges
+        void note(std::uint64_t hash) { noted_.insert(hash); }
+        unsigned tablesOf(std::uint64_t hash) const;
+
+      private:
+        std::vector<std::pair<std::uint64_t, unsigned>> loaded_;
+        std::unordered_set<std::uint64_t> noted_;  // stored by this run: every table
+    };
+
   private:
     void loadKeys();
-    bool keysLoaded_ = false;
-    std::unordered_set<std::string> businesses_, persons_;
+    bool keysLoaded_ = false, keysMissing_ = false;
+    KeyTables businesses_, persons_;
 };
 
 }  // namespace tolma::transfer

@@ -105,18 +105,22 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
             byBusiness = "[betr-nr] = " + quote(nr) + " AND [betr-hist-nr] = " + quote(hist);
             byLink = "[bez-betr-nr] = " + quote(nr) + " AND [bez-betr-hist-nr] = " + quote(hist);
         }
-        if (!byBusiness.empty() && ctx.mayHoldBusiness(betrNr)) {
+        if (!byBusiness.empty()) {
+            using T = ImportContext::BusinessTable;
+            auto kill = [&](T table, const std::string& criteria, store::Recordset& rs) {
+                return ctx.mayHoldBusiness(betrNr, table) ? Upd_6_Kill(ctx, criteria, rs) : 0;
+            };
             // The permits and craft cards of persons carry no history number: they go for all
             // states of the business at once.
-            Upd_6_Kill(ctx, byBusiness, g.rs_adresse);
-            if (Upd_6_Kill(ctx, byBusiness, g.rs_betrieb) > 0) ++ctx.replacing;
-            Upd_6_Kill(ctx, byBusiness, g.rs_meldgrund);
-            Upd_6_Kill(ctx, byBusiness, g.rs_taetigkeit);
-            Upd_6_Kill(ctx, byBusiness, g.rs_erlaubnis);
-            Upd_6_Kill(ctx, byBusiness, g.rs_handwerkskarte);
-            Upd_6_Kill(ctx, byLink, g.rs_beziehung);
-            Upd_6_Kill(ctx, "[betr-nr] = " + quote(nr) + "", g.rs_person_erlaubnis);
-            Upd_6_Kill(ctx, "[betr-nr] = " + quote(nr) + "", g.rs_person_handwerkskarte);
+            kill(T::kAdresse, byBusiness, g.rs_adresse);
+            if (kill(T::kBetrieb, byBusiness, g.rs_betrieb) > 0) ++ctx.replacing;
+            kill(T::kMeldgrund, byBusiness, g.rs_meldgrund);
+            kill(T::kTaetigkeit, byBusiness, g.rs_taetigkeit);
+            kill(T::kErlaubnis, byBusiness, g.rs_erlaubnis);
+            kill(T::kHandwerkskarte, byBusiness, g.rs_handwerkskarte);
+            kill(T::kBeziehung, byLink, g.rs_beziehung);
+            kill(T::kPersonErlaubnis, "[betr-nr] = " + quote(nr), g.rs_person_erlaubnis);
+            kill(T::kPersonHandwerkskarte, "[betr-nr] = " + quote(nr), g.rs_person_handwerkskarte);
         }
 
         ctx.noteBusiness(betrNr);
