@@ -4,7 +4,6 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
-#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProgressDialog>
@@ -66,7 +65,9 @@ SearchWindow::SearchWindow(core::Globals& g, QWidget* parent)
     connect(kind_, &QComboBox::currentIndexChanged, this, &SearchWindow::search);
     connect(box_, &QLineEdit::returnPressed, this,
             [this] { open(std::max(0, table_->currentRow())); });
-    connect(table_, &QTableWidget::cellDoubleClicked, this, [this](int r, int) { open(r); });
+    // Enter on a hit and a double click both activate it.
+    connect(table_, &QTableWidget::activated, this,
+            [this](const QModelIndex& index) { open(index.row()); });
     connect(show, &QPushButton::clicked, this, [this] { open(table_->currentRow()); });
     connect(close, &QPushButton::clicked, this, &SearchWindow::closeRequested);
 }
