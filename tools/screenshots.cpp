@@ -3,11 +3,13 @@
 //   tolma-screenshots OUTDIR HOME SAMPLE
 #include <QApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QScreen>
 #include <QTabWidget>
 #include <QTimer>
+#include <iostream>
 
 #include "browse/record_view.h"
 #include "core/globals.h"
@@ -84,7 +86,13 @@ int main(int argc, char** argv) {
                                       std::pair{"menue_extras_optionen", "optionen.png"},
                                       std::pair{"menue_extras_auswertungen", "auswertung.png"},
                                       std::pair{"menue_info", "info.png"}}) {
+        // How long the clerk waits for the window: opened, laid out and painted once.
+        QElapsedTimer opening;
+        opening.start();
         window.trigger(entry);
+        QApplication::processEvents();
+        window.grab();
+        std::cout << file << ": geöffnet in " << opening.elapsed() << " ms\n";
         save(window, out, file);
     }
     tolma::core::A_Fenster_schliessen(g);
