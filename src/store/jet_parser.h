@@ -5,25 +5,12 @@
 #include <string_view>
 #include <vector>
 
+#include "store/jet_lexer.h"
+
 // The old engine's query language as a small syntax tree: the words of the system's query texts
 // and of what a user types into `tolma-cli sql`, read once, so that SQLite's text can be
 // generated from what the text means rather than from its tokens.
 namespace tolma::store::jet::ast {
-
-enum class TokenKind { Word, Bracketed, Text, Date, Number, Punct, End };
-
-struct Token {
-    TokenKind kind;
-    std::string
-        text;  // as written; for Text and Date the value (quotes removed, dates as YYYY-MM-DD)
-    size_t position;  // 0-based, in the text as written
-};
-
-// Splits a query text; a literal or name that is never closed is a syntax error.
-std::vector<Token> lex(std::string_view text);
-
-// The date of a #...# literal's inside as the store holds dates, empty when it is no date.
-std::string dateValue(const std::string& written);
 
 enum class ExprKind {
     Value,   // a text or date from the query text, bound as parameter `value`
