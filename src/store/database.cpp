@@ -10,6 +10,22 @@
 
 namespace tolma::store {
 
+namespace {
+QueryTrace* activeTrace = nullptr;
+}
+
+QueryTrace::QueryTrace() : previous_(activeTrace) {
+    activeTrace = this;
+}
+
+QueryTrace::~QueryTrace() {
+    activeTrace = previous_;
+}
+
+void Database::trace(const std::string& text) const {
+    if (activeTrace) activeTrace->entries_.push_back({connection()->file(), text});
+}
+
 Database Database::OpenDatabase(const std::filesystem::path& name, bool exclusive, bool readOnly,
                                 const std::string& /*connect*/) {
     // The password of the old settings store has no counterpart in SQLite: the store is a
@@ -49,10 +65,12 @@ const std::filesystem::path& Database::Name() const {
 }
 
 Recordset Database::OpenRecordset(const std::string& source, int /*type*/) const {
+    trace(source);
     return Recordset::open(connection(), source);
 }
 
 long long Database::Execute(const std::string& sql) const {
+    trace(sql);
     const auto& c = connection();
     const auto p = jet::prepare(sql, &c->catalog());
     auto st = c->prepare(p.shape->sql);
@@ -63,6 +81,7 @@ long long Database::Execute(const std::string& sql) const {
 }
 
 std::optional<Variant> Database::lookup(const std::string& query, const std::string& field) const {
+    trace(query);
     const auto p = jet::prepare(query, &connection()->catalog());
     Statement& st = connection()->cached(p.shape->sql);
     st.bindValues(p.values, p.shape->numeric);

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "store/recordset.h"
 
@@ -36,7 +37,32 @@ class Database {
     const std::shared_ptr<Connection>& connection() const;
 
   private:
+    void trace(const std::string& text) const;
+
     std::shared_ptr<Connection> connection_;
+};
+
+// A test hook: while one lives, every query text opened through a Database of this process
+// (OpenRecordset, lookup, Execute) is kept in it with its store's file, in order, so that a test
+// can run the texts the routines compose. Without one, opening costs one test of a pointer.
+// For one thread; the latest one made is the one that records.
+class QueryTrace {
+  public:
+    struct Entry {
+        std::filesystem::path store;
+        std::string text;
+    };
+    QueryTrace();
+    ~QueryTrace();
+    QueryTrace(const QueryTrace&) = delete;
+    QueryTrace& operator=(const QueryTrace&) = delete;
+
+    const std::vector<Entry>& entries() const { return entries_; }
+
+  private:
+    friend class Database;
+    std::vector<Entry> entries_;
+    QueryTrace* previous_;
 };
 
 // Writes a compacted copy of a store under a new name. The source must be free of every
