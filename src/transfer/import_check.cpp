@@ -8,6 +8,7 @@
 #include "core/db_connection.h"
 #include "model/schema.h"
 #include "store/connection.h"
+#include "store/jet_sql.h"
 #include "transfer/import_driver.h"
 
 namespace tolma::transfer {
@@ -26,7 +27,7 @@ void countChanges(store::Connection& c) {
     for (const auto& t : model::dataTables()) {
         c.execute("INSERT INTO tolma_pruefung VALUES (?1, 0, 0)", {store::Variant(t.name)});
         const std::string on = " ON main." + quoted(t.name) + " BEGIN UPDATE tolma_pruefung SET ";
-        const std::string where = " WHERE tabelle = '" + t.name + "'; END";
+        const std::string where = " WHERE tabelle = " + store::jet::quote(t.name) + "; END";
         c.execute("CREATE TEMP TRIGGER " + quoted("tolma_pruef_" + t.name + "_i") +
                   " AFTER INSERT" + on + "geschrieben = geschrieben + 1" + where);
         c.execute("CREATE TEMP TRIGGER " + quoted("tolma_pruef_" + t.name + "_d") +
