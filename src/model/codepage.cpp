@@ -43,8 +43,21 @@ size_t decodeOne(std::string_view s, size_t i, char32_t& cp) {
 
 std::string utf8ToCp1252(std::string_view utf8, int* lost) {
     std::string out;
-    out.reserve(utf8.size());
+    appendUtf8AsCp1252(out, utf8, lost);
+    return out;
+}
+
+void appendUtf8AsCp1252(std::string& out, std::string_view utf8, int* lost) {
+    out.reserve(out.size() + utf8.size());
     for (size_t i = 0; i < utf8.size();) {
+        // Runs of ASCII, nearly all of a file, go over as they are.
+        size_t ascii = i;
+        while (ascii < utf8.size() && static_cast<unsigned char>(utf8[ascii]) < 0x80) ++ascii;
+        if (ascii > i) {
+            out.append(utf8.data() + i, ascii - i);
+            i = ascii;
+            if (i == utf8.size()) break;
+        }
         char32_t cp = 0;
         size_t n = decodeOne(utf8, i, cp);
         if (n == 0) {  // not UTF-8 at all: keep the byte
@@ -66,7 +79,6 @@ std::string utf8ToCp1252(std::string_view utf8, int* lost) {
             if (lost) ++*lost;
         }
     }
-    return out;
 }
 
 std::string cp1252ToUtf8(std::string_view cp1252) {

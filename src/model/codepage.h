@@ -8,6 +8,7 @@ namespace tolma::model {
 
 // A character that Windows-1252 cannot hold becomes "?"; `lost` counts them.
 std::string utf8ToCp1252(std::string_view utf8, int* lost = nullptr);
+void appendUtf8AsCp1252(std::string& out, std::string_view utf8, int* lost = nullptr);
 std::string cp1252ToUtf8(std::string_view cp1252);
 void appendCp1252AsUtf8(std::string& out, std::string_view cp1252);
 // Valid UTF-8 with at least one character outside ASCII.

@@ -1,6 +1,7 @@
 #include "model/values.h"
 
 #include <cctype>
+#include <cstring>
 
 namespace tolma::model {
 
@@ -95,10 +96,42 @@ void TML_Klammern_ersetzen(std::string& value) {
 }
 
 std::string cleanForExport(std::string value) {
-    TML_Zeilenenden_ersetzen(value);
-    TML_Semikolon_entfernen(value);
-    TML_Klammern_ersetzen(value);
-    return value;
+    std::string out;
+    appendCleanForExport(out, value);
+    return out;
+}
+
+void appendCleanForExport(std::string& out, std::string_view value) {
+    const size_t start = out.size();
+    out.append(value);
+    char* v = out.data() + start;
+    size_t n = value.size();
+    for (size_t i = 0; i < n; ++i)
+        if (v[i] == '\n' || v[i] == '\r') v[i] = ' ';
+    // TML_Semikolon_entfernen: a ";" at either end of the trimmed text blanks the untrimmed
+    // text's outermost character; then the text is trimmed.
+    const std::string_view t(v, n);
+    const size_t first = t.find_first_not_of(' ');
+    if (first == std::string_view::npos) {
+        out.resize(start);
+        return;
+    }
+    const size_t last = t.find_last_not_of(' ');
+    if (v[first] == ';') v[0] = ' ';
+    if (v[last] == ';') v[n - 1] = ' ';
+    const std::string_view u(v, n);
+    const size_t b = u.find_first_not_of(' ');
+    if (b == std::string_view::npos) {
+        out.resize(start);
+        return;
+    }
+    const size_t e = u.find_last_not_of(' ');
+    if (b > 0) std::memmove(v, v + b, e - b + 1);
+    n = e - b + 1;
+    out.resize(start + n);
+    v = out.data() + start;
+    for (size_t i = 0; i < n; ++i)
+        if (v[i] == '<' || v[i] == '>') v[i] = ' ';
 }
 
 std::string trimBlanks(std::string_view value) {

@@ -24,6 +24,8 @@ void TML_Zeilenenden_ersetzen(std::string& value);
 void TML_Semikolon_entfernen(std::string& value);
 void TML_Klammern_ersetzen(std::string& value);
 std::string cleanForExport(std::string value);
+// The same three steps on a copy of `value` appended to `out`.
+void appendCleanForExport(std::string& out, std::string_view value);
 
 // Trim of the old platform: blanks only, on both sides.
 std::string trimBlanks(std::string_view value);

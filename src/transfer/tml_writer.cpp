@@ -60,7 +60,7 @@ void TmlWriter::open(const std::string& path) {
 
 int TmlWriter::line(std::string_view utf8) {
     int lost = 0;
-    buffer_ += model::utf8ToCp1252(utf8, &lost);
+    model::appendUtf8AsCp1252(buffer_, utf8, &lost);
     buffer_ += "\r\n";
     // Written in pieces of a good size rather than line by line.
     if (buffer_.size() >= (1 << 16)) flush();

@@ -43,6 +43,7 @@ TEST(Cleaning, ExportStepsInTheirOrder) {
         {"a<b>c", "a b c"}, {"Zeile1\r\nZeile2", "Zeile1  Zeile2"},
         {";;x;;", ";x;"},   {"  a & \"b\"  ", "a & \"b\""},
         {";", ""},          {"\n;x", ";x"},
+        {"<x> ", " x "},    {"  ", ""},
     };
     for (const auto& c : cases) EXPECT_EQ(cleanForExport(c.stored), c.written) << c.stored;
 }
