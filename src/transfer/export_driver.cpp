@@ -155,7 +155,7 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
                 (mode == "schluesselfeld" ? key + "_" : std::string()) + fileTime(g) + ".tml";
             const std::string path = g.pfad_dat + name;
             out.open(path);
-            ExportContext ctx{g, out, ""};
+            ExportContext ctx(g, out);
             writeHead(ctx, form, total);
             g.unloadForm("Frm_Verwaltungsblock");
             refreshProcessingStatus(g, rs);

@@ -9,19 +9,20 @@
 namespace tolma::transfer {
 namespace {
 
-void writeFields(ExportContext& ctx, const std::vector<std::string>& names,
-                 const std::vector<store::Variant>& row, bool personSub);
+void writeFields(ExportContext& ctx, const FieldPlan& plan, const std::vector<store::Variant>& row);
 
 // A list: the wrapper, one element per row with its fields, the wrapper's end; nothing at all
 // for a key without rows.
 void writeList(ExportContext& ctx, const KeyedScan& scan, std::span<const KeyedScan::Row> rows,
                const std::string& wrapper, const std::string& element, bool personSub = false) {
     if (rows.empty()) return;
+    const FieldPlan& plan = ctx.plan(&scan.names(), scan.names(), personSub);
+    const std::string open = "<" + element + ">", close = "</" + element + ">";
     ctx.line("<" + wrapper + ">");
     for (const auto& row : rows) {
-        ctx.line("<" + element + ">");
-        writeFields(ctx, scan.names(), row, personSub);
-        ctx.line("</" + element + ">");
+        ctx.line(open);
+        writeFields(ctx, plan, row);
+        ctx.line(close);
     }
     ctx.line("</" + wrapper + ">");
 }
@@ -37,28 +38,58 @@ std::string linkDate(const std::string& stored) {
 
 }  // namespace
 
-void ExportContext::line(const std::string& text) {
+void ExportContext::line(std::string_view text) {
     if (out.line(text) > 0)
         core::A_Error_Log(g, "TML_Exp_2_Tabellen", "TOLMA_4x_Access", "0",
                           "Zeichen außerhalb des Zeichensatzes Windows-1252 als '?' ausgegeben",
-                          "BetrNr: " + betrNr, text);
+                          "BetrNr: " + betrNr, std::string(text));
+}
+
+const FieldPlan& ExportContext::plan(const void* source, const std::vector<std::string>& names,
+                                     bool personSub) {
+    for (const auto& p : plans)
+        if (p->source == source && p->personSub == personSub && p->columns.size() == names.size())
+            return *p;
+    auto p = std::make_unique<FieldPlan>();
+    p->source = source;
+    p->personSub = personSub;
+    for (const auto& name : names) {
+        FieldPlan::Column c;
+        // The keys stand on lines of their own and are never written twice.
+        c.written = !(name == "betr-nr" || name == "betr-hist-nr" || name == "gem-kz" ||
+                      (name == "pers-nr" && personSub));
+        c.date = model::isDateField(name);
+        c.open = "<" + name + ">";
+        c.close = "</" + name + ">";
+        p->columns.push_back(std::move(c));
+    }
+    plans.push_back(std::move(p));
+    return *plans.back();
 }
 
 namespace {
 
-void writeFields(ExportContext& ctx, const std::vector<std::string>& names,
-                 const std::vector<store::Variant>& row, bool personSub) {
+void writeFields(ExportContext& ctx, const FieldPlan& plan,
+                 const std::vector<store::Variant>& row) {
     try {
-        for (size_t i = 0; i < names.size(); ++i) {
-            std::string value = row[i].toString();
-            if (model::trimBlanks(value).empty()) continue;
-            const std::string& name = names[i];
-            // The keys stand on lines of their own and are never written twice.
-            if (name == "betr-nr" || name == "betr-hist-nr" || name == "gem-kz") continue;
-            if (name == "pers-nr" && personSub) continue;
-            if (model::isDateField(name)) value = model::dateStoreToFile(value);
-            ctx.line("<" + name + ">" + model::cleanForExport(std::move(value)) + "</" + name +
-                     ">");
+        std::string number;
+        for (size_t i = 0; i < plan.columns.size(); ++i) {
+            const FieldPlan::Column& c = plan.columns[i];
+            const std::string* text = row[i].textPointer();
+            if (!text) {
+                if (row[i].isNull()) continue;
+                number = row[i].toString();
+                text = &number;
+            }
+            if (text->find_first_not_of(' ') == std::string::npos || !c.written) continue;
+            std::string& l = ctx.lineBuffer;
+            l.assign(c.open);
+            if (c.date)
+                model::appendCleanForExport(l, model::dateStoreToFile(*text));
+            else
+                model::appendCleanForExport(l, *text);
+            l += c.close;
+            ctx.line(l);
         }
     } catch (const std::exception&) {
         // The rest of the row's fields are lost; the caller goes on.
@@ -79,7 +110,7 @@ void writePerson(ExportContext& ctx, ExportScans& scans, const KeyedScan::Row& l
         if (model::trimBlanks(stored).empty()) continue;
         ctx.line(std::string("<") + date + ">" + linkDate(stored) + "</" + date + ">");
     }
-    writeFields(ctx, scans.person.names(), person, false);
+    writeFields(ctx, ctx.plan(&scans.person.names(), scans.person.names(), false), person);
 
     // Nationalities are written as they stand, even when empty.
     if (const auto staat = scans.staatsang.rows({persNr}); !staat.empty()) {
@@ -131,9 +162,18 @@ void TML_Exp_Felder(ExportContext& ctx, store::Recordset& table) {
         const std::string& source = table.Name();
         const bool personSub = source.find("person_erlaubnis") != std::string::npos ||
                                source.find("person_handwerkskarte") != std::string::npos;
-        std::vector<std::string> names;
-        for (const auto& info : table.fieldInfos()) names.push_back(info.name);
-        writeFields(ctx, names, table.currentRow(), personSub);
+        const auto& infos = table.fieldInfos();
+        const FieldPlan* plan = nullptr;
+        for (const auto& p : ctx.plans)
+            if (p->source == &infos && p->personSub == personSub &&
+                p->columns.size() == infos.size())
+                plan = p.get();
+        if (!plan) {
+            std::vector<std::string> names;
+            for (const auto& info : infos) names.push_back(info.name);
+            plan = &ctx.plan(&infos, names, personSub);
+        }
+        writeFields(ctx, *plan, table.currentRow());
     } catch (const std::exception&) {
         // The rest of the row's fields are lost; the caller goes on.
     }
@@ -173,7 +213,8 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr,
                 const std::string kind = textOf(row[art]);
                 if (kind == "1" || kind == "2" || kind == "3" || kind == "4") {
                     ctx.line("<adresse art=\"" + kind + "\">");
-                    writeFields(ctx, scans.adressen.names(), row, false);
+                    writeFields(
+                        ctx, ctx.plan(&scans.adressen.names(), scans.adressen.names(), false), row);
                     ctx.line("</adresse>");
                 }
             }

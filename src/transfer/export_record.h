@@ -1,6 +1,9 @@
 #pragma once
 
+#include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "core/globals.h"
 #include "store/recordset.h"
@@ -9,16 +12,37 @@
 
 namespace tolma::transfer {
 
+// How the fields of one list of columns are written: the tags, and which are left out or are
+// dates. Worked out once per list, not per row.
+struct FieldPlan {
+    const void* source = nullptr;  // the list of names it was made for
+    bool personSub = false;
+    struct Column {
+        bool written = true;
+        bool date = false;
+        std::string open, close;
+    };
+    std::vector<Column> columns;
+};
+
 // What the export writes to: the open file and the business being written.
 struct ExportContext {
+    ExportContext(core::Globals& globals, TmlWriter& file) : g(globals), out(file) {}
+
     core::Globals& g;
     TmlWriter& out;
     std::string betrNr;  // for log entries of characters the code page cannot hold
     // The file's ordered scans of the subordinate tables; none: opened for this business alone.
     ExportScans* scans = nullptr;
 
+    std::vector<std::unique_ptr<FieldPlan>> plans;
+    std::string lineBuffer;  // a field's line, built without a string per piece
+
     // One line; a character that Windows-1252 cannot hold goes out as "?" and is logged.
-    void line(const std::string& text);
+    void line(std::string_view text);
+    // The plan for the names of `source` (kept while the export writes its file).
+    const FieldPlan& plan(const void* source, const std::vector<std::string>& names,
+                          bool personSub);
 };
 
 // The plain fields of the current row: blanks, keys and (in the person's permits and craft
