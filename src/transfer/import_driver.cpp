@@ -14,6 +14,7 @@
 #include "model/values.h"
 #include "search/search_index.h"
 #include "store/connection.h"
+#include "transfer/element_reader.h"
 #include "transfer/import_context.h"
 #include "transfer/import_journal.h"
 #include "transfer/record_import.h"
@@ -35,21 +36,6 @@ bool headValue(const std::string& head, const std::string& tag, std::string& val
     value = head.substr(start, b - start);
     return true;
 }
-
-// A tag searched in the 5 MB buffer: the buffer is full of "<", so a plain find would stop at
-// every one of them.
-class TagFinder {
-  public:
-    explicit TagFinder(std::string_view tag) : tag_(tag), searcher_(tag_.begin(), tag_.end()) {}
-    size_t in(const std::string& text, size_t from) const {
-        auto it = std::search(text.begin() + static_cast<long>(from), text.end(), searcher_);
-        return it == text.end() ? std::string::npos : static_cast<size_t>(it - text.begin());
-    }
-
-  private:
-    std::string tag_;
-    std::boyer_moore_horspool_searcher<std::string::const_iterator> searcher_;
-};
 
 // Val() of the old platform: the leading number of a text, 0 without one.
 long leadingNumber(const std::string& text) {
@@ -164,8 +150,6 @@ class Run {
             if (!path_.empty()) path_.erase(0, 1);
         }
         g_.akt_schritt = 12;
-        // A missing file reads as an empty one.
-        file_.open(path_, std::ios::binary);
         g_.akt_schritt = 13;
         view_.ProgressBar1Max = 1000;
         view_.ProgressBar1Value = 0;
@@ -188,52 +172,34 @@ class Run {
         return true;
     }
 
-    // Steps 2 to 6: the file block by block, each block's records in one transaction.
+    // Steps 2 to 6: the file block by block, each block's records in one transaction. The
+    // reading thread reads, converts and cuts the blocks ahead; this thread stores them.
     bool readBlocks() {
-        long block = 0;
-        std::string raw(kBlockSize, ' ');
-        while (file_ && file_.peek() != std::char_traits<char>::eof()) {
+        // A missing file reads as an empty one.
+        ElementReader reader(path_, kBlockSize);
+        while (auto chunk = reader.next()) {
             g_.akt_schritt = 3;
-            // The last block stays filled with blanks behind the file's end.
-            std::fill(raw.begin(), raw.end(), ' ');
-            file_.read(raw.data(), static_cast<std::streamsize>(raw.size()));
-            const size_t got = static_cast<size_t>(file_.gcount());
-            if (encoding_ == 0) {
-                std::string_view head(raw.data(), got);
-                // A sequence cut by the block's end must not count against UTF-8.
-                size_t cut = head.size();
-                for (size_t k = 0;
-                     k < 3 && cut > 0 && (static_cast<unsigned char>(head[cut - 1]) & 0x80); ++k)
-                    --cut;
-                encoding_ = model::isUtf8WithNonAscii(head.substr(0, cut)) ? 2 : 1;
-            }
-            ++block;
-            if (!checking() && (block == 1 || block % 10 == 0)) {
+            if (!checking() && (chunk->block == 1 || chunk->block % 10 == 0)) {
                 view_.Label2 = "Datenbankkomprimierung, bitte warten!";
                 g_.refreshView();
                 core::DB_Komprimieren(g_);
             }
-            // The carry of the block before grows into this block's buffer.
-            if (encoding_ == 2)
-                buffer_.append(raw);
-            else
-                model::appendCp1252AsUtf8(buffer_, raw);
             g_.akt_schritt = 4;
-            if (buffer_.find("<betrieb>") == std::string::npos) {
+            if (!chunk->holdsBetrieb) {
                 g_.akt_schritt = 6;
                 continue;
             }
-            if (records_ == 0 && !readHead()) return false;
+            if (records_ == 0 && !readHead(*chunk->text)) return false;
             g_.akt_schritt = 5;
-            if (!storeRecords()) return false;
+            if (!storeRecords(*chunk)) return false;
             g_.akt_schritt = 6;
         }
         return true;
     }
 
     // The head, the text ahead of the first <betrieb>: the kind of data and the version.
-    bool readHead() {
-        const std::string head = buffer_.substr(0, buffer_.find("<betrieb>") + 1);
+    bool readHead(const std::string& text) {
+        const std::string head = text.substr(0, text.find("<betrieb>") + 1);
         std::string struktur, version;
         if (headValue(head, "struktur", ctx_.akt_struktur))
             struktur = model::trimBlanks(ctx_.akt_struktur);
@@ -315,8 +281,8 @@ class Run {
         return true;
     }
 
-    // Step 5: the <betrieb> elements of the buffer, in one transaction; ESC between two of them.
-    bool storeRecords() {
+    // Step 5: the <betrieb> elements of the block, in one transaction; ESC between two of them.
+    bool storeRecords(const ReadChunk& chunk) {
         view_.ProgressBar1Max = std::max(1L, leadingNumber(announced_));
         view_.ProgressBar1Value = 0;
         // The announced count is a number; a file may hold megabytes there, which must not be
@@ -332,19 +298,8 @@ class Run {
             recording_.journal.attach(c);
         }
         bool cancelled = false;
-        // The consumed front of the buffer is skipped by an offset, not copied away.
-        size_t from = 0;
-        static const TagFinder opening("<betrieb>"), closingTag("</betrieb>");
-        for (size_t s; (s = opening.in(buffer_, from)) != std::string::npos;) {
-            const size_t closing = closingTag.in(buffer_, from);
-            if (closing == std::string::npos) break;
-            const size_t e = closing + 10;
-            // A closing tag ahead of the opening one gives a negative length.
-            if (e < s) throw core::invalidCall();
-            Upd_2_Read(ctx_, buffer_.substr(s, e - s));
-            // The character right behind </betrieb> is dropped with it: the CR of the writer's
-            // line end.
-            from = std::min(buffer_.size(), e + 1);
+        for (const ReadElement& element : chunk.elements) {
+            Upd_2_Store(ctx_, element);
             g_.doEvents();
             if (g_.taste == 27) {
                 g_.taste = 0;
@@ -358,7 +313,8 @@ class Run {
             view_.Label2 = "Verarbeite Datensatz " + std::to_string(records_) + labelTail;
             g_.refreshView();
         }
-        buffer_.erase(0, from);
+        // A closing tag ahead of the opening one gives a negative length.
+        if (!cancelled && chunk.broken) throw core::invalidCall();
         if (!checking() && g_.db_daten.isSet())
             recording_.journal.count(*g_.db_daten.connection(), records_);
         batch.commit();
@@ -451,9 +407,7 @@ class Run {
     ImportContext ctx_;
     ImportCheck* check_;
     std::string path_;
-    std::ifstream file_;
-    std::string buffer_, announced_;
-    int encoding_ = 0;  // 0 not yet known, 1 Windows-1252, 2 UTF-8
+    std::string announced_;
     long records_ = 0;
     // Recording ends with the run, however it ends: later changes are no part of it.
     struct Recording {

@@ -37,38 +37,20 @@ bool skippedElement(std::string_view name) {
 
 }  // namespace
 
-// Trim of the old platform on a view: blanks only.
-std::string_view trimmedView(std::string_view s) {
-    const size_t b = s.find_first_not_of(' ');
-    if (b == std::string_view::npos) return {};
-    return s.substr(b, s.find_last_not_of(' ') - b + 1);
+void Upd_2_Read(ImportContext& ctx, const std::string& element) {
+    Upd_2_Store(ctx, readElement(element));
 }
 
-void Upd_2_Read(ImportContext& ctx, const std::string& element) {
-    std::string betrNr, betrHistNr, bRechtsform;
+void Upd_2_Store(ImportContext& ctx, const ReadElement& element) {
+    ctx.removals += element.removals;
+    for (const auto& kz : element.municipalities) ctx.municipalities.insert(kz);
     try {
-        std::vector<std::string_view> lines;
-        const std::string_view text(element);
-        size_t pos = 0;
-        for (size_t lf; (lf = text.find('\n', pos)) != std::string_view::npos; pos = lf + 1) {
-            std::string_view line = trimmedView(text.substr(pos, lf - pos));
-            // The test of the line's last character fails on an empty line, which only a file
-            // with bare LF line ends can hold: the whole element is given up.
-            if (line.empty()) throw core::invalidCall();
-            if (line.back() == '\r') line = trimmedView(line.substr(0, line.size() - 1));
-            if (startsWith(line, "<betr-nr>")) betrNr = Upd_8_ExtrFeldInhalt(line);
-            if (startsWith(line, "<betr-hist-nr>")) betrHistNr = Upd_8_ExtrFeldInhalt(line);
-            if (startsWith(line, "<b-rechtsform>")) bRechtsform = Upd_8_ExtrFeldInhalt(line);
-            if (startsWith(line, "<meld-art>") && Upd_8_ExtrFeldInhalt(line) == "03")
-                ++ctx.removals;
-            if (startsWith(line, "<gem-kz>")) ctx.municipalities.insert(Upd_8_ExtrFeldInhalt(line));
-            lines.push_back(line);
-        }
-        Upd_3_Betr(ctx, lines, betrNr, betrHistNr, bRechtsform);
+        if (element.failure) std::rethrow_exception(element.failure);
+        Upd_3_Betr(ctx, element.lines, element.betrNr, element.betrHistNr, element.bRechtsform);
     } catch (const std::exception& e) {
         const auto info = core::describeError(e);
         core::A_Error_Log(ctx.g, "Upd_2_Read", info.source, std::to_string(info.number), info.text,
-                          "BetrNr: ", betrNr);
+                          "BetrNr: ", element.betrNr);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "transfer/element_reader.h"
 #include "transfer/import_context.h"
 
 namespace tolma::transfer {
@@ -12,6 +13,8 @@ namespace tolma::transfer {
 // One <betrieb> element: cut into trimmed lines, its keys found, then stored. The lines handed
 // on are views into the element.
 void Upd_2_Read(ImportContext& ctx, const std::string& element);
+// The same for an element cut already (by the reading thread).
+void Upd_2_Store(ImportContext& ctx, const ReadElement& element);
 
 // Removes what the store holds for the keys and builds the new business row with its
 // sections. Lines are those of Upd_2_Read; the keys are the raw extraction results.
