@@ -84,7 +84,14 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
         const int content = grid_->fontMetrics().horizontalAdvance('M') *
                             std::min(column.maxLength > 0 ? column.maxLength : 12, 18);
         grid_->setColumnWidth(c, std::max(caption, content));
+        // Narrowed, a heading breaks between its words: its widest word is what it must keep.
+        int word = 0;
+        for (const auto& part : QString::fromUtf8(column.caption).split(' '))
+            word = std::max(word, grid_->fontMetrics().horizontalAdvance(part));
+        captionWidths_.push_back(word + 20);
     }
+    grid_->horizontalHeader()->setDefaultAlignment(
+        Qt::Alignment::fromInt(Qt::AlignCenter | Qt::TextWordWrap));
     connect(grid_, &QTableView::doubleClicked, this, [this] { command(0); });
     list->addWidget(grid_);
     auto* under = new QHBoxLayout;
@@ -153,6 +160,26 @@ int ListWindow::widthForAllColumns() const {
     return columns + grid + width() - grid_->viewport()->width() -
            grid_->verticalHeader()->width() -
            grid_->style()->pixelMetric(QStyle::PM_ScrollBarExtent) - 2 * grid_->frameWidth();
+}
+
+void ListWindow::narrowColumnsTo(int width) {
+    const int excess = widthForAllColumns() - width;
+    if (excess <= 0) return;
+    int beyond = 0;
+    for (int c = 0; c < static_cast<int>(captionWidths_.size()); ++c)
+        beyond += std::max(0, grid_->columnWidth(c) - captionWidths_[static_cast<size_t>(c)]);
+    if (beyond <= 0) return;
+    for (int c = 0; c < static_cast<int>(captionWidths_.size()); ++c) {
+        const int caption = captionWidths_[static_cast<size_t>(c)];
+        const int own = grid_->columnWidth(c) - caption;
+        if (own <= 0) continue;
+        // Rounded up, so that the columns fit; never below the caption.
+        const int cut = std::min(
+            own, static_cast<int>((static_cast<long>(own) * excess + beyond - 1) / beyond));
+        grid_->setColumnWidth(c, grid_->columnWidth(c) - cut);
+    }
+    auto* header = grid_->horizontalHeader();
+    header->setMinimumHeight(2 * header->fontMetrics().height() + 8);  // room for two lines
 }
 
 void ListWindow::refreshFromCore() {

@@ -28,6 +28,9 @@ class ListWindow : public QWidget {
     browse::ListForm& form() { return *form_; }
     // The width at which every column of the grid shows whole.
     int widthForAllColumns() const;
+    // Narrows the columns wider than their headings' widest words, each by a share of what it
+    // has beyond that, until all of them fit into `width`; a narrowed heading takes two lines.
+    void narrowColumnsTo(int width);
     // Shows the form's state: rows, current row, counter, search frame.
     void refreshFromCore();
 
@@ -45,6 +48,7 @@ class ListWindow : public QWidget {
     core::Globals& g_;
     std::unique_ptr<browse::ListForm> form_;
     std::vector<QLineEdit*> boxes_;
+    std::vector<int> captionWidths_;  // per column: its heading's widest word
     QGroupBox* frame1_;
     QTableView* grid_;
     RecordsetTableModel* model_;
