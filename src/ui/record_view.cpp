@@ -213,6 +213,8 @@ QGroupBox* RecordView::buildFrame(const FrameBuild& build) {
         grid->addWidget(button, row++, 0, 1, columns * 2, Qt::AlignRight);
     }
     for (int c = 1; c < columns * 2; c += 2) grid->setColumnStretch(c, 1);
+    // A frame stretched to the height of its neighbour keeps its rows together at the top.
+    grid->setRowStretch(row, 1);
     return frame;
 }
 
