@@ -20,6 +20,10 @@
 namespace tolma::store {
 namespace {
 
+// SQLite counts every allocation under one global lock unless told not to, and nothing here
+// reads the count. This must happen before the library's first use, hence at program start.
+[[maybe_unused]] const int kNoMemoryStatistics = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+
 std::mutex registryMutex;
 std::map<std::string, std::weak_ptr<Connection>>& registry() {
     static std::map<std::string, std::weak_ptr<Connection>> r;
