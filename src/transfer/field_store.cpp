@@ -8,7 +8,7 @@ namespace tolma::transfer {
 
 bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value) {
     try {
-        if (model::isDateField(field.Name())) value = model::dateFileToStore(value);
+        if (ctx.isDateField(field.Name())) value = model::dateFileToStore(value);
         const bool memo = field.Type() == store::dao::dbMemo;
         if (memo || static_cast<long long>(value.size()) <= field.Size()) {
             field.setValue(std::move(value));  // fits: no need to count characters

@@ -83,13 +83,27 @@ void ImportContext::loadKeys() {
 }
 
 bool ImportContext::mayHoldBusiness(const std::string& betrNr, unsigned tables) {
-    loadKeys();
-    return keysMissing_ || (businesses_.tablesOf(keyHash(betrNr)) & tables) != 0;
+    return (businessTables(betrNr) & tables) != 0;
 }
 
 bool ImportContext::mayHoldPerson(const std::string& persNr, unsigned tables) {
+    return (personTables(persNr) & tables) != 0;
+}
+
+unsigned ImportContext::businessTables(const std::string& betrNr) {
     loadKeys();
-    return keysMissing_ || (persons_.tablesOf(keyHash(persNr)) & tables) != 0;
+    return keysMissing_ ? ~0u : businesses_.tablesOf(keyHash(betrNr));
+}
+
+unsigned ImportContext::personTables(const std::string& persNr) {
+    loadKeys();
+    return keysMissing_ ? ~0u : persons_.tablesOf(keyHash(persNr));
+}
+
+bool ImportContext::isDateField(const std::string& fieldName) {
+    auto [it, added] = dateFields_.try_emplace(&fieldName, false);
+    if (added) it->second = model::isDateField(fieldName);
+    return it->second;
 }
 
 void ImportContext::noteBusiness(const std::string& betrNr) {

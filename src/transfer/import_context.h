@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -51,6 +52,11 @@ struct ImportContext {
     // an empty store then runs no deletes at all, and a replace only those that meet rows.
     bool mayHoldBusiness(const std::string& betrNr, unsigned tables);
     bool mayHoldPerson(const std::string& persNr, unsigned tables);
+    // All the tables at once, for the removals of one business or person.
+    unsigned businessTables(const std::string& betrNr);
+    unsigned personTables(const std::string& persNr);
+    // Whether a field takes dates, worked out once per field of a recordset rather than per value.
+    bool isDateField(const std::string& fieldName);
     void noteBusiness(const std::string& betrNr);
     void notePerson(const std::string& persNr);
 
@@ -72,6 +78,7 @@ struct ImportContext {
     void loadKeys();
     bool keysLoaded_ = false, keysMissing_ = false;
     KeyTables businesses_, persons_;
+    std::unordered_map<const std::string*, bool> dateFields_;  // by the field's name in its set
 };
 
 }  // namespace tolma::transfer

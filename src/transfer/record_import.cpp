@@ -89,8 +89,9 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
         }
         if (!byBusiness.empty()) {
             using T = ImportContext::BusinessTable;
+            const unsigned held = ctx.businessTables(betrNr);
             auto kill = [&](T table, const std::string& criteria, store::Recordset& rs) {
-                return ctx.mayHoldBusiness(betrNr, table) ? Upd_6_Kill(ctx, criteria, rs) : 0;
+                return (held & table) ? Upd_6_Kill(ctx, criteria, rs) : 0;
             };
             // The permits and craft cards of persons carry no history number: they go for all
             // states of the business at once.

@@ -107,18 +107,16 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
         for (std::string* v : {&pFunktion, &pEintrDatum, &pAustrDatum})
             if (*v == kKeinInhalt) v->clear();
         // A person is one row across all businesses; permits and craft cards are kept by business.
-        {
+        if (const unsigned person = ctx.personTables(persNr)) {
             using P = ImportContext::PersonTable;
             using B = ImportContext::BusinessTable;
             const std::string byPerson = "[pers-nr] = " + quote(persNr);
             const std::string byBoth = byPerson + " AND [betr-nr] = " + quote(betrNr);
-            if (ctx.mayHoldPerson(persNr, P::kPerson)) Upd_6_Kill(ctx, byPerson, g.rs_person);
-            if (ctx.mayHoldPerson(persNr, P::kStaatsang))
-                Upd_6_Kill(ctx, byPerson, g.rs_person_staatsang);
-            if (ctx.mayHoldPerson(persNr, P::kPErlaubnis) &&
-                ctx.mayHoldBusiness(betrNr, B::kPersonErlaubnis))
+            if (person & P::kPerson) Upd_6_Kill(ctx, byPerson, g.rs_person);
+            if (person & P::kStaatsang) Upd_6_Kill(ctx, byPerson, g.rs_person_staatsang);
+            if ((person & P::kPErlaubnis) && ctx.mayHoldBusiness(betrNr, B::kPersonErlaubnis))
                 Upd_6_Kill(ctx, byBoth, g.rs_person_erlaubnis);
-            if (ctx.mayHoldPerson(persNr, P::kPHandwerkskarte) &&
+            if ((person & P::kPHandwerkskarte) &&
                 ctx.mayHoldBusiness(betrNr, B::kPersonHandwerkskarte))
                 Upd_6_Kill(ctx, byBoth, g.rs_person_handwerkskarte);
         }
