@@ -130,6 +130,127 @@ TEST_F(CliTest, ImportExportAndOptionsRunAsTheProgramDoes) {
     EXPECT_EQ(runCli({"--home", home, "options", "--filter", "vielleicht"}).code, 2);
 }
 
+// A small transfer file of the store's kind: one business per number, each with an address.
+std::string transferFile(const std::string& path, const std::vector<std::string>& numbers) {
+    std::string t =
+        "<gewerbedatei xmlns:tolmaML='http://www.tolma.de/tolma.htm'>\r\n<verwaltungsblock>\r\n"
+        "<verarbeitungsart>MIGRATION</verarbeitungsart>\r\n<struktur>BETRIEBSBEZOGEN</"
+        "struktur>\r\n<tml-version>1.5.1</tml-version>\r\n<zahl-betriebe-gesamt>" +
+        std::to_string(numbers.size()) +
+        "</zahl-betriebe-gesamt>\r\n</verwaltungsblock>\r\n<datenblock>\r\n";
+    for (const auto& nr : numbers)
+        t += "<betrieb>\r\n<gem-kz>01054056</gem-kz>\r\n<betr-nr>" + nr +
+             "</betr-nr>\r\n<betr-hist-nr>1</betr-hist-nr>\r\n<b-eintr-name>Betrieb " + nr +
+             "</b-eintr-name>\r\n<adressen>\r\n<adresse art=\"1\">\r\n<b-adr-art>1</"
+             "b-adr-art>\r\n<b-strasse>Markt " +
+             nr + "</b-strasse>\r\n</adresse>\r\n</adressen>\r\n</betrieb>\r\n";
+    t += "</datenblock>\r\n</gewerbedatei>\r\n";
+    std::ofstream(path, std::ios::binary) << t;
+    return path;
+}
+
+std::vector<std::vector<std::string>> tabRows(const std::string& text) {
+    std::vector<std::vector<std::string>> rows;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::vector<std::string> fields;
+        std::istringstream cells(line);
+        for (std::string cell; std::getline(cells, cell, '\t');) fields.push_back(cell);
+        rows.push_back(fields);
+    }
+    return rows;
+}
+
+TEST_F(CliTest, ImportsListsTheRunsAndUndoTakesBackARunAndEveryLaterOne) {
+    const std::string sample = std::string(TOLMA_SOURCE_DIR) + "/data/beispiel.tml";
+    const std::string header = "Lauf\tDatum\tDatei\tBetriebe\tZurückgenommen\n";
+    auto r = runCli({"--home", home, "imports"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out, header);
+    r = runCli({"--home", home, "undo", "--yes"});
+    EXPECT_EQ(r.code, 1);  // nothing to take back
+    EXPECT_NE(r.out.find("Es gibt keinen Importlauf, der zurückgenommen werden kann."),
+              std::string::npos)
+        << r.out;
+
+    ASSERT_EQ(runCli({"--home", home, "import", "--yes", sample}).code, 0);
+    const std::string count = "SELECT count(*) AS n FROM betrieb";
+    const std::string afterFirst = runCli({"--home", home, "sql", count}).out;
+    ASSERT_EQ(afterFirst, "n\n52\n");
+    const std::string second = transferFile(home + "/zweite.tml", {"900001", "900002"});
+    const std::string third = transferFile(home + "/dritte.tml", {"900003"});
+    ASSERT_EQ(runCli({"--home", home, "import", "--yes", second}).code, 0);
+    ASSERT_EQ(runCli({"--home", home, "import", "--yes", third}).code, 0);
+    ASSERT_EQ(runCli({"--home", home, "sql", count}).out, "n\n55\n");
+
+    r = runCli({"--home", home, "imports"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    auto rows = tabRows(r.out);
+    ASSERT_EQ(rows.size(), 4u) << r.out;
+    EXPECT_EQ(r.out.substr(0, header.size()), header);
+    const std::vector<std::pair<std::string, std::string>> expected{
+        {"beispiel.tml", "52"}, {"zweite.tml", "2"}, {"dritte.tml", "1"}};
+    for (size_t i = 1; i < rows.size(); ++i) {
+        ASSERT_EQ(rows[i].size(), 5u) << r.out;
+        EXPECT_EQ(rows[i][0], std::to_string(i));
+        EXPECT_EQ(rows[i][1].size(), 19u) << rows[i][1];  // DD.MM.YYYY HH:MM:SS
+        EXPECT_EQ(std::filesystem::path(rows[i][2]).filename(), expected[i - 1].first);
+        EXPECT_EQ(rows[i][3], expected[i - 1].second);
+        EXPECT_EQ(rows[i][4], "nein");
+    }
+
+    r = runCli({"--home", home, "undo", "--yes", "--lauf", "2"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("Zurückgenommen: Lauf 3 vom "), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(": dritte.tml, 1 Betrieb\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(": zweite.tml, 2 Betriebe\n"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("beispiel.tml"), std::string::npos) << r.out;
+    EXPECT_EQ(runCli({"--home", home, "sql", count}).out, afterFirst);
+    rows = tabRows(runCli({"--home", home, "imports"}).out);
+    ASSERT_EQ(rows.size(), 4u);
+    EXPECT_EQ(rows[1][4], "nein");
+    EXPECT_EQ(rows[2][4], "ja");
+    EXPECT_EQ(rows[3][4], "ja");
+
+    EXPECT_EQ(runCli({"--home", home, "undo", "--yes", "--lauf", "3"}).code, 1);  // gone already
+    EXPECT_EQ(runCli({"--home", home, "undo", "--yes", "--lauf", "0"}).code, 2);
+    r = runCli({"--home", home, "undo", "--yes"});  // the newest run still standing
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find(": beispiel.tml, 52 Betriebe\n"), std::string::npos) << r.out;
+    EXPECT_EQ(runCli({"--home", home, "sql", count}).out, "n\n0\n");
+    EXPECT_EQ(runCli({"--home", home, "undo", "--yes"}).code, 1);
+}
+
+TEST_F(CliTest, ImportCheckPrintsTheReportAndKeepsNothing) {
+    const std::string sample = std::string(TOLMA_SOURCE_DIR) + "/data/beispiel.tml";
+    ASSERT_EQ(
+        runCli({"--home", home, "import", "--yes", transferFile(home + "/vorher.tml", {"900001"})})
+            .code,
+        0);
+    const std::string dump = "SELECT [betr-nr], [b-eintr-name] FROM betrieb ORDER BY [betr-nr]";
+    const std::string before = runCli({"--home", home, "sql", dump}).out;
+    const std::string runs = runCli({"--home", home, "imports"}).out;
+
+    auto r = runCli({"--home", home, "import", "--check", sample});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "Prüfung der Transferdatei beispiel.tml");
+    EXPECT_NE(r.out.find("  Datenart:     BETRIEBSBEZOGEN\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("  Ersteller:    Kreis Nordfriesland, Fachdienst Ordnung\n"),
+              std::string::npos);
+    EXPECT_NE(r.out.find("Betriebe in der Datei: 52\n  neu im Bestand:                     52\n"),
+              std::string::npos)
+        << r.out;
+    EXPECT_EQ(runCli({"--home", home, "sql", dump}).out, before);
+    EXPECT_EQ(runCli({"--home", home, "imports"}).out, runs);  // a check is no run
+
+    r = runCli({"--home", home, "import", "--check", home + "/fehlt.tml"});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("fehlt.tml"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("kann nicht gelesen werden"), std::string::npos) << r.err;
+    EXPECT_EQ(runCli({"--home", home, "import", "--check"}).code, 2);
+}
+
 TEST(TerminalDialogsTest, MessagesAsTitleAndTextAndScriptedAnswers) {
     std::ostringstream out;
     std::istringstream in;
