@@ -2,8 +2,10 @@
 // exactly the rows it held before, however the import ended.
 #include <gtest/gtest.h>
 
+#include "core/db_connection.h"
 #include "import_fixture.h"
 #include "model/schema.h"
+#include "options/options_form.h"
 #include "store/connection.h"
 #include "transfer/import_journal.h"
 
@@ -49,6 +51,11 @@ struct JournalFixture : ImportFixture {
         return all;
     }
     store::Connection& store() { return *g().db_daten.connection(); }
+    long long scalar(const std::string& sql) {
+        auto st = store().prepare(sql);
+        st->step();
+        return st->column(0).toInteger();
+    }
     transfer::TakeBackResult takeBack(std::optional<long> from = std::nullopt) {
         dialogs.answers = {core::msg::vbYes};
         return transfer::Import_zuruecknehmen(g(), from);
@@ -142,9 +149,88 @@ TEST(ImportJournalTest, OnlyTheNewestRunsKeepTheirRecords) {
     EXPECT_EQ(runs[0].lauf, 2);
     EXPECT_EQ(f.takeBack(1).outcome, transfer::TakeBackOutcome::Nothing);
     // The records hold what the kept runs need and no more.
-    auto st = f.store().prepare("SELECT count(*) FROM tolma_rueck_betrieb WHERE lauf < 2");
-    st->step();
-    EXPECT_EQ(st->column(0).toInteger(), 0);
+    EXPECT_EQ(f.scalar("SELECT count(*) FROM tolma_rueck_betrieb WHERE lauf < 2"), 0);
+
+    // The number is the settings store's: it holds after a restart, and a lower one drops the
+    // older records at the start of the next import, not before.
+    transfer::setKeptImportRuns(f.g(), 1);
+    f.newRun();
+    f.start();
+    EXPECT_EQ(transfer::keptImportRuns(f.g()), 1);
+    EXPECT_EQ(transfer::importRuns(f.store()).size(), 2u);
+    ASSERT_EQ(f.import(fileOf({business("1006", "Werft")})), transfer::ImportOutcome::Finished);
+    const auto left = transfer::importRuns(f.store());
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(left[0].lauf, 4);
+    EXPECT_EQ(f.scalar("SELECT count(*) FROM tolma_rueck_betrieb WHERE lauf < 4"), 0);
+    EXPECT_EQ(f.scalar("SELECT count(*) FROM tolma_import_marke WHERE lauf < 4"), 0);
+}
+
+TEST(ImportJournalTest, TenRunsKeepTheirRecordsByDefault) {
+    JournalFixture f;
+    EXPECT_EQ(transfer::keptImportRuns(f.g()), 10);
+    ASSERT_EQ(f.import(kFirst), transfer::ImportOutcome::Finished);
+    const Strings afterFirst = f.dump();
+    for (int i = 2; i <= 10; ++i)
+        ASSERT_EQ(f.import(fileOf({business(std::to_string(2000 + i), "Lauf")})),
+                  transfer::ImportOutcome::Finished);
+    EXPECT_EQ(transfer::importRuns(f.store()).size(), 10u);
+    EXPECT_GT(f.scalar("SELECT count(*) FROM tolma_import_marke WHERE lauf = 1"), 0);
+
+    // The eleventh run drops the first one's record, and only that.
+    ASSERT_EQ(f.import(kSecond), transfer::ImportOutcome::Finished);
+    const auto runs = transfer::importRuns(f.store());
+    ASSERT_EQ(runs.size(), 10u);
+    EXPECT_EQ(runs.front().lauf, 2);
+    EXPECT_EQ(runs.back().lauf, 11);
+    EXPECT_EQ(f.scalar("SELECT count(*) FROM tolma_import_marke WHERE lauf = 1"), 0);
+    EXPECT_EQ(f.takeBack(1).outcome, transfer::TakeBackOutcome::Nothing);
+    EXPECT_EQ(f.takeBack(2).runs.size(), 10u);
+    EXPECT_EQ(f.dump(), afterFirst);
+}
+
+TEST(ImportJournalTest, EmptyingTheStoreLeavesNothingToTakeBack) {
+    JournalFixture f;
+    ASSERT_EQ(f.import(kFirst), transfer::ImportOutcome::Finished);
+    ASSERT_EQ(f.import(kSecond), transfer::ImportOutcome::Finished);
+    options::OptionsForm form;
+    options::Form_Activate(f.g(), form);
+    f.dialogs.answers = {core::msg::vbYes};
+    options::Command4_Click(f.g(), form, 0);
+    ASSERT_EQ(f.lastMessage(), "Die Datenbank wurde gelöscht und ersetzt!");
+    EXPECT_TRUE(transfer::importRuns(f.store()).empty());
+    EXPECT_EQ(f.takeBack().outcome, transfer::TakeBackOutcome::Nothing);
+    // The next run is recorded in the new store as its first.
+    ASSERT_EQ(f.import(kThird), transfer::ImportOutcome::Finished);
+    const auto runs = transfer::importRuns(f.store());
+    ASSERT_EQ(runs.size(), 1u);
+    EXPECT_EQ(runs[0].lauf, 1);
+}
+
+TEST(ImportJournalTest, CompactionKeepsTheRecords) {
+    JournalFixture f;
+    const Strings empty = f.dump();
+    ASSERT_EQ(f.import(kFirst), transfer::ImportOutcome::Finished);
+    const Strings afterFirst = f.dump();
+    ASSERT_EQ(f.import(kSecond), transfer::ImportOutcome::Finished);
+    // The replaced business left a gap in the row ids, which a rewrite must not close.
+    ASSERT_GT(f.scalar("SELECT max(rowid) - count(*) FROM betrieb"), 0);
+
+    // Space freed by other tools makes the store worth rewriting.
+    f.store().execute(
+        "CREATE TABLE ballast AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+        "WHERE i < 2000) SELECT randomblob(1000) AS b FROM n");
+    f.store().execute("DELETE FROM ballast");
+    ASSERT_GT(f.scalar("PRAGMA freelist_count") * 5, f.scalar("PRAGMA page_count"));
+    core::DB_Komprimieren(f.g());
+    ASSERT_EQ(f.scalar("PRAGMA freelist_count"), 0);  // rewritten
+    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+
+    EXPECT_EQ(transfer::importRuns(f.store()).size(), 2u);
+    EXPECT_EQ(f.takeBack().runs.size(), 1u);
+    EXPECT_EQ(f.dump(), afterFirst);
+    EXPECT_EQ(f.takeBack().runs.size(), 1u);
+    EXPECT_EQ(f.dump(), empty);
 }
 
 TEST(ImportJournalTest, AFailedTakingBackChangesNothing) {
