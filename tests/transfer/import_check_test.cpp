@@ -83,6 +83,44 @@ TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
     EXPECT_EQ(f.count("betrieb"), 3);
 }
 
+TEST(ImportCheckTest, BusinessesOutsideTheFiltersMunicipalitiesAreNamed) {
+    ImportFixture f;
+    insert(f.g().db_org, "aktuelleGemeinde",
+           {{"gem-kz", "01001000"},
+            {"gem-name", "Flensburg, Stadt"},
+            {"markiert", store::Variant::boolean(true)}});
+    auto in = [](const std::string& kz, const std::string& nr) {
+        return "<gem-kz>" + kz + "</gem-kz>\n<betr-nr>" + nr +
+               "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n";
+    };
+    TmlFile file;
+    file.betriebe = {in("01054056", "1001"), in("01001000", "1002"), in("01003000", "1003"),
+                     in("01054056", "1004")};
+    const std::string path = f.write(file.text(), "pruefen.tml");
+    const std::string warning =
+        "Betriebe der Datei liegen außerhalb der Gemeinden des Filters: 01003000, 01054056";
+
+    transfer::ImportCheck report;
+    f.g().filter_aktiv_flag = 0;  // the filter off: no municipality is outside
+    ASSERT_EQ(transfer::checkTransferFile(f.g(), path, report), transfer::ImportOutcome::Finished);
+    EXPECT_TRUE(report.warnings.empty()) << report.warnings.front();
+
+    f.g().filter_aktiv_flag = -1;
+    ASSERT_EQ(transfer::checkTransferFile(f.g(), path, report), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(report.businesses, 4);
+    ASSERT_EQ(report.warnings.size(), 1u);
+    EXPECT_EQ(report.warnings[0], warning);
+    EXPECT_NE(text(report).find("Hinweise\n  " + warning + "\n"), std::string::npos)
+        << text(report);
+
+    // A file wholly inside the filter warns of nothing.
+    file.betriebe = {in("01001000", "1002")};
+    ASSERT_EQ(transfer::checkTransferFile(f.g(), f.write(file.text(), "pruefen.tml"), report),
+              transfer::ImportOutcome::Finished);
+    EXPECT_TRUE(report.warnings.empty()) << report.warnings.front();
+    EXPECT_EQ(f.count("betrieb"), 0);
+}
+
 TEST(ImportCheckTest, AFileThatCannotBeReadIsNoReport) {
     ImportFixture f;
     transfer::ImportCheck report;
