@@ -11,6 +11,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScreen>
+#include <QSpinBox>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTableWidget>
@@ -232,6 +233,17 @@ class MainWindowTest : public QObject {
         QCOMPARE(marked.RecordCount(), 1L);
         QCOMPARE(QString::fromStdString(marked.Fields("gem-name").Value().toString()),
                  QString("Kiel, Landeshauptstadt"));
+    }
+
+    void optionsSetHowManyImportRunsKeepTheirRecords() {
+        window->trigger("menue_extras_optionen");
+        auto* form = window->findChild<QWidget*>("Frm_Optionen");
+        QVERIFY(form != nullptr);
+        auto* kept = form->findChild<QSpinBox*>("Spin_Importlaeufe");
+        QVERIFY(kept != nullptr);
+        QCOMPARE(kept->value(), 10);
+        kept->setValue(3);
+        QCOMPARE(tolma::transfer::keptImportRuns(*g), 3);
     }
 
     void aFormClosedAndOpenedAgainAtOnceCanStillBeClosed() {
