@@ -1,10 +1,15 @@
+#include <sqlite3.h>
+
+#include <optional>
 #include <utility>
+#include <vector>
 
 #include "core/error_log.h"
 #include "model/values.h"
 #include "store/connection.h"
 #include "transfer/export_form.h"
 #include "transfer/export_record.h"
+#include "transfer/export_scan.h"
 #include "transfer/field_store.h"
 
 namespace tolma::transfer {
@@ -58,11 +63,41 @@ void writeHead(ExportContext& ctx, const VerwaltungsblockForm& form, long total)
     ctx.line("<datenblock>");
 }
 
-// From the last row back to the first: the newest state of a business is "E" when it has an
-// end, "A" otherwise; an older state is "H".
-void refreshProcessingStatus(const core::Globals& g, store::Recordset& rs) {
-    // One transaction for the whole refresh: a row each would cost a commit each.
+// From the last row of the selection back to the first: the newest state of a business is "E"
+// when it has an end, "A" otherwise; an older state is "H". Read forwards, a row is the newest
+// of its business when the next row has another number. Only the rows whose status changes
+// are written.
+void refreshProcessingStatus(const core::Globals& g, const std::string& query) {
     const auto connection = g.db_daten.connection();
+    std::vector<std::pair<long long, char>> changes;
+    {
+        SelectionScan scan(*connection, query, "[betr-nr], [betr-ende], [bearb-status]");
+        struct Pending {
+            long long rowid;
+            std::string nr;
+            bool ended;
+            int storedType;
+            std::string stored;
+        };
+        std::optional<Pending> before;
+        auto settle = [&](const Pending& p, bool newest) {
+            const char status = newest ? (p.ended ? 'E' : 'A') : 'H';
+            if (p.storedType != SQLITE_TEXT || p.stored.size() != 1 || p.stored[0] != status)
+                changes.emplace_back(p.rowid, status);
+        };
+        while (scan.next()) {
+            const auto& row = scan.readRow();
+            Pending p{scan.rowid(), row[0].toString(),
+                      !model::trimBlanks(row[1].toString()).empty(),
+                      sqlite3_column_type(scan.handle(), 3), row[2].toString()};
+            if (before) settle(*before, before->nr != p.nr);
+            before = std::move(p);
+        }
+        if (before) settle(*before, true);
+    }
+    if (changes.empty()) return;
+
+    // One transaction for the whole refresh: a row each would cost a commit each.
     connection->beginBatch();
     // On the way out of an error the transaction ends too; only the regular end may raise a
     // failed commit (a full disk).
@@ -78,19 +113,15 @@ void refreshProcessingStatus(const core::Globals& g, store::Recordset& rs) {
             }
         }
     } commit{connection.get()};
-    std::string vorher;
-    for (rs.MoveLast(); !rs.Bof(); rs.MovePrevious()) {
-        rs.Edit();
-        const std::string nr = rs.Fields("betr-nr").Value().toString();
-        if (nr != vorher)
-            rs.Fields("bearb-status")
-                .setValue(model::trimBlanks(rs.Fields("betr-Ende").Value().toString()).empty()
-                              ? "A"
-                              : "E");
-        else
-            rs.Fields("bearb-status").setValue("H");
-        rs.Update();
-        vorher = nr;
+    {
+        const auto update =
+            connection->prepare("UPDATE [betrieb] SET [bearb-status] = ?1 WHERE rowid = ?2");
+        for (const auto& [rowid, status] : changes) {
+            update->reset();
+            update->bind(1, store::Variant(std::string(1, status)));
+            update->bind(2, store::Variant(rowid));
+            update->step();
+        }
     }
     commit.now();
 }
@@ -158,21 +189,23 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
             ExportContext ctx(g, out);
             writeHead(ctx, form, total);
             g.unloadForm("Frm_Verwaltungsblock");
-            refreshProcessingStatus(g, rs);
+            refreshProcessingStatus(g, query);
             // The subordinate tables are read alongside the businesses, each once in key order.
             ExportScans scans(*g.db_daten.connection());
             ctx.scans = &scans;
+            SelectionScan businesses(*g.db_daten.connection(), query);
+            const size_t nrColumn = businesses.column("betr-nr");
 
-            rs.MoveFirst();
             long counter = 0;
             g.akt_schritt = 1;
-            while (!rs.Eof()) {
+            while (businesses.next()) {
                 g.doEvents();
                 if (g.taste == 27) {
                     g.taste = 0;
                     core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation,
                                       kTitel);
                     view.ProgressBar1Value = 0;
+                    rs.setAbsolutePosition(counter);  // the selection stands where the run stopped
                     finish();
                     out.keepUnfinished();  // the half-written file stays as it is
                     result.files.push_back(path);
@@ -185,11 +218,14 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
                 view.Label2 = "Übertrage Satz " + masked(counter, mask) + " von " +
                               masked(total, mask) + " (ESC = Abbrechen)";
                 g.refreshView();
-                ctx.betrNr = rs.Fields("betr-nr").Value().toString();
-                TML_Exp_2_Tabellen(ctx, ctx.betrNr, rs.Fields("betr-hist-nr").Value().toString());
+                const KeyedScan::Row& row = businesses.readRow();
+                ctx.betrNr = row[nrColumn].toString();
+                TML_Exp_2_Tabellen(ctx, businesses, row);
                 ctx.line("</betrieb>");
-                rs.MoveNext();
             }
+            // The selection stands past its last row, as after a walk through it.
+            rs.MoveLast();
+            rs.MoveNext();
             ctx.line("</datenblock>");
             ctx.line("</gewerbedatei>");
             out.commit();

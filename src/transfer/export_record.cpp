@@ -157,56 +157,31 @@ void writePerson(ExportContext& ctx, ExportScans& scans, const KeyedScan::Row& l
 
 }  // namespace
 
-void TML_Exp_Felder(ExportContext& ctx, store::Recordset& table) {
-    try {
-        const std::string& source = table.Name();
-        const bool personSub = source.find("person_erlaubnis") != std::string::npos ||
-                               source.find("person_handwerkskarte") != std::string::npos;
-        const auto& infos = table.fieldInfos();
-        const FieldPlan* plan = nullptr;
-        for (const auto& p : ctx.plans)
-            if (p->source == &infos && p->personSub == personSub &&
-                p->columns.size() == infos.size())
-                plan = p.get();
-        if (!plan) {
-            std::vector<std::string> names;
-            for (const auto& info : infos) names.push_back(info.name);
-            plan = &ctx.plan(&infos, names, personSub);
-        }
-        writeFields(ctx, *plan, table.currentRow());
-    } catch (const std::exception&) {
-        // The rest of the row's fields are lost; the caller goes on.
-    }
-}
-
-void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr,
-                        const std::string& betrHistNr) {
+void TML_Exp_2_Tabellen(ExportContext& ctx, const SelectionScan& selection,
+                        const KeyedScan::Row& business) {
     core::Globals& g = ctx.g;
     g.akt_schritt = 0;
     try {
         std::unique_ptr<ExportScans> own;
         if (!ctx.scans) own = std::make_unique<ExportScans>(*g.db_daten.connection());
         ExportScans& scans = ctx.scans ? *ctx.scans : *own;
-        const std::vector<std::string> business{betrNr, betrHistNr};
+        auto field = [&](const char* name) { return textOf(business[selection.column(name)]); };
+        const std::string betrNr = field("betr-nr");
+        const std::vector<std::string> key{betrNr, field("betr-hist-nr")};
 
         g.akt_schritt = 1;
-        store::Recordset& betrieb = g.rs_betrieb;
-        ctx.line("<gem-kz>" + model::trimBlanks(betrieb.Fields("gem-kz").Value().toString()) +
-                 "</gem-kz>");
-        ctx.line("<betr-nr>" + model::trimBlanks(betrieb.Fields("betr-nr").Value().toString()) +
-                 "</betr-nr>");
-        ctx.line("<betr-hist-nr>" +
-                 model::trimBlanks(betrieb.Fields("betr-hist-nr").Value().toString()) +
-                 "</betr-hist-nr>");
-        TML_Exp_Felder(ctx, betrieb);
+        ctx.line("<gem-kz>" + model::trimBlanks(field("gem-kz")) + "</gem-kz>");
+        ctx.line("<betr-nr>" + model::trimBlanks(betrNr) + "</betr-nr>");
+        ctx.line("<betr-hist-nr>" + model::trimBlanks(key[1]) + "</betr-hist-nr>");
+        writeFields(ctx, ctx.plan(&selection.names(), selection.names(), false), business);
 
         g.akt_schritt = 3;
-        writeList(ctx, scans.meldGruende, scans.meldGruende.rows(business), "meld-gruende-sonst",
+        writeList(ctx, scans.meldGruende, scans.meldGruende.rows(key), "meld-gruende-sonst",
                   "meld-grund-sonst");
 
         // Addresses of the kinds 1 to 4 only, in the table's order.
         g.akt_schritt = 2;
-        if (const auto adr = scans.adressen.rows(business); !adr.empty()) {
+        if (const auto adr = scans.adressen.rows(key); !adr.empty()) {
             ctx.line("<adressen>");
             const size_t art = scans.adressen.column("b-adr-art");
             for (const auto& row : adr) {
@@ -222,19 +197,19 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr,
         }
 
         g.akt_schritt = 3;
-        writeList(ctx, scans.taetigkeiten, scans.taetigkeiten.rows(business), "taetigkeiten",
+        writeList(ctx, scans.taetigkeiten, scans.taetigkeiten.rows(key), "taetigkeiten",
                   "taetigkeit");
         g.akt_schritt = 4;
-        writeList(ctx, scans.handwerkskarten, scans.handwerkskarten.rows(business),
-                  "b-handwerkskarten", "b-handwerkskarte");
+        writeList(ctx, scans.handwerkskarten, scans.handwerkskarten.rows(key), "b-handwerkskarten",
+                  "b-handwerkskarte");
         g.akt_schritt = 5;
-        writeList(ctx, scans.erlaubnisse, scans.erlaubnisse.rows(business), "b-erlaubnisse",
+        writeList(ctx, scans.erlaubnisse, scans.erlaubnisse.rows(key), "b-erlaubnisse",
                   "b-erlaubnis");
 
         // The links of the business to its persons, each once for every stored row of its
         // person (as a join gives them); a link to no person is left out.
         g.akt_schritt = 6;
-        const auto links = scans.links.rows(business);
+        const auto links = scans.links.rows(key);
         const size_t linkPerson = links.empty() ? 0 : scans.links.column("bez-pers-nr");
         size_t first = 0;
         std::span<const KeyedScan::Row> persons;

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "core/globals.h"
-#include "store/recordset.h"
 #include "transfer/export_scan.h"
 #include "transfer/tml_writer.h"
 
@@ -45,14 +44,9 @@ struct ExportContext {
                           bool personSub);
 };
 
-// The plain fields of the current row: blanks, keys and (in the person's permits and craft
-// cards) the person number left out, dates in the file's form, text cleaned.
-void TML_Exp_Felder(ExportContext& ctx, store::Recordset& table);
-
-// Everything of the current business of the export's selection (g.rs_betrieb) between its
-// <betrieb> and </betrieb>: keys, fields, further reasons, addresses, activities, craft
-// cards, permits and persons.
-void TML_Exp_2_Tabellen(ExportContext& ctx, const std::string& betrNr,
-                        const std::string& betrHistNr);
+// Everything of one business of the export's selection between its <betrieb> and </betrieb>:
+// keys, fields, further reasons, addresses, activities, craft cards, permits and persons.
+void TML_Exp_2_Tabellen(ExportContext& ctx, const SelectionScan& selection,
+                        const KeyedScan::Row& business);
 
 }  // namespace tolma::transfer

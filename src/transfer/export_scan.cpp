@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <stdexcept>
 
 #include "store/connection.h"
 #include "store/dao_error.h"
 #include "store/german_text.h"
+#include "store/jet_sql.h"
 
 namespace tolma::transfer {
 namespace {
@@ -173,6 +175,49 @@ std::span<const KeyedScan::Row> KeyedScan::rows(const std::vector<std::string>& 
         positioned_ = false;
         throw;
     }
+}
+
+SelectionScan::SelectionScan(store::Connection& c, const std::string& jetQuery,
+                             const std::string& columns) {
+    const store::jet::Prepared query = store::jet::prepare(jetQuery, &c.catalog());
+    const store::jet::SelectParts& parts = query.shape->parts;
+    if (!parts.keyable() || parts.tables.size() != 1)
+        throw std::logic_error("not a query on one table: " + jetQuery);
+    const std::string rowid = parts.tables[0].qualifier + ".rowid";
+    st_ = c.prepare("SELECT " + rowid + ", " + (columns.empty() ? parts.selectList : columns) +
+                    " FROM " + parts.from + (parts.where.empty() ? "" : " WHERE " + parts.where) +
+                    " ORDER BY " + (parts.orderBy.empty() ? "" : parts.orderBy + ", ") + rowid);
+    st_->bindValues(query.values, query.shape->numeric);
+    for (int i = 1; i < st_->columnCount(); ++i) names_.push_back(st_->columnName(i));
+    row_.resize(names_.size());
+}
+
+SelectionScan::~SelectionScan() = default;
+
+bool SelectionScan::next() {
+    return st_->step();
+}
+
+long long SelectionScan::rowid() const {
+    return sqlite3_column_int64(st_->handle(), 0);
+}
+
+const KeyedScan::Row& SelectionScan::readRow() {
+    for (size_t i = 0; i < row_.size(); ++i) row_[i] = st_->column(static_cast<int>(i + 1));
+    return row_;
+}
+
+size_t SelectionScan::column(const std::string& name) const {
+    for (size_t i = 0; i < names_.size(); ++i)
+        if (names_[i] == name) return i;
+    for (size_t i = 0; i < names_.size(); ++i)
+        if (store::jet::foldCase(names_[i]) == store::jet::foldCase(name)) return i;
+    throw store::DaoError("DAO.Fields", store::err::kItemNotFound,
+                          "Element in dieser Auflistung nicht gefunden.");
+}
+
+sqlite3_stmt* SelectionScan::handle() const {
+    return st_->handle();
 }
 
 ExportScans::ExportScans(store::Connection& c)

@@ -8,6 +8,8 @@
 
 #include "store/variant.h"
 
+struct sqlite3_stmt;
+
 namespace tolma::store {
 class Connection;
 class Statement;
@@ -65,6 +67,35 @@ class KeyedScan {
     std::vector<std::string> last_;
     std::vector<Row> group_;
     size_t groupSize_ = 0;
+};
+
+// The export's selection of businesses, a query on the table "betrieb" in the old engine's
+// language, read as one plain statement: the rows its recordset holds, in the recordset's
+// order (the query's own, ties by row id), without fetching each row by its key.
+class SelectionScan {
+  public:
+    // columns: the select list to read instead of the query's own (SQLite's text).
+    SelectionScan(store::Connection& c, const std::string& jetQuery,
+                  const std::string& columns = {});
+    ~SelectionScan();
+    SelectionScan(const SelectionScan&) = delete;
+    SelectionScan& operator=(const SelectionScan&) = delete;
+
+    // Steps to the next row; false past the last.
+    bool next();
+    long long rowid() const;
+    // The columns of the current row.
+    const KeyedScan::Row& readRow();
+    const std::vector<std::string>& names() const { return names_; }
+    // The position of a column among names(), its name compared without regard to case as a
+    // field's is; throws "item not found" like a field read.
+    size_t column(const std::string& name) const;
+    sqlite3_stmt* handle() const;
+
+  private:
+    std::unique_ptr<store::Statement> st_;
+    std::vector<std::string> names_;
+    KeyedScan::Row row_;
 };
 
 // The scans one export file reads: the business's rows, its links, and the rows of its persons.

@@ -195,14 +195,18 @@ TEST(ExportTest, PersonsWithLinkFieldsNationalitiesAndPermitsOfThisBusinessOrNon
 
 TEST(ExportTest, ProcessingStatusOverSeveralStatesOfOneBusiness) {
     ExportFixture f;
-    f.addBusiness("1", "1");
-    f.addBusiness("1", "2");
-    f.addBusiness("1", "3", {{"betr-ende", "01.01.2020"}});
+    f.addBusiness("1", "1", {{"bearb-status", "h"}});
+    f.addBusiness("1", "2", {{"bearb-status", "H"}});
+    f.addBusiness("1", "3", {{"betr-ende", "01.01.2020"}, {"bearb-status", "E "}});
     f.addBusiness("2", "1", {{"betr-ende", " "}});
+    // Numbers that differ in case only are states of two businesses.
+    f.addBusiness("3a", "1", {{"bearb-status", "A"}});
+    f.addBusiness("3A", "2", {{"bearb-status", "a"}});
     f.exportAll();
-    EXPECT_EQ(f.rows("SELECT [betr-nr], [betr-hist-nr], [bearb-status] FROM betrieb ORDER BY "
-                     "[betr-nr], [betr-hist-nr]"),
-              (Strings{"1|1|H", "1|2|H", "1|3|E", "2|1|A"}));
+    // A status that is right in all but its case or blanks is written anew.
+    EXPECT_EQ(f.rows("SELECT [betr-nr], [betr-hist-nr], '[' & [bearb-status] & ']' FROM betrieb "
+                     "ORDER BY [betr-nr], [betr-hist-nr]"),
+              (Strings{"1|1|[H]", "1|2|[H]", "1|3|[E]", "2|1|[A]", "3a|1|[A]", "3A|2|[A]"}));
 }
 
 TEST(ExportTest, ExportByKeyWritesOneFilePerKey) {
