@@ -145,6 +145,7 @@ std::string transferFile(const std::string& path, const std::vector<std::string>
              "b-adr-art>\r\n<b-strasse>Markt " +
              nr + "</b-strasse>\r\n</adresse>\r\n</adressen>\r\n</betrieb>\r\n";
     t += "</datenblock>\r\n</gewerbedatei>\r\n";
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::ofstream(path, std::ios::binary) << t;
     return path;
 }
@@ -229,6 +230,7 @@ TEST_F(CliTest, ImportCheckPrintsTheReportAndKeepsNothing) {
         0);
     const std::string dump = "SELECT [betr-nr], [b-eintr-name] FROM betrieb ORDER BY [betr-nr]";
     const std::string before = runCli({"--home", home, "sql", dump}).out;
+    ASSERT_EQ(before, "betr-nr\tb-eintr-name\n900001\tBetrieb 900001\n");
     const std::string runs = runCli({"--home", home, "imports"}).out;
 
     auto r = runCli({"--home", home, "import", "--check", sample});
