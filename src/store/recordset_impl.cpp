@@ -229,6 +229,23 @@ void RecordsetImpl::update() {
     if (edit == EditMode::None)
         throwDao(kRecordsetSource, err::kUpdateWithoutEdit,
                  "Aktualisieren oder Abbrechen ohne Hinzufügen oder Bearbeiten.");
+    if (edit == EditMode::Add) {
+        if (Statement* whole = wholeRowInsert()) {
+            // The pending values live until the row is stored.
+            for (size_t i = 0; i < fields().size(); ++i) {
+                if (pending[i])
+                    whole->bindStatic(static_cast<int>(i + 1), *pending[i]);
+                else
+                    whole->bind(static_cast<int>(i + 1), Variant());
+            }
+            whole->step();
+            inserted();
+            edit = EditMode::None;
+            pending.clear();
+            storedRowsChanged();
+            return;
+        }
+    }
     // The columns set, one character each: the key of the prepared statement.
     std::string pattern(fields().size(), '0');
     std::vector<const Variant*> values;
@@ -262,6 +279,41 @@ void RecordsetImpl::update() {
     edit = EditMode::None;
     pending.clear();
     storedRowsChanged();  // a stored row is read anew
+}
+
+// A table whose columns have no defaults takes a new row through one statement that names
+// every column: an unset column is Null either way, and the statement need not be looked up
+// anew for each set of columns a row happens to fill.
+Statement* RecordsetImpl::wholeRowInsert() {
+    if (wholeRowKnown == 0) {
+        wholeRowKnown = -1;
+        auto info = conn->prepare("SELECT name, dflt_value FROM pragma_table_info(?1)");
+        std::string plain = baseTable;
+        if (plain.size() > 2 && plain.front() == '[' && plain.back() == ']')
+            plain = plain.substr(1, plain.size() - 2);
+        info->bind(1, Variant(plain));
+        size_t columns = 0;
+        bool defaults = false;
+        while (info->step()) {
+            ++columns;
+            defaults = defaults || !info->column(1).isNull();
+        }
+        bool allFields = columns == fields().size() && columns > 0;
+        for (size_t i = 0; allFields && i < fields().size(); ++i) allFields = fields()[i].updatable;
+        if (allFields && !defaults) {
+            std::string cols, marks;
+            for (size_t i = 0; i < fields().size(); ++i) {
+                cols += (i ? ", " : "") + bracket(fields()[i].column);
+                marks += (i ? ", ?" : "?") + std::to_string(i + 1);
+            }
+            wholeRow = conn->prepare("INSERT INTO " + baseTable + " (" + cols + ") VALUES (" +
+                                     marks + ")");
+            wholeRowKnown = 1;
+        }
+    }
+    if (wholeRowKnown < 0) return nullptr;
+    wholeRow->reset();
+    return wholeRow.get();
 }
 
 Statement& RecordsetImpl::insertStatement(const std::string& pattern) {
@@ -336,6 +388,8 @@ void RecordsetImpl::close() {
     statements.clear();
     inserts.clear();
     lastInsert = nullptr;
+    wholeRow.reset();
+    wholeRowKnown = 0;
     fetchStmt = nullptr;
     conn.reset();
 }

@@ -111,6 +111,7 @@ class RecordsetImpl {
   private:
     Variant converted(const FieldInfo& f, const Variant& v);
     Statement& insertStatement(const std::string& pattern);
+    Statement* wholeRowInsert();
 
     std::function<void()> onMove;
     std::map<std::string, std::unique_ptr<Statement>> statements;
@@ -118,6 +119,8 @@ class RecordsetImpl {
     std::unordered_map<std::string, std::unique_ptr<Statement>> inserts;
     std::string lastPattern;
     Statement* lastInsert = nullptr;
+    std::unique_ptr<Statement> wholeRow;
+    int wholeRowKnown = 0;  // 0 not yet asked, 1 usable, -1 not for this recordset
 };
 
 }  // namespace tolma::store
