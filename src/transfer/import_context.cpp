@@ -34,12 +34,16 @@ void collect(store::Database& db, const char* column, const char* table, unsigne
     auto st = db.connection()->prepare(std::string("SELECT DISTINCT [") + column + "] FROM [" +
                                        table + "]");
     while (st->step()) keys.add(keyHash(st->column(0).toString()), bit);
+    keys.seal();  // table by table, so that the list never holds a number once per table
 }
 
 }  // namespace
 
 void ImportContext::KeyTables::seal() {
-    std::sort(loaded_.begin(), loaded_.end());
+    // What was added since the last time is sorted and merged into the sorted front.
+    const auto front = loaded_.begin() + static_cast<long>(sorted_);
+    std::sort(front, loaded_.end());
+    std::inplace_merge(loaded_.begin(), front, loaded_.end());
     size_t out = 0;
     for (size_t i = 0; i < loaded_.size(); ++i) {
         if (out > 0 && loaded_[out - 1].first == loaded_[i].first)
@@ -48,7 +52,15 @@ void ImportContext::KeyTables::seal() {
             loaded_[out++] = loaded_[i];
     }
     loaded_.resize(out);
-    loaded_.shrink_to_fit();
+    sorted_ = out;
+}
+
+void ImportContext::KeyTables::note(std::uint64_t hash) {
+    noted_.insert(hash);
+    if (noted_.size() < 65536) return;
+    for (std::uint64_t h : noted_) loaded_.emplace_back(h, ~0u);
+    noted_.clear();
+    seal();
 }
 
 unsigned ImportContext::KeyTables::tablesOf(std::uint64_t hash) const {

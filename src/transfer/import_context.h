@@ -65,13 +65,16 @@ struct ImportContext {
     class KeyTables {
       public:
         void add(std::uint64_t hash, unsigned tables) { loaded_.emplace_back(hash, tables); }
-        void seal();  // after the last add: sorts and merges
-        void note(std::uint64_t hash) { noted_.insert(hash); }
+        void seal();  // after the adds of a table: sorts and merges
+        void note(std::uint64_t hash);
         unsigned tablesOf(std::uint64_t hash) const;
 
       private:
         std::vector<std::pair<std::uint64_t, unsigned>> loaded_;
-        std::unordered_set<std::uint64_t> noted_;  // stored by this run: every table
+        size_t sorted_ = 0;  // the front of loaded_ that is sorted and merged
+        // Stored by this run: every table. Merged into the sorted list now and then, which
+        // holds a number in a third of the room.
+        std::unordered_set<std::uint64_t> noted_;
     };
 
   private:

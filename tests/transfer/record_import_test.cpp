@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "import_fixture.h"
+#include "transfer/import_context.h"
 
 namespace tolma::test {
 namespace {
@@ -281,6 +282,32 @@ TEST(RecordImportTest, CharacterAfterTheClosingTagIsLost) {
                   " " + b2 + "\n" + b1 + b3 + "\n");
     // With one blank between, both are read; with none, the second loses its "<" and is gone.
     EXPECT_EQ(f.rows("SELECT [betr-nr] FROM betrieb ORDER BY [betr-nr]"), (Strings{"1", "2"}));
+}
+
+}  // namespace
+}  // namespace tolma::test
+
+namespace tolma::test {
+namespace {
+
+// The list of numbers that decides which removals run: a number it forgets would leave old
+// rows behind, so it must answer for every number loaded or stored, also past its merges.
+TEST(RecordImportTest, TheKeyListAnswersForEveryNumberLoadedOrStored) {
+    transfer::ImportContext::KeyTables keys;
+    keys.add(7, 1u);
+    keys.add(3, 2u);
+    keys.seal();
+    keys.add(7, 4u);
+    keys.seal();
+    EXPECT_EQ(keys.tablesOf(7), 5u);
+    EXPECT_EQ(keys.tablesOf(3), 2u);
+    EXPECT_EQ(keys.tablesOf(5), 0u);
+    for (std::uint64_t h = 1000; h < 1000 + 200000; h += 2) keys.note(h);  // past three merges
+    EXPECT_EQ(keys.tablesOf(1000), ~0u);
+    EXPECT_EQ(keys.tablesOf(1000 + 199998), ~0u);
+    EXPECT_EQ(keys.tablesOf(1001), 0u);
+    EXPECT_EQ(keys.tablesOf(7), 5u);
+    EXPECT_EQ(keys.tablesOf(3), 2u);
 }
 
 }  // namespace
