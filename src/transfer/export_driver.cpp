@@ -86,10 +86,10 @@ void refreshProcessingStatus(const core::Globals& g, const std::string& query) {
                 changes.emplace_back(p.rowid, status);
         };
         while (scan.next()) {
+            const int storedType = sqlite3_column_type(scan.handle(), 3);
             const auto& row = scan.readRow();
             Pending p{scan.rowid(), row[0].toString(),
-                      !model::trimBlanks(row[1].toString()).empty(),
-                      sqlite3_column_type(scan.handle(), 3), row[2].toString()};
+                      !model::trimBlanks(row[1].toString()).empty(), storedType, row[2].toString()};
             if (before) settle(*before, before->nr != p.nr);
             before = std::move(p);
         }

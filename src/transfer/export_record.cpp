@@ -9,7 +9,7 @@
 namespace tolma::transfer {
 namespace {
 
-void writeFields(ExportContext& ctx, const FieldPlan& plan, const std::vector<store::Variant>& row);
+void writeFields(ExportContext& ctx, const FieldPlan& plan, const ScanRow& row);
 
 // A list: the wrapper, one element per row with its fields, the wrapper's end; nothing at all
 // for a key without rows.
@@ -27,8 +27,8 @@ void writeList(ExportContext& ctx, const KeyedScan& scan, std::span<const KeyedS
     ctx.line("</" + wrapper + ">");
 }
 
-std::string textOf(const store::Variant& v) {
-    return v.toString();
+std::string textOf(const Cell& c) {
+    return c.toString();
 }
 
 // The link's own dates: trimmed, the two words as their sentinels, else rebuilt by position.
@@ -69,25 +69,20 @@ const FieldPlan& ExportContext::plan(const void* source, const std::vector<std::
 
 namespace {
 
-void writeFields(ExportContext& ctx, const FieldPlan& plan,
-                 const std::vector<store::Variant>& row) {
+void writeFields(ExportContext& ctx, const FieldPlan& plan, const ScanRow& row) {
     try {
-        std::string number;
         for (size_t i = 0; i < plan.columns.size(); ++i) {
             const FieldPlan::Column& c = plan.columns[i];
-            const std::string* text = row[i].textPointer();
-            if (!text) {
-                if (row[i].isNull()) continue;
-                number = row[i].toString();
-                text = &number;
-            }
-            if (text->find_first_not_of(' ') == std::string::npos || !c.written) continue;
+            const Cell cell = row[i];
+            if (cell.null || !c.written ||
+                cell.text.find_first_not_of(' ') == std::string_view::npos)
+                continue;
             std::string& l = ctx.lineBuffer;
             l.assign(c.open);
             if (c.date)
-                model::appendCleanForExport(l, model::dateStoreToFile(*text));
+                model::appendCleanForExport(l, model::dateStoreToFile(cell.toString()));
             else
-                model::appendCleanForExport(l, *text);
+                model::appendCleanForExport(l, cell.text);
             l += c.close;
             ctx.line(l);
         }

@@ -52,6 +52,34 @@ std::string orderTerm(store::Connection& c, const std::string& column) {
 
 }  // namespace
 
+void ScanRow::read(sqlite3_stmt* st, int first, size_t count) {
+    data_.clear();
+    spans_.resize(count);
+    for (size_t i = 0; i < count; ++i) {
+        const int col = first + static_cast<int>(i);
+        Span& s = spans_[i];
+        s.offset = data_.size();
+        switch (sqlite3_column_type(st, col)) {
+            case SQLITE_NULL:
+                s.null = true;
+                s.length = 0;
+                continue;
+            case SQLITE_INTEGER:
+                data_ += std::to_string(sqlite3_column_int64(st, col));
+                break;
+            case SQLITE_FLOAT:
+                data_ += store::Variant(sqlite3_column_double(st, col)).toString();
+                break;
+            default: {
+                const auto* t = reinterpret_cast<const char*>(sqlite3_column_text(st, col));
+                data_.append(t, static_cast<size_t>(sqlite3_column_bytes(st, col)));
+            }
+        }
+        s.null = false;
+        s.length = data_.size() - s.offset;
+    }
+}
+
 TextCompare keyCompare(store::Connection& c, const std::string& table, const std::string& column) {
     if (!c.catalog().isKey(column)) return germanCompare;
     const char* collation = nullptr;
@@ -161,9 +189,7 @@ std::span<const KeyedScan::Row> KeyedScan::rows(const std::vector<std::string>& 
         groupSize_ = 0;
         while (haveAhead_ && compareAhead(key) == 0) {
             if (groupSize_ == group_.size()) group_.emplace_back();
-            Row& row = group_[groupSize_++];
-            row.resize(names_.size());
-            for (size_t i = 0; i < names_.size(); ++i) row[i] = st_->column(static_cast<int>(i));
+            group_[groupSize_++].read(st_->handle(), 0, names_.size());
             advance();
         }
         last_ = key;
@@ -189,7 +215,6 @@ SelectionScan::SelectionScan(store::Connection& c, const std::string& jetQuery,
                     " ORDER BY " + (parts.orderBy.empty() ? "" : parts.orderBy + ", ") + rowid);
     st_->bindValues(query.values, query.shape->numeric);
     for (int i = 1; i < st_->columnCount(); ++i) names_.push_back(st_->columnName(i));
-    row_.resize(names_.size());
 }
 
 SelectionScan::~SelectionScan() = default;
@@ -203,7 +228,7 @@ long long SelectionScan::rowid() const {
 }
 
 const KeyedScan::Row& SelectionScan::readRow() {
-    for (size_t i = 0; i < row_.size(); ++i) row_[i] = st_->column(static_cast<int>(i + 1));
+    row_.read(st_->handle(), 1, names_.size());
     return row_;
 }
 

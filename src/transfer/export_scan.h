@@ -22,13 +22,43 @@ namespace tolma::transfer {
 using TextCompare = int (*)(std::string_view, std::string_view);
 TextCompare keyCompare(store::Connection& c, const std::string& table, const std::string& column);
 
+// One column of a row as the export reads it: null, or the text a field's value gives.
+struct Cell {
+    bool null = true;
+    std::string_view text;
+
+    bool isNull() const { return null; }
+    std::string toString() const { return std::string(text); }
+};
+
+// One row of a scan: the texts of its columns in one buffer, so that reading a row costs no
+// string per column. Kept rows reuse their buffers.
+class ScanRow {
+  public:
+    // Columns [first, first + count) of the statement's current row.
+    void read(sqlite3_stmt* st, int first, size_t count);
+    Cell operator[](size_t i) const {
+        const Span& s = spans_[i];
+        return {s.null, std::string_view(data_.data() + s.offset, s.length)};
+    }
+    size_t size() const { return spans_.size(); }
+
+  private:
+    struct Span {
+        size_t offset = 0, length = 0;
+        bool null = true;
+    };
+    std::string data_;
+    std::vector<Span> spans_;
+};
+
 // One table read once in the order of its key, for a walk that asks for the rows of one key
 // after another in the same order: the rows a per-key query would give, in that query's order,
 // without a query per key. Asked for a key behind the last one, or far ahead, it seeks anew, so
 // a walk out of order stays correct and costs a look-up at most.
 class KeyedScan {
   public:
-    using Row = std::vector<store::Variant>;
+    using Row = ScanRow;
 
     // keyColumns: compared with "=" as the per-key query does; orderTail: the query's own order
     // within a key (without the row id, which always comes last).
