@@ -1,9 +1,10 @@
 #include "search/search_index.h"
 
 #include <algorithm>
+#include <limits>
 #include <set>
 
-#include "model/values.h"
+#include "search/index_words.h"
 #include "search/phonetic.h"
 #include "store/connection.h"
 #include "store/german_text.h"
@@ -12,36 +13,6 @@ namespace tolma::search {
 namespace {
 
 using store::Variant;
-
-// The words of a text: runs of letters and digits; bytes of UTF-8 sequences count as letters.
-std::vector<std::string> wordsOf(const std::string& text) {
-    std::vector<std::string> words;
-    std::string w;
-    for (char ch : text) {
-        const auto c = static_cast<unsigned char>(ch);
-        if (std::isalnum(c) || c >= 0x80) {
-            w += ch;
-        } else if (!w.empty()) {
-            words.push_back(std::move(w));
-            w.clear();
-        }
-    }
-    if (!w.empty()) words.push_back(std::move(w));
-    return words;
-}
-
-// The three columns of an index row from its texts; the sound only of names.
-struct Columns {
-    std::string exakt, gefaltet, klang;
-    void add(const std::string& text, bool name) {
-        for (const auto& w : wordsOf(text)) {
-            exakt += store::german::lower(w) + " ";
-            gefaltet += fold(w) + " ";
-            if (name)
-                if (const std::string code = koelnerPhonetik(w); !code.empty()) klang += code + " ";
-        }
-    }
-};
 
 std::string text(store::Statement& st, int i) {
     return st.column(i).toString();
@@ -81,108 +52,74 @@ struct RowNumbers {
     }
 };
 
-// What a business state shows in the hit list.
-struct Shown {
-    std::string nr, hist, name, gemKz;
-    bool abgemeldet = false;
-};
+// The businesses a refresh writes anew, while it runs.
+constexpr const char* kChosen = "temp.tolma_such_betriebe";
 
-// The rows of one business state and of the persons linked to it.
-void indexBusiness(store::Connection& c, RowNumbers& numbers, const Shown& b) {
-    Columns business;
-    business.add(b.name, true);
-    std::string strasse, ort;
-    auto& adr = c.cached(
-        "SELECT [b-strasse], [b-ort], [b-plz], [b-adr-art] FROM betrieb_adresse WHERE [betr-nr] = "
-        "?1 AND [betr-hist-nr] = ?2");
-    adr.bind(1, Variant(b.nr));
-    adr.bind(2, Variant(b.hist));
-    bool shownAddress = false;
-    while (adr.step()) {
-        business.add(text(adr, 0) + " " + text(adr, 1) + " " + text(adr, 2), false);
-        // The hit shows the business's first address of kind 1, as the lists do.
-        if (!shownAddress && model::trimBlanks(text(adr, 3)) == "1") {
-            strasse = text(adr, 0);
-            ort = text(adr, 1);
-            shownAddress = true;
-        }
-    }
-    adr.reset();
-    auto& act = c.cached(
-        "SELECT [tk-originaltext] FROM betrieb_taetigkeit WHERE [betr-nr] = ?1 AND [betr-hist-nr] "
-        "= ?2");
-    act.bind(1, Variant(b.nr));
-    act.bind(2, Variant(b.hist));
-    while (act.step()) business.add(text(act, 0), false);
-    act.reset();
-    struct Person {
-        std::string nr, name, strasse, ort;
-        Columns words;
-    };
-    std::vector<Person> persons;
-    auto& pers = c.cached(
-        "SELECT p.[pers-nr], p.[fam-name], p.[vornamen], p.[p-eintr-name], p.[p-strasse], "
-        "p.[p-ort] FROM "
-        "beziehung_betrieb_person b INNER JOIN person p ON p.[pers-nr] = b.[bez-pers-nr] WHERE "
-        "b.[bez-betr-nr] = ?1 AND "
-        "b.[bez-betr-hist-nr] = ?2");
-    pers.bind(1, Variant(b.nr));
-    pers.bind(2, Variant(b.hist));
-    while (pers.step()) {
-        const std::string fam = text(pers, 1), vor = text(pers, 2), jp = text(pers, 3);
-        Person p{text(pers, 0),
-                 !fam.empty() ? fam + (vor.empty() ? "" : ", " + vor) : jp,
-                 text(pers, 4),
-                 text(pers, 5),
-                 {}};
-        p.words.add(fam + " " + vor + " " + jp, true);
-        p.words.add(p.strasse + " " + p.ort, false);
-        business.add(fam + " " + vor + " " + jp, true);
-        persons.push_back(std::move(p));
-    }
-    pers.reset();
-    auto& insert = c.cached(
-        "INSERT INTO tolma_suchindex (rowid, art, betr_nr, hist, pers_nr, name, strasse, ort, "
-        "gem_kz, exakt, gefaltet, klang) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, "
-        "?12)");
-    auto& row = c.cached("INSERT INTO tolma_suchindex_zeilen VALUES (?1, ?2)");
-    auto put = [&](const char* art, const std::string& persNr, const std::string& name,
-                   const std::string& str, const std::string& place, const Columns& w) {
-        const long long number = b.abgemeldet ? numbers.removed++ : numbers.current++;
-        insert.reset();
-        insert.bind(1, Variant(number));
-        insert.bind(2, Variant(art));
-        insert.bind(3, Variant(b.nr));
-        insert.bind(4, Variant(b.hist));
-        insert.bind(5, Variant(persNr));
-        insert.bind(6, Variant(name));
-        insert.bind(7, Variant(str));
-        insert.bind(8, Variant(place));
-        insert.bind(9, Variant(b.gemKz));
-        insert.bind(10, Variant(w.exakt));
-        insert.bind(11, Variant(w.gefaltet));
-        insert.bind(12, Variant(w.klang));
-        insert.step();
-        row.reset();
-        row.bind(1, Variant(number));
-        row.bind(2, Variant(b.nr));
-        row.step();
-    };
-    put("B", "", b.name, strasse, ort, business);
-    // A person is found by its own words and by its business's name.
-    for (auto& p : persons) {
-        p.words.add(b.name, false);
-        put("P", p.nr, p.name, p.strasse, p.ort, p.words);
-    }
+// The index rows of the business states that are current (or removed), each state followed by
+// the persons linked to it, in the order of the states: one row each with what the hit shows and
+// its texts, the names (also heard by sound) before and after the others. A business is found by
+// the names of its persons, a person by its business's name. The hit shows the business's first
+// address of kind 1, as the lists do.
+std::string rowsOf(bool removed, bool chosenOnly) {
+    std::string where =
+        std::string("trim(ifnull(b.[betr-ende], '')) ") + (removed ? "<> ''" : "= ''");
+    if (chosenOnly) where += std::string(" AND b.[betr-nr] IN (SELECT nr FROM ") + kChosen + ")";
+    return "SELECT b.rowid AS br, 0 AS zr, 0 AS pr, 'B' AS art, ifnull(b.[betr-nr], '') AS nr, "
+           "ifnull(b.[betr-hist-nr], '') AS hist, '' AS pers_nr, ifnull(b.[b-eintr-name], '') AS "
+           "name, ifnull(s.[b-strasse], '') AS strasse, ifnull(s.[b-ort], '') AS ort, "
+           "ifnull(b.[gem-kz], '') AS gem_kz, b.[b-eintr-name] AS vorn, "
+           // texts: the addresses, then the activities
+           "ifnull((SELECT group_concat(ifnull(a.[b-strasse], '') || ' ' || ifnull(a.[b-ort], '') "
+           "|| ' ' "
+           "|| ifnull(a.[b-plz], ''), ' ') FROM betrieb_adresse a WHERE a.[betr-nr] = b.[betr-nr] "
+           "AND a.[betr-hist-nr] = b.[betr-hist-nr]), '') || ' ' || ifnull((SELECT "
+           "group_concat(t.[tk-originaltext], ' ') FROM betrieb_taetigkeit t WHERE t.[betr-nr] = "
+           "b.[betr-nr] AND t.[betr-hist-nr] = b.[betr-hist-nr]), '') AS texte, "
+           // names after the texts: the persons'
+           "(SELECT group_concat(ifnull(p.[fam-name], '') || ' ' || ifnull(p.vornamen, '') || ' ' "
+           "|| ifnull(p.[p-eintr-name], ''), ' ') FROM beziehung_betrieb_person z JOIN person p ON "
+           "p.[pers-nr] = z.[bez-pers-nr] WHERE z.[bez-betr-nr] = b.[betr-nr] AND "
+           "z.[bez-betr-hist-nr] = b.[betr-hist-nr]) AS nachn "
+           "FROM betrieb b LEFT JOIN betrieb_adresse s ON s.rowid = (SELECT min(a.rowid) FROM "
+           "betrieb_adresse a WHERE a.[betr-nr] = b.[betr-nr] AND a.[betr-hist-nr] = "
+           "b.[betr-hist-nr] AND trim(a.[b-adr-art]) = '1') WHERE " +
+           where +
+           " UNION ALL "
+           "SELECT b.rowid, z.rowid, p.rowid, 'P', ifnull(b.[betr-nr], ''), "
+           "ifnull(b.[betr-hist-nr], ''), ifnull(p.[pers-nr], ''), CASE WHEN ifnull(p.[fam-name], "
+           "'') <> '' THEN p.[fam-name] || CASE WHEN ifnull(p.vornamen, '') <> '' THEN ', ' || "
+           "p.vornamen ELSE '' END ELSE ifnull(p.[p-eintr-name], '') END, ifnull(p.[p-strasse], "
+           "''), ifnull(p.[p-ort], ''), ifnull(b.[gem-kz], ''), ifnull(p.[fam-name], '') || ' ' || "
+           "ifnull(p.vornamen, '') || ' ' || ifnull(p.[p-eintr-name], ''), ifnull(p.[p-strasse], "
+           "'') || ' ' || ifnull(p.[p-ort], '') || ' ' || ifnull(b.[b-eintr-name], ''), NULL "
+           "FROM betrieb b JOIN beziehung_betrieb_person z ON z.[bez-betr-nr] = b.[betr-nr] AND "
+           "z.[bez-betr-hist-nr] = b.[betr-hist-nr] JOIN person p ON p.[pers-nr] = z.[bez-pers-nr] "
+           "WHERE " +
+           where + " ORDER BY 1, 2, 3";
 }
 
-// The business states as the index shows them, from a query of betrieb.
-constexpr const char* kStates =
-    "SELECT [betr-nr], [betr-hist-nr], [b-eintr-name], [gem-kz], [betr-ende] FROM betrieb";
-
-Shown shownOf(store::Statement& st) {
-    return {text(st, 0), text(st, 1), text(st, 2), text(st, 3),
-            !model::trimBlanks(text(st, 4)).empty()};
+// Writes the index rows of the current, then of the removed business states (all, or those
+// chosen), numbered on from the free row numbers in the order rowsOf() gives them.
+void insertRows(store::Connection& c, bool chosenOnly) {
+    registerWordFunction(c);
+    const RowNumbers numbers(c);
+    for (const bool removed : {false, true}) {
+        const long long first = removed ? numbers.removed : numbers.current;
+        auto insert = c.prepare(
+            "INSERT INTO tolma_suchindex (rowid, art, betr_nr, hist, pers_nr, name, strasse, ort, "
+            "gem_kz, exakt, gefaltet, klang) SELECT ?1 - 1 + row_number() OVER (), art, nr, hist, "
+            "pers_nr, name, strasse, ort, gem_kz, tolma_such_worte(0, vorn, texte, nachn), "
+            "tolma_such_worte(1, vorn, texte, nachn), tolma_such_worte(2, vorn, nachn) FROM (" +
+            rowsOf(removed, chosenOnly) + ")");
+        insert->bind(1, Variant(first));
+        insert->step();
+        auto rows = c.prepare(
+            "INSERT INTO tolma_suchindex_zeilen SELECT rowid, betr_nr FROM tolma_suchindex WHERE "
+            "rowid >= ?1 AND rowid < ?2");
+        rows->bind(1, Variant(first));
+        rows->bind(2, Variant(removed ? std::numeric_limits<long long>::max() : kRemoved));
+        rows->step();
+    }
 }
 
 // An FTS5 string: the word in double quotes.
@@ -209,13 +146,9 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
         auto count = c.prepare("SELECT count(*) FROM betrieb");
         count->step();
         const long total = static_cast<long>(count->column(0).toInteger());
-        RowNumbers numbers(c);
-        auto rows = c.prepare(kStates);
-        long done = 0;
-        while (rows->step()) {
-            indexBusiness(c, numbers, shownOf(*rows));
-            if (progress && ++done % 1000 == 0) progress(done, total);
-        }
+        count.reset();
+        if (progress) progress(0, total);
+        insertRows(c, false);
         if (progress) progress(total, total);
         c.execute("COMMIT");
     } catch (...) {
@@ -235,40 +168,32 @@ void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs)
         return;
     }
     count.reset();
-    // The businesses whose persons are among those of the named ones change with them.
-    std::set<std::string> businesses(betrNrs.begin(), betrNrs.end());
-    auto& linked = c.cached(
-        "SELECT DISTINCT o.[bez-betr-nr] FROM beziehung_betrieb_person b INNER JOIN "
-        "beziehung_betrieb_person o ON "
-        "o.[bez-pers-nr] = b.[bez-pers-nr] WHERE b.[bez-betr-nr] = ?1");
-    for (const auto& nr : betrNrs) {
-        linked.reset();
-        linked.bind(1, Variant(nr));
-        while (linked.step()) businesses.insert(text(linked, 0));
-    }
-    linked.reset();
     c.execute("BEGIN");
     try {
-        RowNumbers numbers(c);
-        auto& drop = c.cached(
-            "DELETE FROM tolma_suchindex WHERE rowid IN (SELECT zeile FROM tolma_suchindex_zeilen "
-            "WHERE betr_nr = ?1)");
-        auto& dropRows = c.cached("DELETE FROM tolma_suchindex_zeilen WHERE betr_nr = ?1");
-        auto& states = c.cached(std::string(kStates) + " WHERE [betr-nr] = ?1");
-        for (const auto& nr : businesses) {
-            drop.reset();
-            drop.bind(1, Variant(nr));
-            drop.step();
-            dropRows.reset();
-            dropRows.bind(1, Variant(nr));
-            dropRows.step();
-            states.reset();
-            states.bind(1, Variant(nr));
-            std::vector<Shown> rows;
-            while (states.step()) rows.push_back(shownOf(states));
-            states.reset();
-            for (const auto& b : rows) indexBusiness(c, numbers, b);
+        c.execute(std::string("CREATE TEMP TABLE IF NOT EXISTS ") + kChosen +
+                  " (nr TEXT PRIMARY KEY) WITHOUT ROWID");
+        c.execute(std::string("DELETE FROM ") + kChosen);
+        auto add = c.prepare(std::string("INSERT OR IGNORE INTO ") + kChosen + " VALUES (?1)");
+        for (const auto& nr : betrNrs) {
+            add->reset();
+            add->bind(1, Variant(nr));
+            add->step();
         }
+        add.reset();
+        // The businesses whose persons are among those of the named ones change with them.
+        c.execute(std::string("INSERT OR IGNORE INTO ") + kChosen +
+                  " SELECT DISTINCT o.[bez-betr-nr] FROM beziehung_betrieb_person b INNER JOIN "
+                  "beziehung_betrieb_person o ON o.[bez-pers-nr] = b.[bez-pers-nr] WHERE "
+                  "b.[bez-betr-nr] IN (SELECT nr FROM " +
+                  kChosen + ") AND o.[bez-betr-nr] IS NOT NULL");
+        c.execute(std::string("DELETE FROM tolma_suchindex WHERE rowid IN (SELECT zeile FROM "
+                              "tolma_suchindex_zeilen WHERE betr_nr IN (SELECT nr FROM ") +
+                  kChosen + "))");
+        c.execute(
+            std::string("DELETE FROM tolma_suchindex_zeilen WHERE betr_nr IN (SELECT nr FROM ") +
+            kChosen + ")");
+        insertRows(c, true);
+        c.execute(std::string("DELETE FROM ") + kChosen);
         c.execute("COMMIT");
     } catch (...) {
         c.execute("ROLLBACK");

@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include "../transfer/import_fixture.h"
+#include "search/index_words.h"
 #include "search/phonetic.h"
 #include "search/search_index.h"
 #include "store/connection.h"
+#include "store/german_text.h"
 #include "transfer/import_journal.h"
 
 namespace tolma::test {
@@ -63,6 +65,28 @@ TEST(SearchFoldTest, SpellingsAgreeAsPeopleSpellThem) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(search::fold(c.a) == search::fold(c.b), c.same) << c.a << " / " << c.b;
+}
+
+// The index's columns are filled in SQL, with shortcuts for plain ASCII words: they must hold each
+// word as lower(), fold() and koelnerPhonetik() give it.
+TEST(SearchWordColumnTest, ColumnsHoldEachWordAsTheRoutinesGiveIt) {
+    const char* texts[] = {"Bäckerei MEYER, Hauptstraße 5",
+                           "AEUSSERE Ueberseestr. 12a",
+                           "Queen-Mary-Weg;Oevelgoenne",
+                           "Dvořák & Söhne GmbH",
+                           "  ",
+                           "Christoph Xaver Huhn 25704 Meldorf"};
+    for (const char* t : texts) {
+        std::string exact, folded, sound;
+        for (const auto& w : search::wordsOf(t)) {
+            exact += store::german::lower(w) + " ";
+            folded += search::fold(w) + " ";
+            if (const auto code = search::koelnerPhonetik(w); !code.empty()) sound += code + " ";
+        }
+        EXPECT_EQ(search::wordColumn(t, search::WordForm::Exact), exact) << t;
+        EXPECT_EQ(search::wordColumn(t, search::WordForm::Folded), folded) << t;
+        EXPECT_EQ(search::wordColumn(t, search::WordForm::Sound), sound) << t;
+    }
 }
 
 std::string business(const std::string& nr, const std::string& name, const std::string& street,
