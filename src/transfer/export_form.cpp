@@ -3,6 +3,8 @@
 #include <cstdio>
 
 #include "core/version.h"
+#include "store/connection.h"
+#include "store/jet_sql.h"
 
 namespace tolma::transfer {
 namespace {
@@ -71,7 +73,16 @@ VerwaltungsblockForm Frm_Verwaltungsblock_Load(core::Globals& g) {
             f.Text1[10].text = "keine Sätze vorhanden!";
             f.Text1_10_red = true;
         }
-        f.Check1[0].visible = g.db_daten.OpenRecordset(kKeyQuery).RecordCount() > 0;
+        // Whether the key query has a row at all: the first business with a key tells, where
+        // the query itself sorts every business by its key.
+        const auto connection = g.db_daten.connection();
+        const auto any = connection->prepare(
+            "SELECT EXISTS (" +
+            store::jet::translate("SELECT betrieb.schluesselfeld FROM betrieb WHERE "
+                                  "(betrieb.schluesselfeld<>'')",
+                                  &connection->catalog()) +
+            ")");
+        f.Check1[0].visible = any->step() && any->column(0).toInteger() != 0;
     } catch (const std::exception&) {
         f.Text1[10].text = "keine Sätze vorhanden!";
         f.Text1_10_red = true;
