@@ -142,18 +142,25 @@ void KeyedScan::seek(const std::vector<std::string>& key) {
 
 void KeyedScan::advance() {
     haveAhead_ = st_->step();
+    if (!haveAhead_) return;
+    // The key of the row ahead is read once; the walk compares it with a key or two.
+    sqlite3_stmt* h = st_->handle();
+    aheadKey_.resize(keyIndex_.size());
+    aheadNull_.resize(keyIndex_.size());
+    for (size_t i = 0; i < keyIndex_.size(); ++i) {
+        const int col = static_cast<int>(keyIndex_[i]);
+        aheadNull_[i] = sqlite3_column_type(h, col) == SQLITE_NULL;
+        if (aheadNull_[i]) continue;
+        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(h, col));
+        aheadKey_[i].assign(text, static_cast<size_t>(sqlite3_column_bytes(h, col)));
+    }
 }
 
 // The statement's row against a key, column by column; a null sorts first and equals nothing.
 int KeyedScan::compareAhead(const std::vector<std::string>& key) const {
     for (size_t i = 0; i < key.size(); ++i) {
-        sqlite3_stmt* h = st_->handle();
-        const int col = static_cast<int>(keyIndex_[i]);
-        if (sqlite3_column_type(h, col) == SQLITE_NULL) return -1;
-        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(h, col));
-        const int r = compare_[i](
-            std::string_view(text, static_cast<size_t>(sqlite3_column_bytes(h, col))), key[i]);
-        if (r != 0) return r;
+        if (aheadNull_[i]) return -1;
+        if (const int r = compare_[i](aheadKey_[i], key[i]); r != 0) return r;
     }
     return 0;
 }

@@ -95,6 +95,8 @@ class KeyedScan {
     bool haveAhead_ = false;   // the statement's current row, not yet handed out
     bool haveLast_ = false;
     std::vector<std::string> last_;
+    std::vector<std::string> aheadKey_;  // the key of the row ahead
+    std::vector<bool> aheadNull_;
     std::vector<Row> group_;
     size_t groupSize_ = 0;
 };
