@@ -18,6 +18,7 @@
 #include "ui/data_control_widget.h"
 #include "ui/pictures.h"
 #include "ui/record_view_layout.h"
+#include "ui/value_box.h"
 
 namespace tolma::ui {
 namespace {
@@ -43,12 +44,11 @@ const std::string* stateBox(core::Globals& g, const std::string& name) {
 }
 
 void setText(QWidget* w, const QString& text) {
-    if (auto* line = qobject_cast<QLineEdit*>(w)) {
-        if (line->text() != text) {
-            line->setText(text);
-            line->setCursorPosition(0);
-        }
-    } else if (auto* plain = qobject_cast<QPlainTextEdit*>(w)) {
+    if (auto* line = qobject_cast<ValueBox*>(w))
+        line->setValue(text);
+    else if (auto* wrapping = qobject_cast<WrappingBox*>(w))
+        wrapping->setValue(text);
+    else if (auto* plain = qobject_cast<QPlainTextEdit*>(w)) {
         if (plain->toPlainText() != text) plain->setPlainText(text);
     }
 }
@@ -143,20 +143,27 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
 
 void RecordView::addField(QGridLayout* grid, int& row, int& column, int columns, const void* raw) {
     const auto& def = *static_cast<const layout::FieldDef*>(raw);
+    const QString toolTip = def.toolTip ? QString::fromUtf8(def.toolTip) : QString();
+    const bool memo = def.lines == layout::Lines::memo;
     QWidget* box;
-    if (def.multiLine) {
+    if (memo) {
         auto* plain = new QPlainTextEdit(this);
         plain->setReadOnly(true);
         plain->setMaximumHeight(90);
+        plain->setToolTip(toolTip);
         box = plain;
+    } else if (def.lines == layout::Lines::two) {
+        auto* wrapping = new WrappingBox(2, this);
+        wrapping->setMinimumWidth(70);
+        wrapping->setOwnToolTip(toolTip);
+        box = wrapping;
     } else {
-        auto* line = new QLineEdit(this);
-        line->setReadOnly(true);
+        auto* line = new ValueBox(this);
         line->setMinimumWidth(70);
+        line->setOwnToolTip(toolTip);
         box = line;
     }
     box->setObjectName(def.name);
-    if (def.toolTip) box->setToolTip(QString::fromUtf8(def.toolTip));
     Binding b{box, def.control ? controlByName(g_, def.control) : nullptr, def.field};
     if (!def.control) b.text = stateBox(g_, def.field);
     bindings_.push_back(b);
@@ -165,7 +172,7 @@ void RecordView::addField(QGridLayout* grid, int& row, int& column, int columns,
         return;
     }
     const QString caption = QString::fromUtf8(def.label);
-    if (def.multiLine && caption.isEmpty()) {
+    if (memo && caption.isEmpty()) {
         grid->addWidget(box, row++, 0, 1, columns * 2);
         column = 0;
         return;
@@ -174,7 +181,7 @@ void RecordView::addField(QGridLayout* grid, int& row, int& column, int columns,
     label->setBuddy(box);
     grid->addWidget(label, row, column * 2, Qt::AlignRight);
     grid->addWidget(box, row, column * 2 + 1);
-    if (def.multiLine) {
+    if (memo) {
         grid->addWidget(box, row, column * 2 + 1, 1, columns * 2 - column * 2 - 1);
         ++row;
         column = 0;
@@ -212,7 +219,8 @@ QGroupBox* RecordView::buildFrame(const FrameBuild& build) {
         connect(button, &QPushButton::clicked, this, &RecordView::personenAnzeigen);
         grid->addWidget(button, row++, 0, 1, columns * 2, Qt::AlignRight);
     }
-    for (int c = 1; c < columns * 2; c += 2) grid->setColumnStretch(c, 1);
+    // The box columns take no stretch factor: a stretched column ignores the width its boxes ask
+    // for, and a long value would be cut while a short one stands in a wide box.
     // A frame stretched to the height of its neighbour keeps its rows together at the top.
     grid->setRowStretch(row, 1);
     return frame;

@@ -6,6 +6,10 @@
 // The record view's tabs, frames and fields as data: the form is built from these tables.
 namespace tolma::ui::layout {
 
+// How many lines a box shows: one; two, into which a long value wraps; or as many as its frame
+// gives a memo.
+enum class Lines { one, two, memo };
+
 // A text box: bound to a field of a data control, or filled by code from the view's state.
 struct FieldDef {
     const char* name;     // objectName, the system's control name with "_" before the index
@@ -13,7 +17,7 @@ struct FieldDef {
     const char* field;    // bound field, or the state's box for code-filled ones
     const char* label;    // caption beside it; nullptr for a hidden raw-code box
     const char* toolTip = nullptr;
-    bool multiLine = false;
+    Lines lines = Lines::one;
 };
 
 struct FrameDef {
