@@ -11,7 +11,10 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScreen>
+#include <QScrollBar>
 #include <QSpinBox>
+#include <QStyle>
+#include <QStyleOptionFrame>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTableWidget>
@@ -66,6 +69,39 @@ class MainWindowTest : public QObject {
     QString text(const char* name) {
         auto* box = window->findChild<QLineEdit*>(name);
         return box ? box->text() : QString("<fehlt: %1>").arg(name);
+    }
+
+    // The boxes of the record view that cut their values, on every tab of a business, and the
+    // tabs that need a scroll bar. A box that cuts its value must carry it in its tooltip.
+    QStringList boxesCuttingTheirValues(const char* betrNr) {
+        tolma::browse::DB_Load_DATA(*g, "01054056", betrNr, "1", "");
+        window->refreshFromCore();
+        auto* tabs = window->findChild<QTabWidget*>("SSTab1");
+        QStringList cut;
+        const auto cuts = [&](QWidget* box, const QString& value, bool whole) {
+            if (!box->isVisible() || whole) return;
+            cut << box->objectName();
+            if (!box->toolTip().contains(value))
+                cut << box->objectName() + " ohne Tooltip: " + value;
+        };
+        for (int tab = 0; tab < tabs->count(); ++tab) {
+            tabs->setCurrentIndex(tab);
+            QCoreApplication::processEvents();
+            if (window->recordView()->missingRoom().height() > 0)
+                cut << QString("Karte %1 rollt").arg(tab);
+            for (auto* box : window->recordView()->findChildren<QLineEdit*>()) {
+                QStyleOptionFrame option;
+                option.initFrom(box);
+                option.lineWidth = box->hasFrame() ? 1 : 0;
+                const QRect room =
+                    box->style()->subElementRect(QStyle::SE_LineEditContents, &option, box);
+                cuts(box, box->text(),
+                     box->fontMetrics().horizontalAdvance(box->text()) <= room.width() - 4);
+            }
+            for (auto* box : window->recordView()->findChildren<QPlainTextEdit*>())
+                cuts(box, box->toPlainText(), box->verticalScrollBar()->maximum() == 0);
+        }
+        return cut;
     }
 
   public slots:
@@ -348,6 +384,26 @@ class MainWindowTest : public QObject {
             QVERIFY(kept != designed);  // it grew where room was missing
         window->resize(designed);
         QCOMPARE(window->size(), kept);  // and keeps that size
+    }
+
+    void aLongValueStandsWholeInItsBoxOrElseInItsTooltip() {
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        window->fitRecordView();
+        g->startView.Image2Visible = false;
+        g->startView.SSTab1Visible = true;
+        g->startView.Frame_UeberschriftVisible = true;
+        if (window->screen()->availableGeometry().size() != QSize(1024, 768))
+            QSKIP("Die Breiten gelten für einen Bildschirm von 1024×768 Pixeln.");
+        // A limited company with a craft card and a legal person at its head: its legal forms,
+        // the craft card's kind (in two lines) and authority all stand whole.
+        QCOMPARE(boxesCuttingTheirValues("010540001074"), QStringList());
+        QCOMPARE(window->findChild<QPlainTextEdit*>("TextBetrHwk_126")->toPlainText(),
+                 QString("Eintragung in die Handwerksrolle (Maurer und Betonbauer)"));
+        // An estate agent's permit and its authorities are longer than their boxes, which stand
+        // half a row wide: their values stand in the tooltips.
+        QCOMPARE(boxesCuttingTheirValues("010540001222"),
+                 QStringList({"TextBetrErl_2", "TextBetrErl_4", "TextPErl_62"}));
     }
 
     void evaluationShowsTableAndChartAndOpensTheBusinessesOfANumber() {
