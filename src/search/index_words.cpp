@@ -79,7 +79,10 @@ void wordsFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
         sqlite3_result_error(ctx, "tolma_such_worte: unbekannte Form", -1);
         return;
     }
+    size_t size = 0;
+    for (int i = 1; i < argc; ++i) size += static_cast<size_t>(sqlite3_value_bytes(argv[i])) + 1;
     std::string out;
+    out.reserve(size + size / 4);  // a word folded or by sound is no longer than as written
     for (int i = 1; i < argc; ++i) {
         const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(argv[i]));
         if (!text) continue;

@@ -22,8 +22,18 @@ char extendedBase(unsigned char lead, unsigned char next) {
 // The letters of a word in capitals, umlauts and accents on their base letter, ß as S; other
 // characters become a blank, which parts the word.
 std::string baseLetters(std::string_view word) {
-    const std::string lower = store::german::lower(word);
     std::string out;
+    bool ascii = true;
+    for (char c : word) ascii = ascii && static_cast<unsigned char>(c) < 0x80;
+    if (ascii) {  // most words: no umlaut, no accent, nothing to look up
+        out.reserve(word.size());
+        for (char c : word)
+            out += c >= 'a' && c <= 'z'   ? static_cast<char>(c - 32)
+                   : c >= 'A' && c <= 'Z' ? c
+                                          : ' ';
+        return out;
+    }
+    const std::string lower = store::german::lower(word);
     for (size_t i = 0; i < lower.size(); ++i) {
         const auto c = static_cast<unsigned char>(lower[i]);
         if (c >= 'a' && c <= 'z') {

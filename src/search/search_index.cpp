@@ -22,19 +22,41 @@ std::string text(store::Statement& st, int i) {
 // of their numbers, so that of many hits the current businesses come first.
 constexpr long long kRemoved = 1LL << 40;
 
+// The rows of the index with what a hit shows beside their words, so that a query reads nothing
+// else; the full-text index over them keeps no copy of its own (an external content table), and
+// the rows of a business are found by its number.
 void createIndex(store::Connection& c) {
-    // Which index rows belong to a business: the index cannot look up its unindexed columns.
     c.execute(
-        "CREATE TABLE IF NOT EXISTS tolma_suchindex_zeilen (zeile INTEGER PRIMARY KEY, betr_nr "
-        "TEXT)");
+        "CREATE TABLE IF NOT EXISTS tolma_suchzeilen (zeile INTEGER PRIMARY KEY, art TEXT, "
+        "betr_nr TEXT, hist TEXT, pers_nr TEXT, name TEXT, strasse TEXT, ort TEXT, gem_kz TEXT, "
+        "exakt TEXT, gefaltet TEXT, klang TEXT)");
+    c.execute("CREATE INDEX IF NOT EXISTS tolma_suchzeilen_nr ON tolma_suchzeilen (betr_nr)");
     c.execute(
-        "CREATE INDEX IF NOT EXISTS tolma_suchindex_zeilen_nr ON tolma_suchindex_zeilen (betr_nr)");
-    // What a hit shows is kept beside its words, so that a query reads nothing else.
-    c.execute(
-        "CREATE VIRTUAL TABLE IF NOT EXISTS tolma_suchindex USING fts5(art UNINDEXED, betr_nr "
+        "CREATE VIRTUAL TABLE IF NOT EXISTS tolma_suchworte USING fts5(art UNINDEXED, betr_nr "
         "UNINDEXED, hist UNINDEXED, pers_nr UNINDEXED, name UNINDEXED, strasse UNINDEXED, ort "
         "UNINDEXED, gem_kz UNINDEXED, exakt, gefaltet, klang, tokenize = 'unicode61 "
-        "remove_diacritics 0')");
+        "remove_diacritics 0', content = 'tolma_suchzeilen', content_rowid = 'zeile', "
+        "columnsize = 0)");
+}
+
+bool tableExists(store::Connection& c, const char* name) {
+    auto st = c.prepare("SELECT 1 FROM sqlite_master WHERE name = ?1");
+    st->bind(1, Variant(name));
+    return st->step();
+}
+
+// The index of an earlier form, which kept a copy of its rows, under names of its own. It goes
+// where no recordset of the program reads the store; otherwise it is emptied.
+void dropEarlierIndex(store::Connection& c) {
+    if (!tableExists(c, "tolma_suchindex")) return;
+    try {
+        c.execute("DROP TABLE tolma_suchindex");
+        c.execute("DROP TABLE IF EXISTS tolma_suchindex_zeilen");
+    } catch (const std::exception&) {
+        c.execute("DELETE FROM tolma_suchindex");
+        if (tableExists(c, "tolma_suchindex_zeilen"))
+            c.execute("DELETE FROM tolma_suchindex_zeilen");
+    }
 }
 
 // The first free row number for a current or a removed business.
@@ -42,8 +64,8 @@ struct RowNumbers {
     long long current = 1, removed = kRemoved;
     explicit RowNumbers(store::Connection& c) {
         auto st = c.prepare(
-            "SELECT (SELECT max(zeile) FROM tolma_suchindex_zeilen WHERE zeile < ?1), (SELECT "
-            "max(zeile) FROM tolma_suchindex_zeilen WHERE zeile >= ?1)");
+            "SELECT (SELECT max(zeile) FROM tolma_suchzeilen WHERE zeile < ?1), (SELECT "
+            "max(zeile) FROM tolma_suchzeilen WHERE zeile >= ?1)");
         st->bind(1, Variant(kRemoved));
         if (st->step()) {
             if (!st->column(0).isNull()) current = st->column(0).toInteger() + 1;
@@ -99,26 +121,29 @@ std::string rowsOf(bool removed, bool chosenOnly) {
 }
 
 // Writes the index rows of the current, then of the removed business states (all, or those
-// chosen), numbered on from the free row numbers in the order rowsOf() gives them.
-void insertRows(store::Connection& c, bool chosenOnly) {
+// chosen), numbered on from the free row numbers in the order rowsOf() gives them; with `index`
+// their words also go into the full-text index.
+void insertRows(store::Connection& c, bool chosenOnly, bool index) {
     registerWordFunction(c);
     const RowNumbers numbers(c);
     for (const bool removed : {false, true}) {
         const long long first = removed ? numbers.removed : numbers.current;
         auto insert = c.prepare(
-            "INSERT INTO tolma_suchindex (rowid, art, betr_nr, hist, pers_nr, name, strasse, ort, "
-            "gem_kz, exakt, gefaltet, klang) SELECT ?1 - 1 + row_number() OVER (), art, nr, hist, "
-            "pers_nr, name, strasse, ort, gem_kz, tolma_such_worte(0, vorn, texte, nachn), "
-            "tolma_such_worte(1, vorn, texte, nachn), tolma_such_worte(2, vorn, nachn) FROM (" +
+            "INSERT INTO tolma_suchzeilen (zeile, art, betr_nr, hist, pers_nr, name, "
+            "strasse, ort, gem_kz, exakt, gefaltet, klang) SELECT ?1 - 1 + row_number() OVER (), "
+            "art, nr, hist, pers_nr, name, strasse, ort, gem_kz, tolma_such_worte(0, vorn, texte, "
+            "nachn), tolma_such_worte(1, vorn, texte, nachn), tolma_such_worte(2, vorn, nachn) "
+            "FROM (" +
             rowsOf(removed, chosenOnly) + ")");
         insert->bind(1, Variant(first));
         insert->step();
-        auto rows = c.prepare(
-            "INSERT INTO tolma_suchindex_zeilen SELECT rowid, betr_nr FROM tolma_suchindex WHERE "
-            "rowid >= ?1 AND rowid < ?2");
-        rows->bind(1, Variant(first));
-        rows->bind(2, Variant(removed ? std::numeric_limits<long long>::max() : kRemoved));
-        rows->step();
+        if (!index) continue;
+        auto words = c.prepare(
+            "INSERT INTO tolma_suchworte (rowid, exakt, gefaltet, klang) SELECT zeile, exakt, "
+            "gefaltet, klang FROM tolma_suchzeilen WHERE zeile >= ?1 AND zeile < ?2");
+        words->bind(1, Variant(first));
+        words->bind(2, Variant(removed ? std::numeric_limits<long long>::max() : kRemoved));
+        words->step();
     }
 }
 
@@ -132,23 +157,24 @@ std::string phrase(const std::string& w) {
 }  // namespace
 
 bool hasIndex(store::Connection& c) {
-    auto st = c.prepare("SELECT 1 FROM sqlite_master WHERE name = 'tolma_suchindex'");
-    return st->step();
+    return tableExists(c, "tolma_suchworte");
 }
 
 void buildIndex(store::Connection& c, const std::function<void(long, long)>& progress) {
     c.execute("BEGIN");
     try {
-        // Emptied rather than dropped: a table cannot go while the program's recordsets read.
+        dropEarlierIndex(c);
         createIndex(c);
-        c.execute("DELETE FROM tolma_suchindex");
-        c.execute("DELETE FROM tolma_suchindex_zeilen");
+        // Emptied rather than dropped: a table cannot go while the program's recordsets read.
+        c.execute("DELETE FROM tolma_suchzeilen");
         auto count = c.prepare("SELECT count(*) FROM betrieb");
         count->step();
         const long total = static_cast<long>(count->column(0).toInteger());
         count.reset();
         if (progress) progress(0, total);
-        insertRows(c, false);
+        insertRows(c, false, false);
+        // The full-text index anew from all rows at once.
+        c.execute("INSERT INTO tolma_suchworte (tolma_suchworte) VALUES ('rebuild')");
         if (progress) progress(total, total);
         c.execute("COMMIT");
     } catch (...) {
@@ -186,13 +212,14 @@ void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs)
                   "beziehung_betrieb_person o ON o.[bez-pers-nr] = b.[bez-pers-nr] WHERE "
                   "b.[bez-betr-nr] IN (SELECT nr FROM " +
                   kChosen + ") AND o.[bez-betr-nr] IS NOT NULL");
-        c.execute(std::string("DELETE FROM tolma_suchindex WHERE rowid IN (SELECT zeile FROM "
-                              "tolma_suchindex_zeilen WHERE betr_nr IN (SELECT nr FROM ") +
-                  kChosen + "))");
-        c.execute(
-            std::string("DELETE FROM tolma_suchindex_zeilen WHERE betr_nr IN (SELECT nr FROM ") +
-            kChosen + ")");
-        insertRows(c, true);
+        // The index keeps no copy of the words: it is told which words a row had when it goes.
+        c.execute(std::string("INSERT INTO tolma_suchworte (tolma_suchworte, rowid, exakt, "
+                              "gefaltet, klang) SELECT 'delete', zeile, exakt, gefaltet, klang "
+                              "FROM tolma_suchzeilen WHERE betr_nr IN (SELECT nr FROM ") +
+                  kChosen + ")");
+        c.execute(std::string("DELETE FROM tolma_suchzeilen WHERE betr_nr IN (SELECT nr FROM ") +
+                  kChosen + ")");
+        insertRows(c, true, true);
         c.execute(std::string("DELETE FROM ") + kChosen);
         c.execute("COMMIT");
     } catch (...) {
@@ -221,7 +248,7 @@ std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind,
     }
     std::string sql =
         "SELECT rowid, art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, exakt, gefaltet, "
-        "klang FROM tolma_suchindex WHERE tolma_suchindex MATCH ?1";
+        "klang FROM tolma_suchworte WHERE tolma_suchworte MATCH ?1";
     if (kind == Kind::Businesses) sql += " AND art = 'B'";
     if (kind == Kind::Persons) sql += " AND art = 'P'";
     auto st = c.prepare(sql + " LIMIT 2000");

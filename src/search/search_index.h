@@ -11,7 +11,8 @@ class Connection;
 // One search across businesses and persons, through a full-text index of the data store
 // (SQLite FTS5) that holds every word three ways: as written (without regard to case), folded
 // (ä/ae/a, ß/ss, accents) and, for names, by sound (Kölner Phonetik), beside what a hit shows.
-// The index is a table of its own, "tolma_suchindex"; no routine of the system reads it.
+// The index is two tables of its own, "tolma_suchzeilen" and "tolma_suchworte"; no routine of the
+// system reads them.
 namespace tolma::search {
 
 enum class Kind { Both, Businesses, Persons };

@@ -195,5 +195,45 @@ TEST(SearchTest, TheIndexFollowsImportReplaceTakingBackAndRebuild) {
     EXPECT_EQ(f.names("Meyer"), std::vector<std::string>{"Bäckerei Meyer"});
 }
 
+TEST(SearchTest, TheIndexOfTheEarlierFormIsLetGoWhenTheIndexIsBuilt) {
+    SearchFixture f;
+    TmlFile first;
+    first.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer")};
+    ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
+    f.c().execute("CREATE VIRTUAL TABLE tolma_suchindex USING fts5(name UNINDEXED, exakt)");
+    f.c().execute("INSERT INTO tolma_suchindex VALUES ('Bäckerei Meyer', 'bäckerei meyer')");
+    EXPECT_FALSE(search::hasIndex(f.c()));
+    EXPECT_EQ(f.names("Meyer"), std::vector<std::string>{"Bäckerei Meyer"});
+    // Dropped, or emptied while the program's recordsets read the store.
+    if (!f.rows("SELECT 1 FROM sqlite_master WHERE name = 'tolma_suchindex'").empty()) {
+        EXPECT_EQ(f.rows("SELECT count(*) FROM tolma_suchindex"), std::vector<std::string>{"0"});
+    }
+}
+
+TEST(SearchTest, AnImportOfAFewBusinessesWritesOnlyTheirRowsAnew) {
+    SearchFixture f;
+    TmlFile first;
+    first.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer"),
+                      business("1002", "Müller Transporte", "Am Hafen 1", "Müller"),
+                      business("1003", "Maier Bau", "Hauptstraße 9", "Maier", "20200101"),
+                      business("1004", "Fischhandel Peters", "Hafenweg 2", "Peters"),
+                      business("1005", "Muller Kiosk", "Meyerstraße 3", "Muller")};
+    ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
+    search::buildIndex(f.c());
+    TmlFile second;
+    second.betriebe = {business("1002", "Müller Spedition", "Am Hafen 1", "Müller")};
+    ASSERT_EQ(f.import(second), transfer::ImportOutcome::Finished);
+    EXPECT_TRUE(f.names("Transporte").empty());
+    EXPECT_EQ(f.names("Spedition"), std::vector<std::string>{"Müller Spedition"});
+    EXPECT_EQ(f.names("Mueller"), (std::vector<std::string>{"Muller Kiosk", "Müller Spedition"}));
+    EXPECT_EQ(f.names("Husum"),
+              (std::vector<std::string>{"Bäckerei Meyer", "Fischhandel Peters", "Muller Kiosk",
+                                        "Müller Spedition", "Maier Bau"}));
+    EXPECT_EQ(f.names("Spedition", search::Kind::Persons), std::vector<std::string>{"Müller"});
+    // The full-text index agrees with its rows: no word of a replaced row is left behind.
+    EXPECT_NO_THROW(f.c().execute(
+        "INSERT INTO tolma_suchworte (tolma_suchworte, rank) VALUES ('integrity-check', 1)"));
+}
+
 }  // namespace
 }  // namespace tolma::test
