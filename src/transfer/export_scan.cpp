@@ -15,8 +15,10 @@ namespace tolma::transfer {
 namespace {
 
 // A walk that is this many rows behind the asked key seeks instead of reading on: a per-key
-// export of a few scattered businesses must not read the whole table.
-constexpr int kNearRows = 32;
+// export of a few scattered businesses must not read the whole table. Stepping over a row
+// reads the whole row, so a seek pays already for two: in a per-key export of 42 keys, 32
+// rows took 22 s, 4 rows 13.7 s, 1 row 11.6 s; the export of all rows is not affected.
+constexpr int kNearRows = 1;
 
 // SQLite's own collations, as it compares: bytes; ASCII letters folded; trailing blanks ignored.
 int binaryCompare(std::string_view a, std::string_view b) {
