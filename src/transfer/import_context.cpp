@@ -113,9 +113,14 @@ unsigned ImportContext::personTables(const std::string& persNr) {
 }
 
 bool ImportContext::isDateField(const std::string& fieldName) {
-    auto [it, added] = dateFields_.try_emplace(&fieldName, false);
-    if (added) it->second = model::isDateField(fieldName);
-    return it->second;
+    // Keyed by where the recordset keeps the name; a store opened anew may put another field's
+    // name there, so the name itself is compared too.
+    auto& [name, date] = dateFields_[&fieldName];
+    if (name != fieldName) {
+        name = fieldName;
+        date = model::isDateField(fieldName);
+    }
+    return date;
 }
 
 void ImportContext::noteBusiness(const std::string& betrNr) {

@@ -81,7 +81,7 @@ struct ImportContext {
     void loadKeys();
     bool keysLoaded_ = false, keysMissing_ = false;
     KeyTables businesses_, persons_;
-    std::unordered_map<const std::string*, bool> dateFields_;  // by the field's name in its set
+    std::unordered_map<const std::string*, std::pair<std::string, bool>> dateFields_;
 };
 
 }  // namespace tolma::transfer
