@@ -83,7 +83,8 @@ std::vector<TableDef> makeData() {
           text("b-reg-datum", kDate),
           text("schluesselfeld", 50),
           text("bearb-status", 1)},
-         {{"betr-nr", "betr-hist-nr"}}},
+         {{"betr-nr", "betr-hist-nr"}},
+         {"gem-kz", "b-eintr-name"}},
         {"betrieb_adresse",
          {text("betr-nr", kKey),          text("betr-hist-nr", kHistNr),
           text("b-adr-art", kCode),       text("b-adr-art-text", kName),
@@ -96,7 +97,8 @@ std::vector<TableDef> makeData() {
           text("b-tel-nr", kPhone),       text("b-fax-vw", kPhone),
           text("b-fax-nr", kPhone),       text("b-email", kName),
           text("b-homepage", kName)},
-         {{"betr-nr", "betr-hist-nr"}}},
+         {{"betr-nr", "betr-hist-nr"}},
+         {"b-ort", "b-strasse"}},
         {"betrieb_taetigkeit",
          {text("betr-nr", kKey), text("betr-hist-nr", kHistNr), text("tk-schl", kCode),
           memo("tk-originaltext"), text("tk_hwk_id", kShort), text("tk-beginn", kDate),
@@ -163,7 +165,8 @@ std::vector<TableDef> makeData() {
           text("p-reg-ort", kName),
           text("p-eintr-nr", kPhone),
           text("p-reg-datum", kDate)},
-         {{"pers-nr"}}},
+         {{"pers-nr"}},
+         {"p-eintr-name", "fam-name"}},
         {"person_staatsang",
          {text("pers-nr", kKey), text("staat-schl", kCode), text("staat-text", kName)},
          {{"pers-nr"}}},
@@ -261,6 +264,9 @@ std::vector<std::string> createIndexSql(const TableDef& table) {
         }
         out.push_back("CREATE INDEX [" + name + "] ON [" + table.name + "] (" + cols + ")");
     }
+    for (const auto& field : table.prefixIndexes)
+        out.push_back("CREATE INDEX [idx_" + identifierPart(table.name) + "_lower_" +
+                      identifierPart(field) + "] ON [" + table.name + "] (lower([" + field + "]))");
     return out;
 }
 

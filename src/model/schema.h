@@ -20,6 +20,9 @@ struct TableDef {
     std::string name;
     std::vector<FieldDef> fields;
     std::vector<std::vector<std::string>> indexes;  // fields that criteria and joins use
+    // Text fields that the lists search by their beginning: indexed by lower() of them, which
+    // leaves the field's comparisons and sorting as they are.
+    std::vector<std::string> prefixIndexes = {};
 
     const FieldDef* field(std::string_view fieldName) const;
 };
