@@ -114,6 +114,10 @@ int compare(std::string_view a, std::string_view b) {
     return 0;
 }
 
+std::u32string primary(std::string_view text) {
+    return keyOf(text).primary;
+}
+
 std::string upper(std::string_view text) {
     std::string out;
     out.reserve(text.size());

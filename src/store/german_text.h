@@ -11,6 +11,11 @@ namespace tolma::store::german {
 // <0, 0 or >0, as a collation answers; both texts UTF-8.
 int compare(std::string_view a, std::string_view b);
 
+// The letters compare() weighs first, marks dropped and ß as ss: texts in compare()'s order
+// have their primary letters in order too, and a text that begins with another, case aside,
+// has primary letters that begin with the other's.
+std::u32string primary(std::string_view text);
+
 // Upper and lower case of a UTF-8 text, Latin-1 letters included ("müller" → "MÜLLER").
 std::string upper(std::string_view text);
 std::string lower(std::string_view text);

@@ -8,6 +8,24 @@
 #include "store/dao_error.h"
 
 namespace tolma::store {
+namespace {
+
+// Whether SQLite reads a query by a whole table or index rather than by looking up a part of
+// it: such a query gives as many rows as the store holds, or a few from a small table.
+bool scansWholeTable(Connection& conn, const std::string& sql) {
+    try {
+        auto plan = conn.prepare("EXPLAIN QUERY PLAN " + sql);
+        while (plan->step()) {
+            if (plan->column(1).toInteger() != 0) continue;  // a loop inside another
+            return plan->column(3).toString().rfind("SCAN", 0) == 0;
+        }
+    } catch (const DaoError&) {
+        // An ORDER BY by an alias: the keys are read with the select list anyway.
+    }
+    return false;
+}
+
+}  // namespace
 
 struct QueryPlan {
     std::shared_ptr<const jet::Shape> shape;  // kept alive, so that its address stays its own
@@ -18,6 +36,9 @@ struct QueryPlan {
     std::string fetchSql, rowsSql;
     Statement* fetch = nullptr;
     Statement* rows = nullptr;
+    // Whether the query may give many rows: then its keys are read alone, since reading the
+    // first rows whole with them would read every row whole to sort them.
+    bool manyRows = false;
 };
 
 KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string source,
@@ -51,6 +72,7 @@ KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string s
                         (made->whereClause.empty() ? "" : " WHERE " + made->whereClause) +
                         orderBy() + " LIMIT " + std::to_string(kPrefetchRows + 1);
         made->rows = &conn->cached(made->rowsSql);
+        made->manyRows = scansWholeTable(*conn, keysetSql());
         memo = made;
     }
     plan = std::static_pointer_cast<const QueryPlan>(memo);
@@ -66,9 +88,24 @@ KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string s
     moveToIndex(origCount > 0 ? 0 : -1);
 }
 
+const std::vector<jet::TableRef>& KeysetCursor::tables() const {
+    return plan->tables;
+}
+
+const std::string& KeysetCursor::orderClause() const {
+    return plan->orderClause;
+}
+
 void KeysetCursor::readKeys() {
     // Most queries give a few rows: read them whole with their keys in one statement, and
-    // fall back to a keyset of their keys alone when there are more.
+    // fall back to a keyset of their keys alone when there are more. A query over a whole
+    // table (a list) reads its keys alone at once.
+    if (!plan->manyRows && readFirstRows()) return;
+    readKeyset();
+    keysState = storeState();
+}
+
+bool KeysetCursor::readFirstRows() {
     Statement& first = *plan->rows;
     first.reset();
     bindParams(first);
@@ -83,10 +120,13 @@ void KeysetCursor::readKeys() {
     first.reset();
     if (prefetched.size() <= kPrefetchRows) {
         keys = std::move(firstKeys);
-        return;
+        return true;
     }
     prefetched.clear();
+    return false;
+}
 
+void KeysetCursor::readKeyset() {
     Statement* keyset = nullptr;
     std::unique_ptr<Statement> fallback;
     try {
@@ -148,6 +188,7 @@ void KeysetCursor::removed() {
     keys.erase(keys.begin() + index);
     if (index < origCount) --origCount;
     keyIndexValid = false;
+    positions.clear();
 }
 
 std::string KeysetCursor::keyString(const long long* k) const {
@@ -164,6 +205,7 @@ void KeysetCursor::buildKeyIndex() {
 }
 
 std::optional<long> KeysetCursor::findIndex(const std::string& criteria, long after) {
+    if (auto typed = findTyped(criteria, after)) return *typed;
     const std::string crit = jet::translate(criteria, &conn->catalog());
     // A condition on one table's columns is run on that table alone, and the first row of
     // the recordset's order whose row of that table matched is the answer.

@@ -31,7 +31,11 @@ class KeysetCursor : public IndexedCursor {
     void storedRowsChanged() override { prefetched.clear(); }
 
   private:
+    const std::vector<jet::TableRef>& tables() const;
+    const std::string& orderClause() const;  // the query's own, translated
     void readKeys();
+    bool readFirstRows();  // false: more than kPrefetchRows
+    void readKeyset();
     // The row ids of one row, as parameters after the query's own values.
     std::string keyCondition() const;
     // The order of the rows: the query's own, made total by the row ids.
@@ -41,6 +45,34 @@ class KeysetCursor : public IndexedCursor {
     void buildKeyIndex();
     std::optional<long> findAppended(const std::string& crit, long after);
 
+    // A search as typing makes it: "table.[column] LIKE 'pattern'" on one table of the query.
+    struct TypedSearch {
+        int table = 0;  // among the query's tables
+        std::string column, pattern;
+        std::string beginning;  // the pattern up to its first wildcard
+    };
+    enum class Order { None, GermanUp, GermanDown, NoCaseUp, NoCaseDown };
+    enum class PrefixIndex { None, Column, Lower };
+    // Where the original rows stand, by the row ids of one table (the first place of each).
+    struct Positions {
+        bool valid = false;
+        long long first = 0;
+        std::vector<long> dense;                         // by row id - first, -1: none
+        std::vector<std::pair<long long, long>> sparse;  // sorted by row id
+        long of(long long rowid) const;                  // -1: none
+    };
+    // nullopt: not such a search, or no fast way to it; the plain search answers it.
+    std::optional<std::optional<long>> findTyped(const std::string& criteria, long after);
+    std::optional<TypedSearch> typedSearch(const std::string& criteria);
+    Order leadingOrder(const TypedSearch& s);
+    PrefixIndex prefixIndex(const TypedSearch& s);
+    std::optional<std::optional<long>> findInOrder(const TypedSearch& s, Order order, long after);
+    std::optional<std::optional<long>> findByIndex(const TypedSearch& s, long after);
+    Statement& valueStatement(const TypedSearch& s);
+    std::pair<Variant, bool> valueAt(const TypedSearch& s, long p);
+    const Positions& positionsOf(int table);
+    long long storeState();
+
     std::shared_ptr<const QueryPlan> plan;
     // The row ids of each base table, row after row.
     std::vector<long long> keys;
@@ -49,6 +81,8 @@ class KeysetCursor : public IndexedCursor {
     bool keyIndexValid = false;
     // The rows of a small query, read with their keys at opening: no fetch per row.
     std::vector<std::vector<Variant>> prefetched;
+    std::vector<Positions> positions;  // per table, built when a search first needs them
+    long long keysState = -1;          // storeState() when the keys were read
 };
 
 }  // namespace tolma::store

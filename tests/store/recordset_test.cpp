@@ -1,6 +1,10 @@
 // What the import, the export and the views rely on in a recordset.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <map>
+
+#include "store/connection.h"
 #include "store/dao_error.h"
 #include "test_db.h"
 
@@ -258,6 +262,139 @@ TEST_F(RecordsetTest, LongListOrderedByAnAliasKeepsThatOrderAndFindsAlongIt) {
     ASSERT_FALSE(rs.NoMatch());
     EXPECT_EQ(rs.Fields("nummer").Value().toString(), "6029");
     EXPECT_EQ(rs.AbsolutePosition(), 10);
+}
+
+// Typing in a list's search box is a FindFirst of "table.[column] LIKE 'text*'" on a long list.
+// The engine answers it from an index or by halving the list's order; the row it reaches is the
+// one the plain condition reaches, which the same condition in parentheses still takes.
+class TypedSearchTest : public ::testing::Test {
+  protected:
+    TempDir dir;
+    store::Database db = makeDataStore(dir.path() / "tl_4x_b.mdb");
+
+    void SetUp() override {
+        // Names that German comparison takes as one or tells apart, spread over 400 businesses;
+        // a few rare ones stand far down the list in the order of numbers and of towns.
+        const std::vector<store::Variant> names = {
+            "Müller", "MÜLLER", "müller GmbH", "Mueller", "Muller",        "Mälzer",  "Maier",
+            "Über",   "Ubbo",   "ÜBERSEE",     "Straße",  "Strasse",       "O'Brien", "Ärger",
+            "arm",    "Zander", "zz",          "",        store::Variant()};
+        const std::map<int, const char*> rare = {
+            {300, "MÜHLE"}, {310, "mühle"}, {320, "Muhle"}, {330, "Œuvre"}, {399, "Ébène"}};
+        const char* towns[] = {"Münster", "MÜNCHEN", "Mühlheim", "Berlin", "Musterstadt"};
+        auto& c = *db.connection();
+        c.beginBatch();
+        for (int i = 0; i < 400; ++i) {
+            char nr[16];
+            std::snprintf(nr, sizeof nr, "%012d", i + 1);
+            store::Variant name = names[static_cast<size_t>(i * 7) % names.size()];
+            if (!name.isNull() && i % 3) name = name.toString() + " " + std::to_string(i);
+            if (rare.count(i)) name = rare.at(i);
+            insert(db, "betrieb", {{"betr-nr", nr}, {"betr-hist-nr", "1"}, {"b-eintr-name", name}});
+            insert(db, "betrieb_adresse",
+                   {{"betr-nr", nr},
+                    {"betr-hist-nr", "1"},
+                    {"b-adr-art", "1"},
+                    {"b-ort", i == 350   ? "Überlingen"
+                              : i == 360 ? "ÜBACH"
+                                         : towns[i % 5]}});
+        }
+        // A business with two main addresses stands twice in a list.
+        insert(db, "betrieb_adresse",
+               {{"betr-nr", "000000000301"},
+                {"betr-hist-nr", "1"},
+                {"b-adr-art", "1"},
+                {"b-ort", "Zwickau"}});
+        c.commitBatch();
+    }
+
+    static Recordset list(store::Database& d, const std::string& order) {
+        return d.OpenRecordset(
+            "SELECT betrieb.*, betrieb_adresse.* FROM betrieb INNER JOIN betrieb_adresse ON "
+            "(betrieb.[betr-hist-nr] = betrieb_adresse.[betr-hist-nr]) AND (betrieb.[betr-nr] = "
+            "betrieb_adresse.[betr-nr]) WHERE betrieb_adresse.[b-adr-art] = '1' ORDER BY " +
+            order);
+    }
+    // Where FindFirst from the first row, then FindNext from the middle, lead; -1: no match.
+    static std::pair<long, long> found(Recordset& rs, const std::string& criteria) {
+        rs.MoveFirst();
+        rs.FindFirst(criteria);
+        const long first = rs.NoMatch() ? -1 : rs.AbsolutePosition();
+        rs.setAbsolutePosition(rs.RecordCount() / 2);
+        rs.FindNext(criteria);
+        return {first, rs.NoMatch() ? -1 : rs.AbsolutePosition()};
+    }
+    // Every typed text in every box, in lists in every order: the fast and the plain answer.
+    void expectPlainAnswers(const std::string& why) {
+        // The texts typed into each box, between bars; an empty box searches for any value.
+        const std::pair<const char*, std::string> boxes[] = {
+            {"betrieb.[b-eintr-name]",
+             "|M|m|Mü|MÜ|mü|Mu|Mue|Ma|Mä|Ü|U|über|Str|Straß|Stras|O''|Z|zz|Ärg|Nobody|M*r|M?l|[MZ]|"
+             "müh|MÜH|Muh|œ|Œu|éb|ÉB"},
+            {"betrieb_adresse.[b-ort]", "|Mü|mün|MU|Be|X|üb|ÜBA|Ub"},
+            {"betrieb.[betr-nr]", "0|0000000003|000000000400|9"},
+        };
+        for (const char* order :
+             {"betrieb.[betr-nr]", "betrieb.[b-eintr-name]", "betrieb.[b-eintr-name] DESC",
+              "betrieb_adresse.[b-ort]", "betrieb.[betr-nr] DESC"}) {
+            Recordset rs = list(db, order);
+            ASSERT_EQ(rs.RecordCount(), 401);
+            for (const auto& [column, texts] : boxes)
+                for (size_t from = 0, bar = 0; bar != std::string::npos; from = bar + 1) {
+                    bar = texts.find('|', from);
+                    const std::string crit =
+                        std::string(column) + " LIKE '" + texts.substr(from, bar - from) + "*'";
+                    EXPECT_EQ(found(rs, crit), found(rs, "(" + crit + ")"))
+                        << why << ": " << crit << " in order " << order;
+                }
+        }
+    }
+};
+
+TEST_F(TypedSearchTest, ReachesTheRowThePlainConditionReachesInEveryOrder) {
+    expectPlainAnswers("with the indexes");
+    // Rows changed after the list was read leave the list's order behind; the engine's own
+    // LIKE takes "*" as its wildcard even in a statement of SQLite's language.
+    Recordset rs = list(db, "betrieb.[b-eintr-name]");
+    db.connection()->execute(
+        "UPDATE betrieb SET [b-eintr-name] = 'Aaa' WHERE [b-eintr-name] LIKE 'Ü*'");
+    const auto renamed = found(rs, "betrieb.[b-eintr-name] LIKE 'aa*'");
+    EXPECT_NE(renamed.first, -1);
+    EXPECT_EQ(renamed, found(rs, "(betrieb.[b-eintr-name] LIKE 'aa*')"));
+    // A store of an older build has no index on the names.
+    db.connection()->execute("DROP INDEX idx_betrieb_lower_b_eintr_name");
+    db.connection()->execute("DROP INDEX idx_betrieb_adresse_lower_b_ort");
+    expectPlainAnswers("without the indexes");
+}
+
+TEST_F(TypedSearchTest, UmlautsAndCaseAsTheGermanRulesTellThem) {
+    Recordset rs = list(db, "betrieb.[b-eintr-name]");
+    auto nameAt = [&](const std::string& typed) {
+        rs.MoveFirst();
+        rs.FindFirst("betrieb.[b-eintr-name] LIKE '" + typed + "*'");
+        return rs.NoMatch() ? std::string("-") : rs.Fields("b-eintr-name").Value().toString();
+    };
+    EXPECT_EQ(nameAt("mü"), "MÜHLE");    // ü and Ü are one letter, and "muh" sorts before "mul"
+    EXPECT_EQ(nameAt("Mu"), "Mueller");  // but not u
+    EXPECT_EQ(nameAt("strass"), "Strasse");  // nor ß and ss
+    EXPECT_EQ(nameAt("O''B"), "O'Brien");
+    EXPECT_EQ(nameAt("Nobody"), "-");
+    EXPECT_EQ(rs.AbsolutePosition(), 0);  // no match leaves the row where the search began
+    Recordset byNumber = list(db, "betrieb.[betr-nr]");
+    byNumber.MoveLast();
+    byNumber.FindFirst("betrieb.[betr-nr] LIKE '0000*'");
+    EXPECT_EQ(byNumber.AbsolutePosition(), 0);
+
+    // A row added through a list stands at its end and is found there.
+    Recordset table = db.OpenRecordset("SELECT * FROM betrieb ORDER BY [b-eintr-name]");
+    table.AddNew();
+    table.Fields("betr-nr").setValue("999999999999");
+    table.Fields("b-eintr-name").setValue("Ärgernis");
+    table.Update();
+    table.MoveFirst();
+    table.FindFirst("betrieb.[b-eintr-name] LIKE 'ÄRGERN*'");
+    ASSERT_FALSE(table.NoMatch());
+    EXPECT_EQ(table.AbsolutePosition(), 400);  // behind the 400 businesses
 }
 
 TEST_F(RecordsetTest, MissingTableOrBrokenQueryIsAnError) {
