@@ -213,10 +213,11 @@ void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs)
                   "b.[bez-betr-nr] IN (SELECT nr FROM " +
                   kChosen + ") AND o.[bez-betr-nr] IS NOT NULL");
         // The index keeps no copy of the words: it is told which words a row had when it goes.
+        // In the order of the rows, else it writes out what it holds in memory at every step back.
         c.execute(std::string("INSERT INTO tolma_suchworte (tolma_suchworte, rowid, exakt, "
                               "gefaltet, klang) SELECT 'delete', zeile, exakt, gefaltet, klang "
                               "FROM tolma_suchzeilen WHERE betr_nr IN (SELECT nr FROM ") +
-                  kChosen + ")");
+                  kChosen + ") ORDER BY zeile");
         c.execute(std::string("DELETE FROM tolma_suchzeilen WHERE betr_nr IN (SELECT nr FROM ") +
                   kChosen + ")");
         insertRows(c, true, true);
