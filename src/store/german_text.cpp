@@ -57,33 +57,36 @@ char32_t baseOf(char32_t c) {
     return b == '/' ? 0 : static_cast<char32_t>(b);
 }
 
-// Primary weights (letters without marks, ß as ss) and secondary weights (the marks), for
-// texts that are not plain ASCII.
-struct Key {
-    std::u32string primary;
-    std::vector<char32_t> marks;
-};
+// A text as the letters compare() weighs first (without marks, ß as ss), each with its mark
+// (the marked letter, or 0), read one at a time without building the whole key.
+struct Letters {
+    std::string_view s;
+    size_t i = 0;
+    bool secondS = false;  // the second s of a ß
 
-Key keyOf(std::string_view s) {
-    Key k;
-    k.primary.reserve(s.size());
-    k.marks.reserve(s.size());
-    for (size_t i = 0; i < s.size();) {
-        const char32_t c = lowerOf(next(s, i));
-        if (c == 0xDF) {  // ß
-            k.primary += U"ss";
-            k.marks.push_back(c);
-            k.marks.push_back(c);
-        } else if (const char32_t b = baseOf(c)) {
-            k.primary += b;
-            k.marks.push_back(c);
-        } else {
-            k.primary += c;
-            k.marks.push_back(0);
+    bool next(char32_t& primary, char32_t& mark) {
+        if (secondS) {
+            secondS = false;
+            primary = 's';
+            mark = 0xDF;
+            return true;
         }
+        if (i >= s.size()) return false;
+        const char32_t c = lowerOf(german::next(s, i));
+        if (c == 0xDF) {  // ß
+            secondS = true;
+            primary = 's';
+            mark = c;
+        } else if (const char32_t b = baseOf(c)) {
+            primary = b;
+            mark = c;
+        } else {
+            primary = c;
+            mark = 0;
+        }
+        return true;
     }
-    return k;
-}
+};
 
 bool ascii(std::string_view s) {
     for (unsigned char c : s)
@@ -107,15 +110,24 @@ int asciiCompare(std::string_view a, std::string_view b) {
 int compare(std::string_view a, std::string_view b) {
     // Most values (keys, dates, many names) are plain ASCII: compared without building keys.
     if (ascii(a) && ascii(b)) return asciiCompare(a, b);
-    const Key x = keyOf(a), y = keyOf(b);
-    if (const int c = x.primary.compare(y.primary)) return c < 0 ? -1 : 1;
-    if (x.marks < y.marks) return -1;
-    if (y.marks < x.marks) return 1;
-    return 0;
+    // The letters decide; at equal letters the first mark that differs. Nothing is allocated:
+    // a sort calls this for every pair it weighs.
+    Letters x{a}, y{b};
+    int marks = 0;
+    for (;;) {
+        char32_t px = 0, mx = 0, py = 0, my = 0;
+        const bool hx = x.next(px, mx), hy = y.next(py, my);
+        if (!hx || !hy) return hx == hy ? marks : hx ? 1 : -1;
+        if (px != py) return px < py ? -1 : 1;
+        if (!marks && mx != my) marks = mx < my ? -1 : 1;
+    }
 }
 
 std::u32string primary(std::string_view text) {
-    return keyOf(text).primary;
+    std::u32string out;
+    Letters letters{text};
+    for (char32_t p = 0, m = 0; letters.next(p, m);) out += p;
+    return out;
 }
 
 std::string upper(std::string_view text) {
