@@ -7,6 +7,7 @@
 #include "core/error_log.h"
 #include "core/files.h"
 #include "model/default_stores.h"
+#include "model/schema.h"
 #include "store/connection.h"
 
 namespace tolma::core {
@@ -67,11 +68,55 @@ void DB_Load(Globals& g) {
             store::Database::OpenDatabase(g.db_name_org, true, false, "; pwd=" + g.db_passwort);
         g.db_name_daten = g.db_pfad_aktuell;
         g.db_daten = store::Database::OpenDatabase(g.db_name_daten);
+        // Not while an import runs: it leaves them out until its end.
+        if (!g.marks.menue_import_datenbank) ensureListIndexes(g);
         DB_Handles_oeffnen(g);
         DB_Binden(g);
     } catch (const std::exception& e) {
         logTrapped(g, "DB_Load", e);
     }
+}
+
+namespace {
+
+template <class Step>
+void forEachListIndex(Globals& g, Step step) {
+    if (!g.db_daten.isSet()) return;
+    store::Connection& c = *g.db_daten.connection();
+    for (const auto& table : model::dataTables())
+        for (const auto& index : model::prefixIndexesOf(table)) {
+            try {
+                step(c, table.name, index);
+            } catch (const std::exception&) {
+                // a read-only or held store, or a table it lacks: the lists search without
+            }
+        }
+}
+
+}  // namespace
+
+void ensureListIndexes(Globals& g) {
+    forEachListIndex(g, [](store::Connection& c, const std::string& table,
+                           const model::PrefixIndex& index) {
+        long long found = 0;
+        {
+            auto st = c.prepare(
+                "SELECT count(*) FROM main.sqlite_master WHERE (type = 'index' AND name = ?1) OR "
+                "(type = 'table' AND name = ?2)");
+            st->bind(1, store::Variant(index.name));
+            st->bind(2, store::Variant(table));
+            st->step();
+            found = st->column(0).toInteger();
+        }
+        if (found == 1) c.execute(index.create);  // the table stands, its index does not
+    });
+}
+
+void dropListIndexes(Globals& g) {
+    forEachListIndex(g,
+                     [](store::Connection& c, const std::string&, const model::PrefixIndex& index) {
+                         c.execute("DROP INDEX IF EXISTS main.[" + index.name + "]");
+                     });
 }
 
 void DB_Handles_oeffnen(Globals& g) {

@@ -10,6 +10,13 @@
 namespace tolma::core {
 
 void DB_Load(Globals& g);
+// Gives the data store the indexes the lists search names, towns and streets by, where they
+// are missing: in a store made before them, or after an import that left them out. A store
+// that cannot take them keeps its lists, which then search without them.
+void ensureListIndexes(Globals& g);
+// Leaves those indexes out while a large file is read in: keeping them row by row costs the
+// import a third of its time, building them afterwards a fraction of that.
+void dropListIndexes(Globals& g);
 void DB_Handles_oeffnen(Globals& g);
 void DB_Binden(Globals& g);
 void DB_Schliessen(Globals& g);

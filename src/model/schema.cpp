@@ -264,9 +264,18 @@ std::vector<std::string> createIndexSql(const TableDef& table) {
         }
         out.push_back("CREATE INDEX [" + name + "] ON [" + table.name + "] (" + cols + ")");
     }
-    for (const auto& field : table.prefixIndexes)
-        out.push_back("CREATE INDEX [idx_" + identifierPart(table.name) + "_lower_" +
-                      identifierPart(field) + "] ON [" + table.name + "] (lower([" + field + "]))");
+    for (const auto& index : prefixIndexesOf(table)) out.push_back(index.create);
+    return out;
+}
+
+std::vector<PrefixIndex> prefixIndexesOf(const TableDef& table) {
+    std::vector<PrefixIndex> out;
+    for (const auto& field : table.prefixIndexes) {
+        const std::string name =
+            "idx_" + identifierPart(table.name) + "_lower_" + identifierPart(field);
+        out.push_back(
+            {name, "CREATE INDEX [" + name + "] ON [" + table.name + "] (lower([" + field + "]))"});
+    }
     return out;
 }
 

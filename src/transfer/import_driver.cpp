@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -177,6 +178,7 @@ class Run {
     bool readBlocks() {
         // A missing file reads as an empty one.
         ElementReader reader(path_, kBlockSize);
+        leaveOutListIndexes();
         while (auto chunk = reader.next()) {
             g_.akt_schritt = 3;
             if (!checking() && (chunk->block == 1 || chunk->block % 10 == 0)) {
@@ -195,6 +197,19 @@ class Run {
             g_.akt_schritt = 6;
         }
         return true;
+    }
+
+    // A file that brings much against what the store holds is read in without the lists'
+    // indexes by names, towns and streets; they are built anew at the end. A small file keeps
+    // them, since building them anew costs as much as the store is large.
+    void leaveOutListIndexes() {
+        if (checking() || !g_.db_daten.isSet()) return;
+        std::error_code e1, e2;
+        const auto fileSize = std::filesystem::file_size(path_, e1);
+        const auto storeSize = std::filesystem::file_size(g_.db_pfad_aktuell, e2);
+        if (e1 || e2 || fileSize <= storeSize / 2) return;
+        core::dropListIndexes(g_);
+        listIndexesLeftOut_ = true;
     }
 
     // The head, the text ahead of the first <betrieb>: the kind of data and the version.
@@ -353,6 +368,10 @@ class Run {
     // The end that every path takes: the start picture, the message, the store bound again.
     ImportOutcome end() {
         const std::string message = g_.msg_text;
+        if (listIndexesLeftOut_) {
+            if (!g_.db_daten.isSet()) core::DB_Load(g_);
+            core::ensureListIndexes(g_);
+        }
         view_.ProgressBar1Value = 0;
         view_.MousePointer = 0;
         view_.SSTab1Tab = 0;
@@ -378,6 +397,7 @@ class Run {
         core::DB_Binden_loesen(g_);
         core::logTrapped(g_, "Upd_1_Start", e);
         core::DB_Load(g_);
+        if (listIndexesLeftOut_) core::ensureListIndexes(g_);  // the mark stays set here
         refreshSearch();
         view_.MousePointer = 0;
         view_.SSTab1Tab = 0;
@@ -409,6 +429,7 @@ class Run {
     std::string path_;
     std::string announced_;
     long records_ = 0;
+    bool listIndexesLeftOut_ = false;
     // Recording ends with the run, however it ends: later changes are no part of it.
     struct Recording {
         core::Globals& g;
