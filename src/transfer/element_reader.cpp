@@ -93,7 +93,7 @@ std::optional<ReadChunk> ElementReader::next() {
 
 void ElementReader::put(ReadChunk chunk) {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return ready_.size() < 2 || stop_; });
+    changed_.wait(lock, [&] { return ready_.empty() || stop_; });
     if (stop_) return;
     ready_.push_back(std::move(chunk));
     changed_.notify_all();

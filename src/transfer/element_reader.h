@@ -43,7 +43,7 @@ struct ReadChunk {
 // Reads a transfer file block by block on a thread of its own: the raw blocks, the code page
 // (Windows-1252 or UTF-8, decided on the first block), the elements and their lines. The thread
 // that stores the elements takes the chunks in order and does nothing else; the reader keeps at
-// most two chunks ahead of it, so memory stays bounded at any file size.
+// most one chunk ahead of it, so memory stays bounded at any file size.
 class ElementReader {
   public:
     ElementReader(const std::string& path, size_t blockSize);

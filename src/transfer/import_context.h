@@ -26,8 +26,10 @@ struct ImportContext {
     // of removal, and the municipalities the file's businesses lie in.
     long replacing = 0, removals = 0;
     std::unordered_set<std::string> municipalities;
-    // The business numbers the run stored, for the search index.
+    // The business numbers the run stored, for the search index; past a quarter of a million
+    // the list is given up for building the index anew, which then costs less anyway.
     std::vector<std::string> touched;
+    bool touchedAll = false;
 
     // The tables whose rows a removal by business number, or by person number, may meet.
     enum BusinessTable : unsigned {

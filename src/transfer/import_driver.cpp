@@ -408,9 +408,15 @@ class Run {
 
     // The search index follows what the run stored, in a transaction of its own.
     void refreshSearch() {
-        if (checking() || ctx_.touched.empty() || !g_.db_daten.isSet()) return;
+        if (checking() || (ctx_.touched.empty() && !ctx_.touchedAll) || !g_.db_daten.isSet())
+            return;
         try {
-            search::refreshIndex(*g_.db_daten.connection(), ctx_.touched);
+            store::Connection& c = *g_.db_daten.connection();
+            if (ctx_.touchedAll) {
+                if (search::hasIndex(c)) search::buildIndex(c);
+            } else {
+                search::refreshIndex(c, ctx_.touched);
+            }
         } catch (const std::exception& e) {
             core::logTrapped(g_, "Suchindex", e);
         }

@@ -3,7 +3,9 @@
 
 #include <random>
 
+#include "core/db_connection.h"
 #include "import_fixture.h"
+#include "store/database.h"
 
 namespace tolma::test {
 namespace {
@@ -19,6 +21,36 @@ TmlFile twoBusinesses() {
     TmlFile f;
     f.betriebe = {business("1001"), business("1002")};
     return f;
+}
+
+// The lists search names, towns and streets through indexes by lower() of them. A large file
+// is read in without them; they must stand again after it, however it ends, and a store that
+// lacks them gets them when it is opened.
+TEST(ImportDriverTest, TheListsNameIndexesStandAfterEveryImportAndInEveryOpenedStore) {
+    ImportFixture f;
+    const std::string sql =
+        "SELECT count(*) FROM sqlite_master WHERE type = 'index' AND name LIKE 'idx*lower*'";
+    const Strings six{"6"};
+    EXPECT_EQ(f.rows(sql), six);
+    // Larger than the empty store: read in without them.
+    TmlFile large;
+    large.betriebe = {business("1001", "<taetigkeiten>\n<taetigkeit>\n<tk-originaltext>" +
+                                           std::string(2'000'000, 'x') +
+                                           "</tk-originaltext>\n</taetigkeit>\n</taetigkeiten>\n"),
+                      business("1002")};
+    EXPECT_EQ(f.import(large), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.rows(sql), six);
+    EXPECT_EQ(f.count("betrieb"), 2);
+    EXPECT_EQ(f.count("betrieb_taetigkeit"), 1);
+    f.g().doEvents = [&] { f.g().taste = 27; };  // ESC after the first business
+    EXPECT_EQ(f.import(large), transfer::ImportOutcome::Cancelled);
+    EXPECT_EQ(f.rows(sql), six);
+    core::DB_Schliessen(f.g());
+    core::DB_Binden_loesen(f.g());
+    store::Database::OpenDatabase(f.g().db_pfad_aktuell)
+        .Execute("DROP INDEX idx_betrieb_lower_b_eintr_name");
+    core::DB_Load(f.g());
+    EXPECT_EQ(f.rows(sql), six);
 }
 
 TEST(ImportDriverTest, ConsentRefusedStoresNothing) {
