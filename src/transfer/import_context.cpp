@@ -1,6 +1,7 @@
 #include "transfer/import_context.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "model/values.h"
 #include "store/connection.h"
@@ -58,13 +59,19 @@ void ImportContext::KeyTables::seal() {
 void ImportContext::KeyTables::note(std::uint64_t hash) {
     noted_.insert(hash);
     if (noted_.size() < 65536) return;
-    for (std::uint64_t h : noted_) loaded_.emplace_back(h, ~0u);
+    std::vector<std::uint64_t> fresh(noted_.begin(), noted_.end());
     noted_.clear();
-    seal();
+    std::sort(fresh.begin(), fresh.end());
+    std::vector<std::uint64_t> merged;
+    merged.reserve(stored_.size() + fresh.size());
+    std::merge(stored_.begin(), stored_.end(), fresh.begin(), fresh.end(),
+               std::back_inserter(merged));
+    merged.erase(std::unique(merged.begin(), merged.end()), merged.end());
+    stored_.swap(merged);
 }
 
 unsigned ImportContext::KeyTables::tablesOf(std::uint64_t hash) const {
-    if (noted_.count(hash)) return ~0u;
+    if (noted_.count(hash) || std::binary_search(stored_.begin(), stored_.end(), hash)) return ~0u;
     auto it = std::lower_bound(loaded_.begin(), loaded_.end(), std::make_pair(hash, 0u));
     return it != loaded_.end() && it->first == hash ? it->second : 0u;
 }
