@@ -96,6 +96,9 @@ void forEachListIndex(Globals& g, Step step) {
 }  // namespace
 
 void ensureListIndexes(Globals& g) {
+    // An index built over a million rows sorts them in memory up to the cache's size, on top
+    // of the cache itself: a smaller cache while they are built keeps the program's memory low.
+    if (g.db_daten.isSet()) g.db_daten.connection()->execute("PRAGMA cache_size = -16384");
     forEachListIndex(g, [](store::Connection& c, const std::string& table,
                            const model::PrefixIndex& index) {
         long long found = 0;
@@ -110,6 +113,7 @@ void ensureListIndexes(Globals& g) {
         }
         if (found == 1) c.execute(index.create);  // the table stands, its index does not
     });
+    if (g.db_daten.isSet()) g.db_daten.connection()->execute("PRAGMA cache_size = -65536");
 }
 
 void dropListIndexes(Globals& g) {

@@ -444,7 +444,9 @@ void Connection::configure(Kind kind) {
         fail("DAO.DBEngine", "");
     }
     run("PRAGMA cache_size = -65536");
-    run("PRAGMA temp_store = MEMORY");
+    // Temporary tables and the sorts of large lists and index builds go to a file, not into
+    // memory: a million rows would otherwise hold a hundred megabytes.
+    run("PRAGMA temp_store = FILE");
     if (kind == Kind::Exclusive) {
         // Taken at once and held until the connection closes: a second process fails right
         // at its own opening.
