@@ -1,6 +1,6 @@
 // The run at scale, by hand: imports generated files of 10,000, 100,000 and N businesses
 // (1,000,000 unless given; the largest file is about 3.5 GB on disk) into fresh stores, then
-// opens the business list of the largest store, types in it, exports it and compacts it. Prints
+// exports the largest store, opens its business list, types in it and compacts it. Prints
 // the import time per business at each size, the growth from 100,000 to N, the list's opening
 // and keystroke times, the export time per business, the compaction time and the peak memory.
 //   tolma-scale-bench [N]
@@ -94,14 +94,15 @@ int main(int argc, char** argv) {
         perBusiness.push_back(seconds / static_cast<double>(n) * 1e6);
         std::cout << "  Import: " << seconds << " s, " << perBusiness.back() << " µs je Betrieb, "
                   << static_cast<long>(n / seconds) << " Betriebe/s; Datenbank "
-                  << std::filesystem::file_size(g.db_pfad_aktuell) / 1000000 << " MB\n";
+                  << std::filesystem::file_size(g.db_pfad_aktuell) / 1000000
+                  << " MB; Spitze des Speichers bis hier " << peakMegabytes() << " MB\n";
         if (i + 1 < sizes.size()) {
             std::filesystem::remove_all(dir);  // only the largest store is kept for what follows
             continue;
         }
 
-        openAndType(g);
-
+        // The list comes after the export, so that the peak of import and export is seen on
+        // its own: the list's sort of every row is held in memory.
         start = Clock::now();
         auto form = tolma::transfer::Frm_Verwaltungsblock_Load(g);
         const auto result = tolma::transfer::Frm_Verwaltungsblock_Command1_Click(g, form, 0);
@@ -110,6 +111,8 @@ int main(int argc, char** argv) {
                   << exportSeconds / static_cast<double>(n) * 1e6 << " µs je Betrieb, "
                   << static_cast<long>(n / exportSeconds) << " Betriebe/s\n";
         for (const auto& f : result.files) std::filesystem::remove(f);
+        std::cout << "Spitze des Speichers nach Import und Export: " << peakMegabytes() << " MB\n";
+        openAndType(g);
 
         // The full rewrite, as the compaction does it when it runs.
         tolma::core::DB_Schliessen(g);
