@@ -8,18 +8,9 @@
 #include <cstring>
 
 #include "store/connection.h"
+#include "store/jet_sql.h"
 
 namespace tolma::store {
-namespace {
-
-std::string sqlName(const std::string& name) {
-    std::string q = "\"";
-    for (char c : name) q += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return q + "\"";
-}
-
-}  // namespace
-
 ChangeCapture::ChangeCapture(long long run, std::vector<Target> targets)
     : run_(run), targets_(std::move(targets)) {}
 
@@ -88,17 +79,15 @@ void ChangeCapture::hook(void* self, sqlite3* db, int op, const char* database, 
 }
 
 const std::string* ChangeCapture::imageSelect(const std::string& table) {
-    std::string plain = table;
-    if (plain.size() > 2 && plain.front() == '[' && plain.back() == ']')
-        plain = plain.substr(1, plain.size() - 2);
-    const int target = targetOf(plain.c_str());
+    const int target = targetOf(table.c_str());
     lastName_ = nullptr;  // the name above is no pointer of SQLite's
     if (target < 0) return nullptr;
     imageSelects_.resize(targets_.size());
     std::string& text = imageSelects_[static_cast<size_t>(target)];
     if (text.empty())
-        text = "INSERT INTO " + sqlName(targets_[static_cast<size_t>(target)].record) + " SELECT " +
-               std::to_string(run_) + ", 'D', rowid, * FROM main." + sqlName(plain) + " WHERE ";
+        text = "INSERT INTO " + jet::quoteName(targets_[static_cast<size_t>(target)].record) +
+               " SELECT " + std::to_string(run_) + ", 'D', rowid, * FROM main." +
+               jet::quoteName(table) + " WHERE ";
     return &text;
 }
 
@@ -112,7 +101,7 @@ void ChangeCapture::flush(Connection& c) {
             const Target& t = targets_[static_cast<size_t>(e.target)];
             Statement*& kept = (e.art == 'I' ? inserts : images)[static_cast<size_t>(e.target)];
             if (!kept) {
-                std::string sql = "INSERT INTO " + sqlName(t.record);
+                std::string sql = "INSERT INTO " + jet::quoteName(t.record);
                 if (e.art == 'I') {
                     sql += " (lauf, art, rid) VALUES (?1, ?2, ?3)";
                 } else {

@@ -392,6 +392,12 @@ std::string soleQualifier(std::string_view condition) {
     return qualifier;
 }
 
+std::string quoteName(std::string_view name) {
+    std::string q = "\"";
+    for (char c : name) q += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return q + "\"";
+}
+
 std::string quote(std::string_view value) {
     std::string out = "'";
     out.reserve(value.size() + 2);

@@ -91,6 +91,9 @@ std::string bareTableName(std::string_view source);
 // doubled, so that no value can break or change the text it stands in. Where the engine runs
 // the text, the literal becomes a bound parameter again.
 std::string quote(std::string_view value);
+// The one way a table or column name goes into a SQLite text of the program's own: in double
+// quotes, with its double quotes doubled.
+std::string quoteName(std::string_view name);
 
 // The old engine's LIKE: "*", "?", "#" and [lists], without regard to case, umlauts included.
 bool likeMatch(std::string_view pattern, std::string_view text);

@@ -288,10 +288,7 @@ Statement* RecordsetImpl::wholeRowInsert() {
     if (wholeRowKnown == 0) {
         wholeRowKnown = -1;
         auto info = conn->prepare("SELECT name, dflt_value FROM pragma_table_info(?1)");
-        std::string plain = baseTable;
-        if (plain.size() > 2 && plain.front() == '[' && plain.back() == ']')
-            plain = plain.substr(1, plain.size() - 2);
-        info->bind(1, Variant(plain));
+        info->bind(1, Variant(unbracket(baseTable)));
         size_t columns = 0;
         bool defaults = false;
         while (info->step()) {
@@ -346,7 +343,7 @@ long long RecordsetImpl::deleteWhere(const std::string& criteria) {
     requireUpdatable();
     const auto p = jet::prepare(criteria, &conn->catalog());
     ChangeCapture* capture = conn->changeCapture();
-    const std::string* image = capture ? capture->imageSelect(baseTable) : nullptr;
+    const std::string* image = capture ? capture->imageSelect(unbracket(baseTable)) : nullptr;
     if (image) {
         // The rows' old images go into the record in one statement, rather than row by row
         // from the hook.

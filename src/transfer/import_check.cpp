@@ -14,10 +14,6 @@
 namespace tolma::transfer {
 namespace {
 
-std::string quoted(const std::string& name) {
-    return "\"" + name + "\"";
-}
-
 // Counts per table what the run writes and deletes, through triggers of the connection that
 // go with the dropped transaction.
 void countChanges(store::Connection& c) {
@@ -26,11 +22,12 @@ void countChanges(store::Connection& c) {
         "geloescht INTEGER)");
     for (const auto& t : model::dataTables()) {
         c.execute("INSERT INTO tolma_pruefung VALUES (?1, 0, 0)", {store::Variant(t.name)});
-        const std::string on = " ON main." + quoted(t.name) + " BEGIN UPDATE tolma_pruefung SET ";
+        const std::string on =
+            " ON main." + store::jet::quoteName(t.name) + " BEGIN UPDATE tolma_pruefung SET ";
         const std::string where = " WHERE tabelle = " + store::jet::quote(t.name) + "; END";
-        c.execute("CREATE TEMP TRIGGER " + quoted("tolma_pruef_" + t.name + "_i") +
+        c.execute("CREATE TEMP TRIGGER " + store::jet::quoteName("tolma_pruef_" + t.name + "_i") +
                   " AFTER INSERT" + on + "geschrieben = geschrieben + 1" + where);
-        c.execute("CREATE TEMP TRIGGER " + quoted("tolma_pruef_" + t.name + "_d") +
+        c.execute("CREATE TEMP TRIGGER " + store::jet::quoteName("tolma_pruef_" + t.name + "_d") +
                   " AFTER DELETE" + on + "geloescht = geloescht + 1" + where);
     }
 }

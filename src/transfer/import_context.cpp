@@ -79,21 +79,30 @@ unsigned ImportContext::KeyTables::tablesOf(std::uint64_t hash) const {
 void ImportContext::loadKeys() {
     if (keysLoaded_) return;
     keysLoaded_ = true;
+    // The key columns that the removals name, with the table bit each answers for.
+    struct KeyColumn {
+        const char *column, *table;
+        unsigned bit;
+        KeyTables ImportContext::*keys;
+    };
+    static const KeyColumn kKeyColumns[] = {
+        {"betr-nr", "betrieb_adresse", kAdresse, &ImportContext::businesses_},
+        {"betr-nr", "betrieb", kBetrieb, &ImportContext::businesses_},
+        {"betr-nr", "betrieb_meldgrundsonst", kMeldgrund, &ImportContext::businesses_},
+        {"betr-nr", "betrieb_taetigkeit", kTaetigkeit, &ImportContext::businesses_},
+        {"betr-nr", "betrieb_erlaubnis", kErlaubnis, &ImportContext::businesses_},
+        {"betr-nr", "betrieb_handwerkskarte", kHandwerkskarte, &ImportContext::businesses_},
+        {"bez-betr-nr", "beziehung_betrieb_person", kBeziehung, &ImportContext::businesses_},
+        {"betr-nr", "person_erlaubnis", kPersonErlaubnis, &ImportContext::businesses_},
+        {"betr-nr", "person_handwerkskarte", kPersonHandwerkskarte, &ImportContext::businesses_},
+        {"pers-nr", "person", kPerson, &ImportContext::persons_},
+        {"pers-nr", "person_staatsang", kStaatsang, &ImportContext::persons_},
+        {"pers-nr", "person_erlaubnis", kPErlaubnis, &ImportContext::persons_},
+        {"pers-nr", "person_handwerkskarte", kPHandwerkskarte, &ImportContext::persons_},
+    };
     try {
-        auto& db = g.db_daten;
-        collect(db, "betr-nr", "betrieb_adresse", kAdresse, businesses_);
-        collect(db, "betr-nr", "betrieb", kBetrieb, businesses_);
-        collect(db, "betr-nr", "betrieb_meldgrundsonst", kMeldgrund, businesses_);
-        collect(db, "betr-nr", "betrieb_taetigkeit", kTaetigkeit, businesses_);
-        collect(db, "betr-nr", "betrieb_erlaubnis", kErlaubnis, businesses_);
-        collect(db, "betr-nr", "betrieb_handwerkskarte", kHandwerkskarte, businesses_);
-        collect(db, "bez-betr-nr", "beziehung_betrieb_person", kBeziehung, businesses_);
-        collect(db, "betr-nr", "person_erlaubnis", kPersonErlaubnis, businesses_);
-        collect(db, "betr-nr", "person_handwerkskarte", kPersonHandwerkskarte, businesses_);
-        collect(db, "pers-nr", "person", kPerson, persons_);
-        collect(db, "pers-nr", "person_staatsang", kStaatsang, persons_);
-        collect(db, "pers-nr", "person_erlaubnis", kPErlaubnis, persons_);
-        collect(db, "pers-nr", "person_handwerkskarte", kPHandwerkskarte, persons_);
+        for (const auto& k : kKeyColumns)
+            collect(g.db_daten, k.column, k.table, k.bit, this->*k.keys);
     } catch (const std::exception&) {
         keysMissing_ = true;  // without the list, every removal runs
     }

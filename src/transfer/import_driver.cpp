@@ -150,7 +150,6 @@ class Run {
             path_.pop_back();
             if (!path_.empty()) path_.erase(0, 1);
         }
-        g_.akt_schritt = 12;
         g_.akt_schritt = 13;
         view_.ProgressBar1Max = 1000;
         view_.ProgressBar1Value = 0;
@@ -314,7 +313,7 @@ class Run {
         }
         bool cancelled = false;
         for (const ReadElement& element : chunk.elements) {
-            Upd_2_Store(ctx_, element);
+            Upd_2_Read(ctx_, element);
             g_.doEvents();
             if (g_.taste == 27) {
                 g_.taste = 0;

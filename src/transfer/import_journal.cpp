@@ -6,15 +6,10 @@
 #include "store/change_capture.h"
 #include "store/connection.h"
 #include "store/dao_error.h"
+#include "store/jet_sql.h"
 
 namespace tolma::transfer {
 namespace {
-
-std::string quoted(const std::string& name) {
-    std::string q = "\"";
-    for (char c : name) q += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return q + "\"";
-}
 
 std::string shadowOf(const std::string& table) {
     return "tolma_rueck_" + table;
@@ -44,7 +39,8 @@ std::vector<std::string> recordedTables(store::Connection& c) {
 
 std::string columnList(const std::vector<std::string>& columns, const std::string& prefix = "") {
     std::string s;
-    for (size_t i = 0; i < columns.size(); ++i) s += (i ? ", " : "") + prefix + quoted(columns[i]);
+    for (size_t i = 0; i < columns.size(); ++i)
+        s += (i ? ", " : "") + prefix + store::jet::quoteName(columns[i]);
     return s;
 }
 
@@ -57,7 +53,7 @@ void createRecordTables(store::Connection& c) {
         "CREATE TABLE IF NOT EXISTS tolma_import_marke (lauf INTEGER, tabelle TEXT, hoechste "
         "INTEGER)");
     for (const auto& table : recordedTables(c))
-        c.execute("CREATE TABLE IF NOT EXISTS " + quoted(shadowOf(table)) +
+        c.execute("CREATE TABLE IF NOT EXISTS " + store::jet::quoteName(shadowOf(table)) +
                   " (lauf INTEGER, art TEXT, rid INTEGER, " + columnList(columnsOf(c, table)) +
                   ")");
 }
@@ -66,7 +62,9 @@ void dropRecordsOf(store::Connection& c, const std::string& condition,
                    const std::vector<store::Variant>& params) {
     for (const auto& table : recordedTables(c))
         if (tableExists(c, shadowOf(table)))
-            c.execute("DELETE FROM " + quoted(shadowOf(table)) + " WHERE " + condition, params);
+            c.execute(
+                "DELETE FROM " + store::jet::quoteName(shadowOf(table)) + " WHERE " + condition,
+                params);
     c.execute("DELETE FROM tolma_import_marke WHERE " + condition, params);
 }
 
@@ -87,7 +85,8 @@ void takeBack(store::Connection& c, long lauf) {
     while (marks->step())
         list.emplace_back(marks->column(0).toString(), marks->column(1).toInteger());
     for (const auto& [table, mark] : list) {
-        const std::string shadow = quoted(shadowOf(table)), t = "main." + quoted(table);
+        const std::string shadow = store::jet::quoteName(shadowOf(table)),
+                          t = "main." + store::jet::quoteName(table);
         const std::vector<store::Variant> params{store::Variant(static_cast<long long>(lauf)),
                                                  store::Variant(mark)};
         // What the run inserted goes.
@@ -125,7 +124,8 @@ void ImportJournal::start(store::Connection& c, const std::string& file, const s
                store::Variant(std::filesystem::absolute(file).lexically_normal().string())});
     marks_.clear();
     for (const auto& table : recordedTables(c)) {
-        auto st = c.prepare("SELECT coalesce(max(rowid), 0) FROM main." + quoted(table));
+        auto st =
+            c.prepare("SELECT coalesce(max(rowid), 0) FROM main." + store::jet::quoteName(table));
         st->step();
         marks_.emplace_back(table, st->column(0).toInteger());
         c.execute("INSERT INTO tolma_import_marke VALUES (?1, ?2, ?3)",

@@ -37,11 +37,7 @@ bool skippedElement(std::string_view name) {
 
 }  // namespace
 
-void Upd_2_Read(ImportContext& ctx, const std::string& element) {
-    Upd_2_Store(ctx, readElement(element));
-}
-
-void Upd_2_Store(ImportContext& ctx, const ReadElement& element) {
+void Upd_2_Read(ImportContext& ctx, const ReadElement& element) {
     ctx.removals += element.removals;
     for (const auto& kz : element.municipalities) ctx.municipalities.insert(kz);
     try {

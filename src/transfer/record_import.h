@@ -10,11 +10,9 @@
 
 namespace tolma::transfer {
 
-// One <betrieb> element: cut into trimmed lines, its keys found, then stored. The lines handed
-// on are views into the element.
-void Upd_2_Read(ImportContext& ctx, const std::string& element);
-// The same for an element cut already (by the reading thread).
-void Upd_2_Store(ImportContext& ctx, const ReadElement& element);
+// One <betrieb> element, cut into trimmed lines with its keys by the reading thread: stored,
+// or its failure logged. The lines handed on are views into the element.
+void Upd_2_Read(ImportContext& ctx, const ReadElement& element);
 
 // Removes what the store holds for the keys and builds the new business row with its
 // sections. Lines are those of Upd_2_Read; the keys are the raw extraction results.
