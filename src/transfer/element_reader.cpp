@@ -10,12 +10,6 @@
 namespace tolma::transfer {
 namespace {
 
-bool startsWith(std::string_view line, std::string_view prefix) {
-    // Most lines differ from a tag in their second character.
-    return line.size() >= prefix.size() && line[1] == prefix[1] &&
-           line.compare(0, prefix.size(), prefix) == 0;
-}
-
 // Trim of the old platform on a view: blanks only.
 std::string_view trimmed(std::string_view s) {
     const size_t b = s.find_first_not_of(' ');
@@ -50,11 +44,11 @@ ReadElement readElement(std::string_view text) {
             // with bare LF line ends can hold: the whole element is given up.
             if (line.empty()) throw core::invalidCall();
             if (line.back() == '\r') line = trimmed(line.substr(0, line.size() - 1));
-            if (startsWith(line, "<betr-nr>")) el.betrNr = Upd_8_ExtrFeldInhalt(line);
-            if (startsWith(line, "<betr-hist-nr>")) el.betrHistNr = Upd_8_ExtrFeldInhalt(line);
-            if (startsWith(line, "<b-rechtsform>")) el.bRechtsform = Upd_8_ExtrFeldInhalt(line);
-            if (startsWith(line, "<meld-art>") && contentOf(line) == "03") ++el.removals;
-            if (startsWith(line, "<gem-kz>"))
+            if (lineStartsWith(line, "<betr-nr>")) el.betrNr = Upd_8_ExtrFeldInhalt(line);
+            if (lineStartsWith(line, "<betr-hist-nr>")) el.betrHistNr = Upd_8_ExtrFeldInhalt(line);
+            if (lineStartsWith(line, "<b-rechtsform>")) el.bRechtsform = Upd_8_ExtrFeldInhalt(line);
+            if (lineStartsWith(line, "<meld-art>") && contentOf(line) == "03") ++el.removals;
+            if (lineStartsWith(line, "<gem-kz>"))
                 el.municipalities.push_back(Upd_8_ExtrFeldInhalt(line));
             el.lines.push_back(line);
         }

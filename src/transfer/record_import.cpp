@@ -9,12 +9,6 @@
 namespace tolma::transfer {
 namespace {
 
-bool startsWith(std::string_view line, std::string_view prefix) {
-    // Most lines differ from a tag in their second character.
-    return line.size() >= prefix.size() && line[1] == prefix[1] &&
-           line.compare(0, prefix.size(), prefix) == 0;
-}
-
 // The sections of a <betrieb>, in the order they are looked for, with their tables.
 struct Section {
     std::string open, close;
@@ -109,8 +103,8 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
         for (i = 0; i < lines.size(); ++i) {
             for (int j = 0; j < 6; ++j) {
                 const Section& sec = kSections[j];
-                if (j == 0 && startsWith(line(i), "<adressen>") &&
-                    startsWith(line(i + 1), "</adressen>")) {
+                if (j == 0 && lineStartsWith(line(i), "<adressen>") &&
+                    lineStartsWith(line(i + 1), "</adressen>")) {
                     // An empty <adressen> pair stands for one address of kind 1.
                     g.rs_adresse.AddNew();
                     g.rs_adresse.Fields("betr-nr").setValue(betrNr);
@@ -118,11 +112,12 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
                     g.rs_adresse.Fields("b-adr-art").setValue("1");
                     g.rs_adresse.Update();
                 }
-                if (!startsWith(line(i), sec.open)) continue;
+                if (!lineStartsWith(line(i), sec.open)) continue;
                 // The section runs to its closing line: "</adresse>" alone on its line, the
                 // others by their beginning.
                 const size_t first = i;
-                while (j == 0 ? line(i) != sec.close : !startsWith(line(i), sec.close)) line(++i);
+                while (j == 0 ? line(i) != sec.close : !lineStartsWith(line(i), sec.close))
+                    line(++i);
                 Upd_4_Andere(ctx,
                              std::span<const std::string_view>(lines).subspan(first, i - first + 1),
                              betrNr, betrHistNr, g.*(sec.table), j + 1, bRechtsform);
