@@ -85,9 +85,12 @@ const std::string* ChangeCapture::imageSelect(const std::string& table) {
     imageSelects_.resize(targets_.size());
     std::string& text = imageSelects_[static_cast<size_t>(target)];
     if (text.empty())
+        // Rows above the mark are the run's own, which taking back removes in any case.
         text = "INSERT INTO " + jet::quoteName(targets_[static_cast<size_t>(target)].record) +
                " SELECT " + std::to_string(run_) + ", 'D', rowid, * FROM main." +
-               jet::quoteName(table) + " WHERE ";
+               jet::quoteName(table) +
+               " WHERE rowid <= " + std::to_string(targets_[static_cast<size_t>(target)].mark) +
+               " AND ";
     return &text;
 }
 

@@ -39,9 +39,10 @@ class ChangeCapture {
     // Writes the captured rows into their record tables; the connection calls it before a
     // commit.
     void flush(Connection& c);
-    // For a delete of a captured table: the text that copies the
-    // rows a WHERE clause appended to it names into the record; null for other tables. While a
-    // Quiet stands, the hook lets deleted and changed rows pass, since they are copied already.
+    // For a delete of a captured table: the text that copies the rows at or below the mark that
+    // a condition appended to it (in parentheses) names into the record; null for other tables.
+    // While a Quiet stands, the hook lets deleted and changed rows pass, since they are copied
+    // already.
     const std::string* imageSelect(const std::string& table);
     class Quiet {
       public:

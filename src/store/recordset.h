@@ -84,8 +84,10 @@ class Recordset {
     void Delete();
     bool editing() const;
     // Deletes every row of the base table that meets the criteria, in one statement; the
-    // import's removal of old rows. Returns the number of rows deleted.
-    long long deleteWhere(const std::string& criteria);
+    // import's removal of old rows. Returns the number of rows deleted. With `recordedAhead`
+    // the connection's change record holds the rows' images already, copied for many removals
+    // at once, and the delete copies nothing.
+    long long deleteWhere(const std::string& criteria, bool recordedAhead = false);
 
     int FieldCount() const;
     Field Fields(int index) const;

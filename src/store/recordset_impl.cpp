@@ -338,16 +338,18 @@ Statement& RecordsetImpl::insertStatement(const std::string& pattern) {
     return *st;
 }
 
-long long RecordsetImpl::deleteWhere(const std::string& criteria) {
+long long RecordsetImpl::deleteWhere(const std::string& criteria, bool recordedAhead) {
     check();
     requireUpdatable();
     const auto p = jet::prepare(criteria, &conn->catalog());
     ChangeCapture* capture = conn->changeCapture();
     const std::string* image = capture ? capture->imageSelect(unbracket(baseTable)) : nullptr;
-    if (image) {
+    if (image && !recordedAhead) {
         // The rows' old images go into the record in one statement, rather than row by row
-        // from the hook.
-        auto& copy = conn->cached(*image + p.shape->sql);
+        // from the hook; what the hook holds goes first, so that the record keeps the order in
+        // which rows came and went.
+        capture->flush(*conn);
+        auto& copy = conn->cached(*image + "(" + p.shape->sql + ")");
         copy.bindValues(p.values, p.shape->numeric);
         copy.step();
     }

@@ -12,9 +12,10 @@ namespace tolma::transfer {
 // field's size with a log entry. False after an error, which is logged.
 bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value);
 
-// Removes every row of the table that the criteria name.
-// Deletes the rows that meet the criteria; returns how many, or -1 after a logged failure.
-long long Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Recordset& table);
+// Deletes the rows that meet the criteria; returns how many, or -1 after a logged failure. With
+// `recordedAhead` the run's record holds their images already.
+long long Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Recordset& table,
+                     bool recordedAhead = false);
 
 // Values go into criteria as quoted literals only.
 using store::jet::quote;

@@ -150,6 +150,11 @@ void ImportContext::noteBusiness(const std::string& betrNr) {
     if (keysLoaded_) note(businesses_, betrNr);
 }
 
+std::string ImportContext::businessKey(const std::string& betrNr,
+                                       const std::string& betrHistNr) const {
+    return akt_struktur == core::kMeldungsbezogen ? betrNr + '\n' + betrHistNr : betrNr;
+}
+
 void ImportContext::notePerson(const std::string& persNr) {
     if (keysLoaded_) note(persons_, persNr);
 }

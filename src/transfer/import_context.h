@@ -31,6 +31,25 @@ struct ImportContext {
     std::vector<std::string> touched;
     bool touchedAll = false;
 
+    // The numbers whose old rows the run's record took for the current block before its first
+    // element, all in a few statements: their removals then delete without copying. A number
+    // counts once; when it comes again in the block, its rows are the run's own.
+    struct RecordedAhead {
+        std::unordered_set<std::string> businesses;  // betr-nr, by state: betr-nr \n betr-hist-nr
+        std::unordered_set<std::string> businessNumbers;  // betr-nr alone, for persons' permits
+        std::unordered_set<std::string> persons;
+        void clear() {
+            businesses.clear();
+            businessNumbers.clear();
+            persons.clear();
+        }
+    } recordedAhead;
+    // The business whose persons' permits and craft cards went already, with its other rows:
+    // a removal of a person's ones then meets only rows of the run.
+    std::string personPermitsGoneOf;
+    // The key of a business's rows: its number, and its state where the data are by state.
+    std::string businessKey(const std::string& betrNr, const std::string& betrHistNr) const;
+
     // The tables whose rows a removal by business number, or by person number, may meet.
     enum BusinessTable : unsigned {
         kAdresse = 1u << 0,

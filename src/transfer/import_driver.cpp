@@ -310,6 +310,7 @@ class Run {
             if (!recording_.journal.started())
                 recording_.journal.start(c, path_, runTime(g_), keptImportRuns(g_));
             recording_.journal.attach(c);
+            recording_.journal.recordAhead(c, blockKeys(ctx_, chunk.elements));
         }
         bool cancelled = false;
         for (const ReadElement& element : chunk.elements) {
@@ -329,6 +330,7 @@ class Run {
         }
         // A closing tag ahead of the opening one gives a negative length.
         if (!cancelled && chunk.broken) throw core::invalidCall();
+        ctx_.recordedAhead.clear();
         if (!checking() && g_.db_daten.isSet())
             recording_.journal.count(*g_.db_daten.connection(), records_);
         batch.commit();

@@ -1,6 +1,8 @@
 #include "transfer/import_journal.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <type_traits>
 
 #include "model/schema.h"
 #include "store/change_capture.h"
@@ -142,6 +144,76 @@ void ImportJournal::attach(store::Connection& c) {
         capture_ = std::make_unique<store::ChangeCapture>(lauf_, std::move(targets));
     }
     capture_->attach(c);
+}
+
+void ImportJournal::recordAhead(store::Connection& c, const BlockKeys& keys) {
+    if (!started() || keys.empty()) return;
+    // The numbers go into tables of the connection's own, compared as the key columns compare.
+    c.execute(
+        "CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_betrieb (nr TEXT COLLATE NOCASE, hist TEXT "
+        "COLLATE NOCASE)");
+    c.execute("CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_nummer (nr TEXT COLLATE NOCASE)");
+    c.execute("CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_person (nr TEXT COLLATE NOCASE)");
+    auto fill = [&](const char* table, const auto& values) {
+        auto& add = c.cached(std::string("INSERT INTO temp.") + table + " VALUES (?1" +
+                             (std::string_view(table) == "tolma_vorab_betrieb" ? ", ?2)" : ")"));
+        for (const auto& v : values) {
+            add.reset();
+            if constexpr (std::is_same_v<std::decay_t<decltype(v)>, std::string>) {
+                add.bind(1, store::Variant(v));
+            } else {
+                add.bind(1, store::Variant(v.first));
+                add.bind(2, store::Variant(v.second));
+            }
+            add.step();
+        }
+    };
+    fill("tolma_vorab_betrieb", keys.states);
+    fill("tolma_vorab_nummer", keys.numbers);
+    fill("tolma_vorab_person", keys.persons);
+    // The key tables as the import removes by them; the keys drive, each table answers by its
+    // index.
+    struct Copied {
+        const char* table;
+        const char* keys;
+        const char* number;
+        const char* state;  // none: by number alone
+    };
+    static const Copied kCopied[] = {
+        {"betrieb_adresse", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
+        {"betrieb", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
+        {"betrieb_meldgrundsonst", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
+        {"betrieb_taetigkeit", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
+        {"betrieb_erlaubnis", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
+        {"betrieb_handwerkskarte", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
+        {"beziehung_betrieb_person", "tolma_vorab_betrieb", "bez-betr-nr", "bez-betr-hist-nr"},
+        {"person_erlaubnis", "tolma_vorab_nummer", "betr-nr", nullptr},
+        {"person_handwerkskarte", "tolma_vorab_nummer", "betr-nr", nullptr},
+        {"person", "tolma_vorab_person", "pers-nr", nullptr},
+        {"person_staatsang", "tolma_vorab_person", "pers-nr", nullptr},
+    };
+    for (const auto& copied : kCopied) {
+        const auto mark = std::find_if(marks_.begin(), marks_.end(),
+                                       [&](const auto& m) { return m.first == copied.table; });
+        const bool none =
+            std::string_view(copied.keys) == "tolma_vorab_betrieb"  ? keys.states.empty()
+            : std::string_view(copied.keys) == "tolma_vorab_nummer" ? keys.numbers.empty()
+                                                                    : keys.persons.empty();
+        if (mark == marks_.end() || none) continue;
+        std::string sql = "INSERT INTO " + store::jet::quoteName(shadowOf(copied.table)) +
+                          " SELECT ?1, 'D', t.rowid, t.* FROM temp." + copied.keys +
+                          " k CROSS JOIN main." + store::jet::quoteName(copied.table) + " t ON t." +
+                          store::jet::quoteName(copied.number) + " = k.nr";
+        if (copied.state && keys.byState)
+            sql += " AND t." + store::jet::quoteName(copied.state) + " = k.hist";
+        // Rows above the mark are the run's own: taking back removes them in any case.
+        sql += " WHERE t.rowid <= ?2";
+        c.execute(sql,
+                  {store::Variant(static_cast<long long>(lauf_)), store::Variant(mark->second)});
+    }
+    c.execute("DELETE FROM temp.tolma_vorab_betrieb");
+    c.execute("DELETE FROM temp.tolma_vorab_nummer");
+    c.execute("DELETE FROM temp.tolma_vorab_person");
 }
 
 void ImportJournal::count(store::Connection& c, long businesses) {

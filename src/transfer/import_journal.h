@@ -16,10 +16,11 @@ class Connection;
 // blocks: a crash leaves the record and the store consistent with each other.
 //
 // How a run is recorded: before the run, the highest row id of each table; during the run,
-// through triggers of the connection only (never in the store's schema), the old image of
+// through a capture on the connection only (never in the store's schema), the old image of
 // every row deleted or changed, and the row id of a row inserted at or below that mark. Rows
-// above the mark were inserted by the run. Taking back deletes what the run inserted and puts
-// back the first image of every row it touched, under its old row id.
+// above the mark were inserted by the run. The rows a block is about to remove are copied
+// before its first element, a few statements for the whole block. Taking back deletes what the
+// run inserted and puts back the first image of every row it touched, under its old row id.
 namespace tolma::transfer {
 
 struct ImportRun {
@@ -31,6 +32,15 @@ struct ImportRun {
 
 inline constexpr int kDefaultKeptRuns = 10;
 
+// The numbers of one block whose old rows are recorded ahead of the block's removals.
+struct BlockKeys {
+    bool byState = false;  // businesses by number and state, not by number alone
+    std::vector<std::pair<std::string, std::string>> states;  // betr-nr, betr-hist-nr
+    std::vector<std::string> numbers;                         // betr-nr, for persons' permits
+    std::vector<std::string> persons;                         // pers-nr
+    bool empty() const { return states.empty() && numbers.empty() && persons.empty(); }
+};
+
 class ImportJournal {
   public:
     ImportJournal();
@@ -41,6 +51,9 @@ class ImportJournal {
     void start(store::Connection& c, const std::string& file, const std::string& when, int keep);
     // Starts capturing on the connection; again after the store was closed and reopened.
     void attach(store::Connection& c);
+    // Copies the rows that the block's businesses and persons hold at or below the marks into
+    // the record, one statement per table: the block's removals then copy nothing.
+    void recordAhead(store::Connection& c, const BlockKeys& keys);
     // The businesses read so far, written with the block.
     void count(store::Connection& c, long businesses);
     // Writes what was captured and stops capturing.

@@ -31,6 +31,32 @@ bool skippedElement(std::string_view name) {
 
 }  // namespace
 
+BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements) {
+    BlockKeys keys;
+    auto& ahead = ctx.recordedAhead;
+    ahead.clear();
+    // Without a known kind of data the businesses' rows stay; persons go in either case.
+    const bool byNumber = ctx.akt_struktur == core::kBetriebsbezogen;
+    keys.byState = ctx.akt_struktur == core::kMeldungsbezogen;
+    for (const ReadElement& element : elements) {
+        if (element.failure) continue;  // stored nothing, removes nothing
+        const std::string& nr = element.betrNr;
+        if ((byNumber || keys.byState) && ctx.businessTables(nr) != 0) {
+            if (ahead.businesses.insert(ctx.businessKey(nr, element.betrHistNr)).second)
+                keys.states.emplace_back(nr, element.betrHistNr);
+            if (ahead.businessNumbers.insert(nr).second) keys.numbers.push_back(nr);
+        }
+        for (const std::string_view line : element.lines) {
+            if (!lineStartsWith(line, "<pers-nr>")) continue;
+            std::string persNr = Upd_8_ExtrFeldInhalt(line);
+            if (persNr != kKeinInhalt && ctx.personTables(persNr) != 0 &&
+                ahead.persons.insert(persNr).second)
+                keys.persons.push_back(std::move(persNr));
+        }
+    }
+    return keys;
+}
+
 void Upd_2_Read(ImportContext& ctx, const ReadElement& element) {
     ctx.removals += element.removals;
     for (const auto& kz : element.municipalities) ctx.municipalities.insert(kz);
@@ -51,6 +77,7 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
     ctx.akt_jp_nr.clear();
     ctx.akt_jp_nr_vorher.clear();
     ctx.akt_bez_sort_nr = 0;
+    ctx.personPermitsGoneOf.clear();
     size_t i = 0;
 
     // The trap: an element that the table doesn't know costs one entry and is skipped; any
@@ -80,20 +107,28 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
         if (!byBusiness.empty()) {
             using T = ImportContext::BusinessTable;
             const unsigned held = ctx.businessTables(betrNr);
-            auto kill = [&](T table, const std::string& criteria, store::Recordset& rs) {
-                return (held & table) ? Upd_6_Kill(ctx, criteria, rs) : 0;
+            // Recorded ahead once: a number that comes again in the block meets the run's own rows.
+            auto& ahead = ctx.recordedAhead;
+            const bool state = ahead.businesses.erase(ctx.businessKey(nr, hist)) > 0;
+            const bool number = ahead.businessNumbers.erase(nr) > 0;
+            auto kill = [&](T table, const std::string& criteria, store::Recordset& rs,
+                            bool recorded) {
+                return (held & table) ? Upd_6_Kill(ctx, criteria, rs, recorded) : 0;
             };
             // The permits and craft cards of persons carry no history number: they go for all
             // states of the business at once.
-            kill(T::kAdresse, byBusiness, g.rs_adresse);
-            if (kill(T::kBetrieb, byBusiness, g.rs_betrieb) > 0) ++ctx.replacing;
-            kill(T::kMeldgrund, byBusiness, g.rs_meldgrund);
-            kill(T::kTaetigkeit, byBusiness, g.rs_taetigkeit);
-            kill(T::kErlaubnis, byBusiness, g.rs_erlaubnis);
-            kill(T::kHandwerkskarte, byBusiness, g.rs_handwerkskarte);
-            kill(T::kBeziehung, byLink, g.rs_beziehung);
-            kill(T::kPersonErlaubnis, "[betr-nr] = " + quote(nr), g.rs_person_erlaubnis);
-            kill(T::kPersonHandwerkskarte, "[betr-nr] = " + quote(nr), g.rs_person_handwerkskarte);
+            kill(T::kAdresse, byBusiness, g.rs_adresse, state);
+            if (kill(T::kBetrieb, byBusiness, g.rs_betrieb, state) > 0) ++ctx.replacing;
+            kill(T::kMeldgrund, byBusiness, g.rs_meldgrund, state);
+            kill(T::kTaetigkeit, byBusiness, g.rs_taetigkeit, state);
+            kill(T::kErlaubnis, byBusiness, g.rs_erlaubnis, state);
+            kill(T::kHandwerkskarte, byBusiness, g.rs_handwerkskarte, state);
+            kill(T::kBeziehung, byLink, g.rs_beziehung, state);
+            const bool permitsGone = kill(T::kPersonErlaubnis, "[betr-nr] = " + quote(nr),
+                                          g.rs_person_erlaubnis, number) >= 0 &&
+                                     kill(T::kPersonHandwerkskarte, "[betr-nr] = " + quote(nr),
+                                          g.rs_person_handwerkskarte, number) >= 0;
+            if (permitsGone) ctx.personPermitsGoneOf = nr;
         }
 
         ctx.noteBusiness(betrNr);

@@ -7,12 +7,18 @@
 
 #include "transfer/element_reader.h"
 #include "transfer/import_context.h"
+#include "transfer/import_journal.h"
 
 namespace tolma::transfer {
 
 // One <betrieb> element, cut into trimmed lines with its keys by the reading thread: stored,
 // or its failure logged. The lines handed on are views into the element.
 void Upd_2_Read(ImportContext& ctx, const ReadElement& element);
+
+// The numbers whose rows the elements of a block will remove, as Upd_3_Betr and Upd_4_Andere
+// remove them, so that the run's record can take those rows in a few statements beforehand;
+// noted in ctx.recordedAhead. Numbers the store cannot hold are left out.
+BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements);
 
 // Removes what the store holds for the keys and builds the new business row with its
 // sections. Lines are those of Upd_2_Read; the keys are the raw extraction results.

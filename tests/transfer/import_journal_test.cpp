@@ -138,6 +138,27 @@ TEST(ImportJournalTest, AnImportCutByEscIsTakenBackWithWhatItStored) {
     EXPECT_EQ(f.dump(), before);
 }
 
+TEST(ImportJournalTest, NumbersThatComeTwiceInABlockAreStoredAsWithoutRecordAndRecordedOnce) {
+    // A stored business and stored persons, each twice in one block of the file.
+    const TmlFile twice =
+        fileOf({business("1001", "Bäckerei Neu", "5002"), business("1003", "Schmiede Neu", "5002"),
+                business("1001", "Bäckerei Neuer", "5001")});
+    JournalFixture plain;
+    plain.g().recordImportRuns = false;
+    ASSERT_EQ(plain.import(kFirst), transfer::ImportOutcome::Finished);
+    ASSERT_EQ(plain.import(twice), transfer::ImportOutcome::Finished);
+
+    JournalFixture f;
+    ASSERT_EQ(f.import(kFirst), transfer::ImportOutcome::Finished);
+    const Strings before = f.dump();
+    ASSERT_EQ(f.import(twice), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.dump(), plain.dump());
+    // Each stored row that went is recorded once; the run's own rows, removed again, not at all.
+    EXPECT_EQ(f.scalar("SELECT count(*) FROM tolma_rueck_betrieb WHERE art = 'D'"), 2);
+    EXPECT_EQ(f.takeBack().runs.size(), 1u);
+    EXPECT_EQ(f.dump(), before);
+}
+
 TEST(ImportJournalTest, OnlyTheNewestRunsKeepTheirRecords) {
     JournalFixture f;
     transfer::setKeptImportRuns(f.g(), 2);
