@@ -97,8 +97,8 @@ void Recordset::CancelUpdate() {
 void Recordset::Delete() {
     impl().remove();
 }
-long long Recordset::deleteWhere(const std::string& criteria, bool recordedAhead) {
-    return impl().deleteWhere(criteria, recordedAhead);
+long long Recordset::deleteWhere(const std::string& criteria, bool runsOwnRows) {
+    return impl().deleteWhere(criteria, runsOwnRows);
 }
 bool Recordset::editing() const {
     return impl().edit != RecordsetImpl::EditMode::None;

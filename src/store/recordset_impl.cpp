@@ -338,13 +338,13 @@ Statement& RecordsetImpl::insertStatement(const std::string& pattern) {
     return *st;
 }
 
-long long RecordsetImpl::deleteWhere(const std::string& criteria, bool recordedAhead) {
+long long RecordsetImpl::deleteWhere(const std::string& criteria, bool runsOwnRows) {
     check();
     requireUpdatable();
     const auto p = jet::prepare(criteria, &conn->catalog());
     ChangeCapture* capture = conn->changeCapture();
     const std::string* image = capture ? capture->imageSelect(unbracket(baseTable)) : nullptr;
-    if (image && !recordedAhead) {
+    if (image && !runsOwnRows) {
         // The rows' old images go into the record in one statement, rather than row by row
         // from the hook; what the hook holds goes first, so that the record keeps the order in
         // which rows came and went.

@@ -13,9 +13,9 @@ namespace tolma::transfer {
 bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value);
 
 // Deletes the rows that meet the criteria; returns how many, or -1 after a logged failure. With
-// `recordedAhead` the run's record holds their images already.
+// `runsOwnRows` they are the running import's own, and the run's record takes no copy.
 long long Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Recordset& table,
-                     bool recordedAhead = false);
+                     bool runsOwnRows = false);
 
 // Values go into criteria as quoted literals only.
 using store::jet::quote;

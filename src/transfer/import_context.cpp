@@ -152,7 +152,14 @@ void ImportContext::noteBusiness(const std::string& betrNr) {
 
 std::string ImportContext::businessKey(const std::string& betrNr,
                                        const std::string& betrHistNr) const {
-    return akt_struktur == core::kMeldungsbezogen ? betrNr + '\n' + betrHistNr : betrNr;
+    return foldedKey(akt_struktur == core::kMeldungsbezogen ? betrNr + '\n' + betrHistNr : betrNr);
+}
+
+std::string ImportContext::foldedKey(std::string key) {
+    // As SQLite's NOCASE of the key columns: ASCII letters only.
+    for (char& c : key)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return key;
 }
 
 void ImportContext::notePerson(const std::string& persNr) {

@@ -31,24 +31,31 @@ struct ImportContext {
     std::vector<std::string> touched;
     bool touchedAll = false;
 
-    // The numbers whose old rows the run's record took for the current block before its first
-    // element, all in a few statements: their removals then delete without copying. A number
-    // counts once; when it comes again in the block, its rows are the run's own.
-    struct RecordedAhead {
-        std::unordered_set<std::string> businesses;  // betr-nr, by state: betr-nr \n betr-hist-nr
+    // The numbers whose rows the current block removed before its first element, all in a few
+    // statements (see ImportJournal::removeAhead): the element that comes to remove them finds
+    // them gone and takes its number out. A number counts once; when it comes again in the
+    // block, its rows are the run's own and go as usual. What is left at the block's end is put
+    // back. Kept as the key columns compare them, without regard to case.
+    struct RemovedAhead {
+        std::unordered_set<std::string> businesses;       // betr-nr, by state: betr-nr \n hist
         std::unordered_set<std::string> businessNumbers;  // betr-nr alone, for persons' permits
         std::unordered_set<std::string> persons;
+        bool empty() const {
+            return businesses.empty() && businessNumbers.empty() && persons.empty();
+        }
         void clear() {
             businesses.clear();
             businessNumbers.clear();
             persons.clear();
         }
-    } recordedAhead;
+    } removedAhead;
     // The business whose persons' permits and craft cards went already, with its other rows:
     // a removal of a person's ones then meets only rows of the run.
     std::string personPermitsGoneOf;
-    // The key of a business's rows: its number, and its state where the data are by state.
+    // The key of a business's rows: its number, and its state where the data are by state;
+    // without regard to case.
     std::string businessKey(const std::string& betrNr, const std::string& betrHistNr) const;
+    static std::string foldedKey(std::string key);
 
     // The tables whose rows a removal by business number, or by person number, may meet.
     enum BusinessTable : unsigned {

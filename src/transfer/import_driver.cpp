@@ -71,6 +71,9 @@ class Batch {
     void commit() {
         if (auto c = std::move(connection_)) c->commitBatch();
     }
+    void rollback() noexcept {
+        if (auto c = std::move(connection_)) c->rollbackBatch();
+    }
     Batch(const Batch&) = delete;
     Batch& operator=(const Batch&) = delete;
 
@@ -304,33 +307,46 @@ class Run {
         const std::string labelTail =
             " von " + announced_.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
         Batch batch(g_.db_daten);
-        if (!checking() && g_.recordImportRuns && g_.db_daten.isSet()) {
+        const bool recording = !checking() && g_.recordImportRuns && g_.db_daten.isSet();
+        if (recording) {
             // The record of this run goes into the same transactions as its blocks.
             store::Connection& c = *g_.db_daten.connection();
             if (!recording_.journal.started())
                 recording_.journal.start(c, path_, runTime(g_), keptImportRuns(g_));
             recording_.journal.attach(c);
-            recording_.journal.recordAhead(c, blockKeys(ctx_, chunk.elements));
+            // The rows the block replaces go at once, copied into the record: a few statements
+            // rather than a dozen per business.
+            recording_.journal.removeAhead(c, blockKeys(ctx_, chunk.elements));
         }
         bool cancelled = false;
-        for (const ReadElement& element : chunk.elements) {
-            Upd_2_Read(ctx_, element);
-            g_.doEvents();
-            if (g_.taste == 27) {
-                g_.taste = 0;
-                g_.msg_text = kAbgebrochen;
-                cancelled = true;
-                break;
+        try {
+            for (const ReadElement& element : chunk.elements) {
+                Upd_2_Read(ctx_, element);
+                g_.doEvents();
+                if (g_.taste == 27) {
+                    g_.taste = 0;
+                    g_.msg_text = kAbgebrochen;
+                    cancelled = true;
+                    break;
+                }
+                ++records_;
+                view_.ProgressBar1Value =
+                    static_cast<int>(std::min<long>(records_, view_.ProgressBar1Max));
+                view_.Label2 = "Verarbeite Datensatz " + std::to_string(records_) + labelTail;
+                g_.refreshView();
             }
-            ++records_;
-            view_.ProgressBar1Value =
-                static_cast<int>(std::min<long>(records_, view_.ProgressBar1Max));
-            view_.Label2 = "Verarbeite Datensatz " + std::to_string(records_) + labelTail;
-            g_.refreshView();
+            // What no element came to remove, after ESC or an element given up, comes back.
+            if (recording && !ctx_.removedAhead.empty())
+                recording_.journal.putBack(*g_.db_daten.connection(), keysLeft(ctx_));
+        } catch (...) {
+            // A block whose rows went ahead is kept whole or not at all.
+            ctx_.removedAhead.clear();
+            if (recording) batch.rollback();
+            throw;
         }
+        ctx_.removedAhead.clear();
         // A closing tag ahead of the opening one gives a negative length.
         if (!cancelled && chunk.broken) throw core::invalidCall();
-        ctx_.recordedAhead.clear();
         if (!checking() && g_.db_daten.isSet())
             recording_.journal.count(*g_.db_daten.connection(), records_);
         batch.commit();

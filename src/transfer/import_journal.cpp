@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <type_traits>
 
 #include "model/schema.h"
 #include "store/change_capture.h"
@@ -146,74 +145,140 @@ void ImportJournal::attach(store::Connection& c) {
     capture_->attach(c);
 }
 
-void ImportJournal::recordAhead(store::Connection& c, const BlockKeys& keys) {
-    if (!started() || keys.empty()) return;
-    // The numbers go into tables of the connection's own, compared as the key columns compare.
+namespace {
+
+// The tables as the import removes by the numbers of a block: by business state, by business
+// number (the permits and craft cards of persons), by person.
+enum class KeyKind { State, Number, Person };
+struct Removed {
+    const char* table;
+    KeyKind kind;
+    const char* number;
+    const char* state;  // by number alone without one, or where the data are not by state
+};
+const Removed kRemoved[] = {
+    {"betrieb_adresse", KeyKind::State, "betr-nr", "betr-hist-nr"},
+    {"betrieb", KeyKind::State, "betr-nr", "betr-hist-nr"},
+    {"betrieb_meldgrundsonst", KeyKind::State, "betr-nr", "betr-hist-nr"},
+    {"betrieb_taetigkeit", KeyKind::State, "betr-nr", "betr-hist-nr"},
+    {"betrieb_erlaubnis", KeyKind::State, "betr-nr", "betr-hist-nr"},
+    {"betrieb_handwerkskarte", KeyKind::State, "betr-nr", "betr-hist-nr"},
+    {"beziehung_betrieb_person", KeyKind::State, "bez-betr-nr", "bez-betr-hist-nr"},
+    {"person_erlaubnis", KeyKind::Number, "betr-nr", nullptr},
+    {"person_handwerkskarte", KeyKind::Number, "betr-nr", nullptr},
+    {"person", KeyKind::Person, "pers-nr", nullptr},
+    {"person_staatsang", KeyKind::Person, "pers-nr", nullptr},
+};
+
+const char* keyTable(KeyKind kind) {
+    switch (kind) {
+        case KeyKind::State:
+            return "temp.tolma_vorab_betrieb";
+        case KeyKind::Number:
+            return "temp.tolma_vorab_nummer";
+        case KeyKind::Person:
+            break;
+    }
+    return "temp.tolma_vorab_person";
+}
+
+bool noKeys(const BlockKeys& keys, KeyKind kind) {
+    switch (kind) {
+        case KeyKind::State:
+            return keys.states.empty();
+        case KeyKind::Number:
+            return keys.numbers.empty();
+        case KeyKind::Person:
+            break;
+    }
+    return keys.persons.empty();
+}
+
+// The numbers into tables of the connection's own, compared as the key columns compare.
+void fillKeys(store::Connection& c, const BlockKeys& keys) {
     c.execute(
         "CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_betrieb (nr TEXT COLLATE NOCASE, hist TEXT "
         "COLLATE NOCASE)");
     c.execute("CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_nummer (nr TEXT COLLATE NOCASE)");
     c.execute("CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_person (nr TEXT COLLATE NOCASE)");
-    auto fill = [&](const char* table, const auto& values) {
-        auto& add = c.cached(std::string("INSERT INTO temp.") + table + " VALUES (?1" +
-                             (std::string_view(table) == "tolma_vorab_betrieb" ? ", ?2)" : ")"));
+    for (const KeyKind kind : {KeyKind::State, KeyKind::Number, KeyKind::Person})
+        c.execute(std::string("DELETE FROM ") + keyTable(kind));
+    auto& state = c.cached("INSERT INTO temp.tolma_vorab_betrieb VALUES (?1, ?2)");
+    for (const auto& [nr, hist] : keys.states) {
+        state.reset();
+        state.bind(1, store::Variant(nr));
+        state.bind(2, store::Variant(hist));
+        state.step();
+    }
+    auto fill = [&](KeyKind kind, const std::vector<std::string>& values) {
+        auto& add = c.cached(std::string("INSERT INTO ") + keyTable(kind) + " VALUES (?1)");
         for (const auto& v : values) {
             add.reset();
-            if constexpr (std::is_same_v<std::decay_t<decltype(v)>, std::string>) {
-                add.bind(1, store::Variant(v));
-            } else {
-                add.bind(1, store::Variant(v.first));
-                add.bind(2, store::Variant(v.second));
-            }
+            add.bind(1, store::Variant(v));
             add.step();
         }
     };
-    fill("tolma_vorab_betrieb", keys.states);
-    fill("tolma_vorab_nummer", keys.numbers);
-    fill("tolma_vorab_person", keys.persons);
-    // The key tables as the import removes by them; the keys drive, each table answers by its
-    // index.
-    struct Copied {
-        const char* table;
-        const char* keys;
-        const char* number;
-        const char* state;  // none: by number alone
-    };
-    static const Copied kCopied[] = {
-        {"betrieb_adresse", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
-        {"betrieb", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
-        {"betrieb_meldgrundsonst", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
-        {"betrieb_taetigkeit", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
-        {"betrieb_erlaubnis", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
-        {"betrieb_handwerkskarte", "tolma_vorab_betrieb", "betr-nr", "betr-hist-nr"},
-        {"beziehung_betrieb_person", "tolma_vorab_betrieb", "bez-betr-nr", "bez-betr-hist-nr"},
-        {"person_erlaubnis", "tolma_vorab_nummer", "betr-nr", nullptr},
-        {"person_handwerkskarte", "tolma_vorab_nummer", "betr-nr", nullptr},
-        {"person", "tolma_vorab_person", "pers-nr", nullptr},
-        {"person_staatsang", "tolma_vorab_person", "pers-nr", nullptr},
-    };
-    for (const auto& copied : kCopied) {
-        const auto mark = std::find_if(marks_.begin(), marks_.end(),
-                                       [&](const auto& m) { return m.first == copied.table; });
-        const bool none =
-            std::string_view(copied.keys) == "tolma_vorab_betrieb"  ? keys.states.empty()
-            : std::string_view(copied.keys) == "tolma_vorab_nummer" ? keys.numbers.empty()
-                                                                    : keys.persons.empty();
-        if (mark == marks_.end() || none) continue;
-        std::string sql = "INSERT INTO " + store::jet::quoteName(shadowOf(copied.table)) +
-                          " SELECT ?1, 'D', t.rowid, t.* FROM temp." + copied.keys +
-                          " k CROSS JOIN main." + store::jet::quoteName(copied.table) + " t ON t." +
-                          store::jet::quoteName(copied.number) + " = k.nr";
-        if (copied.state && keys.byState)
-            sql += " AND t." + store::jet::quoteName(copied.state) + " = k.hist";
-        // Rows above the mark are the run's own: taking back removes them in any case.
-        sql += " WHERE t.rowid <= ?2";
-        c.execute(sql,
-                  {store::Variant(static_cast<long long>(lauf_)), store::Variant(mark->second)});
+    fill(KeyKind::Number, keys.numbers);
+    fill(KeyKind::Person, keys.persons);
+}
+
+// The condition that a row of `alias` belongs to one of the numbers in the key table.
+std::string belongs(const Removed& r, bool byState, const std::string& alias) {
+    std::string sql = "k.nr = " + alias + "." + store::jet::quoteName(r.number);
+    if (r.state && byState) sql += " AND k.hist = " + alias + "." + store::jet::quoteName(r.state);
+    return sql;
+}
+
+}  // namespace
+
+void ImportJournal::removeAhead(store::Connection& c, const BlockKeys& keys) {
+    blockStarts_.assign(std::size(kRemoved), -1);
+    if (!started() || keys.empty()) return;
+    fillKeys(c, keys);
+    for (size_t i = 0; i < std::size(kRemoved); ++i) {
+        const Removed& r = kRemoved[i];
+        if (noKeys(keys, r.kind) || !recorded(r.table)) continue;
+        const std::string shadow = store::jet::quoteName(shadowOf(r.table));
+        auto last = c.prepare("SELECT coalesce(max(rowid), 0) FROM " + shadow);
+        last->step();
+        blockStarts_[i] = last->column(0).toInteger();
+        last.reset();
+        // The keys drive, the table answers by its index; then the rows copied go, by row id.
+        c.execute("INSERT INTO " + shadow + " SELECT ?1, 'D', t.rowid, t.* FROM " +
+                      keyTable(r.kind) + " k CROSS JOIN main." + store::jet::quoteName(r.table) +
+                      " t ON " + belongs(r, keys.byState, "t"),
+                  {store::Variant(static_cast<long long>(lauf_))});
+        store::ChangeCapture::Quiet quiet(capture_.get());
+        c.execute("DELETE FROM main." + store::jet::quoteName(r.table) +
+                      " WHERE rowid IN (SELECT rid FROM " + shadow + " WHERE rowid > ?1)",
+                  {store::Variant(blockStarts_[i])});
     }
-    c.execute("DELETE FROM temp.tolma_vorab_betrieb");
-    c.execute("DELETE FROM temp.tolma_vorab_nummer");
-    c.execute("DELETE FROM temp.tolma_vorab_person");
+}
+
+void ImportJournal::putBack(store::Connection& c, const BlockKeys& left) {
+    if (!started() || left.empty() || blockStarts_.empty()) return;
+    fillKeys(c, left);
+    for (size_t i = 0; i < std::size(kRemoved); ++i) {
+        const Removed& r = kRemoved[i];
+        if (blockStarts_[i] < 0 || noKeys(left, r.kind)) continue;
+        const std::string table = "main." + store::jet::quoteName(r.table);
+        const auto columns = columnsOf(c, r.table);
+        // Under its old row id, unless a row of the block took it meanwhile: the record keeps
+        // the old id for taking back.
+        c.execute("INSERT INTO " + table + " (rowid, " + columnList(columns) +
+                      ") SELECT CASE WHEN EXISTS (SELECT 1 FROM " + table +
+                      " x WHERE x.rowid = s.rid) THEN NULL ELSE s.rid END, " +
+                      columnList(columns, "s.") + " FROM " +
+                      store::jet::quoteName(shadowOf(r.table)) +
+                      " s WHERE s.rowid > ?1 AND EXISTS (SELECT 1 FROM " + keyTable(r.kind) +
+                      " k WHERE " + belongs(r, left.byState, "s") + ")",
+                  {store::Variant(blockStarts_[i])});
+    }
+}
+
+bool ImportJournal::recorded(const std::string& table) const {
+    return std::any_of(marks_.begin(), marks_.end(),
+                       [&](const auto& m) { return m.first == table; });
 }
 
 void ImportJournal::count(store::Connection& c, long businesses) {

@@ -18,8 +18,9 @@ class Connection;
 // How a run is recorded: before the run, the highest row id of each table; during the run,
 // through a capture on the connection only (never in the store's schema), the old image of
 // every row deleted or changed, and the row id of a row inserted at or below that mark. Rows
-// above the mark were inserted by the run. The rows a block is about to remove are copied
-// before its first element, a few statements for the whole block. Taking back deletes what the
+// above the mark were inserted by the run. The rows a block is to remove are copied and removed
+// before its first element, a few statements for the whole block; what no element came to
+// remove is put back at its end. Taking back deletes what the
 // run inserted and puts back the first image of every row it touched, under its old row id.
 namespace tolma::transfer {
 
@@ -32,7 +33,7 @@ struct ImportRun {
 
 inline constexpr int kDefaultKeptRuns = 10;
 
-// The numbers of one block whose old rows are recorded ahead of the block's removals.
+// The numbers of one block whose rows are removed ahead of its elements.
 struct BlockKeys {
     bool byState = false;  // businesses by number and state, not by number alone
     std::vector<std::pair<std::string, std::string>> states;  // betr-nr, betr-hist-nr
@@ -51,9 +52,12 @@ class ImportJournal {
     void start(store::Connection& c, const std::string& file, const std::string& when, int keep);
     // Starts capturing on the connection; again after the store was closed and reopened.
     void attach(store::Connection& c);
-    // Copies the rows that the block's businesses and persons hold at or below the marks into
-    // the record, one statement per table: the block's removals then copy nothing.
-    void recordAhead(store::Connection& c, const BlockKeys& keys);
+    // Removes the rows that the block's businesses and persons hold, copied into the record
+    // first, one statement each per table: the block's elements then remove nothing of theirs.
+    void removeAhead(store::Connection& c, const BlockKeys& keys);
+    // Puts back the rows of those numbers that no element of the block came to remove (it was
+    // cut by ESC, or an element gave up early), from their copies.
+    void putBack(store::Connection& c, const BlockKeys& left);
     // The businesses read so far, written with the block.
     void count(store::Connection& c, long businesses);
     // Writes what was captured and stops capturing.
@@ -65,6 +69,9 @@ class ImportJournal {
     long lauf_ = 0;
     std::vector<std::pair<std::string, long long>> marks_;  // table, highest row id before the run
     std::unique_ptr<store::ChangeCapture> capture_;
+    std::vector<long long> blockStarts_;  // per removed table, the record's last row before
+                                          // the block; -1 where the block removed nothing
+    bool recorded(const std::string& table) const;
 };
 
 // The recorded runs, oldest first; none when the store holds no record.

@@ -33,7 +33,7 @@ bool skippedElement(std::string_view name) {
 
 BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements) {
     BlockKeys keys;
-    auto& ahead = ctx.recordedAhead;
+    auto& ahead = ctx.removedAhead;
     ahead.clear();
     // Without a known kind of data the businesses' rows stay; persons go in either case.
     const bool byNumber = ctx.akt_struktur == core::kBetriebsbezogen;
@@ -44,16 +44,31 @@ BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements
         if ((byNumber || keys.byState) && ctx.businessTables(nr) != 0) {
             if (ahead.businesses.insert(ctx.businessKey(nr, element.betrHistNr)).second)
                 keys.states.emplace_back(nr, element.betrHistNr);
-            if (ahead.businessNumbers.insert(nr).second) keys.numbers.push_back(nr);
+            if (ahead.businessNumbers.insert(ImportContext::foldedKey(nr)).second)
+                keys.numbers.push_back(nr);
         }
         for (const std::string_view line : element.lines) {
             if (!lineStartsWith(line, "<pers-nr>")) continue;
             std::string persNr = Upd_8_ExtrFeldInhalt(line);
             if (persNr != kKeinInhalt && ctx.personTables(persNr) != 0 &&
-                ahead.persons.insert(persNr).second)
+                ahead.persons.insert(ImportContext::foldedKey(persNr)).second)
                 keys.persons.push_back(std::move(persNr));
         }
     }
+    return keys;
+}
+
+BlockKeys keysLeft(const ImportContext& ctx) {
+    BlockKeys keys;
+    keys.byState = ctx.akt_struktur == core::kMeldungsbezogen;
+    for (const auto& key : ctx.removedAhead.businesses) {
+        const size_t cut = key.find('\n');
+        keys.states.emplace_back(key.substr(0, cut),
+                                 cut == std::string::npos ? "" : key.substr(cut + 1));
+    }
+    keys.numbers.assign(ctx.removedAhead.businessNumbers.begin(),
+                        ctx.removedAhead.businessNumbers.end());
+    keys.persons.assign(ctx.removedAhead.persons.begin(), ctx.removedAhead.persons.end());
     return keys;
 }
 
@@ -107,13 +122,12 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
         if (!byBusiness.empty()) {
             using T = ImportContext::BusinessTable;
             const unsigned held = ctx.businessTables(betrNr);
-            // Recorded ahead once: a number that comes again in the block meets the run's own rows.
-            auto& ahead = ctx.recordedAhead;
+            // Removed ahead with the block, once: a number that comes again meets the run's rows.
+            auto& ahead = ctx.removedAhead;
             const bool state = ahead.businesses.erase(ctx.businessKey(nr, hist)) > 0;
-            const bool number = ahead.businessNumbers.erase(nr) > 0;
-            auto kill = [&](T table, const std::string& criteria, store::Recordset& rs,
-                            bool recorded) {
-                return (held & table) ? Upd_6_Kill(ctx, criteria, rs, recorded) : 0;
+            const bool number = ahead.businessNumbers.erase(ImportContext::foldedKey(nr)) > 0;
+            auto kill = [&](T table, const std::string& criteria, store::Recordset& rs, bool gone) {
+                return (held & table) && !gone ? Upd_6_Kill(ctx, criteria, rs) : 0;
             };
             // The permits and craft cards of persons carry no history number: they go for all
             // states of the business at once.

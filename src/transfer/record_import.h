@@ -16,9 +16,11 @@ namespace tolma::transfer {
 void Upd_2_Read(ImportContext& ctx, const ReadElement& element);
 
 // The numbers whose rows the elements of a block will remove, as Upd_3_Betr and Upd_4_Andere
-// remove them, so that the run's record can take those rows in a few statements beforehand;
-// noted in ctx.recordedAhead. Numbers the store cannot hold are left out.
+// remove them, so that the block can remove them all beforehand; noted in ctx.removedAhead.
+// Numbers the store cannot hold are left out.
 BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements);
+// Those of them that no element came to remove.
+BlockKeys keysLeft(const ImportContext& ctx);
 
 // Removes what the store holds for the keys and builds the new business row with its
 // sections. Lines are those of Upd_2_Read; the keys are the raw extraction results.

@@ -112,11 +112,12 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
             using B = ImportContext::BusinessTable;
             const std::string byPerson = "[pers-nr] = " + quote(persNr);
             const std::string byBoth = byPerson + " AND [betr-nr] = " + quote(betrNr);
-            // Recorded ahead once: a person that comes again in the block meets the run's rows.
-            const bool recorded = ctx.recordedAhead.persons.erase(persNr) > 0;
+            // Removed ahead with the block, once: a person that comes again meets the run's rows.
+            const bool gone = ctx.removedAhead.persons.erase(ImportContext::foldedKey(persNr)) > 0;
+            // Those of the business went with it: what is left are the run's own rows.
             const bool permitsGone = !betrNr.empty() && ctx.personPermitsGoneOf == betrNr;
-            if (person & P::kPerson) Upd_6_Kill(ctx, byPerson, g.rs_person, recorded);
-            if (person & P::kStaatsang) Upd_6_Kill(ctx, byPerson, g.rs_person_staatsang, recorded);
+            if ((person & P::kPerson) && !gone) Upd_6_Kill(ctx, byPerson, g.rs_person);
+            if ((person & P::kStaatsang) && !gone) Upd_6_Kill(ctx, byPerson, g.rs_person_staatsang);
             if ((person & P::kPErlaubnis) && ctx.mayHoldBusiness(betrNr, B::kPersonErlaubnis))
                 Upd_6_Kill(ctx, byBoth, g.rs_person_erlaubnis, permitsGone);
             if ((person & P::kPHandwerkskarte) &&
