@@ -1,13 +1,6 @@
 #include "search/index_words.h"
 
-#include <sqlite3.h>
-
-#include <stdexcept>
-
-#include <string_view>
-
 #include "search/phonetic.h"
-#include "store/connection.h"
 #include "store/german_text.h"
 
 namespace tolma::search {
@@ -39,58 +32,10 @@ char lowerAscii(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
 }
 
-// Appends a word in its form and a blank. Most words are plain ASCII: those skip the general
-// routines and their strings, with the same result.
-void appendWord(std::string& out, std::string_view w, WordForm form) {
-    switch (form) {
-        case WordForm::Exact:
-            if (isAscii(w))
-                for (char c : w) out += lowerAscii(c);
-            else
-                out += store::german::lower(w);
-            break;
-        case WordForm::Folded:
-            if (isAscii(w)) {
-                for (size_t i = 0; i < w.size(); ++i) {
-                    const char c = lowerAscii(w[i]);
-                    out += c;
-                    // ae, oe and ue as the plain vowel, as fold() has it.
-                    if ((c == 'a' || c == 'o' || c == 'u') && i + 1 < w.size() &&
-                        lowerAscii(w[i + 1]) == 'e')
-                        ++i;
-                }
-            } else {
-                out += fold(w);
-            }
-            break;
-        case WordForm::Sound: {
-            const std::string code = koelnerPhonetik(w);
-            if (code.empty()) return;
-            out += code;
-            break;
-        }
-    }
-    out += ' ';
-}
-
-void wordsFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
-    const int form = sqlite3_value_int(argv[0]);
-    if (form < 0 || form > 2) {
-        sqlite3_result_error(ctx, "tolma_such_worte: unbekannte Form", -1);
-        return;
-    }
-    size_t size = 0;
-    for (int i = 1; i < argc; ++i) size += static_cast<size_t>(sqlite3_value_bytes(argv[i])) + 1;
-    std::string out;
-    out.reserve(size + size / 4);  // a word folded or by sound is no longer than as written
-    for (int i = 1; i < argc; ++i) {
-        const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(argv[i]));
-        if (!text) continue;
-        const std::string_view view(text, static_cast<size_t>(sqlite3_value_bytes(argv[i])));
-        forEachWord(view,
-                    [&](std::string_view w) { appendWord(out, w, static_cast<WordForm>(form)); });
-    }
-    sqlite3_result_text(ctx, out.data(), static_cast<int>(out.size()), SQLITE_TRANSIENT);
+std::uint64_t hashOf(std::string_view s) {
+    std::uint64_t h = 14695981039346656037ull;
+    for (char c : s) h = (h ^ static_cast<unsigned char>(c)) * 1099511628211ull;
+    return h;
 }
 
 }  // namespace
@@ -101,21 +46,75 @@ std::vector<std::string> wordsOf(const std::string& text) {
     return words;
 }
 
-std::string wordColumn(const std::string& text, WordForm form) {
-    std::string out;
-    forEachWord(text, [&](std::string_view w) { appendWord(out, w, form); });
-    return out;
+void RowWords::clear() {
+    text_.clear();
+    tokens_.clear();
 }
 
-void registerWordFunction(store::Connection& c) {
-    auto& done = c.memo("tolma_such_worte");
-    if (done) return;
-    // Deterministic, so that SQLite may work it out once where a statement repeats it.
-    if (sqlite3_create_function(c.handle(), "tolma_such_worte", -1,
-                                SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, wordsFunction, nullptr,
-                                nullptr) != SQLITE_OK)
-        throw std::runtime_error(sqlite3_errmsg(c.handle()));
-    done = std::make_shared<int>(1);
+void RowWords::add(std::string_view text, bool names) {
+    forEachWord(text, [&](std::string_view w) { put(w, names); });
+}
+
+bool RowWords::keep(size_t start) {
+    const std::string_view token(text_.data() + start, text_.size() - start);
+    const std::uint64_t hash = hashOf(token);
+    for (const Token& t : tokens_)
+        if (t.hash == hash && std::string_view(text_.data() + t.start, t.size) == token) {
+            text_.resize(start);
+            return false;
+        }
+    tokens_.push_back(
+        {hash, static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(token.size())});
+    text_ += ' ';
+    return true;
+}
+
+void RowWords::put(std::string_view w, bool names) {
+    // The word as written. The folded spelling and the sound follow from it, so a word that is
+    // there already brings nothing new but, as a name for the first time, its sound.
+    const size_t start = text_.size();
+    const bool ascii = isAscii(w);
+    if (ascii)
+        for (char c : w) text_ += lowerAscii(c);
+    else
+        text_ += store::german::lower(w);
+    const size_t lowerSize = text_.size() - start;
+    bool fresh = true;
+    if (!keep(start)) {
+        fresh = false;
+        if (!names) return;
+    }
+    if (fresh) {
+        // Most words are plain ASCII: their folded spelling differs only by ae, oe and ue.
+        const std::string_view written(text_.data() + start, lowerSize);
+        if (ascii) {
+            scratch_.clear();
+            for (size_t i = 0; i < written.size(); ++i) {
+                const char c = written[i];
+                scratch_ += c;
+                if ((c == 'a' || c == 'o' || c == 'u') && i + 1 < written.size() &&
+                    written[i + 1] == 'e')
+                    ++i;
+            }
+        } else {
+            scratch_ = fold(w);
+        }
+        if (scratch_ != written) {
+            const size_t at = text_.size();
+            text_ += kFoldedMark;
+            text_ += scratch_;
+            keep(at);
+        }
+    }
+    if (names) {
+        const std::string code = koelnerPhonetik(w);
+        if (!code.empty()) {
+            const size_t at = text_.size();
+            text_ += kSoundMark;
+            text_ += code;
+            keep(at);
+        }
+    }
 }
 
 }  // namespace tolma::search

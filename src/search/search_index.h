@@ -11,8 +11,8 @@ class Connection;
 // One search across businesses and persons, through a full-text index of the data store
 // (SQLite FTS5) that holds every word three ways: as written (without regard to case), folded
 // (ä/ae/a, ß/ss, accents) and, for names, by sound (Kölner Phonetik), beside what a hit shows.
-// The index is two tables of its own, "tolma_suchzeilen" and "tolma_suchworte"; no routine of the
-// system reads them.
+// The index is two tables of its own, "tolma_suchtreffer" and "tolma_suchbegriffe"; no routine of
+// the system reads them.
 namespace tolma::search {
 
 enum class Kind { Both, Businesses, Persons };
@@ -24,11 +24,18 @@ struct Hit {
     int score = 0;  // 3 per word found as written, 2 folded, 1 by sound
 };
 
+// Whether the store has an index that follows it; one of an earlier form does not count.
 bool hasIndex(store::Connection& c);
 // Builds the index anew from the store; `progress` hears (done, total) now and then.
 void buildIndex(store::Connection& c, const std::function<void(long, long)>& progress = {});
-// Writes the rows of these businesses (and of the persons linked to them) anew.
-void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs);
+
+// Which persons a change of businesses wrote: those named, or any linked to the businesses.
+enum class Persons { Named, OfTheBusinesses };
+// Writes the rows of these businesses anew, and of every business linked to one of the persons,
+// since its rows show them: inside the transaction that is open, else in one of its own. An
+// index that cannot follow is left to the next search to build anew, and the failure is raised.
+void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs,
+                  const std::vector<std::string>& persNrs = {}, Persons persons = Persons::Named);
 // The hits of a query, best first: every word must match; the last one also as a beginning.
 std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind, int limit);
 // The hits as text: tab-separated with a header line.

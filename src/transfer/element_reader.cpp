@@ -50,6 +50,9 @@ ReadElement readElement(std::string_view text) {
             if (lineStartsWith(line, "<meld-art>") && contentOf(line) == "03") ++el.removals;
             if (lineStartsWith(line, "<gem-kz>"))
                 el.municipalities.push_back(Upd_8_ExtrFeldInhalt(line));
+            if (lineStartsWith(line, "<pers-nr>"))
+                if (std::string nr = Upd_8_ExtrFeldInhalt(line); nr != kKeinInhalt)
+                    el.persNrs.push_back(std::move(nr));
             el.lines.push_back(line);
         }
     } catch (...) {

@@ -21,6 +21,7 @@ struct ReadElement {
     std::string betrNr, betrHistNr, bRechtsform;
     long removals = 0;                        // <meld-art> 03
     std::vector<std::string> municipalities;  // <gem-kz>
+    std::vector<std::string> persNrs;         // <pers-nr>: the persons the element writes
     // What cutting the element raised; Upd_2_Read's trap reports it with the keys found so far.
     std::exception_ptr failure;
 };

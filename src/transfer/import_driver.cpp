@@ -349,6 +349,7 @@ class Run {
         if (!cancelled && chunk.broken) throw core::invalidCall();
         if (!checking() && g_.db_daten.isSet())
             recording_.journal.count(*g_.db_daten.connection(), records_);
+        keepSearch(chunk);
         batch.commit();
         return !cancelled;
     }
@@ -423,16 +424,37 @@ class Run {
         return ImportOutcome::Failed;
     }
 
-    // The search index follows what the run stored, in a transaction of its own.
+    // The search index follows each block in the block's transaction, so that store and index
+    // are never apart: the rows of the block's businesses, and of the businesses that share a
+    // person with them, are written anew. After a failure the next search builds the index
+    // anew, and the import goes on.
+    void keepSearch(const ReadChunk& chunk) {
+        if (checking() || !g_.db_daten.isSet()) return;
+        std::vector<std::string> businesses, persons;
+        for (const ReadElement& element : chunk.elements) {
+            businesses.push_back(element.betrNr);
+            persons.insert(persons.end(), element.persNrs.begin(), element.persNrs.end());
+        }
+        try {
+            search::refreshIndex(*g_.db_daten.connection(), businesses, persons);
+        } catch (const std::exception& e) {
+            core::logTrapped(g_, "Suchindex", e);
+        }
+        searchKept_ = {records_, ctx_.touched.size()};
+    }
+
+    // What a block that failed stored ahead of its end, in a transaction of its own; its persons
+    // are not known, so every business sharing a person with one of its businesses follows.
     void refreshSearch() {
-        if (checking() || (ctx_.touched.empty() && !ctx_.touchedAll) || !g_.db_daten.isSet())
-            return;
+        if (checking() || records_ == searchKept_.records || !g_.db_daten.isSet()) return;
         try {
             store::Connection& c = *g_.db_daten.connection();
             if (ctx_.touchedAll) {
                 if (search::hasIndex(c)) search::buildIndex(c);
             } else {
-                search::refreshIndex(c, ctx_.touched);
+                const auto from = ctx_.touched.begin() + static_cast<long>(searchKept_.touched);
+                search::refreshIndex(c, {from, ctx_.touched.end()}, {},
+                                     search::Persons::OfTheBusinesses);
             }
         } catch (const std::exception& e) {
             core::logTrapped(g_, "Suchindex", e);
@@ -453,6 +475,11 @@ class Run {
     std::string announced_;
     long records_ = 0;
     bool listIndexesLeftOut_ = false;
+    // How far the search index has followed: the records and the numbers noted until then.
+    struct {
+        long records = 0;
+        size_t touched = 0;
+    } searchKept_;
     // Recording ends with the run, however it ends: later changes are no part of it.
     struct Recording {
         core::Globals& g;

@@ -1,7 +1,12 @@
 // The search: names by sound, spellings folded, the index kept with the store.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <set>
+#include <sstream>
+
 #include "../transfer/import_fixture.h"
+#include "search/index_rows.h"
 #include "search/index_words.h"
 #include "search/phonetic.h"
 #include "search/search_index.h"
@@ -67,39 +72,53 @@ TEST(SearchFoldTest, SpellingsAgreeAsPeopleSpellThem) {
         EXPECT_EQ(search::fold(c.a) == search::fold(c.b), c.same) << c.a << " / " << c.b;
 }
 
-// The index's columns are filled in SQL, with shortcuts for plain ASCII words: they must hold each
-// word as lower(), fold() and koelnerPhonetik() give it.
-TEST(SearchWordColumnTest, ColumnsHoldEachWordAsTheRoutinesGiveIt) {
-    const char* texts[] = {"Bäckerei MEYER, Hauptstraße 5",
-                           "AEUSSERE Ueberseestr. 12a",
+// A row holds each word once as lower() gives it, the folded spelling apart only where fold()
+// gives another, and for names the sound: the shortcuts for plain ASCII words must agree.
+TEST(SearchRowWordsTest, EachWordOnceFoldedWhereItDiffersAndNamesBySound) {
+    const char* texts[] = {"Bäckerei MEYER, Hauptstraße 5 Meyer",
+                           "AEUSSERE Ueberseestr. 12a aeussere",
                            "Queen-Mary-Weg;Oevelgoenne",
                            "Dvořák & Söhne GmbH",
                            "  ",
                            "Christoph Xaver Huhn 25704 Meldorf"};
     for (const char* t : texts) {
-        std::string exact, folded, sound;
-        for (const auto& w : search::wordsOf(t)) {
-            exact += store::german::lower(w) + " ";
-            folded += search::fold(w) + " ";
-            if (const auto code = search::koelnerPhonetik(w); !code.empty()) sound += code + " ";
+        for (const bool names : {false, true}) {
+            std::set<std::string> expected;
+            for (const auto& w : search::wordsOf(t)) {
+                const std::string lower = store::german::lower(w), folded = search::fold(w);
+                expected.insert(lower);
+                if (folded != lower) expected.insert(search::kFoldedMark + folded);
+                if (const auto code = search::koelnerPhonetik(w); names && !code.empty())
+                    expected.insert(search::kSoundMark + code);
+            }
+            search::RowWords row;
+            row.add(t, names);
+            std::vector<std::string> tokens;
+            std::istringstream in(row.text());
+            for (std::string token; in >> token;) tokens.push_back(token);
+            EXPECT_EQ(std::set<std::string>(tokens.begin(), tokens.end()), expected) << t;
+            EXPECT_EQ(tokens.size(), expected.size()) << t;  // none twice
         }
-        EXPECT_EQ(search::wordColumn(t, search::WordForm::Exact), exact) << t;
-        EXPECT_EQ(search::wordColumn(t, search::WordForm::Folded), folded) << t;
-        EXPECT_EQ(search::wordColumn(t, search::WordForm::Sound), sound) << t;
     }
+    // A word first among other texts, then in a name, gains its sound.
+    search::RowWords row;
+    row.add("Meyerstraße Meyer", false);
+    row.add("Meyer", true);
+    EXPECT_EQ(row.text(), "meyerstraße _meyerstrasse meyer #67 ");
 }
 
 std::string business(const std::string& nr, const std::string& name, const std::string& street,
-                     const std::string& person, const std::string& ende = "") {
+                     const std::string& person, const std::string& ende = "",
+                     const std::string& persNr = "") {
     return "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr +
            "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n<b-eintr-name>" + name +
            "</b-eintr-name>\n" + (ende.empty() ? "" : "<betr-ende>" + ende + "</betr-ende>\n") +
            "<adressen>\n<adresse art=\"1\">\n<b-adr-art>1</b-adr-art>\n<b-strasse>" + street +
            "</b-strasse>\n<b-ort>Husum</b-ort>\n</adresse>\n</"
            "adressen>\n<personen>\n<person>\n<p-funktion>1</p-funktion>\n"
-           "<pers-nr>9" +
-           nr + "</pers-nr>\n<p-art>NP</p-art>\n<fam-name>" + person +
-           "</fam-name>\n</person>\n</personen>\n";
+           "<pers-nr>" +
+           (persNr.empty() ? "9" + nr : persNr) + "</pers-nr>\n<p-art>NP</p-art>\n<fam-name>" +
+           person + "</fam-name>\n</person>\n</personen>\n";
 }
 
 struct SearchFixture : ImportFixture {
@@ -109,6 +128,38 @@ struct SearchFixture : ImportFixture {
         std::vector<std::string> out;
         for (const auto& h : search::find(c(), query, kind, 20)) out.push_back(h.name);
         return out;
+    }
+    // The index's rows without their numbers, but with whether they are of removed businesses.
+    std::vector<std::string> indexRows() {
+        auto st = c().prepare(
+            "SELECT art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, worte, zeile >= " +
+            std::to_string(search::kRemoved) + " FROM tolma_suchtreffer");
+        std::vector<std::string> out;
+        while (st->step()) {
+            std::string row;
+            for (int i = 0; i < 10; ++i) row += st->column(i).toString() + "|";
+            out.push_back(row);
+        }
+        std::sort(out.begin(), out.end());
+        return out;
+    }
+    // The rows an index built anew would have; the index stays as it is.
+    std::vector<std::string> rebuiltRows() {
+        c().execute("BEGIN");
+        search::buildIndex(c());
+        auto rows = indexRows();
+        c().execute("ROLLBACK");
+        return rows;
+    }
+    void expectKeptAsBuilt(const char* step) {
+        const auto kept = indexRows();
+        EXPECT_EQ(kept, rebuiltRows()) << step;
+        EXPECT_FALSE(kept.empty()) << step;
+        // The full-text index agrees with its rows: no word of a replaced row is left behind.
+        EXPECT_NO_THROW(
+            c().execute("INSERT INTO tolma_suchbegriffe (tolma_suchbegriffe, rank) "
+                        "VALUES ('integrity-check', 1)"))
+            << step;
     }
 };
 
@@ -195,19 +246,112 @@ TEST(SearchTest, TheIndexFollowsImportReplaceTakingBackAndRebuild) {
     EXPECT_EQ(f.names("Meyer"), std::vector<std::string>{"Bäckerei Meyer"});
 }
 
-TEST(SearchTest, TheIndexOfTheEarlierFormIsLetGoWhenTheIndexIsBuilt) {
+TEST(SearchTest, TheIndexesOfEarlierFormsAreLetGoWhenTheIndexIsBuilt) {
+    struct Form {
+        const char* words;
+        std::vector<std::string> create;
+    } forms[] = {
+        {"tolma_suchindex",
+         {"CREATE VIRTUAL TABLE tolma_suchindex USING fts5(name UNINDEXED, exakt)",
+          "INSERT INTO tolma_suchindex VALUES ('Bäckerei Meyer', 'bäckerei meyer')"}},
+        {"tolma_suchworte",
+         {"CREATE TABLE tolma_suchzeilen (zeile INTEGER PRIMARY KEY, name TEXT, exakt TEXT)",
+          "CREATE VIRTUAL TABLE tolma_suchworte USING fts5(name UNINDEXED, exakt, content = "
+          "'tolma_suchzeilen', content_rowid = 'zeile')",
+          "INSERT INTO tolma_suchzeilen VALUES (1, 'Bäckerei Meyer', 'bäckerei meyer')",
+          "INSERT INTO tolma_suchworte (tolma_suchworte) VALUES ('rebuild')"}},
+    };
+    for (const auto& form : forms) {
+        SearchFixture f;
+        TmlFile first;
+        first.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer")};
+        ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
+        for (const auto& sql : form.create) f.c().execute(sql);
+        EXPECT_FALSE(search::hasIndex(f.c())) << form.words;
+        EXPECT_EQ(f.names("Meyer"), std::vector<std::string>{"Bäckerei Meyer"}) << form.words;
+        EXPECT_TRUE(search::hasIndex(f.c())) << form.words;
+        // Dropped, or emptied while the program's recordsets read the store.
+        if (!f.rows(std::string("SELECT 1 FROM sqlite_master WHERE name = '") + form.words + "'")
+                 .empty()) {
+            EXPECT_EQ(f.rows(std::string("SELECT count(*) FROM ") + form.words), Strings{"0"});
+        }
+    }
+}
+
+// A business with two addresses, the first of another kind, two activities and two persons, the
+// first of whom (7001) also stands for business 1002.
+std::string richBusiness(const std::string& name, const std::string& sharedPerson,
+                         const std::string& ende = "") {
+    return "<gem-kz>01054056</gem-kz>\n<betr-nr>2001</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n"
+           "<b-eintr-name>" +
+           name + "</b-eintr-name>\n" +
+           (ende.empty() ? "" : "<betr-ende>" + ende + "</betr-ende>\n") +
+           "<adressen>\n<adresse art=\"2\">\n<b-adr-art>2</b-adr-art>\n<b-strasse>Postfach "
+           "12</b-strasse>\n<b-ort>Kiel</b-ort>\n</adresse>\n<adresse art=\"1\">\n<b-adr-art>1</"
+           "b-adr-art>\n<b-strasse>Süderstraße 3</b-strasse>\n<b-plz>25813</b-plz>\n<b-ort>Husum</"
+           "b-ort>\n</adresse>\n</"
+           "adressen>\n<taetigkeiten>\n<taetigkeit>\n<tk-originaltext>Reparatur "
+           "von Kraftwagen</tk-originaltext>\n</taetigkeit>\n<taetigkeit>\n<tk-originaltext>Handel "
+           "mit Gebrauchtwagen</tk-originaltext>\n</taetigkeit>\n</taetigkeiten>\n<personen>\n"
+           "<person>\n<p-funktion>1</p-funktion>\n<pers-nr>7001</pers-nr>\n<p-art>NP</p-art>\n"
+           "<fam-name>" +
+           sharedPerson +
+           "</fam-name>\n<vornamen>Jörn</vornamen>\n<p-strasse>Deichweg 1</p-strasse>\n<p-ort>"
+           "Husum</p-ort>\n</person>\n<person>\n<p-funktion>2</p-funktion>\n<pers-nr>7002</"
+           "pers-nr>\n<p-art>NP</p-art>\n<p-eintr-name>Ketels GmbH</p-eintr-name>\n</person>\n"
+           "</personen>\n";
+}
+
+TEST(SearchTest, TheIndexKeptByImportsHoldsWhatABuildGives) {
+    SearchFixture f;
+    search::buildIndex(f.c());  // while the store is empty
+    TmlFile first;
+    first.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer"),
+                      business("1002", "Kiosk am Deich", "Deichstraße 1", "Petersen", "", "7001"),
+                      business("1003", "Maier Bau", "Hauptstraße 9", "Maier", "20200101"),
+                      richBusiness("Autohaus Ørsted", "Petersen")};
+    ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
+    f.expectKeptAsBuilt("first import");
+    EXPECT_EQ(f.names("Jörn"), (Strings{"Autohaus Ørsted", "Kiosk am Deich"}));
+
+    // The shared person is renamed by the other business: the kiosk's rows show the new name.
+    TmlFile replace;
+    replace.betriebe = {richBusiness("Autohaus Ørsted", "Petersen-Lüdtke"),
+                        business("1003", "Maier Bau", "Hauptstraße 9", "Maier")};
+    ASSERT_EQ(f.import(replace), transfer::ImportOutcome::Finished);
+    f.expectKeptAsBuilt("replace");
+    EXPECT_EQ(f.names("Luedtke"), (Strings{"Autohaus Ørsted", "Kiosk am Deich"}));
+    EXPECT_EQ(f.names("Lüdtke", search::Kind::Persons),
+              (Strings{"Petersen-Lüdtke, Jörn", "Petersen-Lüdtke, Jörn"}));
+
+    TmlFile removals;
+    removals.betriebe = {richBusiness("Autohaus Ørsted", "Petersen-Lüdtke", "20250630"),
+                         business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer", "20250701")};
+    ASSERT_EQ(f.import(removals), transfer::ImportOutcome::Finished);
+    f.expectKeptAsBuilt("removals");
+    const auto hits = search::find(f.c(), "Hauptstrasse", search::Kind::Businesses, 10);
+    ASSERT_EQ(hits.size(), 2u);
+    EXPECT_EQ(hits[0].name, "Maier Bau");  // current again, ahead of the removed bakery
+    EXPECT_TRUE(hits[1].abgemeldet);
+}
+
+TEST(SearchTest, AnIndexThatCannotFollowAnImportIsBuiltAtTheNextSearch) {
     SearchFixture f;
     TmlFile first;
     first.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer")};
     ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
-    f.c().execute("CREATE VIRTUAL TABLE tolma_suchindex USING fts5(name UNINDEXED, exakt)");
-    f.c().execute("INSERT INTO tolma_suchindex VALUES ('Bäckerei Meyer', 'bäckerei meyer')");
+    search::buildIndex(f.c());
+    f.c().execute(
+        "CREATE TRIGGER voll BEFORE INSERT ON tolma_suchtreffer WHEN NEW.zeile > 0 BEGIN SELECT "
+        "RAISE(ABORT, 'database or disk is full'); END");
+    TmlFile second;
+    second.betriebe = {business("1002", "Müller Spedition", "Am Hafen 1", "Müller")};
+    ASSERT_EQ(f.import(second), transfer::ImportOutcome::Finished);  // the businesses are stored
+    EXPECT_EQ(f.entries("Suchindex"), 1);
     EXPECT_FALSE(search::hasIndex(f.c()));
-    EXPECT_EQ(f.names("Meyer"), std::vector<std::string>{"Bäckerei Meyer"});
-    // Dropped, or emptied while the program's recordsets read the store.
-    if (!f.rows("SELECT 1 FROM sqlite_master WHERE name = 'tolma_suchindex'").empty()) {
-        EXPECT_EQ(f.rows("SELECT count(*) FROM tolma_suchindex"), std::vector<std::string>{"0"});
-    }
+    f.c().execute("DROP TRIGGER voll");
+    EXPECT_EQ(f.names("Spedition"), Strings{"Müller Spedition"});
+    EXPECT_EQ(f.names("Meyer"), Strings{"Bäckerei Meyer"});
 }
 
 TEST(SearchTest, AnImportOfAFewBusinessesWritesOnlyTheirRowsAnew) {
@@ -232,7 +376,7 @@ TEST(SearchTest, AnImportOfAFewBusinessesWritesOnlyTheirRowsAnew) {
     EXPECT_EQ(f.names("Spedition", search::Kind::Persons), std::vector<std::string>{"Müller"});
     // The full-text index agrees with its rows: no word of a replaced row is left behind.
     EXPECT_NO_THROW(f.c().execute(
-        "INSERT INTO tolma_suchworte (tolma_suchworte, rank) VALUES ('integrity-check', 1)"));
+        "INSERT INTO tolma_suchbegriffe (tolma_suchbegriffe, rank) VALUES ('integrity-check', 1)"));
 }
 
 }  // namespace
