@@ -47,13 +47,10 @@ BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements
             if (ahead.businessNumbers.insert(ImportContext::foldedKey(nr)).second)
                 keys.numbers.push_back(nr);
         }
-        for (const std::string_view line : element.lines) {
-            if (!lineStartsWith(line, "<pers-nr>")) continue;
-            std::string persNr = Upd_8_ExtrFeldInhalt(line);
-            if (persNr != kKeinInhalt && ctx.personTables(persNr) != 0 &&
+        for (const std::string& persNr : element.persNrs)
+            if (ctx.personTables(persNr) != 0 &&
                 ahead.persons.insert(ImportContext::foldedKey(persNr)).second)
-                keys.persons.push_back(std::move(persNr));
-        }
+                keys.persons.push_back(persNr);
     }
     return keys;
 }
