@@ -3,11 +3,13 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <exception>
 #include <limits>
-#include <string_view>
 #include <thread>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "search/index_words.h"
@@ -17,15 +19,6 @@ namespace tolma::search {
 namespace {
 
 using store::Variant;
-
-constexpr const char* kBusinesses = "temp.tolma_such_betriebe";
-constexpr const char* kPersons = "temp.tolma_such_personen";
-
-// The rows of the store met by a list's numbers. Without statistics SQLite would rather read a
-// whole table and look each row up in the short list; CROSS JOIN keeps the list outside.
-std::string chosen(const char* list) {
-    return std::string(" FROM ") + list + " c CROSS JOIN ";
-}
 
 bool isNull(store::Statement& st, int i) {
     return sqlite3_column_type(st.handle(), i) == SQLITE_NULL;
@@ -44,21 +37,64 @@ std::string_view trimmed(std::string_view s) {
     return s.substr(b, s.find_last_not_of(' ') - b + 1);
 }
 
-// The store joins a business state's rows by number and history number, both compared as
-// NOCASE compares: ASCII letters without regard to case. Null joins nothing.
-std::string stateKey(store::Statement& st, int nr, int hist) {
-    std::string key;
-    for (const int i : {nr, hist}) {
-        for (const char ch : textAt(st, i))
-            key += ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch + 32) : ch;
-        key += '\x1f';
+// The store joins a business state's rows by number and history number as NOCASE compares them:
+// ASCII letters without regard to case. Null joins nothing.
+bool sameNumber(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        const char x = a[i] >= 'A' && a[i] <= 'Z' ? static_cast<char>(a[i] + 32) : a[i];
+        const char y = b[i] >= 'A' && b[i] <= 'Z' ? static_cast<char>(b[i] + 32) : b[i];
+        if (x != y) return false;
     }
-    return key;
+    return true;
+}
+
+std::uint64_t keyHash(std::string_view nr, std::string_view hist) {
+    std::uint64_t h = 14695981039346656037ull;
+    for (const std::string_view part : {nr, hist}) {
+        for (char ch : part) {
+            if (ch >= 'A' && ch <= 'Z') ch = static_cast<char>(ch + 32);
+            h = (h ^ static_cast<unsigned char>(ch)) * 1099511628211ull;
+        }
+        h = (h ^ 0x1f) * 1099511628211ull;
+    }
+    return h;
 }
 
 void append(std::string& to, std::string_view text) {
     to += text;
     to += ' ';
+}
+
+// The rows of the store met by a list's numbers (a JSON array). Without statistics SQLite would
+// rather read a whole table and look each row up in the list; CROSS JOIN keeps the list outside.
+std::string byList(const std::string& table, const std::string& column) {
+    return " FROM json_each(?1) c CROSS JOIN " + table + " ON " + column + " = c.value";
+}
+
+// A list as a JSON array, for json_each(): one statement takes the whole list.
+std::string jsonArray(const std::vector<std::string>& texts) {
+    std::string json = "[";
+    for (const auto& t : texts) {
+        if (json.size() > 1) json += ',';
+        json += '"';
+        for (const char ch : t) {
+            const auto u = static_cast<unsigned char>(ch);
+            if (ch == '"' || ch == '\\') {
+                json += '\\';
+                json += ch;
+            } else if (u < 0x20) {
+                static const char hex[] = "0123456789abcdef";
+                json += "\\u00";
+                json += hex[u >> 4];
+                json += hex[u & 15];
+            } else {
+                json += ch;
+            }
+        }
+        json += '"';
+    }
+    return json + "]";
 }
 
 // One row of the index, with the texts its words come from.
@@ -67,20 +103,31 @@ struct Row {
     std::string nr, hist, persNr, name, strasse, ort, gemKz;
     std::string names, others;  // names are also heard by sound
     std::string words;
+    bool kept = false;  // the index holds the row as it is
 };
 
 // A business state: its own row and one for each person linked to it.
 struct State {
     bool removed = false;
+    bool added = false;  // new to the store: the index holds no rows of it
     long long firstAddress = std::numeric_limits<long long>::max();
     Row row;
     std::vector<Row> persons;
-    int next = -1;  // the next state of the same key
+    int next = -1;  // the next state of the same key's hash
 };
 
+struct Person {
+    std::string persNr, famName, vornamen, eintrName, strasse, ort;
+};
+
+// Reads the business states of the numbers in a list, and of new businesses, with what their
+// rows need from the other tables. The states of a key and the rows that join them are met as
+// the store meets them.
 class Reader {
   public:
-    explicit Reader(store::Connection& c) : c_(c) {}
+    Reader(store::Connection& c, const std::string& listed, const NewBusinesses* added,
+           const std::unordered_set<std::string>& addedKeys)
+        : c_(c), listed_(listed), added_(added), addedKeys_(addedKeys) {}
 
     std::vector<State> read() {
         readStates();
@@ -91,114 +138,211 @@ class Reader {
     }
 
   private:
+    // The listed rows of a table, then those of the new businesses among the rows the block
+    // wrote; `each` takes a row of either statement, whose columns are the same.
+    template <typename Each>
+    void eachRow(const std::string& columns, const std::string& table, const std::string& key,
+                 StoreTable written, int keyColumn, Each&& each) {
+        auto& listed = c_.cached("SELECT " + columns + byList(table + " t", "t." + key));
+        listed.bind(1, Variant(listed_));
+        while (listed.step()) each(listed);
+        if (!added_) return;
+        auto& fresh = c_.cached("SELECT " + columns + " FROM " + table + " t WHERE t.rowid >= ?1");
+        fresh.bind(1, Variant(added_->from[written]));
+        freshPass_ = true;
+        while (fresh.step())
+            if (!isNull(fresh, keyColumn) && isAdded(textAt(fresh, keyColumn))) each(fresh);
+        freshPass_ = false;
+    }
+
+    bool isAdded(std::string_view nr) {
+        scratch_.assign(nr);
+        for (char& ch : scratch_)
+            if (ch >= 'A' && ch <= 'Z') ch = static_cast<char>(ch + 32);
+        return addedKeys_.count(scratch_) > 0;
+    }
+
+    // The states of a key: those in the chain of its hash that have the key.
+    template <typename Each>
+    void eachStateOf(std::string_view nr, std::string_view hist, Each&& each) {
+        const auto it = byKey_.find(keyHash(nr, hist));
+        if (it == byKey_.end()) return;
+        for (int i = it->second; i >= 0; i = states_[static_cast<size_t>(i)].next) {
+            State& s = states_[static_cast<size_t>(i)];
+            if (sameNumber(s.row.nr, nr) && sameNumber(s.row.hist, hist)) each(s);
+        }
+    }
     template <typename Each>
     void eachStateOf(store::Statement& st, int nr, int hist, Each&& each) {
-        if (isNull(st, nr) || isNull(st, hist)) return;
-        const auto it = byKey_.find(stateKey(st, nr, hist));
-        if (it == byKey_.end()) return;
-        for (int i = it->second; i >= 0; i = states_[static_cast<size_t>(i)].next)
-            each(states_[static_cast<size_t>(i)]);
+        if (!isNull(st, nr) && !isNull(st, hist))
+            eachStateOf(textAt(st, nr), textAt(st, hist), std::forward<Each>(each));
     }
 
     void readStates() {
-        auto& st = c_.cached(
-            std::string("SELECT b.[betr-nr], b.[betr-hist-nr], b.[b-eintr-name], b.[gem-kz], "
-                        "b.[betr-ende]") +
-            chosen(kBusinesses) +
-            "betrieb b ON b.[betr-nr] = c.nr UNION ALL SELECT [betr-nr], [betr-hist-nr], "
-            "[b-eintr-name], [gem-kz], [betr-ende] FROM betrieb WHERE [betr-nr] IS NULL AND "
-            "EXISTS (SELECT 1 FROM " +
-            kBusinesses + " WHERE nr = '')");
-        while (st.step()) {
-            State s;
-            s.row.nr = textAt(st, 0);
-            s.row.hist = textAt(st, 1);
-            s.row.name = textAt(st, 2);
-            s.row.gemKz = textAt(st, 3);
-            s.removed = !trimmed(textAt(st, 4)).empty();
-            append(s.row.names, s.row.name);
-            // A state without number or history number meets no other row.
-            if (!isNull(st, 0) && !isNull(st, 1)) {
-                const auto [it, added] =
-                    byKey_.try_emplace(stateKey(st, 0, 1), static_cast<int>(states_.size()));
-                // Of states with one key, the first read leads the chain.
-                if (!added) {
-                    int last = it->second;
-                    while (states_[static_cast<size_t>(last)].next >= 0)
-                        last = states_[static_cast<size_t>(last)].next;
-                    states_[static_cast<size_t>(last)].next = static_cast<int>(states_.size());
-                }
+        const std::string columns =
+            "t.[betr-nr], t.[betr-hist-nr], t.[b-eintr-name], t.[gem-kz], t.[betr-ende]";
+        // The businesses without a number go with the empty one.
+        auto& unnumbered =
+            c_.cached("SELECT " + columns +
+                      " FROM betrieb t WHERE t.[betr-nr] IS NULL AND EXISTS (SELECT 1 FROM "
+                      "json_each(?1) WHERE value = '')");
+        unnumbered.bind(1, Variant(listed_));
+        while (unnumbered.step()) addState(unnumbered);
+        eachRow(columns, "betrieb", "[betr-nr]", kBetrieb, 0,
+                [&](store::Statement& st) { addState(st); });
+    }
+
+    void addState(store::Statement& st) {
+        State s;
+        s.added = freshPass_;
+        s.row.nr = textAt(st, 0);
+        s.row.hist = textAt(st, 1);
+        s.row.name = textAt(st, 2);
+        s.row.gemKz = textAt(st, 3);
+        s.removed = !trimmed(textAt(st, 4)).empty();
+        append(s.row.names, s.row.name);
+        // A state without number or history number meets no other row.
+        if (!isNull(st, 0) && !isNull(st, 1)) {
+            const auto [it, added] = byKey_.try_emplace(keyHash(textAt(st, 0), textAt(st, 1)),
+                                                        static_cast<int>(states_.size()));
+            if (!added) {  // of states with one hash, the first read leads the chain
+                int last = it->second;
+                while (states_[static_cast<size_t>(last)].next >= 0)
+                    last = states_[static_cast<size_t>(last)].next;
+                states_[static_cast<size_t>(last)].next = static_cast<int>(states_.size());
             }
-            states_.push_back(std::move(s));
         }
+        states_.push_back(std::move(s));
     }
 
     // The addresses' words, and the first address of kind 1 for the hit to show.
     void readAddresses() {
-        auto& st = c_.cached(std::string("SELECT a.rowid, a.[betr-nr], a.[betr-hist-nr], "
-                                         "a.[b-adr-art], a.[b-strasse], a.[b-ort], a.[b-plz]") +
-                             chosen(kBusinesses) + "betrieb_adresse a ON a.[betr-nr] = c.nr");
-        while (st.step()) {
-            const long long rowid = sqlite3_column_int64(st.handle(), 0);
-            const bool kind1 = !isNull(st, 3) && trimmed(textAt(st, 3)) == "1";
-            eachStateOf(st, 1, 2, [&](State& s) {
-                for (const int i : {4, 5, 6}) append(s.row.others, textAt(st, i));
-                if (kind1 && rowid < s.firstAddress) {
-                    s.firstAddress = rowid;
-                    s.row.strasse = textAt(st, 4);
-                    s.row.ort = textAt(st, 5);
-                }
+        eachRow(
+            "t.rowid, t.[betr-nr], t.[betr-hist-nr], t.[b-adr-art], t.[b-strasse], "
+            "t.[b-ort], t.[b-plz]",
+            "betrieb_adresse", "[betr-nr]", kAdresse, 1, [&](store::Statement& st) {
+                const long long rowid = sqlite3_column_int64(st.handle(), 0);
+                const bool kind1 = !isNull(st, 3) && trimmed(textAt(st, 3)) == "1";
+                eachStateOf(st, 1, 2, [&](State& s) {
+                    for (const int i : {4, 5, 6}) append(s.row.others, textAt(st, i));
+                    if (kind1 && rowid < s.firstAddress) {
+                        s.firstAddress = rowid;
+                        s.row.strasse = textAt(st, 4);
+                        s.row.ort = textAt(st, 5);
+                    }
+                });
             });
-        }
     }
 
     void readActivities() {
-        auto& st =
-            c_.cached(std::string("SELECT t.[betr-nr], t.[betr-hist-nr], t.[tk-originaltext]") +
-                      chosen(kBusinesses) + "betrieb_taetigkeit t ON t.[betr-nr] = c.nr");
-        while (st.step())
-            eachStateOf(st, 0, 1, [&](State& s) { append(s.row.others, textAt(st, 2)); });
+        eachRow("t.[betr-nr], t.[betr-hist-nr], t.[tk-originaltext]", "betrieb_taetigkeit",
+                "[betr-nr]", kTaetigkeit, 0, [&](store::Statement& st) {
+                    eachStateOf(st, 0, 1, [&](State& s) { append(s.row.others, textAt(st, 2)); });
+                });
     }
 
     // A business is found by the names of its persons, a person by its business's name.
     void readPersons() {
-        auto& st = c_.cached(
-            std::string("SELECT z.[bez-betr-nr], z.[bez-betr-hist-nr], p.[pers-nr], p.[fam-name], "
-                        "p.vornamen, p.[p-eintr-name], p.[p-strasse], p.[p-ort]") +
-            chosen(kBusinesses) +
-            "beziehung_betrieb_person z ON z.[bez-betr-nr] = c.nr CROSS JOIN person p ON "
-            "p.[pers-nr] = z.[bez-pers-nr]");
-        while (st.step()) {
-            const std::string_view famName = textAt(st, 3), vornamen = textAt(st, 4),
-                                   eintrName = textAt(st, 5);
-            eachStateOf(st, 0, 1, [&](State& s) {
-                for (const auto name : {famName, vornamen, eintrName}) append(s.row.names, name);
-                Row p;
-                p.person = true;
-                p.nr = s.row.nr;
-                p.hist = s.row.hist;
-                p.persNr = textAt(st, 2);
-                if (!famName.empty()) {
-                    p.name = famName;
-                    if (!vornamen.empty()) p.name += ", " + std::string(vornamen);
-                } else {
-                    p.name = eintrName;
-                }
-                p.strasse = textAt(st, 6);
-                p.ort = textAt(st, 7);
-                p.gemKz = s.row.gemKz;
-                for (const auto name : {famName, vornamen, eintrName}) append(p.names, name);
-                append(p.others, p.strasse);
-                append(p.others, p.ort);
-                append(p.others, s.row.name);
-                s.persons.push_back(std::move(p));
-            });
+        auto& listed = c_.cached(
+            "SELECT t.[bez-betr-nr], t.[bez-betr-hist-nr], p.[pers-nr], p.[fam-name], "
+            "p.vornamen, p.[p-eintr-name], p.[p-strasse], p.[p-ort]" +
+            byList("beziehung_betrieb_person t", "t.[bez-betr-nr]") +
+            " CROSS JOIN person p ON p.[pers-nr] = t.[bez-pers-nr]");
+        listed.bind(1, Variant(listed_));
+        while (listed.step()) {
+            const Person p{std::string(textAt(listed, 2)), std::string(textAt(listed, 3)),
+                           std::string(textAt(listed, 4)), std::string(textAt(listed, 5)),
+                           std::string(textAt(listed, 6)), std::string(textAt(listed, 7))};
+            eachStateOf(listed, 0, 1, [&](State& s) { addPerson(s, p); });
         }
+        if (added_) readNewPersons();
+    }
+
+    // The links the block wrote for new businesses, and their persons: those the store did not
+    // hold before from the rows the block wrote, the others by their numbers.
+    void readNewPersons() {
+        struct Link {
+            std::string nr, hist, person;
+        };
+        std::vector<Link> links;
+        std::unordered_map<std::string, std::vector<Person>> persons;
+        std::vector<std::string> held;
+        std::unordered_set<std::string> fresh;
+        auto& linked = c_.cached(
+            "SELECT [bez-betr-nr], [bez-betr-hist-nr], [bez-pers-nr] FROM "
+            "beziehung_betrieb_person WHERE rowid >= ?1");
+        linked.bind(1, Variant(added_->from[kBeziehung]));
+        while (linked.step()) {
+            if (isNull(linked, 0) || isNull(linked, 1) || isNull(linked, 2) ||
+                !isAdded(textAt(linked, 0)))
+                continue;
+            Link link{std::string(textAt(linked, 0)), std::string(textAt(linked, 1)),
+                      numberKey(textAt(linked, 2))};
+            if (!persons.count(link.person)) {
+                persons[link.person];
+                if (added_->personHeld(textAt(linked, 2)))
+                    held.emplace_back(textAt(linked, 2));
+                else
+                    fresh.insert(link.person);
+            }
+            links.push_back(std::move(link));
+        }
+        auto take = [&](store::Statement& st) {
+            persons[numberKey(textAt(st, 0))].push_back(
+                {std::string(textAt(st, 0)), std::string(textAt(st, 1)), std::string(textAt(st, 2)),
+                 std::string(textAt(st, 3)), std::string(textAt(st, 4)),
+                 std::string(textAt(st, 5))});
+        };
+        const std::string columns =
+            "p.[pers-nr], p.[fam-name], p.vornamen, p.[p-eintr-name], p.[p-strasse], p.[p-ort]";
+        if (!fresh.empty()) {
+            auto& st = c_.cached("SELECT " + columns + " FROM person p WHERE p.rowid >= ?1");
+            st.bind(1, Variant(added_->from[kPerson]));
+            while (st.step())
+                if (!isNull(st, 0) && fresh.count(numberKey(textAt(st, 0)))) take(st);
+        }
+        if (!held.empty()) {
+            auto& st = c_.cached("SELECT " + columns + byList("person p", "p.[pers-nr]"));
+            st.bind(1, Variant(jsonArray(held)));
+            while (st.step()) take(st);
+        }
+        for (const Link& link : links)
+            for (const Person& p : persons[link.person])
+                eachStateOf(link.nr, link.hist, [&](State& s) { addPerson(s, p); });
+    }
+
+    void addPerson(State& s, const Person& person) {
+        for (const std::string* name : {&person.famName, &person.vornamen, &person.eintrName})
+            append(s.row.names, *name);
+        Row p;
+        p.person = true;
+        p.nr = s.row.nr;
+        p.hist = s.row.hist;
+        p.persNr = person.persNr;
+        if (!person.famName.empty())
+            p.name =
+                person.vornamen.empty() ? person.famName : person.famName + ", " + person.vornamen;
+        else
+            p.name = person.eintrName;
+        p.strasse = person.strasse;
+        p.ort = person.ort;
+        p.gemKz = s.row.gemKz;
+        for (const std::string* name : {&person.famName, &person.vornamen, &person.eintrName})
+            append(p.names, *name);
+        append(p.others, p.strasse);
+        append(p.others, p.ort);
+        append(p.others, s.row.name);
+        s.persons.push_back(std::move(p));
     }
 
     store::Connection& c_;
+    const std::string& listed_;
+    const NewBusinesses* added_;
+    const std::unordered_set<std::string>& addedKeys_;
     std::vector<State> states_;
-    std::unordered_map<std::string, int> byKey_;
+    std::unordered_map<std::uint64_t, int> byKey_;  // the first state of a key's hash
+    std::string scratch_;
+    bool freshPass_ = false;
 };
 
 // The words of every row. They take as long as reading the rows from the store: half of the rows
@@ -255,118 +399,166 @@ void bindText(store::Statement& st, int i, const std::string& text) {
     sqlite3_bind_text(st.handle(), i, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
 }
 
-// A list as a JSON array, for json_each(): one statement takes the whole list.
-std::string jsonArray(const std::vector<std::string>& texts) {
-    std::string json = "[";
-    for (const auto& t : texts) {
-        if (json.size() > 1) json += ',';
-        json += '"';
-        for (const char ch : t) {
-            const auto u = static_cast<unsigned char>(ch);
-            if (ch == '"' || ch == '\\') {
-                json += '\\';
-                json += ch;
-            } else if (u < 0x20) {
-                static const char hex[] = "0123456789abcdef";
-                json += "\\u00";
-                json += hex[u >> 4];
-                json += hex[u & 15];
-            } else {
-                json += ch;
-            }
-        }
-        json += '"';
-    }
-    return json + "]";
+using Numbered = std::pair<long long, const Row*>;
+
+// A row's content as the rows table holds it: its kind, whether its business is removed, its
+// texts.
+using Content = std::array<std::string_view, 10>;
+
+Content contentOf(const Row& row, bool removed) {
+    return {row.person ? "P" : "B",
+            removed ? "1" : "0",
+            row.nr,
+            row.hist,
+            row.persNr,
+            row.name,
+            row.strasse,
+            row.ort,
+            row.gemKz,
+            row.words};
 }
 
-using Numbered = std::pair<long long, const Row*>;
+std::uint64_t hashOf(const Content& content) {
+    std::uint64_t h = 14695981039346656037ull;
+    for (const std::string_view text : content) {
+        for (const char ch : text) h = (h ^ static_cast<unsigned char>(ch)) * 1099511628211ull;
+        h = (h ^ 0x1f) * 1099511628211ull;
+    }
+    return h;
+}
+
+// The new rows by their content, to be met by the old rows of the same content.
+class Unchanged {
+  public:
+    explicit Unchanged(std::vector<State>& states) {
+        for (State& s : states) {
+            if (s.added) continue;
+            add(s.row, s.removed);
+            for (Row& p : s.persons) add(p, s.removed);
+        }
+    }
+    // Whether a new row has this content; that row is then kept as it is.
+    bool meets(const Content& content) {
+        const auto [from, to] = rows_.equal_range(hashOf(content));
+        for (auto it = from; it != to; ++it)
+            if (contentOf(*it->second.first, it->second.second) == content) {
+                it->second.first->kept = true;
+                rows_.erase(it);
+                return true;
+            }
+        return false;
+    }
+
+  private:
+    void add(Row& row, bool removed) {
+        rows_.emplace(hashOf(contentOf(row, removed)), std::make_pair(&row, removed));
+    }
+    std::unordered_multimap<std::uint64_t, std::pair<Row*, bool>> rows_;
+};
+
+// A row that goes: its number, and its words, which the full-text index must be told.
 using OldRow = std::pair<long long, std::string>;
 
 }  // namespace
 
-ChosenRows::ChosenRows(store::Connection& c) : c_(c) {
-    for (const char* list : {kBusinesses, kPersons}) {
-        c_.execute(std::string("CREATE TABLE IF NOT EXISTS ") + list +
-                   " (nr TEXT COLLATE NOCASE PRIMARY KEY) WITHOUT ROWID");
-        c_.execute(std::string("DELETE FROM ") + list);
-    }
+std::string numberKey(std::string_view nr) {
+    std::string key(nr);
+    for (char& ch : key)
+        if (ch >= 'A' && ch <= 'Z') ch = static_cast<char>(ch + 32);
+    return key;
 }
 
-void ChosenRows::addBusinesses(const std::vector<std::string>& betrNrs) {
-    auto& st = c_.cached(std::string("INSERT OR IGNORE INTO ") + kBusinesses +
-                         " SELECT value FROM json_each(?1)");
-    st.bind(1, Variant(jsonArray(betrNrs)));
-    st.step();
-}
-
-void ChosenRows::addPersons(const std::vector<std::string>& persNrs) {
-    auto& st = c_.cached(std::string("INSERT OR IGNORE INTO ") + kPersons +
-                         " SELECT value FROM json_each(?1)");
+std::vector<std::string> businessesOfPersons(store::Connection& c,
+                                             const std::vector<std::string>& persNrs) {
+    std::vector<std::string> numbers;
+    if (persNrs.empty()) return numbers;
+    auto& st = c.cached("SELECT DISTINCT t.[bez-betr-nr]" +
+                        byList("beziehung_betrieb_person t", "t.[bez-pers-nr]") +
+                        " WHERE t.[bez-betr-nr] IS NOT NULL");
     st.bind(1, Variant(jsonArray(persNrs)));
-    st.step();
+    while (st.step()) numbers.emplace_back(textAt(st, 0));
+    return numbers;
 }
 
-void ChosenRows::addPersonsOfBusinesses() {
-    c_.execute(std::string("INSERT OR IGNORE INTO ") + kPersons + " SELECT z.[bez-pers-nr]" +
-               chosen(kBusinesses) +
-               "beziehung_betrieb_person z ON z.[bez-betr-nr] = c.nr WHERE z.[bez-pers-nr] IS "
-               "NOT NULL");
+std::vector<std::string> personsOfBusinesses(store::Connection& c,
+                                             const std::vector<std::string>& betrNrs) {
+    std::vector<std::string> numbers;
+    if (betrNrs.empty()) return numbers;
+    auto& st = c.cached("SELECT DISTINCT t.[bez-pers-nr]" +
+                        byList("beziehung_betrieb_person t", "t.[bez-betr-nr]") +
+                        " WHERE t.[bez-pers-nr] IS NOT NULL");
+    st.bind(1, Variant(jsonArray(betrNrs)));
+    while (st.step()) numbers.emplace_back(textAt(st, 0));
+    return numbers;
 }
 
-void ChosenRows::addBusinessesOfPersons() {
-    c_.cached(std::string("INSERT OR IGNORE INTO ") + kBusinesses + " SELECT z.[bez-betr-nr]" +
-              chosen(kPersons) +
-              "beziehung_betrieb_person z ON z.[bez-pers-nr] = c.nr WHERE z.[bez-betr-nr] IS "
-              "NOT NULL")
-        .step();
-}
-
-long ChosenRows::write(bool fresh) {
-    std::vector<State> states = Reader(c_).read();
+long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bool fresh,
+               const NewBusinesses* added) {
+    // Each business once, as the store tells numbers apart; a new one is not looked up.
+    std::unordered_set<std::string> addedKeys, seen;
+    if (added)
+        for (const auto& nr : added->numbers) addedKeys.insert(numberKey(nr));
+    std::vector<std::string> listed;
+    for (const auto& nr : betrNrs) {
+        const std::string key = numberKey(nr);
+        if (!addedKeys.count(key) && seen.insert(key).second) listed.push_back(nr);
+    }
+    const std::string list = jsonArray(listed);
+    std::vector<State> states = Reader(c, list, added, addedKeys).read();
     workOutWords(states);
 
-    // The rows that go, in the order of their numbers, and out of the rows table at once.
+    // The rows as they stand. A business that comes again unchanged, as most of a delivery
+    // that repeats the store does, keeps its rows: only the rows that differ go and come.
     std::vector<OldRow> old;
-    if (!fresh) {
-        auto& st = c_.cached(std::string("SELECT t.zeile, t.worte") + chosen(kBusinesses) +
-                             kRowsTable + " t ON t.betr_nr = c.nr");
-        while (st.step())
-            old.emplace_back(sqlite3_column_int64(st.handle(), 0), std::string(textAt(st, 1)));
+    if (!fresh && !listed.empty()) {
+        Unchanged unchanged(states);
+        auto& st = c.cached(
+            "SELECT t.zeile, t.art, t.betr_nr, t.hist, t.pers_nr, t.name, "
+            "t.strasse, t.ort, t.gem_kz, t.worte" +
+            byList(std::string(kRowsTable) + " t", "t.betr_nr"));
+        st.bind(1, Variant(list));
+        while (st.step()) {
+            const long long zeile = sqlite3_column_int64(st.handle(), 0);
+            Content content;
+            content[1] = zeile >= kRemoved ? "1" : "0";
+            content[0] = textAt(st, 1);
+            for (int i = 2; i < 10; ++i) content[static_cast<size_t>(i)] = textAt(st, i);
+            if (!unchanged.meets(content)) old.emplace_back(zeile, content[9]);
+        }
         std::sort(old.begin(), old.end());
     }
-    long long next[2] = {nextRowNumber(c_, false), nextRowNumber(c_, true)};
-    if (!old.empty())
-        c_.cached(std::string("DELETE FROM ") + kRowsTable + " WHERE betr_nr IN (SELECT nr FROM " +
-                  kBusinesses + ")")
-            .step();
 
     // The full-text index takes its changes best in the order of the row numbers: a step back
     // makes it write out what it holds in memory. So the current rows go before the removed
     // ones, and of each kind the old rows before the new.
     const std::string rows = kRowsTable, words = kWordsTable;
+    long long next[2] = {nextRowNumber(c, false), nextRowNumber(c, true)};
     auto oldRow = old.begin();
     for (const bool removed : {false, true}) {
-        // The index is told which words a row had when it goes. A statement of many rows
-        // would cost the full-text index twice as much: it copies them first.
-        auto& going = c_.cached("INSERT INTO " + words + " (" + words +
-                                ", rowid, worte) VALUES ('delete', ?1, ?2)");
+        // The index is told which words a row had when it goes.
+        auto& going = c.cached("INSERT INTO " + words + " (" + words +
+                               ", rowid, worte) VALUES ('delete', ?1, ?2)");
+        auto& gone = c.cached("DELETE FROM " + rows + " WHERE zeile = ?1");
         for (; oldRow != old.end() && (oldRow->first >= kRemoved) == removed; ++oldRow) {
             going.reset();
             sqlite3_bind_int64(going.handle(), 1, oldRow->first);
             bindText(going, 2, oldRow->second);
             going.step();
+            gone.reset();
+            sqlite3_bind_int64(gone.handle(), 1, oldRow->first);
+            gone.step();
         }
         long long& number = next[removed ? 1 : 0];
         std::vector<Numbered> coming;
         for (const State& s : states) {
             if (s.removed != removed) continue;
-            coming.emplace_back(number++, &s.row);
-            for (const Row& p : s.persons) coming.emplace_back(number++, &p);
+            if (!s.row.kept) coming.emplace_back(number++, &s.row);
+            for (const Row& p : s.persons)
+                if (!p.kept) coming.emplace_back(number++, &p);
         }
-        auto& row = c_.cached("INSERT INTO " + rows +
-                              " (zeile, art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, "
-                              "worte) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)");
+        auto& row = c.cached("INSERT INTO " + rows +
+                             " (zeile, art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, "
+                             "worte) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)");
         for (const Numbered& n : coming) {
             const Row& r = *n.second;
             row.reset();
@@ -378,7 +570,7 @@ long ChosenRows::write(bool fresh) {
                 bindText(row, i++, *text);
             row.step();
         }
-        auto& index = c_.cached("INSERT INTO " + words + " (rowid, worte) VALUES (?1, ?2)");
+        auto& index = c.cached("INSERT INTO " + words + " (rowid, worte) VALUES (?1, ?2)");
         for (const Numbered& n : coming) {
             index.reset();
             sqlite3_bind_int64(index.handle(), 1, n.first);

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <array>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tolma::store {
@@ -21,29 +24,36 @@ inline constexpr const char* kWordsTable = "tolma_suchbegriffe";
 // order of their numbers, so that of many hits the current businesses come first.
 inline constexpr long long kRemoved = 1LL << 40;
 
-// The businesses whose rows are written anew, gathered in temporary lists of the connection.
-class ChosenRows {
-  public:
-    explicit ChosenRows(store::Connection& c);  // the lists, empty
-    ChosenRows(const ChosenRows&) = delete;
-    ChosenRows& operator=(const ChosenRows&) = delete;
+// The tables whose rows make up the index rows of a business.
+enum StoreTable { kBetrieb, kAdresse, kTaetigkeit, kBeziehung, kPerson, kStoreTables };
+inline constexpr const char* kStoreTableNames[kStoreTables] = {
+    "betrieb", "betrieb_adresse", "betrieb_taetigkeit", "beziehung_betrieb_person", "person"};
 
-    // Business numbers; the empty one also stands for businesses without a number.
-    void addBusinesses(const std::vector<std::string>& betrNrs);
-    void addPersons(const std::vector<std::string>& persNrs);
-    // The persons linked to the businesses chosen so far: for a change that wrote persons
-    // unknown to the caller.
-    void addPersonsOfBusinesses();
-    // Every business linked to a person chosen: its rows show the person.
-    void addBusinessesOfPersons();
-
-    // Writes the rows of the chosen businesses anew: their earlier rows leave the index unless
-    // `fresh` says there are none, the businesses' states are read as the store holds them now.
-    // Returns the number of business states read.
-    long write(bool fresh);
-
-  private:
-    store::Connection& c_;
+// Businesses that a block of an import brought new to the store. Every row of theirs is one the
+// block wrote, so it stands at or above the lowest row id the block took in its table: they are
+// read in one pass over those rows rather than looked up by number.
+struct NewBusinesses {
+    std::vector<std::string> numbers;
+    std::array<long long, kStoreTables> from{};  // the lowest row id the block took in each table
+    // Whether the store held a person number, or a link to it, before the block; a person it
+    // did not hold has only rows of the block too.
+    std::function<bool(std::string_view)> personHeld;
 };
+
+// Writes the index rows of these businesses, and of the new ones, anew: their earlier rows
+// leave the index unless `fresh` says there are none; a row that comes again unchanged stays.
+// The empty number also stands for businesses without one. Returns the business states read.
+long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bool fresh,
+               const NewBusinesses* added = nullptr);
+
+// The numbers of the businesses linked to these persons, and of the persons linked to these
+// businesses.
+std::vector<std::string> businessesOfPersons(store::Connection& c,
+                                             const std::vector<std::string>& persNrs);
+std::vector<std::string> personsOfBusinesses(store::Connection& c,
+                                             const std::vector<std::string>& betrNrs);
+
+// A number as the store compares it (NOCASE): ASCII letters in lower case.
+std::string numberKey(std::string_view nr);
 
 }  // namespace tolma::search

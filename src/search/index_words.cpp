@@ -55,18 +55,20 @@ void RowWords::add(std::string_view text, bool names) {
     forEachWord(text, [&](std::string_view w) { put(w, names); });
 }
 
-bool RowWords::keep(size_t start) {
+std::uint32_t RowWords::keep(size_t start) {
     const std::string_view token(text_.data() + start, text_.size() - start);
     const std::uint64_t hash = hashOf(token);
-    for (const Token& t : tokens_)
+    for (std::uint32_t i = 0; i < tokens_.size(); ++i) {
+        const Token& t = tokens_[i];
         if (t.hash == hash && std::string_view(text_.data() + t.start, t.size) == token) {
             text_.resize(start);
-            return false;
+            return i;
         }
+    }
     tokens_.push_back(
-        {hash, static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(token.size())});
+        {hash, static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(token.size()), false});
     text_ += ' ';
-    return true;
+    return static_cast<std::uint32_t>(tokens_.size() - 1);
 }
 
 void RowWords::put(std::string_view w, bool names) {
@@ -74,45 +76,51 @@ void RowWords::put(std::string_view w, bool names) {
     // there already brings nothing new but, as a name for the first time, its sound.
     const size_t start = text_.size();
     const bool ascii = isAscii(w);
-    if (ascii)
-        for (char c : w) text_ += lowerAscii(c);
-    else
+    if (ascii) {
+        text_.resize(start + w.size());
+        for (size_t i = 0; i < w.size(); ++i) text_[start + i] = lowerAscii(w[i]);
+    } else {
         text_ += store::german::lower(w);
-    const size_t lowerSize = text_.size() - start;
-    bool fresh = true;
-    if (!keep(start)) {
-        fresh = false;
-        if (!names) return;
     }
-    if (fresh) {
+    const size_t size = text_.size() - start;
+    const std::uint32_t before = static_cast<std::uint32_t>(tokens_.size());
+    const std::uint32_t at = keep(start);
+    if (at == before) {
         // Most words are plain ASCII: their folded spelling differs only by ae, oe and ue.
-        const std::string_view written(text_.data() + start, lowerSize);
-        if (ascii) {
-            scratch_.clear();
-            for (size_t i = 0; i < written.size(); ++i) {
-                const char c = written[i];
-                scratch_ += c;
-                if ((c == 'a' || c == 'o' || c == 'u') && i + 1 < written.size() &&
-                    written[i + 1] == 'e')
-                    ++i;
+        const std::string_view written(text_.data() + start, size);
+        bool differs = !ascii;
+        for (size_t i = 0; ascii && i + 1 < size && !differs; ++i)
+            differs = (written[i] == 'a' || written[i] == 'o' || written[i] == 'u') &&
+                      written[i + 1] == 'e';
+        if (differs) {
+            if (ascii) {
+                scratch_.clear();
+                for (size_t i = 0; i < written.size(); ++i) {
+                    const char c = written[i];
+                    scratch_ += c;
+                    if ((c == 'a' || c == 'o' || c == 'u') && i + 1 < written.size() &&
+                        written[i + 1] == 'e')
+                        ++i;
+                }
+            } else {
+                scratch_ = fold(w);
             }
-        } else {
-            scratch_ = fold(w);
-        }
-        if (scratch_ != written) {
-            const size_t at = text_.size();
-            text_ += kFoldedMark;
-            text_ += scratch_;
-            keep(at);
+            if (scratch_ != std::string_view(text_.data() + start, size)) {
+                const size_t from = text_.size();
+                text_ += kFoldedMark;
+                text_ += scratch_;
+                keep(from);
+            }
         }
     }
-    if (names) {
+    if (names && !tokens_[at].sounded) {
+        tokens_[at].sounded = true;
         const std::string code = koelnerPhonetik(w);
         if (!code.empty()) {
-            const size_t at = text_.size();
+            const size_t from = text_.size();
             text_ += kSoundMark;
             text_ += code;
-            keep(at);
+            keep(from);
         }
     }
 }

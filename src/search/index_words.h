@@ -27,14 +27,16 @@ class RowWords {
 
   private:
     void put(std::string_view word, bool names);
-    // Keeps the token from `start` to the end of the text, unless it is there already.
-    bool keep(size_t start);
+    // Keeps the token from `start` to the end of the text, unless it is there already; returns
+    // its place among the tokens.
+    std::uint32_t keep(size_t start);
 
     std::string text_;
     std::string scratch_;
     struct Token {
         std::uint64_t hash;
         std::uint32_t start, size;
+        bool sounded;  // a word whose sound is there
     };
     std::vector<Token> tokens_;
 };

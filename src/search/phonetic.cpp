@@ -62,6 +62,7 @@ std::string baseLetters(std::string_view word) {
 std::string koelnerPhonetik(std::string_view word) {
     const std::string w = baseLetters(word);
     std::string codes;
+    codes.reserve(w.size() + 2);
     auto at = [&](size_t i) -> char { return i < w.size() ? w[i] : ' '; };
     auto oneOf = [](char c, const char* set) {
         return c != ' ' && std::string_view(set).find(c) != std::string_view::npos;
@@ -69,7 +70,7 @@ std::string koelnerPhonetik(std::string_view word) {
     for (size_t i = 0; i < w.size(); ++i) {
         const char c = w[i], before = i ? w[i - 1] : ' ', after = at(i + 1);
         const bool first = i == 0 || before == ' ';
-        std::string code;
+        const char* code = "";
         switch (c) {
             case 'A':
             case 'E':

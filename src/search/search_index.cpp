@@ -1,5 +1,7 @@
 #include "search/search_index.h"
 
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <set>
 
@@ -121,11 +123,7 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
         // The businesses without a number first, then by their numbers, a part at a time.
         auto unnumbered =
             c.prepare("SELECT 1 FROM betrieb WHERE [betr-nr] IS NULL OR [betr-nr] = ''");
-        if (unnumbered->step()) {
-            ChosenRows chosen(c);
-            chosen.addBusinesses({""});
-            done += chosen.write(true);
-        }
+        if (unnumbered->step()) done += writeRows(c, {""}, true);
         unnumbered.reset();
         auto numbers = c.prepare(
             "SELECT DISTINCT [betr-nr] FROM betrieb WHERE [betr-nr] > ?1 ORDER BY [betr-nr] "
@@ -138,9 +136,7 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
             while (numbers->step()) part.push_back(text(*numbers, 0));
             if (part.empty()) break;
             last = part.back();
-            ChosenRows chosen(c);
-            chosen.addBusinesses(part);
-            done += chosen.write(true);
+            done += writeRows(c, part, true);
             if (progress) progress(std::min(done, total), total);
         }
         if (progress) progress(total, total);
@@ -148,17 +144,26 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
 }
 
 void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs,
-                  const std::vector<std::string>& persNrs, Persons persons) {
-    if ((betrNrs.empty() && persNrs.empty()) || !hasIndex(c)) return;
+                  const std::vector<std::string>& persNrs, Persons persons,
+                  const NewBusinesses* added) {
+    if ((betrNrs.empty() && persNrs.empty() && !added) || !hasIndex(c)) return;
+    auto work = [&] {
+        std::vector<std::string> linked = persNrs, businesses = betrNrs;
+        if (persons == Persons::OfTheBusinesses) {
+            const auto more = personsOfBusinesses(c, betrNrs);
+            linked.insert(linked.end(), more.begin(), more.end());
+        }
+        const auto sharing = businessesOfPersons(c, linked);
+        businesses.insert(businesses.end(), sharing.begin(), sharing.end());
+        writeRows(c, businesses, false, added);
+    };
     try {
-        inSavepoint(c, [&] {
-            ChosenRows chosen(c);
-            chosen.addBusinesses(betrNrs);
-            chosen.addPersons(persNrs);
-            if (persons == Persons::OfTheBusinesses) chosen.addPersonsOfBusinesses();
-            chosen.addBusinessesOfPersons();
-            chosen.write(false);
-        });
+        // Inside a transaction the work needs no savepoint, which would copy every page it
+        // changes once more: after a failure the index is built anew in any case.
+        if (sqlite3_get_autocommit(c.handle()))
+            inSavepoint(c, work);
+        else
+            work();
     } catch (...) {
         markBehind(c);
         throw;
@@ -187,7 +192,7 @@ std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind,
         f.foldedAsWritten = fold(f.folded) == f.folded;
         const std::string asWritten = phrase(f.written) + star;
         std::string term = asWritten + " OR " + phrase(kFoldedMark + f.folded) + star;
-        if (f.foldedAsWritten) term += " OR " + phrase(f.folded) + star;
+        if (f.foldedAsWritten && f.folded != f.written) term += " OR " + phrase(f.folded) + star;
         if (const std::string code = koelnerPhonetik(words[i]); !code.empty())
             term += " OR " + phrase(kSoundMark + code);
         exact += (i ? " AND " : "") + asWritten;
@@ -203,6 +208,9 @@ std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind,
     std::vector<Hit> hits;
     std::set<long long> seen;
     for (const std::string* match : {&exact, &any}) {
+        // Rows with every word as written rank highest, and the second question finds no more
+        // of them: when they fill the list, it is not asked.
+        if (match == &any && limit > 0 && static_cast<int>(hits.size()) >= limit) break;
         st->reset();
         st->bind(1, Variant(*match));
         while (st->step()) {

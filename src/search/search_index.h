@@ -15,6 +15,8 @@ class Connection;
 // the system reads them.
 namespace tolma::search {
 
+struct NewBusinesses;
+
 enum class Kind { Both, Businesses, Persons };
 
 struct Hit {
@@ -34,8 +36,10 @@ enum class Persons { Named, OfTheBusinesses };
 // Writes the rows of these businesses anew, and of every business linked to one of the persons,
 // since its rows show them: inside the transaction that is open, else in one of its own. An
 // index that cannot follow is left to the next search to build anew, and the failure is raised.
+// Businesses `added` to the store by the open transaction are read from the rows it wrote.
 void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs,
-                  const std::vector<std::string>& persNrs = {}, Persons persons = Persons::Named);
+                  const std::vector<std::string>& persNrs = {}, Persons persons = Persons::Named,
+                  const NewBusinesses* added = nullptr);
 // The hits of a query, best first: every word must match; the last one also as a beginning.
 std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind, int limit);
 // The hits as text: tab-separated with a header line.

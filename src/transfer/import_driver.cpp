@@ -7,12 +7,14 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "core/db_connection.h"
 #include "core/error_log.h"
 #include "core/files.h"
 #include "model/codepage.h"
 #include "model/values.h"
+#include "search/index_upkeep.h"
 #include "search/search_index.h"
 #include "store/connection.h"
 #include "transfer/element_reader.h"
@@ -430,13 +432,21 @@ class Run {
     // anew, and the import goes on.
     void keepSearch(const ReadChunk& chunk) {
         if (checking() || !g_.db_daten.isSet()) return;
+        if (!searchUpkeep_) {
+            // A file that brings much against what the store holds, as the first one does, is
+            // mostly businesses new to it.
+            std::error_code e1, e2;
+            const auto fileSize = std::filesystem::file_size(path_, e1);
+            const auto storeSize = std::filesystem::file_size(g_.db_pfad_aktuell, e2);
+            searchUpkeep_.emplace(!e1 && !e2 && fileSize > 2 * storeSize);
+        }
         std::vector<std::string> businesses, persons;
         for (const ReadElement& element : chunk.elements) {
             businesses.push_back(element.betrNr);
             persons.insert(persons.end(), element.persNrs.begin(), element.persNrs.end());
         }
         try {
-            search::refreshIndex(*g_.db_daten.connection(), businesses, persons);
+            searchUpkeep_->keep(*g_.db_daten.connection(), businesses, persons);
         } catch (const std::exception& e) {
             core::logTrapped(g_, "Suchindex", e);
         }
@@ -480,6 +490,7 @@ class Run {
         long records = 0;
         size_t touched = 0;
     } searchKept_;
+    std::optional<search::IndexUpkeep> searchUpkeep_;
     // Recording ends with the run, however it ends: later changes are no part of it.
     struct Recording {
         core::Globals& g;

@@ -12,6 +12,7 @@
 #include "search/search_index.h"
 #include "store/connection.h"
 #include "store/german_text.h"
+#include "tml_generator.h"
 #include "transfer/import_journal.h"
 
 namespace tolma::test {
@@ -326,13 +327,36 @@ TEST(SearchTest, TheIndexKeptByImportsHoldsWhatABuildGives) {
 
     TmlFile removals;
     removals.betriebe = {richBusiness("Autohaus Ørsted", "Petersen-Lüdtke", "20250630"),
-                         business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer", "20250701")};
+                         business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer", "20250701"),
+                         business("1003", "Maier Bau", "Hauptstraße 9", "Maier")};  // unchanged
     ASSERT_EQ(f.import(removals), transfer::ImportOutcome::Finished);
     f.expectKeptAsBuilt("removals");
     const auto hits = search::find(f.c(), "Hauptstrasse", search::Kind::Businesses, 10);
     ASSERT_EQ(hits.size(), 2u);
     EXPECT_EQ(hits[0].name, "Maier Bau");  // current again, ahead of the removed bakery
     EXPECT_TRUE(hits[1].abgemeldet);
+}
+
+// Files of several blocks: the businesses new to the store are read from the rows each block
+// wrote, the others by their numbers, and persons come back at later businesses.
+TEST(SearchTest, TheIndexKeptByImportsOfManyBlocksHoldsWhatABuildGives) {
+    SearchFixture f;
+    search::buildIndex(f.c());
+    auto generated = [&](long businesses, unsigned seed) {
+        std::ostringstream file;
+        bench::GeneratorOptions options;
+        options.businesses = businesses;
+        options.seed = seed;
+        bench::writeTransferFile(file, options);
+        return f.importBytes(file.str());
+    };
+    ASSERT_EQ(generated(2000, 1), transfer::ImportOutcome::Finished);
+    f.expectKeptAsBuilt("first import");
+    // Its first 2000 businesses, and persons of the same numbers, replace those of the first
+    // file with other names and links; the others are new.
+    ASSERT_EQ(generated(7000, 2), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.count("betrieb"), 7000);
+    f.expectKeptAsBuilt("many blocks");
 }
 
 TEST(SearchTest, AnIndexThatCannotFollowAnImportIsBuiltAtTheNextSearch) {

@@ -1,0 +1,127 @@
+#include "search/index_upkeep.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "search/search_index.h"
+#include "store/connection.h"
+
+namespace tolma::search {
+namespace {
+
+std::uint64_t hashOf(std::string_view nr) {
+    std::uint64_t h = 14695981039346656037ull;
+    for (const char ch : numberKey(nr)) h = (h ^ static_cast<unsigned char>(ch)) * 1099511628211ull;
+    return h;
+}
+
+// The numbers the store holds, in the columns that tie rows to a business or a person.
+constexpr const char* kBusinessColumns[][2] = {{"betrieb", "[betr-nr]"},
+                                               {"betrieb_adresse", "[betr-nr]"},
+                                               {"betrieb_taetigkeit", "[betr-nr]"},
+                                               {"beziehung_betrieb_person", "[bez-betr-nr]"}};
+constexpr const char* kPersonColumns[][2] = {{"person", "[pers-nr]"},
+                                             {"beziehung_betrieb_person", "[bez-pers-nr]"}};
+
+}  // namespace
+
+void IndexUpkeep::Numbers::add(std::string_view nr) {
+    const std::uint64_t h = hashOf(nr);
+    if (std::binary_search(sorted_.begin(), sorted_.end(), h)) return;
+    recent_.insert(h);
+    // Merged now and then into the sorted list, which holds a number in a fifth of the room.
+    if (recent_.size() < 65536) return;
+    const size_t middle = sorted_.size();
+    sorted_.insert(sorted_.end(), recent_.begin(), recent_.end());
+    std::sort(sorted_.begin() + static_cast<long>(middle), sorted_.end());
+    std::inplace_merge(sorted_.begin(), sorted_.begin() + static_cast<long>(middle), sorted_.end());
+    recent_.clear();
+}
+
+bool IndexUpkeep::Numbers::has(std::string_view nr) const {
+    const std::uint64_t h = hashOf(nr);
+    return recent_.count(h) || std::binary_search(sorted_.begin(), sorted_.end(), h);
+}
+
+IndexUpkeep::~IndexUpkeep() {
+    if (auto c = watched_.lock()) watchedBlock(*c);
+}
+
+void IndexUpkeep::keep(store::Connection& c, const std::vector<std::string>& betrNrs,
+                       const std::vector<std::string>& persNrs) {
+    const bool watched = watchedBlock(c);
+    if (!hasIndex(c)) return;
+    NewBusinesses added;
+    std::vector<std::string> listed, persons;
+    if (watched && learnt_) {
+        for (const auto& nr : betrNrs)
+            (nr.empty() || businesses_.has(nr) ? listed : added.numbers).push_back(nr);
+        // A person the store did not hold is linked to businesses of this block alone.
+        for (const auto& nr : persNrs)
+            if (persons_.has(nr)) persons.push_back(nr);
+        added.from = from_;
+        added.personHeld = [this](std::string_view nr) { return persons_.has(nr); };
+    } else {
+        listed = betrNrs;
+        persons = persNrs;
+    }
+    // The block's numbers are held from now on, however the writing ends.
+    auto remember = [&] {
+        if (!learnt_) return;
+        for (const auto& nr : betrNrs) businesses_.add(nr);
+        for (const auto& nr : persNrs) persons_.add(nr);
+    };
+    try {
+        refreshIndex(c, listed, persons, Persons::Named, added.numbers.empty() ? nullptr : &added);
+    } catch (...) {
+        remember();
+        throw;
+    }
+    remember();
+    if (!learnt_ && manyNew_) learn(c);
+    if (learnt_) watch(c);
+}
+
+// Reads the numbers the store holds; after the first block, so that they include its own.
+void IndexUpkeep::learn(store::Connection& c) {
+    auto read = [&c](const char* const(&columns)[2], Numbers& into) {
+        auto st = c.prepare(std::string("SELECT ") + columns[1] + " FROM " + columns[0] +
+                            " WHERE " + columns[1] + " IS NOT NULL");
+        while (st->step()) {
+            const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(st->handle(), 0));
+            into.add(
+                std::string_view(text, static_cast<size_t>(sqlite3_column_bytes(st->handle(), 0))));
+        }
+    };
+    for (const auto& columns : kBusinessColumns) read(columns, businesses_);
+    for (const auto& columns : kPersonColumns) read(columns, persons_);
+    learnt_ = true;
+}
+
+void IndexUpkeep::watch(store::Connection& c) {
+    from_.fill(std::numeric_limits<long long>::max());
+    sqlite3_update_hook(c.handle(), &IndexUpkeep::inserted, this);
+    watched_ = c.shared_from_this();
+}
+
+bool IndexUpkeep::watchedBlock(store::Connection& c) {
+    // A connection opened anew since (the store was compacted) has not been watched.
+    return sqlite3_update_hook(c.handle(), nullptr, nullptr) == this;
+}
+
+void IndexUpkeep::inserted(void* self, int op, const char* database, const char* table,
+                           long long rowid) {
+    if (op != SQLITE_INSERT || std::strcmp(database, "main") != 0) return;
+    auto& upkeep = *static_cast<IndexUpkeep*>(self);
+    for (int t = 0; t < kStoreTables; ++t)
+        if (std::strcmp(table, kStoreTableNames[t]) == 0) {
+            upkeep.from_[static_cast<size_t>(t)] =
+                std::min(upkeep.from_[static_cast<size_t>(t)], rowid);
+            return;
+        }
+}
+
+}  // namespace tolma::search
