@@ -101,7 +101,8 @@ std::string jsonArray(const std::vector<std::string>& texts) {
 struct Row {
     bool person = false;
     std::string nr, hist, persNr, name, strasse, ort, gemKz;
-    std::string names, others;  // names are also heard by sound
+    std::string names;   // the words heard also by sound
+    std::string others;  // of a business: its addresses and activities
     std::string words;
     bool kept = false;  // the index holds the row as it is
 };
@@ -118,6 +119,14 @@ struct State {
 
 struct Person {
     std::string persNr, famName, vornamen, eintrName, strasse, ort;
+};
+struct PersonView {
+    std::string_view persNr, famName, vornamen, eintrName, strasse, ort;
+    PersonView(std::string_view nr, std::string_view fam, std::string_view vor,
+               std::string_view eintr, std::string_view str, std::string_view o)
+        : persNr(nr), famName(fam), vornamen(vor), eintrName(eintr), strasse(str), ort(o) {}
+    explicit PersonView(const Person& p)
+        : PersonView(p.persNr, p.famName, p.vornamen, p.eintrName, p.strasse, p.ort) {}
 };
 
 // Reads the business states of the numbers in a list, and of new businesses, with what their
@@ -250,9 +259,8 @@ class Reader {
             " CROSS JOIN person p ON p.[pers-nr] = t.[bez-pers-nr]");
         listed.bind(1, Variant(listed_));
         while (listed.step()) {
-            const Person p{std::string(textAt(listed, 2)), std::string(textAt(listed, 3)),
-                           std::string(textAt(listed, 4)), std::string(textAt(listed, 5)),
-                           std::string(textAt(listed, 6)), std::string(textAt(listed, 7))};
+            const PersonView p{textAt(listed, 2), textAt(listed, 3), textAt(listed, 4),
+                               textAt(listed, 5), textAt(listed, 6), textAt(listed, 7)};
             eachStateOf(listed, 0, 1, [&](State& s) { addPerson(s, p); });
         }
         if (added_) readNewPersons();
@@ -308,30 +316,31 @@ class Reader {
         }
         for (const Link& link : links)
             for (const Person& p : persons[link.person])
-                eachStateOf(link.nr, link.hist, [&](State& s) { addPerson(s, p); });
+                eachStateOf(link.nr, link.hist, [&](State& s) { addPerson(s, PersonView(p)); });
     }
 
-    void addPerson(State& s, const Person& person) {
-        for (const std::string* name : {&person.famName, &person.vornamen, &person.eintrName})
-            append(s.row.names, *name);
+    void addPerson(State& s, const PersonView& person) {
+        for (const std::string_view name : {person.famName, person.vornamen, person.eintrName})
+            append(s.row.names, name);
         Row p;
         p.person = true;
         p.nr = s.row.nr;
         p.hist = s.row.hist;
         p.persNr = person.persNr;
-        if (!person.famName.empty())
-            p.name =
-                person.vornamen.empty() ? person.famName : person.famName + ", " + person.vornamen;
-        else
+        if (person.famName.empty()) {
             p.name = person.eintrName;
+        } else {
+            p.name = person.famName;
+            if (!person.vornamen.empty()) {
+                p.name += ", ";
+                p.name += person.vornamen;
+            }
+        }
         p.strasse = person.strasse;
         p.ort = person.ort;
         p.gemKz = s.row.gemKz;
-        for (const std::string* name : {&person.famName, &person.vornamen, &person.eintrName})
-            append(p.names, *name);
-        append(p.others, p.strasse);
-        append(p.others, p.ort);
-        append(p.others, s.row.name);
+        for (const std::string_view name : {person.famName, person.vornamen, person.eintrName})
+            append(p.names, name);
         s.persons.push_back(std::move(p));
     }
 
@@ -350,15 +359,20 @@ class Reader {
 void workOutWords(std::vector<State>& states) {
     auto part = [&states](size_t from, size_t to) {
         RowWords words;
-        auto of = [&](Row& row) {
-            words.clear();
-            words.add(row.names, true);
-            words.add(row.others, false);
-            row.words = words.text();
-        };
         for (size_t i = from; i < to; ++i) {
-            of(states[i].row);
-            for (Row& p : states[i].persons) of(p);
+            Row& business = states[i].row;
+            words.clear();
+            words.add(business.names, true);
+            words.add(business.others, false);
+            business.words = words.text();
+            // A person's row: the names, the person's address and the business's name.
+            for (Row& p : states[i].persons) {
+                words.clear();
+                words.add(p.names, true);
+                for (const std::string* text : {&p.strasse, &p.ort, &business.name})
+                    words.add(*text, false);
+                p.words = words.text();
+            }
         }
     };
     if (states.size() < 64) {
@@ -419,11 +433,9 @@ Content contentOf(const Row& row, bool removed) {
 }
 
 std::uint64_t hashOf(const Content& content) {
-    std::uint64_t h = 14695981039346656037ull;
-    for (const std::string_view text : content) {
-        for (const char ch : text) h = (h ^ static_cast<unsigned char>(ch)) * 1099511628211ull;
-        h = (h ^ 0x1f) * 1099511628211ull;
-    }
+    std::uint64_t h = 0;
+    for (const std::string_view text : content)
+        h = (h ^ std::hash<std::string_view>{}(text)) * 1099511628211ull;
     return h;
 }
 
