@@ -1,0 +1,53 @@
+#pragma once
+
+#include <limits>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "search/index_rows.h"
+
+namespace tolma::store {
+class Statement;
+}
+
+// Reading the business states whose index rows are written: from the store by a list of their
+// numbers, and for businesses new to the store from the rows their block wrote.
+namespace tolma::search {
+
+// One row of the index, with the texts its words come from.
+struct Row {
+    bool person = false;
+    std::string nr, hist, persNr, name, strasse, ort, gemKz;
+    std::string names;   // the words heard also by sound
+    std::string others;  // of a business: its addresses and activities
+    std::string words;
+    bool kept = false;  // the index holds the row as it is
+};
+
+// A business state: its own row and one for each person linked to it.
+struct State {
+    bool removed = false;
+    bool added = false;  // new to the store: the index holds no rows of it
+    long long firstAddress = std::numeric_limits<long long>::max();
+    Row row;
+    std::vector<Row> persons;
+    int next = -1;  // the next state of the same key's hash
+};
+
+// The states of the numbers in `listed` (a JSON array, as jsonArray() gives it) and of the new
+// businesses, whose keys (numberKey()) are `addedKeys`; the states of a key, and the rows that
+// join them, as the store meets them.
+std::vector<State> readStates(store::Connection& c, const std::string& listed,
+                              const NewBusinesses* added,
+                              const std::unordered_set<std::string>& addedKeys);
+
+// A list as a JSON array, for json_each(): one statement takes the whole list.
+std::string jsonArray(const std::vector<std::string>& texts);
+// The rows of the store met by a list's numbers bound to ?1 (a JSON array).
+std::string byList(const std::string& table, const std::string& column);
+bool isNull(store::Statement& st, int i);
+std::string_view textAt(store::Statement& st, int i);
+
+}  // namespace tolma::search
