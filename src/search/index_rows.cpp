@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <exception>
 #include <limits>
+#include <mutex>
 #include <thread>
 #include <unordered_map>
 #include <unordered_set>
@@ -21,49 +23,63 @@ namespace {
 
 using store::Variant;
 
-// The words of every row. They take as long as reading the rows from the store: half of the rows
-// go to a second thread, since the words are worked out from the texts alone.
-void workOutWords(std::vector<State>& states) {
-    auto part = [&states](size_t from, size_t to) {
-        RowWords words;
-        for (size_t i = from; i < to; ++i) {
-            Row& business = states[i].row;
-            words.clear();
-            words.add(business.names, true);
-            words.add(business.others, false);
-            business.words = words.text();
-            // A person's row: the names, the person's address and the business's name.
-            for (Row& p : states[i].persons) {
-                words.clear();
-                words.add(p.names, true);
-                for (const std::string* text : {&p.strasse, &p.ort, &business.name})
-                    words.add(*text, false);
-                p.words = words.text();
-            }
-        }
-    };
-    if (states.size() < 64) {
-        part(0, states.size());
-        return;
+// The words of every row, worked out from the texts alone: on a second thread, which starts at
+// once, and on this one when it is done with the store. Both take the states a part at a time.
+class WordsOfRows {
+  public:
+    explicit WordsOfRows(std::vector<State>& states) : states_(states) {
+        if (states.size() >= 2 * kPart) other_ = std::thread([this] { work(); });
     }
-    const size_t half = states.size() / 2;
-    std::exception_ptr failed;
-    std::thread other([&] {
+    ~WordsOfRows() {
+        if (other_.joinable()) other_.join();
+    }
+    WordsOfRows(const WordsOfRows&) = delete;
+    WordsOfRows& operator=(const WordsOfRows&) = delete;
+
+    // Takes the parts left, then waits for the other thread.
+    void finish() {
+        work();
+        if (other_.joinable()) other_.join();
+        if (failed_) std::rethrow_exception(failed_);
+    }
+
+  private:
+    static constexpr size_t kPart = 32;
+
+    void work() {
         try {
-            part(half, states.size());
+            RowWords words;
+            for (size_t from; (from = next_.fetch_add(kPart)) < states_.size();)
+                for (size_t i = from; i < std::min(from + kPart, states_.size()); ++i)
+                    of(states_[i], words);
         } catch (...) {
-            failed = std::current_exception();
+            const std::lock_guard lock(mutex_);
+            if (!failed_) failed_ = std::current_exception();
         }
-    });
-    try {
-        part(0, half);
-    } catch (...) {
-        other.join();
-        throw;
     }
-    other.join();
-    if (failed) std::rethrow_exception(failed);
-}
+
+    static void of(State& s, RowWords& words) {
+        Row& business = s.row;
+        words.clear();
+        words.add(business.names, true);
+        words.add(business.others, false);
+        business.words = words.text();
+        // A person's row: the names, the person's address and the business's name.
+        for (Row& p : s.persons) {
+            words.clear();
+            words.add(p.names, true);
+            for (const std::string* text : {&p.strasse, &p.ort, &business.name})
+                words.add(*text, false);
+            p.words = words.text();
+        }
+    }
+
+    std::vector<State>& states_;
+    std::atomic<size_t> next_{0};
+    std::mutex mutex_;
+    std::exception_ptr failed_;
+    std::thread other_;
+};
 
 // The first free row number for a current or a removed business.
 long long nextRowNumber(store::Connection& c, bool removed) {
@@ -135,6 +151,27 @@ class Unchanged {
     std::unordered_multimap<std::uint64_t, std::pair<Row*, bool>> rows_;
 };
 
+// A row as the index holds it: its texts one after the other, for a while.
+struct HeldRow {
+    long long zeile = 0;
+    std::string texts;
+    std::array<std::uint32_t, 9> ends{};  // of the kind and each text of Content but the second
+
+    Content content() const {
+        Content c;
+        std::uint32_t from = 0;
+        for (size_t i = 0, k = 0; i < c.size(); ++i) {
+            if (i == 1) {
+                c[i] = zeile >= kRemoved ? "1" : "0";
+                continue;
+            }
+            c[i] = std::string_view(texts).substr(from, ends[k] - from);
+            from = ends[k++];
+        }
+        return c;
+    }
+};
+
 // A row that goes: its number, and its words, which the full-text index must be told.
 using OldRow = std::pair<long long, std::string>;
 
@@ -184,25 +221,33 @@ long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bo
     }
     const std::string list = jsonArray(listed);
     std::vector<State> states = readStates(c, list, added, addedKeys);
-    workOutWords(states);
+    WordsOfRows working(states);
 
     // The rows as they stand. A business that comes again unchanged, as most of a delivery
     // that repeats the store does, keeps its rows: only the rows that differ go and come.
-    std::vector<OldRow> old;
+    std::vector<HeldRow> held;
     if (!fresh && !listed.empty()) {
-        Unchanged unchanged(states);
         auto& st = c.cached(
             "SELECT t.zeile, t.art, t.betr_nr, t.hist, t.pers_nr, t.name, "
             "t.strasse, t.ort, t.gem_kz, t.worte" +
             byList(std::string(kRowsTable) + " t", "t.betr_nr"));
         st.bind(1, Variant(list));
         while (st.step()) {
-            const long long zeile = sqlite3_column_int64(st.handle(), 0);
-            Content content;
-            content[1] = zeile >= kRemoved ? "1" : "0";
-            content[0] = textAt(st, 1);
-            for (int i = 2; i < 10; ++i) content[static_cast<size_t>(i)] = textAt(st, i);
-            if (!unchanged.meets(content)) old.emplace_back(zeile, content[9]);
+            HeldRow& h = held.emplace_back();
+            h.zeile = sqlite3_column_int64(st.handle(), 0);
+            for (int i = 1; i < 10; ++i) {
+                h.texts += textAt(st, i);
+                h.ends[static_cast<size_t>(i - 1)] = static_cast<std::uint32_t>(h.texts.size());
+            }
+        }
+    }
+    working.finish();
+    std::vector<OldRow> old;
+    if (!held.empty()) {
+        Unchanged unchanged(states);
+        for (const HeldRow& h : held) {
+            const Content content = h.content();
+            if (!unchanged.meets(content)) old.emplace_back(h.zeile, content[9]);
         }
         std::sort(old.begin(), old.end());
     }
