@@ -209,7 +209,7 @@ std::vector<std::string> personsOfBusinesses(store::Connection& c,
 }
 
 long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bool fresh,
-               const NewBusinesses* added) {
+               const NewBusinesses* added, std::unordered_set<std::string>* unchangedPersons) {
     // Each business once, as the store tells numbers apart; a new one is not looked up.
     std::unordered_set<std::string> addedKeys, seen;
     if (added)
@@ -250,6 +250,16 @@ long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bo
             if (!unchanged.meets(content)) old.emplace_back(h.zeile, content[9]);
         }
         std::sort(old.begin(), old.end());
+        if (unchangedPersons) {
+            std::unordered_map<std::string, bool> allKept;
+            for (const State& s : states)
+                for (const Row& p : s.persons) {
+                    const auto [it, first] = allKept.try_emplace(numberKey(p.persNr), p.kept);
+                    if (!first) it->second = it->second && p.kept;
+                }
+            for (const auto& [key, kept] : allKept)
+                if (kept) unchangedPersons->insert(key);
+        }
     }
 
     // The full-text index takes its changes best in the order of the row numbers: a step back

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 namespace tolma::store {
@@ -42,9 +43,11 @@ struct NewBusinesses {
 
 // Writes the index rows of these businesses, and of the new ones, anew: their earlier rows
 // leave the index unless `fresh` says there are none; a row that comes again unchanged stays.
-// The empty number also stands for businesses without one. Returns the business states read.
+// The empty number also stands for businesses without one. Returns the business states read;
+// `unchangedPersons` hears the persons (numberKey()) whose every row came again unchanged.
 long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bool fresh,
-               const NewBusinesses* added = nullptr);
+               const NewBusinesses* added = nullptr,
+               std::unordered_set<std::string>* unchangedPersons = nullptr);
 
 // The numbers of the businesses linked to these persons, and of the persons linked to these
 // businesses.

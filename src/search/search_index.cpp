@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <set>
+#include <unordered_set>
 
 #include "search/index_rows.h"
 #include "search/index_words.h"
@@ -148,14 +149,27 @@ void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs,
                   const NewBusinesses* added) {
     if ((betrNrs.empty() && persNrs.empty() && !added) || !hasIndex(c)) return;
     auto work = [&] {
-        std::vector<std::string> linked = persNrs, businesses = betrNrs;
         if (persons == Persons::OfTheBusinesses) {
-            const auto more = personsOfBusinesses(c, betrNrs);
-            linked.insert(linked.end(), more.begin(), more.end());
+            std::vector<std::string> businesses = betrNrs;
+            const auto sharing = businessesOfPersons(c, personsOfBusinesses(c, betrNrs));
+            businesses.insert(businesses.end(), sharing.begin(), sharing.end());
+            writeRows(c, businesses, false, added);
+            return;
         }
-        const auto sharing = businessesOfPersons(c, linked);
-        businesses.insert(businesses.end(), sharing.begin(), sharing.end());
-        writeRows(c, businesses, false, added);
+        // A person whose rows all came again unchanged shows no other business anything new;
+        // the businesses sharing the other persons follow.
+        std::unordered_set<std::string> unchanged, done;
+        writeRows(c, betrNrs, false, added, &unchanged);
+        std::vector<std::string> changed;
+        for (const auto& nr : persNrs)
+            if (!unchanged.count(numberKey(nr))) changed.push_back(nr);
+        for (const auto& nr : betrNrs) done.insert(numberKey(nr));
+        if (added)
+            for (const auto& nr : added->numbers) done.insert(numberKey(nr));
+        std::vector<std::string> sharing;
+        for (auto& nr : businessesOfPersons(c, changed))
+            if (!done.count(numberKey(nr))) sharing.push_back(std::move(nr));
+        if (!sharing.empty()) writeRows(c, sharing, false);
     };
     try {
         // Inside a transaction the work needs no savepoint, which would copy every page it
