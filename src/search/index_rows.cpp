@@ -17,6 +17,7 @@
 #include "search/index_reader.h"
 #include "search/index_words.h"
 #include "store/connection.h"
+#include "store/jet_sql.h"
 
 namespace tolma::search {
 namespace {
@@ -178,10 +179,7 @@ using OldRow = std::pair<long long, std::string>;
 }  // namespace
 
 std::string numberKey(std::string_view nr) {
-    std::string key(nr);
-    for (char& ch : key)
-        if (ch >= 'A' && ch <= 'Z') ch = static_cast<char>(ch + 32);
-    return key;
+    return store::jet::nocaseFold(std::string(nr));
 }
 
 std::vector<std::string> businessesOfPersons(store::Connection& c,

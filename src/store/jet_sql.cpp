@@ -447,4 +447,10 @@ std::string foldCase(std::string_view text) {
     return german::lower(text);
 }
 
+std::string nocaseFold(std::string text) {
+    for (char& c : text)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+    return text;
+}
+
 }  // namespace tolma::store::jet

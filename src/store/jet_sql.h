@@ -103,5 +103,7 @@ long long utf8Length(std::string_view text);
 
 // Case folding of the old engine's comparisons for one UTF-8 text (ASCII and Latin-1 letters).
 std::string foldCase(std::string_view text);
+// Case folding of SQLite's NOCASE, by which the key columns compare: ASCII letters only.
+std::string nocaseFold(std::string text);
 
 }  // namespace tolma::store::jet

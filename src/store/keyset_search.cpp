@@ -88,12 +88,6 @@ std::string successor(std::string bound) {
     return bound;
 }
 
-std::string asciiLower(std::string text) {
-    for (char& c : text)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-    return text;
-}
-
 bool isAscii(const std::string& text) {
     return std::all_of(text.begin(), text.end(),
                        [](char c) { return static_cast<unsigned char>(c) < 0x80; });
@@ -274,7 +268,7 @@ std::optional<std::optional<long>> KeysetCursor::findInOrder(const TypedSearch& 
     const bool down = order == Order::GermanDown || order == Order::NoCaseDown;
     if (!german && !isAscii(s.beginning)) return std::nullopt;
     const std::u32string wantedPrimary = german ? german::primary(s.beginning) : std::u32string();
-    const std::string wanted = german ? std::string() : asciiLower(s.beginning);
+    const std::string wanted = german ? std::string() : jet::nocaseFold(s.beginning);
     // <0, 0 or >0: the value's beginning against the typed text's, in the keyset's order's terms.
     auto side = [&](const Variant& v) {
         if (v.isNull()) return -1;  // no value sorts below every text
@@ -283,7 +277,7 @@ std::optional<std::optional<long>> KeysetCursor::findInOrder(const TypedSearch& 
             const int c = p.compare(0, wantedPrimary.size(), wantedPrimary);
             return c < 0 ? -1 : c > 0 ? 1 : 0;
         }
-        const std::string text = asciiLower(v.toString());
+        const std::string text = jet::nocaseFold(v.toString());
         const int c = text.compare(0, wanted.size(), wanted);
         return c < 0 ? -1 : c > 0 ? 1 : 0;
     };
@@ -330,7 +324,7 @@ std::optional<std::optional<long>> KeysetCursor::findByIndex(const TypedSearch& 
             from = lower.column(0).toString();
             lower.reset();
         }
-        const std::string to = successor(asciiLower(from));
+        const std::string to = successor(jet::nocaseFold(from));
         if (to.empty()) return std::nullopt;
         range.bind(1, Variant(from));
         range.bind(2, Variant(to));

@@ -5,6 +5,7 @@
 
 #include "model/values.h"
 #include "store/connection.h"
+#include "store/jet_sql.h"
 
 namespace tolma::transfer {
 namespace {
@@ -156,10 +157,7 @@ std::string ImportContext::businessKey(const std::string& betrNr,
 }
 
 std::string ImportContext::foldedKey(std::string key) {
-    // As SQLite's NOCASE of the key columns: ASCII letters only.
-    for (char& c : key)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return key;
+    return store::jet::nocaseFold(std::move(key));
 }
 
 void ImportContext::notePerson(const std::string& persNr) {
