@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "search/index_rows.h"
@@ -35,6 +36,22 @@ struct State {
     std::vector<Row> persons;
     int next = -1;  // the next state of the same key's hash
 };
+
+// The rows of the index for some businesses, read and worked out, not yet written: the rows that
+// go (their numbers and their words, which the full-text index must be told), and the states
+// whose rows come, save those the index holds as they are.
+using OldRow = std::pair<long long, std::string>;
+struct RowsToWrite {
+    std::vector<State> states;
+    std::vector<OldRow> old;
+};
+
+// Reading and working out may take place on a connection of their own, writing on the one that
+// holds the transaction; the writing must see the index as the reading saw it.
+RowsToWrite readRows(store::Connection& c, const std::vector<std::string>& betrNrs, bool fresh,
+                     const NewBusinesses* added = nullptr,
+                     std::unordered_set<std::string>* unchangedPersons = nullptr);
+void writeRows(store::Connection& c, const RowsToWrite& rows);
 
 // The states of the numbers in `listed` (a JSON array, as jsonArray() gives it) and of the new
 // businesses, whose keys (numberKey()) are `addedKeys`; the states of a key, and the rows that

@@ -173,9 +173,6 @@ struct HeldRow {
     }
 };
 
-// A row that goes: its number, and its words, which the full-text index must be told.
-using OldRow = std::pair<long long, std::string>;
-
 }  // namespace
 
 std::string numberKey(std::string_view nr) {
@@ -206,8 +203,9 @@ std::vector<std::string> personsOfBusinesses(store::Connection& c,
     return numbers;
 }
 
-long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bool fresh,
-               const NewBusinesses* added, std::unordered_set<std::string>* unchangedPersons) {
+RowsToWrite readRows(store::Connection& c, const std::vector<std::string>& betrNrs, bool fresh,
+                     const NewBusinesses* added,
+                     std::unordered_set<std::string>* unchangedPersons) {
     // Each business once, as the store tells numbers apart; a new one is not looked up.
     std::unordered_set<std::string> addedKeys, seen;
     if (added)
@@ -218,7 +216,9 @@ long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bo
         if (!addedKeys.count(key) && seen.insert(key).second) listed.push_back(nr);
     }
     const std::string list = jsonArray(listed);
-    std::vector<State> states = readStates(c, list, added, addedKeys);
+    RowsToWrite out;
+    std::vector<State>& states = out.states;
+    states = readStates(c, list, added, addedKeys);
     WordsOfRows working(states);
 
     // The rows as they stand. A business that comes again unchanged, as most of a delivery
@@ -240,7 +240,7 @@ long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bo
         }
     }
     working.finish();
-    std::vector<OldRow> old;
+    std::vector<OldRow>& old = out.old;
     if (!held.empty()) {
         Unchanged unchanged(states);
         for (const HeldRow& h : held) {
@@ -259,18 +259,23 @@ long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bo
                 if (kept) unchangedPersons->insert(key);
         }
     }
+    return out;
+}
 
+void writeRows(store::Connection& c, const RowsToWrite& rows) {
+    const std::vector<State>& states = rows.states;
+    const std::vector<OldRow>& old = rows.old;
     // The full-text index takes its changes best in the order of the row numbers: a step back
     // makes it write out what it holds in memory. So the current rows go before the removed
     // ones, and of each kind the old rows before the new.
-    const std::string rows = kRowsTable, words = kWordsTable;
+    const std::string table = kRowsTable, words = kWordsTable;
     long long next[2] = {nextRowNumber(c, false), nextRowNumber(c, true)};
     auto oldRow = old.begin();
     for (const bool removed : {false, true}) {
         // The index is told which words a row had when it goes.
         auto& going = c.cached("INSERT INTO " + words + " (" + words +
                                ", rowid, worte) VALUES ('delete', ?1, ?2)");
-        auto& gone = c.cached("DELETE FROM " + rows + " WHERE zeile = ?1");
+        auto& gone = c.cached("DELETE FROM " + table + " WHERE zeile = ?1");
         for (; oldRow != old.end() && (oldRow->first >= kRemoved) == removed; ++oldRow) {
             going.reset();
             sqlite3_bind_int64(going.handle(), 1, oldRow->first);
@@ -288,19 +293,29 @@ long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bo
             for (const Row& p : s.persons)
                 if (!p.kept) coming.emplace_back(number++, &p);
         }
-        auto& row = c.cached("INSERT INTO " + rows +
-                             " (zeile, art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, "
-                             "worte) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)");
-        for (const Numbered& n : coming) {
-            const Row& r = *n.second;
-            row.reset();
-            sqlite3_bind_int64(row.handle(), 1, n.first);
-            sqlite3_bind_text(row.handle(), 2, r.person ? "P" : "B", 1, SQLITE_STATIC);
-            int i = 3;
-            for (const std::string* text :
-                 {&r.nr, &r.hist, &r.persNr, &r.name, &r.strasse, &r.ort, &r.gemKz, &r.words})
-                bindText(row, i++, *text);
-            row.step();
+        // Many rows to a statement: running a statement costs more than a row's values.
+        constexpr size_t kRowsAtOnce = 32;
+        auto insert = [&](size_t rows) -> store::Statement& {
+            std::string sql = "INSERT INTO " + table +
+                              " (zeile, art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, "
+                              "worte) VALUES ";
+            for (size_t i = 0; i < rows; ++i)
+                sql += i ? ",(?,?,?,?,?,?,?,?,?,?)" : "(?,?,?,?,?,?,?,?,?,?)";
+            return c.cached(sql);
+        };
+        for (size_t from = 0; from < coming.size(); from += kRowsAtOnce) {
+            const size_t rows = std::min(kRowsAtOnce, coming.size() - from);
+            store::Statement& st = insert(rows);
+            int i = 1;
+            for (size_t k = from; k < from + rows; ++k) {
+                const Row& r = *coming[k].second;
+                sqlite3_bind_int64(st.handle(), i++, coming[k].first);
+                sqlite3_bind_text(st.handle(), i++, r.person ? "P" : "B", 1, SQLITE_STATIC);
+                for (const std::string* text :
+                     {&r.nr, &r.hist, &r.persNr, &r.name, &r.strasse, &r.ort, &r.gemKz, &r.words})
+                    bindText(st, i++, *text);
+            }
+            st.step();
         }
         auto& index = c.cached("INSERT INTO " + words + " (rowid, worte) VALUES (?1, ?2)");
         for (const Numbered& n : coming) {
@@ -310,7 +325,13 @@ long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bo
             index.step();
         }
     }
-    return static_cast<long>(states.size());
+}
+
+long writeRows(store::Connection& c, const std::vector<std::string>& betrNrs, bool fresh,
+               const NewBusinesses* added, std::unordered_set<std::string>* unchangedPersons) {
+    const RowsToWrite rows = readRows(c, betrNrs, fresh, added, unchangedPersons);
+    writeRows(c, rows);
+    return static_cast<long>(rows.states.size());
 }
 
 }  // namespace tolma::search

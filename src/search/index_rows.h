@@ -56,6 +56,18 @@ std::vector<std::string> businessesOfPersons(store::Connection& c,
 std::vector<std::string> personsOfBusinesses(store::Connection& c,
                                              const std::vector<std::string>& betrNrs);
 
+// The rows a refresh of these businesses writes (see refreshIndex()), read and worked out, in
+// the order they are to be written. The index's mark is not looked at.
+struct RowsToWrite;
+enum class Persons;
+std::vector<RowsToWrite> readRefresh(store::Connection& c, const std::vector<std::string>& betrNrs,
+                                     const std::vector<std::string>& persNrs, Persons persons,
+                                     const NewBusinesses* added);
+
+// The index's mark of not following the store: set, and taken away.
+void markBehind(store::Connection& c);
+void markFollowing(store::Connection& c);
+
 // A number as the store compares it (NOCASE): ASCII letters in lower case.
 std::string numberKey(std::string_view nr);
 

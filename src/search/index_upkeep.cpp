@@ -1,11 +1,15 @@
 #include "search/index_upkeep.h"
 
 #include <sqlite3.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <utility>
 
+#include "search/index_reader.h"
 #include "search/search_index.h"
 #include "store/connection.h"
 
@@ -47,42 +51,106 @@ bool IndexUpkeep::Numbers::has(std::string_view nr) const {
 }
 
 IndexUpkeep::~IndexUpkeep() {
+    settle();
     if (auto c = watched_.lock()) watchedBlock(*c);
 }
 
 void IndexUpkeep::keep(store::Connection& c, const std::vector<std::string>& betrNrs,
                        const std::vector<std::string>& persNrs) {
     const bool watched = watchedBlock(c);
-    if (!hasIndex(c)) return;
-    NewBusinesses added;
-    std::vector<std::string> listed, persons;
+    if (!started_) {
+        started_ = true;
+        following_ = hasIndex(c);
+        if (following_) markBehind(c);
+    }
+    if (!following_ || failed_) return;
+    settle();
+    noted_.reset();
+    Noted noted;
     if (watched && learnt_) {
         for (const auto& nr : betrNrs)
-            (nr.empty() || businesses_.has(nr) ? listed : added.numbers).push_back(nr);
+            (nr.empty() || businesses_.has(nr) ? noted.listed : noted.added.numbers).push_back(nr);
         // A person the store did not hold is linked to businesses of this block alone.
         for (const auto& nr : persNrs)
-            if (persons_.has(nr)) persons.push_back(nr);
-        added.from = from_;
-        added.personHeld = [this](std::string_view nr) { return persons_.has(nr); };
+            (persons_.has(nr) ? noted.persons : noted.freshPersons).push_back(nr);
+        noted.added.from = from_;
     } else {
-        listed = betrNrs;
-        persons = persNrs;
+        noted.listed = betrNrs;
+        noted.persons = persNrs;
     }
     // The block's numbers are held from now on, however the writing ends.
-    auto remember = [&] {
-        if (!learnt_) return;
+    if (learnt_) {
         for (const auto& nr : betrNrs) businesses_.add(nr);
         for (const auto& nr : persNrs) persons_.add(nr);
-    };
-    try {
-        refreshIndex(c, listed, persons, Persons::Named, added.numbers.empty() ? nullptr : &added);
-    } catch (...) {
-        remember();
-        throw;
     }
-    remember();
+    noted_ = std::move(noted);
+    launched_ = false;
     if (!learnt_ && manyNew_) learn(c);
     if (learnt_) watch(c);
+    write(c);
+}
+
+void IndexUpkeep::committed(store::Connection& c) {
+    if (!noted_ || launched_ || failed_) return;
+    launched_ = true;
+    Noted& n = *noted_;
+    if (n.listed.empty() && n.persons.empty() && n.added.numbers.empty()) return;
+    std::unordered_set<std::string> fresh;
+    for (const auto& nr : n.freshPersons) fresh.insert(numberKey(nr));
+    // A linked person that is not among the block's own is looked up by its number.
+    n.added.personHeld = [fresh = std::move(fresh)](std::string_view nr) {
+        return !fresh.count(numberKey(nr));
+    };
+    reading_ = std::thread([this, file = c.file()] {
+        // Behind the storing thread, which sets the pace: the reading has a block's time.
+        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 10);
+        try {
+            const auto reader = store::Connection::openReader(file);
+            // One snapshot: the store as the block's commit left it.
+            reader->execute("BEGIN");
+            const Noted& n = *noted_;
+            found_ = readRefresh(*reader, n.listed, n.persons, Persons::Named,
+                                 n.added.numbers.empty() ? nullptr : &n.added);
+            reader->execute("COMMIT");
+        } catch (...) {
+            readFailed_ = std::current_exception();
+        }
+    });
+}
+
+void IndexUpkeep::settle() {
+    if (reading_.joinable()) reading_.join();
+}
+
+void IndexUpkeep::finish(store::Connection& c) {
+    if (!following_ || finished_) return;
+    finished_ = true;
+    if (failed_) return;
+    // A block whose commit was not heard of: its rows are read now.
+    if (noted_ && !launched_) committed(c);
+    settle();
+    const bool own = !c.inBatch();
+    if (own) c.beginBatch();
+    try {
+        write(c);
+        markFollowing(c);
+        if (own) c.commitBatch();
+    } catch (...) {
+        if (own) c.rollbackBatch();
+        throw;
+    }
+}
+
+void IndexUpkeep::write(store::Connection& c) {
+    std::vector<RowsToWrite> found = std::move(found_);
+    found_.clear();
+    try {
+        if (readFailed_) std::rethrow_exception(std::exchange(readFailed_, nullptr));
+        for (const RowsToWrite& part : found) writeRows(c, part);
+    } catch (...) {
+        failed_ = true;
+        throw;
+    }
 }
 
 // Reads the numbers the store holds; after the first block, so that they include its own.

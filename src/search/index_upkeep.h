@@ -2,13 +2,17 @@
 
 #include <array>
 #include <cstdint>
+#include <exception>
+#include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <unordered_set>
 #include <vector>
 
-#include "search/index_rows.h"
+#include "search/index_reader.h"
 
 namespace tolma::store {
 class Connection;
@@ -16,11 +20,17 @@ class Connection;
 
 namespace tolma::search {
 
-// Keeps the search index along the blocks of one import run, each block in its own
-// transaction. A run that brings much against what the store holds learns once which numbers
-// the store holds; a business new to it then has only rows its block wrote, which are read in
-// one pass over the block's rows rather than looked up business by business. To find them, the
-// run watches the rows the connection inserts (SQLite's update hook, which nothing else uses).
+// Keeps the search index along the blocks of one import run. Reading a block's rows back and
+// working out their words takes as long as storing them; so a thread of its own does that on a
+// connection of its own, once the block is committed, while the next block is stored. What it
+// found is written in the next block's transaction, the last block's in one of its own. From
+// the first block until then the index is marked as not following the store, so that after a
+// crash or a failure the next search builds it anew.
+//
+// A run that brings much against what the store holds learns once which numbers the store
+// holds; a business new to it then has only rows its block wrote, which are read in one pass
+// over the block's rows rather than looked up business by business. To find them, the run
+// watches the rows the connection inserts (SQLite's update hook, which nothing else uses).
 class IndexUpkeep {
   public:
     explicit IndexUpkeep(bool manyNew) : manyNew_(manyNew) {}
@@ -28,11 +38,19 @@ class IndexUpkeep {
     IndexUpkeep(const IndexUpkeep&) = delete;
     IndexUpkeep& operator=(const IndexUpkeep&) = delete;
 
-    // At the end of a block, inside its transaction: the rows of the block's businesses, and of
-    // those sharing one of its persons, anew. A failure is raised; the index is then left to
-    // the next search to build anew.
+    // At the end of a block, inside its transaction: writes what was found for the block
+    // before, and notes the block's businesses and persons. A failure is raised; the index is
+    // then left to the next search to build anew.
     void keep(store::Connection& c, const std::vector<std::string>& betrNrs,
               const std::vector<std::string>& persNrs);
+    // After the block's commit: its rows are read, and those of the businesses sharing one of
+    // its persons.
+    void committed(store::Connection& c);
+    // Before the store's file is replaced (compaction): waits for the reading.
+    void settle();
+    // At the end of the run, outside a transaction: the last block's rows, and the mark taken
+    // away, in a transaction of their own. A failure is raised; the mark then stays.
+    void finish(store::Connection& c);
 
   private:
     // Numbers by a hash of their key: two numbers of one hash count as one, which costs at most
@@ -53,8 +71,22 @@ class IndexUpkeep {
     static void inserted(void* self, int op, const char* database, const char* table,
                          long long rowid);
 
+    // What a block leaves to be read once it is committed.
+    struct Noted {
+        std::vector<std::string> listed, persons;
+        NewBusinesses added;
+        std::vector<std::string> freshPersons;  // of the block, new to the store
+    };
+    void write(store::Connection& c);
+
     bool manyNew_;
     bool learnt_ = false;
+    bool started_ = false, following_ = false, failed_ = false, finished_ = false;
+    bool launched_ = false;  // the noted block is being read
+    std::optional<Noted> noted_;
+    std::thread reading_;
+    std::vector<RowsToWrite> found_;
+    std::exception_ptr readFailed_;
     Numbers businesses_, persons_;  // held by the store before the block
     std::weak_ptr<store::Connection> watched_;
     std::array<long long, kStoreTables> from_{};

@@ -6,6 +6,7 @@
 #include <set>
 #include <unordered_set>
 
+#include "search/index_reader.h"
 #include "search/index_rows.h"
 #include "search/index_words.h"
 #include "search/phonetic.h"
@@ -70,12 +71,6 @@ void dropEarlierIndex(store::Connection& c) {
     }
 }
 
-// Row 0 holds no business: it marks an index that could not follow a change of the store, which
-// the next search builds anew.
-void markBehind(store::Connection& c) {
-    c.execute("INSERT OR REPLACE INTO " + kRows + " (zeile) VALUES (0)");
-}
-
 // Runs `work` in a transaction of its own or, inside one, as a part of it that goes as a whole.
 template <typename Work>
 void inSavepoint(store::Connection& c, Work&& work) {
@@ -101,6 +96,16 @@ std::string phrase(const std::string& w) {
 constexpr int kBuildPart = 2000;
 
 }  // namespace
+
+// Row 0 holds no business: it marks an index that does not follow the store, which the next
+// search builds anew.
+void markBehind(store::Connection& c) {
+    c.execute("INSERT OR REPLACE INTO " + kRows + " (zeile) VALUES (0)");
+}
+
+void markFollowing(store::Connection& c) {
+    c.execute("DELETE FROM " + kRows + " WHERE zeile = 0");
+}
 
 bool hasIndex(store::Connection& c) {
     if (!tableExists(c, kWords)) return false;
@@ -144,32 +149,42 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
     });
 }
 
+std::vector<RowsToWrite> readRefresh(store::Connection& c, const std::vector<std::string>& betrNrs,
+                                     const std::vector<std::string>& persNrs, Persons persons,
+                                     const NewBusinesses* added) {
+    std::vector<RowsToWrite> parts;
+    if (persons == Persons::OfTheBusinesses) {
+        std::vector<std::string> businesses = betrNrs;
+        const auto sharing = businessesOfPersons(c, personsOfBusinesses(c, betrNrs));
+        businesses.insert(businesses.end(), sharing.begin(), sharing.end());
+        parts.push_back(readRows(c, businesses, false, added));
+        return parts;
+    }
+    // A person whose rows all came again unchanged shows no other business anything new;
+    // the businesses sharing the other persons follow. Their rows are apart from the first
+    // ones, so that both may be read before either is written.
+    std::unordered_set<std::string> unchanged, done;
+    parts.push_back(readRows(c, betrNrs, false, added, &unchanged));
+    std::vector<std::string> changed;
+    for (const auto& nr : persNrs)
+        if (!unchanged.count(numberKey(nr))) changed.push_back(nr);
+    for (const auto& nr : betrNrs) done.insert(numberKey(nr));
+    if (added)
+        for (const auto& nr : added->numbers) done.insert(numberKey(nr));
+    std::vector<std::string> sharing;
+    for (auto& nr : businessesOfPersons(c, changed))
+        if (!done.count(numberKey(nr))) sharing.push_back(std::move(nr));
+    if (!sharing.empty()) parts.push_back(readRows(c, sharing, false));
+    return parts;
+}
+
 void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs,
                   const std::vector<std::string>& persNrs, Persons persons,
                   const NewBusinesses* added) {
     if ((betrNrs.empty() && persNrs.empty() && !added) || !hasIndex(c)) return;
     auto work = [&] {
-        if (persons == Persons::OfTheBusinesses) {
-            std::vector<std::string> businesses = betrNrs;
-            const auto sharing = businessesOfPersons(c, personsOfBusinesses(c, betrNrs));
-            businesses.insert(businesses.end(), sharing.begin(), sharing.end());
-            writeRows(c, businesses, false, added);
-            return;
-        }
-        // A person whose rows all came again unchanged shows no other business anything new;
-        // the businesses sharing the other persons follow.
-        std::unordered_set<std::string> unchanged, done;
-        writeRows(c, betrNrs, false, added, &unchanged);
-        std::vector<std::string> changed;
-        for (const auto& nr : persNrs)
-            if (!unchanged.count(numberKey(nr))) changed.push_back(nr);
-        for (const auto& nr : betrNrs) done.insert(numberKey(nr));
-        if (added)
-            for (const auto& nr : added->numbers) done.insert(numberKey(nr));
-        std::vector<std::string> sharing;
-        for (auto& nr : businessesOfPersons(c, changed))
-            if (!done.count(numberKey(nr))) sharing.push_back(std::move(nr));
-        if (!sharing.empty()) writeRows(c, sharing, false);
+        for (const RowsToWrite& part : readRefresh(c, betrNrs, persNrs, persons, added))
+            writeRows(c, part);
     };
     try {
         // Inside a transaction the work needs no savepoint, which would copy every page it

@@ -399,6 +399,19 @@ std::shared_ptr<Connection> Connection::open(const std::filesystem::path& file, 
     return c;
 }
 
+std::shared_ptr<Connection> Connection::openReader(const std::filesystem::path& file) {
+    // Under no key of the registry: no handle shares it, and letting go of it frees nothing.
+    std::shared_ptr<Connection> c(new Connection(file, ""));
+    if (sqlite3_open_v2(file.c_str(), &c->db_, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX,
+                        nullptr) != SQLITE_OK) {
+        std::string msg = c->db_ ? sqlite3_errmsg(c->db_) : "";
+        throwDao("DAO.DBEngine", err::kCannotOpen,
+                 "Die Datei '" + file.string() + "' kann nicht geöffnet werden. " + msg);
+    }
+    c->configure(Kind::ReadOnly);
+    return c;
+}
+
 void Connection::configure(Kind kind) {
     sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
     sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);

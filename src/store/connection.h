@@ -60,6 +60,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     // Opens the file, or shares the connection this process already holds on it.
     static std::shared_ptr<Connection> open(const std::filesystem::path& file, Kind kind);
+    // A connection of its own for reading the file on another thread, beside the one this
+    // process shares; it sees what the shared one has committed.
+    static std::shared_ptr<Connection> openReader(const std::filesystem::path& file);
     // True while some handle of this process holds the file.
     static bool isOpen(const std::filesystem::path& file);
 

@@ -188,6 +188,7 @@ class Run {
             if (!checking() && (chunk->block == 1 || chunk->block % 10 == 0)) {
                 view_.Label2 = "Datenbankkomprimierung, bitte warten!";
                 g_.refreshView();
+                if (searchUpkeep_) searchUpkeep_->settle();
                 core::DB_Komprimieren(g_);
             }
             g_.akt_schritt = 4;
@@ -353,11 +354,14 @@ class Run {
             recording_.journal.count(*g_.db_daten.connection(), records_);
         keepSearch(chunk);
         batch.commit();
+        if (searchUpkeep_ && g_.db_daten.isSet())
+            searchUpkeep_->committed(*g_.db_daten.connection());
         return !cancelled;
     }
 
     // Steps 7 and 8: compaction, the store bound again, the log offered, the closing message.
     void finishRecords() {
+        finishSearch();
         if (!checking()) core::DB_Komprimieren(g_);
         core::DB_Load(g_);
         if (checking()) {
@@ -401,6 +405,7 @@ class Run {
             core::showMessage(g_, message, core::msg::vbInformation, kTitel);
         g_.marks.menue_import_datenbank = false;
         core::DB_Load(g_);
+        finishSearch();
         refreshSearch();
         if (message == kAbgebrochen) return ImportOutcome::Cancelled;
         if (records_ > 0 && g_.storeFault.empty() && !g_.db_daten.isSet())
@@ -418,6 +423,7 @@ class Run {
         core::logTrapped(g_, "Upd_1_Start", e);
         core::DB_Load(g_);
         if (listIndexesLeftOut_) core::ensureListIndexes(g_);  // the mark stays set here
+        finishSearch();
         refreshSearch();
         view_.MousePointer = 0;
         view_.SSTab1Tab = 0;
@@ -426,10 +432,10 @@ class Run {
         return ImportOutcome::Failed;
     }
 
-    // The search index follows each block in the block's transaction, so that store and index
-    // are never apart: the rows of the block's businesses, and of the businesses that share a
-    // person with them, are written anew. After a failure the next search builds the index
-    // anew, and the import goes on.
+    // The search index follows the blocks: the rows of each block's businesses, and of the
+    // businesses that share a person with them, are written anew, in the next block's
+    // transaction or at the end. After a failure the next search builds the index anew, and the
+    // import goes on.
     void keepSearch(const ReadChunk& chunk) {
         if (checking() || !g_.db_daten.isSet()) return;
         if (!searchUpkeep_) {
@@ -451,6 +457,16 @@ class Run {
             core::logTrapped(g_, "Suchindex", e);
         }
         searchKept_ = {records_, ctx_.touched.size()};
+    }
+
+    // The rows of the last block; the index follows the store again.
+    void finishSearch() {
+        if (!searchUpkeep_ || !g_.db_daten.isSet()) return;
+        try {
+            searchUpkeep_->finish(*g_.db_daten.connection());
+        } catch (const std::exception& e) {
+            core::logTrapped(g_, "Suchindex", e);
+        }
     }
 
     // What a block that failed stored ahead of its end, in a transaction of its own; its persons
