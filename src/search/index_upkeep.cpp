@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <system_error>
 #include <utility>
 
 #include "search/index_reader.h"
@@ -101,7 +102,7 @@ void IndexUpkeep::committed(store::Connection& c) {
     n.added.personHeld = [fresh = std::move(fresh)](std::string_view nr) {
         return !fresh.count(numberKey(nr));
     };
-    reading_ = std::thread([this, file = c.file()] {
+    auto read = [this, file = c.file()] {
         // Behind the storing thread, which sets the pace: the reading has a block's time.
         setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 10);
         try {
@@ -115,7 +116,12 @@ void IndexUpkeep::committed(store::Connection& c) {
         } catch (...) {
             readFailed_ = std::current_exception();
         }
-    });
+    };
+    try {
+        reading_ = std::thread(std::move(read));
+    } catch (const std::system_error&) {
+        failed_ = true;  // no thread to be had: the next search builds the index anew
+    }
 }
 
 void IndexUpkeep::settle() {
