@@ -66,8 +66,7 @@ void IndexUpkeep::keep(store::Connection& c, const std::vector<std::string>& bet
     }
     if (!following_ || failed_) return;
     settle();
-    noted_.reset();
-    Noted noted;
+    Noted& noted = noted_.emplace();
     if (watched && learnt_) {
         for (const auto& nr : betrNrs)
             (nr.empty() || businesses_.has(nr) ? noted.listed : noted.added.numbers).push_back(nr);
@@ -84,7 +83,6 @@ void IndexUpkeep::keep(store::Connection& c, const std::vector<std::string>& bet
         for (const auto& nr : betrNrs) businesses_.add(nr);
         for (const auto& nr : persNrs) persons_.add(nr);
     }
-    noted_ = std::move(noted);
     launched_ = false;
     if (!learnt_ && manyNew_) learn(c);
     if (learnt_) watch(c);

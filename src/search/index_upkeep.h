@@ -3,7 +3,6 @@
 #include <array>
 #include <cstdint>
 #include <exception>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>

@@ -382,6 +382,19 @@ std::shared_ptr<Connection> Connection::open(const std::filesystem::path& file, 
         throwDao("DAO.DBEngine", err::kUnrecognizedFormat,
                  "Nicht erkanntes Datenbankformat '" + file.string() + "' (die Datei ist leer).");
 
+    std::shared_ptr<Connection> c = create(file, key, kind);
+    std::lock_guard lock(registryMutex);
+    registry()[key] = c;
+    return c;
+}
+
+std::shared_ptr<Connection> Connection::openReader(const std::filesystem::path& file) {
+    // Under no key of the registry: no handle shares it, and letting go of it frees nothing.
+    return create(file, "", Kind::ReadOnly);
+}
+
+std::shared_ptr<Connection> Connection::create(const std::filesystem::path& file,
+                                               const std::string& key, Kind kind) {
     std::shared_ptr<Connection> c(new Connection(file, key));
     int flags = kind == Kind::ReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
     if (sqlite3_open_v2(file.c_str(), &c->db_, flags | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
@@ -394,21 +407,6 @@ std::shared_ptr<Connection> Connection::open(const std::filesystem::path& file, 
                  "Die Datei '" + file.string() +
                      "' kann nicht geöffnet werden: sie ist schreibgeschützt.");
     c->configure(kind);
-    std::lock_guard lock(registryMutex);
-    registry()[key] = c;
-    return c;
-}
-
-std::shared_ptr<Connection> Connection::openReader(const std::filesystem::path& file) {
-    // Under no key of the registry: no handle shares it, and letting go of it frees nothing.
-    std::shared_ptr<Connection> c(new Connection(file, ""));
-    if (sqlite3_open_v2(file.c_str(), &c->db_, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX,
-                        nullptr) != SQLITE_OK) {
-        std::string msg = c->db_ ? sqlite3_errmsg(c->db_) : "";
-        throwDao("DAO.DBEngine", err::kCannotOpen,
-                 "Die Datei '" + file.string() + "' kann nicht geöffnet werden. " + msg);
-    }
-    c->configure(Kind::ReadOnly);
     return c;
 }
 

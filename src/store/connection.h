@@ -101,6 +101,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   private:
     Connection(std::filesystem::path file, std::string key);
+    // Opens and configures the file, under a key of the registry or none.
+    static std::shared_ptr<Connection> create(const std::filesystem::path& file,
+                                              const std::string& key, Kind kind);
     void configure(Kind kind);
 
     sqlite3* db_ = nullptr;
