@@ -1,7 +1,5 @@
 #include "search/search_index.h"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <set>
 #include <unordered_set>
@@ -79,8 +77,16 @@ void inSavepoint(store::Connection& c, Work&& work) {
         work();
         c.execute("RELEASE tolma_suchindex");
     } catch (...) {
-        c.execute("ROLLBACK TO tolma_suchindex");
-        c.execute("RELEASE tolma_suchindex");
+        // After a full disk SQLite may have rolled back the whole transaction itself; the
+        // cause raised is the failure, never the savepoint that is gone with it.
+        if (c.inTransaction()) {
+            try {
+                c.execute("ROLLBACK TO tolma_suchindex");
+                c.execute("RELEASE tolma_suchindex");
+            } catch (const std::exception&) {
+                c.rollbackOpen();
+            }
+        }
         throw;
     }
 }
@@ -105,6 +111,14 @@ void markBehind(store::Connection& c) {
 
 void markFollowing(store::Connection& c) {
     c.execute("DELETE FROM " + kRows + " WHERE zeile = 0");
+}
+
+void markStale(store::Connection& c) {
+    if (hasIndex(c)) markBehind(c);
+}
+
+bool indexKept(store::Connection& c) {
+    return tableExists(c, kWords);
 }
 
 bool hasIndex(store::Connection& c) {
@@ -189,7 +203,7 @@ void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs,
     try {
         // Inside a transaction the work needs no savepoint, which would copy every page it
         // changes once more: after a failure the index is built anew in any case.
-        if (sqlite3_get_autocommit(c.handle()))
+        if (!c.inTransaction())
             inSavepoint(c, work);
         else
             work();

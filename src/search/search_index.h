@@ -28,8 +28,14 @@ struct Hit {
 
 // Whether the store has an index that follows it; one of an earlier form does not count.
 bool hasIndex(store::Connection& c);
+// Whether the store has an index at all, following it or marked as behind.
+bool indexKept(store::Connection& c);
 // Builds the index anew from the store; `progress` hears (done, total) now and then.
 void buildIndex(store::Connection& c, const std::function<void(long, long)>& progress = {});
+// Inside a change of the store that the index does not follow: an index that follows is
+// marked as behind in the same transaction, so that the next search builds it anew however
+// what comes after the change ends.
+void markStale(store::Connection& c);
 
 // Which persons a change of businesses wrote: those named, or any linked to the businesses.
 enum class Persons { Named, OfTheBusinesses };

@@ -540,7 +540,7 @@ void Connection::commitBatch() {
         if (capture_) capture_->discard();
         // A commit that failed (a full disk) may leave its transaction open; the block cannot
         // be kept, and the store must stay usable for what comes after.
-        if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        rollbackOpen();
         throw;
     }
 }
@@ -548,7 +548,15 @@ void Connection::commitBatch() {
 void Connection::rollbackBatch() noexcept {
     batchDepth_ = 0;
     if (capture_) capture_->discard();
-    if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+    rollbackOpen();
+}
+
+bool Connection::inTransaction() const {
+    return !sqlite3_get_autocommit(db_);
+}
+
+void Connection::rollbackOpen() noexcept {
+    if (inTransaction()) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
 void Connection::fail(const std::string& source, const std::string& context) const {

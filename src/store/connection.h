@@ -92,6 +92,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void commitBatch();
     // Drops everything since the outermost beginBatch(): a check that must leave no trace.
     void rollbackBatch() noexcept;
+    // Whether a transaction is open. SQLite ends one on its own after some failures (a full
+    // disk at commit): a ROLLBACK then would fail and hide the cause.
+    bool inTransaction() const;
+    // Ends the open transaction without its changes, if one is open; never raises.
+    void rollbackOpen() noexcept;
     bool inBatch() const { return batchDepth_ > 0; }
     // The capture whose rows are written before each commit of a batch (none: null).
     void setChangeCapture(ChangeCapture* capture) { capture_ = capture; }

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "model/schema.h"
+#include "search/search_index.h"
 #include "store/change_capture.h"
 #include "store/connection.h"
 #include "store/dao_error.h"
@@ -318,10 +319,13 @@ std::vector<ImportRun> takeBackImports(store::Connection& c, std::optional<long>
         return {};  // no such run, or taken back already
     c.execute("BEGIN IMMEDIATE");
     try {
+        // The index stays behind until it is built anew, whatever ends the work after the
+        // commit.
+        search::markStale(c);
         for (const auto& r : taken) takeBack(c, r.lauf);
         c.execute("COMMIT");
     } catch (...) {
-        c.execute("ROLLBACK");
+        c.rollbackOpen();
         throw;
     }
     for (auto& r : taken) r.zurueckgenommen = true;
@@ -346,6 +350,7 @@ std::string describeRun(const ImportRun& run) {
 TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) {
     const char* title = "Import zurücknehmen";
     TakeBackResult result;
+    std::string names;
     try {
         store::Connection& c = *g.db_daten.connection();
         std::vector<ImportRun> open;
@@ -359,7 +364,6 @@ TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) 
                               core::msg::vbInformation, title);
             return result;
         }
-        std::string names;
         for (auto it = open.rbegin(); it != open.rend(); ++it) names += describeRun(*it) + "\n";
         if (core::showMessage(
                 g,
@@ -370,18 +374,34 @@ TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) 
             return result;
         }
         result.runs = takeBackImports(c, open.front().lauf);
-        result.outcome = TakeBackOutcome::Done;
-        if (search::hasIndex(c)) search::buildIndex(c);  // the index follows the restored store
-        core::DB_Load(g);  // lists and record view read the restored rows
-        core::showMessage(g, "Die Importläufe wurden zurückgenommen:\n" + names,
-                          core::msg::vbInformation, title);
     } catch (const std::exception& e) {
         core::logTrapped(g, "Import_zuruecknehmen", e);
         core::showMessage(
             g, "Der Import konnte nicht zurückgenommen werden; der Datenbestand ist unverändert.",
             core::msg::vbExclamation, title);
         result.outcome = TakeBackOutcome::Failed;
+        return result;
     }
+    // From here on the runs are taken back, whatever fails after; the message says so.
+    result.outcome = TakeBackOutcome::Done;
+    std::string after;
+    try {
+        store::Connection& c = *g.db_daten.connection();
+        if (search::indexKept(c)) search::buildIndex(c);
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "Suchindex", e);
+        after = "Der Suchindex wird bei der nächsten Suche neu aufgebaut.";
+    }
+    try {
+        core::DB_Load(g);  // lists and record view read the restored rows
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "Import_zuruecknehmen", e);
+    }
+    if (!g.db_daten.isSet())
+        after += std::string(after.empty() ? "" : "\n") +
+                 "Die Datenbank konnte danach nicht wieder geöffnet werden.";
+    core::showMessage(g, "Die Importläufe wurden zurückgenommen:\n" + names + after,
+                      after.empty() ? core::msg::vbInformation : core::msg::vbExclamation, title);
     return result;
 }
 

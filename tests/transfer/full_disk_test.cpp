@@ -3,11 +3,13 @@
 // looks complete. The disk runs full through the test hook that limits the bytes written.
 #include <gtest/gtest.h>
 
+#include "core/db_connection.h"
 #include "core/error_log.h"
 #include "import_fixture.h"
 #include "options/options_form.h"
 #include "store/disk_space.h"
 #include "transfer/export_form.h"
+#include "transfer/import_journal.h"
 #include "transfer/tml_writer.h"
 
 namespace tolma::test {
@@ -140,6 +142,44 @@ TEST(FullDiskTest, CopiesOfWholeStoresAreWholeOrAbsent) {
     EXPECT_EQ(f.count("betrieb"), 5);
     for (const auto& name : filesIn(db.string()))
         EXPECT_EQ(name.find("unvollstaendig"), std::string::npos);
+}
+
+// Taking back on a full disk: SQLite rolls the transaction back itself, and what the clerk and
+// the log are told is that, in German, with the data as they were.
+TEST(FullDiskTest, ATakingBackWithoutRoomSaysSoAndChangesNothing) {
+    ImportFixture f;
+    ASSERT_EQ(f.import(manyBusinesses(300)), transfer::ImportOutcome::Finished);
+    TmlFile replaced = manyBusinesses(300);
+    for (auto& b : replaced.betriebe) b.replace(b.find("Husum"), 5, "Flensburg");
+    ASSERT_EQ(f.import(replaced), transfer::ImportOutcome::Finished);
+    const auto before = f.rows("SELECT [b-ort] FROM betrieb_adresse");
+    transfer::TakeBackResult result;
+    {
+        DiskLimit full(0);
+        // Counted from the store's next opening on.
+        core::DB_Schliessen(f.g());
+        core::DB_Binden_loesen(f.g());
+        core::DB_Load(f.g());
+        ASSERT_TRUE(f.g().db_daten.isSet());
+        f.dialogs.answers = {core::msg::vbYes};
+        result = transfer::Import_zuruecknehmen(f.g(), std::nullopt);
+    }
+    EXPECT_EQ(result.outcome, transfer::TakeBackOutcome::Failed);
+    EXPECT_EQ(f.lastMessage(),
+              "Der Import konnte nicht zurückgenommen werden; der Datenbestand ist unverändert.");
+    const std::string log = model::cp1252ToUtf8(f.logText());
+    EXPECT_NE(log.find("Nicht genügend Speicherplatz auf dem Datenträger"), std::string::npos)
+        << log;
+    EXPECT_EQ(log.find("ROLLBACK"), std::string::npos) << log;
+    EXPECT_EQ(f.rows("SELECT [b-ort] FROM betrieb_adresse"), before);
+    for (const auto& run : transfer::importRuns(*f.g().db_daten.connection()))
+        EXPECT_FALSE(run.zurueckgenommen);
+    // With room again, the same taking back works.
+    f.dialogs.answers = {core::msg::vbYes};
+    EXPECT_EQ(transfer::Import_zuruecknehmen(f.g(), std::nullopt).outcome,
+              transfer::TakeBackOutcome::Done);
+    EXPECT_EQ(f.rows("SELECT DISTINCT [b-ort] FROM betrieb_adresse"),
+              std::vector<std::string>{"Husum"});
 }
 
 }  // namespace
