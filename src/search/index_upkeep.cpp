@@ -56,14 +56,19 @@ IndexUpkeep::~IndexUpkeep() {
     if (auto c = watched_.lock()) watchedBlock(*c);
 }
 
-void IndexUpkeep::keep(store::Connection& c, const std::vector<std::string>& betrNrs,
-                       const std::vector<std::string>& persNrs) {
-    const bool watched = watchedBlock(c);
+void IndexUpkeep::begin(store::Connection& c) {
     if (!started_) {
         started_ = true;
         following_ = hasIndex(c);
-        if (following_) markBehind(c);
     }
+    // Into every block's transaction: which of them commits first is not known in advance.
+    if (following_ && !finished_) markBehind(c);
+}
+
+void IndexUpkeep::keep(store::Connection& c, const std::vector<std::string>& betrNrs,
+                       const std::vector<std::string>& persNrs) {
+    const bool watched = watchedBlock(c);
+    if (!started_) begin(c);
     if (!following_ || failed_) return;
     settle();
     Noted& noted = noted_.emplace();
@@ -91,6 +96,8 @@ void IndexUpkeep::keep(store::Connection& c, const std::vector<std::string>& bet
 
 void IndexUpkeep::committed(store::Connection& c) {
     if (!noted_ || launched_ || failed_) return;
+    // What the commit kept is in the store now.
+    found_.clear();
     launched_ = true;
     Noted& n = *noted_;
     if (n.listed.empty() && n.persons.empty() && n.added.numbers.empty()) return;
@@ -108,9 +115,10 @@ void IndexUpkeep::committed(store::Connection& c) {
             // One snapshot: the store as the block's commit left it.
             reader->execute("BEGIN");
             const Noted& n = *noted_;
-            found_ = readRefresh(*reader, n.listed, n.persons, Persons::Named,
-                                 n.added.numbers.empty() ? nullptr : &n.added);
+            auto rows = readRefresh(*reader, n.listed, n.persons, Persons::Named,
+                                    n.added.numbers.empty() ? nullptr : &n.added);
             reader->execute("COMMIT");
+            found_ = std::move(rows);
         } catch (...) {
             readFailed_ = std::current_exception();
         }
@@ -126,7 +134,14 @@ void IndexUpkeep::settle() {
     if (reading_.joinable()) reading_.join();
 }
 
-void IndexUpkeep::finish(store::Connection& c) {
+void IndexUpkeep::abandon() {
+    settle();
+    finished_ = true;
+    found_.clear();
+}
+
+void IndexUpkeep::finish(store::Connection& c, const std::vector<std::string>& also,
+                         bool everything) {
     if (!following_ || finished_) return;
     finished_ = true;
     if (failed_) return;
@@ -136,21 +151,30 @@ void IndexUpkeep::finish(store::Connection& c) {
     const bool own = !c.inBatch();
     if (own) c.beginBatch();
     try {
-        write(c);
+        if (everything) {
+            buildIndex(c);
+        } else {
+            write(c);
+            // What a block stored ahead of an element that failed, apart from its notes.
+            if (!also.empty())
+                for (const RowsToWrite& part :
+                     readRefresh(c, also, {}, Persons::OfTheBusinesses, nullptr))
+                    writeRows(c, part);
+        }
         markFollowing(c);
         if (own) c.commitBatch();
     } catch (...) {
         if (own) c.rollbackBatch();
         throw;
     }
+    found_.clear();
 }
 
+// Writes what was found; it stays held until a commit has kept it.
 void IndexUpkeep::write(store::Connection& c) {
-    std::vector<RowsToWrite> found = std::move(found_);
-    found_.clear();
     try {
         if (readFailed_) std::rethrow_exception(std::exchange(readFailed_, nullptr));
-        for (const RowsToWrite& part : found) writeRows(c, part);
+        for (const RowsToWrite& part : found_) writeRows(c, part);
     } catch (...) {
         failed_ = true;
         throw;

@@ -22,9 +22,10 @@ namespace tolma::search {
 // Keeps the search index along the blocks of one import run. Reading a block's rows back and
 // working out their words takes as long as storing them; so a thread of its own does that on a
 // connection of its own, once the block is committed, while the next block is stored. What it
-// found is written in the next block's transaction, the last block's in one of its own. From
-// the first block until then the index is marked as not following the store, so that after a
-// crash or a failure the next search builds it anew.
+// found is written in the next block's transaction, the last block's in one of its own, and it
+// is let go only once a commit has kept it. Every block's transaction marks the index as not
+// following the store, and only the run's last transaction takes the mark away: a crash, a
+// failure or a kill anywhere between leaves the next search to build the index anew.
 //
 // A run that brings much against what the store holds learns once which numbers the store
 // holds; a business new to it then has only rows its block wrote, which are read in one pass
@@ -37,19 +38,26 @@ class IndexUpkeep {
     IndexUpkeep(const IndexUpkeep&) = delete;
     IndexUpkeep& operator=(const IndexUpkeep&) = delete;
 
+    // At the start of a block, inside its transaction, before it changes anything: the mark.
+    void begin(store::Connection& c);
     // At the end of a block, inside its transaction: writes what was found for the block
     // before, and notes the block's businesses and persons. A failure is raised; the index is
     // then left to the next search to build anew.
     void keep(store::Connection& c, const std::vector<std::string>& betrNrs,
               const std::vector<std::string>& persNrs);
-    // After the block's commit: its rows are read, and those of the businesses sharing one of
-    // its persons.
+    // After the block's commit: what it wrote is let go; its rows are read, and those of the
+    // businesses sharing one of its persons.
     void committed(store::Connection& c);
     // Before the store's file is replaced (compaction): waits for the reading.
     void settle();
-    // At the end of the run, outside a transaction: the last block's rows, and the mark taken
-    // away, in a transaction of their own. A failure is raised; the mark then stays.
-    void finish(store::Connection& c);
+    // At the end of a run that stored every block it began, outside a transaction: the last
+    // block's rows, those of `also` and the businesses sharing their persons (or, with
+    // `everything`, the whole index anew), and the mark taken away, in a transaction of their
+    // own. A failure is raised; the mark then stays.
+    void finish(store::Connection& c, const std::vector<std::string>& also = {},
+                bool everything = false);
+    // At the end of a run that failed: nothing more is written, and the mark stays.
+    void abandon();
 
   private:
     // Numbers by a hash of their key: two numbers of one hash count as one, which costs at most
@@ -84,7 +92,7 @@ class IndexUpkeep {
     bool launched_ = false;  // the noted block is being read
     std::optional<Noted> noted_;
     std::thread reading_;
-    std::vector<RowsToWrite> found_;
+    std::vector<RowsToWrite> found_;  // read, and not yet kept by a commit
     std::exception_ptr readFailed_;
     Numbers businesses_, persons_;  // held by the store before the block
     std::weak_ptr<store::Connection> watched_;

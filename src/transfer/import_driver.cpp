@@ -15,7 +15,6 @@
 #include "model/codepage.h"
 #include "model/values.h"
 #include "search/index_upkeep.h"
-#include "search/search_index.h"
 #include "store/connection.h"
 #include "transfer/element_reader.h"
 #include "transfer/import_context.h"
@@ -310,6 +309,7 @@ class Run {
         const std::string labelTail =
             " von " + announced_.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
         Batch batch(g_.db_daten);
+        beginSearch();
         const bool recording = !checking() && g_.recordImportRuns && g_.db_daten.isSet();
         if (recording) {
             // The record of this run goes into the same transactions as its blocks.
@@ -406,7 +406,6 @@ class Run {
         g_.marks.menue_import_datenbank = false;
         core::DB_Load(g_);
         finishSearch();
-        refreshSearch();
         if (message == kAbgebrochen) return ImportOutcome::Cancelled;
         if (records_ > 0 && g_.storeFault.empty() && !g_.db_daten.isSet())
             g_.storeFault =
@@ -423,8 +422,8 @@ class Run {
         core::logTrapped(g_, "Upd_1_Start", e);
         core::DB_Load(g_);
         if (listIndexesLeftOut_) core::ensureListIndexes(g_);  // the mark stays set here
-        finishSearch();
-        refreshSearch();
+        // The index stays marked as behind, as every committed block left it.
+        if (searchUpkeep_) searchUpkeep_->abandon();
         view_.MousePointer = 0;
         view_.SSTab1Tab = 0;
         view_.Label2 = "ACHTUNG UPDATE-FEHLER!";
@@ -436,7 +435,7 @@ class Run {
     // businesses that share a person with them, are written anew, in the next block's
     // transaction or at the end. After a failure the next search builds the index anew, and the
     // import goes on.
-    void keepSearch(const ReadChunk& chunk) {
+    void beginSearch() {
         if (checking() || !g_.db_daten.isSet()) return;
         if (!searchUpkeep_) {
             // A file that brings much against what the store holds, as the first one does, is
@@ -446,6 +445,12 @@ class Run {
             const auto storeSize = std::filesystem::file_size(g_.db_pfad_aktuell, e2);
             searchUpkeep_.emplace(!e1 && !e2 && fileSize > 2 * storeSize);
         }
+        // Not trapped: a block that cannot carry the mark must not be stored.
+        searchUpkeep_->begin(*g_.db_daten.connection());
+    }
+
+    void keepSearch(const ReadChunk& chunk) {
+        if (checking() || !g_.db_daten.isSet() || !searchUpkeep_) return;
         std::vector<std::string> businesses, persons;
         for (const ReadElement& element : chunk.elements) {
             businesses.push_back(element.betrNr);
@@ -459,29 +464,18 @@ class Run {
         searchKept_ = {records_, ctx_.touched.size()};
     }
 
-    // The rows of the last block; the index follows the store again.
+    // The rows of the last block, and of what a block stored ahead of its end without its
+    // notes (its persons are not known, so every business sharing a person with one of its
+    // businesses follows); the index follows the store again.
     void finishSearch() {
         if (!searchUpkeep_ || !g_.db_daten.isSet()) return;
         try {
-            searchUpkeep_->finish(*g_.db_daten.connection());
-        } catch (const std::exception& e) {
-            core::logTrapped(g_, "Suchindex", e);
-        }
-    }
-
-    // What a block that failed stored ahead of its end, in a transaction of its own; its persons
-    // are not known, so every business sharing a person with one of its businesses follows.
-    void refreshSearch() {
-        if (checking() || records_ == searchKept_.records || !g_.db_daten.isSet()) return;
-        try {
-            store::Connection& c = *g_.db_daten.connection();
-            if (ctx_.touchedAll) {
-                if (search::hasIndex(c)) search::buildIndex(c);
-            } else {
-                const auto from = ctx_.touched.begin() + static_cast<long>(searchKept_.touched);
-                search::refreshIndex(c, {from, ctx_.touched.end()}, {},
-                                     search::Persons::OfTheBusinesses);
-            }
+            std::vector<std::string> also;
+            const bool unnoted = records_ != searchKept_.records;
+            if (unnoted && !ctx_.touchedAll)
+                also.assign(ctx_.touched.begin() + static_cast<long>(searchKept_.touched),
+                            ctx_.touched.end());
+            searchUpkeep_->finish(*g_.db_daten.connection(), also, unnoted && ctx_.touchedAll);
         } catch (const std::exception& e) {
             core::logTrapped(g_, "Suchindex", e);
         }

@@ -1,5 +1,6 @@
 // The search: names by sound, spellings folded, the index kept with the store.
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <set>
@@ -416,6 +417,71 @@ TEST(SearchTest, AnImportOfAFewBusinessesWritesOnlyTheirRowsAnew) {
     // The full-text index agrees with its rows: no word of a replaced row is left behind.
     EXPECT_NO_THROW(f.c().execute(
         "INSERT INTO tolma_suchbegriffe (tolma_suchbegriffe, rank) VALUES ('integrity-check', 1)"));
+}
+
+// The index a search uses holds what a build from the store gives, however the run before
+// ended; the search builds it first where it is marked as behind.
+void expectSearchAsBuilt(SearchFixture& f, const char* step) {
+    const auto hits = f.names("Petersen");
+    f.expectKeptAsBuilt(step);
+    EXPECT_EQ(hits, f.names("Petersen")) << step;
+}
+
+// A block whose commit fails (a full disk) takes with it the index rows written in its
+// transaction: the index must not be marked as following afterwards.
+TEST(SearchTest, AnImportWhoseBlockCannotBeCommittedLeavesNoStaleIndex) {
+    SearchFixture f;
+    auto generated = [&](long businesses, unsigned seed) {
+        std::ostringstream file;
+        bench::GeneratorOptions options;
+        options.businesses = businesses;
+        options.seed = seed;
+        bench::writeTransferFile(file, options);
+        return f.importBytes(file.str());
+    };
+    ASSERT_EQ(generated(7000, 1), transfer::ImportOutcome::Finished);
+    search::buildIndex(f.c());
+    // Late in the run, the next commit fails as on a full disk, and SQLite rolls it back.
+    long records = 0;
+    f.g().doEvents = [&] {
+        if (++records != 5000) return;
+        sqlite3_commit_hook(
+            f.c().handle(), [](void*) { return 1; }, nullptr);
+    };
+    EXPECT_EQ(generated(7000, 2), transfer::ImportOutcome::Failed);
+    f.g().doEvents = {};
+    sqlite3_commit_hook(f.c().handle(), nullptr, nullptr);
+    EXPECT_GT(transfer::importRuns(f.c()).back().betriebe, 0);  // blocks of it were kept
+    expectSearchAsBuilt(f, "after the failed commit");
+}
+
+// Taking back commits first; an index that cannot be built afterwards is no failure of the
+// taking back, and the next search builds it.
+TEST(SearchTest, ATakingBackTellsTheTruthWhenTheIndexCannotBeBuiltAfterIt) {
+    SearchFixture f;
+    TmlFile first, second;
+    first.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer"),
+                      business("1002", "Müller Transporte", "Am Hafen 1", "Müller")};
+    second.betriebe = {business("1002", "Petersen Spedition", "Am Hafen 1", "Petersen")};
+    ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
+    ASSERT_EQ(f.import(second), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.names("Petersen"), Strings{"Petersen Spedition"});  // builds the index
+    f.c().execute(
+        "CREATE TRIGGER voll BEFORE INSERT ON tolma_suchtreffer WHEN NEW.zeile > 0 BEGIN SELECT "
+        "RAISE(ABORT, 'database or disk is full'); END");
+    f.dialogs.answers = {core::msg::vbYes};
+    const auto result = transfer::Import_zuruecknehmen(f.g(), std::nullopt);
+    EXPECT_EQ(result.outcome, transfer::TakeBackOutcome::Done);
+    EXPECT_NE(f.lastMessage().find("zurückgenommen"), std::string::npos);
+    EXPECT_NE(f.lastMessage().find("Der Suchindex wird bei der nächsten Suche neu aufgebaut."),
+              std::string::npos)
+        << f.lastMessage();
+    EXPECT_EQ(f.lastMessage().find("unverändert"), std::string::npos);
+    EXPECT_TRUE(transfer::importRuns(f.c()).back().zurueckgenommen);
+    f.c().execute("DROP TRIGGER voll");
+    EXPECT_TRUE(f.names("Petersen").empty());
+    EXPECT_EQ(f.names("Transporte"), Strings{"Müller Transporte"});
+    expectSearchAsBuilt(f, "after taking back");
 }
 
 }  // namespace

@@ -10,8 +10,10 @@
 #include <fstream>
 #include <random>
 #include <thread>
+#include <tuple>
 
 #include "../store/test_db.h"
+#include "store/connection.h"
 #include "store/database.h"
 #include "tml_generator.h"
 
@@ -154,6 +156,77 @@ TEST(CrashTest, AKilledImportIsTakenBackToTheStateBeforeIt) {
     EXPECT_EQ(cli({"--home", home.string(), "undo", "--yes"}), 0);
     EXPECT_EQ(dump(home / "DB" / "tl_4x_b.mdb"), before);
     EXPECT_EQ(integrity(home / "DB" / "tl_4x_b.mdb"), "ok");
+}
+
+// Runs tolma-cli with `args`; what it printed.
+std::string cliOutput(std::vector<std::string> args) {
+    const std::string program = TOLMA_CLI;
+    std::string command = "'" + program + "'";
+    for (const auto& a : args) command += " '" + a + "'";
+    std::string out;
+    if (FILE* pipe = popen(command.c_str(), "r")) {
+        char buf[4096];
+        for (size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
+        pclose(pipe);
+    }
+    return out;
+}
+
+// Killed after its commit, while the search index is built anew: the next search must not
+// answer from the index of the data taken back.
+TEST(CrashTest, ATakingBackKilledAfterItsCommitLeavesNoStaleIndex) {
+    TempDir dir;
+    const auto big = dir.path() / "gross.tml", small = dir.path() / "klein.tml";
+    for (const auto& [file, n, seed] :
+         {std::tuple{big, 15000L, 1u}, std::tuple{small, 3000L, 7u}}) {
+        std::ofstream out(file, std::ios::binary);
+        bench::GeneratorOptions options;
+        options.businesses = n;
+        options.seed = seed;
+        bench::writeTransferFile(out, options);
+    }
+    const auto home = dir.path() / "home", store = home / "DB" / "tl_4x_b.mdb";
+    ASSERT_EQ(importWithCli(home, big, std::chrono::milliseconds(0)), 0);
+    ASSERT_EQ(importWithCli(home, small, std::chrono::milliseconds(0)), 0);
+    const std::vector<std::string> queries{"Petersen", "Hauptstraße", "Müller Husum"};
+    for (const auto& q : queries) cliOutput({"--home", home.string(), "search", q});  // builds
+    const std::string program = TOLMA_CLI, h = home.string();
+    const char* argv[] = {program.c_str(), "--home", h.c_str(), "undo", "--yes", nullptr};
+    pid_t pid = 0;
+    ASSERT_EQ(
+        posix_spawn(&pid, program.c_str(), nullptr, nullptr, const_cast<char**>(argv), environ), 0);
+    bool committed = false;
+    for (int i = 0; i < 3000 && !committed; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        try {
+            auto db = store::Database::OpenDatabase(store);
+            auto v = db.lookup("SELECT zurueckgenommen FROM tolma_import_lauf WHERE lauf = 2",
+                               "zurueckgenommen");
+            committed = v && v->toInteger() == 1;
+        } catch (const std::exception&) {
+            // held for a moment
+        }
+    }
+    kill(pid, SIGKILL);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(committed);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "the taking back ended before it was killed";
+    // The same store with its index built from nothing.
+    const auto fresh = dir.path() / "frisch";
+    std::filesystem::create_directories(fresh / "DB");
+    for (const char* part : {"", "-wal"})
+        if (std::filesystem::exists(store.string() + part))
+            std::filesystem::copy_file(store.string() + part,
+                                       (fresh / "DB" / "tl_4x_b.mdb").string() + part);
+    store::Connection::open(fresh / "DB" / "tl_4x_b.mdb", store::Connection::Kind::Shared)
+        ->execute("DROP TABLE tolma_suchbegriffe");
+    for (const auto& q : queries) {
+        const std::string hits =
+            cliOutput({"--home", home.string(), "search", "--limit", "500", q});
+        EXPECT_GT(hits.size(), 100u) << q;
+        EXPECT_EQ(hits, cliOutput({"--home", fresh.string(), "search", "--limit", "500", q})) << q;
+    }
 }
 
 }  // namespace
