@@ -375,7 +375,12 @@ TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) 
         }
         result.runs = takeBackImports(c, open.front().lauf);
     } catch (const std::exception& e) {
+        // A connection that met a full disk stays in its error until it is opened anew; letting
+        // go of it also frees what its journal held.
+        core::DB_Schliessen(g);
+        core::DB_Binden_loesen(g);
         core::logTrapped(g, "Import_zuruecknehmen", e);
+        core::DB_Load(g);
         core::showMessage(
             g, "Der Import konnte nicht zurückgenommen werden; der Datenbestand ist unverändert.",
             core::msg::vbExclamation, title);
