@@ -259,21 +259,34 @@ void ImportJournal::removeAhead(store::Connection& c, const BlockKeys& keys) {
 void ImportJournal::putBack(store::Connection& c, const BlockKeys& left) {
     if (!started() || left.empty() || blockStarts_.empty()) return;
     fillKeys(c, left);
+    c.execute("CREATE TEMP TABLE IF NOT EXISTS tolma_zurueck_neu (kopie INTEGER PRIMARY KEY)");
     for (size_t i = 0; i < std::size(kRemoved); ++i) {
         const Removed& r = kRemoved[i];
         if (blockStarts_[i] < 0 || noKeys(left, r.kind)) continue;
-        const std::string table = "main." + store::jet::quoteName(r.table);
+        const std::string table = "main." + store::jet::quoteName(r.table),
+                          shadow = store::jet::quoteName(shadowOf(r.table));
         const auto columns = columnsOf(c, r.table);
-        // Under its old row id, unless a row of the block took it meanwhile: the record keeps
-        // the old id for taking back.
-        c.execute("INSERT INTO " + table + " (rowid, " + columnList(columns) +
-                      ") SELECT CASE WHEN EXISTS (SELECT 1 FROM " + table +
-                      " x WHERE x.rowid = s.rid) THEN NULL ELSE s.rid END, " +
-                      columnList(columns, "s.") + " FROM " +
-                      store::jet::quoteName(shadowOf(r.table)) +
-                      " s WHERE s.rowid > ?1 AND EXISTS (SELECT 1 FROM " + keyTable(r.kind) +
-                      " k WHERE " + belongs(r, left.byState, "s") + ")",
-                  {store::Variant(blockStarts_[i])});
+        const std::string copies =
+            " FROM " + shadow + " s WHERE s.rowid > ?1 AND EXISTS (SELECT 1 FROM " +
+            keyTable(r.kind) + " k WHERE " + belongs(r, left.byState, "s") + ")";
+        const std::vector<store::Variant> from{store::Variant(blockStarts_[i])};
+        // A row goes back under its old row id unless a row of the block took that id
+        // meanwhile; those are noted first, before any row goes back. The others keep their
+        // ids, and only then do the noted ones take new ids, after all of them: a new id given
+        // earlier could be the old id of a row still to come. The record keeps the old id for
+        // taking back.
+        c.execute("DELETE FROM temp.tolma_zurueck_neu");
+        c.execute("INSERT INTO temp.tolma_zurueck_neu SELECT s.rowid" + copies +
+                      " AND EXISTS (SELECT 1 FROM " + table + " x WHERE x.rowid = s.rid)",
+                  from);
+        c.execute("INSERT INTO " + table + " (rowid, " + columnList(columns) + ") SELECT s.rid, " +
+                      columnList(columns, "s.") + copies +
+                      " AND s.rowid NOT IN (SELECT kopie FROM temp.tolma_zurueck_neu)",
+                  from);
+        c.execute("INSERT INTO " + table + " (" + columnList(columns) + ") SELECT " +
+                  columnList(columns, "s.") + " FROM " + shadow +
+                  " s WHERE s.rowid IN (SELECT kopie FROM temp.tolma_zurueck_neu) ORDER BY "
+                  "s.rowid");
     }
 }
 
