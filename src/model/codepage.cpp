@@ -117,4 +117,21 @@ bool isUtf8WithNonAscii(std::string_view bytes) {
     return nonAscii;
 }
 
+std::string blankInvalidUtf8(std::string_view bytes) {
+    std::string out;
+    out.reserve(bytes.size());
+    for (size_t i = 0; i < bytes.size();) {
+        char32_t cp = 0;
+        const size_t n = decodeOne(bytes, i, cp);
+        if (n == 0) {
+            out += ' ';
+            ++i;
+        } else {
+            out.append(bytes.substr(i, n));
+            i += n;
+        }
+    }
+    return out;
+}
+
 }  // namespace tolma::model

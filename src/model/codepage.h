@@ -13,5 +13,7 @@ std::string cp1252ToUtf8(std::string_view cp1252);
 void appendCp1252AsUtf8(std::string& out, std::string_view cp1252);
 // Valid UTF-8 with at least one character outside ASCII.
 bool isUtf8WithNonAscii(std::string_view bytes);
+// The text with every byte that is no part of a valid UTF-8 sequence replaced by a blank.
+std::string blankInvalidUtf8(std::string_view bytes);
 
 }  // namespace tolma::model

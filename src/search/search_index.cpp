@@ -4,6 +4,7 @@
 #include <set>
 #include <unordered_set>
 
+#include "model/codepage.h"
 #include "search/index_reader.h"
 #include "search/index_rows.h"
 #include "search/index_words.h"
@@ -214,7 +215,9 @@ void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs,
 }
 
 std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind, int limit) {
-    const std::vector<std::string> words = wordsOf(query);
+    // A stray byte of a broken text is no word: as a beginning it would find every word that
+    // starts with an umlaut.
+    const std::vector<std::string> words = wordsOf(model::blankInvalidUtf8(query));
     if (words.empty()) return {};
     if (!hasIndex(c)) buildIndex(c);
     // Two questions to the index: every word as written, then every word in any of the three
