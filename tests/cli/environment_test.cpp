@@ -116,7 +116,8 @@ TEST_F(EnvironmentTest, FullDiskFailsImportAndExportWithoutAbortOrCompleteLookin
               sq("mount -t tmpfs -o size=60k tmpfs " + home + "/Dat && { " + cli + " --home " +
                  home + " export; rc=$?; echo Dat:; ls -A " + home + "/Dat; echo rc=$rc; }"));
     EXPECT_EQ(r.code, 1) << r.out;
-    EXPECT_NE(r.out.find("Der Export ist gescheitert: Datenträger voll"), std::string::npos)
+    EXPECT_NE(r.out.find("Der Export ist gescheitert: Nicht genügend Speicherplatz"),
+              std::string::npos)
         << r.out;
     EXPECT_EQ(r.out.find("erstellt!"), std::string::npos) << r.out;
     EXPECT_EQ(r.out.substr(r.out.size() - 5), "Dat:\n") << "no file is left in Dat: " << r.out;
