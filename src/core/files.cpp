@@ -77,6 +77,18 @@ void copyFileAtomically(const std::filesystem::path& from, const std::filesystem
     ::close(in);
 }
 
+std::string irregularFileCause(const std::filesystem::path& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0 || S_ISREG(st.st_mode)) return {};
+    const char* kind = S_ISFIFO(st.st_mode)                         ? "eine benannte Pipe (FIFO)"
+                       : S_ISDIR(st.st_mode)                        ? "ein Verzeichnis"
+                       : S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode) ? "ein Gerät"
+                       : S_ISSOCK(st.st_mode)                       ? "ein Socket"
+                                                                    : nullptr;
+    return kind ? std::string("Sie ist ") + kind + ", keine gewöhnliche Datei."
+                : "Sie ist keine gewöhnliche Datei.";
+}
+
 bool createPrivateDirectory(const std::filesystem::path& dir) {
     if (::mkdir(dir.c_str(), 0700) == 0) return true;
     if (errno == EEXIST) return false;

@@ -194,6 +194,28 @@ TEST_F(EnvironmentTest, UnwritableDatAndLogAreNamedAsSuch) {
         << r.out;
 }
 
+// A pipe given as the file to import would be waited on for ever with the settings store held,
+// and every other command of the home refused; it is refused at once instead.
+TEST_F(EnvironmentTest, ImportOfAPipeIsRefusedAtOnce) {
+    prepareHome();
+    const std::string pipe = (dir / "rohr.tml").string();
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    for (const char* import : {" import --yes ", " import --check "}) {
+        const Outcome r =
+            shell("timeout 20 " + cli + " --home " + sq(home) + import + sq(pipe) + "; echo rc=$?");
+        EXPECT_EQ(r.code, 1) << import << r.out;  // timeout's 124 when it waited
+        EXPECT_NE(r.out.find("Die Datei ''" + pipe +
+                             "'' kann nicht gelesen werden.\nSie ist eine "
+                             "benannte Pipe (FIFO), keine gewöhnliche Datei.\n"),
+                  std::string::npos)
+            << r.out;
+    }
+    std::ifstream log(home + "/Log/ERROR.LOG", std::ios::binary);
+    std::stringstream text;
+    text << log.rdbuf();
+    EXPECT_NE(text.str().find("Fehler in Sub/Function: Upd_1_Start\r\n"), std::string::npos);
+}
+
 TEST_F(EnvironmentTest, NewFilesAreTheOwnersAloneAndExistingOnesKeepTheirRights) {
     prepareHome();
     const auto rights = [](const fs::path& p) {
