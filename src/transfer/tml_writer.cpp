@@ -1,5 +1,7 @@
 #include "transfer/tml_writer.h"
 
+#include <filesystem>
+
 #include "model/codepage.h"
 
 namespace tolma::transfer {
@@ -45,6 +47,19 @@ void TmlWriter::discard() noexcept {
     buffer_.clear();
     open_ = false;
     file_.discard();
+}
+
+void removeUnfinishedTransferFiles(const std::string& dir) {
+    const std::string suffix = TmlWriter::temporaryName(".tml");
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.empty() ? "." : dir, ec)) {
+        const std::string name = entry.path().filename().string();
+        if (name.size() <= suffix.size() ||
+            name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0)
+            continue;
+        if (entry.is_regular_file(ec) || entry.is_symlink(ec))
+            std::filesystem::remove(entry.path(), ec);
+    }
 }
 
 }  // namespace tolma::transfer

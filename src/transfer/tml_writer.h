@@ -45,4 +45,8 @@ class TmlWriter {
     bool open_ = false;
 };
 
+// Removes the unfinished transfer files ("….tml.unvollstaendig") an export left in `dir` when it
+// was killed; nothing else. They can be as large as a whole export and nothing else takes them.
+void removeUnfinishedTransferFiles(const std::string& dir);
+
 }  // namespace tolma::transfer
