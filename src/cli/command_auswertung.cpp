@@ -1,11 +1,11 @@
 #include <QGuiApplication>
 
-#include <fstream>
 #include <ostream>
 
 #include "cli/cli.h"
 #include "cli/session.h"
 #include "core/error_log.h"
+#include "core/output_file.h"
 #include "evaluation/evaluation.h"
 #include "print/qt/evaluation_paint.h"
 #include "print/qt/painter_printer.h"
@@ -80,28 +80,18 @@ int commandAuswertung(const Options& options, const std::vector<std::string>& ar
         const auto sections = evaluation::loadSections(g.dataDir / "wz2008_abschnitte.csv");
         const evaluation::Result result = evaluation::evaluate(g, query, sections);
         out << evaluation::tableText(result);
-        if (!csv.empty()) {
-            std::ofstream file(csv, std::ios::binary | std::ios::trunc);
-            file << evaluation::tableCsv(result);
-            if (!file.flush()) {
-                err << "Die Datei '" << csv << "' konnte nicht geschrieben werden.\n";
-                return kExitFailed;
-            }
-        }
+        // Counts only, no names: the files are readable as the umask allows.
+        if (!csv.empty())
+            core::writeFileAtomically(csv, evaluation::tableCsv(result), core::FileAccess::Shared);
         if (!pdf.empty() || !png.empty()) {
             auto app = print::ensureGuiApplication();
-            if (!pdf.empty() && !print::saveEvaluationPdf(pdf, result)) {
-                err << "Die Datei '" << pdf << "' konnte nicht geschrieben werden.\n";
-                return kExitFailed;
-            }
-            if (!png.empty() && !print::saveEvaluationChart(png, result)) {
-                err << "Die Datei '" << png << "' konnte nicht geschrieben werden.\n";
-                return kExitFailed;
-            }
+            if (!pdf.empty()) print::saveEvaluationPdf(pdf, result);
+            if (!png.empty()) print::saveEvaluationChart(png, result);
         }
     } catch (const std::exception& e) {
         core::logTrapped(g, "Auswertung", e);
         err << "Die Auswertung ist gescheitert: " << session.cause() << "\n";
+        session.finish(out, err);
         return kExitFailed;
     }
     session.finish(out, err);

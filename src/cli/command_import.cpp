@@ -5,6 +5,7 @@
 #include "cli/cli.h"
 #include "cli/interrupt.h"
 #include "cli/session.h"
+#include "core/files.h"
 #include "transfer/import_driver.h"
 
 namespace tolma::cli {
@@ -18,6 +19,14 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
         return kExitUsage;
     }
     Session session(options, out);
+    const std::string& file = args.back();
+    // Refused before the start: reading a pipe would wait, with the settings store held, for a
+    // writer that may never come, and every other command of this home would be refused.
+    if (const std::string cause = core::irregularFileCause(file); !cause.empty()) {
+        session.refuseBeforeStart(err, check ? "tolma-cli import --check" : "Upd_1_Start",
+                                  "Die Datei ''" + file + "'' kann nicht gelesen werden.", cause);
+        return kExitFailed;
+    }
     if (!session.start(err)) return kExitFailed;
     core::Globals& g = session.g;
     if (check) {

@@ -1,14 +1,16 @@
+#include <QBuffer>
 #include <QGuiApplication>
 #include <QPdfWriter>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <ostream>
+#include <string_view>
 
 #include "browse/list_form.h"
 #include "cli/cli.h"
 #include "cli/session.h"
 #include "core/error_log.h"
+#include "core/output_file.h"
 #include "print/list_report.h"
 #include "print/qt/painter_printer.h"
 #include "print/record_report.h"
@@ -127,15 +129,30 @@ int print(core::Globals& g, const Request& r, std::ostream& out, std::ostream& e
             return kExitFailed;
         }
     }
-    if (!std::ofstream(r.pdf, std::ios::binary | std::ios::app))
-        return refuse(g, err, "Die PDF-Datei kann nicht geschrieben werden: " + r.pdf, 75,
-                      "Fehler beim Zugriff auf Pfad/Datei: '" + r.pdf + "'", "0");
+    const auto cannotWrite = [&](const core::FileWriteError& e) {
+        return refuse(
+            g, err,
+            "Die PDF-Datei kann nicht geschrieben werden: " + r.pdf + " (" + e.cause() + ")",
+            e.number(), e.what(), "0");
+    };
+    // Made before the printing, so that a directory that takes no file is told at once. The
+    // reports hold names, addresses and birth dates: readable by the owner only.
+    core::OutputFile file;
+    try {
+        file.open(r.pdf, core::FileAccess::Private);
+    } catch (const core::FileWriteError& e) {
+        return cannotWrite(e);
+    }
 
     const std::uintmax_t logBefore = logSize(g);
     print::PrintState state;
+    // Qt writes its files unchecked: the document is made in memory and written whole.
+    QByteArray document;
     {
         const auto app = print::ensureGuiApplication();
-        QPdfWriter writer(QString::fromStdString(r.pdf));
+        QBuffer buffer(&document);
+        buffer.open(QIODevice::WriteOnly);
+        QPdfWriter writer(&buffer);
         print::setUpPdfPage(writer);
         print::PainterPrinter printer(writer);
         PdfPrinterSource source(printer);
@@ -151,6 +168,17 @@ int print(core::Globals& g, const Request& r, std::ostream& out, std::ostream& e
         err << "Beim Drucken ist ein Fehler aufgetreten; Einzelheiten im Fehlerprotokoll "
             << core::errorLogPath(g) << ".\n";
         return kExitFailed;
+    }
+    if (document.isEmpty())
+        return refuse(
+            g, err,
+            "Die PDF-Datei kann nicht geschrieben werden: " + r.pdf + " (das Dokument ist leer)",
+            75, "Fehler beim Zugriff auf Pfad/Datei: '" + r.pdf + "'", "0");
+    try {
+        file.write(std::string_view(document.constData(), static_cast<size_t>(document.size())));
+        file.commit();
+    } catch (const core::FileWriteError& e) {
+        return cannotWrite(e);
     }
     out << r.pdf << "\n";
     return kExitOk;

@@ -1,5 +1,6 @@
 #include "cli/session.h"
 
+#include <filesystem>
 #include <iostream>
 
 #include "browse/data_controls.h"
@@ -39,6 +40,18 @@ bool Session::start(std::ostream& err) {
         return false;
     }
     return true;
+}
+
+void Session::refuseBeforeStart(std::ostream& err, const std::string& procedure,
+                                const std::string& message, const std::string& cause) {
+    err << message << "\n" << cause << "\n";
+    const core::ProgramPaths paths = core::resolvePaths(core::executableDir(), options_.home);
+    std::error_code ec;
+    if (!std::filesystem::is_directory(paths.logDir(), ec)) return;
+    g.pfad_log = paths.logDir().string() + "/";
+    core::A_Error_Log(g, procedure, "TOLMA_4x_Access", "75", message + " " + cause,
+                      "Fehlerortung: ", "0");
+    tellAboutLog(err);
 }
 
 std::string Session::cause() const {

@@ -20,6 +20,10 @@ class Session {
     // The way down: tells where the error log is when this run wrote to it, or why it could
     // not be written.
     void finish(std::ostream& out, std::ostream& err);
+    // Refuses a command's input before the start takes the settings store: the message and
+    // cause on `err`, and an entry in the log when the home has its log directory already.
+    void refuseBeforeStart(std::ostream& err, const std::string& procedure,
+                           const std::string& message, const std::string& cause);
     // The cause of a failure in plain words: the last entry of the error log.
     std::string cause() const;
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "core/error_log.h"
+#include "core/output_file.h"
 #include "core/settings.h"
 #include "core/version.h"
 
@@ -59,23 +60,16 @@ std::vector<std::string> splitLines(const std::string& text) {
 }
 
 // A desktop or the file manager may read the file at any moment: never let it see half of it.
-bool writeFileAtomically(const std::filesystem::path& path, const std::string& text) {
+bool writeSharedFile(const std::filesystem::path& path, const std::string& text) {
     std::error_code ec;
     std::filesystem::create_directories(path.parent_path(), ec);
     if (ec) return false;
-    const std::filesystem::path temp = path.string() + ".neu";
-    {
-        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-        out << text;
-        out.close();
-        if (!out) {
-            std::filesystem::remove(temp, ec);
-            return false;
-        }
+    try {
+        writeFileAtomically(path, text, FileAccess::Shared);
+        return true;
+    } catch (const FileWriteError&) {
+        return false;
     }
-    std::filesystem::rename(temp, path, ec);
-    if (ec) std::filesystem::remove(temp, ec);
-    return !ec;
 }
 
 // The escapes of a string value in a desktop entry file.
@@ -167,7 +161,7 @@ bool setDefaultHandler(const std::filesystem::path& mimeapps, const std::string&
     }
     std::string text;
     for (const auto& line : lines) text += line + "\n";
-    return writeFileAtomically(mimeapps, text);
+    return writeSharedFile(mimeapps, text);
 }
 
 // --- the desktop file and the MIME type ----------------------------------------------------
@@ -193,7 +187,7 @@ bool writeDesktopFile(const std::filesystem::path& file, const std::optional<std
     text += "Icon=tolma\nTerminal=false\n";
     text += std::string("MimeType=") + kTmlMimeType + ";\n";
     text += "Categories=Office;\n";
-    return writeFileAtomically(file, text);
+    return writeSharedFile(file, text);
 }
 
 std::string mimePackageText() {
@@ -350,7 +344,7 @@ long XdgFileTypeRegistry::RegSetValue(const RegistryKey& key, const std::string&
     bool written = false;
     if (kind == KeyKind::Extension && subKey.empty()) {
         const std::string id = equalsIgnoringCase(data, kProductName) ? kDesktopId : data;
-        written = writeFileAtomically(mimePackage(), mimePackageText()) &&
+        written = writeSharedFile(mimePackage(), mimePackageText()) &&
                   setDefaultHandler(mimeappsList(), kTmlMimeType, id + ".desktop");
         if (written) refreshMimeDatabase(mimePackage().parent_path().parent_path());
     } else if (kind == KeyKind::Program && subKey.empty()) {

@@ -6,10 +6,9 @@
 
 #include <cctype>
 #include <cerrno>
-#include <cstdio>
 #include <vector>
 
-#include "store/disk_space.h"
+#include "core/output_file.h"
 
 namespace tolma::core {
 
@@ -54,44 +53,40 @@ void syncDirectory(const std::filesystem::path& dir) {
 }
 
 void copyFileAtomically(const std::filesystem::path& from, const std::filesystem::path& to) {
-    const std::filesystem::path temp = to.string() + ".unvollstaendig";
     const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
     if (in < 0) failCopy(from, errno);
-    const int out = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (out < 0) {
-        const int code = errno;
+    try {
+        OutputFile out;
+        out.open(to, FileAccess::Private);
+        std::vector<char> buffer(1 << 20);
+        for (;;) {
+            const ssize_t got = ::read(in, buffer.data(), buffer.size());
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0) failCopy(from, errno);
+            if (got == 0) break;
+            out.write(std::string_view(buffer.data(), static_cast<size_t>(got)));
+        }
+        out.commit();
+    } catch (const FileWriteError& e) {
         ::close(in);
-        failCopy(to, code);
+        failCopy(to, e.errnoCode());
+    } catch (...) {
+        ::close(in);
+        throw;
     }
-    int code = 0;
-    std::vector<char> buffer(1 << 20);
-    for (;;) {
-        const ssize_t got = ::read(in, buffer.data(), buffer.size());
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) {
-            if (got < 0) code = errno;
-            break;
-        }
-        for (ssize_t done = 0; done < got && code == 0;) {
-            if (!store::disk_space::take(static_cast<size_t>(got - done))) {
-                code = ENOSPC;
-                break;
-            }
-            const ssize_t w = ::write(out, buffer.data() + done, static_cast<size_t>(got - done));
-            if (w < 0 && errno != EINTR) code = errno;
-            if (w > 0) done += w;
-        }
-        if (code) break;
-    }
-    if (code == 0 && ::fsync(out) != 0) code = errno;
-    if (::close(out) != 0 && code == 0) code = errno;
     ::close(in);
-    if (code == 0 && std::rename(temp.c_str(), to.c_str()) != 0) code = errno;
-    if (code != 0) {
-        ::unlink(temp.c_str());
-        failCopy(to, code);
-    }
-    syncDirectory(to.parent_path());
+}
+
+std::string irregularFileCause(const std::filesystem::path& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0 || S_ISREG(st.st_mode)) return {};
+    const char* kind = S_ISFIFO(st.st_mode)                         ? "eine benannte Pipe (FIFO)"
+                       : S_ISDIR(st.st_mode)                        ? "ein Verzeichnis"
+                       : S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode) ? "ein Gerät"
+                       : S_ISSOCK(st.st_mode)                       ? "ein Socket"
+                                                                    : nullptr;
+    return kind ? std::string("Sie ist ") + kind + ", keine gewöhnliche Datei."
+                : "Sie ist keine gewöhnliche Datei.";
 }
 
 bool createPrivateDirectory(const std::filesystem::path& dir) {

@@ -22,6 +22,11 @@ std::string upperCase(std::string s);
 // data). Throws std::filesystem::filesystem_error; the temporary file is gone then.
 void copyFileAtomically(const std::filesystem::path& from, const std::filesystem::path& to);
 
+// Why the file at `path` cannot be read as a file: "Sie ist eine benannte Pipe (FIFO), keine
+// gewöhnliche Datei." for a pipe, a device or a directory; empty for a regular file or nothing
+// at all. Reading a pipe or a device waits for a writer that may never come.
+std::string irregularFileCause(const std::filesystem::path& path);
+
 // Makes a directory readable by its owner only; false when it stood already.
 bool createPrivateDirectory(const std::filesystem::path& dir);
 

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "core/error_log.h"
+#include "core/files.h"
 #include "model/codepage.h"
 #include "transfer/extract.h"
 
@@ -31,6 +32,15 @@ class TagFinder {
     std::string tag_;
     std::boyer_moore_horspool_searcher<std::string::const_iterator> searcher_;
 };
+
+// The path, when it names a file that can be read to its end; opening a pipe would wait for a
+// writer, with the store and the settings held, and reading a device might never end.
+const std::string& readablePath(const std::string& path) {
+    if (const std::string cause = core::irregularFileCause(path); !cause.empty())
+        throw core::RuntimeError(75,
+                                 "Die Datei ''" + path + "'' kann nicht gelesen werden. " + cause);
+    return path;
+}
 
 }  // namespace
 
@@ -62,7 +72,7 @@ ReadElement readElement(std::string_view text) {
 }
 
 ElementReader::ElementReader(const std::string& path, size_t blockSize)
-    : file_(path, std::ios::binary), blockSize_(blockSize) {
+    : file_(readablePath(path), std::ios::binary), blockSize_(blockSize) {
     thread_ = std::thread([this] { run(); });
 }
 

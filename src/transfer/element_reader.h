@@ -47,6 +47,7 @@ struct ReadChunk {
 // most one chunk ahead of it, so memory stays bounded at any file size.
 class ElementReader {
   public:
+    // A pipe, a device or a directory is refused here (RuntimeError 75) rather than waited on.
     ElementReader(const std::string& path, size_t blockSize);
     ~ElementReader();
     ElementReader(const ElementReader&) = delete;

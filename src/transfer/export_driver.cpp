@@ -144,6 +144,7 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
     g.akt_schritt = 0;
     g.marks.menue_export_textdatei = true;
     try {
+        removeUnfinishedTransferFiles(g.pfad_dat);
         long n = 1;
         if (mode == "schluesselfeld") {
             keys = g.db_daten.OpenRecordset(kKeyQuery);

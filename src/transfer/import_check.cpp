@@ -6,6 +6,7 @@
 #include <set>
 
 #include "core/db_connection.h"
+#include "core/files.h"
 #include "model/schema.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
@@ -56,7 +57,9 @@ ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, Impor
     report = ImportCheck{};
     std::error_code ec;
     if (!std::filesystem::is_regular_file(path, ec) || !std::ifstream(path, std::ios::binary)) {
-        report.warnings.push_back("Die Datei ''" + path + "'' kann nicht gelesen werden.");
+        const std::string cause = core::irregularFileCause(path);
+        report.warnings.push_back("Die Datei ''" + path + "'' kann nicht gelesen werden." +
+                                  (cause.empty() ? "" : "\n" + cause));
         return ImportOutcome::Failed;
     }
     if (!g.db_daten.isSet()) {

@@ -1,61 +1,16 @@
 #include "transfer/tml_writer.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
 #include <filesystem>
 
-#include "core/error_log.h"
 #include "model/codepage.h"
-#include "store/disk_space.h"
 
 namespace tolma::transfer {
-namespace {
-
-void syncDirectoryOf(const std::string& path) {
-    const std::string dir = std::filesystem::path(path).parent_path().string();
-    const int fd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return;
-    ::fsync(fd);
-    ::close(fd);
-}
-
-}  // namespace
-
-TmlWriter::~TmlWriter() {
-    discard();
-}
-
-void TmlWriter::fail(int errnoCode) const {
-    const std::string& shown = path_;
-    switch (errnoCode) {
-        case ENOSPC:
-        case EDQUOT:
-            throw core::RuntimeError(core::kDiskFullError, "Datenträger voll: '" + shown + "'");
-        case EACCES:
-        case EPERM:
-        case EROFS:
-            throw core::RuntimeError(core::kAccessDeniedError,
-                                     "Zugriff verweigert: '" + shown + "'");
-        case ENOENT:
-        case ENOTDIR:
-            throw core::RuntimeError(core::kPathNotFoundError,
-                                     "Pfad nicht gefunden: '" + shown + "'");
-        default:
-            throw core::RuntimeError(75, "Fehler beim Zugriff auf Pfad/Datei: '" + shown + "' (" +
-                                             core::writeFailure(errnoCode) + ")");
-    }
-}
 
 void TmlWriter::open(const std::string& path) {
     discard();
-    path_ = path;
-    temp_ = temporaryName(path);
     // Transfer files hold personal data: readable by their owner only.
-    fd_ = ::open(temp_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd_ < 0) fail(errno);
+    file_.open(path, core::FileAccess::Private);
+    open_ = true;
 }
 
 int TmlWriter::line(std::string_view utf8) {
@@ -68,53 +23,43 @@ int TmlWriter::line(std::string_view utf8) {
 }
 
 void TmlWriter::flush() {
-    if (fd_ < 0) return;
-    size_t done = 0;
-    while (done < buffer_.size()) {
-        const size_t n = buffer_.size() - done;
-        if (!store::disk_space::take(n)) fail(ENOSPC);
-        const ssize_t w = ::write(fd_, buffer_.data() + done, n);
-        if (w < 0) {
-            if (errno == EINTR) continue;
-            fail(errno);
-        }
-        done += static_cast<size_t>(w);
-    }
+    if (!open_) return;
+    const std::string pending = std::move(buffer_);
     buffer_.clear();
-}
-
-void TmlWriter::closeFile() {
-    const int fd = fd_;
-    fd_ = -1;
-    if (::close(fd) != 0) fail(errno);
+    file_.write(pending);
 }
 
 void TmlWriter::commit() {
-    if (fd_ < 0) return;
+    if (!open_) return;
     flush();
-    if (::fsync(fd_) != 0) fail(errno);
-    closeFile();
-    if (std::rename(temp_.c_str(), path_.c_str()) != 0) fail(errno);
-    syncDirectoryOf(path_);
-    temp_.clear();
+    open_ = false;
+    file_.commit();
 }
 
 void TmlWriter::keepUnfinished() {
-    if (fd_ < 0) return;
+    if (!open_) return;
     flush();
-    closeFile();
-    if (std::rename(temp_.c_str(), path_.c_str()) != 0) fail(errno);
-    temp_.clear();
+    open_ = false;
+    file_.commit(core::OutputFile::Sync::No);
 }
 
 void TmlWriter::discard() noexcept {
     buffer_.clear();
-    if (fd_ >= 0) {
-        ::close(fd_);
-        fd_ = -1;
+    open_ = false;
+    file_.discard();
+}
+
+void removeUnfinishedTransferFiles(const std::string& dir) {
+    const std::string suffix = TmlWriter::temporaryName(".tml");
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.empty() ? "." : dir, ec)) {
+        const std::string name = entry.path().filename().string();
+        if (name.size() <= suffix.size() ||
+            name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0)
+            continue;
+        if (entry.is_regular_file(ec) || entry.is_symlink(ec))
+            std::filesystem::remove(entry.path(), ec);
     }
-    if (!temp_.empty()) ::unlink(temp_.c_str());
-    temp_.clear();
 }
 
 }  // namespace tolma::transfer

@@ -15,9 +15,9 @@
 #include <QPushButton>
 #include <QTableWidget>
 #include <QVBoxLayout>
-#include <fstream>
 
 #include "core/error_log.h"
+#include "core/output_file.h"
 #include "print/qt/evaluation_paint.h"
 
 namespace tolma::ui {
@@ -209,7 +209,26 @@ void EvaluationWindow::print() {
     QPrinter printer(QPrinter::HighResolution);
     QPrintDialog dialog(&printer, this);
     if (dialog.exec() != QDialog::Accepted) return;
-    print::printEvaluation(printer, *result_);
+    // Printed to a PDF file, Qt would write the file unchecked: it goes through the program's
+    // one way of writing a file instead.
+    if (printer.outputFormat() == QPrinter::PdfFormat && !printer.outputFileName().isEmpty())
+        save(printer.outputFileName(),
+             [&](const std::string& path) { print::saveEvaluationPdf(path, *result_); });
+    else
+        print::printEvaluation(printer, *result_);
+}
+
+void EvaluationWindow::save(const QString& file,
+                            const std::function<void(const std::string&)>& write) {
+    try {
+        write(file.toStdString());
+    } catch (const std::exception& e) {
+        core::logTrapped(g_, "Auswertungen", e);
+        core::showMessage(g_,
+                          "Die Datei '" + file.toStdString() +
+                              "' konnte nicht geschrieben werden!\n" + core::describeError(e).text,
+                          core::msg::vbExclamation, "Auswertungen");
+    }
 }
 
 void EvaluationWindow::saveCsv() {
@@ -218,12 +237,10 @@ void EvaluationWindow::saveCsv() {
         this, "CSV speichern", QString::fromStdString(g_.pfad_dat + "auswertung.csv"),
         "CSV-Dateien (*.csv)");
     if (file.isEmpty()) return;
-    std::ofstream out(file.toStdString(), std::ios::binary | std::ios::trunc);
-    out << evaluation::tableCsv(*result_);
-    if (!out.flush())
-        core::showMessage(g_,
-                          "Die Datei '" + file.toStdString() + "' konnte nicht geschrieben werden!",
-                          core::msg::vbExclamation, "Auswertungen");
+    // Counts only, no names: readable as the umask allows.
+    save(file, [&](const std::string& path) {
+        core::writeFileAtomically(path, evaluation::tableCsv(*result_), core::FileAccess::Shared);
+    });
 }
 
 void EvaluationWindow::saveChart() {
@@ -232,10 +249,7 @@ void EvaluationWindow::saveChart() {
         this, "Grafik speichern", QString::fromStdString(g_.pfad_dat + "auswertung.png"),
         "PNG-Bilder (*.png)");
     if (file.isEmpty()) return;
-    if (!print::saveEvaluationChart(file.toStdString(), *result_))
-        core::showMessage(g_,
-                          "Die Datei '" + file.toStdString() + "' konnte nicht geschrieben werden!",
-                          core::msg::vbExclamation, "Auswertungen");
+    save(file, [&](const std::string& path) { print::saveEvaluationChart(path, *result_); });
 }
 
 }  // namespace tolma::ui

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QWidget>
+#include <functional>
 #include <optional>
+#include <string>
 
 #include "core/globals.h"
 #include "evaluation/evaluation.h"
@@ -35,6 +37,8 @@ class EvaluationWindow : public QWidget {
     void print();
     void saveCsv();
     void saveChart();
+    // Writes a file through `write`; a failure is logged and told, never thrown at Qt.
+    void save(const QString& file, const std::function<void(const std::string&)>& write);
     void cellClicked(int row, int column);
 
     core::Globals& g_;

@@ -10,6 +10,7 @@
 
 #include "cli/cli.h"
 #include "cli/terminal_dialogs.h"
+#include "store/disk_space.h"
 
 namespace tolma::cli {
 namespace {
@@ -327,6 +328,49 @@ TEST_F(CliTest, EvaluationPrintsItsTableWritesItsFilesAndRefusesAMalformedPeriod
         args.insert(args.end(), bad.begin(), bad.end());
         EXPECT_EQ(runCli(args).code, 2) << bad[0];
     }
+}
+
+// Outputs on a disk that runs full: the command fails with the cause and a log entry, and leaves
+// neither a cut file under the name nor its temporary file.
+TEST_F(CliTest, OutputsOnAFullDiskFailTheCommandAndLeaveNoFile) {
+    const std::string sample =
+        (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
+    ASSERT_EQ(runCli({"--home", home, "import", "--yes", sample}).code, 0);
+    const std::string out = home + "/ausgabe";
+    const std::vector<std::string> evaluation{"--home",  home,    "auswertung", "--von",
+                                              "2000-01", "--bis", "2026-12"};
+    const std::vector<std::string> record{"--home",    home,           "print",          "record",
+                                          "--betr-nr", "010540001037", "--betr-hist-nr", "3"};
+    const std::vector<std::string> persons{"--home", home, "print", "list", "personen"};
+    struct Case {
+        std::vector<std::string> command;
+        std::string option;
+        long long room;
+    } cases[] = {{evaluation, "--csv", 0},     {evaluation, "--csv", 16},
+                 {evaluation, "--png", 0},     {evaluation, "--png", 4'096},
+                 {evaluation, "--pdf", 4'096}, {evaluation, "--pdf", 32'768},
+                 {record, "--pdf", 0},         {record, "--pdf", 8'192},
+                 {record, "--pdf", 24'576},    {persons, "--pdf", 8'192}};
+    for (const Case& c : cases) {
+        const std::string what = c.command[3] + " " + c.option + " " + std::to_string(c.room);
+        std::vector<std::string> args = c.command;
+        args.insert(args.end(), {c.option, out});
+        store::disk_space::limit(c.room);
+        const Result r = runCli(args);
+        store::disk_space::unlimit();
+        EXPECT_EQ(r.code, 1) << what << "\n" << r.err;
+        EXPECT_NE(r.err.find("Nicht genügend Speicherplatz auf dem Datenträger"), std::string::npos)
+            << what << "\n"
+            << r.err;
+        EXPECT_NE(r.err.find(out), std::string::npos) << what << "\n" << r.err;
+        EXPECT_FALSE(std::filesystem::exists(out)) << what;
+        EXPECT_FALSE(std::filesystem::exists(out + ".unvollstaendig")) << what;
+    }
+    std::ifstream log(std::filesystem::path(home) / "Log" / "ERROR.LOG", std::ios::binary);
+    std::stringstream text;
+    text << log.rdbuf();
+    EXPECT_NE(text.str().find("Fehler in Sub/Function: Auswertung\r\n"), std::string::npos);
+    EXPECT_NE(text.str().find("Fehler in Sub/Function: tolma-cli print\r\n"), std::string::npos);
 }
 
 }  // namespace

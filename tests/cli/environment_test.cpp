@@ -116,7 +116,8 @@ TEST_F(EnvironmentTest, FullDiskFailsImportAndExportWithoutAbortOrCompleteLookin
               sq("mount -t tmpfs -o size=60k tmpfs " + home + "/Dat && { " + cli + " --home " +
                  home + " export; rc=$?; echo Dat:; ls -A " + home + "/Dat; echo rc=$rc; }"));
     EXPECT_EQ(r.code, 1) << r.out;
-    EXPECT_NE(r.out.find("Der Export ist gescheitert: Datenträger voll"), std::string::npos)
+    EXPECT_NE(r.out.find("Der Export ist gescheitert: Nicht genügend Speicherplatz"),
+              std::string::npos)
         << r.out;
     EXPECT_EQ(r.out.find("erstellt!"), std::string::npos) << r.out;
     EXPECT_EQ(r.out.substr(r.out.size() - 5), "Dat:\n") << "no file is left in Dat: " << r.out;
@@ -191,6 +192,28 @@ TEST_F(EnvironmentTest, UnwritableDatAndLogAreNamedAsSuch) {
         << r.out;
     EXPECT_NE(r.out.find("der letzte Fehler: Nicht erkanntes Datenbankformat"), std::string::npos)
         << r.out;
+}
+
+// A pipe given as the file to import would be waited on for ever with the settings store held,
+// and every other command of the home refused; it is refused at once instead.
+TEST_F(EnvironmentTest, ImportOfAPipeIsRefusedAtOnce) {
+    prepareHome();
+    const std::string pipe = (dir / "rohr.tml").string();
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    for (const char* import : {" import --yes ", " import --check "}) {
+        const Outcome r =
+            shell("timeout 20 " + cli + " --home " + sq(home) + import + sq(pipe) + "; echo rc=$?");
+        EXPECT_EQ(r.code, 1) << import << r.out;  // timeout's 124 when it waited
+        EXPECT_NE(r.out.find("Die Datei ''" + pipe +
+                             "'' kann nicht gelesen werden.\nSie ist eine "
+                             "benannte Pipe (FIFO), keine gewöhnliche Datei.\n"),
+                  std::string::npos)
+            << r.out;
+    }
+    std::ifstream log(home + "/Log/ERROR.LOG", std::ios::binary);
+    std::stringstream text;
+    text << log.rdbuf();
+    EXPECT_NE(text.str().find("Fehler in Sub/Function: Upd_1_Start\r\n"), std::string::npos);
 }
 
 TEST_F(EnvironmentTest, NewFilesAreTheOwnersAloneAndExistingOnesKeepTheirRights) {

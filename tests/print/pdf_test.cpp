@@ -1,6 +1,7 @@
 // Reports as PDF: tolma-cli prints without a display, and what it writes reads back as text.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <QGuiApplication>
 #include <QPdfWriter>
@@ -70,6 +71,30 @@ TEST(PdfTest, CliPrintsRecordAndListWithoutADisplay) {
     const auto list = home.dir.path() / "liste.pdf";
     ASSERT_EQ(run(home.cli("print list personen --pdf '" + list.string() + "'")).code, 0);
     EXPECT_NE(pdfText(list).find("Personenliste Seite: 1"), std::string::npos);
+}
+
+TEST(PdfTest, ReportsWithPersonalDataAreTheOwnersAloneUnderAnOpenUmask) {
+    CliHome home;
+    const mode_t umask = ::umask(022);
+    const auto record = home.dir.path() / "betrieb.pdf", list = home.dir.path() / "personen.pdf",
+               counts = home.dir.path() / "auswertung.pdf";
+    const Output printed = run(home.cli(
+        "print record --betr-nr 010540001037 --betr-hist-nr 3 --pdf '" + record.string() + "'"));
+    const Output listed = run(home.cli("print list personen --pdf '" + list.string() + "'"));
+    const Output evaluated = run(home.cli("auswertung --pdf '" + counts.string() + "'"));
+    ::umask(umask);
+    ASSERT_EQ(printed.code, 0) << printed.text;
+    ASSERT_EQ(listed.code, 0) << listed.text;
+    ASSERT_EQ(evaluated.code, 0) << evaluated.text;
+    namespace fs = std::filesystem;
+    const auto rights = [](const fs::path& p) {
+        return fs::status(p).permissions() & fs::perms::all;
+    };
+    const auto mine = fs::perms::owner_read | fs::perms::owner_write;
+    EXPECT_EQ(rights(record), mine);
+    EXPECT_EQ(rights(list), mine);
+    // Counts by municipality name nobody: readable as the umask allows.
+    EXPECT_EQ(rights(counts), mine | fs::perms::group_read | fs::perms::others_read);
 }
 
 TEST(PdfTest, CliRefusesUnknownBusinessAndUnwritableFile) {

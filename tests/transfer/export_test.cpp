@@ -250,6 +250,18 @@ TEST(ExportTest, EscLeavesTheHalfWrittenFile) {
     EXPECT_EQ(f.lastMessage(), "Der Vorgang wurde abgebrochen!");
 }
 
+TEST(ExportTest, TheNextExportRemovesWhatAKilledOneLeftAndNothingElse) {
+    ExportFixture f;
+    f.addBusiness("1", "1");
+    const std::filesystem::path dat = f.g().pfad_dat;
+    for (const char* name : {"x.tml.unvollstaendig", "notiz.txt.unvollstaendig", "alt.tml"})
+        std::ofstream(dat / name) << "halb";
+    ASSERT_EQ(f.exportAll().outcome, transfer::ExportResult::Outcome::Finished);
+    EXPECT_FALSE(std::filesystem::exists(dat / "x.tml.unvollstaendig"));
+    EXPECT_TRUE(std::filesystem::exists(dat / "notiz.txt.unvollstaendig"));
+    EXPECT_TRUE(std::filesystem::exists(dat / "alt.tml"));
+}
+
 TEST(ExportTest, ImportOfTheExportGivesTheSameRows) {
     ExportFixture original;
     original.dialogs.answers = {core::msg::vbYes};

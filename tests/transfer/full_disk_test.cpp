@@ -2,9 +2,11 @@
 // the run ends with an error and a log entry, the store stays usable and no file is left that
 // looks complete. The disk runs full through the test hook that limits the bytes written.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "core/db_connection.h"
 #include "core/error_log.h"
+#include "core/output_file.h"
 #include "import_fixture.h"
 #include "options/options_form.h"
 #include "store/connection.h"
@@ -113,6 +115,40 @@ TEST(FullDiskTest, TheWriterNamesTheFileOnlyWhenAllOfItIsWritten) {
     EXPECT_EQ(std::filesystem::file_size(path), 11u);
     EXPECT_EQ(std::filesystem::status(path).permissions() & std::filesystem::perms::all,
               std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST(FullDiskTest, OutputFilesAreWholeOrAbsentAndPrivateWhereAsked) {
+    TempDir dir;
+    const std::string pdf(72'092, '%');  // as large as an evaluation's PDF
+    const auto path = dir.path() / "auswertung.pdf";
+    for (long long room : {0LL, 4'096LL, 32'768LL}) {
+        DiskLimit full(room);
+        try {
+            core::writeFileAtomically(path, pdf, core::FileAccess::Shared);
+            ADD_FAILURE() << "a full disk must raise: " << room;
+        } catch (const core::FileWriteError& e) {
+            EXPECT_EQ(e.number(), core::kDiskFullError);
+            EXPECT_EQ(e.cause(), "Nicht genügend Speicherplatz auf dem Datenträger");
+            EXPECT_NE(std::string(e.what()).find(path.string()), std::string::npos);
+        }
+        EXPECT_TRUE(filesIn(dir.path().string()).empty()) << room;
+    }
+
+    // A temporary file left by a killed run, readable by all, is not reused for a private file.
+    const mode_t umask = ::umask(022);
+    std::ofstream(core::OutputFile::temporaryName(path)) << "alt";
+    core::writeFileAtomically(path, pdf, core::FileAccess::Private);
+    const auto csv = dir.path() / "auswertung.csv";
+    core::writeFileAtomically(csv, "Gemeinde;Anmeldungen\r\n", core::FileAccess::Shared);
+    ::umask(umask);
+    namespace fs = std::filesystem;
+    EXPECT_EQ(fs::file_size(path), pdf.size());
+    EXPECT_EQ(fs::status(path).permissions() & fs::perms::all,
+              fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(fs::status(csv).permissions() & fs::perms::all,
+              fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read |
+                  fs::perms::others_read);
+    EXPECT_EQ(filesIn(dir.path().string()).size(), 2u);
 }
 
 TEST(FullDiskTest, CopiesOfWholeStoresAreWholeOrAbsent) {

@@ -1,6 +1,12 @@
 // The import driver: questions, blocks, progress, cancel, and what a hostile file does.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <future>
 #include <random>
 
 #include "core/db_connection.h"
@@ -288,6 +294,28 @@ TEST(ImportDriverTest, TenMegabyteLineInAMemoIsStoredWhole) {
         business("1001", "<b-bemerkung>" + std::string(10'000'000, 'a') + "</b-bemerkung>\n")};
     f.import(file);
     EXPECT_EQ(f.rows("SELECT Len([b-bemerkung]) FROM betrieb"), (Strings{"10000000"}));
+}
+
+TEST(ImportDriverTest, APipeOrADirectoryIsRefusedAndNeverWaitedOn) {
+    ImportFixture f;
+    const std::string pipe = (f.home() / "rohr.tml").string();
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    for (const auto& [path, kind] :
+         {std::pair{pipe, std::string("eine benannte Pipe (FIFO)")},
+          std::pair{f.home().string(), std::string("ein Verzeichnis")}}) {
+        f.dialogs.answers = {core::msg::vbYes};
+        auto run =
+            std::async(std::launch::async, [&] { return transfer::Upd_1_Start(f.g(), path); });
+        const bool prompt = run.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+        if (!prompt) ::close(::open(pipe.c_str(), O_WRONLY | O_NONBLOCK));  // lets a reader go
+        EXPECT_TRUE(prompt) << kind;
+        EXPECT_EQ(run.get(), transfer::ImportOutcome::Failed) << kind;
+        EXPECT_NE(
+            model::cp1252ToUtf8(f.logText())
+                .find("kann nicht gelesen werden. Sie ist " + kind + ", keine gewöhnliche Datei."),
+            std::string::npos)
+            << kind;
+    }
 }
 
 TEST(ImportDriverTest, Utf8FileIsReadAsUtf8) {

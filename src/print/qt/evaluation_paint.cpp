@@ -1,12 +1,14 @@
 #include "print/qt/evaluation_paint.h"
 
-#include <QFile>
+#include <QBuffer>
 #include <QImage>
 #include <QPagedPaintDevice>
 #include <QPainter>
 #include <QPdfWriter>
 #include <algorithm>
 #include <cmath>
+
+#include "core/output_file.h"
 
 namespace tolma::print {
 namespace {
@@ -98,7 +100,21 @@ void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Res
     p.restore();
 }
 
-bool saveEvaluationChart(const std::string& path, const evaluation::Result& r) {
+namespace {
+
+// Qt writes its files unchecked: the picture or document is made in memory and written whole.
+// Evaluations hold counts only, no names: the files are readable as the umask allows.
+void writeOutput(const std::string& path, const QByteArray& bytes) {
+    if (bytes.isEmpty())
+        throw core::RuntimeError(75, "Die Datei '" + path + "' konnte nicht erzeugt werden.");
+    core::writeFileAtomically(
+        path, std::string_view(bytes.constData(), static_cast<size_t>(bytes.size())),
+        core::FileAccess::Shared);
+}
+
+}  // namespace
+
+void saveEvaluationChart(const std::string& path, const evaluation::Result& r) {
     QImage image(1000, 480, QImage::Format_RGB32);
     image.fill(Qt::white);
     {
@@ -108,7 +124,11 @@ bool saveEvaluationChart(const std::string& path, const evaluation::Result& r) {
         p.setFont(font);
         paintEvaluationChart(p, QRectF(10, 10, 980, 460), r);
     }
-    return image.save(q(path), "PNG");
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    if (!image.save(&buffer, "PNG")) bytes.clear();
+    writeOutput(path, bytes);
 }
 
 void printEvaluation(QPagedPaintDevice& device, const evaluation::Result& r) {
@@ -178,14 +198,19 @@ void printEvaluation(QPagedPaintDevice& device, const evaluation::Result& r) {
     paintEvaluationChart(p, QRectF(0, yPos + fm.height(), page.width(), chartHeight), r);
 }
 
-bool saveEvaluationPdf(const std::string& path, const evaluation::Result& r) {
-    QPdfWriter writer(q(path));
-    writer.setPageSize(QPageSize(QPageSize::A4));
-    writer.setPageMargins(QMarginsF(15, 15, 15, 15), QPageLayout::Millimeter);
-    writer.setResolution(300);
-    writer.setTitle("Auswertung der Gewerbemeldungen");
-    printEvaluation(writer, r);
-    return QFile::exists(q(path)) && QFile(q(path)).size() > 0;
+void saveEvaluationPdf(const std::string& path, const evaluation::Result& r) {
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    {
+        QPdfWriter writer(&buffer);
+        writer.setPageSize(QPageSize(QPageSize::A4));
+        writer.setPageMargins(QMarginsF(15, 15, 15, 15), QPageLayout::Millimeter);
+        writer.setResolution(300);
+        writer.setTitle("Auswertung der Gewerbemeldungen");
+        printEvaluation(writer, r);
+    }
+    writeOutput(path, bytes);
 }
 
 }  // namespace tolma::print

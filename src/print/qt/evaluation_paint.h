@@ -14,11 +14,12 @@ namespace tolma::print {
 
 // Grouped bars of the registrations and deregistrations per month, the balance as a line.
 void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Result& r);
-// Writes the chart as a PNG picture; false when the file cannot be written.
-bool saveEvaluationChart(const std::string& path, const evaluation::Result& r);
+// Writes the chart as a PNG picture, whole or not at all; throws core::FileWriteError (or a
+// core::RuntimeError when Qt makes no picture).
+void saveEvaluationChart(const std::string& path, const evaluation::Result& r);
 // The heading, the table and the chart on one page (more where the table needs them).
 void printEvaluation(QPagedPaintDevice& device, const evaluation::Result& r);
-// The same into a PDF file of A4 pages; false when the file cannot be written.
-bool saveEvaluationPdf(const std::string& path, const evaluation::Result& r);
+// The same into a PDF file of A4 pages, whole or not at all; throws as saveEvaluationChart.
+void saveEvaluationPdf(const std::string& path, const evaluation::Result& r);
 
 }  // namespace tolma::print
