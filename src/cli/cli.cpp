@@ -5,32 +5,16 @@
 #include <iostream>
 #include <ostream>
 
+#include "cli/help.h"
 #include "cli/options.h"
 #include "core/version.h"
 
 namespace tolma::cli {
 namespace {
 
+// A call without a command: the overview, on the error output, since the call was wrong.
 void usage(std::ostream& err) {
-    err << "Aufruf:\n"
-           "  tolma-cli [--home VERZEICHNIS] [--yes|--no|--answers JN...] BEFEHL ...\n"
-           "  tolma-cli [--home VERZEICHNIS] import [--yes|--no] DATEI\n"
-           "  tolma-cli [--home VERZEICHNIS] import --check DATEI\n"
-           "  tolma-cli [--home VERZEICHNIS] export [--by-key] [--set INDEX=WERT]...\n"
-           "  tolma-cli [--home VERZEICHNIS] print record --betr-nr N --betr-hist-nr H [--pers-nr "
-           "P] --pdf DATEI\n"
-           "  tolma-cli [--home VERZEICHNIS] print list betriebe|personen --pdf DATEI\n"
-           "  tolma-cli [--home VERZEICHNIS] options [--datenart BETRIEBSBEZOGEN|MELDUNGSBEZOGEN] "
-           "[--filter on|off] [--gemeinde KZ]...\n"
-           "  tolma-cli [--home VERZEICHNIS] imports\n"
-           "  tolma-cli [--home VERZEICHNIS] undo [--yes] [--lauf N]\n"
-           "  tolma-cli [--home VERZEICHNIS] auswertung --von JJJJ-MM --bis JJJJ-MM [--gruppe "
-           "wz|gemeinde|rechtsform|grund]\n"
-           "            [--gemeinde KZ] [--csv DATEI] [--pdf DATEI] [--png DATEI]\n"
-           "  tolma-cli [--home VERZEICHNIS] search [--nur betriebe|personen] [--limit N] "
-           "BEGRIFF...\n"
-           "  tolma-cli [--home VERZEICHNIS] sql [--settings] ANWEISUNG\n"
-           "  tolma-cli --version\n";
+    printOverview(err);
 }
 
 }  // namespace
@@ -72,8 +56,11 @@ int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream
             }
             options.home = args[++i];
         } else if (a == "--help" || a == "-h") {
-            usage(out);
+            printOverview(out);
             return kExitOk;
+        } else if (a.rfind("-", 0) == 0) {
+            err << "Unbekannte Option: " << a << "\nHilfe: tolma-cli --help\n";
+            return kExitUsage;
         } else {
             break;
         }
@@ -84,6 +71,8 @@ int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream
     }
     const std::string command = args[i];
     const std::vector<std::string> rest(args.begin() + static_cast<long>(i) + 1, args.end());
+    // Asked for help, a command runs nothing: "sql --help" is no statement.
+    if (asksForHelp(rest) && printCommandHelp(command, out)) return kExitOk;
     if (command == "sql") return commandSql(options, rest, out, err);
     if (command == "import") return commandImport(options, rest, out, err);
     if (command == "export") return commandExport(options, rest, out, err);
@@ -93,8 +82,7 @@ int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream
     if (command == "undo") return commandUndo(options, rest, out, err);
     if (command == "auswertung") return commandAuswertung(options, rest, out, err);
     if (command == "search") return commandSearch(options, rest, out, err);
-    err << "Unbekannter Befehl: " << command << "\n";
-    usage(err);
+    err << "Unbekannter Befehl: " << command << "\nHilfe: tolma-cli --help\n";
     return kExitUsage;
 }
 

@@ -1,23 +1,39 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <ostream>
 
 #include "cli/cli.h"
+#include "cli/help.h"
 #include "cli/interrupt.h"
 #include "cli/session.h"
 #include "core/files.h"
+#include "store/connection.h"
 #include "transfer/import_driver.h"
 
 namespace tolma::cli {
+namespace {
+
+// The stored states of businesses; -1 without a store.
+long businessRows(core::Globals& g) {
+    try {
+        if (!g.db_daten.isSet()) return -1;
+        auto st = g.db_daten.connection()->prepare("SELECT count(*) FROM betrieb");
+        return st->step() ? static_cast<long>(st->column(0).toInteger()) : -1;
+    } catch (const std::exception&) {
+        return -1;
+    }
+}
+
+}  // namespace
 
 int commandImport(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                   std::ostream& err) {
     const bool check = !args.empty() && args[0] == "--check";
-    if (args.size() != (check ? 2u : 1u)) {
-        err << "Aufruf: tolma-cli [--home VERZEICHNIS] import [--yes|--no|--answers JN...] DATEI\n"
-               "       tolma-cli [--home VERZEICHNIS] import --check DATEI\n";
-        return kExitUsage;
-    }
+    if (args.size() != (check ? 2u : 1u))
+        return badCall(
+            err, "import",
+            args.size() < (check ? 2u : 1u) ? "es fehlt die Datei." : "nur eine Datei je Aufruf.");
     Session session(options, out);
     const std::string& file = args.back();
     // Refused before the start: reading a pipe would wait, with the settings store held, for a
@@ -35,16 +51,41 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
         const auto outcome = transfer::checkTransferFile(g, args[1], report);
         if (outcome == transfer::ImportOutcome::Failed && report.businesses == 0 &&
             !report.warnings.empty()) {
+            const std::string cause = transfer::noBusinessCause(file);
             err << report.warnings.front() << "\n";
+            if (report.warnings.front().find(cause) == std::string::npos) err << cause << "\n";
+            return kExitFailed;
+        }
+        if (outcome != transfer::ImportOutcome::StoreFailed && report.businesses == 0) {
+            err << "Die Transfer-Datei enthält keine Gewerbedaten!\n"
+                << transfer::noBusinessCause(file) << "\n";
             return kExitFailed;
         }
         out << transfer::checkReportText(args[1], report);
         return outcome == transfer::ImportOutcome::StoreFailed ? kExitFailed : kExitOk;
     }
+    const std::string storeBefore = g.db_pfad_aktuell;
+    const long before = businessRows(g);
     transfer::ImportOutcome outcome;
+    transfer::ImportCounts counts;
     {
         InterruptAsEscape escape(g, err, options.interactive && ::isatty(2));
-        outcome = transfer::Upd_1_Start(g, args[0]);
+        outcome = transfer::Upd_1_Start(g, args[0], nullptr, &counts);
+    }
+    // The system's message said the file held no business data; a script learns it here.
+    if (outcome == transfer::ImportOutcome::Finished && counts.read == 0) {
+        err << "Es wurde kein Betrieb eingelesen: " << transfer::noBusinessCause(file) << "\n";
+        session.finish(out, err);
+        return kExitFailed;
+    }
+    if (counts.read > 0) {
+        out << "Betriebe eingelesen: " << counts.read;
+        // A run that switched the data kind filled the other store: no comparison then.
+        const long after = businessRows(g);
+        if (g.db_pfad_aktuell == storeBefore && before >= 0 && after >= before)
+            out << " (neu: " << after - before
+                << ", ersetzt: " << std::max(0L, counts.read - (after - before)) << ")";
+        out << "; darunter Abmeldungen: " << counts.removals << "\n";
     }
     if (outcome == transfer::ImportOutcome::Failed) {
         out << "Import: " << g.startView.Label2 << "\n";

@@ -1,6 +1,8 @@
+#include <cstdlib>
 #include <ostream>
 
 #include "cli/cli.h"
+#include "cli/help.h"
 #include "cli/session.h"
 #include "core/error_log.h"
 #include "search/search_index.h"
@@ -14,24 +16,30 @@ int commandSearch(const Options& options, const std::vector<std::string>& args, 
     int limit = 50;
     std::string query;
     for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--nur" && i + 1 < args.size() &&
-            (args[i + 1] == "betriebe" || args[i + 1] == "personen")) {
+        const std::string& a = args[i];
+        const bool hasValue = i + 1 < args.size();
+        if (a == "--nur") {
+            if (!hasValue || (args[i + 1] != "betriebe" && args[i + 1] != "personen"))
+                return badCall(err, "search",
+                               "--nur erwartet „betriebe“ oder „personen“" +
+                                   (hasValue ? ", nicht „" + args[i + 1] + "“." : "."));
             kind = args[++i] == "betriebe" ? search::Kind::Businesses : search::Kind::Persons;
-        } else if (args[i] == "--limit" && i + 1 < args.size() &&
-                   std::atoi(args[i + 1].c_str()) > 0) {
-            limit = std::atoi(args[++i].c_str());
-        } else if (args[i].rfind("--", 0) == 0) {
-            query.clear();
-            break;
+        } else if (a == "--limit") {
+            char* end = nullptr;
+            const long n = hasValue ? std::strtol(args[i + 1].c_str(), &end, 10) : 0;
+            if (!hasValue || *end != '\0' || n <= 0 || n > 100000)
+                return badCall(err, "search",
+                               "--limit erwartet eine Zahl von 1 bis 100000" +
+                                   (hasValue ? ", nicht „" + args[i + 1] + "“." : "."));
+            limit = static_cast<int>(n);
+            ++i;
+        } else if (a.rfind("--", 0) == 0) {
+            return badCall(err, "search", "unbekannte Option " + a + ".");
         } else {
-            query += (query.empty() ? "" : " ") + args[i];
+            query += (query.empty() ? "" : " ") + a;
         }
     }
-    if (query.empty()) {
-        err << "Aufruf: tolma-cli [--home VERZEICHNIS] search [--nur betriebe|personen] [--limit "
-               "N] BEGRIFF...\n";
-        return kExitUsage;
-    }
+    if (query.empty()) return badCall(err, "search", "es fehlt ein Suchbegriff.");
     Session session(options, out);
     if (!session.start(err)) return kExitFailed;
     core::Globals& g = session.g;

@@ -1,6 +1,7 @@
 #include <ostream>
 
 #include "cli/cli.h"
+#include "cli/help.h"
 #include "cli/session.h"
 #include "store/connection.h"
 #include "transfer/import_journal.h"
@@ -20,10 +21,7 @@ bool startWithStore(Session& session, std::ostream& err) {
 
 int commandImports(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                    std::ostream& err) {
-    if (!args.empty()) {
-        err << "Aufruf: tolma-cli [--home VERZEICHNIS] imports\n";
-        return kExitUsage;
-    }
+    if (!args.empty()) return badCall(err, "imports", "unbekannte Angabe " + args[0] + ".");
     Session session(options, out);
     if (!startWithStore(session, err)) return kExitFailed;
     out << "Lauf\tDatum\tDatei\tBetriebe\tZurückgenommen\n";
@@ -38,17 +36,15 @@ int commandUndo(const Options& options, const std::vector<std::string>& args, st
                 std::ostream& err) {
     std::optional<long> from;
     for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--lauf" && i + 1 < args.size()) {
-            char* end = nullptr;
-            const long n = std::strtol(args[i + 1].c_str(), &end, 10);
-            if (*end == '\0' && n > 0) {
-                from = n;
-                ++i;
-                continue;
-            }
-        }
-        err << "Aufruf: tolma-cli [--home VERZEICHNIS] undo [--yes] [--lauf N]\n";
-        return kExitUsage;
+        if (args[i] != "--lauf") return badCall(err, "undo", "unbekannte Angabe " + args[i] + ".");
+        char* end = nullptr;
+        const long n = i + 1 < args.size() ? std::strtol(args[i + 1].c_str(), &end, 10) : 0;
+        if (i + 1 >= args.size() || *end != '\0' || n <= 0)
+            return badCall(err, "undo",
+                           "--lauf erwartet die Nummer eines Laufs (1, 2, ...)" +
+                               (i + 1 < args.size() ? ", nicht „" + args[i + 1] + "“." : "."));
+        from = n;
+        ++i;
     }
     Session session(options, out);
     if (!startWithStore(session, err)) return kExitFailed;

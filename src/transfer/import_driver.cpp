@@ -117,22 +117,26 @@ namespace {
 // run early (a question answered No, ESC) returns false; every path then takes the end.
 class Run {
   public:
-    Run(core::Globals& g, std::string path, ImportCheck* check)
+    Run(core::Globals& g, std::string path, ImportCheck* check, ImportCounts* counts)
         : g_(g),
           view_(g.startView),
           ctx_(g),
           check_(check),
+          counts_(counts),
           path_(std::move(path)),
           recording_{g, {}} {}
 
     ImportOutcome go() {
         prepare();
+        ImportOutcome outcome;
         try {
             if (ask() && readBlocks()) finishRecords();
-            return end();
+            outcome = end();
         } catch (const std::exception& e) {
-            return failed(e);
+            outcome = failed(e);
         }
+        if (counts_) *counts_ = {records_, ctx_.removals};
+        return outcome;
     }
 
   private:
@@ -491,6 +495,7 @@ class Run {
     core::StartViewState& view_;
     ImportContext ctx_;
     ImportCheck* check_;
+    ImportCounts* counts_;
     std::string path_;
     std::string announced_;
     long records_ = 0;
@@ -513,8 +518,27 @@ class Run {
 
 }  // namespace
 
-ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCheck* check) {
-    return Run(g, std::move(path), check).go();
+ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCheck* check,
+                          ImportCounts* counts) {
+    return Run(g, std::move(path), check, counts).go();
+}
+
+std::string noBusinessCause(const std::string& path) {
+    std::error_code ec;
+    if (!std::filesystem::exists(path, ec)) return "Die Datei gibt es nicht.";
+    if (const std::string cause = core::irregularFileCause(path); !cause.empty()) return cause;
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return "Die Datei kann nicht gelesen werden (keine Leserechte).";
+    std::string head(4096, '\0');
+    in.read(head.data(), static_cast<std::streamsize>(head.size()));
+    head.resize(static_cast<size_t>(in.gcount()));
+    if (head.empty()) return "Die Datei ist leer.";
+    // UTF-16 puts a zero byte beside every ASCII letter; a transfer file holds none.
+    const bool bom = head.rfind("\xFF\xFE", 0) == 0 || head.rfind("\xFE\xFF", 0) == 0;
+    if (bom || std::count(head.begin(), head.end(), '\0') > static_cast<long>(head.size() / 4))
+        return "Die Datei ist in UTF-16 geschrieben; gelesen werden Transferdateien in "
+               "Windows-1252 oder UTF-8.";
+    return "Die Datei enthält kein Element <betrieb>.";
 }
 
 }  // namespace tolma::transfer

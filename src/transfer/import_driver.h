@@ -31,9 +31,21 @@ struct ImportCheck {
     std::vector<std::string> municipalities;  // gem-kz of the file's businesses
 };
 
+// What a run read, for the line the command line ends an import with.
+struct ImportCounts {
+    long read = 0;      // <betrieb> elements stored
+    long removals = 0;  // of them notifications of deregistration (<meld-art> 03)
+};
+
 // With `check`, the run asks nothing, switches no store, compacts nothing and leaves the
-// transaction for the caller to drop; the head and counts go into `check`.
-ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCheck* check = nullptr);
+// transaction for the caller to drop; the head and counts go into `check`. `counts` hears what
+// the run read, however it ends.
+ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCheck* check = nullptr,
+                          ImportCounts* counts = nullptr);
+
+// Why a file gave no business to read, in a sentence for the clerk: it is missing, cannot be
+// read, is empty, is written in UTF-16, or holds no <betrieb> element.
+std::string noBusinessCause(const std::string& path);
 
 // Runs the whole import of a file against the active store without keeping anything: no
 // row, no log entry. Fails only when the file cannot be read.

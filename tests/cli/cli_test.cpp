@@ -254,6 +254,97 @@ TEST_F(CliTest, ImportCheckPrintsTheReportAndKeepsNothing) {
     EXPECT_EQ(runCli({"--home", home, "import", "--check"}).code, 2);
 }
 
+// A file that gives no business is a failure a script must see: the system's message, then
+// the cause, and exit 1; the check says the same.
+TEST_F(CliTest, AnImportThatReadsNoBusinessFailsAndSaysWhy) {
+    const auto dir = std::filesystem::path(home) / "Dateien";
+    std::filesystem::create_directories(dir);
+    std::ofstream(dir / "leer.tml");
+    std::string utf16 = "\xFF\xFE";
+    for (char c : std::string("<gewerbedatei><datenblock><betrieb><betr-nr>1</betr-nr>"))
+        utf16 += std::string{c, '\0'};
+    std::ofstream(dir / "utf16.tml", std::ios::binary) << utf16;
+    std::ofstream(dir / "ohne.tml") << "<gewerbedatei>\n</gewerbedatei>\n";
+    struct Case {
+        std::string file, cause;
+    } cases[] = {
+        {(dir / "fehlt.tml").string(), "Die Datei gibt es nicht."},
+        {(dir / "leer.tml").string(), "Die Datei ist leer."},
+        {(dir / "utf16.tml").string(), "Die Datei ist in UTF-16 geschrieben"},
+        {(dir / "ohne.tml").string(), "Die Datei enthält kein Element <betrieb>."},
+    };
+    for (const auto& cs : cases) {
+        SCOPED_TRACE(cs.file);
+        auto r = runCli({"--home", home, "import", "--yes", cs.file});
+        EXPECT_EQ(r.code, 1);
+        EXPECT_NE(r.out.find("Die Transfer-Datei enthält keine Gewerbedaten!"), std::string::npos);
+        EXPECT_NE(r.err.find(cs.cause), std::string::npos) << r.err;
+        r = runCli({"--home", home, "import", "--check", cs.file});
+        EXPECT_EQ(r.code, 1);
+        EXPECT_NE(r.err.find(cs.cause), std::string::npos) << r.err;
+    }
+}
+
+TEST_F(CliTest, AnImportEndsWithItsCounts) {
+    const std::string file = (std::filesystem::path(home) / "Dateien" / "a.tml").string();
+    transferFile(file, {"1", "2", "3"});
+    auto r = runCli({"--home", home, "import", "--yes", file});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("Betriebe eingelesen: 3 (neu: 3, ersetzt: 0); darunter Abmeldungen: 0\n"),
+              std::string::npos)
+        << r.out;
+    transferFile(file, {"3", "4"});
+    r = runCli({"--home", home, "import", "--yes", file});
+    EXPECT_NE(r.out.find("Betriebe eingelesen: 2 (neu: 1, ersetzt: 1)"), std::string::npos)
+        << r.out;
+}
+
+// Help explains in German and runs nothing; a wrong call names what is wrong.
+TEST_F(CliTest, HelpExplainsAndWrongCallsSayWhatIsWrong) {
+    auto r = runCli({"--help"});
+    EXPECT_EQ(r.code, 0);
+    for (const char* part : {"Befehle:", "--answers JN...", "Rückgabewerte:", "auswertung"})
+        EXPECT_NE(r.out.find(part), std::string::npos) << part;
+    EXPECT_EQ(r.out.find("--von JJJJ-MM --bis"), std::string::npos);  // both are optional
+    for (const char* command : {"import", "imports", "undo", "export", "print", "search",
+                                "auswertung", "options", "sql"}) {
+        r = runCli({"--home", home, command, "--help"});
+        EXPECT_EQ(r.code, 0) << command;
+        EXPECT_NE(r.out.find(std::string("tolma-cli [--home VERZEICHNIS] ")), std::string::npos)
+            << command;
+        EXPECT_NE(r.out.find("Rückgabewerte:"), std::string::npos) << command;
+    }
+    // Nothing ran: no home was made, no statement run, no file asked about.
+    EXPECT_FALSE(std::filesystem::exists(home));
+    // The help page knows the functions added to the menus, and the commands.
+    std::ifstream page(std::string(TOLMA_SOURCE_DIR) + "/data/hilfe.htm");
+    const std::string html((std::istreambuf_iterator<char>(page)), {});
+    for (const char* part : {"Suchen...", "Transferdatei prüfen...", "Import\nzurücknehmen...",
+                             "Auswertungen...", "<code>undo</code>", "<code>search</code>"})
+        EXPECT_NE(html.find(part), std::string::npos) << part;
+    struct Case {
+        std::vector<std::string> args;
+        std::string says;
+    } cases[] = {
+        {{"search", "--nur", "firmen", "Meyer"},
+         "--nur erwartet „betriebe“ oder „personen“, nicht „firmen“."},
+        {{"search", "--limit", "viele", "Meyer"}, "--limit erwartet eine Zahl"},
+        {{"search", "--gross", "Meyer"}, "unbekannte Option --gross"},
+        {{"undo", "--lauf", "abc"},
+         "--lauf erwartet die Nummer eines Laufs (1, 2, ...), nicht „abc“."},
+        {{"import"}, "es fehlt die Datei."},
+        {{"--gross", "import"}, "Unbekannte Option: --gross"},
+    };
+    for (const auto& cs : cases) {
+        std::vector<std::string> args{"--home", home};
+        args.insert(args.end(), cs.args.begin(), cs.args.end());
+        r = runCli(args);
+        EXPECT_EQ(r.code, 2) << cs.says;
+        EXPECT_NE(r.err.find(cs.says), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find("--help"), std::string::npos) << r.err;
+    }
+}
+
 TEST(TerminalDialogsTest, MessagesAsTitleAndTextAndScriptedAnswers) {
     std::ostringstream out;
     std::istringstream in;
