@@ -222,7 +222,7 @@ bool menue_suchen_person(core::Globals& g, ListForm& form) {
 }
 
 void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::string& betrNr,
-                       const std::string& betrHistNr, bool person) {
+                       const std::string& betrHistNr, bool person, const std::string& persNr) {
     guarded(g, "showFoundBusiness", [&] {
         auto& v = g.startView;
         v.Command3Visible = false;
@@ -242,6 +242,11 @@ void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::st
         }
         g.satz_gewaehlt = "ja";
         DB_Load_DATA(g, gemKz, betrNr, betrHistNr, "");
+        // The person found, not the business's first one; a representative of a legal person
+        // is not listed there and leaves the first.
+        auto& persons = dataControls(g).DATA_PERS.Recordset();
+        if (person && !persNr.empty() && persons.isSet() && persons.RecordCount() > 0)
+            persons.FindFirst("[pers-nr] = " + quote(persNr));
     });
     g.refreshView();
 }

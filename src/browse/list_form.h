@@ -48,9 +48,9 @@ std::string personListQuery(const std::string& gemFilterText, const std::string&
 bool menue_suchen_betrieb(core::Globals& g, ListForm& form);
 bool menue_suchen_person(core::Globals& g, ListForm& form);
 // Shows a found business in the record view the way the lists' OK does: on its first tab, or
-// for a person on the persons tab.
+// for a person on the persons tab, on the person of number `persNr` where the tab lists it.
 void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::string& betrNr,
-                       const std::string& betrHistNr, bool person);
+                       const std::string& betrHistNr, bool person, const std::string& persNr = "");
 
 // The business list of the states an evaluation counted, each named by number and history
 // number; false when none of them is in the store any more.

@@ -120,7 +120,8 @@ class Reader {
 
     void readStates() {
         const std::string columns =
-            "t.[betr-nr], t.[betr-hist-nr], t.[b-eintr-name], t.[gem-kz], t.[betr-ende]";
+            "t.[betr-nr], t.[betr-hist-nr], t.[b-eintr-name], t.[gem-kz], t.[betr-ende], "
+            "t.[b-reg-schl], t.[b-eintr-nr]";
         // The businesses without a number go with the empty one.
         auto& unnumbered =
             c_.cached("SELECT " + columns +
@@ -141,6 +142,8 @@ class Reader {
         s.row.gemKz = textAt(st, 3);
         s.removed = !trimmed(textAt(st, 4)).empty();
         append(s.row.names, s.row.name);
+        // Found by its number and its register number ("HRB 8412") too.
+        for (const int i : {0, 5, 6}) append(s.row.others, textAt(st, i));
         // A state without number or history number meets no other row.
         if (!isNull(st, 0) && !isNull(st, 1)) {
             const auto [it, added] = byKey_.try_emplace(keyHash(textAt(st, 0), textAt(st, 1)),

@@ -65,11 +65,11 @@ class WordsOfRows {
         words.add(business.names, true);
         words.add(business.others, false);
         business.words = words.text();
-        // A person's row: the names, the person's address and the business's name.
+        // A person's row: the names, the person's number and address and the business's name.
         for (Row& p : s.persons) {
             words.clear();
             words.add(p.names, true);
-            for (const std::string* text : {&p.strasse, &p.ort, &business.name})
+            for (const std::string* text : {&p.persNr, &p.strasse, &p.ort, &business.name})
                 words.add(*text, false);
             p.words = words.text();
         }

@@ -122,10 +122,18 @@ bool indexKept(store::Connection& c) {
     return tableExists(c, kWords);
 }
 
+// Row -1 names the form of the words an index holds: an index of an earlier form (one without
+// the numbers, say) does not follow the store either.
+const char* const kWordsForm = "Worte 2";
+
 bool hasIndex(store::Connection& c) {
     if (!tableExists(c, kWords)) return false;
-    auto behind = c.prepare("SELECT 1 FROM " + kRows + " WHERE zeile = 0");
-    return !behind->step();
+    auto st = c.prepare("SELECT EXISTS (SELECT 1 FROM " + kRows +
+                        " WHERE zeile = 0), EXISTS (SELECT 1 FROM " + kRows +
+                        " WHERE zeile = -1 AND art = ?1)");
+    st->bind(1, Variant(std::string(kWordsForm)));
+    st->step();
+    return st->column(0).toInteger() == 0 && st->column(1).toInteger() == 1;
 }
 
 void buildIndex(store::Connection& c, const std::function<void(long, long)>& progress) {
@@ -134,6 +142,8 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
         createIndex(c);
         // Emptied rather than dropped: a table cannot go while the program's recordsets read.
         c.execute("DELETE FROM " + kRows);
+        c.execute("INSERT INTO " + kRows + " (zeile, art) VALUES (-1, ?1)",
+                  {Variant(std::string(kWordsForm))});
         c.execute("INSERT INTO " + kWords + " (" + kWords + ") VALUES ('delete-all')");
         auto count = c.prepare("SELECT count(*) FROM betrieb");
         count->step();

@@ -7,14 +7,17 @@
 #include "search/search_index.h"
 
 class QComboBox;
+class QLabel;
 class QLineEdit;
+class QPushButton;
 class QTableWidget;
 class QTimer;
 
 namespace tolma::ui {
 
 // "Datei › Suchen...": one box for businesses and persons; the hits appear while typing, a double
-// click or Enter shows the business in the record view, and the hits stay.
+// click or Enter shows the business in the record view, and the hits stay. A line says how many
+// hits there are; where there are more than shown, "Mehr anzeigen" shows more.
 class SearchWindow : public QWidget {
     Q_OBJECT
 
@@ -24,6 +27,12 @@ class SearchWindow : public QWidget {
     void search();
     QTableWidget* table() const { return table_; }
     QLineEdit* box() const { return box_; }
+    // The hits shown at first, and at most after "Mehr anzeigen".
+    static constexpr int kFirstHits = 200, kMostHits = 5000;
+
+  protected:
+    void keyPressEvent(QKeyEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
   signals:
     void closeRequested();
@@ -31,12 +40,16 @@ class SearchWindow : public QWidget {
 
   private:
     void open(int row);
+    void showHits(bool more);
 
     core::Globals& g_;
     QLineEdit* box_;
     QComboBox* kind_;
     QTableWidget* table_;
     QTimer* pause_;
+    QLabel* count_;
+    QPushButton* more_;
+    int limit_ = kFirstHits;
     std::vector<search::Hit> hits_;
 };
 

@@ -175,11 +175,20 @@ TEST(SearchTest, WordsMatchAsWrittenFoldedByPrefixAndNamesBySound) {
                      business("1004", "Fischhandel Dvořák", "Hafenweg 2", "Dvořák"),
                      business("1005", "Muller Kiosk", "Meyerstraße 3", "Muller")};
     ASSERT_EQ(f.import(file), transfer::ImportOutcome::Finished);
+    f.c().execute(
+        "UPDATE betrieb SET [b-reg-schl] = 'HRB', [b-eintr-nr] = '8412' WHERE [betr-nr] = '1004'");
     search::buildIndex(f.c());
     struct Case {
         const char* query;
         std::vector<std::string> names;  // in rank order
     } cases[] = {
+        // Numbers: the business number whole and as a beginning, the register number.
+        {"1002", {"Müller Transporte"}},
+        {"100",
+         {"Bäckerei Meyer", "Fischhandel Dvořák", "Muller Kiosk", "Müller Transporte",
+          "Maier Bau"}},
+        {"HRB 8412", {"Fischhandel Dvořák"}},
+        {"HRB 84", {"Fischhandel Dvořák"}},
         {"Bäckerei Meyer", {"Bäckerei Meyer"}},
         {"baeckerei", {"Bäckerei Meyer"}},
         {"Mueller", {"Muller Kiosk", "Müller Transporte"}},  // both folded: German order
@@ -206,6 +215,8 @@ TEST(SearchTest, WordsMatchAsWrittenFoldedByPrefixAndNamesBySound) {
     // A stray byte of a broken text (the start of "Ä") is no beginning of every umlaut word.
     EXPECT_TRUE(f.names("\xC3").empty());
     EXPECT_EQ(f.names("Transporte M\xC3"), Strings{"Müller Transporte"});
+    // A person by the person's number.
+    EXPECT_EQ(f.names("91002", search::Kind::Persons), Strings{"Müller"});
     // Persons, with their business.
     const auto persons = search::find(f.c(), "Müller", search::Kind::Persons, 10);
     ASSERT_EQ(persons.size(), 2u);

@@ -109,6 +109,10 @@ TEST(RoutineQueriesTest, RecordLoadingOfABusinessAndOfItsPersons) {
     c.DATA_PERS.Recordset().MoveNext();
     EXPECT_EQ(c.DATA_Bez_Betr_Pers.fieldText("p-funktion"), "2");
     EXPECT_EQ(f.g().startView.TextPers_8, "Geschäftsführender Gesellschafter");
+    // A person found by the search opens on that person, with its own rows.
+    browse::showFoundBusiness(f.g(), "01001000", "1001", "1", true, "5002");
+    EXPECT_EQ(c.DATA_PERS.fieldText("pers-nr"), "5002");
+    EXPECT_EQ(c.DATA_Bez_Betr_Pers.fieldText("p-funktion"), "2");
 
     // The legal person's representatives, and one of them shown in the person tabs.
     browse::ListForm walk{true};

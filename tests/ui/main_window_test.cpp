@@ -438,14 +438,45 @@ class MainWindowTest : public QObject {
         window->trigger("menue_suchen_alle");
         auto* form = window->findChild<tolma::ui::SearchWindow*>("Frm_Suchen");
         QVERIFY(form != nullptr);
+        auto* count = form->findChild<QLabel*>("Label_Treffer");
         QTest::keyClicks(form->box(), "Petersn Husum");  // by sound, and a second word
         QTRY_VERIFY(form->table()->rowCount() > 0);
         QCOMPARE(form->table()->item(0, 3)->text(), QString("Bäckerei Petersen e.K."));
+        QCOMPARE(count->text(), QString("%1 Treffer").arg(form->table()->rowCount()));
+        // Down goes from the box into the hits.
+        form->box()->setFocus();
+        if (form->box()->hasFocus()) {
+            QTest::keyClick(form->box(), Qt::Key_Down);
+            QVERIFY(form->table()->hasFocus());
+        }
         QTest::keyClick(form->box(), Qt::Key_Return);
         QCOMPARE(text("Text_1"), QString("Bäckerei Petersen e.K."));
         QVERIFY(window->findChild<tolma::ui::SearchWindow*>("Frm_Suchen") !=
                 nullptr);  // it keeps its hits
         QVERIFY(form->table()->rowCount() > 0);
+        // ... and steps aside, so that the business is in view.
+        QVERIFY(qobject_cast<QMdiSubWindow*>(form->parentWidget())->isMinimized());
+
+        // A person found opens on that person, not on the business's first one.
+        form->box()->setText("Jensen");
+        form->search();
+        int row = -1;
+        for (int r = 0; r < form->table()->rowCount() && row < 0; ++r)
+            if (form->table()->item(r, 0)->text() == "Person") row = r;
+        QVERIFY(row >= 0);
+        form->table()->selectRow(row);
+        emit form->table()->activated(form->table()->model()->index(row, 0));
+        QCOMPARE(text("TextPers_100"), QString("Jensen"));
+
+        // Numbers are found; no hit is said; Escape closes.
+        form->box()->setText(form->table()->item(0, 1)->text());
+        form->search();
+        QVERIFY(form->table()->rowCount() > 0);
+        form->box()->setText("Zzyzxq");
+        form->search();
+        QCOMPARE(count->text(), QString("keine Treffer"));
+        QTest::keyClick(form, Qt::Key_Escape);
+        QTRY_VERIFY(window->findChild<tolma::ui::SearchWindow*>("Frm_Suchen") == nullptr);
     }
 
     void helpOpensThePageWhereItStandsAndAMissingOneShowsNothing() {
