@@ -1,13 +1,18 @@
 // Checking a transfer file before reading it in: the whole import runs inside one transaction
 // that is dropped at the end, with the log's entries kept aside.
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <map>
 #include <set>
+#include <unordered_set>
 
 #include "core/db_connection.h"
 #include "core/files.h"
 #include "model/schema.h"
+#include "model/values.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
 #include "transfer/import_driver.h"
@@ -15,22 +20,255 @@
 namespace tolma::transfer {
 namespace {
 
-// Counts per table what the run writes and deletes, through triggers of the connection that
-// go with the dropped transaction.
+std::string oldImage(const std::string& table) {
+    return "temp." + store::jet::quoteName("tolma_pruef_alt_" + table);
+}
+
+// Counts per table what the run writes and deletes, and keeps the rows it deletes and the ids
+// of the rows it writes, through triggers and tables of the connection that go with the dropped
+// transaction.
 void countChanges(store::Connection& c) {
     c.execute(
         "CREATE TEMP TABLE tolma_pruefung (tabelle TEXT PRIMARY KEY, geschrieben INTEGER, "
         "geloescht INTEGER)");
+    c.execute("CREATE TEMP TABLE tolma_pruef_neu (tabelle TEXT, rid INTEGER)");
     for (const auto& t : model::dataTables()) {
+        const std::string table = "main." + store::jet::quoteName(t.name);
         c.execute("INSERT INTO tolma_pruefung VALUES (?1, 0, 0)", {store::Variant(t.name)});
-        const std::string on =
-            " ON main." + store::jet::quoteName(t.name) + " BEGIN UPDATE tolma_pruefung SET ";
-        const std::string where = " WHERE tabelle = " + store::jet::quote(t.name) + "; END";
+        c.execute("CREATE TEMP TABLE " + oldImage(t.name) +
+                  " AS SELECT rowid AS tolma_rid, * FROM " + table + " WHERE 0");
+        std::string values = "OLD.rowid";
+        auto columns = c.prepare("SELECT name FROM pragma_table_info(?1)");
+        columns->bind(1, store::Variant(t.name));
+        while (columns->step())
+            values += ", OLD." + store::jet::quoteName(columns->column(0).toString());
+        const std::string on = " ON " + table + " BEGIN UPDATE tolma_pruefung SET ";
+        const std::string where = " WHERE tabelle = " + store::jet::quote(t.name) + "; ";
         c.execute("CREATE TEMP TRIGGER " + store::jet::quoteName("tolma_pruef_" + t.name + "_i") +
-                  " AFTER INSERT" + on + "geschrieben = geschrieben + 1" + where);
+                  " AFTER INSERT" + on + "geschrieben = geschrieben + 1" + where +
+                  "INSERT INTO tolma_pruef_neu VALUES (" + store::jet::quote(t.name) +
+                  ", NEW.rowid); END");
         c.execute("CREATE TEMP TRIGGER " + store::jet::quoteName("tolma_pruef_" + t.name + "_d") +
-                  " AFTER DELETE" + on + "geloescht = geloescht + 1" + where);
+                  " AFTER DELETE" + on + "geloescht = geloescht + 1" + where + "INSERT INTO " +
+                  store::jet::quoteName("tolma_pruef_alt_" + t.name) + " VALUES (" + values + "); END");
     }
+}
+
+constexpr size_t kListed = 20;
+
+// The tables by what ties their rows to a business: its number, or a person linked to it.
+struct Tie {
+    const char* table;
+    const char* number;
+    bool byPerson;
+    const char* heading;
+};
+constexpr Tie kTies[] = {
+    {"betrieb", "betr-nr", false, "Meldedaten"},
+    {"betrieb_adresse", "betr-nr", false, "Betriebsadressen"},
+    {"betrieb_meldgrundsonst", "betr-nr", false, "sonstige Meldegründe"},
+    {"betrieb_taetigkeit", "betr-nr", false, "Tätigkeiten"},
+    {"betrieb_erlaubnis", "betr-nr", false, "Erlaubnisse des Betriebs"},
+    {"betrieb_handwerkskarte", "betr-nr", false, "Handwerkskarten des Betriebs"},
+    {"beziehung_betrieb_person", "bez-betr-nr", false, "Beziehungen zu Personen"},
+    {"person_erlaubnis", "betr-nr", false, "Erlaubnisse der Personen"},
+    {"person_handwerkskarte", "betr-nr", false, "Handwerkskarten der Personen"},
+    {"person", "pers-nr", true, "Personen"},
+    {"person_staatsang", "pers-nr", true, "Staatsangehörigkeiten"},
+};
+
+std::string headingOf(const std::string& table) {
+    for (const Tie& t : kTies)
+        if (table == t.table) return t.heading;
+    return table;
+}
+
+// Numbers compare without regard to case, as the store's keys do.
+std::string numberKey(std::string nr) {
+    for (char& ch : nr)
+        if (ch >= 'a' && ch <= 'z') ch = static_cast<char>(ch - 32);
+    return nr;
+}
+
+std::uint64_t hashOf(const std::string& s) {
+    std::uint64_t h = 14695981039346656037ull;
+    for (const char ch : s) h = (h ^ static_cast<unsigned char>(ch)) * 1099511628211ull;
+    return h;
+}
+
+// The rows of one table by number, each as a hash of its values; the row ids and the values
+// of one column are read on the way.
+struct Rows {
+    std::map<std::string, std::vector<std::uint64_t>> byNumber;
+};
+
+// Compares what the run wrote with what it deleted, business by business.
+class Comparison {
+  public:
+    Comparison(store::Connection& c, ImportCheck& report) : c_(c), r_(report) {}
+
+    void run() {
+        auto st = c_.prepare("SELECT tabelle, rid FROM tolma_pruef_neu");
+        while (st->step()) written_[st->column(0).toString()].insert(st->column(1).toInteger());
+        for (const Tie& t : kTies) {
+            read(t, true);
+            read(t, false);
+        }
+        for (const auto& [nr, name] : fileNumbers_) judge(nr, name);
+        notInFile();
+    }
+
+  private:
+    // The rows deleted by the run (with some it wrote itself), or those it wrote; the row id
+    // first.
+    static std::string source(const std::string& table, bool old) {
+        if (old) return oldImage(table);
+        return "(SELECT rowid AS tolma_rid, * FROM main." + store::jet::quoteName(table) +
+               " WHERE rowid IN (SELECT rid FROM tolma_pruef_neu WHERE tabelle = " +
+               store::jet::quote(table) + "))";
+    }
+
+    void read(const Tie& t, bool old) {
+        const auto& written = written_[t.table];
+        auto st = c_.prepare("SELECT * FROM " + source(t.table, old));
+        int number = -1, name = -1, person = -1;
+        for (int i = 0; i < st->columnCount(); ++i) {
+            const std::string col = st->columnName(i);
+            if (col == t.number) number = i;
+            if (col == "b-eintr-name") name = i;
+            if (col == "bez-pers-nr") person = i;
+        }
+        if (number < 0) return;
+        Rows& rows = (old ? old_ : new_)[t.table];
+        while (st->step()) {
+            const bool byRun = written.count(st->column(0).toInteger()) > 0;
+            // The old rows are the store's before the run; the new ones those the run wrote.
+            if (old == byRun) continue;
+            std::string values;
+            for (int i = 1; i < st->columnCount(); ++i) values += st->column(i).toString() + "\x1f";
+            const std::string key = numberKey(st->column(number).toString());
+            rows.byNumber[key].push_back(hashOf(values));
+            if (person >= 0) personsOf_[key].insert(numberKey(st->column(person).toString()));
+            if (std::string(t.table) == "betrieb") {
+                if (!old) fileNumbers_.try_emplace(key, st->column(name).toString());
+                if (old) oldNames_.try_emplace(key, st->column(name).toString());
+            }
+        }
+    }
+
+    // The rows of one table of a business, before and after.
+    std::pair<std::vector<std::uint64_t>, std::vector<std::uint64_t>> rowsOf(
+        const Tie& t, const std::string& nr) {
+        std::vector<std::uint64_t> before, after;
+        auto take = [&](const std::string& key) {
+            auto& o = old_[t.table].byNumber;
+            auto& n = new_[t.table].byNumber;
+            if (auto it = o.find(key); it != o.end())
+                before.insert(before.end(), it->second.begin(), it->second.end());
+            if (auto it = n.find(key); it != n.end())
+                after.insert(after.end(), it->second.begin(), it->second.end());
+        };
+        if (t.byPerson) {
+            for (const auto& p : personsOf_[nr]) take(p);
+        } else {
+            take(nr);
+        }
+        std::sort(before.begin(), before.end());
+        std::sort(after.begin(), after.end());
+        return {before, after};
+    }
+
+    void judge(const std::string& nr, const std::string& name) {
+        if (!oldNames_.count(nr)) {
+            ++r_.added;
+            if (r_.addedList.size() < kListed) r_.addedList.push_back({nr, name, {}});
+            return;
+        }
+        std::vector<std::string> differences;
+        for (const Tie& t : kTies) {
+            const auto [before, after] = rowsOf(t, nr);
+            if (before == after) continue;
+            std::vector<std::uint64_t> gone, come;
+            std::set_difference(before.begin(), before.end(), after.begin(), after.end(),
+                                std::back_inserter(gone));
+            std::set_difference(after.begin(), after.end(), before.begin(), before.end(),
+                                std::back_inserter(come));
+            if (std::string(t.table) == "betrieb" && gone.size() == 1 && come.size() == 1) {
+                fieldsOf(nr, differences);
+                continue;
+            }
+            differences.push_back(headingOf(t.table) + ": " + std::to_string(come.size()) +
+                                  " Zeile(n) neu oder anders, " + std::to_string(gone.size()) +
+                                  " entfallen");
+        }
+        if (differences.empty()) {
+            ++r_.unchanged;
+            return;
+        }
+        ++r_.changed;
+        if (r_.changedList.size() < kListed)
+            r_.changedList.push_back({nr, name, std::move(differences)});
+    }
+
+    // The row of a business's state: among the old images one the run did not write, among
+    // the store's rows one it wrote.
+    std::map<std::string, std::string> stateRow(const std::string& nr, bool old) {
+        const auto& written = written_["betrieb"];
+        auto st = c_.prepare("SELECT * FROM " + source("betrieb", old) +
+                             " WHERE [betr-nr] = ?1 COLLATE NOCASE");
+        st->bind(1, store::Variant(nr));
+        std::map<std::string, std::string> row;
+        while (st->step()) {
+            if (old == (written.count(st->column(0).toInteger()) > 0)) continue;
+            for (int i = 1; i < st->columnCount(); ++i)
+                row[st->columnName(i)] = st->column(i).toString();
+            break;
+        }
+        return row;
+    }
+
+    // The fields of the business's state that differ, old and new value.
+    void fieldsOf(const std::string& nr, std::vector<std::string>& out) {
+        if (r_.changedList.size() >= kListed) return;
+        const auto before = stateRow(nr, true), after = stateRow(nr, false);
+        for (const auto& [field, value] : after) {
+            const auto it = before.find(field);
+            const std::string was = it == before.end() ? "" : it->second;
+            if (was != value) out.push_back("[" + field + "]: „" + was + "“ → „" + value + "“");
+        }
+        if (out.empty()) out.push_back("Meldedaten: anders");
+    }
+
+    // The businesses of the store whose number the file does not hold.
+    void notInFile() {
+        std::set<std::string> seen;
+        const auto& written = written_["betrieb"];
+        auto st = c_.prepare("SELECT rowid, [betr-nr], [b-eintr-name] FROM main.betrieb");
+        while (st->step()) {
+            if (written.count(st->column(0).toInteger())) continue;
+            const std::string nr = numberKey(st->column(1).toString());
+            if (fileNumbers_.count(nr) || !seen.insert(nr).second) continue;
+            ++r_.notInFile;
+            if (r_.notInFileList.size() < kListed)
+                r_.notInFileList.push_back(
+                    {st->column(1).toString(), st->column(2).toString(), {}});
+        }
+    }
+
+    store::Connection& c_;
+    ImportCheck& r_;
+    std::map<std::string, std::unordered_set<long long>> written_;
+    std::map<std::string, Rows> old_, new_;
+    std::map<std::string, std::set<std::string>> personsOf_;
+    std::map<std::string, std::string> fileNumbers_, oldNames_;
+};
+
+// "20261120" as "20.11.2026"; any other text as it stands.
+std::string germanDate(const std::string& d) {
+    if (d.size() != 8 ||
+        !std::all_of(d.begin(), d.end(), [](char ch) { return ch >= '0' && ch <= '9'; }))
+        return d;
+    return d.substr(6, 2) + "." + d.substr(4, 2) + "." + d.substr(0, 4);
 }
 
 std::vector<std::string> markedMunicipalities(core::Globals& g) {
@@ -88,6 +326,7 @@ ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, Impor
             }
             report.tables.push_back(count);
         }
+        Comparison(*c, report).run();
     } catch (const std::exception& e) {
         report.warnings.push_back(std::string("Die Prüfung wurde abgebrochen: ") + e.what());
         outcome = ImportOutcome::Failed;
@@ -123,24 +362,42 @@ ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, Impor
 }
 
 std::string checkReportText(const std::string& path, const ImportCheck& r) {
+    auto list = [](std::string& t, const std::vector<ImportCheck::Business>& businesses,
+                   long count) {
+        for (const auto& b : businesses) {
+            t += "      " + b.betrNr + "  " + b.name + "\n";
+            for (const auto& d : b.differences) t += "          " + d + "\n";
+        }
+        if (count > static_cast<long>(businesses.size()))
+            t += "      ... und " + std::to_string(count - static_cast<long>(businesses.size())) +
+                 " weitere\n";
+    };
     std::string t =
         "Prüfung der Transferdatei " + std::filesystem::path(path).filename().string() + "\n\n";
     t += "Kopf der Datei\n";
     t += "  Datenart:     " + r.struktur + "\n";
     t += "  Version:      " + r.version + "\n";
     t += "  Ersteller:    " + r.ersteller + "\n";
-    t += "  Erstelldatum: " + r.erstelldatum + "\n\n";
+    t += "  Erstelldatum: " + germanDate(model::trimBlanks(r.erstelldatum)) + "\n\n";
     t += "Betriebe in der Datei: " + std::to_string(r.businesses) + "\n";
-    t += "  neu im Bestand:                     " +
-         std::to_string(std::max(0L, r.businesses - r.replacing)) + "\n";
-    t += "  ersetzen einen gespeicherten Stand: " + std::to_string(r.replacing) + "\n";
-    t += "  Abmeldungen:                        " + std::to_string(r.removals) + "\n";
-    t += "Personen: " + std::to_string(r.personsNew) + " neu, " +
+    t += "  neu im Bestand: " + std::to_string(r.added) + "\n";
+    list(t, r.addedList, r.added);
+    t += "  ersetzen einen gespeicherten Stand mit anderen Daten: " + std::to_string(r.changed) +
+         "\n";
+    list(t, r.changedList, r.changed);
+    t += "  ersetzen einen gespeicherten Stand mit gleichen Daten: " + std::to_string(r.unchanged) +
+         "\n";
+    t += "  darin gemeldete Abmeldungen (Meldeart 03): " + std::to_string(r.removals) + "\n\n";
+    t +=
+        "Betriebe im Bestand, die nicht in der Datei stehen: " + std::to_string(r.notInFile) + "\n";
+    if (r.notInFile > 0) t += "  (sie bleiben beim Einlesen unverändert gespeichert)\n";
+    list(t, r.notInFileList, r.notInFile);
+    t += "\nPersonen: " + std::to_string(r.personsNew) + " neu, " +
          std::to_string(r.personsReplaced) + " ersetzt\n\n";
     t += "Zeilen je Tabelle (geschrieben / gelöscht)\n";
     for (const auto& c : r.tables)
         if (c.written || c.deleted)
-            t += "  " + c.table + ": " + std::to_string(c.written) + " / " +
+            t += "  " + headingOf(c.table) + ": " + std::to_string(c.written) + " / " +
                  std::to_string(c.deleted) + "\n";
     t += "\nEinträge für das Fehlerprotokoll: " + std::to_string(r.logEntries.size()) + "\n";
     for (const auto& e : r.logEntries) t += "  " + where(e) + e.text + "\n";

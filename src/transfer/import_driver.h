@@ -29,6 +29,13 @@ struct ImportCheck {
     std::vector<core::Globals::LoggedEntry> logEntries;
     std::vector<std::string> warnings;
     std::vector<std::string> municipalities;  // gem-kz of the file's businesses
+    // What reading the file in would change, by business number, compared with the store.
+    struct Business {
+        std::string betrNr, name;
+        std::vector<std::string> differences;  // of a replaced business: what differs
+    };
+    long added = 0, changed = 0, unchanged = 0, notInFile = 0;
+    std::vector<Business> addedList, changedList, notInFileList;  // the first few of each
 };
 
 // What a run read, for the line the command line ends an import with.

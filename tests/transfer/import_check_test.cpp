@@ -45,7 +45,8 @@ TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
     const std::string path = f.write(file.text(), "pruefen.tml");
     f.dialogs.shown.clear();
     transfer::ImportCheck report;
-    EXPECT_EQ(transfer::checkTransferFile(f.g(), path, report), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(transfer::checkTransferFile(f.g(), path, report), transfer::ImportOutcome::Finished)
+        << (report.warnings.empty() ? "" : report.warnings.back());
 
     EXPECT_TRUE(f.dialogs.shown.empty())
         << f.dialogs.shown.front().text;  // nothing asked, nothing told
@@ -64,7 +65,7 @@ TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
     ASSERT_FALSE(report.warnings.empty());
     EXPECT_NE(report.warnings[0].find("MELDUNGSBEZOGEN"), std::string::npos);
     EXPECT_NE(text(report).find("Betriebe in der Datei: 2"), std::string::npos);
-    EXPECT_NE(text(report).find("  betrieb: 2 / 1"), std::string::npos);
+    EXPECT_NE(text(report).find("  Meldedaten: 2 / 1"), std::string::npos) << text(report);
 
     EXPECT_EQ(dumpOf(f), before);
     EXPECT_EQ(std::filesystem::file_size(f.g().db_pfad_aktuell), storeSize);
@@ -81,6 +82,51 @@ TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
     // And the import itself still runs as before the check.
     EXPECT_EQ(f.import(file), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.count("betrieb"), 3);
+}
+
+// The report names what would change: which businesses are new, which replaced ones differ and
+// in what, how many come unchanged, and which of the store the file does not hold.
+TEST(ImportCheckTest, TheReportNamesWhatWouldChange) {
+    ImportFixture f;
+    auto named = [](const std::string& nr, const std::string& name, const std::string& street) {
+        return business(nr, "<b-eintr-name>" + name +
+                                "</b-eintr-name>\n<adressen>\n<adresse art=\"1\">\n<b-adr-art>1</"
+                                "b-adr-art>\n<b-strasse>" +
+                                street + "</b-strasse>\n</adresse>\n</adressen>\n");
+    };
+    TmlFile stored;
+    stored.betriebe = {named("1001", "Bäckerei Alt", "Markt 1"), named("1002", "Kiosk", "Deich 2"),
+                       named("1003", "Schmiede", "Weg 3"), named("1004", "Fähre", "Hafen 4")};
+    ASSERT_EQ(f.import(stored), transfer::ImportOutcome::Finished);
+    TmlFile file;
+    file.betriebe = {
+        named("1001", "Bäckerei Neu", "Markt 1"), named("1002", "Kiosk", "Deich 2"),
+        named("1003", "Schmiede", "Weg 33"),
+        business("1005", "<b-eintr-name>Neubau</b-eintr-name>\n<meld-art>03</meld-art>\n")};
+    transfer::ImportCheck report;
+    ASSERT_EQ(transfer::checkTransferFile(f.g(), f.write(file.text(), "pruefen.tml"), report),
+              transfer::ImportOutcome::Finished);
+    EXPECT_EQ(report.added, 1);
+    EXPECT_EQ(report.changed, 2);
+    EXPECT_EQ(report.unchanged, 1);
+    EXPECT_EQ(report.notInFile, 1);
+    const std::string t = text(report);
+    for (const char* part : {
+             "  neu im Bestand: 1\n      1005  Neubau\n",
+             "  ersetzen einen gespeicherten Stand mit anderen Daten: 2\n      1001  Bäckerei Neu\n"
+             "          [b-eintr-name]: „Bäckerei Alt“ → „Bäckerei Neu“\n      1003  Schmiede\n"
+             "          Betriebsadressen: 1 Zeile(n) neu oder anders, 1 entfallen\n",
+             "  ersetzen einen gespeicherten Stand mit gleichen Daten: 1\n",
+             "  darin gemeldete Abmeldungen (Meldeart 03): 1\n",
+             "Betriebe im Bestand, die nicht in der Datei stehen: 1\n"
+             "  (sie bleiben beim Einlesen unverändert gespeichert)\n      1004  Fähre\n",
+             "  Betriebsadressen: 3 / 3\n",
+         })
+        EXPECT_NE(t.find(part), std::string::npos) << part << "\n---\n" << t;
+    // The head's date as a clerk writes it.
+    report.erstelldatum = "20261120";
+    EXPECT_NE(text(report).find("Erstelldatum: 20.11.2026\n"), std::string::npos);
+    EXPECT_EQ(text(report).find("betrieb_adresse"), std::string::npos);
 }
 
 TEST(ImportCheckTest, BusinessesOutsideTheFiltersMunicipalitiesAreNamed) {
