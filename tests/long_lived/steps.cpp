@@ -25,9 +25,9 @@ constexpr const char* kKindNames[] = {"pruefen",  "import",       "zuruecknehmen
                                       "suchen",   "export",       "gemeindefilter"};
 
 // The search words asked after every step: names with umlauts as written and folded, a town, a
-// street by its beginning, a name with a town.
-const std::vector<std::string> kQueries = {"Müller", "mueller",     "Bäckerei", "Kiel",
-                                           "Haupt",  "Hansen Kiel", "Weiss"};
+// street by its beginning, a name with a town, persons' names.
+const std::vector<std::string> kQueries = {"Müller",      "mueller", "Bäckerei", "Kiel", "Haupt",
+                                           "Hansen Kiel", "Weiss",   "Petersen", "Anke", "Sönke"};
 
 std::string joined(const std::vector<int>& values) {
     std::string s;
