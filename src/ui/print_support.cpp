@@ -1,10 +1,15 @@
 #include "ui/print_support.h"
 
+#include <QBuffer>
 #include <QCoreApplication>
+#include <QPdfWriter>
 #include <QPrintDialog>
 #include <QWidget>
+#include <filesystem>
+#include <string_view>
 
 #include "core/error_log.h"
+#include "core/output_file.h"
 #include "print/list_report.h"
 #include "print/print_menu.h"
 
@@ -45,7 +50,47 @@ void guarded(core::Globals& g, const std::string& procedure, Body&& body) {
 
 }  // namespace
 
+// A PDF file as the printer: the pages in memory, the file written when the document ends.
+class QtPrinterSource::FilePrinter {
+  public:
+    FilePrinter(const QPrinter& like, std::filesystem::path path)
+        : path_(std::move(path)), writer_(&buffer_), painter_(writer_, *this) {
+        buffer_.open(QIODevice::WriteOnly);
+        writer_.setPageLayout(like.pageLayout());
+        writer_.setResolution(like.resolution());
+        writer_.setCreator("TOLMA_4x_Access");
+    }
+    print::Printer& printer() { return painter_; }
+
+  private:
+    class Painter : public print::PainterPrinter {
+      public:
+        Painter(QPdfWriter& device, FilePrinter& owner) : PainterPrinter(device), owner_(owner) {}
+
+      protected:
+        void endDocument() override {
+            PainterPrinter::endDocument();
+            const QByteArray bytes = owner_.buffer_.data();
+            owner_.buffer_.buffer().clear();
+            owner_.buffer_.seek(0);
+            core::writeFileAtomically(
+                owner_.path_,
+                std::string_view(bytes.constData(), static_cast<size_t>(bytes.size())),
+                core::FileAccess::Private);
+        }
+
+      private:
+        FilePrinter& owner_;
+    };
+
+    std::filesystem::path path_;
+    QBuffer buffer_;
+    QPdfWriter writer_;
+    Painter painter_;
+};
+
 QtPrinterSource::QtPrinterSource() : printer_(QPrinter::HighResolution), painter_(printer_) {}
+QtPrinterSource::~QtPrinterSource() = default;
 
 int QtPrinterSource::ShowPrinter(const std::string& title) {
     QPrintDialog dialog(&printer_, parent_);
@@ -54,7 +99,15 @@ int QtPrinterSource::ShowPrinter(const std::string& title) {
     dialog.setOption(QAbstractPrintDialog::PrintPageRange, false);
     dialog.setOption(QAbstractPrintDialog::PrintSelection, false);
     if (dialog.exec() != QDialog::Accepted) return print::kDialogCancelled;
+    file_.reset();
+    if (printer_.outputFormat() == QPrinter::PdfFormat && !printer_.outputFileName().isEmpty())
+        file_ = std::make_unique<FilePrinter>(
+            printer_, std::filesystem::path(printer_.outputFileName().toStdString()));
     return printer_.isValid() ? 0 : static_cast<int>(print::kPrinterError);
+}
+
+print::Printer& QtPrinterSource::present() {
+    return file_ ? file_->printer() : painter_;
 }
 
 void printRecordFromList(core::Globals& g, browse::ListForm& form, QWidget* parent) {
