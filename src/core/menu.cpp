@@ -34,6 +34,25 @@ void A_Fenster_schliessen(Globals& g) {
     }
 }
 
+namespace {
+
+void runImport(Globals& g, const std::string& file) {
+    g.startView.MDIForm1Enabled = false;
+    g.refreshView();
+    if (g.Upd_1_Start) g.Upd_1_Start(g, file);
+    g.startView.MDIForm1Enabled = true;
+}
+
+}  // namespace
+
+void importChosenFile(Globals& g, const std::string& file) {
+    if (g.marks.menue_import_datenbank) return;  // an import runs
+    A_Fenster_schliessen(g);
+    g.marks.menue_import_datenbank = true;
+    runImport(g, file);
+    g.refreshView();
+}
+
 void menue_import_datenbank(Globals& g) {
     if (g.marks.menue_import_datenbank) return;  // an import runs
     A_Fenster_schliessen(g);
@@ -43,10 +62,7 @@ void menue_import_datenbank(Globals& g) {
                         g.pfad_dat, "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2)
                   : "";
     if (!model::trimBlanks(file).empty()) {
-        g.startView.MDIForm1Enabled = false;
-        g.refreshView();
-        if (g.Upd_1_Start) g.Upd_1_Start(g, file);
-        g.startView.MDIForm1Enabled = true;
+        runImport(g, file);
     } else {
         showMessage(g, "Es wurde keine Update-Datei ausgewählt!", msg::vbInformation,
                     "Auswahl einer Update-Datei!");

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "core/globals.h"
 
 namespace tolma::core {
@@ -10,6 +12,9 @@ void A_Fenster_schliessen(Globals& g);
 // "Daten-Import (TML --> Access)": the file dialog, then the import with the main window
 // disabled; a cancelled dialog is told with a message.
 void menue_import_datenbank(Globals& g);
+// The import of a file the clerk chose elsewhere ("Einlesen" in the check's report), under the
+// same marks as the menu entry; nothing while an import runs.
+void importChosenFile(Globals& g, const std::string& file);
 
 // The hidden entries' handlers: the conversion file (an unfinished function) and the choice of
 // an export database, kept for the run in the global texts.

@@ -1,24 +1,34 @@
 #include "ui/import_windows.h"
 
 #include <QApplication>
+#include <QBuffer>
+#include <QFileDialog>
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMessageBox>
+#include <QPdfWriter>
 #include <QPlainTextEdit>
+#include <QPrintDialog>
+#include <QPrinter>
 #include <QPushButton>
 #include <QTableWidget>
+#include <QTextDocument>
 #include <QVBoxLayout>
+#include <string_view>
 
 #include "core/error_log.h"
+#include "core/menu.h"
+#include "core/output_file.h"
 #include "store/connection.h"
 #include "transfer/import_journal.h"
 
 namespace tolma::ui {
 
 CheckReportWindow::CheckReportWindow(const std::string& path, const transfer::ImportCheck& report,
-                                     QWidget* parent)
-    : QDialog(parent) {
+                                     QWidget* parent, core::Globals* g)
+    : QDialog(parent), g_(g), text_(transfer::checkReportText(path, report)) {
     setObjectName("Frm_Pruefung");
     setWindowTitle("Transferdatei prüfen");
     auto* layout = new QVBoxLayout(this);
@@ -26,13 +36,85 @@ CheckReportWindow::CheckReportWindow(const std::string& path, const transfer::Im
     text->setObjectName("Text_Bericht");
     text->setReadOnly(true);
     text->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    text->setPlainText(QString::fromStdString(transfer::checkReportText(path, report)));
+    text->setPlainText(QString::fromStdString(text_));
     layout->addWidget(text, 1);
-    auto* close = new QPushButton("Schließen", this);
-    close->setObjectName("Command_Schliessen");
+    auto* buttons = new QHBoxLayout;
+    const std::pair<const char*, const char*> captions[] = {{"Command_Einlesen", "&Einlesen"},
+                                                            {"Command_Speichern", "&Speichern..."},
+                                                            {"Command_Drucken", "&Drucken"},
+                                                            {"Command_Schliessen", "Schließen"}};
+    buttons->addStretch(1);
+    for (const auto& [name, caption] : captions) {
+        auto* b = new QPushButton(caption, this);
+        b->setObjectName(name);
+        b->setAutoDefault(false);
+        buttons->addWidget(b);
+    }
+    layout->addLayout(buttons);
+    auto* close = findChild<QPushButton*>("Command_Schliessen");
+    close->setDefault(true);  // Enter closes; reading in takes a deliberate click
+    connect(findChild<QPushButton*>("Command_Einlesen"), &QPushButton::clicked, this,
+            [this] { done(kReadIn); });
+    connect(findChild<QPushButton*>("Command_Speichern"), &QPushButton::clicked, this,
+            &CheckReportWindow::save);
+    connect(findChild<QPushButton*>("Command_Drucken"), &QPushButton::clicked, this,
+            &CheckReportWindow::print);
     connect(close, &QPushButton::clicked, this, &QDialog::accept);
-    layout->addWidget(close, 0, Qt::AlignRight);
     resize(720, 560);
+}
+
+std::string CheckReportWindow::saveAs(const std::string& file) {
+    try {
+        // The report names businesses: for its owner's eyes only.
+        core::writeFileAtomically(file, text_, core::FileAccess::Private);
+        return {};
+    } catch (const std::exception& e) {
+        if (g_) core::logTrapped(*g_, "Frm_Pruefung.Speichern", e);
+        const auto* failure = dynamic_cast<const core::FileWriteError*>(&e);
+        return failure ? failure->cause() : e.what();
+    }
+}
+
+void CheckReportWindow::save() {
+    const QString file = QFileDialog::getSaveFileName(this, "Bericht speichern", "pruefung.txt",
+                                                      "Textdateien (*.txt)");
+    if (file.isEmpty()) return;
+    if (const std::string cause = saveAs(file.toStdString()); !cause.empty())
+        QMessageBox::warning(
+            this, "Bericht speichern",
+            "Der Bericht konnte nicht gespeichert werden.\n" + QString::fromStdString(cause));
+}
+
+void CheckReportWindow::print() {
+    QPrinter printer(QPrinter::HighResolution);
+    QPrintDialog dialog(&printer, this);
+    dialog.setWindowTitle("Bericht drucken");
+    if (dialog.exec() != QDialog::Accepted) return;
+    QTextDocument document(QString::fromStdString(text_));
+    document.setDefaultFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    try {
+        if (printer.outputFormat() == QPrinter::PdfFormat && !printer.outputFileName().isEmpty()) {
+            // A PDF file goes through the one writer, as every output does.
+            QBuffer buffer;
+            buffer.open(QIODevice::WriteOnly);
+            {
+                QPdfWriter pdf(&buffer);
+                pdf.setPageLayout(printer.pageLayout());
+                document.print(&pdf);
+            }
+            core::writeFileAtomically(printer.outputFileName().toStdString(),
+                                      std::string_view(buffer.data().constData(),
+                                                       static_cast<size_t>(buffer.data().size())),
+                                      core::FileAccess::Private);
+        } else {
+            document.print(&printer);
+        }
+    } catch (const std::exception& e) {
+        if (g_) core::logTrapped(*g_, "Frm_Pruefung.Drucken", e);
+        QMessageBox::warning(
+            this, "Bericht drucken",
+            "Der Bericht konnte nicht gedruckt werden.\n" + QString::fromStdString(e.what()));
+    }
 }
 
 void checkTransferFileFromMenu(core::Globals& g, QWidget* parent) {
@@ -55,8 +137,8 @@ void checkTransferFileFromMenu(core::Globals& g, QWidget* parent) {
                           "Transferdatei prüfen");
         return;
     }
-    CheckReportWindow window(file, report, parent);
-    window.exec();
+    CheckReportWindow window(file, report, parent, &g);
+    if (window.exec() == CheckReportWindow::kReadIn) core::importChosenFile(g, file);
 }
 
 TakeBackWindow::TakeBackWindow(core::Globals& g, QWidget* parent)

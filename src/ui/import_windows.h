@@ -9,13 +9,24 @@ class QTableWidget;
 
 namespace tolma::ui {
 
-// "Transferdatei prüfen": the report of a check, read-only.
+// "Transferdatei prüfen": the report of a check, read-only, to be saved as text or printed;
+// "Einlesen" ends the window with kReadIn, for the caller to read the file in.
 class CheckReportWindow : public QDialog {
     Q_OBJECT
 
   public:
+    static constexpr int kReadIn = 2;
     CheckReportWindow(const std::string& path, const transfer::ImportCheck& report,
-                      QWidget* parent = nullptr);
+                      QWidget* parent = nullptr, core::Globals* g = nullptr);
+    // Writes the report as a text file (UTF-8), whole or not at all; the cause when it fails.
+    std::string saveAs(const std::string& file);
+
+  private:
+    void save();
+    void print();
+
+    core::Globals* g_;
+    std::string text_;
 };
 
 // "Bearbeiten › Transferdatei prüfen...": chooses a file, checks it and shows the report.

@@ -324,6 +324,16 @@ class MainWindowTest : public QObject {
         QVERIFY(check.findChild<QPlainTextEdit*>("Text_Bericht")
                     ->toPlainText()
                     .contains("Betriebe in der Datei: 52"));
+        // The report as a text file; "Einlesen" ends the window for reading the file in.
+        const auto saved = home / "bericht.txt";
+        QCOMPARE(QString::fromStdString(check.saveAs(saved.string())), QString());
+        QVERIFY(std::filesystem::file_size(saved) > 100);
+        QCOMPARE(std::filesystem::status(saved).permissions() & std::filesystem::perms::others_read,
+                 std::filesystem::perms::none);
+        QVERIFY(!check.saveAs((home / "fehlt" / "bericht.txt").string()).empty());
+        QVERIFY(check.findChild<QPushButton*>("Command_Schliessen")->isDefault());
+        QTest::mouseClick(check.findChild<QPushButton*>("Command_Einlesen"), Qt::LeftButton);
+        QCOMPARE(check.result(), tolma::ui::CheckReportWindow::kReadIn);
         QCOMPARE(g->db_daten.OpenRecordset("betrieb").RecordCount(), 0L);  // the check kept nothing
 
         tolma::transfer::Upd_1_Start(*g, sample);
