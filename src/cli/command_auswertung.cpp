@@ -14,9 +14,10 @@ namespace tolma::cli {
 namespace {
 
 const char* kUsage =
-    "Aufruf: tolma-cli [--home VERZEICHNIS] auswertung --von JJJJ-MM --bis JJJJ-MM [--gruppe "
+    "Aufruf: tolma-cli [--home VERZEICHNIS] auswertung [--von MONAT] [--bis MONAT] [--gruppe "
     "wz|gemeinde|rechtsform|grund]\n"
-    "        [--gemeinde KZ] [--csv DATEI] [--pdf DATEI] [--png DATEI]\n";
+    "        [--gemeinde KZ] [--csv DATEI] [--pdf DATEI] [--png DATEI]\n"
+    "MONAT als MM.JJJJ oder JJJJ-MM\n";
 
 }  // namespace
 
@@ -35,8 +36,7 @@ int commandAuswertung(const Options& options, const std::vector<std::string>& ar
         if (a == "--von" || a == "--bis") {
             const auto month = evaluation::parseMonth(value);
             if (!month) {
-                err << "Ungültiger Zeitraum: '" << value
-                    << "' (erwartet wird JJJJ-MM, z. B. 2026-01).\n";
+                err << evaluation::badMonthMessage(value) << "\n";
                 return kExitUsage;
             }
             (a == "--von" ? from : to) = month;

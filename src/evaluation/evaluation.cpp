@@ -49,6 +49,15 @@ Month monthsBefore(Month m, int n) {
     return {index / 12, index % 12 + 1};
 }
 
+// 1 Anmeldung, 2 Ummeldung, 3 Abmeldung; 0 for 999 and any other kind, which never count.
+int kindOf(const std::string& meldArt) {
+    const std::string art = model::trimBlanks(meldArt);
+    return art == "01" || art == "1"   ? 1
+           : art == "02" || art == "2" ? 2
+           : art == "03" || art == "3" ? 3
+                                       : 0;
+}
+
 std::string withoutEmpty(const std::string& text) {
     const std::string t = model::trimBlanks(text);
     return t.empty() ? "ohne Angabe" : t;
@@ -64,11 +73,21 @@ std::string csvField(const std::string& text) {
 }  // namespace
 
 std::optional<Month> parseMonth(const std::string& text) {
-    if (text.size() != 7 || text[4] != '-' || !digits(text, 0, 4) || !digits(text, 5, 2))
+    if (text.size() != 7) return std::nullopt;
+    Month m;
+    if (text[4] == '-' && digits(text, 0, 4) && digits(text, 5, 2))
+        m = {std::atoi(text.substr(0, 4).c_str()), std::atoi(text.substr(5, 2).c_str())};
+    else if (text[2] == '.' && digits(text, 0, 2) && digits(text, 3, 4))
+        m = {std::atoi(text.substr(3, 4).c_str()), std::atoi(text.substr(0, 2).c_str())};
+    else
         return std::nullopt;
-    const Month m{std::atoi(text.substr(0, 4).c_str()), std::atoi(text.substr(5, 2).c_str())};
     if (m.month < 1 || m.month > 12 || m.year < 1) return std::nullopt;
     return m;
+}
+
+std::string badMonthMessage(const std::string& text) {
+    return "Ungültiger Zeitraum: '" + text +
+           "' (erwartet wird MM.JJJJ oder JJJJ-MM, z. B. 01.2026 oder 2026-01).";
 }
 
 std::string monthText(const Month& m) {
@@ -161,12 +180,8 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
     std::map<Month, Counts> byMonth;
     for (Month m = query.from; m <= query.to; m = next(m)) byMonth[m];
     while (st->step()) {
-        const std::string art = model::trimBlanks(st->column(2).toString());
-        const int kind = art == "01" || art == "1"   ? 1
-                         : art == "02" || art == "2" ? 2
-                         : art == "03" || art == "3" ? 3
-                                                     : 0;
-        if (kind == 0) continue;  // 999 and unknown kinds are never counted
+        const int kind = kindOf(st->column(2).toString());
+        if (kind == 0) continue;
         const auto month = monthOfDate(st->column(3).toString());
         if (!month || *month < query.from || query.to < *month) continue;
         const std::string gemKz = model::trimBlanks(st->column(4).toString());
@@ -217,22 +232,55 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
 std::pair<Month, Month> defaultPeriod(core::Globals& g) {
     std::set<Month> months;
     auto st = g.db_daten.connection()->prepare("SELECT [meld-datum], [meld-art] FROM betrieb");
+    std::optional<Month> newest;
     while (st->step()) {
-        const std::string art = model::trimBlanks(st->column(1).toString());
-        if (art != "01" && art != "02" && art != "03") continue;
-        if (const auto m = monthOfDate(st->column(0).toString())) months.insert(*m);
+        if (kindOf(st->column(1).toString()) == 0) continue;
+        const auto m = monthOfDate(st->column(0).toString());
+        if (m && (!newest || *newest < *m)) newest = m;
     }
-    if (months.empty()) {
+    if (!newest) {
         const std::time_t t = g.clock();
         std::tm tm{};
         localtime_r(&t, &tm);
-        const Month now{tm.tm_year + 1900, tm.tm_mon + 1};
-        return {monthsBefore(now, 11), now};
+        newest = Month{tm.tm_year + 1900, tm.tm_mon + 1};
     }
-    // From the twelfth newest month that has notifications to the newest.
-    auto first = months.rbegin();
-    for (int i = 1; i < 12 && std::next(first) != months.rend(); ++i) ++first;
-    return {*first, *months.rbegin()};
+    // Calendar months, not months with notifications: a quiet month must not stretch the
+    // period back over years.
+    return {monthsBefore(*newest, 11), *newest};
+}
+
+std::string periodText(const Query& q) {
+    return q.from == q.to ? monthText(q.from) : monthText(q.from) + " – " + monthText(q.to);
+}
+
+std::string scopeText(const Query& q) {
+    switch (q.scope) {
+        case Query::Scope::All:
+            return "alle Gemeinden";
+        case Query::Scope::Filter:
+            return "Gemeinden des Filters";
+        case Query::Scope::One:
+            return "Gemeinde " + q.municipality;
+    }
+    return {};
+}
+
+std::string headline(const Query& q) {
+    return "Zeitraum: " + periodText(q) +
+           (q.scope == Query::Scope::All ? std::string() : ", " + scopeText(q));
+}
+
+std::string countedDescription(const Result& r, size_t line, int column) {
+    static const char* const kinds[] = {
+        "", "Anmeldungen", "Ummeldungen", "Abmeldungen", "Saldo", "Anmeldungen im Nebenerwerb"};
+    std::string d = std::string(kinds[std::clamp(column, 0, 5)]) + " " + periodText(r.query);
+    if (line < r.lines.size()) {
+        static const char* const groups[] = {"Abschnitt", "Gemeinde", "Rechtsform", "Meldegrund"};
+        d += std::string(", ") + groups[static_cast<int>(r.query.grouping)] + " " +
+             r.lines[line].first;
+    }
+    if (r.query.scope != Query::Scope::All) d += ", " + scopeText(r.query);
+    return d;
 }
 
 std::string germanNumber(long n) {
@@ -245,7 +293,7 @@ std::string germanNumber(long n) {
 }
 
 std::string tableText(const Result& r) {
-    std::string t = std::string(groupingCaption(r.query.grouping)) +
+    std::string t = headline(r.query) + "\n" + std::string(groupingCaption(r.query.grouping)) +
                     "\tAnmeldungen\tUmmeldungen\tAbmeldungen\tSaldo\tNebenerwerb\n";
     auto line = [&](const std::string& name, const Counts& c) {
         t += name + "\t" + std::to_string(c.anmeldungen) + "\t" + std::to_string(c.ummeldungen) +
@@ -258,7 +306,8 @@ std::string tableText(const Result& r) {
 }
 
 std::string tableCsv(const Result& r) {
-    std::string t = "\xEF\xBB\xBF" + csvField(groupingCaption(r.query.grouping)) +
+    std::string t = "\xEF\xBB\xBF" + csvField(headline(r.query)) + "\r\n" +
+                    csvField(groupingCaption(r.query.grouping)) +
                     ";Anmeldungen;Ummeldungen;Abmeldungen;Saldo;Nebenerwerb\r\n";
     auto line = [&](const std::string& name, const Counts& c) {
         t += csvField(name) + ";" + germanNumber(c.anmeldungen) + ";" +

@@ -27,8 +27,11 @@ struct Month {
     bool operator<=(const Month& o) const { return !(o < *this); }
     bool operator==(const Month& o) const { return year == o.year && month == o.month; }
 };
-// "JJJJ-MM"; nothing when the text is no such month.
+// "MM.JJJJ" as the program shows months, or "JJJJ-MM" as scripts write them; nothing when the
+// text is neither.
 std::optional<Month> parseMonth(const std::string& text);
+// The message for a value that parseMonth refuses, naming the value.
+std::string badMonthMessage(const std::string& text);
 std::string monthText(const Month& m);  // "MM.JJJJ"
 
 // A section of the WZ 2008: its letter, its divisions and its German title.
@@ -81,13 +84,25 @@ struct Result {
 // cannot be read.
 Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>& sections);
 
-// From the twelfth newest month that has notifications to the newest one; without any, the
-// twelve months up to this one.
+// The twelve calendar months ending with the newest month that has notifications; without any,
+// the twelve months up to this one.
 std::pair<Month, Month> defaultPeriod(core::Globals& g);
 
-// The table as text: tab-separated with a header line, "Summe" last.
+// "01.2025 – 12.2025", or "03.2025" for one month.
+std::string periodText(const Query& q);
+// "alle Gemeinden", "Gemeinden des Filters", "Gemeinde 01001000".
+std::string scopeText(const Query& q);
+// What was counted, as the first line of every output: "Zeitraum: 01.2025 – 12.2025", with the
+// municipalities when not all of them count.
+std::string headline(const Query& q);
+// What a number of the table counts, for the list of its businesses: "Anmeldungen 01.2025,
+// Abschnitt I Gastgewerbe". `line` indexes r.lines (r.lines.size() for "Summe"), `column` the
+// table's count columns from 1 (Anmeldungen) to 5 (Nebenerwerb).
+std::string countedDescription(const Result& r, size_t line, int column);
+
+// The headline, then the table as text: tab-separated with a header line, "Summe" last.
 std::string tableText(const Result& r);
-// The table as a spreadsheet reads it: UTF-8 with BOM, semicolons, German numbers.
+// The same as a spreadsheet reads it: UTF-8 with BOM, semicolons, German numbers.
 std::string tableCsv(const Result& r);
 // A count in German notation: "1.234", "-5".
 std::string germanNumber(long n);

@@ -1,7 +1,7 @@
 #include "ui/evaluation_window.h"
 
+#include <QButtonGroup>
 #include <QComboBox>
-#include <QDateEdit>
 #include <QFileDialog>
 #include <QGridLayout>
 #include <QGroupBox>
@@ -13,12 +13,15 @@
 #include <QPrintDialog>
 #include <QPrinter>
 #include <QPushButton>
+#include <QRadioButton>
+#include <QRegularExpression>
 #include <QTableWidget>
 #include <QVBoxLayout>
 
 #include "core/error_log.h"
 #include "core/output_file.h"
 #include "print/qt/evaluation_paint.h"
+#include "ui/list_window.h"
 
 namespace tolma::ui {
 namespace {
@@ -43,11 +46,38 @@ class ChartView : public QWidget {
     const std::optional<evaluation::Result>& result_;
 };
 
-QDate dateOf(const evaluation::Month& m) {
-    return QDate(m.year, m.month, 1);
+QString q(const std::string& s) {
+    return QString::fromStdString(s);
 }
-evaluation::Month monthOf(const QDate& d) {
-    return {d.year(), d.month()};
+
+// The business list opened from a number lists only what the number counts. It says so above
+// its grid and in its title; its options "Alle", "Aktuelle" and "Abgemeldete" list from the whole
+// store, so none of them stands checked, and once one is chosen the list says that the
+// restriction is gone, rather than the list growing unexplained.
+void markRestriction(ListWindow* list, const QString& what) {
+    auto* label = new QLabel("Gezählt in der Auswertung: " + what, list);
+    label->setObjectName("Label_Auswertung");
+    label->setWordWrap(true);
+    QFont bold = label->font();
+    bold.setBold(true);
+    label->setFont(bold);
+    if (auto* box = qobject_cast<QBoxLayout*>(list->layout())) box->insertWidget(0, label);
+    const QString title = list->windowTitle();
+    list->setWindowTitle(title.trimmed().endsWith(')')
+                             ? title.left(title.lastIndexOf(')')) + ": " + what + ")"
+                             : title + " – " + what);
+    for (auto* option : list->findChildren<QRadioButton*>(QRegularExpression("^Option1_"))) {
+        QButtonGroup* group = option->group();
+        if (group) group->setExclusive(false);
+        option->setChecked(false);
+        if (group) group->setExclusive(true);
+        QObject::connect(option, &QRadioButton::clicked, label, [=] {
+            label->setFont(list->font());
+            label->setText(option->text() + " Betriebe: die Einschränkung auf „" + what +
+                           "“ ist aufgehoben.");
+            list->setWindowTitle(title);
+        });
+    }
 }
 
 }  // namespace
@@ -55,11 +85,12 @@ evaluation::Month monthOf(const QDate& d) {
 EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
     : QWidget(parent),
       g_(g),
-      from_(new QDateEdit(this)),
-      to_(new QDateEdit(this)),
+      from_(new QLineEdit(this)),
+      to_(new QLineEdit(this)),
       scope_(new QComboBox(this)),
       grouping_(new QComboBox(this)),
       municipality_(new QLineEdit(this)),
+      counted_(new QLabel(this)),
       table_(new QTableWidget(this)),
       chart_(new ChartView(result_, this)) {
     setObjectName("Frm_Auswertung");
@@ -69,8 +100,9 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
     auto* choice = new QGroupBox("Auswahl", this);
     auto* grid = new QGridLayout(choice);
     for (auto* edit : {from_, to_}) {
-        edit->setDisplayFormat("MM.yyyy");
-        edit->setCalendarPopup(false);
+        edit->setPlaceholderText("MM.JJJJ");
+        edit->setMaxLength(7);
+        edit->setToolTip("Monat als MM.JJJJ oder JJJJ-MM");
     }
     from_->setObjectName("Datum_Von");
     to_->setObjectName("Datum_Bis");
@@ -94,6 +126,8 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
     grid->addWidget(run, 1, 5);
     outer->addWidget(choice);
 
+    counted_->setObjectName("Label_Zeitraum");
+    outer->addWidget(counted_);
     table_->setObjectName("Tabelle_Auswertung");
     table_->setColumnCount(6);
     table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -128,8 +162,8 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
     try {
         sections_ = evaluation::loadSections(g_.dataDir / "wz2008_abschnitte.csv");
         const auto period = evaluation::defaultPeriod(g_);
-        from_->setDate(dateOf(period.first));
-        to_->setDate(dateOf(period.second));
+        from_->setText(q(evaluation::monthText(period.first)));
+        to_->setText(q(evaluation::monthText(period.second)));
     } catch (const std::exception& e) {
         core::logTrapped(g_, "Frm_Auswertung.Form_Load", e);
     }
@@ -138,8 +172,17 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
 
 void EvaluationWindow::evaluate() {
     evaluation::Query query;
-    query.from = monthOf(from_->date());
-    query.to = monthOf(to_->date());
+    for (auto [edit, month] : {std::pair{from_, &query.from}, std::pair{to_, &query.to}}) {
+        const std::string text = edit->text().trimmed().toStdString();
+        const auto parsed = evaluation::parseMonth(text);
+        if (!parsed) {
+            core::showMessage(g_, evaluation::badMonthMessage(text), core::msg::vbExclamation,
+                              "Auswertungen");
+            edit->setFocus();
+            return;
+        }
+        *month = *parsed;
+    }
     query.grouping = static_cast<evaluation::Grouping>(grouping_->currentIndex());
     query.scope = static_cast<evaluation::Query::Scope>(scope_->currentIndex());
     query.municipality = municipality_->text().trimmed().toStdString();
@@ -156,7 +199,9 @@ void EvaluationWindow::evaluate() {
     }
     table_->clearContents();
     table_->setRowCount(0);
+    counted_->clear();
     if (!result_) return;
+    counted_->setText(q(evaluation::headline(query)));
     table_->setHorizontalHeaderLabels({evaluation::groupingCaption(query.grouping), "Anmeldungen",
                                        "Ummeldungen", "Abmeldungen", "Saldo", "Nebenerwerb"});
     auto add = [&](const std::string& name, const evaluation::Counts& c, bool sum) {
@@ -201,7 +246,14 @@ void EvaluationWindow::cellClicked(int row, int column) {
     else if (auto it = result_->counted.find(result_->lines[static_cast<size_t>(row)].first);
              it != result_->counted.end())
         collect(it->second);
-    if (!states.empty()) emit openStates(states);
+    if (states.empty()) return;
+    // Only a list that this click opens is marked, never one the clerk had open before.
+    const auto before = window()->findChildren<ListWindow*>();
+    emit openStates(states);
+    for (auto* list : window()->findChildren<ListWindow*>())
+        if (!before.contains(list) && !list->form().persons)
+            markRestriction(list, q(evaluation::countedDescription(
+                                      *result_, static_cast<size_t>(row), column)));
 }
 
 void EvaluationWindow::print() {

@@ -9,7 +9,7 @@
 #include "evaluation/evaluation.h"
 
 class QComboBox;
-class QDateEdit;
+class QLabel;
 class QLineEdit;
 class QTableWidget;
 
@@ -17,7 +17,7 @@ namespace tolma::ui {
 
 // "Extras › Auswertungen...": the period, the municipalities and the grouping; the table with
 // its "Summe" line, the chart below it; printing, CSV and the chart as a picture. A click on a
-// number opens the business list of what it counts.
+// number opens the business list of what it counts, marked with what that is.
 class EvaluationWindow : public QWidget {
     Q_OBJECT
 
@@ -43,9 +43,10 @@ class EvaluationWindow : public QWidget {
 
     core::Globals& g_;
     std::vector<evaluation::Section> sections_;
-    QDateEdit *from_, *to_;
+    QLineEdit *from_, *to_;  // months as MM.JJJJ or JJJJ-MM
     QComboBox *scope_, *grouping_;
     QLineEdit* municipality_;
+    QLabel* counted_;  // what the table counts
     QTableWidget* table_;
     QWidget* chart_;
     std::optional<evaluation::Result> result_;

@@ -386,37 +386,86 @@ TEST_F(CliTest, SearchPrintsItsHitsWithAHeaderAndEndsWellAlsoWithoutHits) {
     }
 }
 
-TEST_F(CliTest, EvaluationPrintsItsTableWritesItsFilesAndRefusesAMalformedPeriod) {
+std::string pdfText(const std::string& pdf) {
+    const std::string text = pdf + ".txt";
+    if (std::system(("pdftotext '" + pdf + "' '" + text + "'").c_str()) != 0) return {};
+    std::ifstream in(text);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+TEST_F(CliTest, EvaluationNamesItsPeriodFirstWritesItsFilesAndRefusesAMalformedPeriod) {
     const std::string sample =
         (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
     ASSERT_EQ(runCli({"--home", home, "import", "--yes", sample}).code, 0);
     const std::string pdf = home + "/auswertung.pdf", csv = home + "/auswertung.csv",
                       png = home + "/auswertung.png";
-    auto r = runCli({"--home", home, "auswertung", "--von", "2000-01", "--bis", "2026-12",
+    // Both forms of a month, as shown and as scripts write them.
+    auto r = runCli({"--home", home, "auswertung", "--von", "01.2000", "--bis", "2026-12",
                      "--gruppe", "gemeinde", "--csv", csv, "--pdf", pdf, "--png", png});
     EXPECT_EQ(r.code, 0) << r.err;
-    EXPECT_EQ(r.out.substr(0, r.out.find('\n')),
-              "Gemeinde\tAnmeldungen\tUmmeldungen\tAbmeldungen\tSaldo\tNebenerwerb");
-    EXPECT_NE(r.out.find("\nSumme\t"), std::string::npos);
+    EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "Zeitraum: 01.2000 – 12.2026");
+    EXPECT_NE(r.out.find("\nGemeinde\tAnmeldungen\tUmmeldungen\tAbmeldungen\tSaldo\tNebenerwerb\n"),
+              std::string::npos);
     EXPECT_EQ(r.out.substr(r.out.rfind('\n', r.out.size() - 2) + 1, 6), "Summe\t");
-    EXPECT_GT(std::filesystem::file_size(csv), 3u);
-    EXPECT_GT(std::filesystem::file_size(png), 1000u);
-    if (std::system("command -v pdftotext > /dev/null") == 0) {
-        const std::string text = home + "/auswertung.txt";
-        ASSERT_EQ(std::system(("pdftotext '" + pdf + "' '" + text + "'").c_str()), 0);
-        std::ifstream in(text);
-        std::stringstream s;
-        s << in.rdbuf();
-        EXPECT_NE(s.str().find("Auswertung der Gewerbemeldungen"), std::string::npos) << s.str();
-        EXPECT_NE(s.str().find("Summe"), std::string::npos);
+    {
+        std::ifstream in(csv, std::ios::binary);
+        std::string first;
+        std::getline(in, first);
+        EXPECT_EQ(first, "\xEF\xBB\xBFZeitraum: 01.2000 – 12.2026\r");
     }
+    EXPECT_GT(std::filesystem::file_size(png), 1000u);
+    const bool pdftotext = std::system("command -v pdftotext > /dev/null") == 0;
+    if (pdftotext) {
+        const std::string text = pdfText(pdf);
+        EXPECT_NE(text.find("Auswertung der Gewerbemeldungen"), std::string::npos) << text;
+        EXPECT_NE(text.find("Zeitraum: 01.2000 – 12.2026"), std::string::npos) << text;
+        EXPECT_NE(text.find("Summe"), std::string::npos);
+    }
+
+    // Without a period: the twelve calendar months up to the sample's newest, March 2026.
+    r = runCli({"--home", home, "auswertung"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "Zeitraum: 04.2025 – 03.2026");
+
+    // Every section stands whole in the PDF, however long its name. pdftotext joins a name's
+    // lines and drops the hyphen of "Finanz- und" at a line's end: blanks and hyphens aside, the
+    // page's text holds each line's name of the table.
+    r = runCli(
+        {"--home", home, "auswertung", "--von", "2000-01", "--bis", "2026-12", "--pdf", pdf});
+    EXPECT_EQ(r.code, 0) << r.err;
+    if (pdftotext) {
+        auto squeezed = [](std::string s) {
+            std::erase_if(s, [](char c) { return c == ' ' || c == '\n' || c == '-'; });
+            return s;
+        };
+        const std::string text = squeezed(pdfText(pdf));
+        std::istringstream lines(r.out);
+        std::string line;
+        int sections = 0;
+        while (std::getline(lines, line))
+            if (line.size() > 2 && line[1] == ' ' && line.find('\t') != std::string::npos) {
+                const std::string name = line.substr(0, line.find('\t'));
+                EXPECT_NE(text.find(squeezed(name)), std::string::npos) << name << "\n" << text;
+                ++sections;
+            }
+        EXPECT_GE(sections, 5);
+    }
+
     for (const std::vector<std::string>& bad : {std::vector<std::string>{"--von", "2025-13"},
-                                                {"--von", "2025-05", "--bis", "2025-04"},
+                                                {"--bis", "2025/01"},
+                                                {"--von", "1.2025"},
+                                                {"--von", "05.2025", "--bis", "2025-04"},
                                                 {"--gruppe", "branche"},
                                                 {"--von"}}) {
         std::vector<std::string> args{"--home", home, "auswertung"};
         args.insert(args.end(), bad.begin(), bad.end());
-        EXPECT_EQ(runCli(args).code, 2) << bad[0];
+        r = runCli(args);
+        EXPECT_EQ(r.code, 2) << bad[0];
+        if (bad.size() == 2 && bad[0] != "--gruppe")
+            EXPECT_NE(r.err.find("Ungültiger Zeitraum: '" + bad[1] + "'"), std::string::npos)
+                << r.err;
     }
 }
 

@@ -88,6 +88,7 @@ TEST(EvaluationTest, CountsByMonthLineAndKindFollowTheRules) {
     q.to = {2025, 2};
     auto r = evaluation::evaluate(f.g(), q, sections());
     EXPECT_EQ(evaluation::tableText(r),
+              "Zeitraum: 01.2025 – 02.2025\n"
               "Wirtschaftsabschnitt\tAnmeldungen\tUmmeldungen\tAbmeldungen\tSaldo\tNebenerwerb\n"
               "C Verarbeitendes Gewerbe\t1\t1\t0\t1\t0\n"
               "I Gastgewerbe\t2\t0\t0\t2\t1\n"
@@ -108,11 +109,73 @@ TEST(EvaluationTest, CountsByMonthLineAndKindFollowTheRules) {
     EXPECT_EQ(r.lines[0].first.substr(0, 9), "01002000 ");
     EXPECT_EQ(r.sum.anmeldungen, 1);
     EXPECT_EQ(r.sum.abmeldungen, 1);
+    EXPECT_EQ(evaluation::tableText(r).substr(0, evaluation::tableText(r).find('\n')),
+              "Zeitraum: 01.2025 – 02.2025, Gemeinde 01002000");
+}
 
-    // The default period: the last twelve months that have notifications, here all four of them.
+// A number opened as a list says what it counts: kind, period, line and municipalities.
+TEST(EvaluationTest, WhatANumberCountsIsNamedInFull) {
+    evaluation::Result r;
+    r.query.from = r.query.to = {2024, 1};
+    r.lines = {{"I Gastgewerbe", {}}, {"ohne Zuordnung", {}}};
+    struct Case {
+        evaluation::Grouping grouping;
+        evaluation::Month to;
+        evaluation::Query::Scope scope;
+        size_t line;
+        int column;
+        const char* expected;
+    } cases[] = {
+        {evaluation::Grouping::Section,
+         {2024, 1},
+         evaluation::Query::Scope::All,
+         0,
+         1,
+         "Anmeldungen 01.2024, Abschnitt I Gastgewerbe"},
+        {evaluation::Grouping::Section,
+         {2024, 12},
+         evaluation::Query::Scope::All,
+         1,
+         3,
+         "Abmeldungen 01.2024 – 12.2024, Abschnitt ohne Zuordnung"},
+        {evaluation::Grouping::LegalForm,
+         {2024, 1},
+         evaluation::Query::Scope::Filter,
+         0,
+         2,
+         "Ummeldungen 01.2024, Rechtsform I Gastgewerbe, Gemeinden des Filters"},
+        {evaluation::Grouping::Reason,
+         {2024, 1},
+         evaluation::Query::Scope::One,
+         2,
+         5,
+         "Anmeldungen im Nebenerwerb 01.2024, Gemeinde 01002000"},  // the "Summe" line
+    };
+    for (const auto& c : cases) {
+        r.query.grouping = c.grouping;
+        r.query.to = c.to;
+        r.query.scope = c.scope;
+        r.query.municipality = "01002000";
+        EXPECT_EQ(evaluation::countedDescription(r, c.line, c.column), c.expected);
+    }
+}
+
+// The default period is twelve calendar months up to the newest with notifications, however
+// sparse the older ones are.
+TEST(EvaluationTest, TheDefaultPeriodIsTheTwelveCalendarMonthsEndingWithTheNewest) {
+    ImportFixture f;
+    TmlFile file;
+    file.betriebe = {
+        business("3001", "01001000", "01", "20231205", "56.10.3"),
+        business("3002", "01001000", "01", "20240615", "56.10.3"),
+        business("3003", "01001000", "03", "20250110", "56.10.3"),
+        business("3004", "01001000", "02", "20260301", "56.10.3"),
+        business("3005", "01001000", "999", "20260901", "56.10.3"),  // never counted
+    };
+    ASSERT_EQ(f.import(file), transfer::ImportOutcome::Finished);
     const auto period = evaluation::defaultPeriod(f.g());
-    EXPECT_EQ(period.second, (Month{2025, 3}));
-    EXPECT_EQ(period.first, (Month{2024, 12}));
+    EXPECT_EQ(period.first, (Month{2025, 4}));
+    EXPECT_EQ(period.second, (Month{2026, 3}));
 }
 
 TEST(EvaluationTest, EveryStateCountsInNotificationRelatedDataTheStoredOneInBusinessRelated) {
@@ -175,6 +238,8 @@ TEST(EvaluationTest, TheCsvIsWhatASpreadsheetReads) {
     EXPECT_EQ(evaluation::germanNumber(-1234567), "-1.234.567");
     evaluation::Result r;
     r.query.grouping = evaluation::Grouping::Section;
+    r.query.from = {2025, 1};
+    r.query.to = {2025, 12};
     evaluation::Counts handel;
     handel.anmeldungen = 1500;
     handel.abmeldungen = 2;
@@ -184,21 +249,46 @@ TEST(EvaluationTest, TheCsvIsWhatASpreadsheetReads) {
     const std::string csv = evaluation::tableCsv(r);
     ASSERT_EQ(csv.substr(0, 3), "\xEF\xBB\xBF");
     const auto rows = readCsv(csv.substr(3));
-    ASSERT_EQ(rows.size(), 4u);
-    EXPECT_EQ(rows[0],
+    ASSERT_EQ(rows.size(), 5u);
+    EXPECT_EQ(rows[0], (std::vector<std::string>{"Zeitraum: 01.2025 – 12.2025"}));
+    EXPECT_EQ(rows[1],
               (std::vector<std::string>{"Wirtschaftsabschnitt", "Anmeldungen", "Ummeldungen",
                                         "Abmeldungen", "Saldo", "Nebenerwerb"}));
-    EXPECT_EQ(rows[1], (std::vector<std::string>{
+    EXPECT_EQ(rows[2], (std::vector<std::string>{
                            "G Handel; Instandhaltung und Reparatur von Kraftfahrzeugen", "1.500",
                            "0", "2", "1.498", "0"}));
-    EXPECT_EQ(rows[2][0], "Mit \"Zitat\"");
-    EXPECT_EQ(rows[3][0], "Summe");
+    EXPECT_EQ(rows[3][0], "Mit \"Zitat\"");
+    EXPECT_EQ(rows[4][0], "Summe");
 }
 
-TEST(EvaluationTest, MonthsAreReadOnlyInTheirOneForm) {
-    EXPECT_EQ(evaluation::parseMonth("2025-01"), (Month{2025, 1}));
-    for (const char* bad : {"2025-13", "2025-00", "2025-1", "25-01", "2025/01", "", "abcd-ef"})
-        EXPECT_FALSE(evaluation::parseMonth(bad).has_value()) << bad;
+TEST(EvaluationTest, MonthsAreReadAsShownAndAsScriptsWriteThem) {
+    struct Case {
+        const char* text;
+        std::optional<Month> month;
+    } cases[] = {
+        {"2025-01", Month{2025, 1}},
+        {"01.2025", Month{2025, 1}},
+        {"12.2026", Month{2026, 12}},
+        {"2025-13", {}},
+        {"13.2025", {}},
+        {"00.2025", {}},
+        {"2025-00", {}},
+        {"2025-1", {}},
+        {"1.2025", {}},
+        {"25-01", {}},
+        {"01.25", {}},
+        {"2025/01", {}},
+        {"01/2025", {}},
+        {"2025.01", {}},
+        {"01-2025", {}},
+        {"", {}},
+        {"abcd-ef", {}},
+        {"01.2025 ", {}},
+    };
+    for (const auto& c : cases) EXPECT_EQ(evaluation::parseMonth(c.text), c.month) << c.text;
+    EXPECT_EQ(evaluation::badMonthMessage("2025/01"),
+              "Ungültiger Zeitraum: '2025/01' (erwartet wird MM.JJJJ oder JJJJ-MM, z. B. 01.2026 "
+              "oder 2026-01).");
     EXPECT_EQ(evaluation::monthText({2025, 3}), "03.2025");
 }
 

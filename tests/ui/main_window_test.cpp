@@ -1,6 +1,5 @@
 // The main window and the record view as a clerk sees them, on a store with the sample data.
 #include <QCheckBox>
-#include <QDateEdit>
 #include <QDesktopServices>
 #include <QLabel>
 #include <QLineEdit>
@@ -10,6 +9,7 @@
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QScreen>
 #include <QScrollBar>
 #include <QSpinBox>
@@ -416,14 +416,35 @@ class MainWindowTest : public QObject {
                  QStringList({"TextBetrErl_2", "TextBetrErl_4", "TextPErl_62"}));
     }
 
-    void evaluationShowsTableAndChartAndOpensTheBusinessesOfANumber() {
+    void evaluationShowsTableAndChartAndOpensTheBusinessesOfANumberSayingWhatTheyAre() {
         tolma::transfer::Upd_1_Start(
             *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
         window->trigger("menue_extras_auswertungen");
         auto* form = window->findChild<tolma::ui::EvaluationWindow*>("Frm_Auswertung");
         QVERIFY(form != nullptr);
-        form->findChild<QDateEdit*>("Datum_Von")->setDate(QDate(2000, 1, 1));
+        auto* from = form->findChild<QLineEdit*>("Datum_Von");
+        auto* to = form->findChild<QLineEdit*>("Datum_Bis");
+        auto* counted = form->findChild<QLabel*>("Label_Zeitraum");
+        // The sample's newest notification is of March 2026.
+        QCOMPARE(from->text(), QString("04.2025"));
+        QCOMPARE(to->text(), QString("03.2026"));
+        QCOMPARE(counted->text(), QString("Zeitraum: 04.2025 – 03.2026"));
+
+        // A month in a form of neither kind is refused by name, and nothing is counted anew.
+        const size_t shown = dialogs.shown.size();
+        from->setText("2000/01");
         form->evaluate();
+        QCOMPARE(dialogs.shown.size(), shown + 1);
+        QVERIFY(QString::fromStdString(dialogs.shown.back())
+                    .startsWith("Ungültiger Zeitraum: '2000/01' (erwartet wird MM.JJJJ oder "
+                                "JJJJ-MM"));
+        QCOMPARE(counted->text(), QString("Zeitraum: 04.2025 – 03.2026"));
+
+        from->setText("2000-01");  // as scripts write it, beside the shown form
+        to->setText("12.2026");
+        form->evaluate();
+        QCOMPARE(dialogs.shown.size(), shown + 1);
+        QCOMPARE(counted->text(), QString("Zeitraum: 01.2000 – 12.2026"));
         auto* table = form->table();
         QVERIFY(table->rowCount() >= 2);
         const int sum = table->rowCount() - 1;
@@ -431,13 +452,34 @@ class MainWindowTest : public QObject {
         QCOMPARE(table->horizontalHeaderItem(4)->text(), QString("Saldo"));
         QCOMPARE(table->item(sum, 1)->text().toLong() - table->item(sum, 3)->text().toLong(),
                  table->item(sum, 4)->text().toLong());
-        // A number opens the list of what it counts.
-        const long registrations = table->item(sum, 1)->text().toLong();
+
+        // A number opens the list of what it counts, and the list says what that is.
+        int gastgewerbe = 0;
+        while (gastgewerbe < sum && table->item(gastgewerbe, 0)->text() != "I Gastgewerbe")
+            ++gastgewerbe;
+        QVERIFY(gastgewerbe < sum);
+        const long registrations = table->item(gastgewerbe, 1)->text().toLong();
         QVERIFY(registrations > 0);
-        emit table->cellClicked(sum, 1);
+        emit table->cellClicked(gastgewerbe, 1);
         auto* list = window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr");
         QVERIFY(list != nullptr);
         QCOMPARE(list->form().data.Recordset().RecordCount(), registrations);
+        const QString what = "Anmeldungen 01.2000 – 12.2026, Abschnitt I Gastgewerbe";
+        auto* restriction = list->findChild<QLabel*>("Label_Auswertung");
+        QVERIFY(restriction != nullptr);
+        QCOMPARE(restriction->text(), "Gezählt in der Auswertung: " + what);
+        QVERIFY(list->windowTitle().contains(what));
+        QVERIFY(list->parentWidget()->windowTitle().contains(what));  // the MDI frame's title
+        // "Alle" is not checked while the list is restricted; choosing it lists the whole store
+        // and says that the restriction is gone.
+        auto* all = list->findChild<QRadioButton*>("Option1_0");
+        QVERIFY(!all->isChecked());
+        all->click();
+        QVERIFY(all->isChecked());
+        QVERIFY(list->form().data.Recordset().RecordCount() > registrations);
+        QCOMPARE(restriction->text(),
+                 "Alle Betriebe: die Einschränkung auf „" + what + "“ ist aufgehoben.");
+        QVERIFY(!list->windowTitle().contains(what));
     }
 
     void searchShowsHitsWhileTypingAndOpensTheBusinessKeepingThem() {

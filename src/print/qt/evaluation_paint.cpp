@@ -7,6 +7,7 @@
 #include <QPdfWriter>
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "core/output_file.h"
 
@@ -17,18 +18,6 @@ const QColor kAn(43, 108, 176), kAb(200, 64, 48), kSaldo(30, 30, 30);
 
 QString q(const std::string& s) {
     return QString::fromStdString(s);
-}
-
-QString scopeText(const evaluation::Query& query) {
-    switch (query.scope) {
-        case evaluation::Query::Scope::All:
-            return "alle Gemeinden";
-        case evaluation::Query::Scope::Filter:
-            return "Gemeinden des Filters";
-        case evaluation::Query::Scope::One:
-            return "Gemeinde " + q(query.municipality);
-    }
-    return {};
 }
 
 }  // namespace
@@ -147,34 +136,55 @@ void printEvaluation(QPagedPaintDevice& device, const evaluation::Result& r) {
                "Auswertung der Gewerbemeldungen");
     yPos += QFontMetricsF(title, &device).height() * 1.4;
     p.setFont(font);
-    p.drawText(QPointF(0, yPos + fm.ascent()),
-               "Zeitraum " + q(evaluation::monthText(r.query.from)) + " bis " +
-                   q(evaluation::monthText(r.query.to)) + ", " + scopeText(r.query));
+    p.drawText(QPointF(0, yPos + fm.ascent()), "Zeitraum: " + q(evaluation::periodText(r.query)) +
+                                                   ", " + q(evaluation::scopeText(r.query)));
     yPos += fm.height() * 2;
 
-    // The table: the group's name, then the five counts right-aligned.
-    const double numbers = fm.horizontalAdvance("Anmeldungen") + fm.height();
-    const double nameWidth = page.width() - 5 * numbers;
+    // The table: the group's name, then the five counts right-aligned, each count's column as
+    // wide as its heading needs, the name's column the rest of the page. A name longer than that
+    // wraps onto further lines, so that a section stands whole as the classification names it.
     const QStringList heads = {QString(evaluation::groupingCaption(r.query.grouping)),
                                "Anmeldungen",
                                "Ummeldungen",
                                "Abmeldungen",
                                "Saldo",
                                "Nebenerwerb"};
-    auto row = [&](const QStringList& cells, bool bold) {
-        QFont f = font;
-        f.setBold(bold);
-        p.setFont(f);
-        const QString name = fm.elidedText(cells[0], Qt::ElideRight, nameWidth - fm.height());
-        p.drawText(QRectF(0, yPos, nameWidth, fm.height()), Qt::AlignLeft | Qt::AlignVCenter, name);
-        for (int i = 1; i < cells.size(); ++i)
-            p.drawText(QRectF(nameWidth + (i - 1) * numbers, yPos, numbers, fm.height()),
-                       Qt::AlignRight | Qt::AlignVCenter, cells[i]);
-        yPos += fm.height() * 1.2;
-        if (yPos > page.height() - fm.height() * 2) {
+    QFont boldFont = font;
+    boldFont.setBold(true);
+    const QFontMetricsF bold(boldFont, &device);
+    std::vector<double> numbers;
+    double nameWidth = page.width();
+    for (int i = 1; i < heads.size(); ++i) {
+        numbers.push_back(
+            std::max(bold.horizontalAdvance(heads[i]), bold.horizontalAdvance("-000.000")) +
+            fm.height());
+        nameWidth -= numbers.back();
+    }
+    const int wrap = Qt::AlignLeft | Qt::AlignTop | Qt::TextWordWrap;
+    auto row = [&](const QStringList& cells, bool isBold) {
+        p.setFont(isBold ? boldFont : font);
+        const QFontMetricsF& metrics = isBold ? bold : fm;
+        const QRectF nameBox(0, 0, nameWidth - fm.height() / 2, page.height());
+        const double height =
+            std::max(metrics.boundingRect(nameBox, wrap, cells[0]).height(), metrics.height());
+        if (yPos + height > page.height() - fm.height() && yPos > 0) {
             device.newPage();
             yPos = 0;
         }
+        p.drawText(nameBox.translated(0, yPos), wrap, cells[0]);
+        double x = nameWidth;
+        for (int i = 1; i < cells.size(); ++i) {
+            const double w = numbers[static_cast<size_t>(i - 1)];
+            p.drawText(QRectF(x, yPos, w, metrics.height()), Qt::AlignRight | Qt::AlignVCenter,
+                       cells[i]);
+            x += w;
+        }
+        yPos += height + fm.height() * 0.2;
+        // A hairline between the lines tells where a wrapped name ends.
+        p.setPen(QColor(200, 200, 200));
+        p.drawLine(QPointF(0, yPos - fm.height() * 0.1),
+                   QPointF(page.width(), yPos - fm.height() * 0.1));
+        p.setPen(Qt::black);
     };
     row(heads, true);
     auto counts = [](const std::string& name, const evaluation::Counts& c) {
