@@ -153,6 +153,15 @@ struct SearchFixture : ImportFixture {
         c().execute("ROLLBACK");
         return rows;
     }
+    // A generated file of `businesses` businesses, read in.
+    transfer::ImportOutcome importGenerated(long businesses, unsigned seed) {
+        std::ostringstream file;
+        bench::GeneratorOptions options;
+        options.businesses = businesses;
+        options.seed = seed;
+        bench::writeTransferFile(file, options);
+        return importBytes(file.str());
+    }
     void expectKeptAsBuilt(const char* step) {
         const auto kept = indexRows();
         EXPECT_EQ(kept, rebuiltRows()) << step;
@@ -357,19 +366,11 @@ TEST(SearchTest, TheIndexKeptByImportsHoldsWhatABuildGives) {
 TEST(SearchTest, TheIndexKeptByImportsOfManyBlocksHoldsWhatABuildGives) {
     SearchFixture f;
     search::buildIndex(f.c());
-    auto generated = [&](long businesses, unsigned seed) {
-        std::ostringstream file;
-        bench::GeneratorOptions options;
-        options.businesses = businesses;
-        options.seed = seed;
-        bench::writeTransferFile(file, options);
-        return f.importBytes(file.str());
-    };
-    ASSERT_EQ(generated(2000, 1), transfer::ImportOutcome::Finished);
+    ASSERT_EQ(f.importGenerated(2000, 1), transfer::ImportOutcome::Finished);
     f.expectKeptAsBuilt("first import");
     // Its first 2000 businesses, and persons of the same numbers, replace those of the first
     // file with other names and links; the others are new.
-    ASSERT_EQ(generated(7000, 2), transfer::ImportOutcome::Finished);
+    ASSERT_EQ(f.importGenerated(7000, 2), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.count("betrieb"), 7000);
     f.expectKeptAsBuilt("many blocks");
 
@@ -383,7 +384,7 @@ TEST(SearchTest, TheIndexKeptByImportsOfManyBlocksHoldsWhatABuildGives) {
         markedMeanwhile = !search::hasIndex(*other);
         f.g().taste = 27;
     };
-    ASSERT_EQ(generated(7000, 3), transfer::ImportOutcome::Cancelled);
+    ASSERT_EQ(f.importGenerated(7000, 3), transfer::ImportOutcome::Cancelled);
     f.g().doEvents = {};
     EXPECT_TRUE(markedMeanwhile);
     f.expectKeptAsBuilt("cut by ESC");
@@ -445,15 +446,7 @@ void expectSearchAsBuilt(SearchFixture& f, const char* step) {
 // transaction: the index must not be marked as following afterwards.
 TEST(SearchTest, AnImportWhoseBlockCannotBeCommittedLeavesNoStaleIndex) {
     SearchFixture f;
-    auto generated = [&](long businesses, unsigned seed) {
-        std::ostringstream file;
-        bench::GeneratorOptions options;
-        options.businesses = businesses;
-        options.seed = seed;
-        bench::writeTransferFile(file, options);
-        return f.importBytes(file.str());
-    };
-    ASSERT_EQ(generated(7000, 1), transfer::ImportOutcome::Finished);
+    ASSERT_EQ(f.importGenerated(7000, 1), transfer::ImportOutcome::Finished);
     search::buildIndex(f.c());
     // Late in the run, the next commit fails as on a full disk, and SQLite rolls it back.
     long records = 0;
@@ -462,7 +455,7 @@ TEST(SearchTest, AnImportWhoseBlockCannotBeCommittedLeavesNoStaleIndex) {
         sqlite3_commit_hook(
             f.c().handle(), [](void*) { return 1; }, nullptr);
     };
-    EXPECT_EQ(generated(7000, 2), transfer::ImportOutcome::Failed);
+    EXPECT_EQ(f.importGenerated(7000, 2), transfer::ImportOutcome::Failed);
     f.g().doEvents = {};
     sqlite3_commit_hook(f.c().handle(), nullptr, nullptr);
     EXPECT_GT(transfer::importRuns(f.c()).back().betriebe, 0);  // blocks of it were kept
