@@ -83,7 +83,6 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     mdiArea_->setOption(
         QMdiArea::DontMaximizeSubWindowOnActivation);  // the window keeps its designed size; the
                                                        // view scrolls
-    core::MDIForm_Load(g_, core::App_PrevInstance(core::instanceLockFile()));
     keptSize_ = QSize(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
     resize(keptSize_);
     buildMenu();
