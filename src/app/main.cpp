@@ -9,6 +9,7 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setApplicationName(tolma::core::kProductName);
     QApplication::setApplicationVersion(tolma::core::kVersionText);
+    tolma::app::loadGermanQtTranslations(app);
 
     tolma::app::Program program;
     auto& g = program.globals();

@@ -2,6 +2,8 @@
 
 #include <QApplication>
 #include <QKeyEvent>
+#include <QLibraryInfo>
+#include <QTranslator>
 
 #include "browse/data_controls.h"
 #include "core/menu.h"
@@ -31,6 +33,16 @@ class EscapeFilter : public QObject {
 };
 
 }  // namespace
+
+bool loadGermanQtTranslations(QCoreApplication& app) {
+    auto* translator = new QTranslator(&app);
+    if (!translator->load("qtbase_de", QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
+        delete translator;
+        return false;
+    }
+    QCoreApplication::installTranslator(translator);
+    return true;
+}
 
 Program::Program(core::Dialogs* dialogs) {
     browse::attachDataControls(g_);

@@ -6,6 +6,7 @@
 
 #include "core/globals.h"
 
+class QCoreApplication;
 class QObject;
 
 namespace tolma::ui {
@@ -14,6 +15,10 @@ class QtDialogs;
 }  // namespace tolma::ui
 
 namespace tolma::app {
+
+// Qt's own texts in German: the file dialogs, the standard buttons, the context menus. Returns
+// false where Debian's catalogue (qt6-translations-l10n) is not installed.
+bool loadGermanQtTranslations(QCoreApplication& app);
 
 // The desktop program as `tolma` starts it. The core's dialogs stand before the main window is
 // built and before anything is asked, so the start's first question reaches the clerk.

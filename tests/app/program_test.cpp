@@ -1,6 +1,10 @@
 // The desktop program started as main starts it.
 #include <sys/file.h>
 #include <unistd.h>
+#include <QDialogButtonBox>
+#include <QFile>
+#include <QLibraryInfo>
+#include <QPushButton>
 #include <QtTest>
 
 #include <fcntl.h>
@@ -83,6 +87,19 @@ class ProgramTest : public QObject {
         program.start(home);
         QVERIFY(program.globals().db_org.isSet());
         for (const auto& shown : alone.shown) QVERIFY(shown.title != "Programmstart!");
+    }
+
+    void qtsOwnDialogsAndButtonsSpeakGerman() {
+        const QString catalogue =
+            QLibraryInfo::path(QLibraryInfo::TranslationsPath) + "/qtbase_de.qm";
+        if (!QFile::exists(catalogue))
+            QSKIP("Qt's deutsche Übersetzungen (qt6-translations-l10n) fehlen.");
+        QVERIFY(tolma::app::loadGermanQtTranslations(*QCoreApplication::instance()));
+        QCOMPARE(QCoreApplication::translate("QFileDialog", "Open"), QString("Öffnen"));
+        QCOMPARE(QCoreApplication::translate("QFileDialog", "Look in:"), QString("Suchen in:"));
+        QDialogButtonBox buttons(QDialogButtonBox::Cancel);
+        QCOMPARE(buttons.button(QDialogButtonBox::Cancel)->text().remove('&'),
+                 QString("Abbrechen"));
     }
 };
 
