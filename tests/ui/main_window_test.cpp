@@ -11,6 +11,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScreen>
+#include <QScrollArea>
 #include <QScrollBar>
 #include <QSpinBox>
 #include <QStyle>
@@ -367,6 +368,49 @@ class MainWindowTest : public QObject {
         QCOMPARE(dialogs.shown.size(), shown + 1);
         QCOMPARE(QString::fromStdString(dialogs.shown.back()),
                  QString("Es wurde kein Datensatz ausgewählt!"));
+    }
+
+    void everyControlOfEveryTabStandsInViewWithoutScrolling() {
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        window->fitRecordView();
+        const QSize screen = window->screen()->availableGeometry().size();
+        QVERIFY(window->width() <= screen.width() && window->height() <= screen.height());
+        g->startView.Image2Visible = false;
+        g->startView.SSTab1Visible = true;
+        g->startView.Frame_UeberschriftVisible = true;
+        // A business with a legal person at its head: the person's tab shows "Personen anzeigen".
+        tolma::browse::DB_Load_DATA(*g, "01054056", "010540001074", "1", "");
+        window->refreshFromCore();
+        auto* tabs = window->findChild<QTabWidget*>("SSTab1");
+        for (int tab = 0; tab < tabs->count(); ++tab) {
+            tabs->setCurrentIndex(tab);
+            QCoreApplication::processEvents();
+            auto* scroll = qobject_cast<QScrollArea*>(tabs->currentWidget());
+            QVERIFY2(scroll->verticalScrollBar()->maximum() == 0 &&
+                         scroll->horizontalScrollBar()->maximum() == 0,
+                     qPrintable(QString("Karte %1 rollt").arg(tab)));
+            const QRect visible(scroll->viewport()->mapTo(window.get(), QPoint(0, 0)),
+                                scroll->viewport()->size());
+            for (auto* control : scroll->widget()->findChildren<QWidget*>()) {
+                if (!control->isVisibleTo(scroll->widget()) || qobject_cast<QScrollBar*>(control))
+                    continue;
+                const QRect at(control->mapTo(window.get(), QPoint(0, 0)), control->size());
+                QVERIFY2(visible.contains(at),
+                         qPrintable(QString("Karte %1: %2 steht bei %3,%4 (%5×%6) außerhalb von "
+                                            "%7×%8")
+                                        .arg(tab)
+                                        .arg(control->objectName())
+                                        .arg(at.x())
+                                        .arg(at.y())
+                                        .arg(at.width())
+                                        .arg(at.height())
+                                        .arg(visible.right() + 1)
+                                        .arg(visible.bottom() + 1)));
+            }
+        }
+        tabs->setCurrentIndex(3);
+        QVERIFY(window->findChild<QPushButton*>("Command1")->isVisible());
     }
 
     void theWindowGrowsWithinTheScreenWhereATabNeedsRoom() {
