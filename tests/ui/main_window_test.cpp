@@ -231,6 +231,41 @@ class MainWindowTest : public QObject {
         QCOMPARE(window->findChild<QLabel*>("Label2")->text(), QString("Anzeige: Meldedaten"));
     }
 
+    void listsGiveNamesTheSpareWidthAndWholeNamesInTooltips() {
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        for (const char* entry : {"menue_suchen_betrieb", "menue_suchen_person"}) {
+            window->trigger(entry);
+            const bool persons = std::string(entry) == "menue_suchen_person";
+            auto* list = window->findChild<tolma::ui::ListWindow*>(persons ? "Frm_Auswahl_Pers"
+                                                                           : "Frm_Auswahl_Betr");
+            QVERIFY(list != nullptr);
+            auto* sub = qobject_cast<QMdiSubWindow*>(list->parentWidget());
+            QCOMPARE(sub->width(), window->mdiArea()->viewport()->width());  // nothing unused
+            auto* grid = list->findChild<QTableView*>("DBGrid1");
+            const int name = persons ? 1 : 3;  // "Name (jur. Pers.)", "Betriebsname"
+            // A name cut in its cell stands whole in its tooltip.
+            QString longest;
+            for (int row = 0; row < grid->model()->rowCount(); ++row) {
+                const QModelIndex cell = grid->model()->index(row, name);
+                QCOMPARE(cell.data(Qt::ToolTipRole).toString(), cell.data().toString());
+                if (cell.data().toString().size() > longest.size())
+                    longest = cell.data().toString();
+            }
+            QVERIFY(longest.size() > 20);  // longer than the column's part of the width
+            // At 1024 pixels the columns fill the grid, and the names take the spare width.
+            sub->resize(1024, sub->height());
+            QCoreApplication::processEvents();
+            int sum = 0;
+            for (int c = 0; c < grid->model()->columnCount(); ++c) sum += grid->columnWidth(c);
+            QCOMPARE(sum, grid->viewport()->width());
+            QVERIFY(grid->columnWidth(name) >=
+                    QFontMetrics(grid->font()).horizontalAdvance(QString(18, 'M')));
+            tolma::core::A_Fenster_schliessen(*g);
+            QTRY_VERIFY(window->findChildren<tolma::ui::ListWindow*>().isEmpty());
+        }
+    }
+
     void exportFormWritesTheStoreFromTheMenu() {
         tolma::transfer::Upd_1_Start(
             *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
