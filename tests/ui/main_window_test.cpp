@@ -34,6 +34,7 @@
 #include "ui/import_windows.h"
 #include "ui/list_window.h"
 #include "ui/main_window.h"
+#include "ui/qt_dialogs.h"
 #include "ui/record_view.h"
 #include "ui/search_window.h"
 #include "ui/twips.h"
@@ -45,8 +46,10 @@ class ScriptedDialogs : public tolma::core::Dialogs {
   public:
     std::string file;
     std::vector<std::string> shown;
+    std::vector<int> styles;
     int MsgBox(const std::string& text, int style, const std::string&) override {
         shown.push_back(text);
+        styles.push_back(style);
         return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
     }
     void openInViewer(const std::string&) override {}
@@ -366,7 +369,20 @@ class MainWindowTest : public QObject {
         tolma::ui::TakeBackWindow runs(*g);
         QCOMPARE(runs.table()->rowCount(), 1);
         QCOMPARE(runs.table()->item(0, 4)->text(), QString("nein"));
+        // Enter only closes the window: taking back wants a click.
+        runs.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&runs));
+        runs.table()->setFocus();
+        const size_t asked = dialogs.shown.size();
+        QTest::keyClick(runs.table(), Qt::Key_Return);
+        QVERIFY(!runs.isVisible());
+        QCOMPARE(dialogs.shown.size(), asked);
+        QCOMPARE(runs.table()->item(0, 4)->text(), QString("nein"));
+        // Its question has "Nein" as the default answer.
         QTest::mouseClick(runs.findChild<QPushButton*>("Command_Zuruecknehmen"), Qt::LeftButton);
+        QVERIFY(dialogs.styles.size() >= asked + 1);
+        QCOMPARE(dialogs.styles[asked],
+                 tolma::core::msg::vbQuestionYesNo | tolma::core::msg::vbDefaultButton2);
         QCOMPARE(runs.table()->item(0, 4)->text(), QString("ja"));
         QCOMPARE(g->db_daten.OpenRecordset("betrieb").RecordCount(), 0L);
     }
@@ -446,6 +462,21 @@ class MainWindowTest : public QObject {
         }
         tabs->setCurrentIndex(3);
         QVERIFY(window->findChild<QPushButton*>("Command1")->isVisible());
+    }
+
+    void aQuestionWhoseStyleNamesTheSecondButtonAnswersNoToEnter() {
+        tolma::ui::QtDialogs qt(window.get());
+        const auto answerWithEnter = [&](int style) {
+            QTimer::singleShot(0, [] {
+                QTRY_VERIFY(QApplication::activeModalWidget() != nullptr);
+                QTest::keyClick(QApplication::activeModalWidget(), Qt::Key_Return);
+            });
+            return qt.MsgBox("Soll der Vorgang gestartet werden?", style, "Import zurücknehmen");
+        };
+        QCOMPARE(answerWithEnter(tolma::core::msg::vbQuestionYesNo), tolma::core::msg::vbYes);
+        QCOMPARE(
+            answerWithEnter(tolma::core::msg::vbQuestionYesNo | tolma::core::msg::vbDefaultButton2),
+            tolma::core::msg::vbNo);
     }
 
     void theWindowGrowsWithinTheScreenWhereATabNeedsRoom() {
