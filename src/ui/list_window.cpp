@@ -73,6 +73,8 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
         box->setObjectName(QString("Text1_%1").arg(i));
         box->setMaxLength(columns[i].maxLength);
         box->installEventFilter(this);
+        // Enter opens the row the search found, as "OK" does.
+        connect(box, &QLineEdit::returnPressed, this, [this] { command(0); });
         auto* label = new QLabel(QString::fromUtf8(columns[i].label), frame1_);
         label->setBuddy(box);
         search->addWidget(label, cell / 3, (cell % 3) * 2, Qt::AlignRight);

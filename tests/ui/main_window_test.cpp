@@ -234,6 +234,19 @@ class MainWindowTest : public QObject {
         QCOMPARE(window->findChild<QLabel*>("Label2")->text(), QString("Anzeige: Meldedaten"));
     }
 
+    void enterInASearchBoxOpensTheFoundRowAsOkDoes() {
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        window->trigger("menue_suchen_betrieb");
+        auto* list = window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr");
+        QVERIFY(list != nullptr);
+        QTest::keyClicks(list->findChild<QLineEdit*>("Text1_3"), "nord");
+        QTest::keyClick(list->findChild<QLineEdit*>("Text1_3"), Qt::Key_Return);
+        QTRY_VERIFY(window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr") == nullptr);
+        QCOMPARE(text("Text_1"), QString("Nordsee Bau GmbH"));
+        QVERIFY(!window->menuEntry("menue_suchen_betrieb")->isChecked());
+    }
+
     void listsGiveNamesTheSpareWidthAndWholeNamesInTooltips() {
         tolma::transfer::Upd_1_Start(
             *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
