@@ -2,7 +2,7 @@
 # Installs the Debian packages that building and testing need, where they are missing.
 set -euo pipefail
 packages=(build-essential cmake ninja-build pkg-config libsqlite3-dev sqlite3
-          libgtest-dev libgmock-dev libbenchmark-dev qt6-base-dev libgl-dev
+          libgtest-dev libgmock-dev libbenchmark-dev qt6-base-dev qt6-translations-l10n libgl-dev
           fonts-liberation xvfb xauth poppler-utils)
 missing=()
 for p in "${packages[@]}"; do

@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFileDialog>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QScreen>
@@ -11,6 +12,7 @@
 #include <QTimer>
 #include <iostream>
 
+#include "app/program.h"
 #include "browse/record_view.h"
 #include "core/globals.h"
 #include "core/menu.h"
@@ -34,6 +36,10 @@ class Silent : public tolma::core::Dialogs {
 void save(QWidget& window, const QString& dir, const QString& name) {
     QApplication::processEvents();
     window.grab().save(dir + "/" + name);
+    // On an X display the whole screen too: with a window manager it shows the window under
+    // its title bar, in the room a clerk has.
+    if (QGuiApplication::platformName() == "xcb")
+        window.screen()->grabWindow(0).save(dir + "/bildschirm-" + name);
 }
 
 }  // namespace
@@ -43,16 +49,18 @@ int main(int argc, char** argv) {
     if (argc != 4) return 2;
     const QString out = argv[1];
     QDir().mkpath(out);
+    tolma::app::loadGermanQtTranslations(app);
     Silent dialogs;
-    tolma::core::Globals g;
-    g.dialogs = &dialogs;
+    tolma::app::Program program(&dialogs);
+    auto& g = program.globals();
+    auto& window = program.window();
     g.dataDir = tolma::core::installDataDir(tolma::core::executableDir().parent_path() / "bin");
-    tolma::ui::MainWindow window(g);
     // The window in its designed size, grown where a tab needs more room.
-    window.show();
-    window.fitRecordView();
-    tolma::core::A_Start(g, argv[2]);
-    window.refreshFromCore();
+    program.start(argv[2]);
+    // Give a window manager the time to frame and place the window.
+    QElapsedTimer framing;
+    framing.start();
+    while (framing.elapsed() < 500) QApplication::processEvents();
     save(window, out, "start.png");
 
     tolma::transfer::Upd_1_Start(g, argv[3]);
@@ -118,5 +126,13 @@ int main(int argc, char** argv) {
     tolma::ui::TakeBackWindow runs(g, &window);
     runs.show();
     save(runs, out, "zuruecknehmen.png");
+    runs.close();
+
+    // Qt's own file dialog, as the import shows it, in German.
+    QFileDialog files(&window, QString(), QString::fromStdString(g.pfad_dat));
+    files.setOption(QFileDialog::DontUseNativeDialog);
+    files.setNameFilters({"Alle Dateien (*.*)", "Update-Dateien (*.tml)"});
+    files.show();
+    save(files, out, "dateiauswahl.png");
     return 0;
 }

@@ -15,6 +15,7 @@ inline constexpr int vbQuestionYesNo = 36;    // question, Yes and No
 inline constexpr int vbExclamation = 48;      // warning, OK
 inline constexpr int vbInformation = 64;      // information, OK
 inline constexpr int vbQuestionYesNoNo = 68;  // question, Yes and No
+inline constexpr int vbDefaultButton2 = 256;  // added to a style: the second button is the default
 inline constexpr int vbOK = 1;
 inline constexpr int vbYes = 6;
 inline constexpr int vbNo = 7;

@@ -52,11 +52,16 @@ const std::vector<store::Variant>& RecordsetTableModel::row(int r) const {
 }
 
 QVariant RecordsetTableModel::data(const QModelIndex& index, int role) const {
-    if (role != Qt::DisplayRole || !index.isValid() || index.row() >= rows_) return {};
+    // A name longer than its column stands whole in the cell's tooltip.
+    if ((role != Qt::DisplayRole && role != Qt::ToolTipRole) || !index.isValid() ||
+        index.row() >= rows_)
+        return {};
     const int field = fieldIndex_.at(static_cast<size_t>(index.column()));
     const auto& values = row(index.row());
     if (field < 0 || static_cast<size_t>(field) >= values.size()) return QString();
-    return QString::fromStdString(values[static_cast<size_t>(field)].toString());
+    const QString text = QString::fromStdString(values[static_cast<size_t>(field)].toString());
+    if (role == Qt::ToolTipRole && text.isEmpty()) return {};
+    return text;
 }
 
 QVariant RecordsetTableModel::headerData(int section, Qt::Orientation orientation, int role) const {

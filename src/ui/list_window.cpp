@@ -1,7 +1,5 @@
 #include "ui/list_window.h"
 
-#include <QStyle>
-
 #include <QButtonGroup>
 #include <QEvent>
 #include <QGridLayout>
@@ -13,6 +11,7 @@
 #include <QRadioButton>
 #include <QTableView>
 #include <QVBoxLayout>
+#include <string_view>
 
 #include "ui/command_buttons.h"
 #include "ui/data_control_widget.h"
@@ -20,6 +19,34 @@
 #include "ui/print_support.h"
 
 namespace tolma::ui {
+namespace {
+
+// Names are what a clerk reads a list by: they keep this many characters where the others can
+// give up room, and they get what is spare.
+constexpr int kNameCharacters = 24;
+
+// Takes up to `excess` pixels from the columns `which`, each in proportion to what it has
+// beyond its heading in two lines, never below that; returns what is still missing (below
+// zero where rounding took a few pixels too many).
+int narrowColumns(std::vector<int>& widths, const std::vector<int>& floors,
+                  const std::vector<int>& which, int excess) {
+    int beyond = 0;
+    for (int c : which)
+        beyond += std::max(0, widths[static_cast<size_t>(c)] - floors[static_cast<size_t>(c)]);
+    if (excess <= 0 || beyond <= 0) return excess;
+    const long wanted = std::min(excess, beyond);
+    for (int c : which) {
+        const int own = widths[static_cast<size_t>(c)] - floors[static_cast<size_t>(c)];
+        if (own <= 0) continue;
+        // Rounded up, so that the columns fit.
+        const int cut = std::min(own, static_cast<int>((own * wanted + beyond - 1) / beyond));
+        widths[static_cast<size_t>(c)] -= cut;
+        excess -= cut;
+    }
+    return excess;
+}
+
+}  // namespace
 
 ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form, QWidget* parent)
     : QWidget(parent),
@@ -46,6 +73,8 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
         box->setObjectName(QString("Text1_%1").arg(i));
         box->setMaxLength(columns[i].maxLength);
         box->installEventFilter(this);
+        // Enter opens the row the search found, as "OK" does.
+        connect(box, &QLineEdit::returnPressed, this, [this] { command(0); });
         auto* label = new QLabel(QString::fromUtf8(columns[i].label), frame1_);
         label->setBuddy(box);
         search->addWidget(label, cell / 3, (cell % 3) * 2, Qt::AlignRight);
@@ -72,10 +101,11 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
     grid_->setSelectionBehavior(QAbstractItemView::SelectRows);
     grid_->setSelectionMode(QAbstractItemView::SingleSelection);
     grid_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    // A long name is cut at its last character that fits, not at its first word.
+    grid_->setWordWrap(false);
     grid_->verticalHeader()->setDefaultSectionSize(grid_->fontMetrics().height() + 4);
     model_ = new RecordsetTableModel(form_->data, columns, this);
     grid_->setModel(model_);
-    grid_->horizontalHeader()->setStretchLastSection(true);
     // Wide enough for the caption and, for names, for a good part of the name.
     for (int c = 0; c < static_cast<int>(columns.size()); ++c) {
         const auto& column = columns[static_cast<size_t>(c)];
@@ -83,15 +113,23 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
             grid_->fontMetrics().horizontalAdvance(QString::fromUtf8(column.caption)) + 20;
         const int content = grid_->fontMetrics().horizontalAdvance('M') *
                             std::min(column.maxLength > 0 ? column.maxLength : 12, 18);
-        grid_->setColumnWidth(c, std::max(caption, content));
-        // Narrowed, a heading breaks between its words: its widest word is what it must keep.
-        int word = 0;
-        for (const auto& part : QString::fromUtf8(column.caption).split(' '))
-            word = std::max(word, grid_->fontMetrics().horizontalAdvance(part));
-        captionWidths_.push_back(word + 20);
+        naturalWidths_.push_back(std::max(caption, content));
+        grid_->setColumnWidth(c, naturalWidths_.back());
+        // Narrowed, a heading breaks between its words into two lines, for which the header has
+        // room: the wider line at its best break is what it must keep.
+        const QStringList words = QString::fromUtf8(column.caption).split(' ');
+        const auto advance = [this](const QStringList& part) {
+            return grid_->fontMetrics().horizontalAdvance(part.join(' '));
+        };
+        int twoLines = advance(words);
+        for (qsizetype i = 1; i < words.size(); ++i)
+            twoLines =
+                std::min(twoLines, std::max(advance(words.mid(0, i)), advance(words.mid(i))));
+        captionWidths_.push_back(twoLines + 20);
     }
     grid_->horizontalHeader()->setDefaultAlignment(
         Qt::Alignment::fromInt(Qt::AlignCenter | Qt::TextWordWrap));
+    grid_->viewport()->installEventFilter(this);  // its width is the columns' to fill
     connect(grid_, &QTableView::doubleClicked, this, [this] { command(0); });
     list->addWidget(grid_);
     auto* under = new QHBoxLayout;
@@ -150,36 +188,37 @@ ListWindow::~ListWindow() {
     browse::Form_Unload(g_, *form_);
 }
 
-int ListWindow::widthForAllColumns() const {
-    int columns = 0;
-    for (int c = 0; c < grid_->model()->columnCount(); ++c) columns += grid_->columnWidth(c);
-    // The grid's row numbers, its scroll bar and frame, and the margins of the form's frames.
-    const int grid = grid_->verticalHeader()->sizeHint().width() +
-                     grid_->style()->pixelMetric(QStyle::PM_ScrollBarExtent) +
-                     2 * grid_->frameWidth() + 12;
-    return columns + grid + width() - grid_->viewport()->width() -
-           grid_->verticalHeader()->width() -
-           grid_->style()->pixelMetric(QStyle::PM_ScrollBarExtent) - 2 * grid_->frameWidth();
-}
-
-void ListWindow::narrowColumnsTo(int width) {
-    const int excess = widthForAllColumns() - width;
-    if (excess <= 0) return;
-    int beyond = 0;
-    for (int c = 0; c < static_cast<int>(captionWidths_.size()); ++c)
-        beyond += std::max(0, grid_->columnWidth(c) - captionWidths_[static_cast<size_t>(c)]);
-    if (beyond <= 0) return;
-    for (int c = 0; c < static_cast<int>(captionWidths_.size()); ++c) {
-        const int caption = captionWidths_[static_cast<size_t>(c)];
-        const int own = grid_->columnWidth(c) - caption;
-        if (own <= 0) continue;
-        // Rounded up, so that the columns fit; never below the caption.
-        const int cut = std::min(
-            own, static_cast<int>((static_cast<long>(own) * excess + beyond - 1) / beyond));
-        grid_->setColumnWidth(c, grid_->columnWidth(c) - cut);
+void ListWindow::fitColumns() {
+    const int columns = static_cast<int>(naturalWidths_.size());
+    std::vector<int> widths = naturalWidths_, names, others;
+    const int nameWidth = kNameCharacters * grid_->fontMetrics().horizontalAdvance('M');
+    for (int c = 0; c < columns; ++c) {
+        if (std::string_view(form_->columns()[static_cast<size_t>(c)].field).ends_with("name")) {
+            names.push_back(c);
+            widths[static_cast<size_t>(c)] = std::max(widths[static_cast<size_t>(c)], nameWidth);
+        } else {
+            others.push_back(c);
+        }
+    }
+    int excess = -grid_->viewport()->width();
+    for (int w : widths) excess += w;
+    excess = narrowColumns(widths, captionWidths_, others, excess);
+    excess = narrowColumns(widths, captionWidths_, names, excess);
+    if (excess < 0) {
+        if (names.empty()) names.push_back(columns - 1);
+        const int spare = -excess, share = spare / static_cast<int>(names.size());
+        for (int c : names) widths[static_cast<size_t>(c)] += share;
+        widths[static_cast<size_t>(names.front())] +=
+            spare - share * static_cast<int>(names.size());
+    }
+    bool narrowed = false;
+    for (int c = 0; c < columns; ++c) {
+        grid_->setColumnWidth(c, widths[static_cast<size_t>(c)]);
+        narrowed =
+            narrowed || widths[static_cast<size_t>(c)] < naturalWidths_[static_cast<size_t>(c)];
     }
     auto* header = grid_->horizontalHeader();
-    header->setMinimumHeight(2 * header->fontMetrics().height() + 8);  // room for two lines
+    header->setMinimumHeight(narrowed ? 2 * header->fontMetrics().height() + 8 : 0);
 }
 
 void ListWindow::refreshFromCore() {
@@ -221,6 +260,7 @@ void ListWindow::command(int index) {
 }
 
 bool ListWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == grid_->viewport() && event->type() == QEvent::Resize) fitColumns();
     if (event->type() == QEvent::MouseButtonPress) {
         for (size_t i = 0; i < boxes_.size(); ++i) {
             if (watched != boxes_[i]) continue;

@@ -26,11 +26,10 @@ class ListWindow : public QWidget {
     ~ListWindow() override;
 
     browse::ListForm& form() { return *form_; }
-    // The width at which every column of the grid shows whole.
-    int widthForAllColumns() const;
-    // Narrows the columns wider than their headings' widest words, each by a share of what it
-    // has beyond that, until all of them fit into `width`; a narrowed heading takes two lines.
-    void narrowColumnsTo(int width);
+    // The columns fill the grid's width. Where room is short, the columns wider than their
+    // headings in two lines give up a share of what they have beyond that, the names last; what
+    // is spare goes to the names.
+    void fitColumns();
     // Shows the form's state: rows, current row, counter, search frame.
     void refreshFromCore();
 
@@ -48,7 +47,8 @@ class ListWindow : public QWidget {
     core::Globals& g_;
     std::unique_ptr<browse::ListForm> form_;
     std::vector<QLineEdit*> boxes_;
-    std::vector<int> captionWidths_;  // per column: its heading's widest word
+    std::vector<int> naturalWidths_;  // per column: its caption or a good part of its values
+    std::vector<int> captionWidths_;  // per column: its heading's width in two lines
     QGroupBox* frame1_;
     QTableView* grid_;
     RecordsetTableModel* model_;

@@ -83,7 +83,6 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     mdiArea_->setOption(
         QMdiArea::DontMaximizeSubWindowOnActivation);  // the window keeps its designed size; the
                                                        // view scrolls
-    core::MDIForm_Load(g_, core::App_PrevInstance(core::instanceLockFile()));
     keptSize_ = QSize(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
     resize(keptSize_);
     buildMenu();
@@ -147,15 +146,9 @@ QMdiSubWindow* MainWindow::addChild(QWidget* widget, const QSize& size) {
     return window;
 }
 
-// A list as wide as its columns need, within the main window.
-void MainWindow::fitListWindow(QMdiSubWindow* window, ListWindow* list) {
-    QCoreApplication::processEvents();  // the grid has its size once laid out
-    const int frame = window->width() - list->width();
-    // Where the main window is too narrow, the wider columns give up room down to their
-    // headings' widest words, so that every heading still shows, in two lines where needed.
-    list->narrowColumnsTo(mdiArea_->viewport()->width() - frame);
-    const int wanted = std::min(list->widthForAllColumns() + frame, mdiArea_->viewport()->width());
-    if (wanted > window->width()) window->resize(wanted, window->height());
+// A list as wide as the main window: its columns share the width.
+void MainWindow::fitListWindow(QMdiSubWindow* window, ListWindow*) {
+    window->resize(mdiArea_->viewport()->width(), window->height());
 }
 
 void MainWindow::unloadForm(const std::string& name) {

@@ -37,7 +37,8 @@ int QtDialogs::MsgBox(const std::string& text, int style, const std::string& tit
     if (core::msg::hasYesNo(style)) {
         auto* yes = box.addButton("&Ja", QMessageBox::YesRole);
         auto* no = box.addButton("&Nein", QMessageBox::NoRole);
-        box.setDefaultButton(yes);
+        // Enter gives the default: "Ja", unless the style names the second button.
+        box.setDefaultButton((style & 0x300) == core::msg::vbDefaultButton2 ? no : yes);
         box.setEscapeButton(static_cast<QAbstractButton*>(no));
         box.exec();
         return box.clickedButton() == static_cast<QAbstractButton*>(yes) ? core::msg::vbYes

@@ -11,6 +11,9 @@ namespace tolma::ui {
 class QtDialogs : public core::Dialogs {
   public:
     explicit QtDialogs(QWidget* parent) : parent_(parent) {}
+    // The window the dialogs stand over; the main window is built after the dialogs, which
+    // answer its start already.
+    void setParentWidget(QWidget* parent) { parent_ = parent; }
     int MsgBox(const std::string& text, int style, const std::string& title) override;
     void openInViewer(const std::string& path) override;
     std::string chooseFile(const std::string& startDirectory, const std::string& filter,

@@ -18,6 +18,7 @@
 #include "ui/data_control_widget.h"
 #include "ui/pictures.h"
 #include "ui/record_view_layout.h"
+#include "ui/twips.h"
 #include "ui/value_box.h"
 
 namespace tolma::ui {
@@ -41,6 +42,19 @@ const std::string* stateBox(core::Globals& g, const std::string& name) {
     if (name == "Text_Ummeldung") return &v.Text_Ummeldung;
     if (name == "TextPers_8") return &v.TextPers_8;
     return nullptr;
+}
+
+// A grid of label and box pairs with the view's tight spacing.
+void spaceGrid(const QWidget* view, QGridLayout* grid) {
+    const auto& room = layout::spacing();
+    grid->setVerticalSpacing(twipsToPixels(view, room.rowGap));
+    grid->setHorizontalSpacing(twipsToPixels(view, room.columnGap));
+}
+
+void setFrameMargins(const QWidget* view, QLayout* inside) {
+    const auto& room = layout::spacing();
+    const int side = twipsToPixels(view, room.frameMargin);
+    inside->setContentsMargins(side, twipsToPixels(view, room.frameTop), side, side);
 }
 
 void setText(QWidget* w, const QString& text) {
@@ -76,6 +90,9 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
     setWindowTitle("Frm_Start");
     setFocusPolicy(Qt::StrongFocus);
     auto* outer = new QVBoxLayout(this);
+    const int gap = twipsToPixels(this, layout::spacing().frameGap);
+    outer->setContentsMargins(gap, gap, gap, gap);
+    outer->setSpacing(gap);
 
     // Top: the action label and the heading of the business.
     auto* top = new QHBoxLayout;
@@ -85,6 +102,7 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
     auto* frame1 = new QGroupBox("Aktion", this);
     frame1->setObjectName("Frame1");
     auto* f1 = new QVBoxLayout(frame1);
+    setFrameMargins(this, f1);
     label2_->setObjectName("Label2");
     label2_->setText(QString::fromStdString(g_.startView.Label2));
     QFont bold = label2_->font();
@@ -95,6 +113,8 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
     top->addWidget(frame1, 1);
     frameUeberschrift_->setObjectName("Frame_Ueberschrift");
     auto* head = new QGridLayout(frameUeberschrift_);
+    spaceGrid(this, head);
+    setFrameMargins(this, head);
     int row = 0, column = 0;
     for (const auto& def : layout::headingFields()) addField(head, row, column, 2, &def);
     top->addWidget(frameUeberschrift_, 4);
@@ -122,6 +142,7 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
     auto* bottom = new QHBoxLayout;
     frameAnzahl_->setObjectName("Frame_Anzahl");
     auto* fa = new QHBoxLayout(frameAnzahl_);
+    setFrameMargins(this, fa);
     dataPers_ = new DataControlWidget(
         browse::dataControls(g_).DATA_PERS, [this] { moved(); }, frameAnzahl_);
     controls_.push_back(dataPers_);
@@ -133,6 +154,7 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
     auto* frameProgress = new QGroupBox("Fortschritt", this);
     frameProgress->setObjectName("Frame_Progress");
     auto* fp = new QHBoxLayout(frameProgress);
+    setFrameMargins(this, fp);
     progress_->setObjectName("ProgressBar1");
     progress_->setTextVisible(false);
     fp->addWidget(progress_);
@@ -198,6 +220,8 @@ QGroupBox* RecordView::buildFrame(const FrameBuild& build) {
     auto* frame = new QGroupBox(def.caption ? QString::fromUtf8(def.caption) : QString(), this);
     frame->setObjectName(def.name);
     auto* grid = new QGridLayout(frame);
+    spaceGrid(this, grid);
+    setFrameMargins(this, grid);
     const int columns = def.columns ? def.columns : def.fields.size() > 4 ? 2 : 1;
     int row = 0, column = 0;
     if (def.dataControl) {
@@ -230,14 +254,19 @@ QWidget* RecordView::buildTab(int index) {
     const layout::TabDef& def = layout::tabs()[static_cast<size_t>(index)];
     auto* page = new QWidget;
     auto* pageLayout = new QVBoxLayout(page);
+    const int gap = twipsToPixels(this, layout::spacing().frameGap);
+    pageLayout->setContentsMargins(gap, gap, gap, gap);
+    pageLayout->setSpacing(gap);
     if (!def.loose.empty()) {
         auto* grid = new QGridLayout;
+        spaceGrid(this, grid);
         int row = 0, column = 0;
         for (const auto& field : def.loose) addField(grid, row, column, 3, &field);
         pageLayout->addLayout(grid);
     }
     // Frames side by side in two columns where there is room, each a group of its own.
     auto* frames = new QGridLayout;
+    frames->setSpacing(gap);
     int cell = 0;
     for (const auto& frame : def.frames) {
         FrameBuild b{&frame};

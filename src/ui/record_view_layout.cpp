@@ -2,6 +2,11 @@
 
 namespace tolma::ui::layout {
 
+const Spacing& spacing() {
+    static const Spacing room = {45, 90, 90, 45, 90};
+    return room;
+}
+
 const std::vector<FieldDef>& headingFields() {
     static const std::vector<FieldDef> fields = {
         {"Text_0", "DATA_BETR", "betr-nr", "Betr-Nummer:"},
@@ -147,7 +152,7 @@ const std::vector<TabDef>& tabs() {
          },
          {
              // Tab 3 is the fullest: its frames take three pairs a row, so that "Personen
-             // anzeigen" stands in view on a screen 768 pixels high.
+             // anzeigen" stands in view in the 700 pixels a 1024×768 screen leaves a window.
              {"Frame2",
               nullptr,
               nullptr,

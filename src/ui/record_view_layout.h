@@ -37,6 +37,18 @@ struct TabDef {
     std::vector<FrameDef> frames;
 };
 
+// Room between boxes and frames, in twips. Tight, so that the fullest tab ("Personen", with
+// "Personen anzeigen" at its foot) stands whole under the heading in 1024×700 pixels of window:
+// what a 1024×768 screen leaves under a title bar and a desktop's panel.
+struct Spacing {
+    int rowGap;       // between two rows of boxes
+    int columnGap;    // between a box and the label of the next pair
+    int frameMargin;  // inside a frame: left, right, bottom
+    int frameTop;     // inside a frame, below its caption
+    int frameGap;     // between frames, and around the tabs' pages
+};
+const Spacing& spacing();
+
 const std::vector<FieldDef>& headingFields();
 const std::vector<TabDef>& tabs();
 

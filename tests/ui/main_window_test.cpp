@@ -11,6 +11,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QScreen>
+#include <QScrollArea>
 #include <QScrollBar>
 #include <QSpinBox>
 #include <QStyle>
@@ -33,6 +34,7 @@
 #include "ui/import_windows.h"
 #include "ui/list_window.h"
 #include "ui/main_window.h"
+#include "ui/qt_dialogs.h"
 #include "ui/record_view.h"
 #include "ui/search_window.h"
 #include "ui/twips.h"
@@ -44,8 +46,10 @@ class ScriptedDialogs : public tolma::core::Dialogs {
   public:
     std::string file;
     std::vector<std::string> shown;
+    std::vector<int> styles;
     int MsgBox(const std::string& text, int style, const std::string&) override {
         shown.push_back(text);
+        styles.push_back(style);
         return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
     }
     void openInViewer(const std::string&) override {}
@@ -230,6 +234,54 @@ class MainWindowTest : public QObject {
         QCOMPARE(window->findChild<QLabel*>("Label2")->text(), QString("Anzeige: Meldedaten"));
     }
 
+    void enterInASearchBoxOpensTheFoundRowAsOkDoes() {
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        window->trigger("menue_suchen_betrieb");
+        auto* list = window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr");
+        QVERIFY(list != nullptr);
+        QTest::keyClicks(list->findChild<QLineEdit*>("Text1_3"), "nord");
+        QTest::keyClick(list->findChild<QLineEdit*>("Text1_3"), Qt::Key_Return);
+        QTRY_VERIFY(window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr") == nullptr);
+        QCOMPARE(text("Text_1"), QString("Nordsee Bau GmbH"));
+        QVERIFY(!window->menuEntry("menue_suchen_betrieb")->isChecked());
+    }
+
+    void listsGiveNamesTheSpareWidthAndWholeNamesInTooltips() {
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        for (const char* entry : {"menue_suchen_betrieb", "menue_suchen_person"}) {
+            window->trigger(entry);
+            const bool persons = std::string(entry) == "menue_suchen_person";
+            auto* list = window->findChild<tolma::ui::ListWindow*>(persons ? "Frm_Auswahl_Pers"
+                                                                           : "Frm_Auswahl_Betr");
+            QVERIFY(list != nullptr);
+            auto* sub = qobject_cast<QMdiSubWindow*>(list->parentWidget());
+            QCOMPARE(sub->width(), window->mdiArea()->viewport()->width());  // nothing unused
+            auto* grid = list->findChild<QTableView*>("DBGrid1");
+            const int name = persons ? 1 : 3;  // "Name (jur. Pers.)", "Betriebsname"
+            // A name cut in its cell stands whole in its tooltip.
+            QString longest;
+            for (int row = 0; row < grid->model()->rowCount(); ++row) {
+                const QModelIndex cell = grid->model()->index(row, name);
+                QCOMPARE(cell.data(Qt::ToolTipRole).toString(), cell.data().toString());
+                if (cell.data().toString().size() > longest.size())
+                    longest = cell.data().toString();
+            }
+            QVERIFY(longest.size() > 20);  // longer than the column's part of the width
+            // At 1024 pixels the columns fill the grid, and the names take the spare width.
+            sub->resize(1024, sub->height());
+            QCoreApplication::processEvents();
+            int sum = 0;
+            for (int c = 0; c < grid->model()->columnCount(); ++c) sum += grid->columnWidth(c);
+            QCOMPARE(sum, grid->viewport()->width());
+            QVERIFY(grid->columnWidth(name) >=
+                    QFontMetrics(grid->font()).horizontalAdvance(QString(18, 'M')));
+            tolma::core::A_Fenster_schliessen(*g);
+            QTRY_VERIFY(window->findChildren<tolma::ui::ListWindow*>().isEmpty());
+        }
+    }
+
     void exportFormWritesTheStoreFromTheMenu() {
         tolma::transfer::Upd_1_Start(
             *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
@@ -340,7 +392,20 @@ class MainWindowTest : public QObject {
         tolma::ui::TakeBackWindow runs(*g);
         QCOMPARE(runs.table()->rowCount(), 1);
         QCOMPARE(runs.table()->item(0, 4)->text(), QString("nein"));
+        // Enter only closes the window: taking back wants a click.
+        runs.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&runs));
+        runs.table()->setFocus();
+        const size_t asked = dialogs.shown.size();
+        QTest::keyClick(runs.table(), Qt::Key_Return);
+        QVERIFY(!runs.isVisible());
+        QCOMPARE(dialogs.shown.size(), asked);
+        QCOMPARE(runs.table()->item(0, 4)->text(), QString("nein"));
+        // Its question has "Nein" as the default answer.
         QTest::mouseClick(runs.findChild<QPushButton*>("Command_Zuruecknehmen"), Qt::LeftButton);
+        QVERIFY(dialogs.styles.size() >= asked + 1);
+        QCOMPARE(dialogs.styles[asked],
+                 tolma::core::msg::vbQuestionYesNo | tolma::core::msg::vbDefaultButton2);
         QCOMPARE(runs.table()->item(0, 4)->text(), QString("ja"));
         QCOMPARE(g->db_daten.OpenRecordset("betrieb").RecordCount(), 0L);
     }
@@ -377,6 +442,64 @@ class MainWindowTest : public QObject {
         QCOMPARE(dialogs.shown.size(), shown + 1);
         QCOMPARE(QString::fromStdString(dialogs.shown.back()),
                  QString("Es wurde kein Datensatz ausgewählt!"));
+    }
+
+    void everyControlOfEveryTabStandsInViewWithoutScrolling() {
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        window->fitRecordView();
+        const QSize screen = window->screen()->availableGeometry().size();
+        QVERIFY(window->width() <= screen.width() && window->height() <= screen.height());
+        g->startView.Image2Visible = false;
+        g->startView.SSTab1Visible = true;
+        g->startView.Frame_UeberschriftVisible = true;
+        // A business with a legal person at its head: the person's tab shows "Personen anzeigen".
+        tolma::browse::DB_Load_DATA(*g, "01054056", "010540001074", "1", "");
+        window->refreshFromCore();
+        auto* tabs = window->findChild<QTabWidget*>("SSTab1");
+        for (int tab = 0; tab < tabs->count(); ++tab) {
+            tabs->setCurrentIndex(tab);
+            QCoreApplication::processEvents();
+            auto* scroll = qobject_cast<QScrollArea*>(tabs->currentWidget());
+            QVERIFY2(scroll->verticalScrollBar()->maximum() == 0 &&
+                         scroll->horizontalScrollBar()->maximum() == 0,
+                     qPrintable(QString("Karte %1 rollt").arg(tab)));
+            const QRect visible(scroll->viewport()->mapTo(window.get(), QPoint(0, 0)),
+                                scroll->viewport()->size());
+            for (auto* control : scroll->widget()->findChildren<QWidget*>()) {
+                if (!control->isVisibleTo(scroll->widget()) || qobject_cast<QScrollBar*>(control))
+                    continue;
+                const QRect at(control->mapTo(window.get(), QPoint(0, 0)), control->size());
+                QVERIFY2(visible.contains(at),
+                         qPrintable(QString("Karte %1: %2 steht bei %3,%4 (%5×%6) außerhalb von "
+                                            "%7×%8")
+                                        .arg(tab)
+                                        .arg(control->objectName())
+                                        .arg(at.x())
+                                        .arg(at.y())
+                                        .arg(at.width())
+                                        .arg(at.height())
+                                        .arg(visible.right() + 1)
+                                        .arg(visible.bottom() + 1)));
+            }
+        }
+        tabs->setCurrentIndex(3);
+        QVERIFY(window->findChild<QPushButton*>("Command1")->isVisible());
+    }
+
+    void aQuestionWhoseStyleNamesTheSecondButtonAnswersNoToEnter() {
+        tolma::ui::QtDialogs qt(window.get());
+        const auto answerWithEnter = [&](int style) {
+            QTimer::singleShot(0, [] {
+                QTRY_VERIFY(QApplication::activeModalWidget() != nullptr);
+                QTest::keyClick(QApplication::activeModalWidget(), Qt::Key_Return);
+            });
+            return qt.MsgBox("Soll der Vorgang gestartet werden?", style, "Import zurücknehmen");
+        };
+        QCOMPARE(answerWithEnter(tolma::core::msg::vbQuestionYesNo), tolma::core::msg::vbYes);
+        QCOMPARE(
+            answerWithEnter(tolma::core::msg::vbQuestionYesNo | tolma::core::msg::vbDefaultButton2),
+            tolma::core::msg::vbNo);
     }
 
     void theWindowGrowsWithinTheScreenWhereATabNeedsRoom() {
