@@ -344,10 +344,12 @@ Prepared prepare(std::string_view jetSql, const Catalog* catalog) {
         made->parts = std::move(g.parts);
         made->numbers = std::move(g.numbers);
         shape = made;
-        std::lock_guard lock(mutex);
-        if (shapes.size() > 20000)
-            shapes.clear();  // texts of many shapes come and go with the clerk's filters
-        shapes[key] = shape;
+        if (!g.valuesInNames) {
+            std::lock_guard lock(mutex);
+            if (shapes.size() > 20000)
+                shapes.clear();  // texts of many shapes come and go with the clerk's filters
+            shapes[key] = shape;
+        }
     }
     out.values.insert(out.values.end(), shape->numbers.begin(), shape->numbers.end());
     out.shape = std::move(shape);

@@ -56,6 +56,16 @@ TEST(JetTranslate, AControlCharacterWhereAValueStoodIsNoValue) {
               "SELECT * FROM [betrieb] WHERE ([b-ort] = ([\x01]) COLLATE jetde)");
 }
 
+// A column without a name of its own is named by its expression as written, values included,
+// so two texts that differ only in such a value name their columns apart.
+TEST(JetTranslate, AnUnnamedColumnIsNamedByItsOwnValues) {
+    for (const char* value : {"'a'", "'b'", "#1/2/2020#", "#1/3/2020#"}) {
+        const std::string name = std::string(value) + " & [b-ort]";
+        const std::string sql = translate("SELECT " + name + " FROM betrieb");
+        EXPECT_NE(sql.find("AS \"" + name + "\""), std::string::npos) << sql;
+    }
+}
+
 TEST(JetLike, WildcardsAndFolding) {
     struct Case {
         const char* pattern;
