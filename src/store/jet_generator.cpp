@@ -94,6 +94,7 @@ class Generator {
         }
         g.numeric = numeric_;
         g.numbers = numbers_;
+        g.valuesInNames = valuesInNames_;
         return g;
     }
 
@@ -331,8 +332,11 @@ class Generator {
                 text = o.sql;
                 if (!item.alias.empty())
                     text += " AS " + bracket(item.alias);
-                else if (item.expr->kind != ExprKind::Column)
+                else if (item.expr->kind != ExprKind::Column) {
                     text += " AS " + quotedName(item.written);
+                    if (item.written.find_first_of("'\"#") != std::string::npos)
+                        valuesInNames_ = true;
+                }
                 if (groupForDistinct)
                     distinctGroups += (distinctGroups.empty() ? "" : ", ") +
                                       (o.type == Type::Number || o.key ? o.sql : german(o));
@@ -385,6 +389,7 @@ class Generator {
     int values_;
     std::vector<bool> numeric_;
     std::vector<std::string> numbers_;
+    bool valuesInNames_ = false;
 };
 
 }  // namespace

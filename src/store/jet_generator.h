@@ -14,6 +14,9 @@ struct Generated {
     std::vector<bool> numeric;         // per parameter: bound as a number
     std::vector<std::string> numbers;  // the values of ?n+1.., as written
     SelectParts parts;                 // of a SELECT
+    // A column is named by its expression as written, values included ("SELECT 'a' & x"):
+    // the text differs from another of the same shape in more than its values.
+    bool valuesInNames = false;
 };
 
 // `values` is the number of texts and dates the statement holds (its Text and Date tokens).

@@ -210,6 +210,21 @@ std::string withoutClosingSemicolon(std::string_view text) {
     return s;
 }
 
+// Bytes with a meaning of their own in a shape's key: where a text, a date and the text's end
+// stand, and the escape. Any of them in the text itself is escaped, so that no text (a name or
+// a criterion typed with a control character in it) reads as another text's shape.
+constexpr char kTextMark = '\x01';
+constexpr char kDateMark = '\x02';
+constexpr char kEscape = '\x03';
+constexpr char kEndMark = '\x1f';
+
+void appendToKey(std::string& key, std::string_view written) {
+    for (const char c : written) {
+        if (c == kTextMark || c == kDateMark || c == kEscape || c == kEndMark) key += kEscape;
+        key += c;
+    }
+}
+
 // The key of a text's shape: the text with its texts and dates taken out into `values`.
 bool splitValues(std::string_view text, std::string& key, std::vector<std::string>& values) {
     key.reserve(text.size() + 16);
@@ -218,7 +233,7 @@ bool splitValues(std::string_view text, std::string& key, std::vector<std::strin
         if (c == '[') {
             const size_t end = text.find(']', i + 1);
             if (end == std::string_view::npos) return false;
-            key.append(text.substr(i, end - i + 1));
+            appendToKey(key, text.substr(i, end - i + 1));
             i = end;
         } else if (c == '\'' || c == '"') {
             std::string value;
@@ -236,7 +251,7 @@ bool splitValues(std::string_view text, std::string& key, std::vector<std::strin
                 value += text[j];
             }
             values.push_back(std::move(value));
-            key += '\x01';
+            key += kTextMark;
             i = j;
         } else if (c == '#') {
             const size_t end = text.find('#', i + 1);
@@ -244,10 +259,10 @@ bool splitValues(std::string_view text, std::string& key, std::vector<std::strin
             std::string date = ast::dateValue(std::string(text.substr(i + 1, end - i - 1)));
             if (date.empty()) return false;
             values.push_back(std::move(date));
-            key += '\x02';
+            key += kDateMark;
             i = end;
         } else {
-            key += c;
+            appendToKey(key, std::string_view(&text[i], 1));
         }
     }
     return true;
@@ -309,7 +324,7 @@ Prepared prepare(std::string_view jetSql, const Catalog* catalog) {
         ast::lex(jetSql);
         throw std::logic_error("unreachable");
     }
-    key += '\x1f';
+    key += kEndMark;
     if (catalog) key += std::to_string(catalog->id);
 
     static std::mutex mutex;
@@ -329,10 +344,12 @@ Prepared prepare(std::string_view jetSql, const Catalog* catalog) {
         made->parts = std::move(g.parts);
         made->numbers = std::move(g.numbers);
         shape = made;
-        std::lock_guard lock(mutex);
-        if (shapes.size() > 20000)
-            shapes.clear();  // texts of many shapes come and go with the clerk's filters
-        shapes[key] = shape;
+        if (!g.valuesInNames) {
+            std::lock_guard lock(mutex);
+            if (shapes.size() > 20000)
+                shapes.clear();  // texts of many shapes come and go with the clerk's filters
+            shapes[key] = shape;
+        }
     }
     out.values.insert(out.values.end(), shape->numbers.begin(), shape->numbers.end());
     out.shape = std::move(shape);

@@ -88,7 +88,7 @@ TEST(RecordReportTest, BusinessHeadsTablesInTwoColumnsAndKeepsTheQueries) {
     const auto t = f.texts();
     ASSERT_GE(t.size(), 3u);
     EXPECT_EQ(t[0], "Betriebsnummer: 1001     Seite: 1");
-    const Call& head = f.printer.printed()[0];
+    const Call head = f.printer.printed()[0];  // a copy: printed() returns a new list
     EXPECT_EQ(head.font.name, "Courier New");
     EXPECT_EQ(head.font.size, 12);
     EXPECT_TRUE(head.font.bold && head.font.underline);

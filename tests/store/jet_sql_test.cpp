@@ -1,6 +1,7 @@
 // The translation of the old engine's query language, rule by rule.
 #include <gtest/gtest.h>
 
+#include "store/dao_error.h"
 #include "store/jet_sql.h"
 
 namespace tolma::store::jet {
@@ -22,6 +23,47 @@ TEST(JetTranslate, ConditionsPastedByCallersCarryTheirValuesSafely) {
         {"CREATE TABLE x (a TEXT);", "CREATE TABLE x (a TEXT)"},
     };
     for (const auto& c : cases) EXPECT_EQ(translate(c.jet, &keys), c.sqlite) << c.jet;
+}
+
+// Texts that differ only in their values share one translated shape. A text that holds, where
+// another held a value, a byte that the shapes use to mark values is a text of its own: it is
+// read (and here refused as the syntax error it is), never answered with the other's shape and
+// values it does not have.
+TEST(JetTranslate, AControlCharacterWhereAValueStoodIsNoValue) {
+    struct Case {
+        const char* withValue;
+        std::string withMark;
+    } cases[] = {
+        {"SELECT * FROM betrieb WHERE [b-eintr-name] = 'Bäcker'",
+         std::string("SELECT * FROM betrieb WHERE [b-eintr-name] = \x01")},
+        {"SELECT * FROM betrieb WHERE [b-datum] = #12/31/2020#",
+         std::string("SELECT * FROM betrieb WHERE [b-datum] = \x02")},
+        {"[b-eintr-name] = 'A' OR [b-ort] = 'B'",
+         std::string("[b-eintr-name] = 'A' OR [b-ort] = \x01")},
+    };
+    for (const auto& c : cases) {
+        translate(c.withValue);
+        try {
+            const std::string second = translate(c.withMark);
+            ADD_FAILURE() << "translated as " << second;
+        } catch (const DaoError& e) {
+            EXPECT_EQ(e.number(), err::kSyntaxError) << c.withValue;
+        }
+    }
+    // A name may hold such a byte; its text keeps it and takes no value from elsewhere.
+    translate("SELECT * FROM betrieb WHERE [b-ort] = 'x'");
+    EXPECT_EQ(translate("SELECT * FROM betrieb WHERE [b-ort] = [\x01]"),
+              "SELECT * FROM [betrieb] WHERE ([b-ort] = ([\x01]) COLLATE jetde)");
+}
+
+// A column without a name of its own is named by its expression as written, values included,
+// so two texts that differ only in such a value name their columns apart.
+TEST(JetTranslate, AnUnnamedColumnIsNamedByItsOwnValues) {
+    for (const char* value : {"'a'", "'b'", "#1/2/2020#", "#1/3/2020#"}) {
+        const std::string name = std::string(value) + " & [b-ort]";
+        const std::string sql = translate("SELECT " + name + " FROM betrieb");
+        EXPECT_NE(sql.find("AS \"" + name + "\""), std::string::npos) << sql;
+    }
 }
 
 TEST(JetLike, WildcardsAndFolding) {
