@@ -382,7 +382,9 @@ TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) 
                 g,
                 "Der Datenbestand wird auf den Stand vor diesen Importläufen zurückgesetzt:\n" +
                     names + "Soll der Vorgang gestartet werden?",
-                core::msg::vbQuestionYesNo, title) != core::msg::vbYes) {
+                // "Nein" by default: a second Enter must not confirm what a first one began.
+                core::msg::vbQuestionYesNo | core::msg::vbDefaultButton2,
+                title) != core::msg::vbYes) {
             result.outcome = TakeBackOutcome::Refused;
             return result;
         }

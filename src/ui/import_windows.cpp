@@ -25,28 +25,6 @@
 #include "transfer/import_journal.h"
 
 namespace tolma::ui {
-namespace {
-
-// The questions of a take-back have "Nein" as their default answer, so that a second Enter
-// does not confirm what a first one started.
-class NoByDefault : public core::Dialogs {
-  public:
-    explicit NoByDefault(core::Dialogs& inner) : inner_(inner) {}
-    int MsgBox(const std::string& text, int style, const std::string& title) override {
-        if (core::msg::hasYesNo(style)) style |= core::msg::vbDefaultButton2;
-        return inner_.MsgBox(text, style, title);
-    }
-    void openInViewer(const std::string& path) override { inner_.openInViewer(path); }
-    std::string chooseFile(const std::string& startDirectory, const std::string& filter,
-                           int filterIndex) override {
-        return inner_.chooseFile(startDirectory, filter, filterIndex);
-    }
-
-  private:
-    core::Dialogs& inner_;
-};
-
-}  // namespace
 
 CheckReportWindow::CheckReportWindow(const std::string& path, const transfer::ImportCheck& report,
                                      QWidget* parent, core::Globals* g)
@@ -223,13 +201,6 @@ void TakeBackWindow::takeBack() {
     const auto selected = table_->selectionModel()->selectedRows();
     std::optional<long> from;
     if (!selected.isEmpty()) from = table_->item(selected.front().row(), 0)->text().toLong();
-    struct Restore {
-        core::Globals& g;
-        core::Dialogs* dialogs;
-        ~Restore() { g.dialogs = dialogs; }
-    } restore{g_, g_.dialogs};
-    std::optional<NoByDefault> safe;
-    if (restore.dialogs) g_.dialogs = &safe.emplace(*restore.dialogs);
     const auto result = transfer::Import_zuruecknehmen(g_, from);
     if (result.outcome == transfer::TakeBackOutcome::Done) emit storeChanged();
     fill();
