@@ -50,7 +50,8 @@ void countChanges(store::Connection& c) {
                   ", NEW.rowid); END");
         c.execute("CREATE TEMP TRIGGER " + store::jet::quoteName("tolma_pruef_" + t.name + "_d") +
                   " AFTER DELETE" + on + "geloescht = geloescht + 1" + where + "INSERT INTO " +
-                  store::jet::quoteName("tolma_pruef_alt_" + t.name) + " VALUES (" + values + "); END");
+                  store::jet::quoteName("tolma_pruef_alt_" + t.name) + " VALUES (" + values +
+                  "); END");
     }
 }
 
