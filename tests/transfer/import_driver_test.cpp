@@ -304,8 +304,9 @@ TEST(ImportDriverTest, APipeOrADirectoryIsRefusedAndNeverWaitedOn) {
          {std::pair{pipe, std::string("eine benannte Pipe (FIFO)")},
           std::pair{f.home().string(), std::string("ein Verzeichnis")}}) {
         f.dialogs.answers = {core::msg::vbYes};
+        const std::string file = path;  // a structured binding cannot be captured by clang 14
         auto run =
-            std::async(std::launch::async, [&] { return transfer::Upd_1_Start(f.g(), path); });
+            std::async(std::launch::async, [&] { return transfer::Upd_1_Start(f.g(), file); });
         const bool prompt = run.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
         if (!prompt) ::close(::open(pipe.c_str(), O_WRONLY | O_NONBLOCK));  // lets a reader go
         EXPECT_TRUE(prompt) << kind;
