@@ -86,9 +86,7 @@ std::string headingOf(const std::string& table) {
 
 // Numbers compare without regard to case, as the store's keys do.
 std::string numberKey(std::string nr) {
-    for (char& ch : nr)
-        if (ch >= 'a' && ch <= 'z') ch = static_cast<char>(ch - 32);
-    return nr;
+    return store::jet::nocaseFold(std::move(nr));
 }
 
 std::uint64_t hashOf(const std::string& s) {

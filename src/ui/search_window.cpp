@@ -144,8 +144,7 @@ void SearchWindow::showHits(bool more) {
     else if (cut)
         count_->setText(QString("die ersten %1 Treffer; bitte genauer suchen").arg(hits_.size()));
     else
-        count_->setText(hits_.size() == 1 ? QString("1 Treffer")
-                                          : QString("%1 Treffer").arg(hits_.size()));
+        count_->setText(QString("%1 Treffer").arg(hits_.size()));
     more_->setVisible(cut && !more);
 }
 

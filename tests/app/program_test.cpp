@@ -10,27 +10,9 @@
 #include <fcntl.h>
 #include <filesystem>
 
+#include "../core/fake_dialogs.h"
 #include "app/program.h"
 #include "ui/main_window.h"
-
-namespace {
-
-class RecordingDialogs : public tolma::core::Dialogs {
-  public:
-    struct Shown {
-        std::string text;
-        int style;
-        std::string title;
-    };
-    std::vector<Shown> shown;
-    int MsgBox(const std::string& text, int style, const std::string& title) override {
-        shown.push_back({text, style, title});
-        return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbNo : tolma::core::msg::vbOK;
-    }
-    void openInViewer(const std::string&) override {}
-};
-
-}  // namespace
 
 class ProgramTest : public QObject {
     Q_OBJECT
@@ -67,7 +49,7 @@ class ProgramTest : public QObject {
         QVERIFY(holder != nullptr);
         QTRY_VERIFY(std::filesystem::exists(marker));
 
-        RecordingDialogs second;
+        tolma::test::FakeDialogs second;
         {
             tolma::app::Program program(&second);
             program.globals().dataDir = TOLMA_STORE_DIR;
@@ -81,7 +63,7 @@ class ProgramTest : public QObject {
         QCOMPARE(second.shown.front().style, tolma::core::msg::vbCritical);
 
         // Once the first copy has gone, a copy starts without the warning and opens its stores.
-        RecordingDialogs alone;
+        tolma::test::FakeDialogs alone;
         tolma::app::Program program(&alone);
         program.globals().dataDir = TOLMA_STORE_DIR;
         program.start(home);

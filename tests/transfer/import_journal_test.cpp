@@ -57,6 +57,15 @@ struct JournalFixture : ImportFixture {
         st->step();
         return st->column(0).toInteger();
     }
+    // Imports `file`, pressing ESC after its `escAfter`-th business (never with 0).
+    void importWithEscAfter(const TmlFile& file, int escAfter) {
+        int seen = 0;
+        g().doEvents = [&] {
+            if (++seen == escAfter) g().taste = 27;
+        };
+        import(file);
+        g().doEvents = [] {};
+    }
     transfer::TakeBackResult takeBack(std::optional<long> from = std::nullopt) {
         dialogs.answers = {core::msg::vbYes};
         return transfer::Import_zuruecknehmen(g(), from);
@@ -148,23 +157,15 @@ TEST(ImportJournalTest, WhatNoElementCameToRemoveStaysAsWithoutRecord) {
         {business("1003", "Schmiede Neu"), broken, business("1001", "Bäckerei Neu", "5002")});
     for (const int escAfter : {1, 0}) {
         SCOPED_TRACE(escAfter ? "ESC nach dem ersten Betrieb" : "ohne ESC");
-        auto run = [&](JournalFixture& f) {
-            int seen = 0;
-            f.g().doEvents = [&] {
-                if (++seen == escAfter) f.g().taste = 27;
-            };
-            f.import(cut);
-            f.g().doEvents = [] {};
-        };
         JournalFixture plain;
         plain.g().recordImportRuns = false;
         ASSERT_EQ(plain.import(kFirst), transfer::ImportOutcome::Finished);
-        run(plain);
+        plain.importWithEscAfter(cut, escAfter);
 
         JournalFixture f;
         ASSERT_EQ(f.import(kFirst), transfer::ImportOutcome::Finished);
         const Strings before = f.dump();
-        run(f);
+        f.importWithEscAfter(cut, escAfter);
         EXPECT_EQ(f.dump(), plain.dump());
         EXPECT_EQ(f.takeBack().runs.size(), 1u);
         EXPECT_EQ(f.dump(), before);
@@ -219,24 +220,16 @@ TEST(ImportJournalTest, RowsPutBackAfterACutBlockDoNotCollideWithNewRowIds) {
     };
     for (const Case& cs : cases) {
         SCOPED_TRACE(cs.name);
-        auto run = [&](JournalFixture& f) {
-            int seen = 0;
-            f.g().doEvents = [&] {
-                if (++seen == cs.escAfter) f.g().taste = 27;
-            };
-            f.import(cs.file);
-            f.g().doEvents = [] {};
-        };
         JournalFixture plain;
         plain.g().recordImportRuns = false;
         ASSERT_EQ(plain.import(stored), transfer::ImportOutcome::Finished);
-        run(plain);
+        plain.importWithEscAfter(cs.file, cs.escAfter);
 
         JournalFixture f;
         ASSERT_EQ(f.import(stored), transfer::ImportOutcome::Finished);
         search::buildIndex(f.store());
         const Strings before = f.dump();
-        run(f);
+        f.importWithEscAfter(cs.file, cs.escAfter);
         EXPECT_EQ(f.entries("Upd_1_Start"), 0);
         EXPECT_EQ(f.dump(), plain.dump());
         expectSearchAsBuilt(f);
