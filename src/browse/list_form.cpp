@@ -223,6 +223,16 @@ bool menue_suchen_person(core::Globals& g, ListForm& form) {
 
 void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::string& betrNr,
                        const std::string& betrHistNr, bool person, const std::string& persNr) {
+    // An open list closes as its own OK would: left open, it would keep the print entries silent
+    // for a reason the clerk cannot see.
+    const std::pair<bool core::MenuMarks::*, const char*> lists[] = {
+        {&core::MenuMarks::menue_suchen_person, "Frm_Auswahl_Pers"},
+        {&core::MenuMarks::menue_suchen_betrieb, "Frm_Auswahl_Betr"}};
+    for (const auto& [mark, form] : lists) {
+        if (!(g.marks.*mark)) continue;
+        if (g.unloadForm) g.unloadForm(form);
+        g.marks.*mark = false;
+    }
     guarded(g, "showFoundBusiness", [&] {
         auto& v = g.startView;
         v.Command3Visible = false;
