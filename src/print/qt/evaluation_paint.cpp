@@ -14,13 +14,23 @@
 namespace tolma::print {
 namespace {
 
-const QColor kAn(43, 108, 176), kAb(200, 64, 48), kSaldo(30, 30, 30);
+const QColor kAn(25, 55, 110), kAb(225, 110, 60), kSaldo(0, 0, 0);
+
+// The deregistrations' bar: its colour with a dark hatching, a cue that needs no colour vision.
+void fillDeregistrations(QPainter& p, const QRectF& bar) {
+    p.fillRect(bar, kAb);
+    p.fillRect(bar, QBrush(QColor(60, 20, 0), Qt::BDiagPattern));
+}
 
 QString q(const std::string& s) {
     return QString::fromStdString(s);
 }
 
 }  // namespace
+
+ChartColors chartColors() {
+    return {Qt::white, kAn, kAb, kSaldo};
+}
 
 void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Result& r) {
     p.save();
@@ -44,7 +54,19 @@ void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Res
     for (const auto& [color, text] :
          {std::pair{kAn, QString("Anmeldungen")}, std::pair{kAb, QString("Abmeldungen")},
           std::pair{kSaldo, QString("Saldo")}}) {
-        p.fillRect(QRectF(lx, area.top() + 2, fm.height() * 0.8, fm.height() * 0.8), color);
+        const QRectF key(lx, area.top() + 2, fm.height() * 0.8, fm.height() * 0.8);
+        if (color == kAb) {
+            fillDeregistrations(p, key);
+        } else if (color == kSaldo) {  // a piece of the line, as the chart draws it
+            p.setPen(QPen(kSaldo, std::max(1.5, fm.height() / 8)));
+            p.drawLine(QPointF(key.left(), key.center().y()),
+                       QPointF(key.right(), key.center().y()));
+            p.setBrush(kSaldo);
+            p.drawEllipse(key.center(), 2.5, 2.5);
+            p.setBrush(Qt::NoBrush);
+        } else {
+            p.fillRect(key, color);
+        }
         p.setPen(Qt::black);
         p.drawText(QPointF(lx + fm.height(), area.top() + fm.ascent()), text);
         lx += fm.height() * 1.4 + fm.horizontalAdvance(text) + 16;
@@ -69,8 +91,8 @@ void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Res
         const auto& [month, c] = r.months[static_cast<size_t>(i)];
         const double x = plot.left() + i * slot + slot * 0.15;
         p.fillRect(QRectF(QPointF(x, y(double(c.anmeldungen))), QPointF(x + bar, y(0))), kAn);
-        p.fillRect(QRectF(QPointF(x + bar, y(double(c.abmeldungen))), QPointF(x + 2 * bar, y(0))),
-                   kAb);
+        fillDeregistrations(
+            p, QRectF(QPointF(x + bar, y(double(c.abmeldungen))), QPointF(x + 2 * bar, y(0))));
         saldo << QPointF(x + bar, y(double(c.saldo())));
         const QString label = QString("%1/%2")
                                   .arg(month.month, 2, 10, QChar('0'))
@@ -83,7 +105,13 @@ void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Res
                               every * slot, fm.height()),
                        Qt::AlignHCenter, label);
     }
-    p.setPen(QPen(kSaldo, std::max(1.5, fm.height() / 8)));
+    // The line stands on a white halo, so that it stays apart from the bars it crosses.
+    const double width = std::max(1.5, fm.height() / 8);
+    p.setPen(QPen(Qt::white, width * 3, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    p.drawPolyline(saldo);
+    for (const auto& point : saldo) p.drawEllipse(point, 3.5, 3.5);
+    p.setPen(QPen(kSaldo, width));
+    p.setBrush(kSaldo);
     p.drawPolyline(saldo);
     for (const auto& point : saldo) p.drawEllipse(point, 2.5, 2.5);
     p.restore();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QRectF>
 #include <string>
 
@@ -11,6 +12,13 @@ class QPagedPaintDevice;
 // The evaluation drawn with Qt: the chart of notifications per month, and the page with the
 // table and the chart for the printer or a PDF file.
 namespace tolma::print {
+
+// The chart's colours. The two bars differ by more than hue (their lightness differs at least
+// threefold, and the deregistrations are hatched); the balance is a black line on a white halo.
+struct ChartColors {
+    QColor background, registrations, deregistrations, balance;
+};
+ChartColors chartColors();
 
 // Grouped bars of the registrations and deregistrations per month, the balance as a line.
 void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Result& r);
