@@ -9,6 +9,7 @@
 #include "core/menu.h"
 #include "core/start.h"
 #include "transfer/import_driver.h"
+#include "ui/keyboard.h"
 #include "ui/main_window.h"
 #include "ui/qt_dialogs.h"
 
@@ -46,6 +47,7 @@ bool loadGermanQtTranslations(QCoreApplication& app) {
 
 Program::Program(core::Dialogs* dialogs) {
     browse::attachDataControls(g_);
+    ui::setUpAccessibility();
     if (!dialogs) {
         qtDialogs_ = std::make_unique<ui::QtDialogs>(nullptr);
         dialogs = qtDialogs_.get();

@@ -21,6 +21,7 @@ DataControlWidget::DataControlWidget(browse::DataControl& control, std::function
         auto* b = new QToolButton(this);
         b->setText(QString::fromUtf8(arrows[i]));
         b->setToolTip(QString::fromUtf8(tips[i]));
+        b->setAccessibleName(QString::fromUtf8(tips[i]));  // not its glyph
         b->setObjectName(objectName() + "_" + QString::number(i));
         b->setAutoRaise(true);
         connect(b, &QToolButton::clicked, this, [this, i] { move(i); });

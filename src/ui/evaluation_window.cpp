@@ -7,6 +7,7 @@
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPainter>
@@ -21,6 +22,7 @@
 #include "core/error_log.h"
 #include "core/output_file.h"
 #include "print/qt/evaluation_paint.h"
+#include "ui/keyboard.h"
 #include "ui/list_window.h"
 
 namespace tolma::ui {
@@ -50,6 +52,20 @@ QString q(const std::string& s) {
     return QString::fromStdString(s);
 }
 
+// What the chart shows, in words: a screen reader has no eyes for bars.
+QString chartDescription(const evaluation::Result& r) {
+    QStringList months;
+    for (const auto& [month, c] : r.months)
+        months << QString("%1.%2: %3 Anmeldungen, %4 Abmeldungen, Saldo %5")
+                      .arg(month.month, 2, 10, QChar('0'))
+                      .arg(month.year)
+                      .arg(c.anmeldungen)
+                      .arg(c.abmeldungen)
+                      .arg(c.saldo());
+    return "Anmeldungen und Abmeldungen je Monat als Balken, der Saldo als Linie. " +
+           months.join("; ") + ".";
+}
+
 // The business list opened from a number lists only what the number counts. It says so above
 // its grid and in its title; its options "Alle", "Aktuelle" and "Abgemeldete" list from the whole
 // store, so none of them stands checked, and once one is chosen the list says that the
@@ -73,8 +89,8 @@ void markRestriction(ListWindow* list, const QString& what) {
         if (group) group->setExclusive(true);
         QObject::connect(option, &QRadioButton::clicked, label, [=] {
             label->setFont(list->font());
-            label->setText(option->text() + " Betriebe: die Einschränkung auf „" + what +
-                           "“ ist aufgehoben.");
+            label->setText(withoutMnemonic(option->text()) + " Betriebe: die Einschränkung auf „" +
+                           what + "“ ist aufgehoben.");
             list->setWindowTitle(title);
         });
     }
@@ -87,8 +103,8 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
       g_(g),
       from_(new QLineEdit(this)),
       to_(new QLineEdit(this)),
-      scope_(new QComboBox(this)),
-      grouping_(new QComboBox(this)),
+      scope_(new LabelledComboBox(this)),
+      grouping_(new LabelledComboBox(this)),
       municipality_(new QLineEdit(this)),
       counted_(new QLabel(this)),
       table_(new QTableWidget(this)),
@@ -112,14 +128,20 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
     municipality_->setMaxLength(8);
     grouping_->setObjectName("Auswahl_Gruppierung");
     grouping_->addItems({"Wirtschaftsabschnitt (WZ 2008)", "Gemeinde", "Rechtsform", "Meldegrund"});
-    grid->addWidget(new QLabel("Zeitraum von:", choice), 0, 0);
+    const auto label = [choice](const char* text, QWidget* buddy) {
+        auto* l = new QLabel(text, choice);
+        l->setBuddy(buddy);
+        return l;
+    };
+    grid->addWidget(label("Zeitraum von:", from_), 0, 0);
     grid->addWidget(from_, 0, 1);
-    grid->addWidget(new QLabel("bis:", choice), 0, 2);
+    grid->addWidget(label("bis:", to_), 0, 2);
     grid->addWidget(to_, 0, 3);
-    grid->addWidget(new QLabel("Gruppierung:", choice), 0, 4);
+    grid->addWidget(label("Gruppierung:", grouping_), 0, 4);
     grid->addWidget(grouping_, 0, 5);
-    grid->addWidget(new QLabel("Gemeinden:", choice), 1, 0);
+    grid->addWidget(label("Gemeinden:", scope_), 1, 0);
     grid->addWidget(scope_, 1, 1, 1, 3);
+    municipality_->setAccessibleName("Gemeinde-KZ");
     grid->addWidget(municipality_, 1, 4);
     auto* run = new QPushButton("Auswerten", choice);
     run->setObjectName("Command_Auswerten");
@@ -133,7 +155,11 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
     table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
     table_->verticalHeader()->hide();
     table_->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    prepareGrid(table_, "Ergebnis der Auswertung");
+    table_->installEventFilter(this);  // Enter on a number opens what it counts
     outer->addWidget(table_, 3);
+    chart_->setObjectName("Diagramm");
+    chart_->setAccessibleName("Diagramm je Monat");
     outer->addWidget(chart_, 2);
 
     auto* buttons = new QHBoxLayout;
@@ -155,6 +181,12 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
         });
     }
     outer->addLayout(buttons);
+    chainTabOrder(
+        {from_, to_, grouping_, scope_, municipality_, run, table_,
+         findChild<QPushButton*>("Command_Drucken"), findChild<QPushButton*>("Command_CSV"),
+         findChild<QPushButton*>("Command_Grafik"), findChild<QPushButton*>("Command_Schliessen")});
+    assignMnemonics(this);
+    addCloseKeys(this, [this] { emit closeRequested(); });
     connect(run, &QPushButton::clicked, this, &EvaluationWindow::evaluate);
     connect(grouping_, &QComboBox::currentIndexChanged, this, &EvaluationWindow::evaluate);
     connect(table_, &QTableWidget::cellClicked, this, &EvaluationWindow::cellClicked);
@@ -200,8 +232,11 @@ void EvaluationWindow::evaluate() {
     table_->clearContents();
     table_->setRowCount(0);
     counted_->clear();
+    chart_->setAccessibleDescription(QString());
     if (!result_) return;
     counted_->setText(q(evaluation::headline(query)));
+    table_->setAccessibleDescription(counted_->text());
+    chart_->setAccessibleDescription(chartDescription(*result_));
     table_->setHorizontalHeaderLabels({evaluation::groupingCaption(query.grouping), "Anmeldungen",
                                        "Ummeldungen", "Abmeldungen", "Saldo", "Nebenerwerb"});
     auto add = [&](const std::string& name, const evaluation::Counts& c, bool sum) {
@@ -229,6 +264,17 @@ void EvaluationWindow::evaluate() {
     table_->resizeColumnsToContents();
     table_->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     chart_->update();
+}
+
+bool EvaluationWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == table_ && event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent*>(event)->key();
+        if ((key == Qt::Key_Return || key == Qt::Key_Enter) && table_->currentIndex().isValid()) {
+            cellClicked(table_->currentRow(), table_->currentColumn());
+            return true;
+        }
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void EvaluationWindow::cellClicked(int row, int column) {

@@ -33,6 +33,9 @@ class EvaluationWindow : public QWidget {
     // The states counted in a cell, for the business list.
     void openStates(const std::vector<std::pair<std::string, std::string>>& states);
 
+  protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
   private:
     void print();
     void saveCsv();

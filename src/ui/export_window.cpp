@@ -9,6 +9,7 @@
 #include <QVBoxLayout>
 
 #include "ui/command_buttons.h"
+#include "ui/keyboard.h"
 
 namespace tolma::ui {
 
@@ -65,6 +66,8 @@ ExportWindow::ExportWindow(core::Globals& g, QWidget* parent)
                       [this](int i) { command(i); });
     outer->addLayout(buttons);
     outer->addStretch(1);
+    assignMnemonics(this);
+    addCloseKeys(this, [this] { command(1); });
 }
 
 void ExportWindow::command(int index) {

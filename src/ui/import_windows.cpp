@@ -23,6 +23,7 @@
 #include "core/output_file.h"
 #include "store/connection.h"
 #include "transfer/import_journal.h"
+#include "ui/keyboard.h"
 
 namespace tolma::ui {
 
@@ -37,6 +38,7 @@ CheckReportWindow::CheckReportWindow(const std::string& path, const transfer::Im
     text->setReadOnly(true);
     text->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     text->setPlainText(QString::fromStdString(text_));
+    text->setAccessibleName("Bericht");
     layout->addWidget(text, 1);
     auto* buttons = new QHBoxLayout;
     const std::pair<const char*, const char*> captions[] = {{"Command_Einlesen", "&Einlesen"},
@@ -60,6 +62,9 @@ CheckReportWindow::CheckReportWindow(const std::string& path, const transfer::Im
     connect(findChild<QPushButton*>("Command_Drucken"), &QPushButton::clicked, this,
             &CheckReportWindow::print);
     connect(close, &QPushButton::clicked, this, &QDialog::accept);
+    assignMnemonics(this, QString());
+    addCloseKeys(this, [this] { reject(); },
+                 {QKeySequence(Qt::CTRL | Qt::Key_W), QKeySequence(Qt::CTRL | Qt::Key_F4)});
     resize(720, 560);
 }
 
@@ -157,6 +162,7 @@ TakeBackWindow::TakeBackWindow(core::Globals& g, QWidget* parent)
     table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
     table_->verticalHeader()->hide();
     table_->horizontalHeader()->setStretchLastSection(true);
+    prepareGrid(table_, "Importläufe");
     layout->addWidget(table_, 1);
     auto* buttons = new QHBoxLayout;
     auto* undo = new QPushButton("Zurücknehmen", this);
@@ -172,6 +178,9 @@ TakeBackWindow::TakeBackWindow(core::Globals& g, QWidget* parent)
     layout->addLayout(buttons);
     connect(undo, &QPushButton::clicked, this, &TakeBackWindow::takeBack);
     connect(close, &QPushButton::clicked, this, &QDialog::accept);
+    assignMnemonics(this, QString());
+    addCloseKeys(this, [this] { reject(); },
+                 {QKeySequence(Qt::CTRL | Qt::Key_W), QKeySequence(Qt::CTRL | Qt::Key_F4)});
     resize(720, 360);
     fill();
 }

@@ -7,6 +7,7 @@
 #include <QVBoxLayout>
 
 #include "core/version.h"
+#include "ui/keyboard.h"
 #include "ui/pictures.h"
 
 namespace tolma::ui {
@@ -25,12 +26,15 @@ InfoWindow::InfoWindow(core::Globals& g, QWidget* parent)
     f->addWidget(image, 0, Qt::AlignHCenter);
     text_->setObjectName("RichTextBox1");
     text_->setReadOnly(true);
+    text_->setAccessibleName("Programminformation");
     f->addWidget(text_, 1);
     auto* ok = new QPushButton("OK", frame);
     ok->setObjectName("Command1");
     connect(ok, &QPushButton::clicked, this, &InfoWindow::closeRequested);
     f->addWidget(ok, 0, Qt::AlignRight);
     outer->addWidget(frame);
+    assignMnemonics(this);
+    addCloseKeys(this, [this] { emit closeRequested(); });
     activate();
 }
 

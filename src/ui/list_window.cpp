@@ -5,16 +5,20 @@
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QShortcut>
 #include <QTableView>
+#include <QToolButton>
 #include <QVBoxLayout>
 #include <string_view>
 
 #include "ui/command_buttons.h"
 #include "ui/data_control_widget.h"
+#include "ui/keyboard.h"
 #include "ui/list_model.h"
 #include "ui/print_support.h"
 
@@ -130,6 +134,8 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
     grid_->horizontalHeader()->setDefaultAlignment(
         Qt::Alignment::fromInt(Qt::AlignCenter | Qt::TextWordWrap));
     grid_->viewport()->installEventFilter(this);  // its width is the columns' to fill
+    grid_->installEventFilter(this);              // Enter opens the row, as OK does
+    prepareGrid(grid_, persons ? "Auswahlliste der Personen" : "Auswahlliste der Betriebe");
     connect(grid_, &QTableView::doubleClicked, this, [this] { command(0); });
     list->addWidget(grid_);
     auto* under = new QHBoxLayout;
@@ -169,6 +175,7 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
                       [this](int i) { command(i); });
     buttons->addWidget(frame3);
     outer->addLayout(buttons);
+    setUpKeyboard();
 
     connect(grid_->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
             [this](const QModelIndex& current) {
@@ -186,6 +193,40 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
 
 ListWindow::~ListWindow() {
     browse::Form_Unload(g_, *form_);
+}
+
+void ListWindow::setUpKeyboard() {
+    // Tab goes from the search boxes through the grid to the arrows and the buttons.
+    std::vector<QWidget*> chain(boxes_.begin(), boxes_.end());
+    chain.push_back(grid_);
+    for (auto* arrow : blaettern_->findChildren<QToolButton*>()) chain.push_back(arrow);
+    for (auto* option : findChildren<QRadioButton*>()) chain.push_back(option);
+    for (const char* name : {"Command1_0", "Command1_1", "Command1_3", "Command1_4"})
+        chain.push_back(findChild<QPushButton*>(name));
+    chainTabOrder(chain);
+    assignMnemonics(this);
+    addCloseKeys(this, [this] { command(1); });
+    // The key that sorts by a column, as a click into its search box does.
+    auto* sort = new QShortcut(QKeySequence(Qt::Key_F3), this);
+    sort->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(sort, &QShortcut::activated, this, [this] {
+        for (auto* box : boxes_)
+            if (box->hasFocus()) return sortBy(box->objectName().mid(6).toInt());
+        if (grid_->hasFocus() && grid_->currentIndex().isValid())
+            sortBy(grid_->currentIndex().column());
+    });
+    // Typing to find is what a list is opened for.
+    if (!boxes_.empty() && form_->Frame1Visible)
+        boxes_.front()->setFocus();
+    else
+        grid_->setFocus();
+}
+
+void ListWindow::sortBy(int column) {
+    browse::Text1_Click(g_, *form_, column);
+    for (auto* box : boxes_) box->clear();
+    model_->reload();
+    selectCurrentRow();
 }
 
 void ListWindow::fitColumns() {
@@ -261,16 +302,17 @@ void ListWindow::command(int index) {
 
 bool ListWindow::eventFilter(QObject* watched, QEvent* event) {
     if (watched == grid_->viewport() && event->type() == QEvent::Resize) fitColumns();
-    if (event->type() == QEvent::MouseButtonPress) {
-        for (size_t i = 0; i < boxes_.size(); ++i) {
-            if (watched != boxes_[i]) continue;
-            // A click on a search box sorts the list by its column.
-            const int column = boxes_[i]->objectName().mid(6).toInt();
-            browse::Text1_Click(g_, *form_, column);
-            for (auto* box : boxes_) box->clear();
-            model_->reload();
-            selectCurrentRow();
+    if (watched == grid_ && event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent*>(event)->key();
+        if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+            command(0);
+            return true;
         }
+    }
+    if (event->type() == QEvent::MouseButtonPress) {
+        // A click on a search box sorts the list by its column.
+        for (auto* box : boxes_)
+            if (watched == box) sortBy(box->objectName().mid(6).toInt());
     }
     return QWidget::eventFilter(watched, event);
 }

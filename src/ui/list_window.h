@@ -41,7 +41,9 @@ class ListWindow : public QWidget {
     bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
+    void setUpKeyboard();
     void command(int index);
+    void sortBy(int column);
     void selectCurrentRow();
 
     core::Globals& g_;

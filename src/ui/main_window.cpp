@@ -20,6 +20,7 @@
 #include "ui/export_window.h"
 #include "ui/import_windows.h"
 #include "ui/info_window.h"
+#include "ui/keyboard.h"
 #include "ui/list_window.h"
 #include "ui/options_window.h"
 #include "ui/print_support.h"
@@ -84,12 +85,17 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
         QMdiArea::DontMaximizeSubWindowOnActivation);  // the window keeps its designed size; the
                                                        // view scrolls
     keptSize_ = QSize(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
+    // Large text can make the designed size larger than the screen: the views scroll instead.
+    if (screen()) keptSize_ = keptSize_.boundedTo(screen()->availableGeometry().size());
+    mdiArea_->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    mdiArea_->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     resize(keptSize_);
     buildMenu();
     startWindow_ = mdiArea_->addSubWindow(recordView_, Qt::SubWindow | Qt::WindowTitleHint);
     startWindow_->setObjectName("Frm_Start_Window");
     startWindow_->setWindowTitle(QString());  // the form has no caption of its own
     startWindow_->showMaximized();
+    setFrameCloseKeys(startWindow_, false);  // the record view stays for the whole session
 
     g_.unloadForm = [this](const std::string& name) { unloadForm(name); };
     // A list that asks for the options opens them once it has gone.
@@ -129,9 +135,11 @@ MainWindow::~MainWindow() {
 QMdiSubWindow* MainWindow::addChild(QWidget* widget, const QSize& size) {
     QMdiSubWindow* window = mdiArea_->addSubWindow(widget);
     window->setAttribute(Qt::WA_DeleteOnClose);
+    setFrameCloseKeys(window, true);
     // A form stands at the origin of the main window in its own size, beside the record view:
     // a clerk reads the view while a list is open.
-    window->resize(size);
+    window->resize(
+        size.boundedTo(mdiArea_->viewport()->size()).expandedTo(window->minimumSizeHint()));
     window->move(0, 0);
     const std::string name = widget->objectName().toStdString();
     children_[name] = window;
@@ -304,7 +312,13 @@ void MainWindow::buildMenu() {
          {"menue_suchen_person", "menue_suchen_betrieb", "menue_info", "menue_extras_optionen",
           "menue_import_datenbank", "menue_export_textdatei"})
         entries_[marked]->setCheckable(true);
+    // The keys a desktop's programs share.
     entries_["menue_suchen_alle"]->setShortcut(QKeySequence::Find);
+    entries_["menue_suchen_betrieb"]->setShortcut(QKeySequence::Open);
+    entries_["menue_suchen_person"]->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O));
+    entries_["menue_druck_betrieb"]->setShortcut(QKeySequence::Print);
+    entries_["menue_druck_Person"]->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
+    entries_["menue_hilfe_suchen"]->setShortcut(QKeySequence::HelpContents);
 }
 
 void MainWindow::trigger(const std::string& name) {

@@ -17,6 +17,7 @@
 #include "search/search_index.h"
 #include "store/connection.h"
 #include "transfer/import_driver.h"
+#include "ui/keyboard.h"
 
 namespace tolma::ui {
 
@@ -42,6 +43,8 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
         paths_[i] = new QLineEdit(frame);
         paths_[i]->setObjectName(QString("Text6_%1").arg(i));
         paths_[i]->setReadOnly(true);
+        paths_[i]->setAccessibleName(i == 0 ? "Pfad der betriebsbezogenen Datenbank"
+                                            : "Pfad der meldungsbezogenen Datenbank");
         grid->addWidget(paths_[i], 0, 0, 1, 3);
         const std::pair<const char*, QString> buttons[] = {{"Command11", "Datenbank-Pfad ändern"},
                                                            {"Command12", kindCaptions[i]},
@@ -82,6 +85,7 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     runsLayout->addWidget(new QLabel("Aufzeichnungen der letzten", runs));
     auto* kept = new QSpinBox(runs);
     kept->setObjectName("Spin_Importlaeufe");
+    kept->setAccessibleName("Zahl der aufbewahrten Importläufe");
     kept->setRange(1, 999);
     kept->setValue(transfer::keptImportRuns(g_));
     runsLayout->addWidget(kept);
@@ -138,6 +142,7 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     f2->addWidget(check1_);
     f5->addWidget(frame2);
     list1_->setObjectName("List1");
+    list1_->setAccessibleName("Liste der Gemeinden und Landratsämter");
     list1_->setSelectionMode(QAbstractItemView::MultiSelection);
     list1_->setUniformItemSizes(true);
     f5->addWidget(list1_, 1);
@@ -162,6 +167,7 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     auto* f6 = new QHBoxLayout(frame6);
     text7_->setObjectName("Text7");
     text7_->setToolTip("Kennzahl Gemeinde/LRA");
+    text7_->setAccessibleName("Kennzahl Gemeinde/LRA");
     filterButtons_[1] = new QPushButton("anzeigen", frame6);
     filterButtons_[1]->setObjectName("Command8");
     filterButtons_[1]->setToolTip("Anzeige von Gemeinden/LRA mit der ausgewählten Kennzahl");
@@ -180,6 +186,8 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
         form_.Text7 = text7_->text().toStdString();
         run([&] { options::Command8_Click(g_, form_); });
     });
+    assignMnemonics(this);
+    addCloseKeys(this, [back] { back->click(); });
     activate();
 }
 

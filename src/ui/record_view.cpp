@@ -16,6 +16,7 @@
 
 #include "browse/record_view.h"
 #include "ui/data_control_widget.h"
+#include "ui/keyboard.h"
 #include "ui/pictures.h"
 #include "ui/record_view_layout.h"
 #include "ui/twips.h"
@@ -88,8 +89,19 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
       progress_(new QProgressBar(this)) {
     setObjectName("Frm_Start");
     setWindowTitle("Frm_Start");
-    setFocusPolicy(Qt::StrongFocus);
-    auto* outer = new QVBoxLayout(this);
+    // Keys reach the view from its boxes; it is no Tab stop of its own, which would show no focus.
+    setFocusPolicy(Qt::ClickFocus);
+    // Where large text makes the view larger than the screen, it scrolls as a whole.
+    auto* whole = new QVBoxLayout(this);
+    whole->setContentsMargins(0, 0, 0, 0);
+    auto* scroll = new QScrollArea(this);
+    scroll->setObjectName("Rollbereich");
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setFocusPolicy(Qt::NoFocus);  // no Tab stop without a focus to show
+    whole->addWidget(scroll);
+    auto* content = new QWidget;
+    auto* outer = new QVBoxLayout(content);
     const int gap = twipsToPixels(this, layout::spacing().frameGap);
     outer->setContentsMargins(gap, gap, gap, gap);
     outer->setSpacing(gap);
@@ -160,6 +172,14 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
     fp->addWidget(progress_);
     bottom->addWidget(frameProgress, 1);
     outer->addLayout(bottom);
+    scroll->setWidget(content);
+
+    // Alt with a letter turns to a tab or presses a button; the boxes are reached by Tab.
+    QString used = kMenuLetters;
+    for (int i = 0; i < tabs_->count(); ++i)
+        tabs_->setTabText(i, withMnemonic(tabs_->tabText(i), used));
+    for (auto* button : content->findChildren<QPushButton*>())
+        button->setText(withMnemonic(button->text(), used));
     refreshFromCore();
 }
 
@@ -280,6 +300,7 @@ QWidget* RecordView::buildTab(int index) {
     auto* scroll = new QScrollArea;
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setFocusPolicy(Qt::NoFocus);
     scroll->setWidget(page);
     return scroll;
 }

@@ -17,6 +17,7 @@
 #include "browse/list_form.h"
 #include "core/error_log.h"
 #include "store/connection.h"
+#include "ui/keyboard.h"
 
 namespace tolma::ui {
 
@@ -24,7 +25,7 @@ SearchWindow::SearchWindow(core::Globals& g, QWidget* parent)
     : QWidget(parent),
       g_(g),
       box_(new QLineEdit(this)),
-      kind_(new QComboBox(this)),
+      kind_(new LabelledComboBox(this)),
       table_(new QTableWidget(this)),
       pause_(new QTimer(this)),
       count_(new QLabel(this)),
@@ -41,6 +42,7 @@ SearchWindow::SearchWindow(core::Globals& g, QWidget* parent)
     box_->setPlaceholderText("z. B. Meyer Bäckerei Hauptstraße");
     row->addWidget(box_, 1);
     kind_->setObjectName("Auswahl_Art");
+    kind_->setAccessibleName("Suchen nach");
     kind_->addItems({"Betriebe und Personen", "nur Betriebe", "nur Personen"});
     row->addWidget(kind_);
     outer->addLayout(row);
@@ -52,6 +54,7 @@ SearchWindow::SearchWindow(core::Globals& g, QWidget* parent)
     table_->setSelectionBehavior(QAbstractItemView::SelectRows);
     table_->setSelectionMode(QAbstractItemView::SingleSelection);
     table_->verticalHeader()->hide();
+    prepareGrid(table_, "Treffer");
     // Every column in view: the short ones as wide as their contents, the texts share the rest.
     auto* header = table_->horizontalHeader();
     for (int c : {0, 1, 2, 6, 7}) header->setSectionResizeMode(c, QHeaderView::ResizeToContents);
@@ -86,6 +89,9 @@ SearchWindow::SearchWindow(core::Globals& g, QWidget* parent)
             [this](const QModelIndex& index) { open(index.row()); });
     connect(show, &QPushButton::clicked, this, [this] { open(table_->currentRow()); });
     connect(close, &QPushButton::clicked, this, &SearchWindow::closeRequested);
+    chainTabOrder({box_, kind_, table_, more_, show, close});
+    assignMnemonics(this);
+    addCloseKeys(this, [this] { emit closeRequested(); });
 }
 
 void SearchWindow::search() {
@@ -146,15 +152,6 @@ void SearchWindow::showHits(bool more) {
     else
         count_->setText(QString("%1 Treffer").arg(hits_.size()));
     more_->setVisible(cut && !more);
-}
-
-// Escape closes the window, as "Schließen" does.
-void SearchWindow::keyPressEvent(QKeyEvent* event) {
-    if (event->key() == Qt::Key_Escape) {
-        emit closeRequested();
-        return;
-    }
-    QWidget::keyPressEvent(event);
 }
 
 // Down in the box goes into the hits.

@@ -31,7 +31,6 @@ class SearchWindow : public QWidget {
     static constexpr int kFirstHits = 200, kMostHits = 5000;
 
   protected:
-    void keyPressEvent(QKeyEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
 
   signals:

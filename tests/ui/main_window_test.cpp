@@ -32,35 +32,16 @@
 #include "transfer/import_driver.h"
 #include "ui/evaluation_window.h"
 #include "ui/import_windows.h"
+#include "ui/keyboard.h"
 #include "ui/list_window.h"
 #include "ui/main_window.h"
 #include "ui/qt_dialogs.h"
 #include "ui/record_view.h"
 #include "ui/search_window.h"
 #include "ui/twips.h"
+#include "ui_fixture.h"
 
-namespace {
-
-// Scripted answers, a scripted file dialog, and the messages shown.
-class ScriptedDialogs : public tolma::core::Dialogs {
-  public:
-    std::string file;
-    std::vector<std::string> shown;
-    std::vector<int> styles;
-    int MsgBox(const std::string& text, int style, const std::string&) override {
-        shown.push_back(text);
-        styles.push_back(style);
-        return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
-    }
-    void openInViewer(const std::string&) override {}
-    std::function<void()> whileChoosing;  // looks at the windows while the dialog stands
-    std::string chooseFile(const std::string&, const std::string&, int) override {
-        if (whileChoosing) whileChoosing();
-        return file;
-    }
-};
-
-}  // namespace
+using uitest::ScriptedDialogs;
 
 class MainWindowTest : public QObject {
     Q_OBJECT
@@ -150,7 +131,8 @@ class MainWindowTest : public QObject {
         QVERIFY(window->findChild<QWidget*>("Image2")->isVisible());
         QVERIFY(!window->findChild<QTabWidget*>("SSTab1")->isVisible());
         QCOMPARE(window->findChild<QTabWidget*>("SSTab1")->count(), 6);
-        QCOMPARE(window->findChild<QTabWidget*>("SSTab1")->tabText(5), QString("Pers. (Hwk/Erl)"));
+        QCOMPARE(tolma::ui::withoutMnemonic(window->findChild<QTabWidget*>("SSTab1")->tabText(5)),
+                 QString("Pers. (Hwk/Erl)"));
         QVERIFY(window->findChild<QWidget*>("TextPers_94") != nullptr);
         QVERIFY(!window->findChild<QWidget*>("TextBetr_5")->isVisible());
     }
@@ -650,7 +632,9 @@ class MainWindowTest : public QObject {
         form->box()->setText("Zzyzxq");
         form->search();
         QCOMPARE(count->text(), QString("keine Treffer"));
-        QTest::keyClick(form, Qt::Key_Escape);
+        qobject_cast<QMdiSubWindow*>(form->parentWidget())->showNormal();
+        form->box()->setFocus();
+        QTest::keyClick(form->box(), Qt::Key_Escape);
         QTRY_VERIFY(window->findChild<tolma::ui::SearchWindow*>("Frm_Suchen") == nullptr);
     }
 
