@@ -220,7 +220,14 @@ void MainWindow::openSearch() {
     QMdiSubWindow* window =
         addChild(form, QSize(std::min(900, mdiArea_->viewport()->width()), 420));
     connect(form, &SearchWindow::closeRequested, window, &QMdiSubWindow::close);
-    connect(form, &SearchWindow::recordLoaded, this, [this] { refreshFromCore(); });
+    connect(form, &SearchWindow::recordLoaded, this, [this] {
+        refreshFromCore();
+        // The search steps aside; the keyboard goes with the clerk's eyes to the business.
+        QTimer::singleShot(0, this, [this] {
+            mdiArea_->setActiveSubWindow(startWindow_);
+            recordView_->focusTabs();
+        });
+    });
     form->box()->setFocus();
 }
 

@@ -334,6 +334,10 @@ QSize RecordView::missingRoom() const {
     return {need.width() - have.width(), need.height() - have.height()};
 }
 
+void RecordView::focusTabs() {
+    if (tabs_->isVisible()) tabs_->setFocus(Qt::OtherFocusReason);
+}
+
 void RecordView::moved() {
     g_.refreshView();
     refreshFromCore();

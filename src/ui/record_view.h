@@ -38,6 +38,8 @@ class RecordView : public QWidget {
     // The same for every tab, measured with the tabs in view as a person tab shows them, also
     // while the start picture stands: a page out of view has no size of its own to measure.
     QSize missingRoomInView();
+    // Gives the keyboard to the tabs, where a business is shown.
+    void focusTabs();
 
   signals:
     void personenAnzeigen();  // Command1 of the legal person's frame

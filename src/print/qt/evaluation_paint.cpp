@@ -105,9 +105,11 @@ void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Res
                               every * slot, fm.height()),
                        Qt::AlignHCenter, label);
     }
-    // The line stands on a white halo, so that it stays apart from the bars it crosses.
-    const double width = std::max(1.5, fm.height() / 8);
-    p.setPen(QPen(Qt::white, width * 3, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    // The line stands on a white halo, so that it stays apart from the bars it crosses; where
+    // the months are narrow, a thin one, which must not hide the bars.
+    const double width = std::max(1.5, fm.height() / 8),
+                 halo = width + std::min(2 * width, slot * 0.2);
+    p.setPen(QPen(Qt::white, halo, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
     p.drawPolyline(saldo);
     for (const auto& point : saldo) p.drawEllipse(point, 3.5, 3.5);
     p.setPen(QPen(kSaldo, width));
