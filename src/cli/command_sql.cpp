@@ -1,5 +1,3 @@
-#include <sqlite3.h>
-
 #include <ostream>
 
 #include "cli/cli.h"
@@ -103,7 +101,7 @@ int runStatement(const store::Database& db, const std::string& statement, std::o
         }
         while (st->step()) {
         }
-        out << sqlite3_changes64(db.connection()->handle()) << "\n";
+        out << db.connection()->changes() << "\n";
         return kExitOk;
     } catch (const store::DaoError& e) {
         err << "Datenbank-Fehler: " << e.description() << " (" << e.number() << ")\n";

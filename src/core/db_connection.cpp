@@ -36,6 +36,16 @@ const HandleDef kHandles[] = {
     {&Globals::rs_person_staatsang, "person_staatsang", false},
 };
 
+}  // namespace
+
+store::Recordset Globals::*handleOf(std::string_view table) {
+    for (const HandleDef& h : kHandles)
+        if (table == h.table) return h.handle;
+    return nullptr;
+}
+
+namespace {
+
 // A store's free pages under a fifth of its size: rewriting it would change nothing a clerk
 // could see.
 bool worthCompacting(const std::string& path) {

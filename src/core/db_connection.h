@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "core/globals.h"
 
@@ -18,6 +19,8 @@ void ensureListIndexes(Globals& g);
 // import a third of its time, building them afterwards a fraction of that.
 void dropListIndexes(Globals& g);
 void DB_Handles_oeffnen(Globals& g);
+// The long-lived handle of a table; null for a table without one.
+store::Recordset Globals::*handleOf(std::string_view table);
 void DB_Binden(Globals& g);
 void DB_Schliessen(Globals& g);
 void DB_Binden_loesen(Globals& g);

@@ -1,10 +1,9 @@
 #include "search/index_reader.h"
 
-#include <sqlite3.h>
-
 #include <cstdint>
 #include <unordered_map>
 
+#include "model/relations.h"
 #include "store/connection.h"
 
 namespace tolma::search {
@@ -82,13 +81,13 @@ class Reader {
     // wrote; `each` takes a row of either statement, whose columns are the same.
     template <typename Each>
     void eachRow(const std::string& columns, const std::string& table, const std::string& key,
-                 StoreTable written, int keyColumn, Each&& each) {
+                 int keyColumn, Each&& each) {
         auto& listed = c_.cached("SELECT " + columns + byList(table + " t", "t." + key));
         listed.bind(1, Variant(listed_));
         while (listed.step()) each(listed);
         if (!added_) return;
         auto& fresh = c_.cached("SELECT " + columns + " FROM " + table + " t WHERE t.rowid >= ?1");
-        fresh.bind(1, Variant(added_->from[written]));
+        fresh.bind(1, Variant(added_->from[model::relationIndex(table)]));
         freshPass_ = true;
         while (fresh.step())
             if (!isNull(fresh, keyColumn) && isAdded(textAt(fresh, keyColumn))) each(fresh);
@@ -129,8 +128,7 @@ class Reader {
                       "json_each(?1) WHERE value = '')");
         unnumbered.bind(1, Variant(listed_));
         while (unnumbered.step()) addState(unnumbered);
-        eachRow(columns, "betrieb", "[betr-nr]", kBetrieb, 0,
-                [&](store::Statement& st) { addState(st); });
+        eachRow(columns, "betrieb", "[betr-nr]", 0, [&](store::Statement& st) { addState(st); });
     }
 
     void addState(store::Statement& st) {
@@ -163,8 +161,8 @@ class Reader {
         eachRow(
             "t.rowid, t.[betr-nr], t.[betr-hist-nr], t.[b-adr-art], t.[b-strasse], "
             "t.[b-ort], t.[b-plz]",
-            "betrieb_adresse", "[betr-nr]", kAdresse, 1, [&](store::Statement& st) {
-                const long long rowid = sqlite3_column_int64(st.handle(), 0);
+            "betrieb_adresse", "[betr-nr]", 1, [&](store::Statement& st) {
+                const long long rowid = st.columnInteger(0);
                 const bool kind1 = !isNull(st, 3) && trimmed(textAt(st, 3)) == "1";
                 eachStateOf(st, 1, 2, [&](State& s) {
                     for (const int i : {4, 5, 6}) append(s.row.others, textAt(st, i));
@@ -179,7 +177,7 @@ class Reader {
 
     void readActivities() {
         eachRow("t.[betr-nr], t.[betr-hist-nr], t.[tk-originaltext]", "betrieb_taetigkeit",
-                "[betr-nr]", kTaetigkeit, 0, [&](store::Statement& st) {
+                "[betr-nr]", 0, [&](store::Statement& st) {
                     eachStateOf(st, 0, 1, [&](State& s) { append(s.row.others, textAt(st, 2)); });
                 });
     }
@@ -213,7 +211,7 @@ class Reader {
         auto& linked = c_.cached(
             "SELECT [bez-betr-nr], [bez-betr-hist-nr], [bez-pers-nr] FROM "
             "beziehung_betrieb_person WHERE rowid >= ?1");
-        linked.bind(1, Variant(added_->from[kBeziehung]));
+        linked.bind(1, Variant(added_->from[model::relationIndex("beziehung_betrieb_person")]));
         while (linked.step()) {
             if (isNull(linked, 0) || isNull(linked, 1) || isNull(linked, 2) ||
                 !isAdded(textAt(linked, 0)))
@@ -239,7 +237,7 @@ class Reader {
             "p.[pers-nr], p.[fam-name], p.vornamen, p.[p-eintr-name], p.[p-strasse], p.[p-ort]";
         if (!fresh.empty()) {
             auto& st = c_.cached("SELECT " + columns + " FROM person p WHERE p.rowid >= ?1");
-            st.bind(1, Variant(added_->from[kPerson]));
+            st.bind(1, Variant(added_->from[model::relationIndex("person")]));
             while (st.step())
                 if (!isNull(st, 0) && fresh.count(numberKey(textAt(st, 0)))) take(st);
         }
@@ -294,16 +292,6 @@ std::vector<State> readStates(store::Connection& c, const std::string& listed,
                               const NewBusinesses* added,
                               const std::unordered_set<std::string>& addedKeys) {
     return Reader(c, listed, added, addedKeys).read();
-}
-
-bool isNull(store::Statement& st, int i) {
-    return sqlite3_column_type(st.handle(), i) == SQLITE_NULL;
-}
-
-std::string_view textAt(store::Statement& st, int i) {
-    const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(st.handle(), i));
-    return p ? std::string_view(p, static_cast<size_t>(sqlite3_column_bytes(st.handle(), i)))
-             : std::string_view();
 }
 
 // The rows of the store met by a list's numbers (a JSON array). Without statistics SQLite would

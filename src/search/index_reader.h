@@ -8,10 +8,7 @@
 #include <vector>
 
 #include "search/index_rows.h"
-
-namespace tolma::store {
-class Statement;
-}
+#include "store/connection.h"
 
 // Reading the business states whose index rows are written: from the store by a list of their
 // numbers, and for businesses new to the store from the rows their block wrote.
@@ -64,7 +61,11 @@ std::vector<State> readStates(store::Connection& c, const std::string& listed,
 std::string jsonArray(const std::vector<std::string>& texts);
 // The rows of the store met by a list's numbers bound to ?1 (a JSON array).
 std::string byList(const std::string& table, const std::string& column);
-bool isNull(store::Statement& st, int i);
-std::string_view textAt(store::Statement& st, int i);
+inline bool isNull(store::Statement& st, int i) {
+    return st.isNull(i);
+}
+inline std::string_view textAt(store::Statement& st, int i) {
+    return st.columnText(i);
+}
 
 }  // namespace tolma::search

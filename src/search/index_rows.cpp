@@ -1,7 +1,5 @@
 #include "search/index_rows.h"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -89,12 +87,12 @@ long long nextRowNumber(store::Connection& c, bool removed) {
     st.bind(1, Variant(removed ? kRemoved : 0LL));
     st.bind(2, Variant(removed ? std::numeric_limits<long long>::max() : kRemoved));
     st.step();
-    const long long last = isNull(st, 0) ? 0 : sqlite3_column_int64(st.handle(), 0);
+    const long long last = isNull(st, 0) ? 0 : st.columnInteger(0);
     return std::max(last + 1, removed ? kRemoved : 1LL);
 }
 
 void bindText(store::Statement& st, int i, const std::string& text) {
-    sqlite3_bind_text(st.handle(), i, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
+    st.bindTextStatic(i, text);
 }
 
 using Numbered = std::pair<long long, const Row*>;
@@ -232,7 +230,7 @@ RowsToWrite readRows(store::Connection& c, const std::vector<std::string>& betrN
         st.bind(1, Variant(list));
         while (st.step()) {
             HeldRow& h = held.emplace_back();
-            h.zeile = sqlite3_column_int64(st.handle(), 0);
+            h.zeile = st.columnInteger(0);
             for (int i = 1; i < 10; ++i) {
                 h.texts += textAt(st, i);
                 h.ends[static_cast<size_t>(i - 1)] = static_cast<std::uint32_t>(h.texts.size());
@@ -278,11 +276,11 @@ void writeRows(store::Connection& c, const RowsToWrite& rows) {
         auto& gone = c.cached("DELETE FROM " + table + " WHERE zeile = ?1");
         for (; oldRow != old.end() && (oldRow->first >= kRemoved) == removed; ++oldRow) {
             going.reset();
-            sqlite3_bind_int64(going.handle(), 1, oldRow->first);
+            going.bindInteger(1, oldRow->first);
             bindText(going, 2, oldRow->second);
             going.step();
             gone.reset();
-            sqlite3_bind_int64(gone.handle(), 1, oldRow->first);
+            gone.bindInteger(1, oldRow->first);
             gone.step();
         }
         long long& number = next[removed ? 1 : 0];
@@ -309,8 +307,8 @@ void writeRows(store::Connection& c, const RowsToWrite& rows) {
             int i = 1;
             for (size_t k = from; k < from + rows; ++k) {
                 const Row& r = *coming[k].second;
-                sqlite3_bind_int64(st.handle(), i++, coming[k].first);
-                sqlite3_bind_text(st.handle(), i++, r.person ? "P" : "B", 1, SQLITE_STATIC);
+                st.bindInteger(i++, coming[k].first);
+                st.bindTextStatic(i++, r.person ? "P" : "B");
                 for (const std::string* text :
                      {&r.nr, &r.hist, &r.persNr, &r.name, &r.strasse, &r.ort, &r.gemKz, &r.words})
                     bindText(st, i++, *text);
@@ -320,7 +318,7 @@ void writeRows(store::Connection& c, const RowsToWrite& rows) {
         auto& index = c.cached("INSERT INTO " + words + " (rowid, worte) VALUES (?1, ?2)");
         for (const Numbered& n : coming) {
             index.reset();
-            sqlite3_bind_int64(index.handle(), 1, n.first);
+            index.bindInteger(1, n.first);
             bindText(index, 2, n.second->words);
             index.step();
         }

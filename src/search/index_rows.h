@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -25,17 +24,14 @@ inline constexpr const char* kWordsTable = "tolma_suchbegriffe";
 // order of their numbers, so that of many hits the current businesses come first.
 inline constexpr long long kRemoved = 1LL << 40;
 
-// The tables whose rows make up the index rows of a business.
-enum StoreTable { kBetrieb, kAdresse, kTaetigkeit, kBeziehung, kPerson, kStoreTables };
-inline constexpr const char* kStoreTableNames[kStoreTables] = {
-    "betrieb", "betrieb_adresse", "betrieb_taetigkeit", "beziehung_betrieb_person", "person"};
-
 // Businesses that a block of an import brought new to the store. Every row of theirs is one the
 // block wrote, so it stands at or above the lowest row id the block took in its table: they are
 // read in one pass over those rows rather than looked up by number.
 struct NewBusinesses {
     std::vector<std::string> numbers;
-    std::array<long long, kStoreTables> from{};  // the lowest row id the block took in each table
+    // The lowest row id the block took in each table whose rows give words, by the table's place
+    // among model::relations().
+    std::vector<long long> from;
     // Whether the store held a person number, or a link to it, before the block; a person it
     // did not hold has only rows of the block too.
     std::function<bool(std::string_view)> personHeld;

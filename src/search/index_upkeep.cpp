@@ -1,6 +1,5 @@
 #include "search/index_upkeep.h"
 
-#include <sqlite3.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "model/relations.h"
 #include "search/index_reader.h"
 #include "search/search_index.h"
 #include "store/connection.h"
@@ -22,14 +22,6 @@ std::uint64_t hashOf(std::string_view nr) {
     for (const char ch : numberKey(nr)) h = (h ^ static_cast<unsigned char>(ch)) * 1099511628211ull;
     return h;
 }
-
-// The numbers the store holds, in the columns that tie rows to a business or a person.
-constexpr const char* kBusinessColumns[][2] = {{"betrieb", "[betr-nr]"},
-                                               {"betrieb_adresse", "[betr-nr]"},
-                                               {"betrieb_taetigkeit", "[betr-nr]"},
-                                               {"beziehung_betrieb_person", "[bez-betr-nr]"}};
-constexpr const char* kPersonColumns[][2] = {{"person", "[pers-nr]"},
-                                             {"beziehung_betrieb_person", "[bez-pers-nr]"}};
 
 }  // namespace
 
@@ -181,43 +173,44 @@ void IndexUpkeep::write(store::Connection& c) {
     }
 }
 
-// Reads the numbers the store holds; after the first block, so that they include its own.
+// Reads the numbers the store holds, in the columns that tie the rows of the index's tables to
+// a business or a person; after the first block, so that they include its own.
 void IndexUpkeep::learn(store::Connection& c) {
-    auto read = [&c](const char* const(&columns)[2], Numbers& into) {
-        auto st = c.prepare(std::string("SELECT ") + columns[1] + " FROM " + columns[0] +
-                            " WHERE " + columns[1] + " IS NOT NULL");
-        while (st->step()) {
-            const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(st->handle(), 0));
-            into.add(
-                std::string_view(text, static_cast<size_t>(sqlite3_column_bytes(st->handle(), 0))));
-        }
+    auto read = [&c](std::string_view table, std::string_view column, Numbers& into) {
+        const std::string name = "[" + std::string(column) + "]";
+        auto st = c.prepare("SELECT " + name + " FROM " + std::string(table) + " WHERE " + name +
+                            " IS NOT NULL");
+        while (st->step()) into.add(st->columnText(0));
     };
-    for (const auto& columns : kBusinessColumns) read(columns, businesses_);
-    for (const auto& columns : kPersonColumns) read(columns, persons_);
+    for (const model::Relation& r : model::relations())
+        if (r.searched && !r.keys.number.empty()) read(r.table, r.keys.number, businesses_);
+    for (const model::Relation& r : model::relations())
+        if (r.searched && !r.keys.person.empty()) read(r.table, r.keys.person, persons_);
     learnt_ = true;
 }
 
 void IndexUpkeep::watch(store::Connection& c) {
-    from_.fill(std::numeric_limits<long long>::max());
-    sqlite3_update_hook(c.handle(), &IndexUpkeep::inserted, this);
+    std::vector<std::string> tables;
+    watchedTables_.clear();
+    for (const model::Relation& r : model::relations())
+        if (r.searched) {
+            tables.emplace_back(r.table);
+            watchedTables_.push_back(static_cast<size_t>(&r - model::relations().data()));
+        }
+    from_.assign(model::relations().size(), std::numeric_limits<long long>::max());
+    c.watch(*this, std::move(tables));
     watched_ = c.shared_from_this();
 }
 
 bool IndexUpkeep::watchedBlock(store::Connection& c) {
     // A connection opened anew since (the store was compacted) has not been watched.
-    return sqlite3_update_hook(c.handle(), nullptr, nullptr) == this;
+    return c.unwatch(*this);
 }
 
-void IndexUpkeep::inserted(void* self, int op, const char* database, const char* table,
-                           long long rowid) {
-    if (op != SQLITE_INSERT || std::strcmp(database, "main") != 0) return;
-    auto& upkeep = *static_cast<IndexUpkeep*>(self);
-    for (int t = 0; t < kStoreTables; ++t)
-        if (std::strcmp(table, kStoreTableNames[t]) == 0) {
-            upkeep.from_[static_cast<size_t>(t)] =
-                std::min(upkeep.from_[static_cast<size_t>(t)], rowid);
-            return;
-        }
+void IndexUpkeep::changing(store::Connection&, const Change& change) {
+    if (change.kind != Kind::Insert) return;
+    long long& from = from_[watchedTables_[change.table]];
+    from = std::min(from, change.newRow);
 }
 
 }  // namespace tolma::search

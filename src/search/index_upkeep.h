@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -12,10 +11,7 @@
 #include <vector>
 
 #include "search/index_reader.h"
-
-namespace tolma::store {
-class Connection;
-}
+#include "store/connection.h"
 
 namespace tolma::search {
 
@@ -30,8 +26,8 @@ namespace tolma::search {
 // A run that brings much against what the store holds learns once which numbers the store
 // holds; a business new to it then has only rows its block wrote, which are read in one pass
 // over the block's rows rather than looked up business by business. To find them, the run
-// watches the rows the connection inserts (SQLite's update hook, which nothing else uses).
-class IndexUpkeep {
+// watches the rows the connection inserts, as a listener of the connection's changes.
+class IndexUpkeep final : private store::ChangeListener {
   public:
     explicit IndexUpkeep(bool manyNew) : manyNew_(manyNew) {}
     ~IndexUpkeep();
@@ -75,8 +71,7 @@ class IndexUpkeep {
     void learn(store::Connection& c);
     void watch(store::Connection& c);
     bool watchedBlock(store::Connection& c);  // and stops watching
-    static void inserted(void* self, int op, const char* database, const char* table,
-                         long long rowid);
+    void changing(store::Connection& c, const Change& change) override;
 
     // What a block leaves to be read once it is committed.
     struct Noted {
@@ -96,7 +91,8 @@ class IndexUpkeep {
     std::exception_ptr readFailed_;
     Numbers businesses_, persons_;  // held by the store before the block
     std::weak_ptr<store::Connection> watched_;
-    std::array<long long, kStoreTables> from_{};
+    std::vector<long long> from_;        // by the table's place among the relations
+    std::vector<size_t> watchedTables_;  // the places of the tables watched
 };
 
 }  // namespace tolma::search

@@ -1,7 +1,7 @@
 #include "store/change_capture.h"
 
-// The hook is declared only on request; Debian's library is built with it (and with the
-// session extension, which needs it).
+// The pre-update hook's old values are declared only on request; Debian's library is built with
+// them (and with the session extension, which needs them).
 #define SQLITE_ENABLE_PREUPDATE_HOOK 1
 #include <sqlite3.h>
 
@@ -23,7 +23,9 @@ void ChangeCapture::attach(Connection& c) {
     if (attached_ && attached_ != &c) detach(*attached_);
     attached_ = &c;
     c.setChangeCapture(this);
-    sqlite3_preupdate_hook(c.handle(), &ChangeCapture::hook, this);
+    std::vector<std::string> tables;
+    for (const Target& t : targets_) tables.push_back(t.table);
+    c.watch(*this, std::move(tables));
 }
 
 void ChangeCapture::detach(Connection& c) noexcept {
@@ -34,40 +36,28 @@ void ChangeCapture::detach(Connection& c) noexcept {
     } catch (const std::exception&) {
         // what could not be written belongs to a transaction that is not kept either
     }
-    sqlite3_preupdate_hook(c.handle(), nullptr, nullptr);
+    c.unwatch(*this);
     c.setChangeCapture(nullptr);
     clear();
 }
 
-int ChangeCapture::targetOf(const char* table) {
-    if (lastTarget_ >= 0 &&
-        (table == lastName_ ||
-         std::strcmp(table, targets_[static_cast<size_t>(lastTarget_)].table.c_str()) == 0)) {
-        lastName_ = table;
-        return lastTarget_;
-    }
+int ChangeCapture::targetOf(const std::string& table) const {
     for (size_t i = 0; i < targets_.size(); ++i)
-        if (std::strcmp(table, targets_[i].table.c_str()) == 0) {
-            lastName_ = table;
-            lastTarget_ = static_cast<int>(i);
-            return lastTarget_;
-        }
+        if (targets_[i].table == table) return static_cast<int>(i);
     return -1;
 }
 
-void ChangeCapture::hook(void* self, sqlite3* db, int op, const char* database, const char* table,
-                         long long oldKey, long long newKey) {
-    auto& capture = *static_cast<ChangeCapture*>(self);
-    if (capture.flushing_ || std::strcmp(database, "main") != 0) return;
-    const int target = capture.targetOf(table);
-    if (target < 0) return;
-    if (op == SQLITE_INSERT) {
-        if (newKey <= capture.targets_[static_cast<size_t>(target)].mark)
-            capture.events_.push_back({target, 'I', newKey, {}});
+void ChangeCapture::changing(Connection& c, const Change& change) {
+    if (flushing_) return;
+    const int target = static_cast<int>(change.table);
+    if (change.kind == Kind::Insert) {
+        if (change.newRow <= targets_[change.table].mark)
+            events_.push_back({target, 'I', change.newRow, {}});
         return;
     }
-    if (capture.quiet_) return;
-    Event e{target, op == SQLITE_DELETE ? 'D' : 'U', oldKey, {}};
+    if (quiet_) return;
+    Event e{target, change.kind == Kind::Delete ? 'D' : 'U', change.oldRow, {}};
+    sqlite3* db = c.handle();
     const int n = sqlite3_preupdate_count(db);
     e.values.reserve(static_cast<size_t>(n));
     for (int i = 0; i < n; ++i) {
@@ -75,12 +65,11 @@ void ChangeCapture::hook(void* self, sqlite3* db, int op, const char* database, 
         sqlite3_preupdate_old(db, i, &v);
         e.values.push_back(v ? sqlite3_value_dup(v) : nullptr);
     }
-    capture.events_.push_back(std::move(e));
+    events_.push_back(std::move(e));
 }
 
 const std::string* ChangeCapture::imageSelect(const std::string& table) {
-    const int target = targetOf(table.c_str());
-    lastName_ = nullptr;  // the name above is no pointer of SQLite's
+    const int target = targetOf(table);
     if (target < 0) return nullptr;
     imageSelects_.resize(targets_.size());
     std::string& text = imageSelects_[static_cast<size_t>(target)];

@@ -3,23 +3,23 @@
 #include <string>
 #include <vector>
 
-struct sqlite3;
+#include "store/connection.h"
+
 struct sqlite3_value;
 
 namespace tolma::store {
-
-class Connection;
 
 // Records the changes made through a connection into tables of the caller's, so that they can
 // be reversed: the old image of every row deleted or changed, and the row id of every row
 // inserted at or below a mark (a row id above the mark is new in any case). A record row is
 // (run, art, rid, columns...) with art 'D', 'U' or 'I'.
 //
-// The rows are captured by SQLite's pre-update hook and written just before the connection
+// The rows are captured as the connection's listener, which SQLite's pre-update hook feeds, and
+// written just before the connection
 // commits, so that the record always lands in the same transaction as the changes. The hook
 // costs a fraction of what per-row triggers cost: a trigger builds the whole new row for every
 // insert, even when its condition then says no.
-class ChangeCapture {
+class ChangeCapture final : private ChangeListener {
   public:
     struct Target {
         std::string table;   // in the main database
@@ -70,16 +70,13 @@ class ChangeCapture {
         long long rid;
         std::vector<sqlite3_value*> values;  // owned copies; none for 'I'
     };
-    static void hook(void* self, ::sqlite3* db, int op, const char* database, const char* table,
-                     long long oldKey, long long newKey);
-    int targetOf(const char* table);
+    void changing(Connection& c, const Change& change) override;
+    int targetOf(const std::string& table) const;
     void clear() noexcept;
 
     long long run_;
     std::vector<Target> targets_;
     std::vector<Event> events_;
-    const char* lastName_ = nullptr;  // SQLite hands the same name pointer row after row
-    int lastTarget_ = -1;
     bool flushing_ = false, quiet_ = false;
     std::vector<std::string> imageSelects_;
     Connection* attached_ = nullptr;

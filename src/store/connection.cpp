@@ -1,5 +1,8 @@
 #include "store/connection.h"
 
+// The pre-update hook is declared only on request; Debian's library is built with it (and with
+// the session extension, which needs it).
+#define SQLITE_ENABLE_PREUPDATE_HOOK 1
 #include <sqlite3.h>
 #include <unistd.h>
 
@@ -233,6 +236,25 @@ void dateFunction(sqlite3_context* ctx, int, sqlite3_value**) {
     resultText(ctx, localNow("%Y-%m-%d"));
 }
 
+// SQLite's own collations, as it compares: bytes; ASCII letters folded; trailing blanks ignored.
+int binaryCompare(std::string_view a, std::string_view b) {
+    const int r = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
+    return r != 0 ? r : static_cast<int>(a.size()) - static_cast<int>(b.size());
+}
+int nocaseCompare(std::string_view a, std::string_view b) {
+    const int n = static_cast<int>(std::min(a.size(), b.size()));
+    const int r = n > 0 ? sqlite3_strnicmp(a.data(), b.data(), n) : 0;
+    return r != 0 ? r : static_cast<int>(a.size()) - static_cast<int>(b.size());
+}
+int rtrimCompare(std::string_view a, std::string_view b) {
+    while (!a.empty() && a.back() == ' ') a.remove_suffix(1);
+    while (!b.empty() && b.back() == ' ') b.remove_suffix(1);
+    return binaryCompare(a, b);
+}
+int germanCompare(std::string_view a, std::string_view b) {
+    return german::compare(a, b);
+}
+
 int germanCollation(void*, int n1, const void* a, int n2, const void* b) {
     return german::compare(std::string_view(static_cast<const char*>(a), static_cast<size_t>(n1)),
                            std::string_view(static_cast<const char*>(b), static_cast<size_t>(n2)));
@@ -281,6 +303,14 @@ void Statement::bindStatic(int index, const Variant& value) {
                           SQLITE_STATIC);
     else
         bind(index, value);
+}
+
+void Statement::bindInteger(int index, long long value) {
+    sqlite3_bind_int64(stmt_, index, value);
+}
+
+void Statement::bindTextStatic(int index, std::string_view text) {
+    sqlite3_bind_text(stmt_, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
 }
 
 void Statement::bind(const char* name, const Variant& value) {
@@ -341,6 +371,35 @@ Variant Statement::column(int index) const {
             return Variant(std::string(t, sqlite3_column_bytes(stmt_, index)));
         }
     }
+}
+
+ColumnType Statement::columnType(int index) const {
+    switch (sqlite3_column_type(stmt_, index)) {
+        case SQLITE_NULL:
+            return ColumnType::Null;
+        case SQLITE_INTEGER:
+            return ColumnType::Integer;
+        case SQLITE_FLOAT:
+            return ColumnType::Real;
+        case SQLITE_BLOB:
+            return ColumnType::Blob;
+        default:
+            return ColumnType::Text;
+    }
+}
+
+long long Statement::columnInteger(int index) const {
+    return sqlite3_column_int64(stmt_, index);
+}
+
+double Statement::columnReal(int index) const {
+    return sqlite3_column_double(stmt_, index);
+}
+
+std::string_view Statement::columnText(int index) const {
+    const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(stmt_, index));
+    return p ? std::string_view(p, static_cast<size_t>(sqlite3_column_bytes(stmt_, index)))
+             : std::string_view();
 }
 
 Connection::Connection(std::filesystem::path file, std::string key)
@@ -523,6 +582,58 @@ const jet::Catalog& Connection::catalog() {
 
 long long Connection::totalChanges() const {
     return sqlite3_total_changes64(db_);
+}
+
+long long Connection::changes() const {
+    return sqlite3_changes64(db_);
+}
+
+void Connection::watch(ChangeListener& listener, std::vector<std::string> tables) {
+    unwatch(listener);
+    watchers_.push_back({&listener, std::move(tables)});
+    if (watchers_.size() == 1) sqlite3_preupdate_hook(db_, &Connection::changeHook, this);
+}
+
+bool Connection::unwatch(ChangeListener& listener) {
+    const auto it = std::find_if(watchers_.begin(), watchers_.end(),
+                                 [&](const Watcher& w) { return w.listener == &listener; });
+    if (it == watchers_.end()) return false;
+    watchers_.erase(it);
+    if (watchers_.empty()) sqlite3_preupdate_hook(db_, nullptr, nullptr);
+    return true;
+}
+
+void Connection::changeHook(void* self, sqlite3*, int op, const char* database, const char* table,
+                            long long oldRow, long long newRow) {
+    if (std::strcmp(database, "main") != 0) return;
+    auto& c = *static_cast<Connection*>(self);
+    const ChangeListener::Kind kind = op == SQLITE_INSERT   ? ChangeListener::Kind::Insert
+                                      : op == SQLITE_DELETE ? ChangeListener::Kind::Delete
+                                                            : ChangeListener::Kind::Update;
+    for (size_t w = 0; w < c.watchers_.size(); ++w) {
+        Watcher& watcher = c.watchers_[w];
+        // Rows come table by table: the table of the last row is tried first.
+        const auto& tables = watcher.tables;
+        size_t t = watcher.lastTable;
+        if (t >= tables.size() || std::strcmp(table, tables[t].c_str()) != 0) {
+            t = 0;
+            while (t < tables.size() && std::strcmp(table, tables[t].c_str()) != 0) ++t;
+            if (t < tables.size()) watcher.lastTable = t;
+        }
+        if (t < watcher.tables.size()) watcher.listener->changing(c, {kind, t, oldRow, newRow});
+    }
+}
+
+TextCompare Connection::columnCompare(const std::string& table, const std::string& column) {
+    const char* collation = nullptr;
+    if (sqlite3_table_column_metadata(db_, "main", table.c_str(), column.c_str(), nullptr,
+                                      &collation, nullptr, nullptr, nullptr) != SQLITE_OK ||
+        !collation)
+        return binaryCompare;
+    if (sqlite3_stricmp(collation, "NOCASE") == 0) return nocaseCompare;
+    if (sqlite3_stricmp(collation, "RTRIM") == 0) return rtrimCompare;
+    if (sqlite3_stricmp(collation, german::kCollation) == 0) return germanCompare;
+    return binaryCompare;
 }
 
 void Connection::beginBatch() {

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -17,6 +18,12 @@ namespace tolma::store {
 
 class Connection;
 class ChangeCapture;
+
+// The kinds of values a column of a result row holds.
+enum class ColumnType { Null, Integer, Real, Text, Blob };
+
+// How the store compares two texts of a column.
+using TextCompare = int (*)(std::string_view, std::string_view);
 
 // One prepared statement; bound values are always bound, never pasted.
 class Statement {
@@ -34,10 +41,20 @@ class Statement {
     void bindStatic(int index, const Variant& value);
     // The values of a prepared text to ?1, ?2, ...; those compared with numbers as numbers.
     void bindValues(const std::vector<std::string>& values, const std::vector<bool>& numeric);
+    void bindInteger(int index, long long value);
+    // Binds without copying: the text must live until the statement has run.
+    void bindTextStatic(int index, std::string_view text);
     bool step();  // true while a row is there
     void reset();
     int columnCount() const;
     Variant column(int index) const;  // 0-based
+    // A column of the current row as it stands, without a Variant: for reading many rows.
+    ColumnType columnType(int index) const;
+    bool isNull(int index) const { return columnType(index) == ColumnType::Null; }
+    long long columnInteger(int index) const;
+    double columnReal(int index) const;
+    // The text of a column (a number as text); valid until the statement steps or resets.
+    std::string_view columnText(int index) const;
     std::string columnName(int index) const;
     sqlite3_stmt* handle() const { return stmt_; }
     const std::string& sql() const { return sql_; }
@@ -49,6 +66,22 @@ class Statement {
     Connection* connection_;
     sqlite3_stmt* stmt_ = nullptr;
     std::string sql_;
+};
+
+// Hears of the rows a connection changes in the tables it watches, one by one, just before each
+// change is made. It must not run statements on the connection while it hears.
+class ChangeListener {
+  public:
+    enum class Kind { Insert, Update, Delete };
+    struct Change {
+        Kind kind;
+        size_t table;              // the position among the tables it watches
+        long long oldRow, newRow;  // row ids
+    };
+    virtual void changing(Connection& c, const Change& change) = 0;
+
+  protected:
+    ~ChangeListener() = default;
 };
 
 // One SQLite connection per store file and process. Every database handle and recordset on
@@ -86,6 +119,16 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     // Changes made through this connection so far; a cheap test whether cached counts hold.
     long long totalChanges() const;
+    // Rows changed by the last statement that changed any.
+    long long changes() const;
+
+    // The listener hears of every change to these tables of the main database from now on;
+    // several listeners may watch at once. unwatch() tells whether it was watching.
+    void watch(ChangeListener& listener, std::vector<std::string> tables);
+    bool unwatch(ChangeListener& listener);
+
+    // How the store compares texts of a table's column: by the column's collation.
+    TextCompare columnCompare(const std::string& table, const std::string& column);
 
     // The import writes in batches: one transaction over many records.
     void beginBatch();
@@ -105,6 +148,14 @@ class Connection : public std::enable_shared_from_this<Connection> {
     [[noreturn]] void fail(const std::string& source, const std::string& context) const;
 
   private:
+    struct Watcher {
+        ChangeListener* listener;
+        std::vector<std::string> tables;
+        size_t lastTable = 0;
+    };
+    static void changeHook(void* self, ::sqlite3* db, int op, const char* database,
+                           const char* table, long long oldRow, long long newRow);
+
     Connection(std::filesystem::path file, std::string key);
     // Opens and configures the file, under a key of the registry or none.
     static std::shared_ptr<Connection> create(const std::filesystem::path& file,
@@ -116,6 +167,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::string key_;
     int batchDepth_ = 0;
     ChangeCapture* capture_ = nullptr;
+    std::vector<Watcher> watchers_;
     std::unordered_map<std::string, std::unique_ptr<Statement>> cache_;
     std::unordered_map<std::string, std::shared_ptr<const void>> memo_;
     std::unique_ptr<jet::Catalog> catalog_;

@@ -1,5 +1,3 @@
-#include <sqlite3.h>
-
 #include <optional>
 #include <utility>
 #include <vector>
@@ -76,20 +74,20 @@ void refreshProcessingStatus(const core::Globals& g, const std::string& query) {
             long long rowid;
             std::string nr;
             bool ended;
-            int storedType;
+            bool storedText;
             std::string stored;
         };
         std::optional<Pending> before;
         auto settle = [&](const Pending& p, bool newest) {
             const char status = newest ? (p.ended ? 'E' : 'A') : 'H';
-            if (p.storedType != SQLITE_TEXT || p.stored.size() != 1 || p.stored[0] != status)
+            if (!p.storedText || p.stored.size() != 1 || p.stored[0] != status)
                 changes.emplace_back(p.rowid, status);
         };
         while (scan.next()) {
-            const int storedType = sqlite3_column_type(scan.handle(), 3);
+            const bool storedText = scan.isText(2);
             const auto& row = scan.readRow();
             Pending p{scan.rowid(), row[0].toString(),
-                      !model::trimBlanks(row[1].toString()).empty(), storedType, row[2].toString()};
+                      !model::trimBlanks(row[1].toString()).empty(), storedText, row[2].toString()};
             if (before) settle(*before, before->nr != p.nr);
             before = std::move(p);
         }

@@ -1,11 +1,10 @@
 #include "transfer/export_scan.h"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
+#include "model/relations.h"
 #include "store/connection.h"
 #include "store/dao_error.h"
 #include "store/german_text.h"
@@ -20,21 +19,6 @@ namespace {
 // rows took 22 s, 4 rows 13.7 s, 1 row 11.6 s; the export of all rows is not affected.
 constexpr int kNearRows = 1;
 
-// SQLite's own collations, as it compares: bytes; ASCII letters folded; trailing blanks ignored.
-int binaryCompare(std::string_view a, std::string_view b) {
-    const int r = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
-    return r != 0 ? r : static_cast<int>(a.size()) - static_cast<int>(b.size());
-}
-int nocaseCompare(std::string_view a, std::string_view b) {
-    const int n = static_cast<int>(std::min(a.size(), b.size()));
-    const int r = n > 0 ? sqlite3_strnicmp(a.data(), b.data(), n) : 0;
-    return r != 0 ? r : static_cast<int>(a.size()) - static_cast<int>(b.size());
-}
-int rtrimCompare(std::string_view a, std::string_view b) {
-    while (!a.empty() && a.back() == ' ') a.remove_suffix(1);
-    while (!b.empty() && b.back() == ' ') b.remove_suffix(1);
-    return binaryCompare(a, b);
-}
 int germanCompare(std::string_view a, std::string_view b) {
     return store::german::compare(a, b);
 }
@@ -54,28 +38,26 @@ std::string orderTerm(store::Connection& c, const std::string& column) {
 
 }  // namespace
 
-void ScanRow::read(sqlite3_stmt* st, int first, size_t count) {
+void ScanRow::read(const store::Statement& st, int first, size_t count) {
     data_.clear();
     spans_.resize(count);
     for (size_t i = 0; i < count; ++i) {
         const int col = first + static_cast<int>(i);
         Span& s = spans_[i];
         s.offset = data_.size();
-        switch (sqlite3_column_type(st, col)) {
-            case SQLITE_NULL:
+        switch (st.columnType(col)) {
+            case store::ColumnType::Null:
                 s.null = true;
                 s.length = 0;
                 continue;
-            case SQLITE_INTEGER:
-                data_ += std::to_string(sqlite3_column_int64(st, col));
+            case store::ColumnType::Integer:
+                data_ += std::to_string(st.columnInteger(col));
                 break;
-            case SQLITE_FLOAT:
-                data_ += store::Variant(sqlite3_column_double(st, col)).toString();
+            case store::ColumnType::Real:
+                data_ += store::Variant(st.columnReal(col)).toString();
                 break;
-            default: {
-                const auto* t = reinterpret_cast<const char*>(sqlite3_column_text(st, col));
-                data_.append(t, static_cast<size_t>(sqlite3_column_bytes(st, col)));
-            }
+            default:
+                data_ += st.columnText(col);
         }
         s.null = false;
         s.length = data_.size() - s.offset;
@@ -84,15 +66,7 @@ void ScanRow::read(sqlite3_stmt* st, int first, size_t count) {
 
 TextCompare keyCompare(store::Connection& c, const std::string& table, const std::string& column) {
     if (!c.catalog().isKey(column)) return germanCompare;
-    const char* collation = nullptr;
-    if (sqlite3_table_column_metadata(c.handle(), "main", table.c_str(), column.c_str(), nullptr,
-                                      &collation, nullptr, nullptr, nullptr) != SQLITE_OK ||
-        !collation)
-        return binaryCompare;
-    if (sqlite3_stricmp(collation, "NOCASE") == 0) return nocaseCompare;
-    if (sqlite3_stricmp(collation, "RTRIM") == 0) return rtrimCompare;
-    if (sqlite3_stricmp(collation, store::german::kCollation) == 0) return germanCompare;
-    return binaryCompare;
+    return c.columnCompare(table, column);
 }
 
 KeyedScan::KeyedScan(store::Connection& c, std::string table, std::vector<std::string> keyColumns,
@@ -146,15 +120,13 @@ void KeyedScan::advance() {
     haveAhead_ = st_->step();
     if (!haveAhead_) return;
     // The key of the row ahead is read once; the walk compares it with a key or two.
-    sqlite3_stmt* h = st_->handle();
     aheadKey_.resize(keyIndex_.size());
     aheadNull_.resize(keyIndex_.size());
     for (size_t i = 0; i < keyIndex_.size(); ++i) {
         const int col = static_cast<int>(keyIndex_[i]);
-        aheadNull_[i] = sqlite3_column_type(h, col) == SQLITE_NULL;
+        aheadNull_[i] = st_->isNull(col);
         if (aheadNull_[i]) continue;
-        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(h, col));
-        aheadKey_[i].assign(text, static_cast<size_t>(sqlite3_column_bytes(h, col)));
+        aheadKey_[i].assign(st_->columnText(col));
     }
 }
 
@@ -198,7 +170,7 @@ std::span<const KeyedScan::Row> KeyedScan::rows(const std::vector<std::string>& 
         groupSize_ = 0;
         while (haveAhead_ && compareAhead(key) == 0) {
             if (groupSize_ == group_.size()) group_.emplace_back();
-            group_[groupSize_++].read(st_->handle(), 0, names_.size());
+            group_[groupSize_++].read(*st_, 0, names_.size());
             advance();
         }
         last_ = key;
@@ -233,11 +205,11 @@ bool SelectionScan::next() {
 }
 
 long long SelectionScan::rowid() const {
-    return sqlite3_column_int64(st_->handle(), 0);
+    return st_->columnInteger(0);
 }
 
 const KeyedScan::Row& SelectionScan::readRow() {
-    row_.read(st_->handle(), 1, names_.size());
+    row_.read(*st_, 1, names_.size());
     return row_;
 }
 
@@ -250,20 +222,49 @@ size_t SelectionScan::column(const std::string& name) const {
                           "Element in dieser Auflistung nicht gefunden.");
 }
 
-sqlite3_stmt* SelectionScan::handle() const {
-    return st_->handle();
+bool SelectionScan::isText(size_t column) const {
+    return st_->columnType(static_cast<int>(column) + 1) == store::ColumnType::Text;
 }
 
+namespace {
+
+std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scansOf(store::Connection& c) {
+    std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scans;
+    for (const model::Relation* r : model::exportOrder()) {
+        if (r->exported == 0) continue;  // the business itself, which the selection reads
+        const model::KeyColumns& k = r->keys;
+        std::vector<std::string> key;
+        if (r->owner == model::Owner::Person)
+            key = {std::string(k.person)};
+        else
+            key = {std::string(k.number), std::string(k.state)};
+        std::vector<std::string> order;
+        if (!r->rowOrder.empty()) order.emplace_back(r->rowOrder);
+        scans.emplace_back(r->table, std::make_unique<KeyedScan>(c, std::string(r->table),
+                                                                 std::move(key), std::move(order)));
+    }
+    return scans;
+}
+
+}  // namespace
+
 ExportScans::ExportScans(store::Connection& c)
-    : meldGruende(c, "betrieb_meldgrundsonst", {"betr-nr", "betr-hist-nr"}),
-      adressen(c, "betrieb_adresse", {"betr-nr", "betr-hist-nr"}),
-      taetigkeiten(c, "betrieb_taetigkeit", {"betr-nr", "betr-hist-nr"}),
-      handwerkskarten(c, "betrieb_handwerkskarte", {"betr-nr", "betr-hist-nr"}),
-      erlaubnisse(c, "betrieb_erlaubnis", {"betr-nr", "betr-hist-nr"}),
-      links(c, "beziehung_betrieb_person", {"bez-betr-nr", "bez-betr-hist-nr"}, {"bez-sort-nr"}),
-      person(c, "person", {"pers-nr"}, {"p-art DESC"}),
-      staatsang(c, "person_staatsang", {"pers-nr"}),
-      personErlaubnis(c, "person_erlaubnis", {"pers-nr"}),
-      personHandwerkskarte(c, "person_handwerkskarte", {"pers-nr"}) {}
+    : scans_(scansOf(c)),
+      meldGruende(of("betrieb_meldgrundsonst")),
+      adressen(of("betrieb_adresse")),
+      taetigkeiten(of("betrieb_taetigkeit")),
+      handwerkskarten(of("betrieb_handwerkskarte")),
+      erlaubnisse(of("betrieb_erlaubnis")),
+      links(of("beziehung_betrieb_person")),
+      person(of("person")),
+      staatsang(of("person_staatsang")),
+      personErlaubnis(of("person_erlaubnis")),
+      personHandwerkskarte(of("person_handwerkskarte")) {}
+
+KeyedScan& ExportScans::of(std::string_view table) {
+    for (auto& [name, scan] : scans_)
+        if (name == table) return *scan;
+    throw std::logic_error("no scan of table " + std::string(table));
+}
 
 }  // namespace tolma::transfer

@@ -6,20 +6,14 @@
 #include <string_view>
 #include <vector>
 
+#include "store/connection.h"
 #include "store/variant.h"
-
-struct sqlite3_stmt;
-
-namespace tolma::store {
-class Connection;
-class Statement;
-}  // namespace tolma::store
 
 namespace tolma::transfer {
 
 // How the export's queries compare a key column with a value: by the column's own collation
 // where an index holds the column, else as German text.
-using TextCompare = int (*)(std::string_view, std::string_view);
+using TextCompare = store::TextCompare;
 TextCompare keyCompare(store::Connection& c, const std::string& table, const std::string& column);
 
 // One column of a row as the export reads it: null, or the text a field's value gives.
@@ -36,7 +30,7 @@ struct Cell {
 class ScanRow {
   public:
     // Columns [first, first + count) of the statement's current row.
-    void read(sqlite3_stmt* st, int first, size_t count);
+    void read(const store::Statement& st, int first, size_t count);
     Cell operator[](size_t i) const {
         const Span& s = spans_[i];
         return {s.null, std::string_view(data_.data() + s.offset, s.length)};
@@ -122,7 +116,8 @@ class SelectionScan {
     // The position of a column among names(), its name compared without regard to case as a
     // field's is; throws "item not found" like a field read.
     size_t column(const std::string& name) const;
-    sqlite3_stmt* handle() const;
+    // Whether a column of the current row holds text (rather than null or a number).
+    bool isText(size_t column) const;
 
   private:
     std::unique_ptr<store::Statement> st_;
@@ -130,12 +125,20 @@ class SelectionScan {
     KeyedScan::Row row_;
 };
 
-// The scans one export file reads: the business's rows, its links, and the rows of its persons.
-struct ExportScans {
+// The scans one export file reads: the business's rows, its links, and the rows of its persons;
+// one for each table the export writes beside the business itself, keyed as the table is tied.
+class ExportScans {
+  public:
     explicit ExportScans(store::Connection& c);
 
-    KeyedScan meldGruende, adressen, taetigkeiten, handwerkskarten, erlaubnisse, links;
-    KeyedScan person, staatsang, personErlaubnis, personHandwerkskarte;
+    KeyedScan& of(std::string_view table);
+
+  private:
+    std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scans_;
+
+  public:
+    KeyedScan &meldGruende, &adressen, &taetigkeiten, &handwerkskarten, &erlaubnisse, &links;
+    KeyedScan &person, &staatsang, &personErlaubnis, &personHandwerkskarte;
 };
 
 }  // namespace tolma::transfer

@@ -11,6 +11,7 @@
 
 #include "core/db_connection.h"
 #include "core/files.h"
+#include "model/relations.h"
 #include "model/schema.h"
 #include "model/values.h"
 #include "store/connection.h"
@@ -59,27 +60,29 @@ constexpr size_t kListed = 20;
 
 // The tables by what ties their rows to a business: its number, or a person linked to it.
 struct Tie {
-    const char* table;
-    const char* number;
+    std::string table;
+    std::string number;
     bool byPerson;
-    const char* heading;
-};
-constexpr Tie kTies[] = {
-    {"betrieb", "betr-nr", false, "Meldedaten"},
-    {"betrieb_adresse", "betr-nr", false, "Betriebsadressen"},
-    {"betrieb_meldgrundsonst", "betr-nr", false, "sonstige Meldegründe"},
-    {"betrieb_taetigkeit", "betr-nr", false, "Tätigkeiten"},
-    {"betrieb_erlaubnis", "betr-nr", false, "Erlaubnisse des Betriebs"},
-    {"betrieb_handwerkskarte", "betr-nr", false, "Handwerkskarten des Betriebs"},
-    {"beziehung_betrieb_person", "bez-betr-nr", false, "Beziehungen zu Personen"},
-    {"person_erlaubnis", "betr-nr", false, "Erlaubnisse der Personen"},
-    {"person_handwerkskarte", "betr-nr", false, "Handwerkskarten der Personen"},
-    {"person", "pers-nr", true, "Personen"},
-    {"person_staatsang", "pers-nr", true, "Staatsangehörigkeiten"},
+    std::string heading;
 };
 
+const std::vector<Tie>& ties() {
+    static const std::vector<Tie> all = [] {
+        std::vector<Tie> out;
+        for (const model::Relation& r : model::relations()) {
+            if (r.store != model::StoreKind::Data) continue;
+            const bool byPerson = r.keys.number.empty();
+            out.push_back({std::string(r.table),
+                           std::string(byPerson ? r.keys.person : r.keys.number), byPerson,
+                           std::string(r.title)});
+        }
+        return out;
+    }();
+    return all;
+}
+
 std::string headingOf(const std::string& table) {
-    for (const Tie& t : kTies)
+    for (const Tie& t : ties())
         if (table == t.table) return t.heading;
     return table;
 }
@@ -109,7 +112,7 @@ class Comparison {
     void run() {
         auto st = c_.prepare("SELECT tabelle, rid FROM tolma_pruef_neu");
         while (st->step()) written_[st->column(0).toString()].insert(st->column(1).toInteger());
-        for (const Tie& t : kTies) {
+        for (const Tie& t : ties()) {
             read(t, true);
             read(t, false);
         }
@@ -148,7 +151,7 @@ class Comparison {
             const std::string key = numberKey(st->column(number).toString());
             rows.byNumber[key].push_back(hashOf(values));
             if (person >= 0) personsOf_[key].insert(numberKey(st->column(person).toString()));
-            if (std::string(t.table) == "betrieb") {
+            if (t.table == "betrieb") {
                 if (!old) fileNumbers_.try_emplace(key, st->column(name).toString());
                 if (old) oldNames_.try_emplace(key, st->column(name).toString());
             }
@@ -184,7 +187,7 @@ class Comparison {
             return;
         }
         std::vector<std::string> differences;
-        for (const Tie& t : kTies) {
+        for (const Tie& t : ties()) {
             const auto [before, after] = rowsOf(t, nr);
             if (before == after) continue;
             std::vector<std::uint64_t> gone, come;
@@ -192,7 +195,7 @@ class Comparison {
                                 std::back_inserter(gone));
             std::set_difference(after.begin(), after.end(), before.begin(), before.end(),
                                 std::back_inserter(come));
-            if (std::string(t.table) == "betrieb" && gone.size() == 1 && come.size() == 1) {
+            if (t.table == "betrieb" && gone.size() == 1 && come.size() == 1) {
                 fieldsOf(nr, differences);
                 continue;
             }

@@ -30,11 +30,11 @@ void note(ImportContext::KeyTables& keys, const std::string& key) {
         keys.note(keyHash(model::firstCharacters(key, kKeySize)));
 }
 
-void collect(store::Database& db, const char* column, const char* table, unsigned bit,
+void collect(store::Database& db, std::string_view column, std::string_view table, unsigned bit,
              ImportContext::KeyTables& keys) {
     // One pass over the key's index; the rows of a number follow each other there.
-    auto st = db.connection()->prepare(std::string("SELECT DISTINCT [") + column + "] FROM [" +
-                                       table + "]");
+    auto st = db.connection()->prepare("SELECT DISTINCT [" + std::string(column) + "] FROM [" +
+                                       std::string(table) + "]");
     while (st->step()) keys.add(keyHash(st->column(0).toString()), bit);
     keys.seal();  // table by table, so that the list never holds a number once per table
 }
@@ -80,30 +80,14 @@ unsigned ImportContext::KeyTables::tablesOf(std::uint64_t hash) const {
 void ImportContext::loadKeys() {
     if (keysLoaded_) return;
     keysLoaded_ = true;
-    // The key columns that the removals name, with the table bit each answers for.
-    struct KeyColumn {
-        const char *column, *table;
-        unsigned bit;
-        KeyTables ImportContext::*keys;
-    };
-    static const KeyColumn kKeyColumns[] = {
-        {"betr-nr", "betrieb_adresse", kAdresse, &ImportContext::businesses_},
-        {"betr-nr", "betrieb", kBetrieb, &ImportContext::businesses_},
-        {"betr-nr", "betrieb_meldgrundsonst", kMeldgrund, &ImportContext::businesses_},
-        {"betr-nr", "betrieb_taetigkeit", kTaetigkeit, &ImportContext::businesses_},
-        {"betr-nr", "betrieb_erlaubnis", kErlaubnis, &ImportContext::businesses_},
-        {"betr-nr", "betrieb_handwerkskarte", kHandwerkskarte, &ImportContext::businesses_},
-        {"bez-betr-nr", "beziehung_betrieb_person", kBeziehung, &ImportContext::businesses_},
-        {"betr-nr", "person_erlaubnis", kPersonErlaubnis, &ImportContext::businesses_},
-        {"betr-nr", "person_handwerkskarte", kPersonHandwerkskarte, &ImportContext::businesses_},
-        {"pers-nr", "person", kPerson, &ImportContext::persons_},
-        {"pers-nr", "person_staatsang", kStaatsang, &ImportContext::persons_},
-        {"pers-nr", "person_erlaubnis", kPErlaubnis, &ImportContext::persons_},
-        {"pers-nr", "person_handwerkskarte", kPHandwerkskarte, &ImportContext::persons_},
-    };
     try {
-        for (const auto& k : kKeyColumns)
-            collect(g.db_daten, k.column, k.table, k.bit, this->*k.keys);
+        // The key columns that the removals name, with the table bit each answers for.
+        for (const model::Relation* r : model::removalOrder())
+            if (!r->keys.number.empty())
+                collect(g.db_daten, r->keys.number, r->table, tableBit(*r), businesses_);
+        for (const model::Relation* r : model::removalOrder())
+            if (!r->keys.person.empty())
+                collect(g.db_daten, r->keys.person, r->table, tableBit(*r), persons_);
     } catch (const std::exception&) {
         keysMissing_ = true;  // without the list, every removal runs
     }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/globals.h"
+#include "model/relations.h"
 
 namespace tolma::transfer {
 
@@ -57,24 +58,11 @@ struct ImportContext {
     std::string businessKey(const std::string& betrNr, const std::string& betrHistNr) const;
     static std::string foldedKey(std::string key);
 
-    // The tables whose rows a removal by business number, or by person number, may meet.
-    enum BusinessTable : unsigned {
-        kAdresse = 1u << 0,
-        kBetrieb = 1u << 1,
-        kMeldgrund = 1u << 2,
-        kTaetigkeit = 1u << 3,
-        kErlaubnis = 1u << 4,
-        kHandwerkskarte = 1u << 5,
-        kBeziehung = 1u << 6,
-        kPersonErlaubnis = 1u << 7,
-        kPersonHandwerkskarte = 1u << 8,
-    };
-    enum PersonTable : unsigned {
-        kPerson = 1u << 0,
-        kStaatsang = 1u << 1,
-        kPErlaubnis = 1u << 2,
-        kPHandwerkskarte = 1u << 3,
-    };
+    // The tables whose rows a removal by business number, or by person number, may meet: a bit
+    // for each table, by its place among the declared relations.
+    static unsigned tableBit(const model::Relation& table) {
+        return 1u << (&table - model::relations().data());
+    }
     // Whether a table of the store may hold rows of a business or person number. A removal by a
     // number the table cannot hold would delete nothing, so it is left out: a first import into
     // an empty store then runs no deletes at all, and a replace only those that meet rows.

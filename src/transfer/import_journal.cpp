@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "model/relations.h"
 #include "model/schema.h"
 #include "search/search_index.h"
 #include "store/change_capture.h"
@@ -152,24 +153,18 @@ namespace {
 // number (the permits and craft cards of persons), by person.
 enum class KeyKind { State, Number, Person };
 struct Removed {
-    const char* table;
+    std::string table;
     KeyKind kind;
-    const char* number;
-    const char* state;  // by number alone without one, or where the data are not by state
+    std::string_view number;
+    std::string_view state;  // by number alone without one, or where the data are not by state
 };
-const Removed kRemoved[] = {
-    {"betrieb_adresse", KeyKind::State, "betr-nr", "betr-hist-nr"},
-    {"betrieb", KeyKind::State, "betr-nr", "betr-hist-nr"},
-    {"betrieb_meldgrundsonst", KeyKind::State, "betr-nr", "betr-hist-nr"},
-    {"betrieb_taetigkeit", KeyKind::State, "betr-nr", "betr-hist-nr"},
-    {"betrieb_erlaubnis", KeyKind::State, "betr-nr", "betr-hist-nr"},
-    {"betrieb_handwerkskarte", KeyKind::State, "betr-nr", "betr-hist-nr"},
-    {"beziehung_betrieb_person", KeyKind::State, "bez-betr-nr", "bez-betr-hist-nr"},
-    {"person_erlaubnis", KeyKind::Number, "betr-nr", nullptr},
-    {"person_handwerkskarte", KeyKind::Number, "betr-nr", nullptr},
-    {"person", KeyKind::Person, "pers-nr", nullptr},
-    {"person_staatsang", KeyKind::Person, "pers-nr", nullptr},
-};
+
+Removed removedOf(const model::Relation& r) {
+    const model::KeyColumns& k = r.keys;
+    if (!k.state.empty()) return {std::string(r.table), KeyKind::State, k.number, k.state};
+    if (!k.number.empty()) return {std::string(r.table), KeyKind::Number, k.number, {}};
+    return {std::string(r.table), KeyKind::Person, k.person, {}};
+}
 
 const char* keyTable(KeyKind kind) {
     switch (kind) {
@@ -226,18 +221,20 @@ void fillKeys(store::Connection& c, const BlockKeys& keys) {
 // The condition that a row of `alias` belongs to one of the numbers in the key table.
 std::string belongs(const Removed& r, bool byState, const std::string& alias) {
     std::string sql = "k.nr = " + alias + "." + store::jet::quoteName(r.number);
-    if (r.state && byState) sql += " AND k.hist = " + alias + "." + store::jet::quoteName(r.state);
+    if (!r.state.empty() && byState)
+        sql += " AND k.hist = " + alias + "." + store::jet::quoteName(r.state);
     return sql;
 }
 
 }  // namespace
 
 void ImportJournal::removeAhead(store::Connection& c, const BlockKeys& keys) {
-    blockStarts_.assign(std::size(kRemoved), -1);
+    const auto& order = model::removalOrder();
+    blockStarts_.assign(order.size(), -1);
     if (!started() || keys.empty()) return;
     fillKeys(c, keys);
-    for (size_t i = 0; i < std::size(kRemoved); ++i) {
-        const Removed& r = kRemoved[i];
+    for (size_t i = 0; i < order.size(); ++i) {
+        const Removed r = removedOf(*order[i]);
         if (noKeys(keys, r.kind) || !recorded(r.table)) continue;
         const std::string shadow = store::jet::quoteName(shadowOf(r.table));
         auto last = c.prepare("SELECT coalesce(max(rowid), 0) FROM " + shadow);
@@ -260,8 +257,9 @@ void ImportJournal::putBack(store::Connection& c, const BlockKeys& left) {
     if (!started() || left.empty() || blockStarts_.empty()) return;
     fillKeys(c, left);
     c.execute("CREATE TEMP TABLE IF NOT EXISTS tolma_zurueck_neu (kopie INTEGER PRIMARY KEY)");
-    for (size_t i = 0; i < std::size(kRemoved); ++i) {
-        const Removed& r = kRemoved[i];
+    const auto& order = model::removalOrder();
+    for (size_t i = 0; i < order.size(); ++i) {
+        const Removed r = removedOf(*order[i]);
         if (blockStarts_[i] < 0 || noKeys(left, r.kind)) continue;
         const std::string table = "main." + store::jet::quoteName(r.table),
                           shadow = store::jet::quoteName(shadowOf(r.table));

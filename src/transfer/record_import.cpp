@@ -1,6 +1,8 @@
 #include "transfer/record_import.h"
 
+#include "core/db_connection.h"
 #include "core/error_log.h"
+#include "model/relations.h"
 #include "model/values.h"
 #include "store/dao_error.h"
 #include "transfer/extract.h"
@@ -108,37 +110,30 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
 
     try {
         const std::string nr = betrNr, hist = betrHistNr;
-        std::string byBusiness, byLink;
-        if (ctx.akt_struktur == core::kBetriebsbezogen) {
-            byBusiness = "[betr-nr] = " + quote(nr);
-            byLink = "[bez-betr-nr] = " + quote(nr);
-        } else if (ctx.akt_struktur == core::kMeldungsbezogen) {
-            byBusiness = "[betr-nr] = " + quote(nr) + " AND [betr-hist-nr] = " + quote(hist);
-            byLink = "[bez-betr-nr] = " + quote(nr) + " AND [bez-betr-hist-nr] = " + quote(hist);
-        }
-        if (!byBusiness.empty()) {
-            using T = ImportContext::BusinessTable;
+        const bool byState = ctx.akt_struktur == core::kMeldungsbezogen;
+        if (byState || ctx.akt_struktur == core::kBetriebsbezogen) {
             const unsigned held = ctx.businessTables(betrNr);
             // Removed ahead with the block, once: a number that comes again meets the run's rows.
             auto& ahead = ctx.removedAhead;
             const bool state = ahead.businesses.erase(ctx.businessKey(nr, hist)) > 0;
             const bool number = ahead.businessNumbers.erase(ImportContext::foldedKey(nr)) > 0;
-            auto kill = [&](T table, const std::string& criteria, store::Recordset& rs, bool gone) {
-                return (held & table) && !gone ? Upd_6_Kill(ctx, criteria, rs) : 0;
-            };
             // The permits and craft cards of persons carry no history number: they go for all
-            // states of the business at once.
-            kill(T::kAdresse, byBusiness, g.rs_adresse, state);
-            if (kill(T::kBetrieb, byBusiness, g.rs_betrieb, state) > 0) ++ctx.replacing;
-            kill(T::kMeldgrund, byBusiness, g.rs_meldgrund, state);
-            kill(T::kTaetigkeit, byBusiness, g.rs_taetigkeit, state);
-            kill(T::kErlaubnis, byBusiness, g.rs_erlaubnis, state);
-            kill(T::kHandwerkskarte, byBusiness, g.rs_handwerkskarte, state);
-            kill(T::kBeziehung, byLink, g.rs_beziehung, state);
-            const bool permitsGone = kill(T::kPersonErlaubnis, "[betr-nr] = " + quote(nr),
-                                          g.rs_person_erlaubnis, number) >= 0 &&
-                                     kill(T::kPersonHandwerkskarte, "[betr-nr] = " + quote(nr),
-                                          g.rs_person_handwerkskarte, number) >= 0;
+            // states of the business at once, and count as gone only when each of them went.
+            bool permitsGone = true;
+            for (const model::Relation* r : model::removalOrder()) {
+                const model::KeyColumns& k = r->keys;
+                if (k.number.empty()) continue;
+                const bool byNumberAlone = k.state.empty();
+                if (byNumberAlone && !permitsGone) continue;
+                if (!(held & ImportContext::tableBit(*r)) || (byNumberAlone ? number : state))
+                    continue;
+                std::string criteria = "[" + std::string(k.number) + "] = " + quote(nr);
+                if (byState && !byNumberAlone)
+                    criteria += " AND [" + std::string(k.state) + "] = " + quote(hist);
+                const long long removed = Upd_6_Kill(ctx, criteria, g.*core::handleOf(r->table));
+                if (byNumberAlone && removed < 0) permitsGone = false;
+                if (r->table == "betrieb" && removed > 0) ++ctx.replacing;
+            }
             if (permitsGone) ctx.personPermitsGoneOf = nr;
         }
 

@@ -1,5 +1,7 @@
+#include "core/db_connection.h"
 #include "core/error_log.h"
 #include "core/files.h"
+#include "model/relations.h"
 #include "transfer/extract.h"
 #include "transfer/field_store.h"
 #include "transfer/record_import.h"
@@ -108,21 +110,26 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
             if (*v == kKeinInhalt) v->clear();
         // A person is one row across all businesses; permits and craft cards are kept by business.
         if (const unsigned person = ctx.personTables(persNr)) {
-            using P = ImportContext::PersonTable;
-            using B = ImportContext::BusinessTable;
-            const std::string byPerson = "[pers-nr] = " + quote(persNr);
-            const std::string byBoth = byPerson + " AND [betr-nr] = " + quote(betrNr);
             // Removed ahead with the block, once: a person that comes again meets the run's rows.
             const bool gone = ctx.removedAhead.persons.erase(ImportContext::foldedKey(persNr)) > 0;
             // Those of the business went with it: what is left are the run's own rows.
             const bool permitsGone = !betrNr.empty() && ctx.personPermitsGoneOf == betrNr;
-            if ((person & P::kPerson) && !gone) Upd_6_Kill(ctx, byPerson, g.rs_person);
-            if ((person & P::kStaatsang) && !gone) Upd_6_Kill(ctx, byPerson, g.rs_person_staatsang);
-            if ((person & P::kPErlaubnis) && ctx.mayHoldBusiness(betrNr, B::kPersonErlaubnis))
-                Upd_6_Kill(ctx, byBoth, g.rs_person_erlaubnis, permitsGone);
-            if ((person & P::kPHandwerkskarte) &&
-                ctx.mayHoldBusiness(betrNr, B::kPersonHandwerkskarte))
-                Upd_6_Kill(ctx, byBoth, g.rs_person_handwerkskarte, permitsGone);
+            for (const model::Relation* r : model::removalOrder()) {
+                const model::KeyColumns& k = r->keys;
+                if (k.person.empty() || r->owner != model::Owner::Person ||
+                    !(person & ImportContext::tableBit(*r)))
+                    continue;
+                const std::string byPerson = "[" + std::string(k.person) + "] = " + quote(persNr);
+                store::Recordset& rs = g.*core::handleOf(r->table);
+                if (k.number.empty()) {
+                    if (!gone) Upd_6_Kill(ctx, byPerson, rs);
+                } else if (ctx.mayHoldBusiness(betrNr, ImportContext::tableBit(*r))) {
+                    // A person's permits and craft cards are kept by business.
+                    Upd_6_Kill(ctx,
+                               byPerson + " AND [" + std::string(k.number) + "] = " + quote(betrNr),
+                               rs, permitsGone);
+                }
+            }
         }
         ctx.notePerson(persNr);
     }
