@@ -16,8 +16,15 @@ if command -v xvfb-run > /dev/null; then
     # screen show the window framed, in the room a clerk has on a 1024×768 display.
     xvfb-run -a -s "-screen 0 1024x768x24" sh -c '
         if command -v openbox > /dev/null; then openbox > /dev/null 2>&1 & sleep 1; fi
-        exec "$@"' sh "$build/tools/tolma-screenshots" "$out" "$home" data/beispiel.tml
+        prog=$1 out=$2 home=$3 sample=$4
+        "$prog" "$out" "$home" "$sample" || exit 1
+        # Once more with text at 150 %, on a fresh home, into 150/.
+        rm -rf "$home"/* && QT_SCALE_FACTOR=1.5 "$prog" "$out/150" "$home" "$sample"' \
+        sh "$build/tools/tolma-screenshots" "$out" "$home" data/beispiel.tml
 else
     QT_QPA_PLATFORM=offscreen "$build/tools/tolma-screenshots" "$out" "$home" data/beispiel.tml
+    rm -rf "${home:?}"/*
+    QT_SCALE_FACTOR=1.5 QT_QPA_PLATFORM=offscreen "$build/tools/tolma-screenshots" "$out/150" \
+        "$home" data/beispiel.tml
 fi
 ls "$out"

@@ -86,7 +86,10 @@ Program::~Program() {
 
 void Program::start(const std::filesystem::path& home) {
     core::MDIForm_Load(g_, core::App_PrevInstance(core::instanceLockFile()));
-    window_->show();
+    if (window_->needsWholeScreen())
+        window_->showMaximized();
+    else
+        window_->show();
     window_->fitRecordView();
     core::A_Start(g_, home);
     window_->refreshFromCore();

@@ -85,8 +85,13 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
         QMdiArea::DontMaximizeSubWindowOnActivation);  // the window keeps its designed size; the
                                                        // view scrolls
     keptSize_ = QSize(twipsToPixels(this, kWidthTwips), twipsToPixels(this, kHeightTwips));
-    // Large text can make the designed size larger than the screen: the views scroll instead.
-    if (screen()) keptSize_ = keptSize_.boundedTo(screen()->availableGeometry().size());
+    // Large text can make the designed size larger than the screen: the window then takes the
+    // whole screen, frame included, and the views scroll.
+    if (screen()) {
+        const QSize room = screen()->availableGeometry().size();
+        wholeScreen_ = keptSize_.width() > room.width() || keptSize_.height() > room.height();
+        keptSize_ = keptSize_.boundedTo(room);
+    }
     mdiArea_->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     mdiArea_->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     resize(keptSize_);

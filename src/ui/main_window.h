@@ -40,6 +40,8 @@ class MainWindow : public QMainWindow {
     // The size the window keeps: the designed one, grown (up to the screen's room) where a tab
     // of the record view could not show all its controls at today's font sizes.
     QSize keptSize() const { return keptSize_; }
+    // The designed size does not fit the screen: the window is shown maximized.
+    bool needsWholeScreen() const { return wholeScreen_; }
     void fitRecordView();
 
   protected:
@@ -68,6 +70,7 @@ class MainWindow : public QMainWindow {
     std::map<std::string, QMdiSubWindow*> children_;  // open forms by their names
     bool closing_ = false;
     QSize keptSize_;
+    bool wholeScreen_ = false;
 };
 
 }  // namespace tolma::ui
