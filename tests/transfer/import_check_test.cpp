@@ -129,6 +129,22 @@ TEST(ImportCheckTest, TheReportNamesWhatWouldChange) {
     EXPECT_EQ(text(report).find("betrieb_adresse"), std::string::npos);
 }
 
+// A file checked against the store it was just read into changes nothing: its businesses'
+// persons and their links included, which a key of the wrong column once counted as gone.
+TEST(ImportCheckTest, TheFileJustReadInComesBackUnchanged) {
+    ImportFixture f;
+    const std::string sample =
+        (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
+    f.dialogs.answers = {core::msg::vbYes};
+    ASSERT_EQ(transfer::Upd_1_Start(f.g(), sample), transfer::ImportOutcome::Finished);
+    transfer::ImportCheck report;
+    ASSERT_EQ(transfer::checkTransferFile(f.g(), sample, report),
+              transfer::ImportOutcome::Finished);
+    EXPECT_EQ(report.changed, 0) << text(report);
+    EXPECT_EQ(report.unchanged, report.businesses);
+    EXPECT_EQ(text(report).find("entfallen"), std::string::npos);
+}
+
 TEST(ImportCheckTest, BusinessesOutsideTheFiltersMunicipalitiesAreNamed) {
     ImportFixture f;
     insert(f.g().db_org, "aktuelleGemeinde",
