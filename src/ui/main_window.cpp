@@ -92,6 +92,8 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
         wholeScreen_ = keptSize_.width() > room.width() || keptSize_.height() > room.height();
         keptSize_ = keptSize_.boundedTo(room);
     }
+    // A window that closes gives the keyboard back to the one the clerk came from.
+    mdiArea_->setActivationOrder(QMdiArea::ActivationHistoryOrder);
     mdiArea_->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     mdiArea_->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     resize(keptSize_);

@@ -372,6 +372,12 @@ class KeyboardTest : public QObject {
             QTRY_VERIFY2(!window->menuEntry("menue_suchen_person")->isChecked(),
                          qPrintable(QKeySequence(key).toString()));
         }
+        // A window that closes gives the keyboard back to the one the clerk came from.
+        window->trigger("menue_suchen_alle");
+        QWidget* search = formIn(area(), "Frm_Suchen");
+        window->trigger("menue_suchen_betrieb");
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape);
+        QTRY_VERIFY(search->isAncestorOf(QApplication::focusWidget()));
     }
 
     void aBusinessOpenedFromTheSearchClosesAnOpenListAsItsOkWould() {
