@@ -1,6 +1,5 @@
 #include "ui/evaluation_window.h"
 
-#include <QButtonGroup>
 #include <QComboBox>
 #include <QFileDialog>
 #include <QGridLayout>
@@ -14,8 +13,6 @@
 #include <QPrintDialog>
 #include <QPrinter>
 #include <QPushButton>
-#include <QRadioButton>
-#include <QRegularExpression>
 #include <QTableWidget>
 #include <QVBoxLayout>
 
@@ -64,36 +61,6 @@ QString chartDescription(const evaluation::Result& r) {
                       .arg(c.saldo());
     return "Anmeldungen und Abmeldungen je Monat als Balken, der Saldo als Linie. " +
            months.join("; ") + ".";
-}
-
-// The business list opened from a number lists only what the number counts. It says so above
-// its grid and in its title; its options "Alle", "Aktuelle" and "Abgemeldete" list from the whole
-// store, so none of them stands checked, and once one is chosen the list says that the
-// restriction is gone, rather than the list growing unexplained.
-void markRestriction(ListWindow* list, const QString& what) {
-    auto* label = new QLabel("Gezählt in der Auswertung: " + what, list);
-    label->setObjectName("Label_Auswertung");
-    label->setWordWrap(true);
-    QFont bold = label->font();
-    bold.setBold(true);
-    label->setFont(bold);
-    if (auto* box = qobject_cast<QBoxLayout*>(list->layout())) box->insertWidget(0, label);
-    const QString title = list->windowTitle();
-    list->setWindowTitle(title.trimmed().endsWith(')')
-                             ? title.left(title.lastIndexOf(')')) + ": " + what + ")"
-                             : title + " – " + what);
-    for (auto* option : list->findChildren<QRadioButton*>(QRegularExpression("^Option1_"))) {
-        QButtonGroup* group = option->group();
-        if (group) group->setExclusive(false);
-        option->setChecked(false);
-        if (group) group->setExclusive(true);
-        QObject::connect(option, &QRadioButton::clicked, label, [=] {
-            label->setFont(list->font());
-            label->setText(withoutMnemonic(option->text()) + " Betriebe: die Einschränkung auf „" +
-                           what + "“ ist aufgehoben.");
-            list->setWindowTitle(title);
-        });
-    }
 }
 
 }  // namespace
@@ -298,8 +265,8 @@ void EvaluationWindow::cellClicked(int row, int column) {
     emit openStates(states);
     for (auto* list : window()->findChildren<ListWindow*>())
         if (!before.contains(list) && !list->form().persons)
-            markRestriction(list, q(evaluation::countedDescription(
-                                      *result_, static_cast<size_t>(row), column)));
+            list->showRestriction(
+                q(evaluation::countedDescription(*result_, static_cast<size_t>(row), column)));
 }
 
 void EvaluationWindow::print() {

@@ -150,16 +150,16 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
 
     auto* buttons = new QHBoxLayout;
     if (!persons) {
-        auto* options = new QButtonGroup(this);
+        options_ = new QButtonGroup(this);
         const char* captions[] = {"Alle", "Aktuelle", "Abgemeldete"};
         for (int i = 0; i < 3; ++i) {
             auto* option = new QRadioButton(captions[i], this);
             option->setObjectName(QString("Option1_%1").arg(i));
             option->setChecked(i == 0);
-            options->addButton(option, i);
+            options_->addButton(option, i);
             buttons->addWidget(option);
         }
-        connect(options, &QButtonGroup::idClicked, this, [this](int index) {
+        connect(options_, &QButtonGroup::idClicked, this, [this](int index) {
             browse::Option1_Click(g_, *form_, index);
             model_->reload();
             selectCurrentRow();
@@ -193,6 +193,31 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
 
 ListWindow::~ListWindow() {
     browse::Form_Unload(g_, *form_);
+}
+
+void ListWindow::showRestriction(const QString& what) {
+    auto* label = new QLabel("Gezählt in der Auswertung: " + what, this);
+    label->setObjectName("Label_Auswertung");
+    label->setWordWrap(true);
+    QFont bold = label->font();
+    bold.setBold(true);
+    label->setFont(bold);
+    static_cast<QBoxLayout*>(layout())->insertWidget(0, label);
+    const QString title = windowTitle();
+    setWindowTitle(title.trimmed().endsWith(')')
+                       ? title.left(title.lastIndexOf(')')) + ": " + what + ")"
+                       : title + " – " + what);
+    if (!options_) return;
+    options_->setExclusive(false);
+    for (auto* option : options_->buttons()) option->setChecked(false);
+    options_->setExclusive(true);
+    connect(options_, &QButtonGroup::buttonClicked, label,
+            [this, label, title, what](QAbstractButton* option) {
+                label->setFont(font());
+                label->setText(withoutMnemonic(option->text()) +
+                               " Betriebe: die Einschränkung auf „" + what + "“ ist aufgehoben.");
+                setWindowTitle(title);
+            });
 }
 
 void ListWindow::setUpKeyboard() {

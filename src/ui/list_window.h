@@ -7,6 +7,7 @@
 #include "browse/list_form.h"
 #include "core/globals.h"
 
+class QButtonGroup;
 class QGroupBox;
 class QLabel;
 class QLineEdit;
@@ -32,6 +33,11 @@ class ListWindow : public QWidget {
     void fitColumns();
     // Shows the form's state: rows, current row, counter, search frame.
     void refreshFromCore();
+    // The list holds only what an evaluation's number counts: it says so above its grid and in
+    // its title, with none of "Alle", "Aktuelle" and "Abgemeldete" checked, since each lists from
+    // the whole store; once one is chosen, the list says that the restriction is gone rather
+    // than growing unexplained.
+    void showRestriction(const QString& what);
 
   signals:
     void closeRequested();
@@ -56,6 +62,7 @@ class ListWindow : public QWidget {
     RecordsetTableModel* model_;
     DataControlWidget* blaettern_;
     QLabel* label1_;
+    QButtonGroup* options_ = nullptr;
     bool syncing_ = false;
 };
 
