@@ -80,6 +80,45 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
     setWindowTitle("Auswertungen");
     auto* outer = new QVBoxLayout(this);
 
+    outer->addWidget(buildChoice());
+
+    counted_->setObjectName("Label_Zeitraum");
+    outer->addWidget(counted_);
+    table_->setObjectName("Tabelle_Auswertung");
+    table_->setColumnCount(6);
+    table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    table_->verticalHeader()->hide();
+    table_->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    prepareGrid(table_, "Ergebnis der Auswertung");
+    table_->installEventFilter(this);  // Enter on a number opens what it counts
+    outer->addWidget(table_, 3);
+    chart_->setObjectName("Diagramm");
+    chart_->setAccessibleName("Diagramm je Monat");
+    outer->addWidget(chart_, 2);
+
+    outer->addLayout(buildButtons());
+    chainTabOrder(
+        {from_, to_, grouping_, scope_, municipality_, findChild<QPushButton*>("Command_Auswerten"),
+         table_, findChild<QPushButton*>("Command_Drucken"), findChild<QPushButton*>("Command_CSV"),
+         findChild<QPushButton*>("Command_Grafik"), findChild<QPushButton*>("Command_Schliessen")});
+    assignMnemonics(this);
+    addCloseKeys(this, [this] { emit closeRequested(); });
+    connect(grouping_, &QComboBox::currentIndexChanged, this, &EvaluationWindow::evaluate);
+    connect(table_, &QTableWidget::cellClicked, this, &EvaluationWindow::cellClicked);
+
+    try {
+        sections_ = evaluation::loadSections(g_.dataDir / "wz2008_abschnitte.csv");
+        const auto period = evaluation::defaultPeriod(g_);
+        from_->setText(q(evaluation::monthText(period.first)));
+        to_->setText(q(evaluation::monthText(period.second)));
+    } catch (const std::exception& e) {
+        core::logTrapped(g_, "Frm_Auswertung.Form_Load", e);
+    }
+    evaluate();
+}
+
+// The period, the grouping, the municipalities and the button that counts.
+QGroupBox* EvaluationWindow::buildChoice() {
     auto* choice = new QGroupBox("Auswahl", this);
     auto* grid = new QGridLayout(choice);
     for (auto* edit : {from_, to_}) {
@@ -113,22 +152,11 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
     auto* run = new QPushButton("Auswerten", choice);
     run->setObjectName("Command_Auswerten");
     grid->addWidget(run, 1, 5);
-    outer->addWidget(choice);
+    connect(run, &QPushButton::clicked, this, &EvaluationWindow::evaluate);
+    return choice;
+}
 
-    counted_->setObjectName("Label_Zeitraum");
-    outer->addWidget(counted_);
-    table_->setObjectName("Tabelle_Auswertung");
-    table_->setColumnCount(6);
-    table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    table_->verticalHeader()->hide();
-    table_->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
-    prepareGrid(table_, "Ergebnis der Auswertung");
-    table_->installEventFilter(this);  // Enter on a number opens what it counts
-    outer->addWidget(table_, 3);
-    chart_->setObjectName("Diagramm");
-    chart_->setAccessibleName("Diagramm je Monat");
-    outer->addWidget(chart_, 2);
-
+QHBoxLayout* EvaluationWindow::buildButtons() {
     auto* buttons = new QHBoxLayout;
     const std::pair<const char*, const char*> captions[] = {{"Command_Drucken", "Drucken"},
                                                             {"Command_CSV", "CSV speichern"},
@@ -147,26 +175,7 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
             if (n == "Command_Schliessen") emit closeRequested();
         });
     }
-    outer->addLayout(buttons);
-    chainTabOrder(
-        {from_, to_, grouping_, scope_, municipality_, run, table_,
-         findChild<QPushButton*>("Command_Drucken"), findChild<QPushButton*>("Command_CSV"),
-         findChild<QPushButton*>("Command_Grafik"), findChild<QPushButton*>("Command_Schliessen")});
-    assignMnemonics(this);
-    addCloseKeys(this, [this] { emit closeRequested(); });
-    connect(run, &QPushButton::clicked, this, &EvaluationWindow::evaluate);
-    connect(grouping_, &QComboBox::currentIndexChanged, this, &EvaluationWindow::evaluate);
-    connect(table_, &QTableWidget::cellClicked, this, &EvaluationWindow::cellClicked);
-
-    try {
-        sections_ = evaluation::loadSections(g_.dataDir / "wz2008_abschnitte.csv");
-        const auto period = evaluation::defaultPeriod(g_);
-        from_->setText(q(evaluation::monthText(period.first)));
-        to_->setText(q(evaluation::monthText(period.second)));
-    } catch (const std::exception& e) {
-        core::logTrapped(g_, "Frm_Auswertung.Form_Load", e);
-    }
-    evaluate();
+    return buttons;
 }
 
 void EvaluationWindow::evaluate() {

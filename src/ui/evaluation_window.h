@@ -9,6 +9,8 @@
 #include "evaluation/evaluation.h"
 
 class QComboBox;
+class QGroupBox;
+class QHBoxLayout;
 class QLabel;
 class QLineEdit;
 class QTableWidget;
@@ -37,6 +39,8 @@ class EvaluationWindow : public QWidget {
     bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
+    QGroupBox* buildChoice();
+    QHBoxLayout* buildButtons();
     void print();
     void saveCsv();
     void saveChart();

@@ -61,12 +61,44 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
       model_(nullptr),
       blaettern_(nullptr),
       label1_(new QLabel(this)) {
-    const bool persons = form_->persons;
     setObjectName(form_->name());
-    setWindowTitle(persons ? "  TOLMA_3x_Access  (Auswahlliste - Personen)"
-                           : " TOLMA_3x_Access  (Auswahlliste - Betriebe)");
+    setWindowTitle(form_->persons ? "  TOLMA_3x_Access  (Auswahlliste - Personen)"
+                                  : " TOLMA_3x_Access  (Auswahlliste - Betriebe)");
     auto* outer = new QVBoxLayout(this);
+    buildSearchBoxes();
+    outer->addWidget(frame1_);
+    auto* frame2 = new QGroupBox("Auswahlliste", this);
+    frame2->setObjectName("Frame2");
+    auto* list = new QVBoxLayout(frame2);
+    buildGrid();
+    list->addWidget(grid_);
+    auto* under = new QHBoxLayout;
+    form_->data.Caption = "blättern";
+    blaettern_ = new DataControlWidget(
+        form_->data, [this] { selectCurrentRow(); }, frame2);
+    under->addWidget(blaettern_);
+    label1_->setObjectName("Label1");
+    under->addWidget(label1_, 1);
+    list->addLayout(under);
+    outer->addWidget(frame2, 1);
+    outer->addLayout(buildButtons());
+    setUpKeyboard();
 
+    connect(grid_->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
+            [this](const QModelIndex& current) {
+                if (syncing_ || !current.isValid()) return;
+                try {
+                    form_->data.Recordset().setAbsolutePosition(current.row());
+                } catch (const std::exception&) {
+                }
+                browse::updateCounter(*form_);
+                label1_->setText(QString::fromStdString(form_->Label1));
+                blaettern_->refresh();
+            });
+    refreshFromCore();
+}
+
+void ListWindow::buildSearchBoxes() {
     frame1_->setObjectName("Frame1");
     auto* search = new QGridLayout(frame1_);
     const auto& columns = form_->columns();
@@ -92,11 +124,9 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
         });
         boxes_.push_back(box);
     }
-    outer->addWidget(frame1_);
+}
 
-    auto* frame2 = new QGroupBox("Auswahlliste", this);
-    frame2->setObjectName("Frame2");
-    auto* list = new QVBoxLayout(frame2);
+void ListWindow::buildGrid() {
     grid_->setObjectName("DBGrid1");
     QFont mono("Courier New");
     mono.setStyleHint(QFont::Monospace);
@@ -108,9 +138,21 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
     // A long name is cut at its last character that fits, not at its first word.
     grid_->setWordWrap(false);
     grid_->verticalHeader()->setDefaultSectionSize(grid_->fontMetrics().height() + 4);
-    model_ = new RecordsetTableModel(form_->data, columns, this);
+    model_ = new RecordsetTableModel(form_->data, form_->columns(), this);
     grid_->setModel(model_);
-    // Wide enough for the caption and, for names, for a good part of the name.
+    measureColumns();
+    grid_->horizontalHeader()->setDefaultAlignment(
+        Qt::Alignment::fromInt(Qt::AlignCenter | Qt::TextWordWrap));
+    grid_->viewport()->installEventFilter(this);  // its width is the columns' to fill
+    grid_->installEventFilter(this);              // Enter opens the row, as OK does
+    prepareGrid(grid_,
+                form_->persons ? "Auswahlliste der Personen" : "Auswahlliste der Betriebe");
+    connect(grid_, &QTableView::doubleClicked, this, [this] { command(0); });
+}
+
+// Wide enough for the caption and, for names, for a good part of the name.
+void ListWindow::measureColumns() {
+    const auto& columns = form_->columns();
     for (int c = 0; c < static_cast<int>(columns.size()); ++c) {
         const auto& column = columns[static_cast<size_t>(c)];
         const int caption =
@@ -131,25 +173,11 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
                 std::min(twoLines, std::max(advance(words.mid(0, i)), advance(words.mid(i))));
         captionWidths_.push_back(twoLines + 20);
     }
-    grid_->horizontalHeader()->setDefaultAlignment(
-        Qt::Alignment::fromInt(Qt::AlignCenter | Qt::TextWordWrap));
-    grid_->viewport()->installEventFilter(this);  // its width is the columns' to fill
-    grid_->installEventFilter(this);              // Enter opens the row, as OK does
-    prepareGrid(grid_, persons ? "Auswahlliste der Personen" : "Auswahlliste der Betriebe");
-    connect(grid_, &QTableView::doubleClicked, this, [this] { command(0); });
-    list->addWidget(grid_);
-    auto* under = new QHBoxLayout;
-    form_->data.Caption = "blättern";
-    blaettern_ = new DataControlWidget(
-        form_->data, [this] { selectCurrentRow(); }, frame2);
-    under->addWidget(blaettern_);
-    label1_->setObjectName("Label1");
-    under->addWidget(label1_, 1);
-    list->addLayout(under);
-    outer->addWidget(frame2, 1);
+}
 
+QHBoxLayout* ListWindow::buildButtons() {
     auto* buttons = new QHBoxLayout;
-    if (!persons) {
+    if (!form_->persons) {
         options_ = new QButtonGroup(this);
         const char* captions[] = {"Alle", "Aktuelle", "Abgemeldete"};
         for (int i = 0; i < 3; ++i) {
@@ -174,21 +202,7 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
     addCommandButtons(frame3, print, "Command1", {{3, "Satz"}, {4, "Liste"}},
                       [this](int i) { command(i); });
     buttons->addWidget(frame3);
-    outer->addLayout(buttons);
-    setUpKeyboard();
-
-    connect(grid_->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
-            [this](const QModelIndex& current) {
-                if (syncing_ || !current.isValid()) return;
-                try {
-                    form_->data.Recordset().setAbsolutePosition(current.row());
-                } catch (const std::exception&) {
-                }
-                browse::updateCounter(*form_);
-                label1_->setText(QString::fromStdString(form_->Label1));
-                blaettern_->refresh();
-            });
-    refreshFromCore();
+    return buttons;
 }
 
 ListWindow::~ListWindow() {

@@ -8,6 +8,7 @@
 #include "core/globals.h"
 
 class QButtonGroup;
+class QHBoxLayout;
 class QGroupBox;
 class QLabel;
 class QLineEdit;
@@ -47,6 +48,10 @@ class ListWindow : public QWidget {
     bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
+    void buildSearchBoxes();
+    void buildGrid();
+    void measureColumns();
+    QHBoxLayout* buildButtons();
     void setUpKeyboard();
     void command(int index);
     void sortBy(int column);

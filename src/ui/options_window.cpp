@@ -31,40 +31,17 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     setWindowTitle(" TOLMA_3x_Access  (Optionen)");
     auto* outer = new QHBoxLayout(this);
 
+    outer->addLayout(buildStores(), 1);
+    outer->addWidget(buildFilter(), 1);
+    assignMnemonics(this);
+    addCloseKeys(this, [this] { findChild<QPushButton*>("Command3_1")->click(); });
+    activate();
+}
+
+// The two stores, the error log, the import runs kept, the search index and the way back.
+QVBoxLayout* OptionsWindow::buildStores() {
     auto* stores = new QVBoxLayout;
-    const char* frameCaptions[] = {"Datenbank (BETRIEBSBEZOGENE DATEN)",
-                                   "Datenbank (MELDUNGSBEZOGENE DATEN)"};
-    const char* kindCaptions[] = {"Daten-Art in \"meldungsbezogen\" ändern",
-                                  "Daten-Art in \"betriebsbezogen\" ändern"};
-    for (int i = 0; i < 2; ++i) {
-        auto* frame = new QGroupBox(frameCaptions[i], this);
-        frame->setObjectName(QString("Frame1_%1").arg(i));
-        auto* grid = new QGridLayout(frame);
-        paths_[i] = new QLineEdit(frame);
-        paths_[i]->setObjectName(QString("Text6_%1").arg(i));
-        paths_[i]->setReadOnly(true);
-        paths_[i]->setAccessibleName(i == 0 ? "Pfad der betriebsbezogenen Datenbank"
-                                            : "Pfad der meldungsbezogenen Datenbank");
-        grid->addWidget(paths_[i], 0, 0, 1, 3);
-        const std::pair<const char*, QString> buttons[] = {{"Command11", "Datenbank-Pfad ändern"},
-                                                           {"Command12", kindCaptions[i]},
-                                                           {"Command4", "Datenbank leeren"}};
-        for (int b = 0; b < 3; ++b) {
-            auto* button = new QPushButton(buttons[b].second, frame);
-            button->setObjectName(QString("%1_%2").arg(buttons[b].first).arg(i));
-            grid->addWidget(button, 1, b);
-            connect(button, &QPushButton::clicked, this, [this, b, i] {
-                run([&] {
-                    if (b == 0) options::Command11_Click(g_, form_, i);
-                    if (b == 1) options::Command12_Click(g_, form_, i);
-                    if (b == 2) options::Command4_Click(g_, form_, i);
-                });
-                emit storeChanged();
-            });
-        }
-        frames_[i] = frame;
-        stores->addWidget(frame);
-    }
+    for (int i = 0; i < 2; ++i) stores->addWidget(buildStoreFrame(i));
     auto* log = new QGroupBox("Error-Log-Datei", this);
     log->setObjectName("Frame4_0");
     auto* logLayout = new QHBoxLayout(log);
@@ -78,6 +55,57 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     }
     stores->addWidget(log);
 
+    stores->addWidget(buildRunsFrame());
+    stores->addWidget(buildIndexFrame());
+    stores->addStretch(1);
+    auto* back = new QPushButton("Zurück", this);
+    back->setObjectName("Command3_1");
+    connect(back, &QPushButton::clicked, this, [this] {
+        takeSelection();
+        bool close = false;
+        run([&] { close = options::Command3_Click(g_, form_, 1); });
+        if (close) emit closeRequested();
+    });
+    stores->addWidget(back, 0, Qt::AlignRight);
+    return stores;
+}
+
+// One store's path and what can be done with it.
+QGroupBox* OptionsWindow::buildStoreFrame(int i) {
+    const char* frameCaptions[] = {"Datenbank (BETRIEBSBEZOGENE DATEN)",
+                                   "Datenbank (MELDUNGSBEZOGENE DATEN)"};
+    const char* kindCaptions[] = {"Daten-Art in \"meldungsbezogen\" ändern",
+                                  "Daten-Art in \"betriebsbezogen\" ändern"};
+    auto* frame = new QGroupBox(frameCaptions[i], this);
+    frame->setObjectName(QString("Frame1_%1").arg(i));
+    auto* grid = new QGridLayout(frame);
+    paths_[i] = new QLineEdit(frame);
+    paths_[i]->setObjectName(QString("Text6_%1").arg(i));
+    paths_[i]->setReadOnly(true);
+    paths_[i]->setAccessibleName(i == 0 ? "Pfad der betriebsbezogenen Datenbank"
+                                        : "Pfad der meldungsbezogenen Datenbank");
+    grid->addWidget(paths_[i], 0, 0, 1, 3);
+    const std::pair<const char*, QString> buttons[] = {{"Command11", "Datenbank-Pfad ändern"},
+                                                       {"Command12", kindCaptions[i]},
+                                                       {"Command4", "Datenbank leeren"}};
+    for (int b = 0; b < 3; ++b) {
+        auto* button = new QPushButton(buttons[b].second, frame);
+        button->setObjectName(QString("%1_%2").arg(buttons[b].first).arg(i));
+        grid->addWidget(button, 1, b);
+        connect(button, &QPushButton::clicked, this, [this, b, i] {
+            run([&] {
+                if (b == 0) options::Command11_Click(g_, form_, i);
+                if (b == 1) options::Command12_Click(g_, form_, i);
+                if (b == 2) options::Command4_Click(g_, form_, i);
+            });
+            emit storeChanged();
+        });
+    }
+    frames_[i] = frame;
+    return frame;
+}
+
+QGroupBox* OptionsWindow::buildRunsFrame() {
     // How many import runs keep what they changed, for taking them back.
     auto* runs = new QGroupBox("Import zurücknehmen", this);
     runs->setObjectName("Frame_Importlaeufe");
@@ -93,8 +121,10 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     runsLayout->addStretch(1);
     connect(kept, &QSpinBox::valueChanged, this,
             [this](int n) { run([&] { transfer::setKeptImportRuns(g_, n); }); });
-    stores->addWidget(runs);
+    return runs;
+}
 
+QGroupBox* OptionsWindow::buildIndexFrame() {
     // The search's index, built anew where an administrator changed the store with other tools.
     auto* index = new QGroupBox("Suchen", this);
     index->setObjectName("Frame_Suchindex");
@@ -117,19 +147,11 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
                               "Suchindex neu aufbauen");
         });
     });
-    stores->addWidget(index);
-    stores->addStretch(1);
-    auto* back = new QPushButton("Zurück", this);
-    back->setObjectName("Command3_1");
-    connect(back, &QPushButton::clicked, this, [this] {
-        takeSelection();
-        bool close = false;
-        run([&] { close = options::Command3_Click(g_, form_, 1); });
-        if (close) emit closeRequested();
-    });
-    stores->addWidget(back, 0, Qt::AlignRight);
-    outer->addLayout(stores, 1);
+    return index;
+}
 
+// The municipality filter: the list, its marks and the lookup by number.
+QGroupBox* OptionsWindow::buildFilter() {
     auto* frame5 = new QGroupBox("Gemeinden/LRA", this);
     frame5->setObjectName("Frame5");
     auto* f5 = new QVBoxLayout(frame5);
@@ -174,7 +196,6 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     f6->addWidget(text7_);
     f6->addWidget(filterButtons_[1]);
     f5->addWidget(frame6);
-    outer->addWidget(frame5, 1);
 
     connect(filterButtons_[0], &QPushButton::clicked, this,
             [this] { run([&] { options::Command7_Click(g_, form_); }); });
@@ -186,9 +207,7 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
         form_.Text7 = text7_->text().toStdString();
         run([&] { options::Command8_Click(g_, form_); });
     });
-    assignMnemonics(this);
-    addCloseKeys(this, [back] { back->click(); });
-    activate();
+    return frame5;
 }
 
 OptionsWindow::~OptionsWindow() {

@@ -10,6 +10,7 @@ class QGroupBox;
 class QLineEdit;
 class QListWidget;
 class QPushButton;
+class QVBoxLayout;
 
 namespace tolma::ui {
 
@@ -35,6 +36,11 @@ class OptionsWindow : public QWidget {
     template <class Handler>
     void run(Handler&& handler);
     void takeSelection();
+    QVBoxLayout* buildStores();
+    QGroupBox* buildStoreFrame(int index);
+    QGroupBox* buildRunsFrame();
+    QGroupBox* buildIndexFrame();
+    QGroupBox* buildFilter();
 
     core::Globals& g_;
     options::OptionsForm form_;

@@ -106,7 +106,40 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
     outer->setContentsMargins(gap, gap, gap, gap);
     outer->setSpacing(gap);
 
-    // Top: the action label and the heading of the business.
+    outer->addLayout(buildTop());
+
+    // Middle: the tabs, or in their place the start picture.
+    tabs_->setObjectName("SSTab1");
+    for (int i = 0; i < static_cast<int>(layout::tabs().size()); ++i)
+        tabs_->addTab(buildTab(i),
+                      QString::fromUtf8(layout::tabs()[static_cast<size_t>(i)].caption));
+    connect(tabs_, &QTabWidget::currentChanged, this, [this](int tab) {
+        if (refreshing_) return;
+        browse::SSTab1_Click(g_, tab);
+        refreshFromCore();
+    });
+    image2_->setObjectName("Image2");
+    image2_->setPixmap(startPicture(640, 400));
+    image2_->setAlignment(Qt::AlignCenter);
+    auto* middle = new QGridLayout;
+    middle->addWidget(tabs_, 0, 0);
+    middle->addWidget(image2_, 0, 0);
+    outer->addLayout(middle, 1);
+
+    outer->addLayout(buildBottom());
+    scroll->setWidget(content);
+
+    // Alt with a letter turns to a tab or presses a button; the boxes are reached by Tab.
+    QString used = kMenuLetters;
+    for (int i = 0; i < tabs_->count(); ++i)
+        tabs_->setTabText(i, withMnemonic(tabs_->tabText(i), used));
+    for (auto* button : content->findChildren<QPushButton*>())
+        button->setText(withMnemonic(button->text(), used));
+    refreshFromCore();
+}
+
+// The action label and the heading of the business.
+QHBoxLayout* RecordView::buildTop() {
     auto* top = new QHBoxLayout;
     image1_->setObjectName("Image1");
     image1_->setPixmap(sidePicture(84, 70));
@@ -130,27 +163,11 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
     int row = 0, column = 0;
     for (const auto& def : layout::headingFields()) addField(head, row, column, 2, &def);
     top->addWidget(frameUeberschrift_, 4);
-    outer->addLayout(top);
+    return top;
+}
 
-    // Middle: the tabs, or in their place the start picture.
-    tabs_->setObjectName("SSTab1");
-    for (int i = 0; i < static_cast<int>(layout::tabs().size()); ++i)
-        tabs_->addTab(buildTab(i),
-                      QString::fromUtf8(layout::tabs()[static_cast<size_t>(i)].caption));
-    connect(tabs_, &QTabWidget::currentChanged, this, [this](int tab) {
-        if (refreshing_) return;
-        browse::SSTab1_Click(g_, tab);
-        refreshFromCore();
-    });
-    image2_->setObjectName("Image2");
-    image2_->setPixmap(startPicture(640, 400));
-    image2_->setAlignment(Qt::AlignCenter);
-    auto* middle = new QGridLayout;
-    middle->addWidget(tabs_, 0, 0);
-    middle->addWidget(image2_, 0, 0);
-    outer->addLayout(middle, 1);
-
-    // Bottom: the persons' counter with the way back, and the progress.
+// The persons' counter with the way back, and the progress.
+QHBoxLayout* RecordView::buildBottom() {
     auto* bottom = new QHBoxLayout;
     frameAnzahl_->setObjectName("Frame_Anzahl");
     auto* fa = new QHBoxLayout(frameAnzahl_);
@@ -171,16 +188,7 @@ RecordView::RecordView(core::Globals& g, QWidget* parent)
     progress_->setTextVisible(false);
     fp->addWidget(progress_);
     bottom->addWidget(frameProgress, 1);
-    outer->addLayout(bottom);
-    scroll->setWidget(content);
-
-    // Alt with a letter turns to a tab or presses a button; the boxes are reached by Tab.
-    QString used = kMenuLetters;
-    for (int i = 0; i < tabs_->count(); ++i)
-        tabs_->setTabText(i, withMnemonic(tabs_->tabText(i), used));
-    for (auto* button : content->findChildren<QPushButton*>())
-        button->setText(withMnemonic(button->text(), used));
-    refreshFromCore();
+    return bottom;
 }
 
 void RecordView::addField(QGridLayout* grid, int& row, int& column, int columns, const void* raw) {

@@ -9,6 +9,7 @@
 
 class QGridLayout;
 class QGroupBox;
+class QHBoxLayout;
 class QLabel;
 class QProgressBar;
 class QPushButton;
@@ -56,6 +57,8 @@ class RecordView : public QWidget {
         const std::string* text = nullptr;
     };
 
+    QHBoxLayout* buildTop();
+    QHBoxLayout* buildBottom();
     QWidget* buildTab(int index);
     QGroupBox* buildFrame(const FrameBuild& frame);
     void addField(QGridLayout* grid, int& row, int& column, int columns, const void* def);
