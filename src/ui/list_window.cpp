@@ -145,8 +145,7 @@ void ListWindow::buildGrid() {
         Qt::Alignment::fromInt(Qt::AlignCenter | Qt::TextWordWrap));
     grid_->viewport()->installEventFilter(this);  // its width is the columns' to fill
     grid_->installEventFilter(this);              // Enter opens the row, as OK does
-    prepareGrid(grid_,
-                form_->persons ? "Auswahlliste der Personen" : "Auswahlliste der Betriebe");
+    prepareGrid(grid_, form_->persons ? "Auswahlliste der Personen" : "Auswahlliste der Betriebe");
     connect(grid_, &QTableView::doubleClicked, this, [this] { command(0); });
 }
 
