@@ -42,6 +42,51 @@ void save(QWidget& window, const QString& dir, const QString& name) {
         window.screen()->grabWindow(0).save(dir + "/bildschirm-" + name);
 }
 
+// The lists, the forms, the search, the check of a file and the runs to take back.
+void saveForms(tolma::ui::MainWindow& window, tolma::core::Globals& g, const QString& out,
+               const char* sample) {
+    // The lists and the export form, each on its own.
+    for (const auto& [entry, file] : {std::pair{"menue_suchen_betrieb", "betriebe.png"},
+                                      std::pair{"menue_suchen_person", "personen.png"},
+                                      std::pair{"menue_export_textdatei", "export.png"},
+                                      std::pair{"menue_extras_optionen", "optionen.png"},
+                                      std::pair{"menue_extras_auswertungen", "auswertung.png"},
+                                      std::pair{"menue_info", "info.png"}}) {
+        // How long the clerk waits for the window: opened, laid out and painted once.
+        QElapsedTimer opening;
+        opening.start();
+        window.trigger(entry);
+        QApplication::processEvents();
+        window.grab();
+        std::cout << file << ": geöffnet in " << opening.elapsed() << " ms\n";
+        save(window, out, file);
+    }
+    tolma::core::A_Fenster_schliessen(g);
+
+    // One search across businesses and persons.
+    g.unloadForm("Frm_Auswertung");
+    window.trigger("menue_suchen_alle");
+    if (auto* search = window.findChild<tolma::ui::SearchWindow*>("Frm_Suchen")) {
+        search->box()->setText("Petersen Husum");
+        search->search();
+        save(window, out, "suchen.png");
+        g.unloadForm("Frm_Suchen");
+    }
+
+    // Checking the sample file against the store that holds it, and the runs to take back.
+    tolma::transfer::ImportCheck report;
+    tolma::transfer::checkTransferFile(g, sample, report);
+    tolma::ui::CheckReportWindow check(sample, report, &window);
+    check.show();
+    save(check, out, "pruefen.png");
+    check.close();
+    tolma::transfer::Upd_1_Start(g, sample);
+    tolma::ui::TakeBackWindow runs(g, &window);
+    runs.show();
+    save(runs, out, "zuruecknehmen.png");
+    runs.close();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -87,46 +132,7 @@ int main(int argc, char** argv) {
         g.unloadForm("Frm_Auswahl_Pers");
     }
 
-    // The lists and the export form, each on its own.
-    for (const auto& [entry, file] : {std::pair{"menue_suchen_betrieb", "betriebe.png"},
-                                      std::pair{"menue_suchen_person", "personen.png"},
-                                      std::pair{"menue_export_textdatei", "export.png"},
-                                      std::pair{"menue_extras_optionen", "optionen.png"},
-                                      std::pair{"menue_extras_auswertungen", "auswertung.png"},
-                                      std::pair{"menue_info", "info.png"}}) {
-        // How long the clerk waits for the window: opened, laid out and painted once.
-        QElapsedTimer opening;
-        opening.start();
-        window.trigger(entry);
-        QApplication::processEvents();
-        window.grab();
-        std::cout << file << ": geöffnet in " << opening.elapsed() << " ms\n";
-        save(window, out, file);
-    }
-    tolma::core::A_Fenster_schliessen(g);
-
-    // One search across businesses and persons.
-    g.unloadForm("Frm_Auswertung");
-    window.trigger("menue_suchen_alle");
-    if (auto* search = window.findChild<tolma::ui::SearchWindow*>("Frm_Suchen")) {
-        search->box()->setText("Petersen Husum");
-        search->search();
-        save(window, out, "suchen.png");
-        g.unloadForm("Frm_Suchen");
-    }
-
-    // Checking the sample file against the store that holds it, and the runs to take back.
-    tolma::transfer::ImportCheck report;
-    tolma::transfer::checkTransferFile(g, argv[3], report);
-    tolma::ui::CheckReportWindow check(argv[3], report, &window);
-    check.show();
-    save(check, out, "pruefen.png");
-    check.close();
-    tolma::transfer::Upd_1_Start(g, argv[3]);
-    tolma::ui::TakeBackWindow runs(g, &window);
-    runs.show();
-    save(runs, out, "zuruecknehmen.png");
-    runs.close();
+    saveForms(window, g, out, argv[3]);
 
     // Qt's own file dialog, as the import shows it, in German.
     QFileDialog files(&window, QString(), QString::fromStdString(g.pfad_dat));

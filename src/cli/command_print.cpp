@@ -96,8 +96,10 @@ std::uintmax_t logSize(const core::Globals& g) {
     return ec ? 0 : size;
 }
 
-int print(core::Globals& g, const Request& r, std::ostream& out, std::ostream& err) {
-    browse::ListForm form(r.persons);
+// The business and person asked for exist, or the list can be opened; else the exit code
+// of the refusal, told on `err`.
+int checkWhatToPrint(core::Globals& g, const Request& r, browse::ListForm& form,
+                     std::ostream& err) {
     if (!r.list) {
         const std::string nr = r.betrNr, hist = r.betrHistNr;
         if (!exists(g,
@@ -129,6 +131,12 @@ int print(core::Globals& g, const Request& r, std::ostream& out, std::ostream& e
             return kExitFailed;
         }
     }
+    return kExitOk;
+}
+
+int print(core::Globals& g, const Request& r, std::ostream& out, std::ostream& err) {
+    browse::ListForm form(r.persons);
+    if (const int refused = checkWhatToPrint(g, r, form, err); refused != kExitOk) return refused;
     const auto cannotWrite = [&](const core::FileWriteError& e) {
         return refuse(
             g, err,

@@ -146,6 +146,27 @@ const char* groupingCaption(Grouping g) {
     return "";
 }
 
+// The line of the table a notification counts in.
+std::string lineOf(Grouping grouping, const store::Statement& st, const std::string& gemKz,
+                   const std::map<std::string, std::string>& names,
+                   const std::vector<Section>& sections) {
+    switch (grouping) {
+        case Grouping::Section: {
+            const Section* s = sectionOf(sections, st.column(8).toString());
+            return s ? s->letter + " " + s->title : kNoSection;
+        }
+        case Grouping::Municipality: {
+            const auto name = names.find(gemKz);
+            return gemKz + (name != names.end() ? " " + name->second : std::string());
+        }
+        case Grouping::LegalForm:
+            return withoutEmpty(st.column(5).toString());
+        case Grouping::Reason:
+            return withoutEmpty(st.column(6).toString());
+    }
+    return {};
+}
+
 Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>& sections) {
     Result r;
     r.query = query;
@@ -188,23 +209,7 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
         if (query.scope == Query::Scope::One && gemKz != query.municipality) continue;
         if (query.scope == Query::Scope::Filter && !scope.count(gemKz)) continue;
 
-        std::string line;
-        switch (query.grouping) {
-            case Grouping::Section: {
-                const Section* s = sectionOf(sections, st->column(8).toString());
-                line = s ? s->letter + " " + s->title : kNoSection;
-                break;
-            }
-            case Grouping::Municipality:
-                line = gemKz + (names.count(gemKz) ? " " + names[gemKz] : std::string());
-                break;
-            case Grouping::LegalForm:
-                line = withoutEmpty(st->column(5).toString());
-                break;
-            case Grouping::Reason:
-                line = withoutEmpty(st->column(6).toString());
-                break;
-        }
+        const std::string line = lineOf(query.grouping, *st, gemKz, names, sections);
         const std::string side = store::german::lower(model::trimBlanks(st->column(7).toString()));
         const bool nebenerwerb = kind == 1 && (side == "ja" || side == "j");
         for (Counts* counts : {&byLine[line], &byMonth[*month], &r.sum}) {

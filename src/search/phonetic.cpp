@@ -57,6 +57,58 @@ std::string baseLetters(std::string_view word) {
     return out;
 }
 
+// The code of one letter by its neighbours: `first` where it begins a word.
+const char* letterCode(char c, char before, char after, bool first) {
+    auto oneOf = [](char x, const char* set) {
+        return x != ' ' && std::string_view(set).find(x) != std::string_view::npos;
+    };
+    switch (c) {
+        case 'A':
+        case 'E':
+        case 'I':
+        case 'J':
+        case 'O':
+        case 'U':
+        case 'Y':
+            return "0";
+        case 'H':
+            return "";
+        case 'B':
+            return "1";
+        case 'P':
+            return after == 'H' ? "3" : "1";
+        case 'D':
+        case 'T':
+            return oneOf(after, "CSZ") ? "8" : "2";
+        case 'F':
+        case 'V':
+        case 'W':
+            return "3";
+        case 'G':
+        case 'K':
+        case 'Q':
+            return "4";
+        case 'C':
+            if (first) return oneOf(after, "AHKLOQRUX") ? "4" : "8";
+            return oneOf(after, "AHKOQUX") && !oneOf(before, "SZ") ? "4" : "8";
+        case 'X':
+            return oneOf(before, "CKQ") ? "8" : "48";
+        case 'L':
+            return "5";
+        case 'M':
+        case 'N':
+            return "6";
+        case 'R':
+            return "7";
+        case 'S':
+        case 'Z':
+            return "8";
+        default:
+            return " ";  // a break between words: repeats do not join across it
+    }
+    return "";
+}
+
 }  // namespace
 
 std::string koelnerPhonetik(std::string_view word) {
@@ -64,74 +116,10 @@ std::string koelnerPhonetik(std::string_view word) {
     std::string codes;
     codes.reserve(w.size() + 2);
     auto at = [&](size_t i) -> char { return i < w.size() ? w[i] : ' '; };
-    auto oneOf = [](char c, const char* set) {
-        return c != ' ' && std::string_view(set).find(c) != std::string_view::npos;
-    };
     for (size_t i = 0; i < w.size(); ++i) {
         const char c = w[i], before = i ? w[i - 1] : ' ', after = at(i + 1);
         const bool first = i == 0 || before == ' ';
-        const char* code = "";
-        switch (c) {
-            case 'A':
-            case 'E':
-            case 'I':
-            case 'J':
-            case 'O':
-            case 'U':
-            case 'Y':
-                code = "0";
-                break;
-            case 'H':
-                code = "";
-                break;
-            case 'B':
-                code = "1";
-                break;
-            case 'P':
-                code = after == 'H' ? "3" : "1";
-                break;
-            case 'D':
-            case 'T':
-                code = oneOf(after, "CSZ") ? "8" : "2";
-                break;
-            case 'F':
-            case 'V':
-            case 'W':
-                code = "3";
-                break;
-            case 'G':
-            case 'K':
-            case 'Q':
-                code = "4";
-                break;
-            case 'C':
-                if (first)
-                    code = oneOf(after, "AHKLOQRUX") ? "4" : "8";
-                else
-                    code = oneOf(after, "AHKOQUX") && !oneOf(before, "SZ") ? "4" : "8";
-                break;
-            case 'X':
-                code = oneOf(before, "CKQ") ? "8" : "48";
-                break;
-            case 'L':
-                code = "5";
-                break;
-            case 'M':
-            case 'N':
-                code = "6";
-                break;
-            case 'R':
-                code = "7";
-                break;
-            case 'S':
-            case 'Z':
-                code = "8";
-                break;
-            default:
-                code = " ";
-                break;  // a break between words: repeats do not join across it
-        }
-        codes += code;
+        codes += letterCode(c, before, after, first);
     }
     // Repeated codes count once; a zero counts only at the beginning.
     std::string out;

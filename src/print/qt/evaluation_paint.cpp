@@ -26,6 +26,45 @@ QString q(const std::string& s) {
     return QString::fromStdString(s);
 }
 
+// The three series' keys in a row from `at`, each drawn as the chart draws it.
+void paintLegend(QPainter& p, QPointF at) {
+    const QFontMetricsF fm(p.font());
+    double lx = at.x();
+    for (const auto& [color, text] :
+         {std::pair{kAn, QString("Anmeldungen")}, std::pair{kAb, QString("Abmeldungen")},
+          std::pair{kSaldo, QString("Saldo")}}) {
+        const QRectF key(lx, at.y() + 2, fm.height() * 0.8, fm.height() * 0.8);
+        if (color == kAb) {
+            fillDeregistrations(p, key);
+        } else if (color == kSaldo) {  // a piece of the line
+            p.setPen(QPen(kSaldo, std::max(1.5, fm.height() / 8)));
+            p.drawLine(QPointF(key.left(), key.center().y()),
+                       QPointF(key.right(), key.center().y()));
+            p.setBrush(kSaldo);
+            p.drawEllipse(key.center(), 2.5, 2.5);
+            p.setBrush(Qt::NoBrush);
+        } else {
+            p.fillRect(key, color);
+        }
+        p.setPen(Qt::black);
+        p.drawText(QPointF(lx + fm.height(), at.y() + fm.ascent()), text);
+        lx += fm.height() * 1.4 + fm.horizontalAdvance(text) + 16;
+    }
+}
+
+// The balance as a line with a dot per month. It stands on a white halo, so that it stays apart
+// from the bars it crosses; where the months are narrow, a thin one, which must not hide them.
+void paintBalance(QPainter& p, const QPolygonF& saldo, double width, double slot) {
+    const double halo = width + std::min(2 * width, slot * 0.2);
+    p.setPen(QPen(Qt::white, halo, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    p.drawPolyline(saldo);
+    for (const auto& point : saldo) p.drawEllipse(point, 3.5, 3.5);
+    p.setPen(QPen(kSaldo, width));
+    p.setBrush(kSaldo);
+    p.drawPolyline(saldo);
+    for (const auto& point : saldo) p.drawEllipse(point, 2.5, 2.5);
+}
+
 }  // namespace
 
 ChartColors chartColors() {
@@ -49,28 +88,7 @@ void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Res
         return plot.bottom() - (v - bottom) / double(top - bottom) * plot.height();
     };
 
-    // Legend, grid and axis.
-    double lx = plot.left();
-    for (const auto& [color, text] :
-         {std::pair{kAn, QString("Anmeldungen")}, std::pair{kAb, QString("Abmeldungen")},
-          std::pair{kSaldo, QString("Saldo")}}) {
-        const QRectF key(lx, area.top() + 2, fm.height() * 0.8, fm.height() * 0.8);
-        if (color == kAb) {
-            fillDeregistrations(p, key);
-        } else if (color == kSaldo) {  // a piece of the line, as the chart draws it
-            p.setPen(QPen(kSaldo, std::max(1.5, fm.height() / 8)));
-            p.drawLine(QPointF(key.left(), key.center().y()),
-                       QPointF(key.right(), key.center().y()));
-            p.setBrush(kSaldo);
-            p.drawEllipse(key.center(), 2.5, 2.5);
-            p.setBrush(Qt::NoBrush);
-        } else {
-            p.fillRect(key, color);
-        }
-        p.setPen(Qt::black);
-        p.drawText(QPointF(lx + fm.height(), area.top() + fm.ascent()), text);
-        lx += fm.height() * 1.4 + fm.horizontalAdvance(text) + 16;
-    }
+    paintLegend(p, QPointF(plot.left(), area.top()));
     const long step = std::max(1L, (top - bottom) / 5);
     p.setPen(QColor(220, 220, 220));
     for (long v = bottom - bottom % step; v <= top; v += step) {
@@ -105,17 +123,7 @@ void paintEvaluationChart(QPainter& p, const QRectF& area, const evaluation::Res
                               every * slot, fm.height()),
                        Qt::AlignHCenter, label);
     }
-    // The line stands on a white halo, so that it stays apart from the bars it crosses; where
-    // the months are narrow, a thin one, which must not hide the bars.
-    const double width = std::max(1.5, fm.height() / 8),
-                 halo = width + std::min(2 * width, slot * 0.2);
-    p.setPen(QPen(Qt::white, halo, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-    p.drawPolyline(saldo);
-    for (const auto& point : saldo) p.drawEllipse(point, 3.5, 3.5);
-    p.setPen(QPen(kSaldo, width));
-    p.setBrush(kSaldo);
-    p.drawPolyline(saldo);
-    for (const auto& point : saldo) p.drawEllipse(point, 2.5, 2.5);
+    paintBalance(p, saldo, std::max(1.5, fm.height() / 8), slot);
     p.restore();
 }
 
@@ -129,6 +137,24 @@ void writeOutput(const std::string& path, const QByteArray& bytes) {
     core::writeFileAtomically(
         path, std::string_view(bytes.constData(), static_cast<size_t>(bytes.size())),
         core::FileAccess::Shared);
+}
+
+// The title and the period with the municipalities counted; returns where the table starts.
+double printHeading(QPainter& p, QPagedPaintDevice& device, const QFont& font,
+                    const evaluation::Result& r) {
+    const QFontMetricsF fm(font, &device);
+    double yPos = 0;
+    QFont title = font;
+    title.setBold(true);
+    title.setPointSizeF(14);
+    p.setFont(title);
+    p.drawText(QPointF(0, yPos + QFontMetricsF(title, &device).ascent()),
+               "Auswertung der Gewerbemeldungen");
+    yPos += QFontMetricsF(title, &device).height() * 1.4;
+    p.setFont(font);
+    p.drawText(QPointF(0, yPos + fm.ascent()), "Zeitraum: " + q(evaluation::periodText(r.query)) +
+                                                   ", " + q(evaluation::scopeText(r.query)));
+    return yPos + fm.height() * 2;
 }
 
 }  // namespace
@@ -157,18 +183,7 @@ void printEvaluation(QPagedPaintDevice& device, const evaluation::Result& r) {
     font.setPointSizeF(10);
     p.setFont(font);
     QFontMetricsF fm(p.font(), &device);
-    double yPos = 0;
-    QFont title = font;
-    title.setBold(true);
-    title.setPointSizeF(14);
-    p.setFont(title);
-    p.drawText(QPointF(0, yPos + QFontMetricsF(title, &device).ascent()),
-               "Auswertung der Gewerbemeldungen");
-    yPos += QFontMetricsF(title, &device).height() * 1.4;
-    p.setFont(font);
-    p.drawText(QPointF(0, yPos + fm.ascent()), "Zeitraum: " + q(evaluation::periodText(r.query)) +
-                                                   ", " + q(evaluation::scopeText(r.query)));
-    yPos += fm.height() * 2;
+    double yPos = printHeading(p, device, font, r);
 
     // The table: the group's name, then the five counts right-aligned, each count's column as
     // wide as its heading needs, the name's column the rest of the page. A name longer than that
