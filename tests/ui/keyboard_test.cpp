@@ -2,6 +2,7 @@
 // colours that can be read: the program as a clerk without a mouse, with a screen reader or with
 // large text meets it.
 #include <QAbstractButton>
+#include <QAbstractItemModelTester>
 #include <QAccessible>
 #include <QApplication>
 #include <QComboBox>
@@ -344,6 +345,8 @@ class KeyboardTest : public QObject {
         auto* list = qobject_cast<tolma::ui::ListWindow*>(formIn(area(), "Frm_Auswahl_Betr"));
         QVERIFY(list);
         // Typing in the first box finds; F3 there sorts by its column.
+        new QAbstractItemModelTester(list->findChild<QTableView*>("DBGrid1")->model(),
+                                     QAbstractItemModelTester::FailureReportingMode::QtTest, list);
         auto* box = qobject_cast<QLineEdit*>(QApplication::focusWidget());
         QVERIFY(box && list->isAncestorOf(box));
         QTest::keyClick(box, Qt::Key_F3);

@@ -1,4 +1,5 @@
 // The main window and the record view as a clerk sees them, on a store with the sample data.
+#include <QAbstractItemModelTester>
 #include <QCheckBox>
 #include <QDesktopServices>
 #include <QLabel>
@@ -183,6 +184,9 @@ class MainWindowTest : public QObject {
         QCOMPARE(sub->pos(), QPoint(0, 0));
         QVERIFY(sub->width() <= window->mdiArea()->viewport()->width());
         auto* grid = list->findChild<QTableView*>("DBGrid1");
+        // The model keeps Qt's rules while the clerk types, opens and walks.
+        new QAbstractItemModelTester(grid->model(),
+                                     QAbstractItemModelTester::FailureReportingMode::QtTest, list);
         QCOMPARE(grid->model()->columnCount(), 6);
         QCOMPARE(grid->model()->headerData(5, Qt::Horizontal).toString(),
                  QString("Straße (Betriebsstätte)"));
@@ -206,6 +210,8 @@ class MainWindowTest : public QObject {
         // It opens on its first representative, as the counter says.
         QTRY_VERIFY(walk->findChild<QLabel*>("Label1")->text().startsWith("Person Nr. 1 von "));
         auto* walkGrid = walk->findChild<QTableView*>("DBGrid1");
+        new QAbstractItemModelTester(walkGrid->model(),
+                                     QAbstractItemModelTester::FailureReportingMode::QtTest, walk);
         QCOMPARE(walkGrid->currentIndex().row(), 0);
         walk->findChild<QPushButton*>("Command1_0")->click();
         QTRY_VERIFY(window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Pers") == nullptr);
@@ -578,6 +584,8 @@ class MainWindowTest : public QObject {
         // "Alle" is not checked while the list is restricted; choosing it lists the whole store
         // and says that the restriction is gone.
         auto* all = list->findChild<QRadioButton*>("Option1_0");
+        new QAbstractItemModelTester(list->findChild<QTableView*>("DBGrid1")->model(),
+                                     QAbstractItemModelTester::FailureReportingMode::QtTest, list);
         QVERIFY(!all->isChecked());
         all->click();
         QVERIFY(all->isChecked());
