@@ -5,6 +5,7 @@
 #include "core/error_log.h"
 #include "model/values.h"
 #include "store/jet_sql.h"
+#include "text/text.h"
 
 namespace tolma::browse {
 namespace {
@@ -116,7 +117,7 @@ void DATA_PERS_Reposition(core::Globals& g) {
     const bool persons = pers.isSet() && pers.RecordCount() != 0;
     if (persons && !pers.Eof() && !pers.Bof()) persNr = pers.Fields(0).Value().toString();
 
-    if (model::trimBlanks(g.akt_funktion).empty())
+    if (text::trimBlanks(g.akt_funktion).empty())
         g.sql_text =
             "SELECT DISTINCTROW * FROM beziehung_betrieb_person WHERE "
             "beziehung_betrieb_person.[bez-betr-nr] = " +

@@ -19,6 +19,7 @@
 #include "core/output_file.h"
 #include "core/settings.h"
 #include "core/version.h"
+#include "text/text.h"
 
 namespace tolma::core {
 namespace {
@@ -36,12 +37,6 @@ bool equalsIgnoringCase(const std::string& a, const std::string& b) {
         if (lower(a[i]) != lower(b[i])) return false;
     }
     return true;
-}
-
-std::string trim(const std::string& s) {
-    const auto first = s.find_first_not_of(" \t\r");
-    if (first == std::string::npos) return "";
-    return s.substr(first, s.find_last_not_of(" \t\r") - first + 1);
 }
 
 std::optional<std::string> readFile(const std::filesystem::path& path) {
@@ -103,7 +98,7 @@ std::string escapeDesktopString(const std::string& s) {
 // --- mimeapps.list -------------------------------------------------------------------------
 
 bool isGroupHeader(const std::string& line) {
-    const std::string t = trim(line);
+    const std::string t = std::string(text::trimmed(line, " \t\r"));
     return !t.empty() && t.front() == '[';
 }
 
@@ -117,12 +112,13 @@ DefaultEntry findDefaultEntry(const std::vector<std::string>& lines, const std::
     bool inGroup = false;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         if (isGroupHeader(lines[i])) {
-            inGroup = trim(lines[i]) == kDefaultGroup;
+            inGroup = std::string(text::trimmed(lines[i], " \t\r")) == kDefaultGroup;
             if (inGroup && !found.header) found.header = i;
             continue;
         }
         const auto eq = lines[i].find('=');
-        if (inGroup && eq != std::string::npos && trim(lines[i].substr(0, eq)) == mimeType) {
+        if (inGroup && eq != std::string::npos &&
+            std::string(text::trimmed(lines[i].substr(0, eq), " \t\r")) == mimeType) {
             found.entry = i;
             return found;
         }
@@ -140,7 +136,8 @@ std::optional<std::string> defaultHandler(const std::filesystem::path& mimeapps,
     if (!found.entry) return std::nullopt;
     std::istringstream ids(lines[*found.entry].substr(lines[*found.entry].find('=') + 1));
     for (std::string id; std::getline(ids, id, ';');)
-        if (!trim(id).empty()) return trim(id);
+        if (!std::string(text::trimmed(id, " \t\r")).empty())
+            return std::string(text::trimmed(id, " \t\r"));
     return std::nullopt;
 }
 
@@ -155,7 +152,8 @@ bool setDefaultHandler(const std::filesystem::path& mimeapps, const std::string&
     } else if (found.header) {
         lines.insert(lines.begin() + std::ptrdiff_t(*found.header + 1), entry);
     } else {
-        if (!lines.empty() && !trim(lines.back()).empty()) lines.emplace_back();
+        if (!lines.empty() && !std::string(text::trimmed(lines.back(), " \t\r")).empty())
+            lines.emplace_back();
         lines.emplace_back(kDefaultGroup);
         lines.push_back(entry);
     }
@@ -172,8 +170,9 @@ std::optional<std::string> desktopValue(const std::filesystem::path& file, const
     if (!text) return std::nullopt;
     for (const auto& line : splitLines(*text)) {
         const auto eq = line.find('=');
-        if (eq != std::string::npos && trim(line.substr(0, eq)) == key)
-            return trim(line.substr(eq + 1));
+        if (eq != std::string::npos &&
+            std::string(text::trimmed(line.substr(0, eq), " \t\r")) == key)
+            return std::string(text::trimmed(line.substr(eq + 1), " \t\r"));
     }
     return std::nullopt;
 }

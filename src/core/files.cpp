@@ -9,13 +9,9 @@
 #include <vector>
 
 #include "core/output_file.h"
+#include "text/text.h"
 
 namespace tolma::core {
-
-std::string upperCase(std::string s) {
-    for (auto& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return s;
-}
 
 std::string Dir(const std::string& path) {
     if (path.empty()) return {};
@@ -30,9 +26,9 @@ std::optional<std::filesystem::path> findIgnoringCase(const std::filesystem::pat
                                                       const std::string& name) {
     std::error_code ec;
     if (std::filesystem::exists(dir / name, ec)) return dir / name;
-    const std::string wanted = upperCase(name);
+    const std::string wanted = text::upperAscii(name);
     for (const auto& entry : std::filesystem::directory_iterator(dir, ec))
-        if (upperCase(entry.path().filename().string()) == wanted) return entry.path();
+        if (text::upperAscii(entry.path().filename().string()) == wanted) return entry.path();
     return std::nullopt;
 }
 

@@ -15,8 +15,6 @@ std::string Dir(const std::string& path);
 std::optional<std::filesystem::path> findIgnoringCase(const std::filesystem::path& dir,
                                                       const std::string& name);
 
-std::string upperCase(std::string s);
-
 // Copies a whole file so that `to` is either missing or complete: into a temporary name beside
 // it, synced, then renamed. A new file is readable by its owner only (stores hold personal
 // data). Throws std::filesystem::filesystem_error; the temporary file is gone then.

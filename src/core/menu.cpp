@@ -11,6 +11,7 @@
 
 #include "core/files.h"
 #include "model/values.h"
+#include "text/text.h"
 
 namespace tolma::core {
 
@@ -61,7 +62,7 @@ void menue_import_datenbank(Globals& g) {
         g.dialogs ? g.dialogs->chooseFile(
                         g.pfad_dat, "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2)
                   : "";
-    if (!model::trimBlanks(file).empty()) {
+    if (!text::trimBlanks(file).empty()) {
         runImport(g, file);
     } else {
         showMessage(g, "Es wurde keine Update-Datei ausgewählt!", msg::vbInformation,
@@ -75,7 +76,7 @@ void menue_import_datenbank(Globals& g) {
 }
 
 void menue_Ums_bearbeiten(Globals& g) {
-    if (!model::trimBlanks(Dir(g.umsetzdatei_pfad)).empty()) {
+    if (!text::trimBlanks(Dir(g.umsetzdatei_pfad)).empty()) {
         if (g.dialogs) g.dialogs->openInViewer(g.umsetzdatei_pfad);
         return;
     }
@@ -85,7 +86,7 @@ void menue_Ums_bearbeiten(Globals& g) {
 }
 
 void menue_DB_auswahl_export(Globals& g) {
-    if (!model::trimBlanks(g.exportdatenbank_pfad).empty() &&
+    if (!text::trimBlanks(g.exportdatenbank_pfad).empty() &&
         showMessage(g,
                     "\nExport-Datenbank = " + g.exportdatenbank_pfad +
                         "\n\nWollen Sie eine andere Datenbank auswählen?\n",
@@ -95,7 +96,7 @@ void menue_DB_auswahl_export(Globals& g) {
         g.dialogs ? g.dialogs->chooseFile(g.pfad_app,
                                           "Alle Dateien (*.*)|*.*|mdb-Dateien (*.mdb)|*.mdb|", 2)
                   : "";
-    if (model::trimBlanks(file).empty()) return;
+    if (text::trimBlanks(file).empty()) return;
     g.exportdatenbank_pfad = file;
     auto& rs = g.rs_optionen;
     if (rs.RecordCount() >= 1) {

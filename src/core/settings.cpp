@@ -5,6 +5,7 @@
 #include "model/default_stores.h"
 #include "model/values.h"
 #include "store/dao_error.h"
+#include "text/text.h"
 
 namespace tolma::core {
 namespace {
@@ -39,7 +40,7 @@ void checkStorePath(Globals& g, store::Recordset& rs, const char* field, const c
         return;
     }
     // Only the file name counts: a store may lie anywhere, but only under its default name.
-    if (upperCase(Dir(value.toString())) != upperCase(defaultName)) {
+    if (text::upperAscii(Dir(value.toString())) != text::upperAscii(defaultName)) {
         failureMessage(g);
         rs.Edit();
         rs.Fields(field).setValue(g.pfad_db + defaultName);
@@ -67,7 +68,7 @@ void A_org_lesen(Globals& g) {
             checkStorePath(g, rs, "db_betriebsbezogen", model::kBusinessStoreFile);
             checkStorePath(g, rs, "db_meldungsbezogen", model::kNotificationStoreFile);
             const store::Variant datenart = rs.Fields("datenart").Value();
-            if (datenart.isNull() || model::trimBlanks(datenart.toString()).empty() ||
+            if (datenart.isNull() || text::trimBlanks(datenart.toString()).empty() ||
                 datenart.toString() == kBetriebsbezogen) {
                 // Rewritten with the same value at every reading, on purpose.
                 rs.Edit();

@@ -11,6 +11,7 @@
 #include "model/values.h"
 #include "store/connection.h"
 #include "store/german_text.h"
+#include "text/text.h"
 
 namespace tolma::evaluation {
 namespace {
@@ -25,7 +26,7 @@ bool digits(const std::string& s, size_t from, size_t n) {
 // The month of a stored notification date: "DD.MM.YYYY" as every import stores it, or
 // "YYYY-MM-DD" and "YYYYMMDD" as other tools may have written it.
 std::optional<Month> monthOfDate(const std::string& raw) {
-    const std::string d = model::trimBlanks(raw);
+    const std::string d = text::trimBlanks(raw);
     Month m;
     if (d.size() >= 10 && d[2] == '.' && d[5] == '.' && digits(d, 0, 2) && digits(d, 3, 2) &&
         digits(d, 6, 4))
@@ -51,7 +52,7 @@ Month monthsBefore(Month m, int n) {
 
 // 1 Anmeldung, 2 Ummeldung, 3 Abmeldung; 0 for 999 and any other kind, which never count.
 int kindOf(const std::string& meldArt) {
-    const std::string art = model::trimBlanks(meldArt);
+    const std::string art = text::trimBlanks(meldArt);
     return art == "01" || art == "1"   ? 1
            : art == "02" || art == "2" ? 2
            : art == "03" || art == "3" ? 3
@@ -59,7 +60,7 @@ int kindOf(const std::string& meldArt) {
 }
 
 std::string withoutEmpty(const std::string& text) {
-    const std::string t = model::trimBlanks(text);
+    const std::string t = text::trimBlanks(text);
     return t.empty() ? "ohne Angabe" : t;
 }
 
@@ -116,7 +117,7 @@ std::vector<Section> loadSections(const std::filesystem::path& file) {
 }
 
 const Section* sectionOf(const std::vector<Section>& sections, const std::string& key) {
-    const std::string k = model::trimBlanks(key);
+    const std::string k = text::trimBlanks(key);
     if (!digits(k, 0, 2)) return nullptr;
     const int division = std::atoi(k.substr(0, 2).c_str());
     for (const auto& s : sections)
@@ -178,7 +179,7 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
         auto rs =
             g.db_org.OpenRecordset("SELECT [gem-kz] FROM aktuelleGemeinde WHERE markiert <> 0");
         for (long i = 0; i < rs.RecordCount(); ++i)
-            scope.insert(model::trimBlanks(rs.rowAt(i)[0].toString()));
+            scope.insert(text::trimBlanks(rs.rowAt(i)[0].toString()));
     }
     if (query.grouping == Grouping::Municipality) {
         auto rs = g.db_org.OpenRecordset("SELECT [gem-kz], [gem-name] FROM gemeindekennzahlen");
@@ -205,12 +206,12 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
         if (kind == 0) continue;
         const auto month = monthOfDate(st->column(3).toString());
         if (!month || *month < query.from || query.to < *month) continue;
-        const std::string gemKz = model::trimBlanks(st->column(4).toString());
+        const std::string gemKz = text::trimBlanks(st->column(4).toString());
         if (query.scope == Query::Scope::One && gemKz != query.municipality) continue;
         if (query.scope == Query::Scope::Filter && !scope.count(gemKz)) continue;
 
         const std::string line = lineOf(query.grouping, *st, gemKz, names, sections);
-        const std::string side = store::german::lower(model::trimBlanks(st->column(7).toString()));
+        const std::string side = text::lower(text::trimBlanks(st->column(7).toString()));
         const bool nebenerwerb = kind == 1 && (side == "ja" || side == "j");
         for (Counts* counts : {&byLine[line], &byMonth[*month], &r.sum}) {
             (kind == 1   ? counts->anmeldungen

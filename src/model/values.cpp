@@ -1,4 +1,5 @@
 #include "model/values.h"
+#include "text/text.h"
 
 #include <cctype>
 #include <cstring>
@@ -82,10 +83,10 @@ void TML_Zeilenenden_ersetzen(std::string& value) {
 void TML_Semikolon_entfernen(std::string& value) {
     // Only the outermost character of the untrimmed text is ever touched: blanks ahead of a
     // ";" keep it.
-    const std::string t = trimBlanks(value);
+    const std::string t = text::trimBlanks(value);
     if (!t.empty() && t.front() == ';') value.front() = ' ';
     if (!t.empty() && t.back() == ';') value.back() = ' ';
-    value = trimBlanks(value);
+    value = text::trimBlanks(value);
 }
 
 void TML_Klammern_ersetzen(std::string& value) {
@@ -134,15 +135,8 @@ void appendCleanForExport(std::string& out, std::string_view value) {
         if (v[i] == '<' || v[i] == '>') v[i] = ' ';
 }
 
-std::string trimBlanks(std::string_view value) {
-    const size_t b = value.find_first_not_of(' ');
-    if (b == std::string_view::npos) return {};
-    const size_t e = value.find_last_not_of(' ');
-    return std::string(value.substr(b, e - b + 1));
-}
-
 bool isBlank(const std::optional<std::string>& value) {
-    return !value || trimBlanks(*value).empty();
+    return !value || text::trimBlanks(*value).empty();
 }
 
 }  // namespace tolma::model

@@ -27,8 +27,6 @@ std::string cleanForExport(std::string value);
 // The same three steps on a copy of `value` appended to `out`.
 void appendCleanForExport(std::string& out, std::string_view value);
 
-// Trim of the old platform: blanks only, on both sides.
-std::string trimBlanks(std::string_view value);
 // A field is written only if its value, trimmed, is not empty; Null counts as blank.
 bool isBlank(const std::optional<std::string>& value);
 

@@ -10,6 +10,7 @@
 #include "core/version.h"
 #include "model/values.h"
 #include "store/jet_sql.h"
+#include "text/text.h"
 
 namespace tolma::options {
 namespace {
@@ -271,7 +272,7 @@ bool Command3_Click(core::Globals& g, OptionsForm& form, int index) {
             const std::string& entry = form.List1[i];
             rs.AddNew();
             rs.Fields("gem-kz").setValue(model::firstCharacters(entry, 8));
-            rs.Fields("gem-name").setValue(model::trimBlanks(model::mid(entry, 9, 1 << 20)));
+            rs.Fields("gem-name").setValue(text::trimBlanks(model::mid(entry, 9, 1 << 20)));
             rs.Fields("markiert").setValue(store::Variant::boolean(true));
             rs.Update();
         }

@@ -6,6 +6,7 @@
 #include "core/error_log.h"
 #include "model/values.h"
 #include "store/jet_sql.h"
+#include "text/text.h"
 
 namespace tolma::print {
 namespace {
@@ -124,7 +125,7 @@ void wrapField(core::Globals& g, PrintState& d, Printer& p, const std::string& n
     long long start = 1, length = share;
     for (long long k = 0; k < pieces; ++k) {
         const std::string piece = model::mid(text, start, length);
-        if (!model::trimBlanks(piece).empty()) {
+        if (!text::trimBlanks(piece).empty()) {
             p.setCurrentX(d.savedX);
             DS_Druck_Zeile(g, d, "   " + piece);
         }
@@ -134,11 +135,6 @@ void wrapField(core::Globals& g, PrintState& d, Printer& p, const std::string& n
     }
     if (d.spalte == ColumnMark::mitte) d.spalte = ColumnMark::vorne;
     d.savedY = p.CurrentY();
-}
-
-std::string upper(std::string s) {
-    for (auto& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return s;
 }
 
 }  // namespace
@@ -232,7 +228,7 @@ void DS_Druck_2(core::Globals& g, PrintState& d, store::Recordset& rs, const std
             p.font.size = 8;
             // The record view's activity control is cut to its first eleven fields; a query
             // opened here never bears that name.
-            const int last = upper(rs.Name()) == "DATA_TAET" ? 10 : rs.FieldCount() - 1;
+            const int last = text::upperAscii(rs.Name()) == "DATA_TAET" ? 10 : rs.FieldCount() - 1;
             if (d.druck_ok == 0) return;
             p.font.size = 8;
             DS_Druck_Zeile(g, d, "");

@@ -16,6 +16,7 @@
 #include "search/index_words.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
+#include "text/text.h"
 
 namespace tolma::search {
 namespace {
@@ -174,7 +175,7 @@ struct HeldRow {
 }  // namespace
 
 std::string numberKey(std::string_view nr) {
-    return store::jet::nocaseFold(std::string(nr));
+    return text::lowerAscii(std::string(nr));
 }
 
 std::vector<std::string> businessesOfPersons(store::Connection& c,

@@ -2,6 +2,7 @@
 
 #include "search/phonetic.h"
 #include "store/german_text.h"
+#include "text/text.h"
 
 namespace tolma::search {
 namespace {
@@ -80,7 +81,7 @@ void RowWords::put(std::string_view w, bool names) {
         text_.resize(start + w.size());
         for (size_t i = 0; i < w.size(); ++i) text_[start + i] = lowerAscii(w[i]);
     } else {
-        text_ += store::german::lower(w);
+        text_ += text::lower(w);
     }
     const size_t size = text_.size() - start;
     const std::uint32_t before = static_cast<std::uint32_t>(tokens_.size());

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "store/german_text.h"
+#include "text/text.h"
 
 namespace tolma::search {
 namespace {
@@ -33,7 +34,7 @@ std::string baseLetters(std::string_view word) {
                                           : ' ';
         return out;
     }
-    const std::string lower = store::german::lower(word);
+    const std::string lower = text::lower(word);
     for (size_t i = 0; i < lower.size(); ++i) {
         const auto c = static_cast<unsigned char>(lower[i]);
         if (c >= 'a' && c <= 'z') {
@@ -137,7 +138,7 @@ std::string koelnerPhonetik(std::string_view word) {
 }
 
 std::string fold(std::string_view word) {
-    const std::string lower = store::german::lower(word);
+    const std::string lower = text::lower(word);
     std::string out;
     for (size_t i = 0; i < lower.size(); ++i) {
         const auto c = static_cast<unsigned char>(lower[i]);

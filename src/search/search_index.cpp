@@ -11,6 +11,7 @@
 #include "search/phonetic.h"
 #include "store/connection.h"
 #include "store/german_text.h"
+#include "text/text.h"
 
 namespace tolma::search {
 namespace {
@@ -242,7 +243,7 @@ std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind,
     std::string exact, any;
     for (size_t i = 0; i < words.size(); ++i) {
         const std::string star = i + 1 == words.size() ? "*" : "";
-        Forms f{store::german::lower(words[i]), fold(words[i]), false};
+        Forms f{text::lower(words[i]), fold(words[i]), false};
         // A row keeps a folded spelling apart only where it differs from the word as written;
         // a written word that folds to itself stands for its folded spelling too.
         f.foldedAsWritten = fold(f.folded) == f.folded;

@@ -19,6 +19,7 @@
 #include "store/dao_error.h"
 #include "store/german_text.h"
 #include "store/jet_sql.h"
+#include "text/text.h"
 
 namespace tolma::store {
 namespace {
@@ -51,7 +52,7 @@ void lenFunction(sqlite3_context* ctx, int, sqlite3_value** argv) {
         sqlite3_result_null(ctx);
         return;
     }
-    sqlite3_result_int64(ctx, jet::utf8Length(argText(argv[0])));
+    sqlite3_result_int64(ctx, text::utf8Length(argText(argv[0])));
 }
 
 // x LIKE y arrives as like(y, x).
@@ -76,12 +77,12 @@ bool anyNull(int argc, sqlite3_value** argv) {
 
 void ucaseFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
-    resultText(ctx, german::upper(argText(argv[0])));
+    resultText(ctx, text::upper(argText(argv[0])));
 }
 
 void lcaseFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
-    resultText(ctx, german::lower(argText(argv[0])));
+    resultText(ctx, text::lower(argText(argv[0])));
 }
 
 // A value as "&" joins it: Null as empty text, a whole number without decimals.
@@ -170,8 +171,8 @@ void instrFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
     const int first = argc == 3 ? 1 : 0;
     const long long start = argc == 3 ? sqlite3_value_int64(argv[0]) : 1;
-    const std::string text = german::lower(argText(argv[first])),
-                      sought = german::lower(argText(argv[first + 1]));
+    const std::string text = text::lower(argText(argv[first])),
+                      sought = text::lower(argText(argv[first + 1]));
     const auto starts = characterStarts(text);
     if (start < 1 || start > static_cast<long long>(starts.size()))
         return sqlite3_result_int(ctx, 0);
@@ -569,7 +570,7 @@ const jet::Catalog& Connection::catalog() {
             auto columns = prepare("SELECT name FROM pragma_index_info(?1)");
             columns->bind(1, Variant(index));
             while (columns->step())
-                made->keyColumns.insert(jet::foldCase(columns->column(0).toString()));
+                made->keyColumns.insert(text::lower(columns->column(0).toString()));
         }
         std::vector<std::string> sorted(made->keyColumns.begin(), made->keyColumns.end());
         std::sort(sorted.begin(), sorted.end());

@@ -7,6 +7,7 @@
 #include "store/connection.h"
 #include "store/dao_error.h"
 #include "store/jet_sql.h"
+#include "text/text.h"
 
 namespace tolma::store {
 
@@ -86,9 +87,9 @@ std::optional<Variant> Database::lookup(const std::string& query, const std::str
     Statement& st = connection()->cached(p.shape->sql);
     st.bindValues(p.values, p.shape->numeric);
     if (!st.step()) return std::nullopt;
-    const std::string wanted = jet::foldCase(field);
+    const std::string wanted = text::lower(field);
     for (int i = 0; i < st.columnCount(); ++i)
-        if (jet::foldCase(st.columnName(i)) == wanted) return st.column(i);
+        if (text::lower(st.columnName(i)) == wanted) return st.column(i);
     throwDao("DAO.Fields", err::kItemNotFound, "Element in dieser Auflistung nicht gefunden.");
 }
 

@@ -2,52 +2,10 @@
 
 #include <vector>
 
+#include "text/text.h"
+
 namespace tolma::store::german {
 namespace {
-
-// Reads one code point and moves i past it; a broken sequence reads as its first byte.
-char32_t next(std::string_view s, size_t& i) {
-    const auto c = static_cast<unsigned char>(s[i]);
-    size_t n = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
-    if (n == 1 || i + n > s.size()) {
-        ++i;
-        return c;
-    }
-    char32_t cp = c & (0xFF >> (n + 1));
-    for (size_t k = 1; k < n; ++k) cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
-    i += n;
-    return cp;
-}
-
-void append(std::string& out, char32_t cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-}
-
-char32_t lowerOf(char32_t c) {
-    if (c >= 'A' && c <= 'Z') return c + 32;
-    if (c >= 0xC0 && c <= 0xDE && c != 0xD7) return c + 32;
-    return c;
-}
-
-char32_t upperOf(char32_t c) {
-    if (c >= 'a' && c <= 'z') return c - 32;
-    if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return c - 32;
-    return c;
-}
 
 // The base letter of a lower-case Latin-1 letter with a mark, or 0.
 char32_t baseOf(char32_t c) {
@@ -72,7 +30,7 @@ struct Letters {
             return true;
         }
         if (i >= s.size()) return false;
-        const char32_t c = lowerOf(german::next(s, i));
+        const char32_t c = text::lowerOf(text::nextCodePoint(s, i));
         if (c == 0xDF) {  // ß
             secondS = true;
             primary = 's';
@@ -127,20 +85,6 @@ std::u32string primary(std::string_view text) {
     std::u32string out;
     Letters letters{text};
     for (char32_t p = 0, m = 0; letters.next(p, m);) out += p;
-    return out;
-}
-
-std::string upper(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size();) append(out, upperOf(next(text, i)));
-    return out;
-}
-
-std::string lower(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size();) append(out, lowerOf(next(text, i)));
     return out;
 }
 

@@ -16,10 +16,6 @@ int compare(std::string_view a, std::string_view b);
 // has primary letters that begin with the other's.
 std::u32string primary(std::string_view text);
 
-// Upper and lower case of a UTF-8 text, Latin-1 letters included ("müller" → "MÜLLER").
-std::string upper(std::string_view text);
-std::string lower(std::string_view text);
-
 // The name under which compare() is registered on every connection.
 inline constexpr const char* kCollation = "jetde";
 

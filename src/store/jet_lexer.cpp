@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "store/dao_error.h"
+#include "text/text.h"
 
 namespace tolma::store::jet::ast {
 namespace {
@@ -19,12 +20,6 @@ bool isDigit(char c) {
 }
 
 }  // namespace
-
-std::string upper(std::string_view s) {
-    std::string r(s);
-    for (auto& c : r) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return r;
-}
 
 void syntaxError(std::string_view text, size_t position, const std::string& what) {
     throwDao("DAO.Database", err::kSyntaxError,
@@ -65,9 +60,9 @@ std::string dateValue(const std::string& s) {
         if (std::sscanf(rest.c_str(), ":%d%n", &sec, &k) < 1) return {};
         rest = rest.substr(static_cast<size_t>(k));
     }
-    const std::string ampm = upper(rest.substr(rest.find_first_not_of(' ') == std::string::npos
-                                                   ? rest.size()
-                                                   : rest.find_first_not_of(' ')));
+    const std::string ampm = text::upperAscii(rest.substr(
+        rest.find_first_not_of(' ') == std::string::npos ? rest.size()
+                                                         : rest.find_first_not_of(' ')));
     if (ampm == "PM" && h < 12) h += 12;
     if (ampm == "AM" && h == 12) h = 0;
     if ((!ampm.empty() && ampm != "AM" && ampm != "PM") || h > 23 || m > 59 || sec > 59) return {};

@@ -23,9 +23,6 @@ std::vector<Token> lex(std::string_view text);
 // The date of a #...# literal's inside as the store holds dates, empty when it is no date.
 std::string dateValue(const std::string& written);
 
-// A word in ASCII capitals, as key words and function names are compared.
-std::string upper(std::string_view word);
-
 // Raises the engine's syntax error with the text as written and the 0-based position.
 [[noreturn]] void syntaxError(std::string_view text, size_t position, const std::string& what);
 

@@ -1,4 +1,5 @@
 #include "store/jet_parser.h"
+#include "text/text.h"
 
 namespace tolma::store::jet::ast {
 namespace {
@@ -85,7 +86,7 @@ class Parser {
     // ---- tokens --------------------------------------------------------------------------
     const Token& peek(size_t ahead = 0) const { return t_[std::min(i_ + ahead, t_.size() - 1)]; }
     bool isWord(const char* w, size_t ahead = 0) const {
-        return peek(ahead).kind == TokenKind::Word && upper(peek(ahead).text) == w;
+        return peek(ahead).kind == TokenKind::Word && text::upperAscii(peek(ahead).text) == w;
     }
     bool isPunct(const char* p, size_t ahead = 0) const {
         return peek(ahead).kind == TokenKind::Punct && peek(ahead).text == p;
@@ -105,7 +106,7 @@ class Parser {
     }
     bool atName() const {
         return peek().kind == TokenKind::Bracketed ||
-               (peek().kind == TokenKind::Word && !reserved(upper(peek().text)));
+               (peek().kind == TokenKind::Word && !reserved(text::upperAscii(peek().text)));
     }
     std::string name(const char* what) {
         if (!atName()) fail(std::string("erwartet wird ") + what);
@@ -430,7 +431,7 @@ class Parser {
             case TokenKind::End:
                 fail("erwartet wird ein Ausdruck");
             case TokenKind::Word: {
-                const std::string u = upper(t.text);
+                const std::string u = text::upperAscii(t.text);
                 if (u == "NULL") {
                     ++i_;
                     return finish(make(ExprKind::Null, begin));

@@ -3,6 +3,7 @@
 #include "store/german_text.h"
 #include "store/jet_generator.h"
 #include "store/jet_parser.h"
+#include "text/text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -18,12 +19,6 @@ bool isWordStart(unsigned char c) {
 }
 bool isWordChar(unsigned char c) {
     return std::isalnum(c) || c == '_' || c == '$' || c >= 0x80;
-}
-
-std::string upper(std::string_view s) {
-    std::string r(s);
-    for (auto& c : r) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return r;
 }
 
 bool isPunct(const Token& t, std::string_view p) {
@@ -43,49 +38,10 @@ bool readsAsNumber(const std::string& s, std::string& number) {
     return true;
 }
 
-std::string trimmed(const std::string& s) {
-    size_t b = s.find_first_not_of(" \t\r\n");
-    if (b == std::string::npos) return {};
-    size_t e = s.find_last_not_of(" \t\r\n");
-    return s.substr(b, e - b + 1);
-}
-
-// Folds one code point as the old engine's text comparison does for German text.
-char32_t foldCodePoint(char32_t c) {
-    if (c >= 'A' && c <= 'Z') return c + 32;
-    if (c >= 0xC0 && c <= 0xDE && c != 0xD7) return c + 32;
-    return c;
-}
-
 std::u32string decode(std::string_view s) {
     std::u32string r;
     r.reserve(s.size());
-    for (size_t i = 0; i < s.size();) {
-        unsigned char c = static_cast<unsigned char>(s[i]);
-        char32_t cp = c;
-        size_t n = 1;
-        if (c >= 0xF0) {
-            n = 4;
-            cp = c & 0x07;
-        } else if (c >= 0xE0) {
-            n = 3;
-            cp = c & 0x0F;
-        } else if (c >= 0xC0) {
-            n = 2;
-            cp = c & 0x1F;
-        }
-        if (n > 1) {
-            if (i + n > s.size()) {
-                n = 1;
-                cp = c;
-            } else {
-                for (size_t k = 1; k < n; ++k)
-                    cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
-            }
-        }
-        r.push_back(cp);
-        i += n;
-    }
+    for (size_t i = 0; i < s.size();) r += text::nextCodePoint(s, i);
     return r;
 }
 
@@ -113,10 +69,10 @@ bool matchOne(const std::u32string& pat, size_t& p, char32_t c) {
         if (i == close) hit = false;  // "[]" matches nothing of length one
         for (; i < close; ++i) {
             if (i + 2 < close && pat[i + 1] == '-') {
-                char32_t lo = foldCodePoint(pat[i]), hi = foldCodePoint(pat[i + 2]);
+                char32_t lo = text::lowerOf(pat[i]), hi = text::lowerOf(pat[i + 2]);
                 if (c >= lo && c <= hi) hit = true;
                 i += 2;
-            } else if (foldCodePoint(pat[i]) == c) {
+            } else if (text::lowerOf(pat[i]) == c) {
                 hit = true;
             }
         }
@@ -124,7 +80,7 @@ bool matchOne(const std::u32string& pat, size_t& p, char32_t c) {
         return negate ? !hit : hit;
     }
     ++p;
-    return foldCodePoint(pc) == c;
+    return text::lowerOf(pc) == c;
 }
 
 }  // namespace
@@ -194,18 +150,18 @@ bool passesAsItStands(std::string_view text) {
                                   "COMMIT",  "END",       "ROLLBACK", "VACUUM",  "ATTACH",
                                   "DETACH",  "REINDEX",   "ANALYZE",  "EXPLAIN", "WITH",
                                   "REPLACE", "SAVEPOINT", "RELEASE"};
-    const std::string u = upper(text.substr(i, j - i));
+    const std::string u = text::upperAscii(text.substr(i, j - i));
     return std::any_of(std::begin(words), std::end(words), [&](const char* w) { return u == w; });
 }
 
 bool isStatement(const std::vector<ast::Token>& tokens) {
     if (tokens.empty() || tokens[0].kind != ast::TokenKind::Word) return false;
-    const std::string u = upper(tokens[0].text);
+    const std::string u = text::upperAscii(tokens[0].text);
     return u == "SELECT" || u == "INSERT" || u == "UPDATE" || u == "DELETE";
 }
 
 std::string withoutClosingSemicolon(std::string_view text) {
-    std::string s = trimmed(std::string(text));
+    std::string s = std::string(text::trimmed(text));
     if (!s.empty() && s.back() == ';') s.pop_back();
     return s;
 }
@@ -280,7 +236,7 @@ std::string literal(const std::string& value, bool numeric) {
 }  // namespace
 
 bool Catalog::isKey(std::string_view column) const {
-    return keyColumns.count(foldCase(column)) > 0;
+    return keyColumns.count(text::lower(column)) > 0;
 }
 
 std::string translate(std::string_view jetSql, const Catalog* catalog) {
@@ -361,7 +317,7 @@ SelectParts parseSelect(std::string_view jetSql, const Catalog* catalog) {
 }
 
 std::string bareTableName(std::string_view source) {
-    std::string s = trimmed(std::string(source));
+    std::string s = std::string(text::trimmed(source));
     if (s.empty()) return {};
     if (s.front() == '[' && s.back() == ']' && s.find(']') == s.size() - 1)
         return s.substr(1, s.size() - 2);
@@ -389,12 +345,12 @@ std::string soleQualifier(std::string_view condition) {
         if (qualifies) {
             const std::string q =
                 t.kind == TokenKind::Bracketed ? t.text.substr(1, t.text.size() - 2) : t.text;
-            if (!qualifier.empty() && upper(qualifier) != upper(q)) return {};
+            if (!qualifier.empty() && text::upperAscii(qualifier) != text::upperAscii(q)) return {};
             qualifier = q;
             continue;
         }
         if (t.kind == TokenKind::Word) {
-            const auto u = upper(t.text);
+            const auto u = text::upperAscii(t.text);
             if (u == "COLLATE") {  // and the collation's name behind it
                 ++k;
                 continue;
@@ -428,7 +384,7 @@ std::string quote(std::string_view value) {
 bool likeMatch(std::string_view pattern, std::string_view text) {
     const std::u32string pat = decode(pattern);
     std::u32string str = decode(text);
-    for (auto& c : str) c = foldCodePoint(c);
+    for (auto& c : str) c = text::lowerOf(c);
 
     // Greedy matching with one backtrack point for the last "*".
     size_t p = 0, s = 0;
@@ -451,23 +407,6 @@ bool likeMatch(std::string_view pattern, std::string_view text) {
     }
     while (p < pat.size() && pat[p] == '*') ++p;
     return p == pat.size();
-}
-
-long long utf8Length(std::string_view text) {
-    long long n = 0;
-    for (unsigned char c : text)
-        if ((c & 0xC0) != 0x80) ++n;
-    return n;
-}
-
-std::string foldCase(std::string_view text) {
-    return german::lower(text);
-}
-
-std::string nocaseFold(std::string text) {
-    for (char& c : text)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-    return text;
 }
 
 }  // namespace tolma::store::jet

@@ -98,12 +98,4 @@ std::string quoteName(std::string_view name);
 // The old engine's LIKE: "*", "?", "#" and [lists], without regard to case, umlauts included.
 bool likeMatch(std::string_view pattern, std::string_view text);
 
-// Length in characters of a UTF-8 text.
-long long utf8Length(std::string_view text);
-
-// Case folding of the old engine's comparisons for one UTF-8 text (ASCII and Latin-1 letters).
-std::string foldCase(std::string_view text);
-// Case folding of SQLite's NOCASE, by which the key columns compare: ASCII letters only.
-std::string nocaseFold(std::string text);
-
 }  // namespace tolma::store::jet

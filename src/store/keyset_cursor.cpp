@@ -6,6 +6,7 @@
 #include <unordered_set>
 
 #include "store/dao_error.h"
+#include "text/text.h"
 
 namespace tolma::store {
 namespace {
@@ -211,14 +212,14 @@ std::optional<long> KeysetCursor::findIndex(const std::string& criteria, long af
     // the recordset's order whose row of that table matched is the answer.
     if (const std::string q = jet::soleQualifier(crit); !q.empty()) {
         for (int j = 0; j < stride; ++j) {
-            if (jet::foldCase(plan->keyQualifiers[j]) != jet::foldCase(q + ".rowid")) continue;
+            if (text::lower(plan->keyQualifiers[j]) != text::lower(q + ".rowid")) continue;
             const jet::TableRef* ref = nullptr;
             for (const auto& t : plan->tables)
-                if (jet::foldCase(t.qualifier) == jet::foldCase(q)) ref = &t;
+                if (text::lower(t.qualifier) == text::lower(q)) ref = &t;
             if (!ref) break;
             auto st = conn->prepare(
                 "SELECT " + q + ".rowid FROM [" + ref->name + "]" +
-                (jet::foldCase(ref->qualifier) != jet::foldCase(ref->name) ? " AS " + q : "") +
+                (text::lower(ref->qualifier) != text::lower(ref->name) ? " AS " + q : "") +
                 " WHERE " + crit);
             std::unordered_set<long long> matching;
             while (st->step()) matching.insert(st->column(0).toInteger());

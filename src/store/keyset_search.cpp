@@ -8,6 +8,7 @@
 
 #include "store/german_text.h"
 #include "store/keyset_cursor.h"
+#include "text/text.h"
 
 namespace tolma::store {
 namespace {
@@ -38,7 +39,7 @@ std::string nameOf(const Token& t) {
 }
 
 bool isWord(const Token& t, std::string_view word) {
-    return t.kind == TokenKind::Word && jet::foldCase(t.text) == word;
+    return t.kind == TokenKind::Word && text::lower(t.text) == word;
 }
 
 bool isPunct(const Token& t, std::string_view p) {
@@ -46,7 +47,7 @@ bool isPunct(const Token& t, std::string_view p) {
 }
 
 bool sameName(const std::string& a, const std::string& b) {
-    return jet::foldCase(a) == jet::foldCase(b);
+    return text::lower(a) == text::lower(b);
 }
 
 // The beginning of a LIKE pattern up to its first wildcard: every text that matches begins with
@@ -225,7 +226,7 @@ KeysetCursor::PrefixIndex KeysetCursor::prefixIndex(const TypedSearch& s) {
         "AND m.type = 'index' AND m.name = l.name");
     indexes.bind(1, Variant(table));
     PrefixIndex found = PrefixIndex::None;
-    const std::string expression = jet::foldCase("(lower([" + s.column + "]))");
+    const std::string expression = text::lower("(lower([" + s.column + "]))");
     while (indexes.step()) {
         const long long cid = indexes.column(0).toInteger();
         if (cid >= 0 && sameName(indexes.column(1).toString(), s.column) &&
@@ -233,7 +234,7 @@ KeysetCursor::PrefixIndex KeysetCursor::prefixIndex(const TypedSearch& s) {
             found = PrefixIndex::Column;
             break;
         }
-        std::string sql = jet::foldCase(indexes.column(3).toString());
+        std::string sql = text::lower(indexes.column(3).toString());
         sql.erase(std::remove(sql.begin(), sql.end(), ' '), sql.end());
         if (cid == -2 && sql.size() >= expression.size() &&
             sql.compare(sql.size() - expression.size(), expression.size(), expression) == 0)
@@ -268,7 +269,7 @@ std::optional<std::optional<long>> KeysetCursor::findInOrder(const TypedSearch& 
     const bool down = order == Order::GermanDown || order == Order::NoCaseDown;
     if (!german && !isAscii(s.beginning)) return std::nullopt;
     const std::u32string wantedPrimary = german ? german::primary(s.beginning) : std::u32string();
-    const std::string wanted = german ? std::string() : jet::nocaseFold(s.beginning);
+    const std::string wanted = german ? std::string() : text::lowerAscii(s.beginning);
     // <0, 0 or >0: the value's beginning against the typed text's, in the keyset's order's terms.
     auto side = [&](const Variant& v) {
         if (v.isNull()) return -1;  // no value sorts below every text
@@ -277,7 +278,7 @@ std::optional<std::optional<long>> KeysetCursor::findInOrder(const TypedSearch& 
             const int c = p.compare(0, wantedPrimary.size(), wantedPrimary);
             return c < 0 ? -1 : c > 0 ? 1 : 0;
         }
-        const std::string text = jet::nocaseFold(v.toString());
+        const std::string text = text::lowerAscii(v.toString());
         const int c = text.compare(0, wanted.size(), wanted);
         return c < 0 ? -1 : c > 0 ? 1 : 0;
     };
@@ -324,7 +325,7 @@ std::optional<std::optional<long>> KeysetCursor::findByIndex(const TypedSearch& 
             from = lower.column(0).toString();
             lower.reset();
         }
-        const std::string to = successor(jet::nocaseFold(from));
+        const std::string to = successor(text::lowerAscii(from));
         if (to.empty()) return std::nullopt;
         range.bind(1, Variant(from));
         range.bind(2, Variant(to));

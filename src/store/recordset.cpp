@@ -4,6 +4,7 @@
 #include "store/keyset_cursor.h"
 #include "store/snapshot_cursor.h"
 #include "store/table_cursor.h"
+#include "text/text.h"
 
 namespace tolma::store {
 
@@ -119,7 +120,7 @@ const std::vector<Variant>& Recordset::currentRow() const {
 int Recordset::fieldIndex(const std::string& name) const {
     const FieldSet& set = *impl().fieldSet;
     if (auto it = set.exact.find(name); it != set.exact.end()) return it->second;
-    if (auto it = set.folded.find(jet::foldCase(name)); it != set.folded.end()) return it->second;
+    if (auto it = set.folded.find(text::lower(name)); it != set.folded.end()) return it->second;
     return -1;
 }
 

@@ -5,14 +5,10 @@
 #include <sqlite3.h>
 
 #include "store/dao_error.h"
+#include "text/text.h"
 
 namespace tolma::store {
 namespace {
-
-std::string upperAscii(std::string s) {
-    for (auto& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return s;
-}
 
 // Type and size of a column from its declared type in the store's schema.
 void typeFromDeclaration(const char* declared, FieldInfo& f) {
@@ -21,7 +17,7 @@ void typeFromDeclaration(const char* declared, FieldInfo& f) {
         f.size = 255;
         return;
     }
-    const std::string d = upperAscii(declared);
+    const std::string d = text::upperAscii(declared);
     auto sizeIn = [&](int fallback) {
         auto open = d.find('(');
         return open == std::string::npos ? fallback : std::atoi(d.c_str() + open + 1);
@@ -112,23 +108,22 @@ void RecordsetImpl::describe(Statement& statement, const std::string& key,
         f.table = t ? t : "";
         f.column = c ? c : "";
         typeFromDeclaration(sqlite3_column_decltype(st, i), f);
-        f.updatable = !writable.empty() && !f.column.empty() &&
-                      jet::foldCase(f.table) == jet::foldCase(writable);
-        ++seen[jet::foldCase(f.name)];
+        f.updatable =
+            !writable.empty() && !f.column.empty() && text::lower(f.table) == text::lower(writable);
+        ++seen[text::lower(f.name)];
         set->list.push_back(f);
     }
     // A name that two tables share is told apart by its table, as the old engine does.
     for (auto& f : set->list) {
-        if (seen[jet::foldCase(f.name)] < 2 || f.table.empty()) continue;
+        if (seen[text::lower(f.name)] < 2 || f.table.empty()) continue;
         std::string qualifier = f.table;
         for (const auto& ref : tables)
-            if (jet::foldCase(ref.name) == jet::foldCase(f.table))
-                qualifier = unbracket(ref.qualifier);
+            if (text::lower(ref.name) == text::lower(f.table)) qualifier = unbracket(ref.qualifier);
         f.name = qualifier + "." + f.name;
     }
     for (size_t i = 0; i < set->list.size(); ++i) {
         set->exact.emplace(set->list[i].name, static_cast<int>(i));
-        set->folded.emplace(jet::foldCase(set->list[i].name), static_cast<int>(i));
+        set->folded.emplace(text::lower(set->list[i].name), static_cast<int>(i));
     }
     memo = set;
     fieldSet = set;
@@ -178,7 +173,7 @@ Variant RecordsetImpl::converted(const FieldInfo& f, const Variant& v) {
             const std::string& s = text ? *text : copy;
             // Only a text that may be too long is counted character by character.
             if (f.size > 0 && static_cast<long long>(s.size()) > f.size &&
-                jet::utf8Length(s) > f.size)
+                text::utf8Length(s) > f.size)
                 throwDao("DAO.Field", err::kFieldTooSmall,
                          "Das Feld ist zu klein für die Datenmenge, die Sie hinzufügen wollten.");
             return text ? v : Variant(copy);

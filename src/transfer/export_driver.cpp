@@ -5,6 +5,7 @@
 #include "core/error_log.h"
 #include "model/values.h"
 #include "store/connection.h"
+#include "text/text.h"
 #include "transfer/export_form.h"
 #include "transfer/export_record.h"
 #include "transfer/export_scan.h"
@@ -32,7 +33,7 @@ std::string fileTime(const core::Globals& g) {
 }
 
 void writeHead(ExportContext& ctx, const VerwaltungsblockForm& form, long total) {
-    auto box = [&](int i) { return model::trimBlanks(form.Text1[static_cast<size_t>(i)].text); };
+    auto box = [&](int i) { return text::trimBlanks(form.Text1[static_cast<size_t>(i)].text); };
     auto element = [&](const char* name, const std::string& value) {
         ctx.line(std::string("<") + name + ">" + value + "</" + name + ">");
     };
@@ -86,8 +87,8 @@ void refreshProcessingStatus(const core::Globals& g, const std::string& query) {
         while (scan.next()) {
             const bool storedText = scan.isText(2);
             const auto& row = scan.readRow();
-            Pending p{scan.rowid(), row[0].toString(),
-                      !model::trimBlanks(row[1].toString()).empty(), storedText, row[2].toString()};
+            Pending p{scan.rowid(), row[0].toString(), !text::trimBlanks(row[1].toString()).empty(),
+                      storedText, row[2].toString()};
             if (before) settle(*before, before->nr != p.nr);
             before = std::move(p);
         }

@@ -4,6 +4,7 @@
 #include "model/values.h"
 #include "store/connection.h"
 #include "store/dao_error.h"
+#include "text/text.h"
 #include "transfer/field_store.h"
 
 namespace tolma::transfer {
@@ -33,7 +34,7 @@ std::string textOf(const Cell& c) {
 
 // The link's own dates: trimmed, the two words as their sentinels, else rebuilt by position.
 std::string linkDate(const std::string& stored) {
-    return model::dateStoreToFile(model::trimBlanks(stored));
+    return model::dateStoreToFile(text::trimBlanks(stored));
 }
 
 }  // namespace
@@ -98,11 +99,11 @@ void writePerson(ExportContext& ctx, ExportScans& scans, const KeyedScan::Row& l
                  const std::string& betrNr) {
     core::Globals& g = ctx.g;
     ctx.line("<person>");
-    const std::string funktion = model::trimBlanks(textOf(link[scans.links.column("p-funktion")]));
+    const std::string funktion = text::trimBlanks(textOf(link[scans.links.column("p-funktion")]));
     if (!funktion.empty()) ctx.line("<p-funktion>" + funktion + "</p-funktion>");
     for (const char* date : {"p-eintr-datum", "p-austr-datum"}) {
         const std::string stored = textOf(link[scans.links.column(date)]);
-        if (model::trimBlanks(stored).empty()) continue;
+        if (text::trimBlanks(stored).empty()) continue;
         ctx.line(std::string("<") + date + ">" + linkDate(stored) + "</" + date + ">");
     }
     writeFields(ctx, ctx.plan(&scans.person.names(), scans.person.names(), false), person);
@@ -114,8 +115,8 @@ void writePerson(ExportContext& ctx, ExportScans& scans, const KeyedScan::Row& l
             ctx.line("<staatsangehoerigkeit>");
             const size_t text = scans.staatsang.column("staat-text");
             const size_t schl = scans.staatsang.column("staat-schl");
-            ctx.line("<staat-text>" + model::trimBlanks(textOf(row[text])) + "</staat-text>");
-            ctx.line("<staat-schl>" + model::trimBlanks(textOf(row[schl])) + "</staat-schl>");
+            ctx.line("<staat-text>" + text::trimBlanks(textOf(row[text])) + "</staat-text>");
+            ctx.line("<staat-schl>" + text::trimBlanks(textOf(row[schl])) + "</staat-schl>");
             ctx.line("</staatsangehoerigkeit>");
         }
         ctx.line("</staatsangehoerigkeiten>");
@@ -165,9 +166,9 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const SelectionScan& selection,
         const std::vector<std::string> key{betrNr, field("betr-hist-nr")};
 
         g.akt_schritt = 1;
-        ctx.line("<gem-kz>" + model::trimBlanks(field("gem-kz")) + "</gem-kz>");
-        ctx.line("<betr-nr>" + model::trimBlanks(betrNr) + "</betr-nr>");
-        ctx.line("<betr-hist-nr>" + model::trimBlanks(key[1]) + "</betr-hist-nr>");
+        ctx.line("<gem-kz>" + text::trimBlanks(field("gem-kz")) + "</gem-kz>");
+        ctx.line("<betr-nr>" + text::trimBlanks(betrNr) + "</betr-nr>");
+        ctx.line("<betr-hist-nr>" + text::trimBlanks(key[1]) + "</betr-hist-nr>");
         writeFields(ctx, ctx.plan(&selection.names(), selection.names(), false), business);
 
         g.akt_schritt = 3;

@@ -9,6 +9,7 @@
 #include "store/dao_error.h"
 #include "store/german_text.h"
 #include "store/jet_sql.h"
+#include "text/text.h"
 
 namespace tolma::transfer {
 namespace {
@@ -217,7 +218,7 @@ size_t SelectionScan::column(const std::string& name) const {
     for (size_t i = 0; i < names_.size(); ++i)
         if (names_[i] == name) return i;
     for (size_t i = 0; i < names_.size(); ++i)
-        if (store::jet::foldCase(names_[i]) == store::jet::foldCase(name)) return i;
+        if (text::lower(names_[i]) == text::lower(name)) return i;
     throw store::DaoError("DAO.Fields", store::err::kItemNotFound,
                           "Element in dieser Auflistung nicht gefunden.");
 }

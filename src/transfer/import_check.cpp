@@ -16,6 +16,7 @@
 #include "model/values.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
+#include "text/text.h"
 #include "transfer/import_driver.h"
 
 namespace tolma::transfer {
@@ -89,7 +90,7 @@ std::string headingOf(const std::string& table) {
 
 // Numbers compare without regard to case, as the store's keys do.
 std::string numberKey(std::string nr) {
-    return store::jet::nocaseFold(std::move(nr));
+    return text::lowerAscii(std::move(nr));
 }
 
 std::uint64_t hashOf(const std::string& s) {
@@ -380,7 +381,7 @@ std::string checkReportText(const std::string& path, const ImportCheck& r) {
     t += "  Datenart:     " + r.struktur + "\n";
     t += "  Version:      " + r.version + "\n";
     t += "  Ersteller:    " + r.ersteller + "\n";
-    t += "  Erstelldatum: " + germanDate(model::trimBlanks(r.erstelldatum)) + "\n\n";
+    t += "  Erstelldatum: " + germanDate(text::trimBlanks(r.erstelldatum)) + "\n\n";
     t += "Betriebe in der Datei: " + std::to_string(r.businesses) + "\n";
     t += "  neu im Bestand: " + std::to_string(r.added) + "\n";
     list(t, r.addedList, r.added);

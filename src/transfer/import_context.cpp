@@ -6,6 +6,7 @@
 #include "model/values.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
+#include "text/text.h"
 
 namespace tolma::transfer {
 namespace {
@@ -141,7 +142,7 @@ std::string ImportContext::businessKey(const std::string& betrNr,
 }
 
 std::string ImportContext::foldedKey(std::string key) {
-    return store::jet::nocaseFold(std::move(key));
+    return text::lowerAscii(std::move(key));
 }
 
 void ImportContext::notePerson(const std::string& persNr) {

@@ -16,6 +16,7 @@
 #include "model/values.h"
 #include "search/index_upkeep.h"
 #include "store/connection.h"
+#include "text/text.h"
 #include "transfer/element_reader.h"
 #include "transfer/import_context.h"
 #include "transfer/import_journal.h"
@@ -41,7 +42,7 @@ bool headValue(const std::string& head, const std::string& tag, std::string& val
 
 // Val() of the old platform: the leading number of a text, 0 without one.
 long leadingNumber(const std::string& text) {
-    const std::string t = model::trimBlanks(text);
+    const std::string t = text::trimBlanks(text);
     return std::strtol(t.c_str(), nullptr, 10);
 }
 
@@ -225,9 +226,9 @@ class Run {
         const std::string head = text.substr(0, text.find("<betrieb>") + 1);
         std::string struktur, version;
         if (headValue(head, "struktur", ctx_.akt_struktur))
-            struktur = model::trimBlanks(ctx_.akt_struktur);
+            struktur = text::trimBlanks(ctx_.akt_struktur);
         headValue(head, "zahl-betriebe-gesamt", announced_);
-        if (headValue(head, "tml-version", version)) version = model::trimBlanks(version);
+        if (headValue(head, "tml-version", version)) version = text::trimBlanks(version);
         if (checking()) {
             check_->struktur = struktur;
             check_->version = version;
@@ -238,19 +239,19 @@ class Run {
     }
 
     bool checkKind(const std::string& struktur) {
-        if (core::upperCase(struktur) == core::upperCase(g_.datenart_wert)) return true;
+        if (text::upperAscii(struktur) == text::upperAscii(g_.datenart_wert)) return true;
         if (checking()) {
             check_->warnings.push_back("Die Datei enthält Daten der Art ''" +
-                                       core::upperCase(struktur) +
+                                       text::upperAscii(struktur) +
                                        "'', die aktive Datenbank ist für die Daten-Art ''" +
-                                       core::upperCase(g_.datenart_wert) + "'' angelegt.");
+                                       text::upperAscii(g_.datenart_wert) + "'' angelegt.");
             return true;
         }
         if (core::showMessage(g_,
-                              "Sie wollen Daten der Datei-Art ''" + core::upperCase(struktur) +
+                              "Sie wollen Daten der Datei-Art ''" + text::upperAscii(struktur) +
                                   "''in die Datenbank schreiben.\n" +
                                   "Die derzeitige Datenbank ist aber für die Daten-Art''" +
-                                  core::upperCase(g_.datenart_wert) + "'' definiert\n" +
+                                  text::upperAscii(g_.datenart_wert) + "'' definiert\n" +
                                   "Wollen Sie die Datenbank/Daten-Art wechseln?",
                               core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo)
             return stop();

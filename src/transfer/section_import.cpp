@@ -2,6 +2,7 @@
 #include "core/error_log.h"
 #include "core/files.h"
 #include "model/relations.h"
+#include "text/text.h"
 #include "transfer/extract.h"
 #include "transfer/field_store.h"
 #include "transfer/record_import.h"
@@ -168,7 +169,7 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
             table.Fields("betr-hist-nr").setValue(betrHistNr);
         });
     } else {
-        if (core::upperCase(pArt) == "JP") {
+        if (text::upperAscii(pArt) == "JP") {
             // A legal person of function 3 in a partnership hangs under the legal person before it.
             // The legal forms are read from the settings store, where the record view's control
             // DATA_ORG_RF reads them too.
@@ -205,7 +206,7 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
             rs.Fields("p-funktion").setValue(pFunktion);
             Upd_5_Felder(ctx, rs.Fields("p-eintr-datum"), pEintrDatum);
             Upd_5_Felder(ctx, rs.Fields("p-austr-datum"), pAustrDatum);
-            if (core::upperCase(table.Fields("p-art").Value().toString()) == "NP" ||
+            if (text::upperAscii(table.Fields("p-art").Value().toString()) == "NP" ||
                 hangsUnderEarlierJp) {
                 rs.Fields("pers-nr-jp").setValue(ctx.akt_jp_nr);
                 hangsUnderEarlierJp = false;

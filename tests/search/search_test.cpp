@@ -13,6 +13,7 @@
 #include "search/search_index.h"
 #include "store/connection.h"
 #include "store/german_text.h"
+#include "text/text.h"
 #include "tml_generator.h"
 #include "transfer/import_journal.h"
 
@@ -87,7 +88,7 @@ TEST(SearchRowWordsTest, EachWordOnceFoldedWhereItDiffersAndNamesBySound) {
         for (const bool names : {false, true}) {
             std::set<std::string> expected;
             for (const auto& w : search::wordsOf(t)) {
-                const std::string lower = store::german::lower(w), folded = search::fold(w);
+                const std::string lower = text::lower(w), folded = search::fold(w);
                 expected.insert(lower);
                 if (folded != lower) expected.insert(search::kFoldedMark + folded);
                 if (const auto code = search::koelnerPhonetik(w); names && !code.empty())

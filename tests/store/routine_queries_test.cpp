@@ -11,6 +11,7 @@
 #include "print/list_report.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
+#include "text/text.h"
 #include "transfer/export_form.h"
 
 namespace tolma::test {
@@ -76,10 +77,10 @@ void expectEachRuns(const std::vector<QueryTrace::Entry>& entries) {
 
 // Whether a trace opened a text that reads from `table`.
 bool opened(const std::vector<QueryTrace::Entry>& entries, const std::string& table) {
-    const std::string name = store::jet::foldCase(table);
+    const std::string name = text::lower(table);
     const std::string from = "from " + name + " ", join = "join " + name + " ";
     return std::any_of(entries.begin(), entries.end(), [&](const QueryTrace::Entry& e) {
-        const std::string t = store::jet::foldCase(e.text) + " ";
+        const std::string t = text::lower(e.text) + " ";
         return t.find(from) != std::string::npos || t.find(join) != std::string::npos ||
                t == name + " ";
     });
