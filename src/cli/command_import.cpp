@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <ostream>
 
 #include "cli/cli.h"
@@ -24,6 +25,41 @@ long businessRows(core::Globals& g) {
         return -1;
     }
 }
+
+// The start window's state, and its label on the terminal a few times a second.
+class TerminalScreen final : public transfer::StartViewScreen {
+  public:
+    TerminalScreen(core::Globals& g, std::ostream& err, bool shown)
+        : StartViewScreen(g), err_(err), shown_(shown) {}
+    ~TerminalScreen() override {
+        if (shown_) err_ << "\r\x1b[K" << std::flush;
+    }
+    void preparing(const std::string& label) override {
+        StartViewScreen::preparing(label);
+        show();
+    }
+    void label(const std::string& text) override {
+        StartViewScreen::label(text);
+        show();
+    }
+    void record(int value, const std::string& label) override {
+        StartViewScreen::record(value, label);
+        show();
+    }
+
+  private:
+    void show() {
+        if (!shown_) return;
+        const auto now = std::chrono::steady_clock::now();
+        if (now - last_ < std::chrono::milliseconds(200)) return;
+        last_ = now;
+        err_ << "\r" << g_.startView.Label2 << "\x1b[K" << std::flush;
+    }
+
+    std::ostream& err_;
+    bool shown_;
+    std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
+};
 
 }  // namespace
 
@@ -69,8 +105,9 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
     transfer::ImportOutcome outcome;
     transfer::ImportCounts counts;
     {
-        InterruptAsEscape escape(g, err, options.interactive && ::isatty(2));
-        outcome = transfer::Upd_1_Start(g, args[0], nullptr, &counts);
+        InterruptAsEscape escape(g, err, false);
+        TerminalScreen screen(g, err, options.interactive && ::isatty(2));
+        outcome = transfer::Upd_1_Start(g, args[0], &counts, &screen);
     }
     // The system's message said the file held no business data; a script learns it here.
     if (outcome == transfer::ImportOutcome::Finished && counts.read == 0) {

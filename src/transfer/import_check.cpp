@@ -292,6 +292,49 @@ std::string where(const core::Globals::LoggedEntry& e) {
     return w.empty() ? e.procedure + ": " : w + ": ";
 }
 
+// What the dry run itself tells: the head, the businesses read, those that replace a stored
+// state, the notifications of removal and the municipalities.
+class CheckListener final : public ImportListener {
+  public:
+    CheckListener(core::Globals& g, ImportCheck& report) : g_(g), r_(report) {}
+
+    void headRead(const std::string& head) override {
+        if (headValue(head, "struktur", r_.struktur)) r_.struktur = text::trimBlanks(r_.struktur);
+        if (headValue(head, "tml-version", r_.version)) r_.version = text::trimBlanks(r_.version);
+        headValue(head, "ersteller", r_.ersteller);
+        headValue(head, "erstelldatum", r_.erstelldatum);
+        if (text::upperAscii(r_.struktur) != text::upperAscii(g_.datenart_wert))
+            r_.warnings.push_back("Die Datei enthält Daten der Art ''" +
+                                  text::upperAscii(r_.struktur) +
+                                  "'', die aktive Datenbank ist für die Daten-Art ''" +
+                                  text::upperAscii(g_.datenart_wert) + "'' angelegt.");
+        if (const double f = versionNumber(r_.version); f != kProgramTmlVersion)
+            r_.warnings.push_back(f > kProgramTmlVersion
+                                      ? "Die Datei ist neuer als das Programm (Version " +
+                                            r_.version + ")."
+                                      : "Die Datei hat eine ältere Version (" + r_.version + ").");
+    }
+    void blockRead(store::Connection*, const ImportBlock& block) override {
+        for (size_t i = 0; i < block.read; ++i) {
+            removals_ += block.elements[i].removals;
+            for (const auto& kz : block.elements[i].municipalities) municipalities_.insert(kz);
+        }
+        replacing_ += block.replaced;
+    }
+    void blocksDone(store::Connection*, long records) override {
+        r_.businesses = records;
+        r_.replacing = replacing_;
+        r_.removals = removals_;
+        for (const auto& kz : municipalities_) r_.municipalities.push_back(kz);
+    }
+
+  private:
+    core::Globals& g_;
+    ImportCheck& r_;
+    long replacing_ = 0, removals_ = 0;
+    std::unordered_set<std::string> municipalities_;
+};
+
 }  // namespace
 
 ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, ImportCheck& report) {
@@ -317,7 +360,10 @@ ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, Impor
     try {
         countChanges(*c);
         g.logCapture = &entries;
-        outcome = Upd_1_Start(g, path, &report);
+        CheckListener listener(g, report);
+        ImportListener* const listeners[] = {&listener};
+        StartViewScreen screen(g);
+        outcome = runImport(g, path, screen, listeners, true);
         auto st = c->prepare("SELECT tabelle, geschrieben, geloescht FROM tolma_pruefung");
         while (st->step()) {
             const ImportCheck::TableCount count{st->column(0).toString(), st->column(1).toInteger(),

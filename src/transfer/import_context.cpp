@@ -126,13 +126,6 @@ bool ImportContext::isDateField(const std::string& fieldName) {
 }
 
 void ImportContext::noteBusiness(const std::string& betrNr) {
-    if (!touchedAll) {
-        touched.push_back(betrNr);
-        if (touched.size() > 250'000) {
-            touchedAll = true;
-            touched = {};
-        }
-    }
     if (keysLoaded_) note(businesses_, betrNr);
 }
 

@@ -8,6 +8,7 @@
 
 #include "core/globals.h"
 #include "model/relations.h"
+#include "transfer/import_listener.h"
 
 namespace tolma::transfer {
 
@@ -23,33 +24,8 @@ struct ImportContext {
     std::string akt_inhalt, akt_name;
     // The location values that Upd_4_Andere's trap reports; nothing in the import fills them.
     std::string fehlerortung, ortungsNummer;
-    // What a check of the file counts: businesses that replace a stored state, notifications
-    // of removal, and the municipalities the file's businesses lie in.
-    long replacing = 0, removals = 0;
-    std::unordered_set<std::string> municipalities;
-    // The business numbers the run stored, for the search index; past a quarter of a million
-    // the list is given up for building the index anew, which then costs less anyway.
-    std::vector<std::string> touched;
-    bool touchedAll = false;
-
-    // The numbers whose rows the current block removed before its first element, all in a few
-    // statements (see ImportJournal::removeAhead): the element that comes to remove them finds
-    // them gone and takes its number out. A number counts once; when it comes again in the
-    // block, its rows are the run's own and go as usual. What is left at the block's end is put
-    // back. Kept as the key columns compare them, without regard to case.
-    struct RemovedAhead {
-        std::unordered_set<std::string> businesses;       // betr-nr, by state: betr-nr \n hist
-        std::unordered_set<std::string> businessNumbers;  // betr-nr alone, for persons' permits
-        std::unordered_set<std::string> persons;
-        bool empty() const {
-            return businesses.empty() && businessNumbers.empty() && persons.empty();
-        }
-        void clear() {
-            businesses.clear();
-            businessNumbers.clear();
-            persons.clear();
-        }
-    } removedAhead;
+    // What a listener removed ahead of the current block's elements (see RemovedAhead).
+    RemovedAhead* removedAhead = nullptr;
     // The business whose persons' permits and craft cards went already, with its other rows:
     // a removal of a person's ones then meets only rows of the run.
     std::string personPermitsGoneOf;

@@ -5,21 +5,17 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <memory>
-#include <optional>
 
 #include "core/db_connection.h"
 #include "core/error_log.h"
 #include "core/files.h"
 #include "model/codepage.h"
 #include "model/values.h"
-#include "search/index_upkeep.h"
 #include "store/connection.h"
 #include "text/text.h"
 #include "transfer/element_reader.h"
 #include "transfer/import_context.h"
-#include "transfer/import_journal.h"
 #include "transfer/record_import.h"
 
 namespace tolma::transfer {
@@ -29,29 +25,10 @@ const char* kAbgebrochen = "Der Vorgang wurde abgebrochen!";
 const char* kTitel = "Datenbank-Update!";
 constexpr size_t kLabelCountChars = 20;
 
-// The value between the first opening and the first closing tag, when both are in the text.
-bool headValue(const std::string& head, const std::string& tag, std::string& value) {
-    const std::string open = "<" + tag + ">", close = "</" + tag + ">";
-    const size_t a = head.find(open), b = head.find(close);
-    if (a == std::string::npos || b == std::string::npos) return false;
-    const size_t start = a + open.size();
-    if (b < start) throw core::invalidCall();
-    value = head.substr(start, b - start);
-    return true;
-}
-
 // Val() of the old platform: the leading number of a text, 0 without one.
 long leadingNumber(const std::string& text) {
     const std::string t = text::trimBlanks(text);
     return std::strtol(t.c_str(), nullptr, 10);
-}
-
-// The version of a file: every digit of the text, read as one number.
-double versionNumber(const std::string& text) {
-    double v = 0;
-    for (char c : text)
-        if (c >= '0' && c <= '9') v = v * 10 + (c - '0');
-    return v;
 }
 
 // Commits the records of one block when the block is done, however it ends. A failed commit
@@ -83,49 +60,19 @@ class Batch {
     std::shared_ptr<store::Connection> connection_;
 };
 
-std::string runTime(const core::Globals& g) {
-    const std::time_t t = g.clock();
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    char buf[32];
-    std::strftime(buf, sizeof buf, "%d.%m.%Y %H:%M:%S", &tm);
-    return buf;
-}
-
-}  // namespace
-
-int keptImportRuns(core::Globals& g) {
-    try {
-        if (auto v = g.db_org.lookup(
-                "SELECT wert FROM tolma_optionen WHERE name = 'importlaeufe_behalten'", "wert"))
-            if (const long n = std::atol(v->toString().c_str()); n > 0) return static_cast<int>(n);
-    } catch (const std::exception&) {
-        // a settings store without the table: the default
-    }
-    return kDefaultKeptRuns;
-}
-
-void setKeptImportRuns(core::Globals& g, int runs) {
-    const auto& c = g.db_org.connection();
-    c->execute("CREATE TABLE IF NOT EXISTS tolma_optionen (name TEXT PRIMARY KEY, wert TEXT)");
-    c->execute("INSERT OR REPLACE INTO tolma_optionen VALUES ('importlaeufe_behalten', ?1)",
-               {store::Variant(std::to_string(std::max(1, runs)))});
-}
-
-namespace {
-
-// One run of Upd_1_Start, its numbered steps each a function of its own. A step that ends the
+// One run of the driver, its numbered steps each a function of its own. A step that ends the
 // run early (a question answered No, ESC) returns false; every path then takes the end.
 class Run {
   public:
-    Run(core::Globals& g, std::string path, ImportCheck* check, ImportCounts* counts)
+    Run(core::Globals& g, std::string path, ImportScreen& screen,
+        std::span<ImportListener* const> listeners, bool dryRun, ImportCounts* counts)
         : g_(g),
-          view_(g.startView),
+          screen_(screen),
+          listeners_(listeners),
           ctx_(g),
-          check_(check),
+          dryRun_(dryRun),
           counts_(counts),
-          path_(std::move(path)),
-          recording_{g, {}} {}
+          path_(std::move(path)) {}
 
     ImportOutcome go() {
         prepare();
@@ -136,7 +83,7 @@ class Run {
         } catch (const std::exception& e) {
             outcome = failed(e);
         }
-        if (counts_) *counts_ = {records_, ctx_.removals};
+        if (counts_) *counts_ = {records_, removals_};
         return outcome;
     }
 
@@ -147,9 +94,7 @@ class Run {
         g_.msg_text.clear();
         g_.storeFault.clear();
         g_.marks.menue_import_datenbank = true;
-        view_.Label2 = "Die Datenübertragung wird vorbereitet, bitte warten!";
-        view_.MousePointer = 11;
-        g_.refreshView();
+        screen_.preparing("Die Datenübertragung wird vorbereitet, bitte warten!");
         g_.akt_schritt = 11;
     }
 
@@ -159,10 +104,10 @@ class Run {
             path_.pop_back();
             if (!path_.empty()) path_.erase(0, 1);
         }
+        for (ImportListener* l : listeners_) l->runStarts(path_);
         g_.akt_schritt = 13;
-        view_.ProgressBar1Max = 1000;
-        view_.ProgressBar1Value = 0;
-        if (!checking() &&
+        screen_.progressRange(1000);
+        if (!dryRun_ &&
             core::showMessage(
                 g_,
                 "Die Datei ''" + path_ + "'' wird eingelesen und verarbeitet! \n" +
@@ -171,11 +116,7 @@ class Run {
                 core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo)
             return stop();
         g_.akt_schritt = 14;
-        view_.Image2Visible = true;
-        view_.SSTab1Visible = false;
-        view_.Frame_AnzahlVisible = false;
-        view_.Frame_UeberschriftVisible = false;
-        g_.refreshView();
+        screen_.reading();
         core::DB_Binden_loesen(g_);
         g_.akt_schritt = 2;
         return true;
@@ -186,13 +127,12 @@ class Run {
     bool readBlocks() {
         // A missing file reads as an empty one.
         ElementReader reader(path_, kBlockSize);
-        leaveOutListIndexes();
+        for (ImportListener* l : listeners_) l->readingStarts(store());
         while (auto chunk = reader.next()) {
             g_.akt_schritt = 3;
-            if (!checking() && (chunk->block == 1 || chunk->block % 10 == 0)) {
-                view_.Label2 = "Datenbankkomprimierung, bitte warten!";
-                g_.refreshView();
-                if (searchUpkeep_) searchUpkeep_->settle();
+            if (!dryRun_ && (chunk->block == 1 || chunk->block % 10 == 0)) {
+                screen_.label("Datenbankkomprimierung, bitte warten!");
+                for (ImportListener* l : listeners_) l->compacting();
                 core::DB_Komprimieren(g_);
             }
             g_.akt_schritt = 4;
@@ -208,19 +148,6 @@ class Run {
         return true;
     }
 
-    // A file that brings much against what the store holds is read in without the lists'
-    // indexes by names, towns and streets; they are built anew at the end. A small file keeps
-    // them, since building them anew costs as much as the store is large.
-    void leaveOutListIndexes() {
-        if (checking() || !g_.db_daten.isSet()) return;
-        std::error_code e1, e2;
-        const auto fileSize = std::filesystem::file_size(path_, e1);
-        const auto storeSize = std::filesystem::file_size(g_.db_pfad_aktuell, e2);
-        if (e1 || e2 || fileSize <= storeSize / 2) return;
-        core::dropListIndexes(g_);
-        listIndexesLeftOut_ = true;
-    }
-
     // The head, the text ahead of the first <betrieb>: the kind of data and the version.
     bool readHead(const std::string& text) {
         const std::string head = text.substr(0, text.find("<betrieb>") + 1);
@@ -229,24 +156,13 @@ class Run {
             struktur = text::trimBlanks(ctx_.akt_struktur);
         headValue(head, "zahl-betriebe-gesamt", announced_);
         if (headValue(head, "tml-version", version)) version = text::trimBlanks(version);
-        if (checking()) {
-            check_->struktur = struktur;
-            check_->version = version;
-            headValue(head, "ersteller", check_->ersteller);
-            headValue(head, "erstelldatum", check_->erstelldatum);
-        }
+        for (ImportListener* l : listeners_) l->headRead(head);
         return checkKind(struktur) && checkVersion(version);
     }
 
     bool checkKind(const std::string& struktur) {
-        if (text::upperAscii(struktur) == text::upperAscii(g_.datenart_wert)) return true;
-        if (checking()) {
-            check_->warnings.push_back("Die Datei enthält Daten der Art ''" +
-                                       text::upperAscii(struktur) +
-                                       "'', die aktive Datenbank ist für die Daten-Art ''" +
-                                       text::upperAscii(g_.datenart_wert) + "'' angelegt.");
+        if (dryRun_ || text::upperAscii(struktur) == text::upperAscii(g_.datenart_wert))
             return true;
-        }
         if (core::showMessage(g_,
                               "Sie wollen Daten der Datei-Art ''" + text::upperAscii(struktur) +
                                   "''in die Datenbank schreiben.\n" +
@@ -271,7 +187,7 @@ class Run {
         }
         rs.Update();
         core::DB_Load(g_);
-        g_.refreshView();
+        screen_.refresh();
         return true;
     }
 
@@ -283,12 +199,7 @@ class Run {
                           "Die Datei-Version ''" + path_ +
                               (newer ? "'' ist nicht kompatibel!" : "''ist nicht kompatibel!"),
                           "Fehlerortung: ", std::to_string(g_.akt_schritt));
-        if (checking()) {
-            check_->warnings.push_back(
-                newer ? "Die Datei ist neuer als das Programm (Version " + version + ")."
-                      : "Die Datei hat eine ältere Version (" + version + ").");
-            return true;
-        }
+        if (dryRun_) return true;
         const std::string question =
             newer ? "Das Programm ist nicht kompatibel zur Datei ''" + path_ + "'' ! \n" +
                         "Bitte installieren Sie die neueste Version des Schnittstellenprogrammes, "
@@ -307,29 +218,29 @@ class Run {
 
     // Step 5: the <betrieb> elements of the block, in one transaction; ESC between two of them.
     bool storeRecords(const ReadChunk& chunk) {
-        view_.ProgressBar1Max = std::max(1L, leadingNumber(announced_));
-        view_.ProgressBar1Value = 0;
+        const int progressMax = static_cast<int>(std::max(1L, leadingNumber(announced_)));
+        screen_.progressRange(progressMax);
         // The announced count is a number; a file may hold megabytes there, which must not be
         // copied into the label once per record.
         const std::string labelTail =
             " von " + announced_.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
         Batch batch(g_.db_daten);
-        beginSearch();
-        const bool recording = !checking() && g_.recordImportRuns && g_.db_daten.isSet();
-        if (recording) {
-            // The record of this run goes into the same transactions as its blocks.
-            store::Connection& c = *g_.db_daten.connection();
-            if (!recording_.journal.started())
-                recording_.journal.start(c, path_, runTime(g_), keptImportRuns(g_));
-            recording_.journal.attach(c);
-            // The rows the block replaces go at once, copied into the record: a few statements
-            // rather than a dozen per business.
-            recording_.journal.removeAhead(c, blockKeys(ctx_, chunk.elements));
-        }
+        ImportBlock block{chunk.block, chunk.elements};
+        for (ImportListener* l : listeners_) l->blockBegins(store(), block);
+        const BlockKeys keys = blockKeys(ctx_, chunk.elements);
+        // A listener that removed the block's rows ahead wants the block whole or not at all.
+        bool keepWhole = false;
+        for (ImportListener* l : listeners_)
+            if (RemovedAhead* ahead = l->blockKeys(store(), keys)) {
+                ctx_.removedAhead = ahead;
+                keepWhole = true;
+            }
         bool cancelled = false;
         try {
             for (const ReadElement& element : chunk.elements) {
-                Upd_2_Read(ctx_, element);
+                ++block.read;
+                removals_ += element.removals;
+                if (Upd_2_Read(ctx_, element)) ++block.replaced;
                 g_.doEvents();
                 if (g_.taste == 27) {
                     g_.taste = 0;
@@ -338,44 +249,31 @@ class Run {
                     break;
                 }
                 ++records_;
-                view_.ProgressBar1Value =
-                    static_cast<int>(std::min<long>(records_, view_.ProgressBar1Max));
-                view_.Label2 = "Verarbeite Datensatz " + std::to_string(records_) + labelTail;
-                g_.refreshView();
+                screen_.record(static_cast<int>(std::min<long>(records_, progressMax)),
+                               "Verarbeite Datensatz " + std::to_string(records_) + labelTail);
             }
-            // What no element came to remove, after ESC or an element given up, comes back.
-            if (recording && !ctx_.removedAhead.empty())
-                recording_.journal.putBack(*g_.db_daten.connection(), keysLeft(ctx_));
+            block.records = records_;
+            for (ImportListener* l : listeners_) l->blockRead(store(), block);
         } catch (...) {
-            // A block whose rows went ahead is kept whole or not at all.
-            ctx_.removedAhead.clear();
-            if (recording) batch.rollback();
+            ctx_.removedAhead = nullptr;
+            if (keepWhole) batch.rollback();
             throw;
         }
-        ctx_.removedAhead.clear();
+        ctx_.removedAhead = nullptr;
         // A closing tag ahead of the opening one gives a negative length.
         if (!cancelled && chunk.broken) throw core::invalidCall();
-        if (!checking() && g_.db_daten.isSet())
-            recording_.journal.count(*g_.db_daten.connection(), records_);
-        keepSearch(chunk);
+        for (ImportListener* l : listeners_) l->blockCommitting(store(), block);
         batch.commit();
-        if (searchUpkeep_ && g_.db_daten.isSet())
-            searchUpkeep_->committed(*g_.db_daten.connection());
+        for (ImportListener* l : listeners_) l->blockCommitted(store(), block);
         return !cancelled;
     }
 
     // Steps 7 and 8: compaction, the store bound again, the log offered, the closing message.
     void finishRecords() {
-        finishSearch();
-        if (!checking()) core::DB_Komprimieren(g_);
+        for (ImportListener* l : listeners_) l->blocksDone(store(), records_);
+        if (!dryRun_) core::DB_Komprimieren(g_);
         core::DB_Load(g_);
-        if (checking()) {
-            check_->businesses = records_;
-            check_->replacing = ctx_.replacing;
-            check_->removals = ctx_.removals;
-            for (const auto& kz : ctx_.municipalities) check_->municipalities.push_back(kz);
-            return;
-        }
+        if (dryRun_) return;
         if (records_ == 0) {
             g_.msg_text = "Die Transfer-Datei enthält keine Gewerbedaten!";
             return;
@@ -397,21 +295,16 @@ class Run {
     // The end that every path takes: the start picture, the message, the store bound again.
     ImportOutcome end() {
         const std::string message = g_.msg_text;
-        if (listIndexesLeftOut_) {
-            if (!g_.db_daten.isSet()) core::DB_Load(g_);
-            core::ensureListIndexes(g_);
-        }
-        view_.ProgressBar1Value = 0;
-        view_.MousePointer = 0;
-        view_.SSTab1Tab = 0;
-        view_.Label2 = "Auswahl von Gewerbedaten!";
-        g_.refreshView();
-        if (!message.empty() && !checking())
+        for (ImportListener* l : listeners_) l->runEnding();
+        screen_.ended("Auswahl von Gewerbedaten!");
+        if (!message.empty() && !dryRun_)
             core::showMessage(g_, message, core::msg::vbInformation, kTitel);
         g_.marks.menue_import_datenbank = false;
         core::DB_Load(g_);
-        finishSearch();
-        if (message == kAbgebrochen) return ImportOutcome::Cancelled;
+        const bool cancelled = message == kAbgebrochen;
+        for (ImportListener* l : listeners_)
+            cancelled ? l->runCancelled(store()) : l->runEnds(store());
+        if (cancelled) return ImportOutcome::Cancelled;
         if (records_ > 0 && g_.storeFault.empty() && !g_.db_daten.isSet())
             g_.storeFault =
                 "Die Datenbank '" + g_.db_pfad_aktuell + "' konnte nicht geöffnet werden.";
@@ -420,108 +313,112 @@ class Run {
 
     // The trap: one entry, the failure picture; the mark stays.
     ImportOutcome failed(const std::exception& e) {
-        // Letting go of the store ends its journal: on a full disk that frees the space the log
-        // entry needs.
+        // Letting go of the store ends its write-ahead log: on a full disk that frees the space
+        // the log entry needs.
         core::DB_Schliessen(g_);
         core::DB_Binden_loesen(g_);
         core::logTrapped(g_, "Upd_1_Start", e);
         core::DB_Load(g_);
-        if (listIndexesLeftOut_) core::ensureListIndexes(g_);  // the mark stays set here
-        // The index stays marked as behind, as every committed block left it.
-        if (searchUpkeep_) searchUpkeep_->abandon();
-        view_.MousePointer = 0;
-        view_.SSTab1Tab = 0;
-        view_.Label2 = "ACHTUNG UPDATE-FEHLER!";
-        g_.refreshView();
+        for (ImportListener* l : listeners_) l->runFailed();
+        screen_.failed("ACHTUNG UPDATE-FEHLER!");
         return ImportOutcome::Failed;
     }
 
-    // The search index follows the blocks: the rows of each block's businesses, and of the
-    // businesses that share a person with them, are written anew, in the next block's
-    // transaction or at the end. After a failure the next search builds the index anew, and the
-    // import goes on.
-    void beginSearch() {
-        if (checking() || !g_.db_daten.isSet()) return;
-        if (!searchUpkeep_) {
-            // A file that brings much against what the store holds, as the first one does, is
-            // mostly businesses new to it.
-            std::error_code e1, e2;
-            const auto fileSize = std::filesystem::file_size(path_, e1);
-            const auto storeSize = std::filesystem::file_size(g_.db_pfad_aktuell, e2);
-            searchUpkeep_.emplace(!e1 && !e2 && fileSize > 2 * storeSize);
-        }
-        // Not trapped: a block that cannot carry the mark must not be stored.
-        searchUpkeep_->begin(*g_.db_daten.connection());
+    store::Connection* store() const {
+        return g_.db_daten.isSet() ? g_.db_daten.connection().get() : nullptr;
     }
-
-    void keepSearch(const ReadChunk& chunk) {
-        if (checking() || !g_.db_daten.isSet() || !searchUpkeep_) return;
-        std::vector<std::string> businesses, persons;
-        for (const ReadElement& element : chunk.elements) {
-            businesses.push_back(element.betrNr);
-            persons.insert(persons.end(), element.persNrs.begin(), element.persNrs.end());
-        }
-        try {
-            searchUpkeep_->keep(*g_.db_daten.connection(), businesses, persons);
-        } catch (const std::exception& e) {
-            core::logTrapped(g_, "Suchindex", e);
-        }
-        searchKept_ = {records_, ctx_.touched.size()};
-    }
-
-    // The rows of the last block, and of what a block stored ahead of its end without its
-    // notes (its persons are not known, so every business sharing a person with one of its
-    // businesses follows); the index follows the store again.
-    void finishSearch() {
-        if (!searchUpkeep_ || !g_.db_daten.isSet()) return;
-        try {
-            std::vector<std::string> also;
-            const bool unnoted = records_ != searchKept_.records;
-            if (unnoted && !ctx_.touchedAll)
-                also.assign(ctx_.touched.begin() + static_cast<long>(searchKept_.touched),
-                            ctx_.touched.end());
-            searchUpkeep_->finish(*g_.db_daten.connection(), also, unnoted && ctx_.touchedAll);
-        } catch (const std::exception& e) {
-            core::logTrapped(g_, "Suchindex", e);
-        }
-    }
-
     bool stop() {
         g_.msg_text = kAbgebrochen;
         return false;
     }
-    bool checking() const { return check_ != nullptr; }
 
     core::Globals& g_;
-    core::StartViewState& view_;
+    ImportScreen& screen_;
+    std::span<ImportListener* const> listeners_;
     ImportContext ctx_;
-    ImportCheck* check_;
+    bool dryRun_;
     ImportCounts* counts_;
     std::string path_;
     std::string announced_;
     long records_ = 0;
-    bool listIndexesLeftOut_ = false;
-    // How far the search index has followed: the records and the numbers noted until then.
-    struct {
-        long records = 0;
-        size_t touched = 0;
-    } searchKept_;
-    std::optional<search::IndexUpkeep> searchUpkeep_;
-    // Recording ends with the run, however it ends: later changes are no part of it.
-    struct Recording {
-        core::Globals& g;
-        ImportJournal journal;
-        ~Recording() {
-            if (g.db_daten.isSet()) journal.detach(*g.db_daten.connection());
-        }
-    } recording_;
+    long removals_ = 0;  // notifications of removal among the elements read
 };
 
 }  // namespace
 
-ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCheck* check,
-                          ImportCounts* counts) {
-    return Run(g, std::move(path), check, counts).go();
+bool headValue(const std::string& head, const std::string& tag, std::string& value) {
+    const std::string open = "<" + tag + ">", close = "</" + tag + ">";
+    const size_t a = head.find(open), b = head.find(close);
+    if (a == std::string::npos || b == std::string::npos) return false;
+    const size_t start = a + open.size();
+    if (b < start) throw core::invalidCall();
+    value = head.substr(start, b - start);
+    return true;
+}
+
+double versionNumber(const std::string& text) {
+    double v = 0;
+    for (char c : text)
+        if (c >= '0' && c <= '9') v = v * 10 + (c - '0');
+    return v;
+}
+
+ImportOutcome runImport(core::Globals& g, std::string path, ImportScreen& screen,
+                        std::span<ImportListener* const> listeners, bool dryRun,
+                        ImportCounts* counts) {
+    return Run(g, std::move(path), screen, listeners, dryRun, counts).go();
+}
+
+void StartViewScreen::preparing(const std::string& label) {
+    g_.startView.Label2 = label;
+    g_.startView.MousePointer = 11;
+    g_.refreshView();
+}
+
+void StartViewScreen::progressRange(int max) {
+    g_.startView.ProgressBar1Max = max;
+    g_.startView.ProgressBar1Value = 0;
+}
+
+void StartViewScreen::reading() {
+    auto& v = g_.startView;
+    v.Image2Visible = true;
+    v.SSTab1Visible = false;
+    v.Frame_AnzahlVisible = false;
+    v.Frame_UeberschriftVisible = false;
+    g_.refreshView();
+}
+
+void StartViewScreen::label(const std::string& text) {
+    g_.startView.Label2 = text;
+    g_.refreshView();
+}
+
+void StartViewScreen::record(int value, const std::string& label) {
+    g_.startView.ProgressBar1Value = value;
+    g_.startView.Label2 = label;
+    g_.refreshView();
+}
+
+void StartViewScreen::refresh() {
+    g_.refreshView();
+}
+
+void StartViewScreen::ended(const std::string& label) {
+    auto& v = g_.startView;
+    v.ProgressBar1Value = 0;
+    v.MousePointer = 0;
+    v.SSTab1Tab = 0;
+    v.Label2 = label;
+    g_.refreshView();
+}
+
+void StartViewScreen::failed(const std::string& label) {
+    auto& v = g_.startView;
+    v.MousePointer = 0;
+    v.SSTab1Tab = 0;
+    v.Label2 = label;
+    g_.refreshView();
 }
 
 std::string noBusinessCause(const std::string& path) {

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <span>
 #include <string>
 
 #include "core/globals.h"
+#include "transfer/import_listener.h"
 
 namespace tolma::transfer {
 
@@ -14,8 +16,6 @@ enum class ImportOutcome { Finished, Cancelled, Failed, StoreFailed };
 inline constexpr size_t kBlockSize = 5'120'000;
 inline constexpr long kProgramTmlVersion = 151;
 
-// Reads one transfer file into the open data store: the consent, the head, the data kind and
-// version, the <betrieb> elements block by block, progress and ESC, compaction, the end.
 // What a check of a transfer file found (see checkTransferFile).
 struct ImportCheck {
     std::string struktur, version, ersteller, erstelldatum;
@@ -44,11 +44,43 @@ struct ImportCounts {
     long removals = 0;  // of them notifications of deregistration (<meld-art> 03)
 };
 
-// With `check`, the run asks nothing, switches no store, compacts nothing and leaves the
-// transaction for the caller to drop; the head and counts go into `check`. `counts` hears what
-// the run read, however it ends.
-ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCheck* check = nullptr,
-                          ImportCounts* counts = nullptr);
+// One run of the import driver: the consent, the head, the data kind and version, the <betrieb>
+// elements block by block, progress and ESC, compaction, the end. It reads the file into the open
+// data store and tells the listeners, in their order, what happens. A dry run asks nothing,
+// switches no store, compacts nothing and leaves the transaction for the caller to drop. `counts`
+// hears what the run read, however it ends.
+ImportOutcome runImport(core::Globals& g, std::string path, ImportScreen& screen,
+                        std::span<ImportListener* const> listeners, bool dryRun = false,
+                        ImportCounts* counts = nullptr);
+
+// The screen of the start window: its label, progress bar and pictures, redrawn by refreshView.
+class StartViewScreen : public ImportScreen {
+  public:
+    explicit StartViewScreen(core::Globals& g) : g_(g) {}
+    void preparing(const std::string& label) override;
+    void progressRange(int max) override;
+    void reading() override;
+    void label(const std::string& text) override;
+    void record(int value, const std::string& label) override;
+    void refresh() override;
+    void ended(const std::string& label) override;
+    void failed(const std::string& label) override;
+
+  protected:
+    core::Globals& g_;
+};
+
+// The import from the menu and the command line: the run's record for taking it back (when
+// runs are recorded) and the search index follow it. Without a screen, the start window's.
+ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCounts* counts = nullptr,
+                          ImportScreen* screen = nullptr);
+
+// The value between the first opening and the first closing tag of a file's head, when both
+// are in it; a closing tag ahead of the opening one raises.
+bool headValue(const std::string& head, const std::string& tag, std::string& value);
+
+// The version of a file: every digit of the text, read as one number.
+double versionNumber(const std::string& text);
 
 // Why a file gave no business to read, in a sentence for the clerk: it is missing, cannot be
 // read, is empty, is written in UTF-16, or holds no <betrieb> element.
@@ -59,9 +91,5 @@ std::string noBusinessCause(const std::string& path);
 ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, ImportCheck& report);
 // The check's report as text, for the window and the command line.
 std::string checkReportText(const std::string& path, const ImportCheck& report);
-
-// How many runs' records an import keeps for taking back (Extras › Optionen).
-int keptImportRuns(core::Globals& g);
-void setKeptImportRuns(core::Globals& g, int runs);
 
 }  // namespace tolma::transfer

@@ -1,6 +1,8 @@
 #include "transfer/import_journal.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 
 #include "model/relations.h"
@@ -112,8 +114,7 @@ void takeBack(store::Connection& c, long lauf) {
 
 }  // namespace
 
-void ImportJournal::start(store::Connection& c, const std::string& file, const std::string& when,
-                          int keep) {
+void ImportJournal::start(store::Connection& c, const std::string& when, int keep) {
     createRecordTables(c);
     auto last = c.prepare("SELECT coalesce(max(lauf), 0) FROM tolma_import_lauf");
     last->step();
@@ -124,7 +125,7 @@ void ImportJournal::start(store::Connection& c, const std::string& file, const s
     c.execute("DELETE FROM tolma_import_lauf WHERE lauf <= ?1", {oldest});
     c.execute("INSERT INTO tolma_import_lauf (lauf, datum, datei, betriebe) VALUES (?1, ?2, ?3, 0)",
               {store::Variant(static_cast<long long>(lauf_)), store::Variant(when),
-               store::Variant(std::filesystem::absolute(file).lexically_normal().string())});
+               store::Variant(std::filesystem::absolute(file_).lexically_normal().string())});
     marks_.clear();
     for (const auto& table : recordedTables(c)) {
         auto st =
@@ -293,20 +294,6 @@ bool ImportJournal::recorded(const std::string& table) const {
                        [&](const auto& m) { return m.first == table; });
 }
 
-void ImportJournal::count(store::Connection& c, long businesses) {
-    if (!started()) return;
-    c.execute("UPDATE tolma_import_lauf SET betriebe = ?2 WHERE lauf = ?1",
-              {store::Variant(static_cast<long long>(lauf_)),
-               store::Variant(static_cast<long long>(businesses))});
-}
-
-void ImportJournal::detach(store::Connection& c) noexcept {
-    if (capture_) capture_->detach(c);
-}
-
-ImportJournal::ImportJournal() = default;
-ImportJournal::~ImportJournal() = default;
-
 std::vector<ImportRun> importRuns(store::Connection& c) {
     std::vector<ImportRun> runs;
     if (!tableExists(c, "tolma_import_lauf")) return runs;
@@ -349,8 +336,127 @@ std::vector<ImportRun> takeBackImports(store::Connection& c, std::optional<long>
 #include "core/error_log.h"
 #include "core/globals.h"
 #include "search/search_index.h"
+#include "text/text.h"
 
 namespace tolma::transfer {
+namespace {
+
+std::string runTime(const core::Globals& g) {
+    const std::time_t t = g.clock();
+    std::tm tm{};
+    localtime_r(&t, &tm);
+    char buf[32];
+    std::strftime(buf, sizeof buf, "%d.%m.%Y %H:%M:%S", &tm);
+    return buf;
+}
+
+}  // namespace
+
+ImportJournal::ImportJournal(core::Globals& g) : g_(g) {}
+
+ImportJournal::~ImportJournal() {
+    detach();
+}
+
+void ImportJournal::runStarts(const std::string& file) {
+    file_ = file;
+}
+
+void ImportJournal::blockBegins(store::Connection*, const ImportBlock&) {
+    aheadThisBlock_ = false;
+}
+
+RemovedAhead* ImportJournal::blockKeys(store::Connection* c, const BlockKeys& keys) {
+    if (!c || !g_.recordImportRuns) return nullptr;
+    // The record of this run goes into the same transactions as its blocks.
+    if (!started()) start(*c, runTime(g_), keptImportRuns(g_));
+    attach(*c);
+    // The rows the block replaces go at once, copied into the record: a few statements rather
+    // than a dozen per business.
+    aheadThisBlock_ = true;
+    byState_ = keys.byState;
+    states_.clear();
+    numbers_.clear();
+    persons_.clear();
+    for (const auto& [nr, hist] : keys.states)
+        states_.insert(text::lowerAscii(byState_ ? nr + '\n' + hist : nr));
+    for (const auto& nr : keys.numbers) numbers_.insert(text::lowerAscii(nr));
+    for (const auto& nr : keys.persons) persons_.insert(text::lowerAscii(nr));
+    removeAhead(*c, keys);
+    return this;
+}
+
+bool ImportJournal::takeState(const std::string& betrNr, const std::string& betrHistNr) {
+    return states_.erase(text::lowerAscii(byState_ ? betrNr + '\n' + betrHistNr : betrNr)) > 0;
+}
+
+bool ImportJournal::takeNumber(const std::string& betrNr) {
+    return numbers_.erase(text::lowerAscii(betrNr)) > 0;
+}
+
+bool ImportJournal::takePerson(const std::string& persNr) {
+    return persons_.erase(text::lowerAscii(persNr)) > 0;
+}
+
+void ImportJournal::blockRead(store::Connection* c, const ImportBlock&) {
+    // What no element came to remove, after ESC or an element given up, comes back.
+    if (c && aheadThisBlock_ && !(states_.empty() && numbers_.empty() && persons_.empty()))
+        putBack(*c, keysLeft());
+}
+
+BlockKeys ImportJournal::keysLeft() const {
+    BlockKeys keys;
+    keys.byState = byState_;
+    for (const auto& key : states_) {
+        const size_t cut = key.find('\n');
+        keys.states.emplace_back(key.substr(0, cut),
+                                 cut == std::string::npos ? "" : key.substr(cut + 1));
+    }
+    keys.numbers.assign(numbers_.begin(), numbers_.end());
+    keys.persons.assign(persons_.begin(), persons_.end());
+    return keys;
+}
+
+void ImportJournal::blockCommitting(store::Connection* c, const ImportBlock& block) {
+    if (!c || !started()) return;
+    c->execute("UPDATE tolma_import_lauf SET betriebe = ?2 WHERE lauf = ?1",
+               {store::Variant(static_cast<long long>(lauf_)),
+                store::Variant(static_cast<long long>(block.records))});
+}
+
+void ImportJournal::runEnds(store::Connection*) {
+    detach();
+}
+
+void ImportJournal::runCancelled(store::Connection*) {
+    detach();
+}
+
+void ImportJournal::runFailed() {
+    detach();
+}
+
+void ImportJournal::detach() noexcept {
+    if (capture_ && g_.db_daten.isSet()) capture_->detach(*g_.db_daten.connection());
+}
+
+int keptImportRuns(core::Globals& g) {
+    try {
+        if (auto v = g.db_org.lookup(
+                "SELECT wert FROM tolma_optionen WHERE name = 'importlaeufe_behalten'", "wert"))
+            if (const long n = std::atol(v->toString().c_str()); n > 0) return static_cast<int>(n);
+    } catch (const std::exception&) {
+        // a settings store without the table: the default
+    }
+    return kDefaultKeptRuns;
+}
+
+void setKeptImportRuns(core::Globals& g, int runs) {
+    const auto& c = g.db_org.connection();
+    c->execute("CREATE TABLE IF NOT EXISTS tolma_optionen (name TEXT PRIMARY KEY, wert TEXT)");
+    c->execute("INSERT OR REPLACE INTO tolma_optionen VALUES ('importlaeufe_behalten', ?1)",
+               {store::Variant(std::to_string(std::max(1, runs)))});
+}
 
 std::string describeRun(const ImportRun& run) {
     return "Lauf " + std::to_string(run.lauf) + " vom " + run.datum + ": " +

@@ -3,7 +3,14 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
+
+#include "transfer/import_listener.h"
+
+namespace tolma::core {
+struct Globals;
+}
 
 namespace tolma::store {
 class ChangeCapture;
@@ -33,46 +40,63 @@ struct ImportRun {
 
 inline constexpr int kDefaultKeptRuns = 10;
 
-// The numbers of one block whose rows are removed ahead of its elements.
-struct BlockKeys {
-    bool byState = false;  // businesses by number and state, not by number alone
-    std::vector<std::pair<std::string, std::string>> states;  // betr-nr, betr-hist-nr
-    std::vector<std::string> numbers;                         // betr-nr, for persons' permits
-    std::vector<std::string> persons;                         // pers-nr
-    bool empty() const { return states.empty() && numbers.empty() && persons.empty(); }
-};
-
-class ImportJournal {
+// Records each import run as it stores its blocks, as a listener of the driver. Before a
+// block's elements, the rows that its businesses and persons hold are copied into the record
+// and removed, one statement each per table; its elements then remove nothing of theirs, and
+// what no element came to remove (the block was cut by ESC, or an element gave up early) is put
+// back from the copies when the elements are read.
+class ImportJournal final : public ImportListener, private RemovedAhead {
   public:
-    ImportJournal();
-    ~ImportJournal();
+    explicit ImportJournal(core::Globals& g);
+    ~ImportJournal() override;
 
-    // Begins a run inside the current transaction: drops the records of runs beyond the
-    // `keep` newest (this one included), writes the run and the marks.
-    void start(store::Connection& c, const std::string& file, const std::string& when, int keep);
-    // Starts capturing on the connection; again after the store was closed and reopened.
-    void attach(store::Connection& c);
-    // Removes the rows that the block's businesses and persons hold, copied into the record
-    // first, one statement each per table: the block's elements then remove nothing of theirs.
-    void removeAhead(store::Connection& c, const BlockKeys& keys);
-    // Puts back the rows of those numbers that no element of the block came to remove (it was
-    // cut by ESC, or an element gave up early), from their copies.
-    void putBack(store::Connection& c, const BlockKeys& left);
-    // The businesses read so far, written with the block.
-    void count(store::Connection& c, long businesses);
-    // Writes what was captured and stops capturing.
-    void detach(store::Connection& c) noexcept;
-    bool started() const { return lauf_ > 0; }
-    long lauf() const { return lauf_; }
+    void runStarts(const std::string& file) override;
+    void blockBegins(store::Connection* c, const ImportBlock& block) override;
+    RemovedAhead* blockKeys(store::Connection* c, const BlockKeys& keys) override;
+    void blockRead(store::Connection* c, const ImportBlock& block) override;
+    void blockCommitting(store::Connection* c, const ImportBlock& block) override;
+    void runEnds(store::Connection* c) override;
+    void runCancelled(store::Connection* c) override;
+    void runFailed() override;
 
   private:
+    // Begins a run inside the current transaction: drops the records of runs beyond the
+    // `keep` newest (this one included), writes the run and the marks.
+    void start(store::Connection& c, const std::string& when, int keep);
+    // Starts capturing on the connection; again after the store was closed and reopened.
+    void attach(store::Connection& c);
+    // Removes the rows that the keys' businesses and persons hold, copied into the record first.
+    void removeAhead(store::Connection& c, const BlockKeys& keys);
+    // Puts back the rows of those numbers that no element of the block came to remove.
+    void putBack(store::Connection& c, const BlockKeys& left);
+    BlockKeys keysLeft() const;
+    // Writes what was captured and stops capturing: later changes are no part of the run.
+    void detach() noexcept;
+    bool started() const { return lauf_ > 0; }
+    bool recorded(const std::string& table) const;
+
+    bool takeState(const std::string& betrNr, const std::string& betrHistNr) override;
+    bool takeNumber(const std::string& betrNr) override;
+    bool takePerson(const std::string& persNr) override;
+
+    core::Globals& g_;
+    std::string file_;
     long lauf_ = 0;
     std::vector<std::pair<std::string, long long>> marks_;  // table, highest row id before the run
     std::unique_ptr<store::ChangeCapture> capture_;
     std::vector<long long> blockStarts_;  // per removed table, the record's last row before
                                           // the block; -1 where the block removed nothing
-    bool recorded(const std::string& table) const;
+    // The numbers whose rows the current block removed ahead and no element took yet, as the
+    // key columns compare them, without regard to case.
+    bool aheadThisBlock_ = false, byState_ = false;
+    std::unordered_set<std::string> states_;   // betr-nr, by state: betr-nr \n hist
+    std::unordered_set<std::string> numbers_;  // betr-nr alone, for persons' permits
+    std::unordered_set<std::string> persons_;
 };
+
+// How many runs' records an import keeps for taking back (Extras › Optionen).
+int keptImportRuns(core::Globals& g);
+void setKeptImportRuns(core::Globals& g, int runs);
 
 // The recorded runs, oldest first; none when the store holds no record.
 std::vector<ImportRun> importRuns(store::Connection& c);
@@ -81,14 +105,6 @@ std::vector<ImportRun> importRuns(store::Connection& c);
 // first, in one transaction: when anything fails, nothing changes. Returns the runs taken back;
 // none when there is nothing to take back.
 std::vector<ImportRun> takeBackImports(store::Connection& c, std::optional<long> from);
-
-}  // namespace tolma::transfer
-
-namespace tolma::core {
-struct Globals;
-}
-
-namespace tolma::transfer {
 
 // Taking back from the menu and the command line: names the runs that go, asks once, takes
 // them back in one transaction and tells what was restored.

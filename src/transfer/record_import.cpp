@@ -1,5 +1,7 @@
 #include "transfer/record_import.h"
 
+#include <unordered_set>
+
 #include "core/db_connection.h"
 #include "core/error_log.h"
 #include "model/relations.h"
@@ -35,8 +37,7 @@ bool skippedElement(std::string_view name) {
 
 BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements) {
     BlockKeys keys;
-    auto& ahead = ctx.removedAhead;
-    ahead.clear();
+    std::unordered_set<std::string> states, numbers, persons;
     // Without a known kind of data the businesses' rows stay; persons go in either case.
     const bool byNumber = ctx.akt_struktur == core::kBetriebsbezogen;
     keys.byState = ctx.akt_struktur == core::kMeldungsbezogen;
@@ -44,49 +45,35 @@ BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements
         if (element.failure) continue;  // stored nothing, removes nothing
         const std::string& nr = element.betrNr;
         if ((byNumber || keys.byState) && ctx.businessTables(nr) != 0) {
-            if (ahead.businesses.insert(ctx.businessKey(nr, element.betrHistNr)).second)
+            if (states.insert(ctx.businessKey(nr, element.betrHistNr)).second)
                 keys.states.emplace_back(nr, element.betrHistNr);
-            if (ahead.businessNumbers.insert(ImportContext::foldedKey(nr)).second)
-                keys.numbers.push_back(nr);
+            if (numbers.insert(ImportContext::foldedKey(nr)).second) keys.numbers.push_back(nr);
         }
         for (const std::string& persNr : element.persNrs)
             if (ctx.personTables(persNr) != 0 &&
-                ahead.persons.insert(ImportContext::foldedKey(persNr)).second)
+                persons.insert(ImportContext::foldedKey(persNr)).second)
                 keys.persons.push_back(persNr);
     }
     return keys;
 }
 
-BlockKeys keysLeft(const ImportContext& ctx) {
-    BlockKeys keys;
-    keys.byState = ctx.akt_struktur == core::kMeldungsbezogen;
-    for (const auto& key : ctx.removedAhead.businesses) {
-        const size_t cut = key.find('\n');
-        keys.states.emplace_back(key.substr(0, cut),
-                                 cut == std::string::npos ? "" : key.substr(cut + 1));
-    }
-    keys.numbers.assign(ctx.removedAhead.businessNumbers.begin(),
-                        ctx.removedAhead.businessNumbers.end());
-    keys.persons.assign(ctx.removedAhead.persons.begin(), ctx.removedAhead.persons.end());
-    return keys;
-}
-
-void Upd_2_Read(ImportContext& ctx, const ReadElement& element) {
-    ctx.removals += element.removals;
-    for (const auto& kz : element.municipalities) ctx.municipalities.insert(kz);
+bool Upd_2_Read(ImportContext& ctx, const ReadElement& element) {
+    bool replaced = false;
     try {
         if (element.failure) std::rethrow_exception(element.failure);
-        Upd_3_Betr(ctx, element.lines, element.betrNr, element.betrHistNr, element.bRechtsform);
+        Upd_3_Betr(ctx, element.lines, element.betrNr, element.betrHistNr, element.bRechtsform,
+                   replaced);
     } catch (const std::exception& e) {
         const auto info = core::describeError(e);
         core::A_Error_Log(ctx.g, "Upd_2_Read", info.source, std::to_string(info.number), info.text,
                           "BetrNr: ", element.betrNr);
     }
+    return replaced;
 }
 
 void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
                 const std::string& betrNr, const std::string& betrHistNr,
-                const std::string& bRechtsform) {
+                const std::string& bRechtsform, bool& replaced) {
     core::Globals& g = ctx.g;
     ctx.akt_jp_nr.clear();
     ctx.akt_jp_nr_vorher.clear();
@@ -114,9 +101,9 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
         if (byState || ctx.akt_struktur == core::kBetriebsbezogen) {
             const unsigned held = ctx.businessTables(betrNr);
             // Removed ahead with the block, once: a number that comes again meets the run's rows.
-            auto& ahead = ctx.removedAhead;
-            const bool state = ahead.businesses.erase(ctx.businessKey(nr, hist)) > 0;
-            const bool number = ahead.businessNumbers.erase(ImportContext::foldedKey(nr)) > 0;
+            RemovedAhead* ahead = ctx.removedAhead;
+            const bool state = ahead && ahead->takeState(nr, hist);
+            const bool number = ahead && ahead->takeNumber(nr);
             // The permits and craft cards of persons carry no history number: they go for all
             // states of the business at once, and count as gone only when each of them went.
             bool permitsGone = true;
@@ -132,7 +119,7 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
                     criteria += " AND [" + std::string(k.state) + "] = " + quote(hist);
                 const long long removed = Upd_6_Kill(ctx, criteria, g.*core::handleOf(r->table));
                 if (byNumberAlone && removed < 0) permitsGone = false;
-                if (r->table == "betrieb" && removed > 0) ++ctx.replacing;
+                if (r->table == "betrieb" && removed > 0) replaced = true;
             }
             if (permitsGone) ctx.personPermitsGoneOf = nr;
         }

@@ -112,7 +112,7 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
         // A person is one row across all businesses; permits and craft cards are kept by business.
         if (const unsigned person = ctx.personTables(persNr)) {
             // Removed ahead with the block, once: a person that comes again meets the run's rows.
-            const bool gone = ctx.removedAhead.persons.erase(ImportContext::foldedKey(persNr)) > 0;
+            const bool gone = ctx.removedAhead && ctx.removedAhead->takePerson(persNr);
             // Those of the business went with it: what is left are the run's own rows.
             const bool permitsGone = !betrNr.empty() && ctx.personPermitsGoneOf == betrNr;
             for (const model::Relation* r : model::removalOrder()) {

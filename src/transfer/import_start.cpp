@@ -1,0 +1,58 @@
+// The import as the menu and the command line start it: the driver, with the lists' indexes
+// left out for a large file, the run's record for taking it back and the search index
+// listening, in this order.
+#include <filesystem>
+
+#include "core/db_connection.h"
+#include "transfer/import_driver.h"
+#include "transfer/import_index.h"
+#include "transfer/import_journal.h"
+
+namespace tolma::transfer {
+namespace {
+
+// A file that brings much against what the store holds is read in without the lists' indexes
+// by names, towns and streets; they are built anew at the end, however it ends. A small file
+// keeps them, since building them anew costs as much as the store is large.
+class ListIndexesLeftOut final : public ImportListener {
+  public:
+    explicit ListIndexesLeftOut(core::Globals& g) : g_(g) {}
+
+    void runStarts(const std::string& file) override { file_ = file; }
+    void readingStarts(store::Connection* c) override {
+        if (!c) return;
+        std::error_code e1, e2;
+        const auto fileSize = std::filesystem::file_size(file_, e1);
+        const auto storeSize = std::filesystem::file_size(g_.db_pfad_aktuell, e2);
+        if (e1 || e2 || fileSize <= storeSize / 2) return;
+        core::dropListIndexes(g_);
+        leftOut_ = true;
+    }
+    void runEnding() override {
+        if (!leftOut_) return;
+        if (!g_.db_daten.isSet()) core::DB_Load(g_);
+        core::ensureListIndexes(g_);
+    }
+    void runFailed() override {
+        if (leftOut_) core::ensureListIndexes(g_);  // the mark stays set here
+    }
+
+  private:
+    core::Globals& g_;
+    std::string file_;
+    bool leftOut_ = false;
+};
+
+}  // namespace
+
+ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCounts* counts,
+                          ImportScreen* screen) {
+    StartViewScreen startView(g);
+    ListIndexesLeftOut lists(g);
+    ImportJournal journal(g);
+    ImportIndexFollower index(g);
+    ImportListener* const listeners[] = {&lists, &journal, &index};
+    return runImport(g, std::move(path), screen ? *screen : startView, listeners, false, counts);
+}
+
+}  // namespace tolma::transfer
