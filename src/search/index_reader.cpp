@@ -5,18 +5,12 @@
 
 #include "model/relations.h"
 #include "store/connection.h"
+#include "text/text.h"
 
 namespace tolma::search {
 namespace {
 
 using store::Variant;
-
-// SQLite's trim(): blanks only.
-std::string_view trimmed(std::string_view s) {
-    const size_t b = s.find_first_not_of(' ');
-    if (b == std::string_view::npos) return {};
-    return s.substr(b, s.find_last_not_of(' ') - b + 1);
-}
 
 // The store joins a business state's rows by number and history number as NOCASE compares them:
 // ASCII letters without regard to case. Null joins nothing.
@@ -138,7 +132,7 @@ class Reader {
         s.row.hist = textAt(st, 1);
         s.row.name = textAt(st, 2);
         s.row.gemKz = textAt(st, 3);
-        s.removed = !trimmed(textAt(st, 4)).empty();
+        s.removed = !text::trimmed(textAt(st, 4), " ").empty();
         append(s.row.names, s.row.name);
         // Found by its number and its register number ("HRB 8412") too.
         for (const int i : {0, 5, 6}) append(s.row.others, textAt(st, i));
@@ -163,7 +157,7 @@ class Reader {
             "t.[b-ort], t.[b-plz]",
             "betrieb_adresse", "[betr-nr]", 1, [&](store::Statement& st) {
                 const long long rowid = st.columnInteger(0);
-                const bool kind1 = !isNull(st, 3) && trimmed(textAt(st, 3)) == "1";
+                const bool kind1 = !isNull(st, 3) && text::trimmed(textAt(st, 3), " ") == "1";
                 eachStateOf(st, 1, 2, [&](State& s) {
                     for (const int i : {4, 5, 6}) append(s.row.others, textAt(st, i));
                     if (kind1 && rowid < s.firstAddress) {

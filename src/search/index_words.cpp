@@ -29,10 +29,6 @@ bool isAscii(std::string_view w) {
     return true;
 }
 
-char lowerAscii(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-}
-
 std::uint64_t hashOf(std::string_view s) {
     std::uint64_t h = 14695981039346656037ull;
     for (char c : s) h = (h ^ static_cast<unsigned char>(c)) * 1099511628211ull;
@@ -79,7 +75,7 @@ void RowWords::put(std::string_view w, bool names) {
     const bool ascii = isAscii(w);
     if (ascii) {
         text_.resize(start + w.size());
-        for (size_t i = 0; i < w.size(); ++i) text_[start + i] = lowerAscii(w[i]);
+        for (size_t i = 0; i < w.size(); ++i) text_[start + i] = text::lowerAscii(w[i]);
     } else {
         text_ += text::lower(w);
     }

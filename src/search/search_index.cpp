@@ -225,22 +225,19 @@ void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs,
     }
 }
 
-std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind, int limit) {
-    // A stray byte of a broken text is no word: as a beginning it would find every word that
-    // starts with an umlaut.
-    const std::vector<std::string> words = wordsOf(model::blankInvalidUtf8(query));
-    if (words.empty()) return {};
-    if (!hasIndex(c)) buildIndex(c);
-    // Two questions to the index: every word as written, then every word in any of the three
-    // ways. Of many hits each answers only its first rows, the current businesses first; asking
-    // for the written words on their own keeps those hits among them however many others agree
-    // by spelling or sound.
-    struct Forms {
-        std::string written, folded;
-        bool foldedAsWritten;  // a folded spelling that is also found among the written words
-    };
+namespace {
+
+// A word of the query in the forms the index holds.
+struct Forms {
+    std::string written, folded;
+    bool foldedAsWritten;  // a folded spelling that is also found among the written words
+};
+
+// Two questions to the index: every word as written (`exact`), then every word in any of the
+// three ways (`any`); the last word also as a beginning.
+std::vector<Forms> formsOf(const std::vector<std::string>& words, std::string& exact,
+                           std::string& any) {
     std::vector<Forms> forms;
-    std::string exact, any;
     for (size_t i = 0; i < words.size(); ++i) {
         const std::string star = i + 1 == words.size() ? "*" : "";
         Forms f{text::lower(words[i]), fold(words[i]), false};
@@ -256,6 +253,53 @@ std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind,
         any += (i ? " AND (" : "(") + term + ")";
         forms.push_back(std::move(f));
     }
+    return forms;
+}
+
+// The row the statement stands on as a hit, scored by how each word matched it: as written,
+// folded, or by sound only.
+Hit hitOf(store::Statement& st, long long rowid, const std::vector<Forms>& forms) {
+    Hit h;
+    h.person = text(st, 1) == "P";
+    h.betrNr = text(st, 2);
+    h.betrHistNr = text(st, 3);
+    h.persNr = text(st, 4);
+    h.name = text(st, 5);
+    h.strasse = text(st, 6);
+    h.ort = text(st, 7);
+    h.gemKz = text(st, 8);
+    h.abgemeldet = rowid >= kRemoved;
+    const std::string worte = " " + text(st, 9);
+    for (size_t i = 0; i < forms.size(); ++i) {
+        const bool last = i + 1 == forms.size();
+        auto has = [&](const std::string& w) {
+            return worte.find(" " + w + (last ? "" : " ")) != std::string::npos;
+        };
+        const Forms& f = forms[i];
+        if (has(f.written))
+            h.score += 3;
+        else if (has(kFoldedMark + f.folded) || (f.foldedAsWritten && has(f.folded)))
+            h.score += 2;
+        else
+            h.score += 1;
+    }
+    return h;
+}
+
+}  // namespace
+
+std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind, int limit) {
+    // A stray byte of a broken text is no word: as a beginning it would find every word that
+    // starts with an umlaut.
+    const std::vector<std::string> words = wordsOf(model::blankInvalidUtf8(query));
+    // A search only reads: without an index it finds nothing, and building one is a step of
+    // its own, with progress, that the window, the command line or the import takes.
+    if (words.empty() || !indexKept(c)) return {};
+    // Of many hits each question answers only its first rows, the current businesses first;
+    // asking for the written words on their own keeps those hits among them however many others
+    // agree by spelling or sound.
+    std::string exact, any;
+    const std::vector<Forms> forms = formsOf(words, exact, any);
     std::string sql =
         "SELECT rowid, art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, worte FROM " +
         kWords + " WHERE " + kWords + " MATCH ?1";
@@ -272,32 +316,7 @@ std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind,
         st->bind(1, Variant(*match));
         while (st->step()) {
             const long long rowid = st->column(0).toInteger();
-            if (!seen.insert(rowid).second) continue;
-            Hit h;
-            h.person = text(*st, 1) == "P";
-            h.betrNr = text(*st, 2);
-            h.betrHistNr = text(*st, 3);
-            h.persNr = text(*st, 4);
-            h.name = text(*st, 5);
-            h.strasse = text(*st, 6);
-            h.ort = text(*st, 7);
-            h.gemKz = text(*st, 8);
-            h.abgemeldet = rowid >= kRemoved;
-            const std::string worte = " " + text(*st, 9);
-            for (size_t i = 0; i < forms.size(); ++i) {
-                const bool last = i + 1 == forms.size();
-                auto has = [&](const std::string& w) {
-                    return worte.find(" " + w + (last ? "" : " ")) != std::string::npos;
-                };
-                const Forms& f = forms[i];
-                if (has(f.written))
-                    h.score += 3;
-                else if (has(kFoldedMark + f.folded) || (f.foldedAsWritten && has(f.folded)))
-                    h.score += 2;
-                else
-                    h.score += 1;
-            }
-            hits.push_back(std::move(h));
+            if (seen.insert(rowid).second) hits.push_back(hitOf(*st, rowid, forms));
         }
     }
     std::stable_sort(hits.begin(), hits.end(), [](const Hit& a, const Hit& b) {

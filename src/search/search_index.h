@@ -47,6 +47,7 @@ void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs,
                   const std::vector<std::string>& persNrs = {}, Persons persons = Persons::Named,
                   const NewBusinesses* added = nullptr);
 // The hits of a query, best first: every word must match; the last one also as a beginning.
+// It only reads: a store without the index gives no hits (see hasIndex and buildIndex).
 std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind, int limit);
 // The hits as text: tab-separated with a header line.
 std::string hitsText(const std::vector<Hit>& hits);

@@ -2,19 +2,6 @@
 
 namespace tolma::text {
 
-char32_t nextCodePoint(std::string_view s, size_t& i) {
-    const auto c = static_cast<unsigned char>(s[i]);
-    size_t n = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
-    if (n == 1 || i + n > s.size()) {
-        ++i;
-        return c;
-    }
-    char32_t cp = c & (0xFF >> (n + 1));
-    for (size_t k = 1; k < n; ++k) cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
-    i += n;
-    return cp;
-}
-
 void appendUtf8(std::string& out, char32_t cp) {
     if (cp < 0x80) {
         out += static_cast<char>(cp);
@@ -38,18 +25,6 @@ long long utf8Length(std::string_view s) {
     for (unsigned char c : s)
         if ((c & 0xC0) != 0x80) ++n;
     return n;
-}
-
-char32_t lowerOf(char32_t c) {
-    if (c >= 'A' && c <= 'Z') return c + 32;
-    if (c >= 0xC0 && c <= 0xDE && c != 0xD7) return c + 32;
-    return c;
-}
-
-char32_t upperOf(char32_t c) {
-    if (c >= 'a' && c <= 'z') return c - 32;
-    if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return c - 32;
-    return c;
 }
 
 std::string upper(std::string_view s) {

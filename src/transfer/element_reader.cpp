@@ -6,17 +6,11 @@
 #include "core/error_log.h"
 #include "core/files.h"
 #include "model/codepage.h"
+#include "text/text.h"
 #include "transfer/extract.h"
 
 namespace tolma::transfer {
 namespace {
-
-// Trim of the old platform on a view: blanks only.
-std::string_view trimmed(std::string_view s) {
-    const size_t b = s.find_first_not_of(' ');
-    if (b == std::string_view::npos) return {};
-    return s.substr(b, s.find_last_not_of(' ') - b + 1);
-}
 
 // A tag searched in the 5 MB buffer: the buffer is full of "<", so a plain find would stop at
 // every one of them.
@@ -49,11 +43,11 @@ ReadElement readElement(std::string_view text) {
     try {
         size_t pos = 0;
         for (size_t lf; (lf = text.find('\n', pos)) != std::string_view::npos; pos = lf + 1) {
-            std::string_view line = trimmed(text.substr(pos, lf - pos));
+            std::string_view line = text::trimmed(text.substr(pos, lf - pos), " ");
             // The test of the line's last character fails on an empty line, which only a file
             // with bare LF line ends can hold: the whole element is given up.
             if (line.empty()) throw core::invalidCall();
-            if (line.back() == '\r') line = trimmed(line.substr(0, line.size() - 1));
+            if (line.back() == '\r') line = text::trimmed(line.substr(0, line.size() - 1), " ");
             if (lineStartsWith(line, "<betr-nr>")) el.betrNr = Upd_8_ExtrFeldInhalt(line);
             if (lineStartsWith(line, "<betr-hist-nr>")) el.betrHistNr = Upd_8_ExtrFeldInhalt(line);
             if (lineStartsWith(line, "<b-rechtsform>")) el.bRechtsform = Upd_8_ExtrFeldInhalt(line);

@@ -125,6 +125,90 @@ void refreshProcessingStatus(const core::Globals& g, const std::string& query) {
     commit.now();
 }
 
+// The businesses of the selection into the open file, with progress; false where the clerk
+// pressed ESC (the selection then stands where the run stopped).
+bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& query,
+                     store::Recordset& rs, long total) {
+    auto& view = g.startView;
+    const std::string mask(std::to_string(total).size() + 1, '@');
+    // The subordinate tables are read alongside the businesses, each once in key order.
+    ExportScans scans(*g.db_daten.connection());
+    ctx.scans = &scans;
+    SelectionScan businesses(*g.db_daten.connection(), query);
+    const size_t nrColumn = businesses.column("betr-nr");
+    long counter = 0;
+    g.akt_schritt = 1;
+    while (businesses.next()) {
+        g.doEvents();
+        if (g.taste == 27) {
+            g.taste = 0;
+            core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation,
+                              kTitel);
+            view.ProgressBar1Value = 0;
+            rs.setAbsolutePosition(counter);
+            ctx.scans = nullptr;
+            return false;
+        }
+        ++counter;
+        ctx.line("<betrieb>");
+        view.ProgressBar1Value = static_cast<int>(counter);
+        view.Label2 = "Übertrage Satz " + masked(counter, mask) + " von " + masked(total, mask) +
+                      " (ESC = Abbrechen)";
+        g.refreshView();
+        const KeyedScan::Row& row = businesses.readRow();
+        ctx.betrNr = row[nrColumn].toString();
+        TML_Exp_2_Tabellen(ctx, businesses, row);
+        ctx.line("</betrieb>");
+    }
+    ctx.scans = nullptr;
+    return true;
+}
+
+enum class FileOutcome { Written, Empty, Cancelled };
+
+// One transfer file of the selection `query`, named by `prefix` and the time.
+FileOutcome exportFile(core::Globals& g, const VerwaltungsblockForm& form,
+                       const std::string& prefix, const std::string& query, TmlWriter& out,
+                       ExportResult& result) {
+    auto& view = g.startView;
+    g.rs_betrieb = g.db_daten.OpenRecordset(query);
+    store::Recordset& rs = g.rs_betrieb;
+    if (rs.RecordCount() == 0) {
+        core::showMessage(g, "Es wurden keine Daten in der Betriebsdatenbank gefunden!",
+                          core::msg::vbInformation, kTitel);
+        return FileOutcome::Empty;
+    }
+    view.MousePointer = 11;
+    rs.MoveLast();
+    const long total = rs.RecordCount();
+    view.ProgressBar1Max = static_cast<int>(total);
+    view.ProgressBar1Value = 0;
+    const std::string name = prefix + fileTime(g) + ".tml";
+    const std::string path = g.pfad_dat + name;
+    out.open(path);
+    ExportContext ctx(g, out);
+    writeHead(ctx, form, total);
+    g.unloadForm("Frm_Verwaltungsblock");
+    refreshProcessingStatus(g, query);
+    if (!writeBusinesses(g, ctx, query, rs, total)) {
+        out.keepUnfinished();  // the half-written file stays as it is
+        result.files.push_back(path);
+        result.outcome = ExportResult::Outcome::Cancelled;
+        return FileOutcome::Cancelled;
+    }
+    // The selection stands past its last row, as after a walk through it.
+    rs.MoveLast();
+    rs.MoveNext();
+    ctx.line("</datenblock>");
+    ctx.line("</gewerbedatei>");
+    out.commit();
+    result.files.push_back(path);
+    core::showMessage(
+        g, "Die Datei '" + name + "' wurde im Verzeichnis '" + g.pfad_dat + "' erstellt!",
+        core::msg::vbInformation, kTitel);
+    return FileOutcome::Written;
+}
+
 }  // namespace
 
 ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
@@ -169,70 +253,11 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
                     "SELECT distinctrow * FROM betrieb ORDER BY betrieb.[betr-nr], "
                     "betrieb.[betr-hist-nr];";
             }
-            g.rs_betrieb = g.db_daten.OpenRecordset(query);
-            store::Recordset& rs = g.rs_betrieb;
-            if (rs.RecordCount() == 0) {
-                core::showMessage(g, "Es wurden keine Daten in der Betriebsdatenbank gefunden!",
-                                  core::msg::vbInformation, kTitel);
-                continue;
+            const std::string prefix = mode == "schluesselfeld" ? key + "_" : std::string();
+            if (exportFile(g, form, prefix, query, out, result) == FileOutcome::Cancelled) {
+                finish();
+                return result;
             }
-            view.MousePointer = 11;
-            rs.MoveLast();
-            const long total = rs.RecordCount();
-            view.ProgressBar1Max = static_cast<int>(total);
-            view.ProgressBar1Value = 0;
-            const std::string mask(std::to_string(total).size() + 1, '@');
-            const std::string name =
-                (mode == "schluesselfeld" ? key + "_" : std::string()) + fileTime(g) + ".tml";
-            const std::string path = g.pfad_dat + name;
-            out.open(path);
-            ExportContext ctx(g, out);
-            writeHead(ctx, form, total);
-            g.unloadForm("Frm_Verwaltungsblock");
-            refreshProcessingStatus(g, query);
-            // The subordinate tables are read alongside the businesses, each once in key order.
-            ExportScans scans(*g.db_daten.connection());
-            ctx.scans = &scans;
-            SelectionScan businesses(*g.db_daten.connection(), query);
-            const size_t nrColumn = businesses.column("betr-nr");
-
-            long counter = 0;
-            g.akt_schritt = 1;
-            while (businesses.next()) {
-                g.doEvents();
-                if (g.taste == 27) {
-                    g.taste = 0;
-                    core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation,
-                                      kTitel);
-                    view.ProgressBar1Value = 0;
-                    rs.setAbsolutePosition(counter);  // the selection stands where the run stopped
-                    finish();
-                    out.keepUnfinished();  // the half-written file stays as it is
-                    result.files.push_back(path);
-                    result.outcome = ExportResult::Outcome::Cancelled;
-                    return result;
-                }
-                ++counter;
-                ctx.line("<betrieb>");
-                view.ProgressBar1Value = static_cast<int>(counter);
-                view.Label2 = "Übertrage Satz " + masked(counter, mask) + " von " +
-                              masked(total, mask) + " (ESC = Abbrechen)";
-                g.refreshView();
-                const KeyedScan::Row& row = businesses.readRow();
-                ctx.betrNr = row[nrColumn].toString();
-                TML_Exp_2_Tabellen(ctx, businesses, row);
-                ctx.line("</betrieb>");
-            }
-            // The selection stands past its last row, as after a walk through it.
-            rs.MoveLast();
-            rs.MoveNext();
-            ctx.line("</datenblock>");
-            ctx.line("</gewerbedatei>");
-            out.commit();
-            result.files.push_back(path);
-            core::showMessage(
-                g, "Die Datei '" + name + "' wurde im Verzeichnis '" + g.pfad_dat + "' erstellt!",
-                core::msg::vbInformation, kTitel);
         }
         g.akt_schritt = 2;
         finish();

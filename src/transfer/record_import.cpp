@@ -71,6 +71,41 @@ bool Upd_2_Read(ImportContext& ctx, const ReadElement& element) {
     return replaced;
 }
 
+namespace {
+
+// Removes what the store holds of the business state ahead of its new rows; true where a
+// stored state was replaced.
+bool removeBusinessAhead(ImportContext& ctx, const std::string& nr, const std::string& hist) {
+    const bool byState = ctx.akt_struktur == core::kMeldungsbezogen;
+    if (!byState && ctx.akt_struktur != core::kBetriebsbezogen) return false;
+    bool replaced = false;
+    const unsigned held = ctx.businessTables(nr);
+    // Removed ahead with the block, once: a number that comes again meets the run's rows.
+    RemovedAhead* ahead = ctx.removedAhead;
+    const bool state = ahead && ahead->takeState(nr, hist);
+    const bool number = ahead && ahead->takeNumber(nr);
+    // The permits and craft cards of persons carry no history number: they go for all states
+    // of the business at once, and count as gone only when each of them went.
+    bool permitsGone = true;
+    for (const model::Relation* r : model::removalOrder()) {
+        const model::KeyColumns& k = r->keys;
+        if (k.number.empty()) continue;
+        const bool byNumberAlone = k.state.empty();
+        if (byNumberAlone && !permitsGone) continue;
+        if (!(held & ImportContext::tableBit(*r)) || (byNumberAlone ? number : state)) continue;
+        std::string criteria = "[" + std::string(k.number) + "] = " + quote(nr);
+        if (byState && !byNumberAlone)
+            criteria += " AND [" + std::string(k.state) + "] = " + quote(hist);
+        const long long removed = Upd_6_Kill(ctx, criteria, ctx.g.*core::handleOf(r->table));
+        if (byNumberAlone && removed < 0) permitsGone = false;
+        if (r->table == "betrieb" && removed > 0) replaced = true;
+    }
+    if (permitsGone) ctx.personPermitsGoneOf = nr;
+    return replaced;
+}
+
+}  // namespace
+
 void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
                 const std::string& betrNr, const std::string& betrHistNr,
                 const std::string& bRechtsform, bool& replaced) {
@@ -96,33 +131,7 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
     };
 
     try {
-        const std::string nr = betrNr, hist = betrHistNr;
-        const bool byState = ctx.akt_struktur == core::kMeldungsbezogen;
-        if (byState || ctx.akt_struktur == core::kBetriebsbezogen) {
-            const unsigned held = ctx.businessTables(betrNr);
-            // Removed ahead with the block, once: a number that comes again meets the run's rows.
-            RemovedAhead* ahead = ctx.removedAhead;
-            const bool state = ahead && ahead->takeState(nr, hist);
-            const bool number = ahead && ahead->takeNumber(nr);
-            // The permits and craft cards of persons carry no history number: they go for all
-            // states of the business at once, and count as gone only when each of them went.
-            bool permitsGone = true;
-            for (const model::Relation* r : model::removalOrder()) {
-                const model::KeyColumns& k = r->keys;
-                if (k.number.empty()) continue;
-                const bool byNumberAlone = k.state.empty();
-                if (byNumberAlone && !permitsGone) continue;
-                if (!(held & ImportContext::tableBit(*r)) || (byNumberAlone ? number : state))
-                    continue;
-                std::string criteria = "[" + std::string(k.number) + "] = " + quote(nr);
-                if (byState && !byNumberAlone)
-                    criteria += " AND [" + std::string(k.state) + "] = " + quote(hist);
-                const long long removed = Upd_6_Kill(ctx, criteria, g.*core::handleOf(r->table));
-                if (byNumberAlone && removed < 0) permitsGone = false;
-                if (r->table == "betrieb" && removed > 0) replaced = true;
-            }
-            if (permitsGone) ctx.personPermitsGoneOf = nr;
-        }
+        if (removeBusinessAhead(ctx, betrNr, betrHistNr)) replaced = true;
 
         ctx.noteBusiness(betrNr);
         // The business row stays open while the subordinate rows are written.

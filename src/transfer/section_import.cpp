@@ -72,6 +72,112 @@ class Section {
     std::span<const std::string_view> lines_;
 };
 
+// The keys a person's section gives its link row. A <pers-nr> must stand ahead of its <p-art>.
+struct PersonKeys {
+    std::string persNr, pArt, pFunktion, pEintrDatum, pAustrDatum;
+};
+
+PersonKeys readPersonKeys(ImportContext& ctx, std::span<const std::string_view> lines) {
+    PersonKeys k;
+    for (const auto line : lines) {
+        const std::string_view name = nameOf(line);
+        if (name == "pers-nr") {
+            k.persNr = Upd_8_ExtrFeldInhalt(line);
+        } else if (name == "p-art") {
+            const std::string_view art = contentOf(line);
+            if (art.size() == 2 && (art[0] == 'J' || art[0] == 'j') &&
+                (art[1] == 'P' || art[1] == 'p')) {
+                k.pArt = "JP";
+                ctx.akt_jp_nr = k.persNr;
+            }
+        } else if (name == "p-funktion") {
+            k.pFunktion = Upd_8_ExtrFeldInhalt(line);
+        } else if (name == "p-eintr-datum") {
+            k.pEintrDatum = Upd_8_ExtrFeldInhalt(line);
+        } else if (name == "p-austr-datum") {
+            k.pAustrDatum = Upd_8_ExtrFeldInhalt(line);
+        }
+    }
+    for (std::string* v : {&k.pFunktion, &k.pEintrDatum, &k.pAustrDatum})
+        if (*v == kKeinInhalt) v->clear();
+    return k;
+}
+
+// A person is one row across all businesses; permits and craft cards are kept by business.
+void removePersonAhead(ImportContext& ctx, const std::string& persNr, const std::string& betrNr) {
+    const unsigned person = ctx.personTables(persNr);
+    if (!person) return;
+    // Removed ahead with the block, once: a person that comes again meets the run's rows.
+    const bool gone = ctx.removedAhead && ctx.removedAhead->takePerson(persNr);
+    // Those of the business went with it: what is left are the run's own rows.
+    const bool permitsGone = !betrNr.empty() && ctx.personPermitsGoneOf == betrNr;
+    for (const model::Relation* r : model::removalOrder()) {
+        const model::KeyColumns& k = r->keys;
+        if (k.person.empty() || r->owner != model::Owner::Person ||
+            !(person & ImportContext::tableBit(*r)))
+            continue;
+        const std::string byPerson = "[" + std::string(k.person) + "] = " + quote(persNr);
+        store::Recordset& rs = ctx.g.*core::handleOf(r->table);
+        if (k.number.empty()) {
+            if (!gone) Upd_6_Kill(ctx, byPerson, rs);
+        } else if (ctx.mayHoldBusiness(betrNr, ImportContext::tableBit(*r))) {
+            // A person's permits and craft cards are kept by business.
+            Upd_6_Kill(ctx, byPerson + " AND [" + std::string(k.number) + "] = " + quote(betrNr),
+                       rs, permitsGone);
+        }
+    }
+}
+
+// The link of a person's section to its business state, unless the same link stands already.
+void writeLink(ImportContext& ctx, Section& s, store::Recordset& table, const PersonKeys& k,
+               const std::string& betrNr, const std::string& betrHistNr,
+               const std::string& bRechtsform) {
+    core::Globals& g = ctx.g;
+    bool hangsUnderEarlierJp = false;
+    if (text::upperAscii(k.pArt) == "JP") {
+        // A legal person of function 3 in a partnership hangs under the legal person before it.
+        // The legal forms are read from the settings store, where the record view's control
+        // DATA_ORG_RF reads them too.
+        s.attempt([&] {
+            const auto typ = g.db_org.lookup(
+                "SELECT ALL * From Rechtsformen WHERE [schluessel] = " + quote(bRechtsform) + " ;",
+                "typ");
+            if (!typ) return;
+            if (typ->toString() == "P" && k.pFunktion == "3") {
+                ctx.akt_jp_nr = ctx.akt_jp_nr_vorher;
+                hangsUnderEarlierJp = true;
+            } else {
+                ctx.akt_jp_nr_vorher = ctx.akt_jp_nr;
+            }
+        });
+    }
+    s.attempt([&] {
+        auto& rs = g.rs_beziehung;
+        // The person is what tells links apart: a business may have thousands of them. The
+        // plus signs keep SQLite off the business's index, which would make storing a
+        // business quadratic in its persons.
+        rs.FindFirst("[bez-pers-nr] = " + quote(k.persNr) + "AND [p-funktion] = " +
+                     quote(k.pFunktion) + "AND +[bez-betr-nr] = " + quote(betrNr) +
+                     "AND +[bez-betr-hist-nr] = " + quote(betrHistNr) +
+                     "AND [pers-nr-jp] = " + quote(ctx.akt_jp_nr));
+        if (!rs.NoMatch()) return;  // the same link stands already
+        rs.AddNew();
+        rs.Fields("bez-betr-nr").setValue(betrNr);
+        rs.Fields("bez-sort-nr").setValue(store::Variant(static_cast<int>(ctx.akt_bez_sort_nr)));
+        rs.Fields("bez-betr-hist-nr").setValue(betrHistNr);
+        rs.Fields("bez-pers-nr").setValue(k.persNr);
+        rs.Fields("p-funktion").setValue(k.pFunktion);
+        Upd_5_Felder(ctx, rs.Fields("p-eintr-datum"), k.pEintrDatum);
+        Upd_5_Felder(ctx, rs.Fields("p-austr-datum"), k.pAustrDatum);
+        if (text::upperAscii(table.Fields("p-art").Value().toString()) == "NP" ||
+            hangsUnderEarlierJp) {
+            rs.Fields("pers-nr-jp").setValue(ctx.akt_jp_nr);
+            hangsUnderEarlierJp = false;
+        }
+        rs.Update();
+    });
+}
+
 }  // namespace
 
 void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
@@ -82,58 +188,16 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
     bool isPerson = false;
     s.attempt([&] { isPerson = table.Name().find("person") != std::string::npos; });
 
-    std::string persNr, pArt, pFunktion, pEintrDatum, pAustrDatum;
-    bool hangsUnderEarlierJp = false;
+    PersonKeys keys;
     if (isPerson) {
-        // First pass: the keys of the person. A <pers-nr> must stand ahead of its <p-art>.
+        // First pass: the keys of the person.
         ++ctx.akt_bez_sort_nr;
-        for (const auto line : lines) {
-            const std::string_view name = nameOf(line);
-            if (name == "pers-nr") {
-                persNr = Upd_8_ExtrFeldInhalt(line);
-            } else if (name == "p-art") {
-                const std::string_view art = contentOf(line);
-                if (art.size() == 2 && (art[0] == 'J' || art[0] == 'j') &&
-                    (art[1] == 'P' || art[1] == 'p')) {
-                    pArt = "JP";
-                    ctx.akt_jp_nr = persNr;
-                }
-            } else if (name == "p-funktion") {
-                pFunktion = Upd_8_ExtrFeldInhalt(line);
-            } else if (name == "p-eintr-datum") {
-                pEintrDatum = Upd_8_ExtrFeldInhalt(line);
-            } else if (name == "p-austr-datum") {
-                pAustrDatum = Upd_8_ExtrFeldInhalt(line);
-            }
-        }
-        if (persNr == kKeinInhalt) return;
-        for (std::string* v : {&pFunktion, &pEintrDatum, &pAustrDatum})
-            if (*v == kKeinInhalt) v->clear();
-        // A person is one row across all businesses; permits and craft cards are kept by business.
-        if (const unsigned person = ctx.personTables(persNr)) {
-            // Removed ahead with the block, once: a person that comes again meets the run's rows.
-            const bool gone = ctx.removedAhead && ctx.removedAhead->takePerson(persNr);
-            // Those of the business went with it: what is left are the run's own rows.
-            const bool permitsGone = !betrNr.empty() && ctx.personPermitsGoneOf == betrNr;
-            for (const model::Relation* r : model::removalOrder()) {
-                const model::KeyColumns& k = r->keys;
-                if (k.person.empty() || r->owner != model::Owner::Person ||
-                    !(person & ImportContext::tableBit(*r)))
-                    continue;
-                const std::string byPerson = "[" + std::string(k.person) + "] = " + quote(persNr);
-                store::Recordset& rs = g.*core::handleOf(r->table);
-                if (k.number.empty()) {
-                    if (!gone) Upd_6_Kill(ctx, byPerson, rs);
-                } else if (ctx.mayHoldBusiness(betrNr, ImportContext::tableBit(*r))) {
-                    // A person's permits and craft cards are kept by business.
-                    Upd_6_Kill(ctx,
-                               byPerson + " AND [" + std::string(k.number) + "] = " + quote(betrNr),
-                               rs, permitsGone);
-                }
-            }
-        }
-        ctx.notePerson(persNr);
+        keys = readPersonKeys(ctx, lines);
+        if (keys.persNr == kKeinInhalt) return;
+        removePersonAhead(ctx, keys.persNr, betrNr);
+        ctx.notePerson(keys.persNr);
     }
+    const std::string& persNr = keys.persNr;
 
     // Second pass: the section's own row, and a person's nationalities, permits and craft cards.
     s.attempt([&] { table.AddNew(); });
@@ -169,50 +233,7 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
             table.Fields("betr-hist-nr").setValue(betrHistNr);
         });
     } else {
-        if (text::upperAscii(pArt) == "JP") {
-            // A legal person of function 3 in a partnership hangs under the legal person before it.
-            // The legal forms are read from the settings store, where the record view's control
-            // DATA_ORG_RF reads them too.
-            s.attempt([&] {
-                const auto typ = g.db_org.lookup(
-                    "SELECT ALL * From Rechtsformen WHERE [schluessel] = " + quote(bRechtsform) +
-                        " ;",
-                    "typ");
-                if (!typ) return;
-                if (typ->toString() == "P" && pFunktion == "3") {
-                    ctx.akt_jp_nr = ctx.akt_jp_nr_vorher;
-                    hangsUnderEarlierJp = true;
-                } else {
-                    ctx.akt_jp_nr_vorher = ctx.akt_jp_nr;
-                }
-            });
-        }
-        s.attempt([&] {
-            auto& rs = g.rs_beziehung;
-            // The person is what tells links apart: a business may have thousands of them. The
-            // plus signs keep SQLite off the business's index, which would make storing a
-            // business quadratic in its persons.
-            rs.FindFirst("[bez-pers-nr] = " + quote(persNr) + "AND [p-funktion] = " +
-                         quote(pFunktion) + "AND +[bez-betr-nr] = " + quote(betrNr) +
-                         "AND +[bez-betr-hist-nr] = " + quote(betrHistNr) +
-                         "AND [pers-nr-jp] = " + quote(ctx.akt_jp_nr));
-            if (!rs.NoMatch()) return;  // the same link stands already
-            rs.AddNew();
-            rs.Fields("bez-betr-nr").setValue(betrNr);
-            rs.Fields("bez-sort-nr")
-                .setValue(store::Variant(static_cast<int>(ctx.akt_bez_sort_nr)));
-            rs.Fields("bez-betr-hist-nr").setValue(betrHistNr);
-            rs.Fields("bez-pers-nr").setValue(persNr);
-            rs.Fields("p-funktion").setValue(pFunktion);
-            Upd_5_Felder(ctx, rs.Fields("p-eintr-datum"), pEintrDatum);
-            Upd_5_Felder(ctx, rs.Fields("p-austr-datum"), pAustrDatum);
-            if (text::upperAscii(table.Fields("p-art").Value().toString()) == "NP" ||
-                hangsUnderEarlierJp) {
-                rs.Fields("pers-nr-jp").setValue(ctx.akt_jp_nr);
-                hangsUnderEarlierJp = false;
-            }
-            rs.Update();
-        });
+        writeLink(ctx, s, table, keys, betrNr, betrHistNr, bRechtsform);
     }
     s.attempt([&] { table.Update(); });
 }
