@@ -11,16 +11,13 @@
 
 #include "model/codepage.h"
 #include "store/dao_error.h"
+#include "text/text.h"
 
 namespace tolma::core {
 namespace {
 
 std::string shortDateTime(std::time_t t) {
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    char buf[32];
-    std::strftime(buf, sizeof buf, "%d.%m.%Y %H:%M:%S", &tm);
-    return buf;
+    return text::localTime(t, "%d.%m.%Y %H:%M:%S");
 }
 
 }  // namespace

@@ -223,12 +223,7 @@ void formatFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
 }
 
 std::string localNow(const char* format) {
-    const std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    char buf[32];
-    std::strftime(buf, sizeof buf, format, &tm);
-    return buf;
+    return text::localTime(std::time(nullptr), format);
 }
 void nowFunction(sqlite3_context* ctx, int, sqlite3_value**) {
     resultText(ctx, localNow("%Y-%m-%d %H:%M:%S"));

@@ -65,4 +65,11 @@ std::string trimBlanks(std::string_view s) {
     return std::string(trimmed(s, " "));
 }
 
+std::string localTime(std::time_t t, const char* format) {
+    std::tm tm{};
+    localtime_r(&t, &tm);
+    char buf[64];
+    return std::string(buf, std::strftime(buf, sizeof buf, format, &tm));
+}
+
 }  // namespace tolma::text

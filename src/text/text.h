@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -53,5 +54,8 @@ inline char lowerAscii(char c) {
 std::string_view trimmed(std::string_view s, std::string_view around = " \t\r\n");
 // Without the blanks that fixed-width values carry.
 std::string trimBlanks(std::string_view s);
+
+// The local time `t` as strftime writes it by `format`.
+std::string localTime(std::time_t t, const char* format);
 
 }  // namespace tolma::text

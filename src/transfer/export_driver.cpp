@@ -24,12 +24,7 @@ std::string masked(long value, const std::string& mask) {
 }
 
 std::string fileTime(const core::Globals& g) {
-    const std::time_t t = g.clock();
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    char buf[32];
-    std::strftime(buf, sizeof buf, "%d-%m-%Y_%H-%M-%S", &tm);
-    return buf;
+    return text::localTime(g.clock(), "%d-%m-%Y_%H-%M-%S");
 }
 
 void writeHead(ExportContext& ctx, const VerwaltungsblockForm& form, long total) {

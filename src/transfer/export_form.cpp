@@ -5,17 +5,13 @@
 #include "core/version.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
+#include "text/text.h"
 
 namespace tolma::transfer {
 namespace {
 
 std::string formatNow(const core::Globals& g, const char* format) {
-    const std::time_t t = g.clock();
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    char buf[32];
-    std::strftime(buf, sizeof buf, format, &tm);
-    return buf;
+    return text::localTime(g.clock(), format);
 }
 
 // The program's minor version, its digits joined by points: 151 is "1.5.1".

@@ -342,12 +342,7 @@ namespace tolma::transfer {
 namespace {
 
 std::string runTime(const core::Globals& g) {
-    const std::time_t t = g.clock();
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    char buf[32];
-    std::strftime(buf, sizeof buf, "%d.%m.%Y %H:%M:%S", &tm);
-    return buf;
+    return text::localTime(g.clock(), "%d.%m.%Y %H:%M:%S");
 }
 
 }  // namespace

@@ -100,19 +100,8 @@ class MainWindowTest : public QObject {
 
   private slots:
     void init() {
-        home = std::filesystem::temp_directory_path() /
-               ("tolma-ui-" + std::to_string(QCoreApplication::applicationPid()));
-        std::filesystem::remove_all(home);
-        g = std::make_unique<tolma::core::Globals>();
-        tolma::browse::attachDataControls(*g);
-        g->dialogs = &dialogs;
-        g->dataDir = TOLMA_STORE_DIR;
-        g->Upd_1_Start = [](tolma::core::Globals& globals, const std::string& path) {
-            tolma::transfer::Upd_1_Start(globals, path);
-        };
-        window = std::make_unique<tolma::ui::MainWindow>(*g);
-        g->refreshView = [this] { window->refreshFromCore(); };
-        window->show();
+        home = uitest::makeProgram(
+            g, window, dialogs, "tolma-ui-" + std::to_string(QCoreApplication::applicationPid()));
         tolma::core::A_Start(*g, home);
         window->refreshFromCore();
     }

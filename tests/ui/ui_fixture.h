@@ -1,10 +1,16 @@
 #pragma once
 // What the UI tests share: scripted answers for the program's questions and dialogs.
+#include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "browse/data_controls.h"
 #include "core/dialogs.h"
+#include "core/globals.h"
+#include "transfer/import_driver.h"
+#include "ui/main_window.h"
 
 namespace uitest {
 
@@ -26,5 +32,25 @@ class ScriptedDialogs : public tolma::core::Dialogs {
         return file;
     }
 };
+
+// The program's state and its main window as the desktop program makes them, with the scripted
+// dialogs and the default stores of the build, shown; returns the home, emptied, for A_Start.
+inline std::filesystem::path makeProgram(std::unique_ptr<tolma::core::Globals>& g,
+                                         std::unique_ptr<tolma::ui::MainWindow>& window,
+                                         ScriptedDialogs& dialogs, const std::string& homeName) {
+    const auto home = std::filesystem::temp_directory_path() / homeName;
+    std::filesystem::remove_all(home);
+    g = std::make_unique<tolma::core::Globals>();
+    tolma::browse::attachDataControls(*g);
+    g->dialogs = &dialogs;
+    g->dataDir = TOLMA_STORE_DIR;
+    g->Upd_1_Start = [](tolma::core::Globals& globals, const std::string& path) {
+        tolma::transfer::Upd_1_Start(globals, path);
+    };
+    window = std::make_unique<tolma::ui::MainWindow>(*g);
+    g->refreshView = [&window] { window->refreshFromCore(); };
+    window->show();
+    return home;
+}
 
 }  // namespace uitest
