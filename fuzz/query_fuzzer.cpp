@@ -61,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     translateAlike(text);
     jet::soleQualifier(text);
-    text::lower(text);
+    tolma::text::lower(text);
     // Split at the first NUL: two texts read one after the other, so that one input can leave
     // a shape for the next; and a LIKE pattern with the text it is matched against.
     const size_t split = text.find('\0');
