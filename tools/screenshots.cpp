@@ -64,13 +64,13 @@ void saveForms(tolma::ui::MainWindow& window, tolma::core::Globals& g, const QSt
     tolma::core::A_Fenster_schliessen(g);
 
     // One search across businesses and persons.
-    g.unloadForm("Frm_Auswertung");
+    g.shell->unloadForm("Frm_Auswertung");
     window.trigger("menue_suchen_alle");
     if (auto* search = window.findChild<tolma::ui::SearchWindow*>("Frm_Suchen")) {
         search->box()->setText("Petersen Husum");
         search->search();
         save(window, out, "suchen.png");
-        g.unloadForm("Frm_Suchen");
+        g.shell->unloadForm("Frm_Suchen");
     }
 
     // Checking the sample file against the store that holds it, and the runs to take back.
@@ -129,7 +129,7 @@ int main(int argc, char** argv) {
         walk->click();
         save(window, out, "vertreter.png");
         tolma::core::A_Fenster_schliessen(g);
-        g.unloadForm("Frm_Auswahl_Pers");
+        g.shell->unloadForm("Frm_Auswahl_Pers");
     }
 
     saveForms(window, g, out, argv[3]);

@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
 
     const auto paths = tolma::core::resolvePaths(tolma::core::executableDir(), std::nullopt);
     g.dataDir = paths.dataDir;
-    tolma::core::useXdgFileAssociation(g, tolma::core::executableDir() / "tolma");
-    program.start(paths.home);
+    program.start(paths.home,
+                  tolma::core::xdgFileAssociationCheck(tolma::core::executableDir() / "tolma"));
     return QApplication::exec();
 }

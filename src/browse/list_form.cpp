@@ -180,7 +180,7 @@ bool menue_suchen_betrieb(core::Globals& g, ListForm& form) {
                                       "Filter ist aktiviert, aber keine Gemeindekennzahl "
                                       "festgelegt!\n\nWollen Sie eine auswählen?\n",
                                       core::msg::vbQuestionYesNo, kTitleBetr);
-                if (answer == core::msg::vbYes) g.showForm("Frm_Optionen");
+                if (answer == core::msg::vbYes) g.shell->showForm("Frm_Optionen");
                 Form_Unload(g, form);
                 return;
             }
@@ -230,7 +230,7 @@ void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::st
         {&core::MenuMarks::menue_suchen_betrieb, "Frm_Auswahl_Betr"}};
     for (const auto& [mark, form] : lists) {
         if (!(g.marks.*mark)) continue;
-        if (g.unloadForm) g.unloadForm(form);
+        g.shell->unloadForm(form);
         g.marks.*mark = false;
     }
     guarded(g, "showFoundBusiness", [&] {
@@ -258,7 +258,7 @@ void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::st
         if (person && !persNr.empty() && persons.isSet() && persons.RecordCount() > 0)
             persons.FindFirst("[pers-nr] = " + quote(persNr));
     });
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 bool openBusinessListOf(core::Globals& g, ListForm& form,
@@ -443,7 +443,7 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
                 }
                 close = true;
             });
-    g.refreshView();
+    g.shell->refreshView();
     return close;
 }
 
@@ -520,7 +520,7 @@ void Frm_Start_Command3_Click(core::Globals& g) {
     auto& betr = dataControls(g).DATA_BETR;
     DB_Load_DATA(g, betr.fieldText("gem-kz"), betr.fieldText("betr-nr"),
                  betr.fieldText("betr-hist-nr"), "");
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 }  // namespace tolma::browse

@@ -155,7 +155,7 @@ void DATA_PERS_Reposition(core::Globals& g) {
             if (n >= 1 && n <= 4) g.startView.TextPers_8 = texts[n - 1];
         }
     }
-    g.refreshView();
+    g.shell->refreshView();
     d.DATA_PERS.Caption = counterCaption(pers);
 }
 
@@ -208,7 +208,7 @@ void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string&
         core::A_Error_Log(g, "DB_Load_DATA", info.source, std::to_string(info.number), info.text,
                           "BetriebsNummer: ", betrNr);
     }
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 void SSTab1_Click(core::Globals& g, int tab) {
@@ -217,7 +217,7 @@ void SSTab1_Click(core::Globals& g, int tab) {
     g.startView.Label2 = kTabLabels[tab];
     g.startView.Frame_AnzahlVisible = tab >= 3;
     g.startView.DATA_PERSVisible = tab >= 3;
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 void Form_KeyPress(core::Globals& g, int key) {

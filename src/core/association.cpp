@@ -416,14 +416,15 @@ void A_Dateiendung_pruefen(Globals& g, FileTypeRegistry& registry, const std::st
         A_Dateiendung_registrieren(g, registry, kProductName, program, kProductName, kTmlExtension);
 }
 
-void useFileAssociation(Globals& g, std::shared_ptr<FileTypeRegistry> registry,
-                        std::string program) {
-    g.checkFileAssociation = [registry = std::move(registry), program = std::move(program)](
-                                 Globals& run) { A_Dateiendung_pruefen(run, *registry, program); };
+std::function<void(Globals&)> fileAssociationCheck(std::shared_ptr<FileTypeRegistry> registry,
+                                                   std::string program) {
+    return [registry = std::move(registry), program = std::move(program)](Globals& g) {
+        A_Dateiendung_pruefen(g, *registry, program);
+    };
 }
 
-void useXdgFileAssociation(Globals& g, const std::filesystem::path& program) {
-    useFileAssociation(g, std::make_shared<XdgFileTypeRegistry>(), program.string());
+std::function<void(Globals&)> xdgFileAssociationCheck(const std::filesystem::path& program) {
+    return fileAssociationCheck(std::make_shared<XdgFileTypeRegistry>(), program.string());
 }
 
 }  // namespace tolma::core

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/dialogs.h"
+#include "core/shell.h"
 #include "store/database.h"
 
 namespace tolma::core {
@@ -133,15 +134,8 @@ struct Globals {
     // The platform, injected.
     Dialogs* dialogs = nullptr;
     std::function<std::time_t()> clock = [] { return std::time(nullptr); };
-    // Lets the user's side work (and a pressed ESC reach `taste`).
-    std::function<void()> doEvents = [] {};
-    // Shows what changed in the start view's state: Label2, progress, visibility.
-    std::function<void()> refreshView = [] {};
-    std::function<void(const std::string& form)> unloadForm = [](const std::string&) {};
-    std::function<void(const std::string& form)> showForm = [](const std::string&) {};
-    // Routines of later subsystems that the start-up calls.
-    std::function<void(Globals&, const std::string& path)> Upd_1_Start;
-    std::function<void(Globals&)> checkFileAssociation;
+    // The window around the routines; never null.
+    Shell* shell = Shell::none();
 };
 
 // Shows a message through the global message values; returns and keeps the answer.

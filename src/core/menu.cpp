@@ -30,31 +30,31 @@ void A_Fenster_schliessen(Globals& g) {
     };
     for (const auto& e : order) {
         if (!(g.marks.*(e.mark))) continue;
-        if (*e.form) g.unloadForm(e.form);
+        if (*e.form) g.shell->unloadForm(e.form);
         g.marks.*(e.mark) = false;
     }
 }
 
 namespace {
 
-void runImport(Globals& g, const std::string& file) {
+void runImport(Globals& g, const ImportRun& Upd_1_Start, const std::string& file) {
     g.startView.MDIForm1Enabled = false;
-    g.refreshView();
-    if (g.Upd_1_Start) g.Upd_1_Start(g, file);
+    g.shell->refreshView();
+    if (Upd_1_Start) Upd_1_Start(g, file);
     g.startView.MDIForm1Enabled = true;
 }
 
 }  // namespace
 
-void importChosenFile(Globals& g, const std::string& file) {
+void importChosenFile(Globals& g, const ImportRun& Upd_1_Start, const std::string& file) {
     if (g.marks.menue_import_datenbank) return;  // an import runs
     A_Fenster_schliessen(g);
     g.marks.menue_import_datenbank = true;
-    runImport(g, file);
-    g.refreshView();
+    runImport(g, Upd_1_Start, file);
+    g.shell->refreshView();
 }
 
-void menue_import_datenbank(Globals& g) {
+void menue_import_datenbank(Globals& g, const ImportRun& Upd_1_Start) {
     if (g.marks.menue_import_datenbank) return;  // an import runs
     A_Fenster_schliessen(g);
     g.marks.menue_import_datenbank = true;
@@ -63,7 +63,7 @@ void menue_import_datenbank(Globals& g) {
                         g.pfad_dat, "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2)
                   : "";
     if (!text::trimBlanks(file).empty()) {
-        runImport(g, file);
+        runImport(g, Upd_1_Start, file);
     } else {
         showMessage(g, "Es wurde keine Update-Datei ausgewählt!", msg::vbInformation,
                     "Auswahl einer Update-Datei!");
@@ -72,7 +72,7 @@ void menue_import_datenbank(Globals& g) {
     // The file dialog may have changed the current directory.
     std::error_code ec;
     std::filesystem::current_path(g.pfad_app, ec);
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 void menue_Ums_bearbeiten(Globals& g) {
@@ -82,7 +82,7 @@ void menue_Ums_bearbeiten(Globals& g) {
     }
     if (showMessage(g, "\nEs wurde keine Umsetz-Datei ausgewählt!\n\nWollen Sie eine auswählen?\n",
                     msg::vbQuestionYesNo, g.msg_titel) == msg::vbYes)
-        g.showForm("Frm_Optionen");
+        g.shell->showForm("Frm_Optionen");
 }
 
 void menue_DB_auswahl_export(Globals& g) {

@@ -38,7 +38,7 @@ void showStartView(Globals& g) {
     v.Frame_AnzahlVisible = false;
 }
 
-void A_Start(Globals& g, const std::filesystem::path& home) {
+void A_Start(Globals& g, const std::filesystem::path& home, const StartHooks& hooks) {
     g.fehler_vorhanden = false;
     g.akt_schritt = 0;
     if (g.data) g.data->installRepositionHandlers(g);
@@ -67,15 +67,15 @@ void A_Start(Globals& g, const std::filesystem::path& home) {
         g.rs_optionen = g.db_org.OpenRecordset("Optionen", store::dao::dbOpenDynaset);
         A_org_lesen(g);
         DB_Load(g);
-        if (g.pfad_app.find("WoDrex") == std::string::npos && g.checkFileAssociation)
-            g.checkFileAssociation(g);
+        if (g.pfad_app.find("WoDrex") == std::string::npos && hooks.checkFileAssociation)
+            hooks.checkFileAssociation(g);
         showStartView(g);
         if (!g.commandLine.empty()) {
-            g.doEvents();
+            g.shell->doEvents();
             A_Fenster_schliessen(g);
             g.startView.MDIForm1Enabled = false;
             g.marks.menue_import_datenbank = true;
-            if (g.Upd_1_Start) g.Upd_1_Start(g, g.commandLine);
+            if (hooks.Upd_1_Start) hooks.Upd_1_Start(g, g.commandLine);
             g.startView.MDIForm1Enabled = true;
         }
     } catch (const std::exception& e) {

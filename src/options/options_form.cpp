@@ -23,7 +23,7 @@ void showStartPicture(core::Globals& g) {
     v.SSTab1Visible = false;
     v.Frame_AnzahlVisible = false;
     v.Frame_UeberschriftVisible = false;
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 // The municipalities of a query into the list from position 0 on; `select` marks entries by

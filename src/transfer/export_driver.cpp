@@ -134,7 +134,7 @@ bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& qu
     long counter = 0;
     g.akt_schritt = 1;
     while (businesses.next()) {
-        g.doEvents();
+        g.shell->doEvents();
         if (g.taste == 27) {
             g.taste = 0;
             core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation,
@@ -149,7 +149,7 @@ bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& qu
         view.ProgressBar1Value = static_cast<int>(counter);
         view.Label2 = "Übertrage Satz " + masked(counter, mask) + " von " + masked(total, mask) +
                       " (ESC = Abbrechen)";
-        g.refreshView();
+        g.shell->refreshView();
         const KeyedScan::Row& row = businesses.readRow();
         ctx.betrNr = row[nrColumn].toString();
         TML_Exp_2_Tabellen(ctx, businesses, row);
@@ -183,7 +183,7 @@ FileOutcome exportFile(core::Globals& g, const VerwaltungsblockForm& form,
     out.open(path);
     ExportContext ctx(g, out);
     writeHead(ctx, form, total);
-    g.unloadForm("Frm_Verwaltungsblock");
+    g.shell->unloadForm("Frm_Verwaltungsblock");
     refreshProcessingStatus(g, query);
     if (!writeBusinesses(g, ctx, query, rs, total)) {
         out.keepUnfinished();  // the half-written file stays as it is
@@ -217,7 +217,7 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
         g.marks.menue_export_textdatei = false;
         view.Label2 = "Auswahl von Gewerbedaten!";
         view.MousePointer = 0;
-        g.refreshView();
+        g.shell->refreshView();
     };
     g.akt_schritt = 0;
     g.marks.menue_export_textdatei = true;

@@ -95,15 +95,15 @@ ExportResult Frm_Verwaltungsblock_Command1_Click(core::Globals& g, Verwaltungsbl
         v.SSTab1Visible = false;
         v.Frame_AnzahlVisible = false;
         v.Frame_UeberschriftVisible = false;
-        g.refreshView();
+        g.shell->refreshView();
         const std::string mode = form.Check1[0].value == 1 ? "schluesselfeld" : "";
         v.MDIForm1Enabled = false;
         result = TML_Exp_1(g, form, mode);
         v.MDIForm1Enabled = true;
-        g.refreshView();
+        g.shell->refreshView();
     }
     if (index == 0 || index == 1) {
-        g.unloadForm("Frm_Verwaltungsblock");
+        g.shell->unloadForm("Frm_Verwaltungsblock");
         g.marks.menue_export_textdatei = false;  // the form's unload clears its mark
     }
     return result;

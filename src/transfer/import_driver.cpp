@@ -241,7 +241,7 @@ class Run {
                 ++block.read;
                 removals_ += element.removals;
                 if (Upd_2_Read(ctx_, element)) ++block.replaced;
-                g_.doEvents();
+                g_.shell->doEvents();
                 if (g_.taste == 27) {
                     g_.taste = 0;
                     g_.msg_text = kAbgebrochen;
@@ -372,7 +372,7 @@ ImportOutcome runImport(core::Globals& g, std::string path, ImportScreen& screen
 void StartViewScreen::preparing(const std::string& label) {
     g_.startView.Label2 = label;
     g_.startView.MousePointer = 11;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::progressRange(int max) {
@@ -386,22 +386,22 @@ void StartViewScreen::reading() {
     v.SSTab1Visible = false;
     v.Frame_AnzahlVisible = false;
     v.Frame_UeberschriftVisible = false;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::label(const std::string& text) {
     g_.startView.Label2 = text;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::record(int value, const std::string& label) {
     g_.startView.ProgressBar1Value = value;
     g_.startView.Label2 = label;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::refresh() {
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::ended(const std::string& label) {
@@ -410,7 +410,7 @@ void StartViewScreen::ended(const std::string& label) {
     v.MousePointer = 0;
     v.SSTab1Tab = 0;
     v.Label2 = label;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::failed(const std::string& label) {
@@ -418,7 +418,7 @@ void StartViewScreen::failed(const std::string& label) {
     v.MousePointer = 0;
     v.SSTab1Tab = 0;
     v.Label2 = label;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 std::string noBusinessCause(const std::string& path) {

@@ -74,6 +74,8 @@ class StartViewScreen : public ImportScreen {
 // runs are recorded) and the search index follow it. Without a screen, the start window's.
 ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCounts* counts = nullptr,
                           ImportScreen* screen = nullptr);
+// The same as core::ImportRun, for the start-up and the import menu.
+void startImport(core::Globals& g, const std::string& path);
 
 // The value between the first opening and the first closing tag of a file's head, when both
 // are in it; a closing tag ahead of the opening one raises.

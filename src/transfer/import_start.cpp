@@ -55,4 +55,8 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCounts* coun
     return runImport(g, std::move(path), screen ? *screen : startView, listeners, false, counts);
 }
 
+void startImport(core::Globals& g, const std::string& path) {
+    Upd_1_Start(g, path);
+}
+
 }  // namespace tolma::transfer

@@ -22,6 +22,7 @@
 #include "core/menu.h"
 #include "core/output_file.h"
 #include "store/connection.h"
+#include "transfer/import_driver.h"
 #include "transfer/import_journal.h"
 #include "ui/keyboard.h"
 
@@ -143,7 +144,8 @@ void checkTransferFileFromMenu(core::Globals& g, QWidget* parent) {
         return;
     }
     CheckReportWindow window(file, report, parent, &g);
-    if (window.exec() == CheckReportWindow::kReadIn) core::importChosenFile(g, file);
+    if (window.exec() == CheckReportWindow::kReadIn)
+        core::importChosenFile(g, transfer::startImport, file);
 }
 
 TakeBackWindow::TakeBackWindow(core::Globals& g, QWidget* parent)

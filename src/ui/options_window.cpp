@@ -235,7 +235,7 @@ void OptionsWindow::run(Handler&& handler) {
         core::logTrapped(g_, "Frm_Optionen", e);
     }
     refreshFromCore();
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void OptionsWindow::refreshFromCore() {

@@ -85,8 +85,7 @@ class AssociationTest : public ::testing::Test {
     void start(const std::string& program = kProgram) {
         f.newRun();
         registry = std::make_shared<RecordingRegistry>(dirs);
-        core::useFileAssociation(f.g(), registry, program);
-        f.start();
+        f.start({core::fileAssociationCheck(registry, program), {}});
     }
     std::filesystem::path desktopFile() const {
         return dirs.dataHome / "applications" / "tolma.desktop";
@@ -287,8 +286,8 @@ TEST_F(AssociationTest, RegisteredFilesAgreeWithTheInstalledOnes) {
 TEST_F(AssociationTest, NoFileIsWrittenUnderAWoDrexHome) {
     f.newRun();
     registry = std::make_shared<RecordingRegistry>(dirs);
-    core::useFileAssociation(f.g(), registry, kProgram);
-    core::A_Start(f.g(), f.dir.path() / "WoDrex");
+    core::A_Start(f.g(), f.dir.path() / "WoDrex",
+                  {core::fileAssociationCheck(registry, kProgram), {}});
     EXPECT_TRUE(f.g().db_org.isSet());
     EXPECT_TRUE(registry->writes.empty());
     EXPECT_FALSE(std::filesystem::exists(dirs.dataHome));
@@ -320,8 +319,7 @@ TEST_F(AssociationTest, ErrorInTheFirstRegistrationOfAStartLeavesItToTheSecond) 
     registry = std::make_shared<RecordingRegistry>(dirs);
     registry->failingWrite = 3;
     registry->throwOnFailingWrite = true;
-    core::useFileAssociation(f.g(), registry, kProgram);
-    f.start();
+    f.start({core::fileAssociationCheck(registry, kProgram), {}});
     EXPECT_EQ(registry->writes.size(), 4u + 6u);
     EXPECT_EQ(f.g().dateiendung_flag, -1);
     EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();

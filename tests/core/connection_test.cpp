@@ -136,13 +136,14 @@ TEST(ConnectionTest, FailedCompactionIsLoggedUnderItsOwnName) {
 
 TEST(MenuTest, ClosingGoesThroughTheMarksInTheirOrder) {
     core::Globals g;
-    std::vector<std::string> unloaded;
-    g.unloadForm = [&](const std::string& form) { unloaded.push_back(form); };
+    ScriptedShell shell;
+    g.shell = &shell;
     g.marks.menue_export_textdatei = true;
     g.marks.menue_import_datenbank = true;
     g.marks.menue_suchen_person = true;
     core::A_Fenster_schliessen(g);
-    EXPECT_EQ(unloaded, (std::vector<std::string>{"Frm_Auswahl_Pers", "Frm_Verwaltungsblock"}));
+    EXPECT_EQ(shell.unloaded,
+              (std::vector<std::string>{"Frm_Auswahl_Pers", "Frm_Verwaltungsblock"}));
     EXPECT_FALSE(g.marks.menue_import_datenbank);
     EXPECT_FALSE(g.marks.menue_export_textdatei);
 }

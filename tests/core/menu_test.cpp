@@ -53,8 +53,6 @@ TEST(MenuTest, ASecondCopyOfTheProgramIsWarnedOnceAndGoesOn) {
 TEST(MenuTest, ConversionFileEntryOffersTheOptionsWhenNoFileIsSet) {
     CoreFixture f;
     f.start();
-    std::vector<std::string> shown;
-    f.g().showForm = [&](const std::string& form) { shown.push_back(form); };
     f.g().msg_titel = "Letzter Titel";
     f.dialogs.answers = {core::msg::vbYes};
     core::menue_Ums_bearbeiten(f.g());
@@ -62,7 +60,7 @@ TEST(MenuTest, ConversionFileEntryOffersTheOptionsWhenNoFileIsSet) {
     EXPECT_EQ(f.dialogs.shown.back().text,
               "\nEs wurde keine Umsetz-Datei ausgewählt!\n\nWollen Sie eine auswählen?\n");
     EXPECT_EQ(f.dialogs.shown.back().title, "Letzter Titel");
-    EXPECT_EQ(shown, std::vector<std::string>{"Frm_Optionen"});
+    EXPECT_EQ(f.shell.shown, std::vector<std::string>{"Frm_Optionen"});
 
     const auto file = f.dir.path() / "umsetzung.txt";
     std::ofstream(file) << "x";

@@ -114,20 +114,17 @@ TEST(StartTest, CommandLineGoesToTheImportWithTheWindowDisabled) {
     CoreFixture f;
     f.g().commandLine = "\"/tmp/eine datei.tml\"";
     f.g().marks.menue_extras_optionen = true;
-    std::vector<std::string> unloaded;
-    f.g().unloadForm = [&](const std::string& form) { unloaded.push_back(form); };
     std::string handed;
     bool enabledDuring = true;
-    f.g().Upd_1_Start = [&](core::Globals& g, const std::string& path) {
-        handed = path;
-        enabledDuring = g.startView.MDIForm1Enabled;
-        EXPECT_TRUE(g.marks.menue_import_datenbank);
-    };
-    f.start();
+    f.start({{}, [&](core::Globals& g, const std::string& path) {
+                 handed = path;
+                 enabledDuring = g.startView.MDIForm1Enabled;
+                 EXPECT_TRUE(g.marks.menue_import_datenbank);
+             }});
     EXPECT_EQ(handed, "\"/tmp/eine datei.tml\"");
     EXPECT_FALSE(enabledDuring);
     EXPECT_TRUE(f.g().startView.MDIForm1Enabled);
-    EXPECT_EQ(unloaded, (std::vector<std::string>{"Frm_Optionen"}));
+    EXPECT_EQ(f.shell.unloaded, (std::vector<std::string>{"Frm_Optionen"}));
     EXPECT_FALSE(f.g().marks.menue_extras_optionen);
 }
 
@@ -135,8 +132,7 @@ TEST(StartTest, FileAssociationIsNotCheckedInAWoDrexDirectory) {
     for (const char* name : {"WoDrex", "wodrex"}) {
         CoreFixture f;
         bool checked = false;
-        f.g().checkFileAssociation = [&](core::Globals&) { checked = true; };
-        core::A_Start(f.g(), f.dir.path() / name);
+        core::A_Start(f.g(), f.dir.path() / name, {[&](core::Globals&) { checked = true; }, {}});
         EXPECT_EQ(checked, std::string(name) != "WoDrex") << name;
     }
 }

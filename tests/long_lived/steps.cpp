@@ -193,9 +193,10 @@ Program::Program(const std::filesystem::path& home, const KeptInMemory* kept) {
     g.dataDir = TOLMA_STORE_DIR;
     g.dialogs = &dialogs;
     g.clock = [this] { return now_; };
-    g.doEvents = [this] {
+    shell.onEvents = [this] {
         if (escAt_ > 0 && ++events_ == escAt_) g.taste = 27;
     };
+    g.shell = &shell;
     core::A_Start(g, home);
     if (kept) {
         g.fehler_vorhanden = kept->errorsLogged;

@@ -238,7 +238,7 @@ TEST(ExportTest, EscLeavesTheHalfWrittenFile) {
     ExportFixture f;
     for (int i = 1; i <= 5; ++i) f.addBusiness(std::to_string(i), "1");
     int calls = 0;
-    f.g().doEvents = [&] {
+    f.shell.onEvents = [&] {
         if (++calls == 3) f.g().taste = 27;
     };
     const auto result = f.exportAll();

@@ -48,7 +48,7 @@ TEST(ImportDriverTest, TheListsNameIndexesStandAfterEveryImportAndInEveryOpenedS
     EXPECT_EQ(f.rows(sql), six);
     EXPECT_EQ(f.count("betrieb"), 2);
     EXPECT_EQ(f.count("betrieb_taetigkeit"), 1);
-    f.g().doEvents = [&] { f.g().taste = 27; };  // ESC after the first business
+    f.shell.onEvents = [&] { f.g().taste = 27; };  // ESC after the first business
     EXPECT_EQ(f.import(large), transfer::ImportOutcome::Cancelled);
     EXPECT_EQ(f.rows(sql), six);
     core::DB_Schliessen(f.g());
@@ -80,7 +80,7 @@ TEST(ImportDriverTest, QuotesAroundThePathAreDroppedAndProgressIsShown) {
     ImportFixture f;
     const std::string path = f.write(twoBusinesses().text(), "mit blank.tml");
     std::vector<std::string> labels;
-    f.g().refreshView = [&] { labels.push_back(f.g().startView.Label2); };
+    f.shell.onRefresh = [&] { labels.push_back(f.g().startView.Label2); };
     f.dialogs.answers = {core::msg::vbYes};
     EXPECT_EQ(transfer::Upd_1_Start(f.g(), "\"" + path + "\""), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.count("betrieb"), 2);
@@ -100,7 +100,7 @@ TEST(ImportDriverTest, AHugeAnnouncedCountIsNotCopiedIntoTheLabelPerRecord) {
     TmlFile file = twoBusinesses();
     file.announced = "2" + std::string(1'000'000, '0');
     size_t longest = 0;
-    f.g().refreshView = [&] { longest = std::max(longest, f.g().startView.Label2.size()); };
+    f.shell.onRefresh = [&] { longest = std::max(longest, f.g().startView.Label2.size()); };
     EXPECT_EQ(f.import(file), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.count("betrieb"), 2);
     EXPECT_LT(longest, 100u);
@@ -235,7 +235,7 @@ TEST(ImportDriverTest, EscStopsBetweenRecordsKeepingTheOneUnderWay) {
     TmlFile file;
     for (int i = 0; i < 5; ++i) file.betriebe.push_back(business(std::to_string(1001 + i)));
     int calls = 0;
-    f.g().doEvents = [&] {
+    f.shell.onEvents = [&] {
         if (++calls == 2) f.g().taste = 27;
     };
     EXPECT_EQ(f.import(file), transfer::ImportOutcome::Cancelled);

@@ -60,11 +60,11 @@ struct JournalFixture : ImportFixture {
     // Imports `file`, pressing ESC after its `escAfter`-th business (never with 0).
     void importWithEscAfter(const TmlFile& file, int escAfter) {
         int seen = 0;
-        g().doEvents = [&] {
+        shell.onEvents = [&] {
             if (++seen == escAfter) g().taste = 27;
         };
         import(file);
-        g().doEvents = [] {};
+        shell.onEvents = {};
     }
     transfer::TakeBackResult takeBack(std::optional<long> from = std::nullopt) {
         dialogs.answers = {core::msg::vbYes};
@@ -138,11 +138,11 @@ TEST(ImportJournalTest, AnImportCutByEscIsTakenBackWithWhatItStored) {
     ASSERT_EQ(f.import(kFirst), transfer::ImportOutcome::Finished);
     const Strings before = f.dump();
     int seen = 0;
-    f.g().doEvents = [&] {
+    f.shell.onEvents = [&] {
         if (++seen == 2) f.g().taste = 27;
     };
     ASSERT_EQ(f.import(kSecond), transfer::ImportOutcome::Cancelled);
-    f.g().doEvents = [] {};
+    f.shell.onEvents = {};
     ASSERT_NE(f.dump(), before);  // the first business of the cut run was stored
     EXPECT_EQ(f.takeBack().runs.size(), 1u);
     EXPECT_EQ(f.dump(), before);

@@ -117,7 +117,7 @@ TEST(ImportListenerTest, ARunTellsItsBlocksInOrderAndTheKeysBeforeTheirRowsGo) {
 TEST(ImportListenerTest, EscBetweenTwoBusinessesCommitsTheBlockAndCancelsTheRun) {
     ImportFixture f;
     int calls = 0;
-    f.g().doEvents = [&] {
+    f.shell.onEvents = [&] {
         if (++calls == 2) f.g().taste = 27;
     };
     Recorder recorder;

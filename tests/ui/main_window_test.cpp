@@ -320,7 +320,7 @@ class MainWindowTest : public QObject {
         window->trigger("menue_suchen_person");
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QCOMPARE(window->findChildren<tolma::ui::ListWindow*>("Frm_Auswahl_Pers").size(), 1);
-        g->unloadForm("Frm_Auswahl_Pers");  // the new one is still known by its name
+        g->shell->unloadForm("Frm_Auswahl_Pers");  // the new one is still known by its name
         QTRY_VERIFY(window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Pers") == nullptr);
 
         // The main window goes cleanly while a closed form still waits to be deleted.
@@ -403,11 +403,11 @@ class MainWindowTest : public QObject {
         QVERIFY(first.startsWith("TOLMA_4x_Access\n"));
 
         // "Ja" to a question that leads to the options shows the form and nothing else.
-        g->unloadForm("Frm_Optionen");
+        g->shell->unloadForm("Frm_Optionen");
         QCoreApplication::processEvents();
         window->trigger("menue_suchen_betrieb");
         const bool listMarked = g->marks.menue_suchen_betrieb;
-        g->showForm("Frm_Optionen");
+        g->shell->showForm("Frm_Optionen");
         QTRY_VERIFY(window->findChild<QWidget*>("Frm_Optionen") != nullptr);
         QCOMPARE(g->marks.menue_suchen_betrieb, listMarked);
         QVERIFY(!g->marks.menue_extras_optionen);
