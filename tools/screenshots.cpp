@@ -99,7 +99,8 @@ int main(int argc, char** argv) {
     tolma::app::Program program(&dialogs);
     auto& g = program.globals();
     auto& window = program.window();
-    g.dataDir = tolma::core::installDataDir(tolma::core::executableDir().parent_path() / "bin");
+    g.paths.dataDir =
+        tolma::core::installDataDir(tolma::core::executableDir().parent_path() / "bin");
     // The window in its designed size, grown where a tab needs more room.
     program.start(argv[2]);
     // Give a window manager the time to frame and place the window.
@@ -135,7 +136,7 @@ int main(int argc, char** argv) {
     saveForms(window, g, out, argv[3]);
 
     // Qt's own file dialog, as the import shows it, in German.
-    QFileDialog files(&window, QString(), QString::fromStdString(g.pfad_dat));
+    QFileDialog files(&window, QString(), QString::fromStdString(g.paths.pfad_dat));
     files.setOption(QFileDialog::DontUseNativeDialog);
     files.setNameFilters({"Alle Dateien (*.*)", "Update-Dateien (*.tml)"});
     files.show();

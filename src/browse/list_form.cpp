@@ -34,7 +34,7 @@ std::string cellText(const store::Recordset& rs, long row, const char* field) {
 }
 
 void refreshData(core::Globals& g, ListForm& form, const std::string& source) {
-    form.data.DatabaseName = g.db_name_daten;
+    form.data.DatabaseName = g.stores.db_name_daten;
     form.data.RecordSource = source;
     form.data.Refresh();
 }
@@ -107,7 +107,7 @@ std::string municipalityChain(core::Globals& g, bool trailingBlank, bool* anyMar
     std::string chain;
     bool marked = false;
     auto& c = dataControls(g).DATA_GEMEINDE;
-    c.DatabaseName = g.db_name_org;
+    c.DatabaseName = g.stores.db_name_org;
     c.RecordSource = "aktuelleGemeinde";
     c.Refresh();
     auto& rs = c.Recordset();
@@ -139,7 +139,7 @@ namespace {
 
 // The person list's filter: behind " where betrieb.[gem-kz] = ''" when the filter is on.
 std::string personFilter(core::Globals& g) {
-    if (g.filter_aktiv_flag != -1) return {};
+    if (g.settings.filter_aktiv_flag != -1) return {};
     return " where betrieb.[gem-kz] = ''" + municipalityChain(g, false);
 }
 
@@ -169,7 +169,7 @@ bool menue_suchen_betrieb(core::Globals& g, ListForm& form) {
             return;
         }
         form.option = 0;
-        if (g.filter_aktiv_flag != -1) {
+        if (g.settings.filter_aktiv_flag != -1) {
             g.sql_text = businessListQuery(BusinessQuery::Menu, false, "");
         } else {
             bool anyMarked = false;
@@ -294,7 +294,7 @@ bool openBusinessListOf(core::Globals& g, ListForm& form,
 void Option1_Click(core::Globals& g, ListForm& form, int index) {
     guarded(g, "Option1_Click", [&] {
         form.option = index;
-        const bool filterOn = g.filter_aktiv_flag == -1;
+        const bool filterOn = g.settings.filter_aktiv_flag == -1;
         const BusinessQuery which = index == 1   ? BusinessQuery::Aktuelle
                                     : index == 2 ? BusinessQuery::Abgemeldete
                                                  : BusinessQuery::Alle;
@@ -413,7 +413,7 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
                     v.Label2 = "Anzeige: Personendaten (Vertreter einer jur. Person)";
                     v.Command3Visible = true;
                     auto& pers = dataControls(g).DATA_PERS;
-                    pers.DatabaseName = g.db_name_daten;
+                    pers.DatabaseName = g.stores.db_name_daten;
                     pers.RecordSource =
                         std::string("SELECT DISTINCTROW * FROM person ") +
                         "INNER JOIN beziehung_betrieb_person ON person.[pers-nr] = "
@@ -471,8 +471,8 @@ bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
     guarded(g, "Frm_Start.Command1_Click", [&] {
         g.gem_filter_text.clear();
         form.Frame1Visible = false;
-        form.data.DatabaseName = g.db_name_daten;
-        if (g.filter_aktiv_flag == -1)
+        form.data.DatabaseName = g.stores.db_name_daten;
+        if (g.settings.filter_aktiv_flag == -1)
             g.gem_filter_text = " where betrieb.[gem-kz] = ''" + municipalityChain(g, false);
         if (!g.gem_filter_text.empty())
             g.gem_filter_text += " or beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr);

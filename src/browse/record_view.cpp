@@ -38,7 +38,7 @@ bool readsAsNumber(const std::string& text, double& number) {
 
 // Gives a data control a query and runs it; the moves make the count whole.
 void requery(core::Globals& g, DataControl& c, const std::string& query, bool moves) {
-    c.DatabaseName = g.db_name_daten;
+    c.DatabaseName = g.stores.db_name_daten;
     c.RecordSource = query;
     c.Refresh();
     if (moves && c.Recordset().RecordCount() != 0) {
@@ -162,7 +162,7 @@ void DATA_PERS_Reposition(core::Globals& g) {
 void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string& betrNr,
                   const std::string& betrHistNr, const std::string& /*text*/) {
     auto& d = dataControls(g);
-    g.akt_schritt = 0;
+    g.log.akt_schritt = 0;
     try {
         d.DATA_BETR.RecordSource =
             "SELECT DISTINCTROW * FROM betrieb WHERE betrieb.[gem-kz] = " + quote(gemKz) +

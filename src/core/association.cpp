@@ -379,7 +379,7 @@ std::string desktopExecLine(const std::string& program) {
 void A_Dateiendung_registrieren(Globals& g, FileTypeRegistry& registry,
                                 const std::string& description, const std::string& command,
                                 const std::string& key, const std::string& extension) {
-    g.akt_schritt = 0;
+    g.log.akt_schritt = 0;
     try {
         RegistryKey hKey;
         std::int16_t summe = 0;
@@ -391,7 +391,7 @@ void A_Dateiendung_registrieren(Globals& g, FileTypeRegistry& registry,
         summe = addResult(summe, registry.RegSetValue(hKey, kOpenCommandKey, reg::REG_SZ,
                                                       command + " %1", 0x104));
         if (summe == 0) {
-            g.dateiendung_flag = -1;
+            g.settings.dateiendung_flag = -1;
             A_org_update(g);
         }
     } catch (const std::exception&) {

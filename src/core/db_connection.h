@@ -20,7 +20,7 @@ void ensureListIndexes(Globals& g);
 void dropListIndexes(Globals& g);
 void DB_Handles_oeffnen(Globals& g);
 // The long-lived handle of a table; null for a table without one.
-store::Recordset Globals::*handleOf(std::string_view table);
+store::Recordset OpenStores::*handleOf(std::string_view table);
 void DB_Binden(Globals& g);
 void DB_Schliessen(Globals& g);
 void DB_Binden_loesen(Globals& g);

@@ -42,19 +42,19 @@ std::string writeFailure(int code) {
 }
 
 std::string errorLogPath(const Globals& g) {
-    return g.pfad_log + "ERROR.LOG";
+    return g.paths.pfad_log + "ERROR.LOG";
 }
 
 void A_Error_Log(Globals& g, const std::string& procedure, const std::string& source,
                  const std::string& number, const std::string& text, const std::string& location,
                  const std::string& locationValue) {
-    g.lastLoggedError = text;
+    g.log.lastLoggedError = text;
     const long n = std::atol(number.c_str());
-    if (g.storeFault.empty() && (store::err::isStoreFault(static_cast<int>(n)) ||
-                                 n == kDiskFullError || n == kAccessDeniedError))
-        g.storeFault = text;
-    if (g.logCapture) {
-        g.logCapture->push_back({procedure, number, text, location, locationValue});
+    if (g.log.storeFault.empty() && (store::err::isStoreFault(static_cast<int>(n)) ||
+                                     n == kDiskFullError || n == kAccessDeniedError))
+        g.log.storeFault = text;
+    if (g.log.logCapture) {
+        g.log.logCapture->push_back({procedure, number, text, location, locationValue});
         return;
     }
     // The log holds personal data: a new one is created readable by its owner only, never for a
@@ -64,12 +64,12 @@ void A_Error_Log(Globals& g, const std::string& procedure, const std::string& so
         ::close(fd);
     std::ofstream out(path, std::ios::binary | std::ios::app);
     auto line = [&](const std::string& s) { out << model::utf8ToCp1252(s) << "\r\n"; };
-    if (!g.fehler_vorhanden) {
+    if (!g.log.fehler_vorhanden) {
         line(std::string(88, '_'));
         line(std::string(88, '#'));
         line("[Error-Log vom      " + shortDateTime(g.clock()) + "]");
     }
-    g.fehler_vorhanden = true;
+    g.log.fehler_vorhanden = true;
     line(std::string(38, '-'));
     line("Fehler in Sub/Function: " + procedure);
     line("Fehler-Source:          " + source);
@@ -80,15 +80,16 @@ void A_Error_Log(Globals& g, const std::string& procedure, const std::string& so
     out.flush();
     if (!out) {
         const int code = errno;
-        g.logWriteError = writeFailure(code);
+        g.log.logWriteError = writeFailure(code);
     }
 }
 
 void A_Log_anbieten(Globals& g) {
-    if (!g.fehler_vorhanden) return;
-    const int answer = showMessage(
-        g, "Update-Fehler!\nWollen Sie die Log-Datei ('" + g.pfad_log + "ERROR.LOG')" + " ansehen?",
-        msg::vbQuestionYesNo, "Achtung!");
+    if (!g.log.fehler_vorhanden) return;
+    const int answer = showMessage(g,
+                                   "Update-Fehler!\nWollen Sie die Log-Datei ('" +
+                                       g.paths.pfad_log + "ERROR.LOG')" + " ansehen?",
+                                   msg::vbQuestionYesNo, "Achtung!");
     if (answer == msg::vbYes && g.dialogs) g.dialogs->openInViewer(errorLogPath(g));
 }
 
@@ -126,7 +127,7 @@ ErrorInfo describeError(const std::exception& e) {
 void logTrapped(Globals& g, const std::string& procedure, const std::exception& e) {
     const ErrorInfo info = describeError(e);
     A_Error_Log(g, procedure, info.source, std::to_string(info.number), info.text,
-                "Fehlerortung: ", std::to_string(g.akt_schritt));
+                "Fehlerortung: ", std::to_string(g.log.akt_schritt));
 }
 
 }  // namespace tolma::core

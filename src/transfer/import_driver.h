@@ -26,7 +26,7 @@ struct ImportCheck {
         long long written = 0, deleted = 0;
     };
     std::vector<TableCount> tables;
-    std::vector<core::Globals::LoggedEntry> logEntries;
+    std::vector<core::LogState::LoggedEntry> logEntries;
     std::vector<std::string> warnings;
     std::vector<std::string> municipalities;  // gem-kz of the file's businesses
     // What reading the file in would change, by business number, compared with the store.

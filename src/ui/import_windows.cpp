@@ -125,9 +125,10 @@ void CheckReportWindow::print() {
 
 void checkTransferFileFromMenu(core::Globals& g, QWidget* parent) {
     const std::string file =
-        g.dialogs ? g.dialogs->chooseFile(
-                        g.pfad_dat, "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2)
-                  : "";
+        g.dialogs
+            ? g.dialogs->chooseFile(g.paths.pfad_dat,
+                                    "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2)
+            : "";
     if (file.empty()) {
         core::showMessage(g, "Es wurde keine Update-Datei ausgewählt!", core::msg::vbInformation,
                           "Auswahl einer Update-Datei!");
@@ -190,7 +191,8 @@ TakeBackWindow::TakeBackWindow(core::Globals& g, QWidget* parent)
 void TakeBackWindow::fill() {
     std::vector<transfer::ImportRun> runs;
     try {
-        if (g_.db_daten.isSet()) runs = transfer::importRuns(*g_.db_daten.connection());
+        if (g_.stores.db_daten.isSet())
+            runs = transfer::importRuns(*g_.stores.db_daten.connection());
     } catch (const std::exception& e) {
         core::logTrapped(g_, "Frm_Zuruecknehmen.Form_Load", e);
     }

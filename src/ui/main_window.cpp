@@ -78,7 +78,7 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
       mdiArea_(new QMdiArea(this)),
       recordView_(new RecordView(g, this)) {
     setObjectName("MDIForm1");
-    setWindowTitle(QString::fromStdString(g_.caption));
+    setWindowTitle(QString::fromStdString(g_.settings.caption));
     setCentralWidget(mdiArea_);
     mdiArea_->setMinimumSize(200, 150);
     // The record view stays maximized behind the forms; a form that gets the focus keeps its size.
@@ -346,7 +346,7 @@ void MainWindow::trigger(const std::string& name) {
         } else if (name == "menue_hilfe_suchen") {
             // A missing help page is not reported. It is not handed to the desktop either, whose
             // browser or opener would show an error page of its own.
-            const auto help = g_.dataDir / "hilfe.htm";
+            const auto help = g_.paths.dataDir / "hilfe.htm";
             if (std::error_code ec; std::filesystem::is_regular_file(help, ec))
                 QDesktopServices::openUrl(
                     QUrl::fromLocalFile(QString::fromStdString(help.string())));
@@ -382,7 +382,7 @@ void MainWindow::trigger(const std::string& name) {
 }
 
 void MainWindow::refreshFromCore() {
-    setWindowTitle(QString::fromStdString(g_.caption));
+    setWindowTitle(QString::fromStdString(g_.settings.caption));
     const bool enabled = g_.startView.MDIForm1Enabled;
     menuBar()->setEnabled(enabled);
     mdiArea_->setEnabled(enabled);

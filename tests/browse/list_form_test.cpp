@@ -71,14 +71,14 @@ struct ListFixture : ImportFixture {
     }
     std::string current(browse::ListForm& f, const char* field) { return f.data.fieldText(field); }
     void mark(const std::string& gemKz) {
-        insert(g().db_org, "aktuelleGemeinde",
+        insert(g().stores.db_org, "aktuelleGemeinde",
                {{"gem-kz", gemKz}, {"gem-name", "x"}, {"markiert", store::Variant::boolean(true)}});
     }
 };
 
 // SQLite's plan for a query text as the engine prepares it for the data store.
 std::string planOf(core::Globals& g, const std::string& jet) {
-    const auto& c = g.db_daten.connection();
+    const auto& c = g.stores.db_daten.connection();
     const auto p = store::jet::prepare(jet, &c->catalog());
     auto st = c->prepare("EXPLAIN QUERY PLAN " + p.shape->sql);
     st->bindValues(p.values, p.shape->numeric);
@@ -155,7 +155,7 @@ TEST(ListFormTest, BusinessListOpensTypesSortsAndLoadsTheRecordView) {
 
 TEST(ListFormTest, FilterWithoutMarksAsksAndMarkWithoutRowsNamesTheOptions) {
     ListFixture f;
-    f.g().filter_aktiv_flag = -1;
+    f.g().settings.filter_aktiv_flag = -1;
     f.dialogs.answers = {core::msg::vbNo};
     EXPECT_FALSE(browse::menue_suchen_betrieb(f.g(), f.betr));
     EXPECT_EQ(f.lastMessage(),
@@ -190,7 +190,7 @@ TEST(ListFormTest, PersonListOpensAndOkShowsTheBusinessOnTheFirstPersonTab) {
 
     // Filter on and nothing marked: unlike the business list it asks nothing and points to no
     // options; the list asks for an empty municipality and comes out empty.
-    f.g().filter_aktiv_flag = -1;
+    f.g().settings.filter_aktiv_flag = -1;
     browse::ListForm empty(true);
     f.g().marks.menue_suchen_person = false;
     const size_t shown = f.dialogs.shown.size();
@@ -239,7 +239,7 @@ TEST(ListFormTest, ListsSortedByANameColumnShowGermanOrder) {
 // has no search box.
 TEST(PersonListTest, FilterTermsJoinBehindTheBusinessTermWithoutATrailingBlank) {
     ListFixture f;
-    f.g().filter_aktiv_flag = -1;
+    f.g().settings.filter_aktiv_flag = -1;
     f.mark("01054056");
     ASSERT_TRUE(browse::menue_suchen_person(f.g(), f.pers));
     EXPECT_EQ(f.g().gem_filter_text, " where betrieb.[gem-kz] = '' or [gem-kz] = '01054056'");
@@ -269,7 +269,7 @@ TEST(PersonListTest, APersonAtTwoBusinessStatesStandsTwiceAndOkTakesTheChosenRow
 
 TEST(PersonListTest, ASortComposesTheQueryAfreshWithTheMarkingsOfNow) {
     ListFixture f;
-    f.g().filter_aktiv_flag = -1;
+    f.g().settings.filter_aktiv_flag = -1;
     f.mark("01054056");
     ASSERT_TRUE(browse::menue_suchen_person(f.g(), f.pers));
     const long before = f.pers.data.Recordset().RecordCount();

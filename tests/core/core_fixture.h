@@ -33,7 +33,7 @@ struct CoreFixture {
         run.reset();
         run = std::make_unique<core::Globals>();
         browse::attachDataControls(*run);
-        run->dataDir = TOLMA_STORE_DIR;
+        run->paths.dataDir = TOLMA_STORE_DIR;
         run->dialogs = &dialogs;
         run->shell = &shell;
         run->clock = [] { return std::time_t(1700000000); };  // 14.11.2023 22:13:20 UTC

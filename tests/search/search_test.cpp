@@ -125,7 +125,7 @@ std::string business(const std::string& nr, const std::string& name, const std::
 }
 
 struct SearchFixture : ImportFixture {
-    store::Connection& c() { return *g().db_daten.connection(); }
+    store::Connection& c() { return *g().stores.db_daten.connection(); }
     // A search as the window and the command line make it: the index is built first where it
     // does not follow the store, since a search itself only reads.
     std::vector<search::Hit> search(const std::string& query, search::Kind kind, int limit) {

@@ -53,7 +53,7 @@ TEST(ImportDriverTest, TheListsNameIndexesStandAfterEveryImportAndInEveryOpenedS
     EXPECT_EQ(f.rows(sql), six);
     core::DB_Schliessen(f.g());
     core::DB_Binden_loesen(f.g());
-    store::Database::OpenDatabase(f.g().db_pfad_aktuell)
+    store::Database::OpenDatabase(f.g().settings.db_pfad_aktuell)
         .Execute("DROP INDEX idx_betrieb_lower_b_eintr_name");
     core::DB_Load(f.g());
     EXPECT_EQ(f.rows(sql), six);
@@ -92,7 +92,7 @@ TEST(ImportDriverTest, QuotesAroundThePathAreDroppedAndProgressIsShown) {
         labels.end());
     EXPECT_EQ(f.g().startView.Label2, "Auswahl von Gewerbedaten!");
     EXPECT_EQ(f.g().startView.ProgressBar1Value, 0);
-    EXPECT_TRUE(f.g().rs_betrieb.isSet());  // the store is bound again
+    EXPECT_TRUE(f.g().stores.rs_betrieb.isSet());  // the store is bound again
 }
 
 TEST(ImportDriverTest, AHugeAnnouncedCountIsNotCopiedIntoTheLabelPerRecord) {
@@ -181,7 +181,7 @@ TEST(ImportDriverTest, KindQuestionAnsweredNoStoresNothing) {
         "ist aber für "
         "die Daten-Art''BETRIEBSBEZOGEN'' definiert\nWollen Sie die Datenbank/Daten-Art wechseln?");
     EXPECT_EQ(f.count("betrieb"), 0);
-    EXPECT_EQ(f.g().caption, "TOLMA_4x_Access (betriebsbezogene Daten)");
+    EXPECT_EQ(f.g().settings.caption, "TOLMA_4x_Access (betriebsbezogene Daten)");
 }
 
 TEST(ImportDriverTest, LfAndCrLfFilesGiveTheSameRows) {
@@ -227,7 +227,7 @@ TEST(ImportDriverTest, ElementsCrossingTheBlockBoundaryAreReadWhole) {
     f.importBytes(model::utf8ToCp1252(text));
     EXPECT_EQ(f.rows("SELECT [betr-nr], [b-bemerkung] FROM betrieb ORDER BY [betr-nr]"),
               (Strings{"1001|", "1002|über die Grenze"}));
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 }
 
 TEST(ImportDriverTest, EscStopsBetweenRecordsKeepingTheOneUnderWay) {

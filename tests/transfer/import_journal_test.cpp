@@ -51,7 +51,7 @@ struct JournalFixture : ImportFixture {
         }
         return all;
     }
-    store::Connection& store() { return *g().db_daten.connection(); }
+    store::Connection& store() { return *g().stores.db_daten.connection(); }
     long long scalar(const std::string& sql) {
         auto st = store().prepare(sql);
         st->step();
@@ -344,7 +344,7 @@ TEST(ImportJournalTest, CompactionKeepsTheRecords) {
     ASSERT_GT(f.scalar("PRAGMA freelist_count") * 5, f.scalar("PRAGMA page_count"));
     core::DB_Komprimieren(f.g());
     ASSERT_EQ(f.scalar("PRAGMA freelist_count"), 0);  // rewritten
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 
     EXPECT_EQ(transfer::importRuns(f.store()).size(), 2u);
     EXPECT_EQ(f.takeBack().runs.size(), 1u);
@@ -359,7 +359,7 @@ TEST(ImportJournalTest, AFailedTakingBackChangesNothing) {
     ASSERT_EQ(f.import(kSecond), transfer::ImportOutcome::Finished);
     const Strings before = f.dump();
     // A record damaged by other tools: the person table's record is gone.
-    const auto file = f.g().db_pfad_aktuell;
+    const auto file = f.g().settings.db_pfad_aktuell;
     f.newRun();
     store::Database::OpenDatabase(file).Execute("DROP TABLE tolma_rueck_person");
     f.start();

@@ -43,7 +43,7 @@ inline std::filesystem::path makeProgram(std::unique_ptr<tolma::core::Globals>& 
     g = std::make_unique<tolma::core::Globals>();
     tolma::browse::attachDataControls(*g);
     g->dialogs = &dialogs;
-    g->dataDir = TOLMA_STORE_DIR;
+    g->paths.dataDir = TOLMA_STORE_DIR;
     window = std::make_unique<tolma::ui::MainWindow>(*g);  // the core's shell
     window->show();
     return home;
