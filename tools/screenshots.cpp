@@ -114,7 +114,7 @@ int main(int argc, char** argv) {
     g.startView.SSTab1Visible = true;
     g.startView.Frame_UeberschriftVisible = true;
     g.startView.Label2 = "Anzeige: Meldedaten";
-    g.satz_gewaehlt = "ja";
+    g.view.satz_gewaehlt = "ja";
     // A limited company with addresses, activities and a legal person at its head.
     tolma::browse::DB_Load_DATA(g, "01054056", "010540001074", "1", "");
     window.refreshFromCore();

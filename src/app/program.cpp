@@ -26,7 +26,7 @@ class EscapeFilter : public QObject {
         if (event->type() == QEvent::KeyPress &&
             static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape &&
             !g_.startView.MDIForm1Enabled)
-            g_.taste = 27;
+            g_.view.taste = 27;
         return QObject::eventFilter(watched, event);
     }
 

@@ -31,7 +31,7 @@ InterruptAsEscape::InterruptAsEscape(core::Globals& g, std::ostream& err, bool s
 }
 
 void InterruptAsEscape::doEvents() {
-    if (interrupted.exchange(false)) g_.taste = 27;
+    if (interrupted.exchange(false)) g_.view.taste = 27;
 }
 
 void InterruptAsEscape::refreshView() {

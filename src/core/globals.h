@@ -120,6 +120,16 @@ struct LastMessage {
     std::int16_t msg_antwort = 0;
 };
 
+// The values of the record view that the routines share.
+struct RecordViewValues {
+    // The last key pressed on the record view; 27 (ESC) cancels an import or export.
+    std::int16_t taste = 0;
+    // The query just composed, the written marks, the function filter.
+    std::string sql_text, satz_gewaehlt, akt_funktion;
+    // The chain of municipality terms of the filter, and the business list's copy of it.
+    std::string gem_filter_text, gem_filter_sicher;
+};
+
 // The system's global values, grouped by concern.
 struct Globals {
     Directories paths;
@@ -135,12 +145,7 @@ struct Globals {
     // it off, to measure what recording costs.
     bool recordImportRuns = true;
 
-    // The last key pressed on the record view; 27 (ESC) cancels an import or export.
-    std::int16_t taste = 0;
-    // The record view: the query just composed, the written marks, the function filter.
-    std::string sql_text, satz_gewaehlt, akt_funktion;
-    // The chain of municipality terms of the filter, and the business list's copy of it.
-    std::string gem_filter_text, gem_filter_sicher;
+    RecordViewValues view;
 
     MenuMarks marks;
     StartViewState startView;

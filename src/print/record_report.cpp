@@ -297,14 +297,14 @@ void DS_Druck_1(core::Globals& g, PrintState& d, const std::string& kind, const 
             DS_Druck_Zeile(g, d, "");
             DS_Druck_Zeile(g, d, "  Personen-Datei");  // not bold here
             p.font.size = 8;
-            g.sql_text = personQuery(nr, hist, nullptr);
+            g.view.sql_text = personQuery(nr, hist, nullptr);
         }
         if (kind == "Person") {
             head("Personennummer: ", persNr, "  Personen-Datei");
             const std::string pers = persNr;
-            g.sql_text = personQuery(nr, hist, &pers);
+            g.view.sql_text = personQuery(nr, hist, &pers);
         }
-        g.stores.rs_person = g.stores.db_daten.OpenRecordset(g.sql_text);
+        g.stores.rs_person = g.stores.db_daten.OpenRecordset(g.view.sql_text);
         store::Recordset& persons = g.stores.rs_person;
         if (!persons.Eof()) {
             persons.MoveLast();

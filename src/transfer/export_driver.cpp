@@ -135,8 +135,8 @@ bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& qu
     g.log.akt_schritt = 1;
     while (businesses.next()) {
         g.shell->doEvents();
-        if (g.taste == 27) {
-            g.taste = 0;
+        if (g.view.taste == 27) {
+            g.view.taste = 0;
             core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation,
                               kTitel);
             view.ProgressBar1Value = 0;

@@ -242,8 +242,8 @@ class Run {
                 removals_ += element.removals;
                 if (Upd_2_Read(ctx_, element)) ++block.replaced;
                 g_.shell->doEvents();
-                if (g_.taste == 27) {
-                    g_.taste = 0;
+                if (g_.view.taste == 27) {
+                    g_.view.taste = 0;
                     g_.lastMessage.msg_text = kAbgebrochen;
                     cancelled = true;
                     break;

@@ -148,7 +148,7 @@ TEST(ListFormTest, BusinessListOpensTypesSortsAndLoadsTheRecordView) {
     EXPECT_TRUE(browse::Command1_Click(f.g(), f.betr, 0));
     EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.fieldText("b-eintr-name"), name);
     EXPECT_EQ(f.g().startView.Label2, "Anzeige: Meldedaten");
-    EXPECT_EQ(f.g().satz_gewaehlt, "ja");
+    EXPECT_EQ(f.g().view.satz_gewaehlt, "ja");
     browse::Form_Unload(f.g(), f.betr);
     EXPECT_FALSE(f.g().marks.menue_suchen_betrieb);
 }
@@ -170,7 +170,7 @@ TEST(ListFormTest, FilterWithoutMarksAsksAndMarkWithoutRowsNamesTheOptions) {
 
     f.mark("01054056");
     ASSERT_TRUE(browse::menue_suchen_betrieb(f.g(), f.betr));
-    EXPECT_EQ(f.g().gem_filter_sicher, " or [gem-kz] = '09162000'  or [gem-kz] = '01054056' ");
+    EXPECT_EQ(f.g().view.gem_filter_sicher, " or [gem-kz] = '09162000'  or [gem-kz] = '01054056' ");
     EXPECT_EQ(f.current(f.betr, "gem-kz"), "01054056");
 }
 
@@ -195,7 +195,7 @@ TEST(ListFormTest, PersonListOpensAndOkShowsTheBusinessOnTheFirstPersonTab) {
     f.g().marks.menue_suchen_person = false;
     const size_t shown = f.dialogs.shown.size();
     EXPECT_FALSE(browse::menue_suchen_person(f.g(), empty));
-    EXPECT_EQ(f.g().gem_filter_text, " where betrieb.[gem-kz] = ''");
+    EXPECT_EQ(f.g().view.gem_filter_text, " where betrieb.[gem-kz] = ''");
     ASSERT_EQ(f.dialogs.shown.size(), shown + 1);
     EXPECT_EQ(f.lastMessage(), "Es wurden in der Datenbank keine Sätze gefunden!");
     EXPECT_EQ(f.dialogs.shown.back().title, "Auswahlliste Personen!");
@@ -242,7 +242,7 @@ TEST(PersonListTest, FilterTermsJoinBehindTheBusinessTermWithoutATrailingBlank) 
     f.g().settings.filter_aktiv_flag = -1;
     f.mark("01054056");
     ASSERT_TRUE(browse::menue_suchen_person(f.g(), f.pers));
-    EXPECT_EQ(f.g().gem_filter_text, " where betrieb.[gem-kz] = '' or [gem-kz] = '01054056'");
+    EXPECT_EQ(f.g().view.gem_filter_text, " where betrieb.[gem-kz] = '' or [gem-kz] = '01054056'");
     auto& rs = f.pers.data.Recordset();
     ASSERT_GT(rs.RecordCount(), 0);
     for (long r = 0; r < rs.RecordCount(); ++r)
@@ -276,7 +276,7 @@ TEST(PersonListTest, ASortComposesTheQueryAfreshWithTheMarkingsOfNow) {
     // The options mark another municipality while the list stands open.
     f.mark("01054088");
     browse::Text1_Click(f.g(), f.pers, 2);
-    EXPECT_EQ(f.g().gem_filter_text,
+    EXPECT_EQ(f.g().view.gem_filter_text,
               " where betrieb.[gem-kz] = '' or [gem-kz] = '01054056' or [gem-kz] = '01054088'");
     EXPECT_NE(f.pers.data.RecordSource.find(" ORDER BY person.[fam-name]"), std::string::npos)
         << f.pers.data.RecordSource;

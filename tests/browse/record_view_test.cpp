@@ -126,7 +126,7 @@ TEST(RecordViewTest, TabClickSetsTheLabelAndThePersonFrame) {
     browse::SSTab1_Click(f.g(), 7);
     EXPECT_EQ(f.g().startView.SSTab1Tab, 2);
     browse::Form_KeyPress(f.g(), 27);
-    EXPECT_EQ(f.g().taste, 27);
+    EXPECT_EQ(f.g().view.taste, 27);
 }
 
 }  // namespace

@@ -194,7 +194,7 @@ Program::Program(const std::filesystem::path& home, const KeptInMemory* kept) {
     g.dialogs = &dialogs;
     g.clock = [this] { return now_; };
     shell.onEvents = [this] {
-        if (escAt_ > 0 && ++events_ == escAt_) g.taste = 27;
+        if (escAt_ > 0 && ++events_ == escAt_) g.view.taste = 27;
     };
     g.shell = &shell;
     core::A_Start(g, home);
@@ -319,7 +319,7 @@ std::vector<std::string> Program::run(const Step& step) {
 
 std::vector<std::string> Program::state() {
     std::vector<std::string> out;
-    out.push_back("taste=" + std::to_string(g.taste));
+    out.push_back("taste=" + std::to_string(g.view.taste));
     out.push_back("datenart=" + g.settings.datenart_wert + " kurzname=" + g.settings.db_kurzname);
     out.push_back("datenbank=" + normalized(g.settings.db_pfad_aktuell));
     out.push_back("filter=" + std::to_string(g.settings.filter_aktiv_flag));

@@ -137,7 +137,7 @@ TEST(RecordReportTest, BusinessHeadsTablesInTwoColumnsAndKeepsTheQueries) {
               "betrieb.[betr-hist-nr] = '1'");
     EXPECT_EQ(f.g().stores.rs_betrieb.RecordCount(), 1);
     EXPECT_EQ(f.g().stores.rs_adresse.RecordCount(), 2);
-    EXPECT_EQ(f.g().sql_text,
+    EXPECT_EQ(f.g().view.sql_text,
               "SELECT DISTINCTROW * FROM person INNER JOIN beziehung_betrieb_person ON "
               "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] WHERE "
               "beziehung_betrieb_person.[bez-betr-nr] = "

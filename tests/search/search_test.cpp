@@ -389,7 +389,7 @@ TEST(SearchTest, TheIndexKeptByImportsOfManyBlocksHoldsWhatABuildGives) {
         if (++records != 4000) return;
         const auto other = store::Connection::openReader(f.c().file());
         markedMeanwhile = !search::hasIndex(*other);
-        f.g().taste = 27;
+        f.g().view.taste = 27;
     };
     ASSERT_EQ(f.importGenerated(7000, 3), transfer::ImportOutcome::Cancelled);
     f.shell.onEvents = {};

@@ -239,7 +239,7 @@ TEST(ExportTest, EscLeavesTheHalfWrittenFile) {
     for (int i = 1; i <= 5; ++i) f.addBusiness(std::to_string(i), "1");
     int calls = 0;
     f.shell.onEvents = [&] {
-        if (++calls == 3) f.g().taste = 27;
+        if (++calls == 3) f.g().view.taste = 27;
     };
     const auto result = f.exportAll();
     EXPECT_EQ(result.outcome, transfer::ExportResult::Outcome::Cancelled);

@@ -48,7 +48,7 @@ TEST(ImportDriverTest, TheListsNameIndexesStandAfterEveryImportAndInEveryOpenedS
     EXPECT_EQ(f.rows(sql), six);
     EXPECT_EQ(f.count("betrieb"), 2);
     EXPECT_EQ(f.count("betrieb_taetigkeit"), 1);
-    f.shell.onEvents = [&] { f.g().taste = 27; };  // ESC after the first business
+    f.shell.onEvents = [&] { f.g().view.taste = 27; };  // ESC after the first business
     EXPECT_EQ(f.import(large), transfer::ImportOutcome::Cancelled);
     EXPECT_EQ(f.rows(sql), six);
     core::DB_Schliessen(f.g());
@@ -236,12 +236,12 @@ TEST(ImportDriverTest, EscStopsBetweenRecordsKeepingTheOneUnderWay) {
     for (int i = 0; i < 5; ++i) file.betriebe.push_back(business(std::to_string(1001 + i)));
     int calls = 0;
     f.shell.onEvents = [&] {
-        if (++calls == 2) f.g().taste = 27;
+        if (++calls == 2) f.g().view.taste = 27;
     };
     EXPECT_EQ(f.import(file), transfer::ImportOutcome::Cancelled);
     EXPECT_EQ(f.count("betrieb"), 2);
     EXPECT_EQ(f.lastMessage(), "Der Vorgang wurde abgebrochen!");
-    EXPECT_EQ(f.g().taste, 0);
+    EXPECT_EQ(f.g().view.taste, 0);
     EXPECT_FALSE(f.g().marks.menue_import_datenbank);
 }
 

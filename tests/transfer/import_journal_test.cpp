@@ -61,7 +61,7 @@ struct JournalFixture : ImportFixture {
     void importWithEscAfter(const TmlFile& file, int escAfter) {
         int seen = 0;
         shell.onEvents = [&] {
-            if (++seen == escAfter) g().taste = 27;
+            if (++seen == escAfter) g().view.taste = 27;
         };
         import(file);
         shell.onEvents = {};
@@ -139,7 +139,7 @@ TEST(ImportJournalTest, AnImportCutByEscIsTakenBackWithWhatItStored) {
     const Strings before = f.dump();
     int seen = 0;
     f.shell.onEvents = [&] {
-        if (++seen == 2) f.g().taste = 27;
+        if (++seen == 2) f.g().view.taste = 27;
     };
     ASSERT_EQ(f.import(kSecond), transfer::ImportOutcome::Cancelled);
     f.shell.onEvents = {};

@@ -118,7 +118,7 @@ TEST(ImportListenerTest, EscBetweenTwoBusinessesCommitsTheBlockAndCancelsTheRun)
     ImportFixture f;
     int calls = 0;
     f.shell.onEvents = [&] {
-        if (++calls == 2) f.g().taste = 27;
+        if (++calls == 2) f.g().view.taste = 27;
     };
     Recorder recorder;
     EXPECT_EQ(importWith(f, recorder, businesses({"1001", "1002", "1003"})),
