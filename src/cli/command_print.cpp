@@ -92,7 +92,7 @@ bool exists(core::Globals& g, const std::string& query, const std::string& field
 
 std::uintmax_t logSize(const core::Globals& g) {
     std::error_code ec;
-    const auto size = std::filesystem::file_size(core::errorLogPath(g), ec);
+    const auto size = std::filesystem::file_size(core::errorLogPath(g.paths), ec);
     return ec ? 0 : size;
 }
 
@@ -174,7 +174,7 @@ int print(core::Globals& g, const Request& r, std::ostream& out, std::ostream& e
     }
     if (state.druck_ok != -1 || logSize(g) != logBefore) {
         err << "Beim Drucken ist ein Fehler aufgetreten; Einzelheiten im Fehlerprotokoll "
-            << core::errorLogPath(g) << ".\n";
+            << core::errorLogPath(g.paths) << ".\n";
         return kExitFailed;
     }
     if (document.isEmpty())

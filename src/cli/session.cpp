@@ -63,9 +63,9 @@ std::string Session::cause() const {
 void Session::tellAboutLog(std::ostream& out) const {
     if (!g.log.fehler_vorhanden) return;
     if (g.log.logWriteError.empty())
-        out << "Fehlerprotokoll: " << core::errorLogPath(g) << "\n";
+        out << "Fehlerprotokoll: " << core::errorLogPath(g.paths) << "\n";
     else
-        out << "Das Fehlerprotokoll " << core::errorLogPath(g)
+        out << "Das Fehlerprotokoll " << core::errorLogPath(g.paths)
             << " konnte nicht geschrieben werden (" << g.log.logWriteError
             << "); der letzte Fehler: " << g.log.lastLoggedError << "\n";
 }

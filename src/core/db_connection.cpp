@@ -65,16 +65,16 @@ bool worthCompacting(const std::string& path) {
 
 }  // namespace
 
-std::string settingsStorePath(const Globals& g) {
-    if (auto found = findIgnoringCase(g.paths.pfad_db, model::kSettingsStoreFile))
+std::string settingsStorePath(const Directories& paths) {
+    if (auto found = findIgnoringCase(paths.pfad_db, model::kSettingsStoreFile))
         return found->string();
-    return g.paths.pfad_db + model::kSettingsStoreFile;
+    return paths.pfad_db + model::kSettingsStoreFile;
 }
 
 void DB_Load(Globals& g) {
     g.log.akt_schritt = 0;
     try {
-        g.stores.db_name_org = settingsStorePath(g);
+        g.stores.db_name_org = settingsStorePath(g.paths);
         g.stores.db_org = store::Database::OpenDatabase(g.stores.db_name_org, true, false,
                                                         "; pwd=" + g.stores.db_passwort);
         g.stores.db_name_daten = g.settings.db_pfad_aktuell;

@@ -30,6 +30,6 @@ void DB_Komprimieren(Globals& g);
 int A_Kompress(Globals& g, const std::string& path, const std::string& sourceConnect);
 
 // The settings store's file in the store directory, whatever the case of its name.
-std::string settingsStorePath(const Globals& g);
+std::string settingsStorePath(const Directories& paths);
 
 }  // namespace tolma::core

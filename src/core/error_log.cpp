@@ -41,8 +41,8 @@ std::string writeFailure(int code) {
     }
 }
 
-std::string errorLogPath(const Globals& g) {
-    return g.paths.pfad_log + "ERROR.LOG";
+std::string errorLogPath(const Directories& paths) {
+    return paths.pfad_log + "ERROR.LOG";
 }
 
 void A_Error_Log(Globals& g, const std::string& procedure, const std::string& source,
@@ -59,7 +59,7 @@ void A_Error_Log(Globals& g, const std::string& procedure, const std::string& so
     }
     // The log holds personal data: a new one is created readable by its owner only, never for a
     // moment by others; a log that stands keeps the rights its owner gave it.
-    const std::string path = errorLogPath(g);
+    const std::string path = errorLogPath(g.paths);
     if (const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600); fd >= 0)
         ::close(fd);
     std::ofstream out(path, std::ios::binary | std::ios::app);
@@ -90,7 +90,7 @@ void A_Log_anbieten(Globals& g) {
                                    "Update-Fehler!\nWollen Sie die Log-Datei ('" +
                                        g.paths.pfad_log + "ERROR.LOG')" + " ansehen?",
                                    msg::vbQuestionYesNo, "Achtung!");
-    if (answer == msg::vbYes && g.dialogs) g.dialogs->openInViewer(errorLogPath(g));
+    if (answer == msg::vbYes && g.dialogs) g.dialogs->openInViewer(errorLogPath(g.paths));
 }
 
 RuntimeError indexOutOfRange() {

@@ -26,8 +26,7 @@ void copyIfMissing(const Globals& g, const char* name) {
 
 }  // namespace
 
-void showStartView(Globals& g) {
-    auto& v = g.startView;
+void showStartView(StartViewState& v) {
     v.alignImage2WithTabs = true;
     v.Image2Visible = true;
     v.SSTab1Visible = false;
@@ -62,14 +61,14 @@ void A_Start(Globals& g, const std::filesystem::path& home, const StartHooks& ho
         copyIfMissing(g, model::kBusinessStoreFile);
         copyIfMissing(g, model::kNotificationStoreFile);
         g.stores.db_passwort = "kelpa";
-        g.stores.db_org = store::Database::OpenDatabase(settingsStorePath(g), true, false,
+        g.stores.db_org = store::Database::OpenDatabase(settingsStorePath(g.paths), true, false,
                                                         "; pwd=" + g.stores.db_passwort);
         g.stores.rs_optionen = g.stores.db_org.OpenRecordset("Optionen", store::dao::dbOpenDynaset);
         A_org_lesen(g);
         DB_Load(g);
         if (g.paths.pfad_app.find("WoDrex") == std::string::npos && hooks.checkFileAssociation)
             hooks.checkFileAssociation(g);
-        showStartView(g);
+        showStartView(g.startView);
         if (!g.commandLine.empty()) {
             g.shell->doEvents();
             A_Fenster_schliessen(g);

@@ -21,6 +21,6 @@ struct StartHooks {
 void A_Start(Globals& g, const std::filesystem::path& home, const StartHooks& hooks = {});
 
 // The empty record view of the start (also what the way back to it shows).
-void showStartView(Globals& g);
+void showStartView(StartViewState& v);
 
 }  // namespace tolma::core

@@ -177,7 +177,7 @@ void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
 
 void Command2_Click(core::Globals& g, OptionsForm& form, int index) {
     (void)form;
-    const std::string path = core::errorLogPath(g);
+    const std::string path = core::errorLogPath(g.paths);
     std::error_code ec;
     const bool exists = std::filesystem::is_regular_file(path, ec);
     if (index == 0) {

@@ -285,7 +285,7 @@ class Run {
                                       g_.paths.pfad_log + "ERROR.LOG')" + " ansehen?",
                                   core::msg::vbQuestionYesNo, "Achtung!") == core::msg::vbYes &&
                 g_.dialogs)
-                g_.dialogs->openInViewer(core::errorLogPath(g_));
+                g_.dialogs->openInViewer(core::errorLogPath(g_.paths));
             g_.log.fehler_vorhanden = false;
         }
         g_.log.akt_schritt = 8;

@@ -223,7 +223,7 @@ std::vector<std::string> Program::run(const Step& step) {
     events_ = 0;
     dialogs.answers.assign(step.answers.begin(), step.answers.end());
     const size_t shownBefore = dialogs.shown.size();
-    const std::string log = core::errorLogPath(g);
+    const std::string log = core::errorLogPath(g.paths);
     const auto logBefore = sizeOf(log);
     std::vector<std::string> out;
     auto result = [&](const std::string& what, int code) {

@@ -171,7 +171,7 @@ TEST(OptionsTest, ErrorLogShownOrDeleted) {
     EXPECT_EQ(f.dialogs.viewed.size(), 1u);
     options::Command2_Click(f.g(), f.form, 1);
     EXPECT_EQ(f.lastMessage(), "Die Error-Log-Datei wurde gelöscht!");
-    EXPECT_FALSE(std::filesystem::exists(core::errorLogPath(f.g())));
+    EXPECT_FALSE(std::filesystem::exists(core::errorLogPath(f.g().paths)));
 }
 
 TEST(OptionsTest, ShowAllKeepsTheSelectionsOnTheirPositions) {
