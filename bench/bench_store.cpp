@@ -40,7 +40,7 @@ double writeFile(const std::filesystem::path& file, long businesses) {
 void startProgram(core::Globals& g, AnswerYes& dialogs, const std::filesystem::path& home) {
     browse::attachDataControls(g);
     g.dialogs = &dialogs;
-    g.dataDir = TOLMA_STORE_DIR;
+    g.paths.dataDir = TOLMA_STORE_DIR;
     core::A_Start(g, home);
 }
 

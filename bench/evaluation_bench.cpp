@@ -15,7 +15,8 @@ int main(int argc, char** argv) {
     tolma::bench::AnswerYes dialogs;
     tolma::core::Globals g;
     tolma::bench::startWithBusinesses(g, dialogs, "tolma-evaluation-bench", n);
-    const auto sections = tolma::evaluation::loadSections(g.dataDir / "wz2008_abschnitte.csv");
+    const auto sections =
+        tolma::evaluation::loadSections(g.paths.dataDir / "wz2008_abschnitte.csv");
     using tolma::evaluation::Grouping;
     for (const auto& [grouping, name] : {std::pair{Grouping::Section, "Wirtschaftsabschnitt"},
                                          std::pair{Grouping::Municipality, "Gemeinde"},

@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
     tolma::core::Globals g;
     g.recordImportRuns = record;
     tolma::bench::startProgram(g, dialogs, dir / "home");
-    if (!g.db_daten.isSet()) {
+    if (!g.stores.db_daten.isSet()) {
         std::cerr << "Die Datenbank konnte nicht geöffnet werden.\n";
         return 1;
     }
@@ -63,7 +63,8 @@ int main(int argc, char** argv) {
         times.push_back(seconds);
     }
     std::cout << "Ersetzen gegen ersten Import: " << times[1] / times[0] << "-fach\n";
-    std::cout << "Datenbank: " << std::filesystem::file_size(g.db_pfad_aktuell) / 1000000 << " MB, "
+    std::cout << "Datenbank: " << std::filesystem::file_size(g.settings.db_pfad_aktuell) / 1000000
+              << " MB, "
               << "Spitze des Speichers: " << peakMegabytes() << " MB\n";
     return 0;
 }

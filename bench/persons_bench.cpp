@@ -48,7 +48,7 @@ int main(int argc, char** argv) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         const auto stored =
-            g.db_daten.lookup("SELECT Count(*) AS n FROM beziehung_betrieb_person", "n");
+            g.stores.db_daten.lookup("SELECT Count(*) AS n FROM beziehung_betrieb_person", "n");
         std::cout << n << " Personen in einem Betrieb: " << seconds << " s, "
                   << (stored ? stored->toString() : "?") << " Verknüpfungen gespeichert\n";
     }

@@ -94,7 +94,7 @@ int main(int argc, char** argv) {
         perBusiness.push_back(seconds / static_cast<double>(n) * 1e6);
         std::cout << "  Import: " << seconds << " s, " << perBusiness.back() << " µs je Betrieb, "
                   << static_cast<long>(n / seconds) << " Betriebe/s; Datenbank "
-                  << std::filesystem::file_size(g.db_pfad_aktuell) / 1000000
+                  << std::filesystem::file_size(g.settings.db_pfad_aktuell) / 1000000
                   << " MB; Spitze des Speichers bis hier " << peakMegabytes() << " MB\n";
         if (i + 1 < sizes.size()) {
             std::filesystem::remove_all(dir);  // only the largest store is kept for what follows
@@ -119,7 +119,7 @@ int main(int argc, char** argv) {
         tolma::core::DB_Binden_loesen(g);
         const auto temp = dir / "DATENBANK.NEU";
         start = Clock::now();
-        tolma::store::CompactDatabase(g.db_pfad_aktuell, temp);
+        tolma::store::CompactDatabase(g.settings.db_pfad_aktuell, temp);
         std::cout << "Komprimieren der Datenbank: " << secondsSince(start) << " s\n";
         std::filesystem::remove(temp);
         std::filesystem::remove_all(dir);

@@ -44,7 +44,7 @@ Imports importInto(const std::string& name, bool withIndex, const std::filesyste
     tolma::core::Globals g;
     tolma::bench::startProgram(g, dialogs, tolma::bench::freshDirectory(name) / "home");
     // The index of a store that was searched once: created while the store is still empty.
-    if (withIndex) tolma::search::buildIndex(*g.db_daten.connection());
+    if (withIndex) tolma::search::buildIndex(*g.stores.db_daten.connection());
     Imports t;
     t.empty = timed([&] { tolma::transfer::Upd_1_Start(g, file.string()); });
     t.replace = timed([&] { tolma::transfer::Upd_1_Start(g, file.string()); });
@@ -78,7 +78,7 @@ int main(int argc, char** argv) {
     tolma::core::Globals g;
     tolma::bench::startProgram(g, dialogs, dir / "home");
     tolma::transfer::Upd_1_Start(g, file.string());
-    auto& c = *g.db_daten.connection();
+    auto& c = *g.stores.db_daten.connection();
     std::cout << "Suchindex für " << n << " Betriebe aufgebaut in "
               << timed([&] { tolma::search::buildIndex(c); }) << "\n";
     double worst = 0, sum = 0;

@@ -38,18 +38,18 @@ struct Program {
     std::filesystem::path home;
     NoDialogs dialogs;
     core::Globals g;
-    std::vector<core::Globals::LoggedEntry> log;
+    std::vector<core::LogState::LoggedEntry> log;
 
     Program() {
         std::string dir = (std::filesystem::temp_directory_path() / "tolma-fuzz-XXXXXX").string();
         if (!::mkdtemp(dir.data())) std::abort();
         home = dir;
-        g.dataDir = TOLMA_STORE_DIR;
+        g.paths.dataDir = TOLMA_STORE_DIR;
         g.dialogs = &dialogs;
         g.clock = [] { return std::time_t(1700000000); };
         core::A_Start(g, home / "home");
-        if (!g.db_daten.isSet()) std::abort();
-        g.logCapture = &log;
+        if (!g.stores.db_daten.isSet()) std::abort();
+        g.log.logCapture = &log;
     }
     ~Program() {
         std::error_code ignored;
@@ -82,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const char* struktur : {core::kBetriebsbezogen, core::kMeldungsbezogen}) {
         transfer::ImportContext ctx(p.g);
         ctx.akt_struktur = struktur;
-        store::Connection& c = *p.g.db_daten.connection();
+        store::Connection& c = *p.g.stores.db_daten.connection();
         c.beginBatch();
         transfer::Upd_2_Read(ctx, element);
         c.rollbackBatch();

@@ -64,13 +64,13 @@ void saveForms(tolma::ui::MainWindow& window, tolma::core::Globals& g, const QSt
     tolma::core::A_Fenster_schliessen(g);
 
     // One search across businesses and persons.
-    g.unloadForm("Frm_Auswertung");
+    g.shell->unloadForm("Frm_Auswertung");
     window.trigger("menue_suchen_alle");
     if (auto* search = window.findChild<tolma::ui::SearchWindow*>("Frm_Suchen")) {
         search->box()->setText("Petersen Husum");
         search->search();
         save(window, out, "suchen.png");
-        g.unloadForm("Frm_Suchen");
+        g.shell->unloadForm("Frm_Suchen");
     }
 
     // Checking the sample file against the store that holds it, and the runs to take back.
@@ -99,7 +99,8 @@ int main(int argc, char** argv) {
     tolma::app::Program program(&dialogs);
     auto& g = program.globals();
     auto& window = program.window();
-    g.dataDir = tolma::core::installDataDir(tolma::core::executableDir().parent_path() / "bin");
+    g.paths.dataDir =
+        tolma::core::installDataDir(tolma::core::executableDir().parent_path() / "bin");
     // The window in its designed size, grown where a tab needs more room.
     program.start(argv[2]);
     // Give a window manager the time to frame and place the window.
@@ -113,7 +114,7 @@ int main(int argc, char** argv) {
     g.startView.SSTab1Visible = true;
     g.startView.Frame_UeberschriftVisible = true;
     g.startView.Label2 = "Anzeige: Meldedaten";
-    g.satz_gewaehlt = "ja";
+    g.view.satz_gewaehlt = "ja";
     // A limited company with addresses, activities and a legal person at its head.
     tolma::browse::DB_Load_DATA(g, "01054056", "010540001074", "1", "");
     window.refreshFromCore();
@@ -129,13 +130,13 @@ int main(int argc, char** argv) {
         walk->click();
         save(window, out, "vertreter.png");
         tolma::core::A_Fenster_schliessen(g);
-        g.unloadForm("Frm_Auswahl_Pers");
+        g.shell->unloadForm("Frm_Auswahl_Pers");
     }
 
     saveForms(window, g, out, argv[3]);
 
     // Qt's own file dialog, as the import shows it, in German.
-    QFileDialog files(&window, QString(), QString::fromStdString(g.pfad_dat));
+    QFileDialog files(&window, QString(), QString::fromStdString(g.paths.pfad_dat));
     files.setOption(QFileDialog::DontUseNativeDialog);
     files.setNameFilters({"Alle Dateien (*.*)", "Update-Dateien (*.tml)"});
     files.show();

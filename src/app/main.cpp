@@ -18,8 +18,8 @@ int main(int argc, char** argv) {
     if (args.size() > 1) g.commandLine = args.mid(1).join(' ').toStdString();
 
     const auto paths = tolma::core::resolvePaths(tolma::core::executableDir(), std::nullopt);
-    g.dataDir = paths.dataDir;
-    tolma::core::useXdgFileAssociation(g, tolma::core::executableDir() / "tolma");
-    program.start(paths.home);
+    g.paths.dataDir = paths.dataDir;
+    program.start(paths.home,
+                  tolma::core::xdgFileAssociationCheck(tolma::core::executableDir() / "tolma"));
     return QApplication::exec();
 }

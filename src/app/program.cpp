@@ -1,6 +1,7 @@
 #include "app/program.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QLibraryInfo>
 #include <QTranslator>
@@ -25,12 +26,41 @@ class EscapeFilter : public QObject {
         if (event->type() == QEvent::KeyPress &&
             static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape &&
             !g_.startView.MDIForm1Enabled)
-            g_.taste = 27;
+            g_.view.taste = 27;
         return QObject::eventFilter(watched, event);
     }
 
   private:
     core::Globals& g_;
+};
+
+// The main window as the core's shell, with DoEvents and a redraw that keep long work fast.
+class DesktopShell : public core::Shell {
+  public:
+    DesktopShell(core::Globals& g, ui::MainWindow& window) : g_(g), window_(window) {
+        sinceEvents_.start();
+        sinceRefresh_.start();
+    }
+    void doEvents() override {
+        // The window is kept alive without slowing long work down.
+        if (sinceEvents_.elapsed() < 40) return;
+        sinceEvents_.restart();
+        QApplication::processEvents();
+    }
+    void refreshView() override {
+        // During long work the view is redrawn a few times a second, not for every record.
+        if (!g_.startView.MDIForm1Enabled && sinceRefresh_.elapsed() < 100) return;
+        sinceRefresh_.restart();
+        window_.refreshFromCore();
+    }
+    void unloadForm(const std::string& form) override { window_.unloadForm(form); }
+    void showForm(const std::string& form) override { window_.showForm(form); }
+
+  private:
+    core::Globals& g_;
+    ui::MainWindow& window_;
+    QElapsedTimer sinceEvents_;
+    QElapsedTimer sinceRefresh_;
 };
 
 }  // namespace
@@ -57,41 +87,26 @@ Program::Program(core::Dialogs* dialogs) {
     if (qtDialogs_) qtDialogs_->setParentWidget(window_.get());
     escapeFilter_ = std::make_unique<EscapeFilter>(g_);
     QCoreApplication::instance()->installEventFilter(escapeFilter_.get());
-
-    // DoEvents: the window is kept alive without slowing long work down.
-    sinceEvents_.start();
-    g_.doEvents = [this] {
-        if (sinceEvents_.elapsed() < 40) return;
-        sinceEvents_.restart();
-        QApplication::processEvents();
-    };
-    sinceRefresh_.start();
-    g_.refreshView = [this] {
-        // During long work the view is redrawn a few times a second, not for every record.
-        if (!g_.startView.MDIForm1Enabled && sinceRefresh_.elapsed() < 100) return;
-        sinceRefresh_.restart();
-        window_->refreshFromCore();
-    };
-    g_.Upd_1_Start = [](core::Globals& globals, const std::string& path) {
-        transfer::Upd_1_Start(globals, path);
-    };
+    shell_ = std::make_unique<DesktopShell>(g_, *window_);
+    g_.shell = shell_.get();
 }
 
 Program::~Program() {
     // The window's forms call back into the core's state while they close.
-    g_.refreshView = [] {};
+    g_.shell = core::Shell::none();
     window_.reset();
     g_.dialogs = nullptr;
 }
 
-void Program::start(const std::filesystem::path& home) {
+void Program::start(const std::filesystem::path& home,
+                    std::function<void(core::Globals&)> checkFileAssociation) {
     core::MDIForm_Load(g_, core::App_PrevInstance(core::instanceLockFile()));
     if (window_->needsWholeScreen())
         window_->showMaximized();
     else
         window_->show();
     window_->fitRecordView();
-    core::A_Start(g_, home);
+    core::A_Start(g_, home, {std::move(checkFileAssociation), transfer::startImport});
     window_->refreshFromCore();
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <QElapsedTimer>
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "core/globals.h"
@@ -31,16 +31,17 @@ class Program {
     core::Globals& globals() { return g_; }
     ui::MainWindow& window() { return *window_; }
 
-    // MDIForm_Load with the warning of a second copy, the window in view, then A_Start.
-    void start(const std::filesystem::path& home);
+    // MDIForm_Load with the warning of a second copy, the window in view, then A_Start with the
+    // check of the file association (none without one).
+    void start(const std::filesystem::path& home,
+               std::function<void(core::Globals&)> checkFileAssociation = {});
 
   private:
     core::Globals g_;
     std::unique_ptr<ui::QtDialogs> qtDialogs_;
     std::unique_ptr<ui::MainWindow> window_;
     std::unique_ptr<QObject> escapeFilter_;
-    QElapsedTimer sinceEvents_;
-    QElapsedTimer sinceRefresh_;
+    std::unique_ptr<core::Shell> shell_;
 };
 
 }  // namespace tolma::app

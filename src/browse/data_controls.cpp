@@ -15,20 +15,20 @@ void DataControls::DB_Binden(core::Globals& g) {
         const char* source;
         bool refresh;
     } bindings[] = {
-        {&DATA_ORG, &g.db_name_org, "gemeindekennzahlen", false},
-        {&DATA_ORG_RF, &g.db_name_org, "Rechtsformen", false},
-        {&DATA_GEMEINDE, &g.db_name_org, "aktuelleGemeinde", true},
-        {&DATA_BETR, &g.db_name_daten, "betrieb", false},
-        {&DATA_Meld, &g.db_name_daten, "betrieb_meldgrundsonst", false},
-        {&DATA_ADR, &g.db_name_daten, "betrieb_adresse", false},
-        {&DATA_BETRErl, &g.db_name_daten, "betrieb_erlaubnis", false},
-        {&DATA_BETRHwk, &g.db_name_daten, "betrieb_handwerkskarte", false},
-        {&DATA_TAET, &g.db_name_daten, "betrieb_taetigkeit", false},
-        {&DATA_Bez_Betr_Pers, &g.db_name_daten, "beziehung_betrieb_person", true},
-        {&DATA_PERSStaat, &g.db_name_daten, "person_staatsang", true},
-        {&DATA_PERS, &g.db_name_daten, "person", false},
-        {&DATA_PERSErl, &g.db_name_daten, "person_erlaubnis", false},
-        {&DATA_PERSHwk, &g.db_name_daten, "person_handwerkskarte", false},
+        {&DATA_ORG, &g.stores.db_name_org, "gemeindekennzahlen", false},
+        {&DATA_ORG_RF, &g.stores.db_name_org, "Rechtsformen", false},
+        {&DATA_GEMEINDE, &g.stores.db_name_org, "aktuelleGemeinde", true},
+        {&DATA_BETR, &g.stores.db_name_daten, "betrieb", false},
+        {&DATA_Meld, &g.stores.db_name_daten, "betrieb_meldgrundsonst", false},
+        {&DATA_ADR, &g.stores.db_name_daten, "betrieb_adresse", false},
+        {&DATA_BETRErl, &g.stores.db_name_daten, "betrieb_erlaubnis", false},
+        {&DATA_BETRHwk, &g.stores.db_name_daten, "betrieb_handwerkskarte", false},
+        {&DATA_TAET, &g.stores.db_name_daten, "betrieb_taetigkeit", false},
+        {&DATA_Bez_Betr_Pers, &g.stores.db_name_daten, "beziehung_betrieb_person", true},
+        {&DATA_PERSStaat, &g.stores.db_name_daten, "person_staatsang", true},
+        {&DATA_PERS, &g.stores.db_name_daten, "person", false},
+        {&DATA_PERSErl, &g.stores.db_name_daten, "person_erlaubnis", false},
+        {&DATA_PERSHwk, &g.stores.db_name_daten, "person_handwerkskarte", false},
     };
     for (auto& b : bindings) {
         b.control->DatabaseName = *b.database;

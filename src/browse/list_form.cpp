@@ -34,7 +34,7 @@ std::string cellText(const store::Recordset& rs, long row, const char* field) {
 }
 
 void refreshData(core::Globals& g, ListForm& form, const std::string& source) {
-    form.data.DatabaseName = g.db_name_daten;
+    form.data.DatabaseName = g.stores.db_name_daten;
     form.data.RecordSource = source;
     form.data.Refresh();
 }
@@ -107,7 +107,7 @@ std::string municipalityChain(core::Globals& g, bool trailingBlank, bool* anyMar
     std::string chain;
     bool marked = false;
     auto& c = dataControls(g).DATA_GEMEINDE;
-    c.DatabaseName = g.db_name_org;
+    c.DatabaseName = g.stores.db_name_org;
     c.RecordSource = "aktuelleGemeinde";
     c.Refresh();
     auto& rs = c.Recordset();
@@ -139,7 +139,7 @@ namespace {
 
 // The person list's filter: behind " where betrieb.[gem-kz] = ''" when the filter is on.
 std::string personFilter(core::Globals& g) {
-    if (g.filter_aktiv_flag != -1) return {};
+    if (g.settings.filter_aktiv_flag != -1) return {};
     return " where betrieb.[gem-kz] = ''" + municipalityChain(g, false);
 }
 
@@ -169,25 +169,25 @@ bool menue_suchen_betrieb(core::Globals& g, ListForm& form) {
             return;
         }
         form.option = 0;
-        if (g.filter_aktiv_flag != -1) {
-            g.sql_text = businessListQuery(BusinessQuery::Menu, false, "");
+        if (g.settings.filter_aktiv_flag != -1) {
+            g.view.sql_text = businessListQuery(BusinessQuery::Menu, false, "");
         } else {
             bool anyMarked = false;
-            g.gem_filter_text = municipalityChain(g, true, &anyMarked);
+            g.view.gem_filter_text = municipalityChain(g, true, &anyMarked);
             if (!anyMarked) {
                 const int answer =
                     core::showMessage(g,
                                       "Filter ist aktiviert, aber keine Gemeindekennzahl "
                                       "festgelegt!\n\nWollen Sie eine auswählen?\n",
                                       core::msg::vbQuestionYesNo, kTitleBetr);
-                if (answer == core::msg::vbYes) g.showForm("Frm_Optionen");
+                if (answer == core::msg::vbYes) g.shell->showForm("Frm_Optionen");
                 Form_Unload(g, form);
                 return;
             }
-            g.gem_filter_sicher = g.gem_filter_text;
-            g.sql_text = businessListQuery(BusinessQuery::Menu, true, g.gem_filter_text);
+            g.view.gem_filter_sicher = g.view.gem_filter_text;
+            g.view.sql_text = businessListQuery(BusinessQuery::Menu, true, g.view.gem_filter_text);
         }
-        refreshData(g, form, g.sql_text);
+        refreshData(g, form, g.view.sql_text);
         if (form.data.Recordset().RecordCount() == 0) {
             emptyBusinessCase(g, form);
             return;
@@ -207,8 +207,8 @@ bool menue_suchen_person(core::Globals& g, ListForm& form) {
     g.marks.menue_suchen_person = true;
     bool shown = false;
     guarded(g, "menue_suchen_person", [&] {
-        g.gem_filter_text = personFilter(g);
-        refreshData(g, form, personListQuery(g.gem_filter_text, ""));
+        g.view.gem_filter_text = personFilter(g);
+        refreshData(g, form, personListQuery(g.view.gem_filter_text, ""));
         if (form.data.Recordset().RecordCount() == 0) {
             core::showMessage(g, kNoRows, core::msg::vbInformation, kTitlePers);
             Form_Unload(g, form);
@@ -230,7 +230,7 @@ void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::st
         {&core::MenuMarks::menue_suchen_betrieb, "Frm_Auswahl_Betr"}};
     for (const auto& [mark, form] : lists) {
         if (!(g.marks.*mark)) continue;
-        if (g.unloadForm) g.unloadForm(form);
+        g.shell->unloadForm(form);
         g.marks.*mark = false;
     }
     guarded(g, "showFoundBusiness", [&] {
@@ -250,7 +250,7 @@ void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::st
             SSTab1_Click(g, 0);
             v.Label2 = "Anzeige: Meldedaten";
         }
-        g.satz_gewaehlt = "ja";
+        g.view.satz_gewaehlt = "ja";
         DB_Load_DATA(g, gemKz, betrNr, betrHistNr, "");
         // The person found, not the business's first one; a representative of a legal person
         // is not listed there and leaves the first.
@@ -258,7 +258,7 @@ void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::st
         if (person && !persNr.empty() && persons.isSet() && persons.RecordCount() > 0)
             persons.FindFirst("[pers-nr] = " + quote(persNr));
     });
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 bool openBusinessListOf(core::Globals& g, ListForm& form,
@@ -271,14 +271,14 @@ bool openBusinessListOf(core::Globals& g, ListForm& form,
         std::string in;
         for (const auto& [nr, hist] : states)
             in += (in.empty() ? "" : ", ") + quote(nr + "|" + hist);
-        g.sql_text =
+        g.view.sql_text =
             "SELECT betrieb.*, betrieb_adresse.* FROM betrieb INNER JOIN betrieb_adresse ON "
             "(betrieb.[betr-hist-nr] = betrieb_adresse.[betr-hist-nr]) AND (betrieb.[betr-nr] = "
             "betrieb_adresse.[betr-nr]) WHERE betrieb_adresse.[b-adr-art] = '1' AND "
             "betrieb.[betr-nr] & '|' & "
             "betrieb.[betr-hist-nr] IN (" +
             in + ") ORDER BY betrieb.[betr-nr]";
-        refreshData(g, form, g.sql_text);
+        refreshData(g, form, g.view.sql_text);
         if (form.data.Recordset().RecordCount() == 0) {
             Form_Unload(g, form);
             return;
@@ -294,12 +294,12 @@ bool openBusinessListOf(core::Globals& g, ListForm& form,
 void Option1_Click(core::Globals& g, ListForm& form, int index) {
     guarded(g, "Option1_Click", [&] {
         form.option = index;
-        const bool filterOn = g.filter_aktiv_flag == -1;
+        const bool filterOn = g.settings.filter_aktiv_flag == -1;
         const BusinessQuery which = index == 1   ? BusinessQuery::Aktuelle
                                     : index == 2 ? BusinessQuery::Abgemeldete
                                                  : BusinessQuery::Alle;
-        g.sql_text = businessListQuery(which, filterOn, g.gem_filter_sicher);
-        form.data.RecordSource = g.sql_text;
+        g.view.sql_text = businessListQuery(which, filterOn, g.view.gem_filter_sicher);
+        form.data.RecordSource = g.view.sql_text;
         form.data.Refresh();
     });
 }
@@ -345,10 +345,10 @@ void Text1_Click(core::Globals& g, ListForm& form, int index) {
         // The column keeps the direction it shows: no toggling on a second click.
         const std::string direction = first > last ? " DESC" : "";
         if (form.persons) {
-            g.gem_filter_text = personFilter(g);
-            refreshData(
-                g, form,
-                personListQuery(g.gem_filter_text, std::string(column.expression) + direction));
+            g.view.gem_filter_text = personFilter(g);
+            refreshData(g, form,
+                        personListQuery(g.view.gem_filter_text,
+                                        std::string(column.expression) + direction));
         } else {
             const std::string source = form.data.RecordSource;
             const size_t p = source.find("ORDER BY");
@@ -378,7 +378,7 @@ void updateCounter(ListForm& form) {
 
 bool Command1_Click(core::Globals& g, ListForm& form, int index) {
     if (index == 1) {
-        g.satz_gewaehlt = "nein";
+        g.view.satz_gewaehlt = "nein";
         return true;
     }
     if (index != 0) return false;  // "Satz" and "Liste" are the printing's
@@ -398,7 +398,7 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
                     v.Frame_UeberschriftVisible = true;
                     SSTab1_Click(g, 0);
                     v.Label2 = "Anzeige: Meldedaten";
-                    g.satz_gewaehlt = "ja";
+                    g.view.satz_gewaehlt = "ja";
                     DB_Load_DATA(g, gem, nr, hist, "");
                     close = true;
                     return;
@@ -413,7 +413,7 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
                     v.Label2 = "Anzeige: Personendaten (Vertreter einer jur. Person)";
                     v.Command3Visible = true;
                     auto& pers = dataControls(g).DATA_PERS;
-                    pers.DatabaseName = g.db_name_daten;
+                    pers.DatabaseName = g.stores.db_name_daten;
                     pers.RecordSource =
                         std::string("SELECT DISTINCTROW * FROM person ") +
                         "INNER JOIN beziehung_betrieb_person ON person.[pers-nr] = "
@@ -438,12 +438,12 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
                     dataControls(g).DATA_ORG.Refresh();
                     SSTab1_Click(g, 3);
                     v.Label2 = "Anzeige: Personendaten (nat. und jur. Person)";
-                    g.satz_gewaehlt = "ja";
+                    g.view.satz_gewaehlt = "ja";
                     DB_Load_DATA(g, gem, nr, hist, "");
                 }
                 close = true;
             });
-    g.refreshView();
+    g.shell->refreshView();
     return close;
 }
 
@@ -469,15 +469,17 @@ bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
     g.marks.menue_suchen_person = true;
     bool shown = false;
     guarded(g, "Frm_Start.Command1_Click", [&] {
-        g.gem_filter_text.clear();
+        g.view.gem_filter_text.clear();
         form.Frame1Visible = false;
-        form.data.DatabaseName = g.db_name_daten;
-        if (g.filter_aktiv_flag == -1)
-            g.gem_filter_text = " where betrieb.[gem-kz] = ''" + municipalityChain(g, false);
-        if (!g.gem_filter_text.empty())
-            g.gem_filter_text += " or beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr);
+        form.data.DatabaseName = g.stores.db_name_daten;
+        if (g.settings.filter_aktiv_flag == -1)
+            g.view.gem_filter_text = " where betrieb.[gem-kz] = ''" + municipalityChain(g, false);
+        if (!g.view.gem_filter_text.empty())
+            g.view.gem_filter_text +=
+                " or beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr);
         else
-            g.gem_filter_text = " where beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr);
+            g.view.gem_filter_text =
+                " where beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr);
         const std::string nr = d.DATA_BETR.fieldText("betr-nr");
         form.data.RecordSource =
             "SELECT person.[pers-nr], person.[p-eintr-name], person.[fam-name], betrieb.[betr-nr], "
@@ -489,7 +491,7 @@ bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
             "AND (beziehung_betrieb_person.[bez-betr-nr] = betrieb.[betr-nr])) INNER JOIN person "
             "ON "
             "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] " +
-            g.gem_filter_text + " AND beziehung_betrieb_person.[bez-betr-nr] = " + quote(nr) +
+            g.view.gem_filter_text + " AND beziehung_betrieb_person.[bez-betr-nr] = " + quote(nr) +
             " AND beziehung_betrieb_person.[pers-nr-jp] = " + quote(persNr) +
             " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) +
             " ORDER BY person.[pers-nr];";
@@ -506,7 +508,7 @@ bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
 }
 
 void Frm_Start_Command3_Click(core::Globals& g) {
-    g.akt_funktion.clear();
+    g.view.akt_funktion.clear();
     auto& v = g.startView;
     v.Command3Visible = false;
     v.Image2Visible = false;
@@ -516,11 +518,11 @@ void Frm_Start_Command3_Click(core::Globals& g) {
     // The caption names the report data while the persons stand on top; the next tab change
     // sets it right.
     v.Label2 = "Anzeige: Meldedaten";
-    g.satz_gewaehlt = "ja";
+    g.view.satz_gewaehlt = "ja";
     auto& betr = dataControls(g).DATA_BETR;
     DB_Load_DATA(g, betr.fieldText("gem-kz"), betr.fieldText("betr-nr"),
                  betr.fieldText("betr-hist-nr"), "");
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 }  // namespace tolma::browse

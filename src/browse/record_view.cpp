@@ -38,7 +38,7 @@ bool readsAsNumber(const std::string& text, double& number) {
 
 // Gives a data control a query and runs it; the moves make the count whole.
 void requery(core::Globals& g, DataControl& c, const std::string& query, bool moves) {
-    c.DatabaseName = g.db_name_daten;
+    c.DatabaseName = g.stores.db_name_daten;
     c.RecordSource = query;
     c.Refresh();
     if (moves && c.Recordset().RecordCount() != 0) {
@@ -117,31 +117,33 @@ void DATA_PERS_Reposition(core::Globals& g) {
     const bool persons = pers.isSet() && pers.RecordCount() != 0;
     if (persons && !pers.Eof() && !pers.Bof()) persNr = pers.Fields(0).Value().toString();
 
-    if (text::trimBlanks(g.akt_funktion).empty())
-        g.sql_text =
+    if (text::trimBlanks(g.view.akt_funktion).empty())
+        g.view.sql_text =
             "SELECT DISTINCTROW * FROM beziehung_betrieb_person WHERE "
             "beziehung_betrieb_person.[bez-betr-nr] = " +
             quote(betrNr) + " AND beziehung_betrieb_person.[bez-pers-nr] = " + quote(persNr) +
             " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) + " ";
     else
-        g.sql_text =
+        g.view.sql_text =
             "SELECT DISTINCTROW * FROM beziehung_betrieb_person WHERE "
             "beziehung_betrieb_person.[bez-betr-nr] = " +
             quote(betrNr) + " AND beziehung_betrieb_person.[bez-pers-nr] = " + quote(persNr) +
-            " AND beziehung_betrieb_person.[p-funktion] = " + quote(g.akt_funktion) +
+            " AND beziehung_betrieb_person.[p-funktion] = " + quote(g.view.akt_funktion) +
             " AND beziehung_betrieb_person.[bez-betr-hist-nr] = " + quote(hist) + " ";
-    requery(g, d.DATA_Bez_Betr_Pers, g.sql_text, false);
+    requery(g, d.DATA_Bez_Betr_Pers, g.view.sql_text, false);
 
-    g.sql_text = "SELECT DISTINCTROW * FROM person_staatsang WHERE person_staatsang.[pers-nr] = " +
-                 quote(persNr) + " ";
-    requery(g, d.DATA_PERSStaat, g.sql_text, true);
-    g.sql_text = "SELECT DISTINCTROW * FROM person_erlaubnis WHERE person_erlaubnis.[pers-nr] = " +
-                 quote(persNr) + " AND person_erlaubnis.[betr-nr] = " + quote(betrNr);
-    requery(g, d.DATA_PERSErl, g.sql_text, true);
-    g.sql_text =
+    g.view.sql_text =
+        "SELECT DISTINCTROW * FROM person_staatsang WHERE person_staatsang.[pers-nr] = " +
+        quote(persNr) + " ";
+    requery(g, d.DATA_PERSStaat, g.view.sql_text, true);
+    g.view.sql_text =
+        "SELECT DISTINCTROW * FROM person_erlaubnis WHERE person_erlaubnis.[pers-nr] = " +
+        quote(persNr) + " AND person_erlaubnis.[betr-nr] = " + quote(betrNr);
+    requery(g, d.DATA_PERSErl, g.view.sql_text, true);
+    g.view.sql_text =
         "SELECT DISTINCTROW * FROM person_handwerkskarte WHERE person_handwerkskarte.[pers-nr] = " +
         quote(persNr) + " AND person_handwerkskarte.[betr-nr] = " + quote(betrNr);
-    requery(g, d.DATA_PERSHwk, g.sql_text, true);
+    requery(g, d.DATA_PERSHwk, g.view.sql_text, true);
 
     g.startView.TextPers_8.clear();
     if (persons && hasRows(d.DATA_Bez_Betr_Pers)) {
@@ -155,14 +157,14 @@ void DATA_PERS_Reposition(core::Globals& g) {
             if (n >= 1 && n <= 4) g.startView.TextPers_8 = texts[n - 1];
         }
     }
-    g.refreshView();
+    g.shell->refreshView();
     d.DATA_PERS.Caption = counterCaption(pers);
 }
 
 void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string& betrNr,
                   const std::string& betrHistNr, const std::string& /*text*/) {
     auto& d = dataControls(g);
-    g.akt_schritt = 0;
+    g.log.akt_schritt = 0;
     try {
         d.DATA_BETR.RecordSource =
             "SELECT DISTINCTROW * FROM betrieb WHERE betrieb.[gem-kz] = " + quote(gemKz) +
@@ -188,13 +190,13 @@ void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string&
         };
         for (const auto& [table, control] : blocks) {
             const std::string t = table;
-            g.sql_text = "SELECT DISTINCTROW * FROM " + t + " WHERE " + t +
-                         ".[betr-nr] = " + quote(nr) + " AND " + t +
-                         ".[betr-hist-nr] = " + quote(hist) + " ;";
-            requery(g, *control, g.sql_text, true);
+            g.view.sql_text = "SELECT DISTINCTROW * FROM " + t + " WHERE " + t +
+                              ".[betr-nr] = " + quote(nr) + " AND " + t +
+                              ".[betr-hist-nr] = " + quote(hist) + " ;";
+            requery(g, *control, g.view.sql_text, true);
         }
         // Representatives of a legal person stay out: they are reached through its persons.
-        g.sql_text =
+        g.view.sql_text =
             "SELECT DISTINCTROW * FROM person INNER JOIN beziehung_betrieb_person ON "
             "person.[pers-nr] = "
             "beziehung_betrieb_person.[bez-pers-nr]WHERE beziehung_betrieb_person.[bez-betr-nr]= " +
@@ -202,13 +204,13 @@ void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string&
             " AND (len(beziehung_betrieb_person.[pers-nr-jp]) = 0 OR "
             "len(beziehung_betrieb_person.[pers-nr-jp]) "
             "is Null )ORDER BY person.[pers-nr];";
-        requery(g, d.DATA_PERS, g.sql_text, true);
+        requery(g, d.DATA_PERS, g.view.sql_text, true);
     } catch (const std::exception& e) {
         const auto info = core::describeError(e);
         core::A_Error_Log(g, "DB_Load_DATA", info.source, std::to_string(info.number), info.text,
                           "BetriebsNummer: ", betrNr);
     }
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 void SSTab1_Click(core::Globals& g, int tab) {
@@ -217,11 +219,11 @@ void SSTab1_Click(core::Globals& g, int tab) {
     g.startView.Label2 = kTabLabels[tab];
     g.startView.Frame_AnzahlVisible = tab >= 3;
     g.startView.DATA_PERSVisible = tab >= 3;
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 void Form_KeyPress(core::Globals& g, int key) {
-    g.taste = static_cast<std::int16_t>(key);
+    g.view.taste = static_cast<std::int16_t>(key);
 }
 
 }  // namespace tolma::browse

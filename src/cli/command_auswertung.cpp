@@ -69,7 +69,7 @@ int commandAuswertung(const Options& options, const std::vector<std::string>& ar
     Session session(options, out);
     if (!session.start(err)) return kExitFailed;
     core::Globals& g = session.g;
-    if (!g.db_daten.isSet()) {
+    if (!g.stores.db_daten.isSet()) {
         err << "Die Datenbank ist nicht geöffnet: " << session.cause() << "\n";
         return kExitFailed;
     }
@@ -77,7 +77,7 @@ int commandAuswertung(const Options& options, const std::vector<std::string>& ar
         const auto period = evaluation::defaultPeriod(g);
         query.from = from ? *from : period.first;
         query.to = to ? *to : period.second;
-        const auto sections = evaluation::loadSections(g.dataDir / "wz2008_abschnitte.csv");
+        const auto sections = evaluation::loadSections(g.paths.dataDir / "wz2008_abschnitte.csv");
         const evaluation::Result result = evaluation::evaluate(g, query, sections);
         out << evaluation::tableText(result);
         // Counts only, no names: the files are readable as the umask allows.

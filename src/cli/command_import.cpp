@@ -18,8 +18,8 @@ namespace {
 // The stored states of businesses; -1 without a store.
 long businessRows(core::Globals& g) {
     try {
-        if (!g.db_daten.isSet()) return -1;
-        auto st = g.db_daten.connection()->prepare("SELECT count(*) FROM betrieb");
+        if (!g.stores.db_daten.isSet()) return -1;
+        auto st = g.stores.db_daten.connection()->prepare("SELECT count(*) FROM betrieb");
         return st->step() ? static_cast<long>(st->column(0).toInteger()) : -1;
     } catch (const std::exception&) {
         return -1;
@@ -100,7 +100,7 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
         out << transfer::checkReportText(args[1], report);
         return outcome == transfer::ImportOutcome::StoreFailed ? kExitFailed : kExitOk;
     }
-    const std::string storeBefore = g.db_pfad_aktuell;
+    const std::string storeBefore = g.settings.db_pfad_aktuell;
     const long before = businessRows(g);
     transfer::ImportOutcome outcome;
     transfer::ImportCounts counts;
@@ -119,7 +119,7 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
         out << "Betriebe eingelesen: " << counts.read;
         // A run that switched the data kind filled the other store: no comparison then.
         const long after = businessRows(g);
-        if (g.db_pfad_aktuell == storeBefore && before >= 0 && after >= before)
+        if (g.settings.db_pfad_aktuell == storeBefore && before >= 0 && after >= before)
             out << " (neu: " << after - before
                 << ", ersetzt: " << std::max(0L, counts.read - (after - before)) << ")";
         out << "; darunter Abmeldungen: " << counts.removals << "\n";
@@ -128,7 +128,7 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
         out << "Import: " << g.startView.Label2 << "\n";
         err << "Der Import ist gescheitert: " << session.cause() << "\n";
     } else if (outcome == transfer::ImportOutcome::StoreFailed) {
-        err << "Die Daten wurden nicht oder nicht vollständig gespeichert: " << g.storeFault
+        err << "Die Daten wurden nicht oder nicht vollständig gespeichert: " << g.log.storeFault
             << "\n";
     }
     session.finish(out, err);

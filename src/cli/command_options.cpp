@@ -42,8 +42,9 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
     options::OptionsForm form;
     options::Form_Activate(g, form);
 
-    if (!datenart.empty() && datenart != g.datenart_wert)
-        options::Command12_Click(g, form, g.datenart_wert == core::kBetriebsbezogen ? 0 : 1);
+    if (!datenart.empty() && datenart != g.settings.datenart_wert)
+        options::Command12_Click(g, form,
+                                 g.settings.datenart_wert == core::kBetriebsbezogen ? 0 : 1);
     if (!filter.empty()) options::Check1_Click(g, form, filter == "on");
     if (setGemeinden) {
         // The whole code table, with exactly the named municipalities selected.
@@ -58,10 +59,11 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
     const bool saved = options::Command3_Click(g, form, 1);
     options::Form_Unload(g);
 
-    out << "Daten-Art: " << g.datenart_wert << "\n"
-        << "Datenbank: " << g.db_pfad_aktuell << "\n"
-        << "Filter: " << (g.filter_aktiv_flag == -1 ? "aktiviert" : "aus") << "\n";
-    auto rs = g.db_org.OpenRecordset("SELECT ALL * From aktuelleGemeinde ORDER BY [gem-kz];");
+    out << "Daten-Art: " << g.settings.datenart_wert << "\n"
+        << "Datenbank: " << g.settings.db_pfad_aktuell << "\n"
+        << "Filter: " << (g.settings.filter_aktiv_flag == -1 ? "aktiviert" : "aus") << "\n";
+    auto rs =
+        g.stores.db_org.OpenRecordset("SELECT ALL * From aktuelleGemeinde ORDER BY [gem-kz];");
     for (long i = 0; i < rs.RecordCount(); ++i) {
         const auto row = rs.rowAt(i);
         out << "Gemeinde: " << row[0].toString() << "  " << row[1].toString() << "\n";

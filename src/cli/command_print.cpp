@@ -87,12 +87,12 @@ int refuse(core::Globals& g, std::ostream& err, const std::string& message, long
 }
 
 bool exists(core::Globals& g, const std::string& query, const std::string& field) {
-    return g.db_daten.lookup(query, field).has_value();
+    return g.stores.db_daten.lookup(query, field).has_value();
 }
 
 std::uintmax_t logSize(const core::Globals& g) {
     std::error_code ec;
-    const auto size = std::filesystem::file_size(core::errorLogPath(g), ec);
+    const auto size = std::filesystem::file_size(core::errorLogPath(g.paths), ec);
     return ec ? 0 : size;
 }
 
@@ -174,7 +174,7 @@ int print(core::Globals& g, const Request& r, std::ostream& out, std::ostream& e
     }
     if (state.druck_ok != -1 || logSize(g) != logBefore) {
         err << "Beim Drucken ist ein Fehler aufgetreten; Einzelheiten im Fehlerprotokoll "
-            << core::errorLogPath(g) << ".\n";
+            << core::errorLogPath(g.paths) << ".\n";
         return kExitFailed;
     }
     if (document.isEmpty())
@@ -204,7 +204,7 @@ int commandPrint(const Options& options, const std::vector<std::string>& args, s
     Session session(options, out);
     if (!session.start(err)) return kExitFailed;
     int code = kExitFailed;
-    if (!session.g.db_daten.isSet())
+    if (!session.g.stores.db_daten.isSet())
         err << "Die Datenbank ist nicht geöffnet; Einzelheiten im Fehlerprotokoll.\n";
     else
         code = print(session.g, *request, out, err);

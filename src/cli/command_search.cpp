@@ -43,12 +43,12 @@ int commandSearch(const Options& options, const std::vector<std::string>& args, 
     Session session(options, out);
     if (!session.start(err)) return kExitFailed;
     core::Globals& g = session.g;
-    if (!g.db_daten.isSet()) {
+    if (!g.stores.db_daten.isSet()) {
         err << "Die Datenbank ist nicht geöffnet: " << session.cause() << "\n";
         return kExitFailed;
     }
     try {
-        store::Connection& c = *g.db_daten.connection();
+        store::Connection& c = *g.stores.db_daten.connection();
         if (!search::hasIndex(c)) {
             err << "Der Suchindex wird aufgebaut ...\n";
             search::buildIndex(c);

@@ -60,8 +60,8 @@ int commandSql(const Options& options, const std::vector<std::string>& args, std
     }
     Session session(options, out);
     if (!session.start(err)) return kExitFailed;
-    const int code =
-        runStatement(settingsStore ? session.g.db_org : session.g.db_daten, statement, out, err);
+    const int code = runStatement(
+        settingsStore ? session.g.stores.db_org : session.g.stores.db_daten, statement, out, err);
     session.finish(out, err);
     return code;
 }

@@ -12,7 +12,7 @@ namespace {
 // The start of a command that needs the data store open.
 bool startWithStore(Session& session, std::ostream& err) {
     if (!session.start(err)) return false;
-    if (session.g.db_daten.isSet()) return true;
+    if (session.g.stores.db_daten.isSet()) return true;
     err << "Die Datenbank ist nicht geöffnet: " << session.cause() << "\n";
     return false;
 }
@@ -25,7 +25,7 @@ int commandImports(const Options& options, const std::vector<std::string>& args,
     Session session(options, out);
     if (!startWithStore(session, err)) return kExitFailed;
     out << "Lauf\tDatum\tDatei\tBetriebe\tZurückgenommen\n";
-    for (const auto& r : transfer::importRuns(*session.g.db_daten.connection()))
+    for (const auto& r : transfer::importRuns(*session.g.stores.db_daten.connection()))
         out << r.lauf << "\t" << r.datum << "\t" << r.datei << "\t" << r.betriebe << "\t"
             << (r.zurueckgenommen ? "ja" : "nein") << "\n";
     session.finish(out, err);

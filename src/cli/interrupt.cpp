@@ -17,27 +17,33 @@ struct sigaction previousAction {};
 }  // namespace
 
 InterruptAsEscape::InterruptAsEscape(core::Globals& g, std::ostream& err, bool showProgress)
-    : err_(err), showProgress_(showProgress) {
+    : g_(g),
+      err_(err),
+      showProgress_(showProgress),
+      lastShown_(std::chrono::steady_clock::now()),
+      previousShell_(g.shell) {
     interrupted = false;
     struct sigaction action {};
     action.sa_handler = onInterrupt;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, &previousAction);
-    g.doEvents = [&g] {
-        if (interrupted.exchange(false)) g.taste = 27;
-    };
-    auto last =
-        std::make_shared<std::chrono::steady_clock::time_point>(std::chrono::steady_clock::now());
-    g.refreshView = [&g, &err, showProgress, last] {
-        if (!showProgress) return;
-        const auto now = std::chrono::steady_clock::now();
-        if (now - *last < std::chrono::milliseconds(200)) return;
-        *last = now;
-        err << "\r" << g.startView.Label2 << "\x1b[K" << std::flush;
-    };
+    g.shell = this;
+}
+
+void InterruptAsEscape::doEvents() {
+    if (interrupted.exchange(false)) g_.view.taste = 27;
+}
+
+void InterruptAsEscape::refreshView() {
+    if (!showProgress_) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (now - lastShown_ < std::chrono::milliseconds(200)) return;
+    lastShown_ = now;
+    err_ << "\r" << g_.startView.Label2 << "\x1b[K" << std::flush;
 }
 
 InterruptAsEscape::~InterruptAsEscape() {
+    g_.shell = previousShell_;
     sigaction(SIGINT, &previousAction, nullptr);
     if (showProgress_) err_ << "\r\x1b[K" << std::flush;
 }

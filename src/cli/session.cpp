@@ -25,14 +25,15 @@ Session::~Session() = default;
 
 bool Session::start(std::ostream& err) {
     const core::ProgramPaths paths = core::resolvePaths(core::executableDir(), options_.home);
-    g.dataDir = paths.dataDir;
+    g.paths.dataDir = paths.dataDir;
     core::A_Start(g, paths.home);
-    if (!g.db_org.isSet()) {
+    if (!g.stores.db_org.isSet()) {
         // With the stores in place it was the settings store that could not be opened.
-        bool storesInPlace = !g.pfad_db.empty();
+        bool storesInPlace = !g.paths.pfad_db.empty();
         for (const char* name :
              {model::kSettingsStoreFile, model::kBusinessStoreFile, model::kNotificationStoreFile})
-            storesInPlace = storesInPlace && core::findIgnoringCase(g.pfad_db, name).has_value();
+            storesInPlace =
+                storesInPlace && core::findIgnoringCase(g.paths.pfad_db, name).has_value();
         err << (storesInPlace ? "Die Einstellungsdatenbank konnte nicht geöffnet werden: "
                               : "Das Programm konnte nicht gestartet werden: ")
             << cause() << "\n";
@@ -48,29 +49,29 @@ void Session::refuseBeforeStart(std::ostream& err, const std::string& procedure,
     const core::ProgramPaths paths = core::resolvePaths(core::executableDir(), options_.home);
     std::error_code ec;
     if (!std::filesystem::is_directory(paths.logDir(), ec)) return;
-    g.pfad_log = paths.logDir().string() + "/";
+    g.paths.pfad_log = paths.logDir().string() + "/";
     core::A_Error_Log(g, procedure, "TOLMA_4x_Access", "75", message + " " + cause,
                       "Fehlerortung: ", "0");
     tellAboutLog(err);
 }
 
 std::string Session::cause() const {
-    if (!g.lastLoggedError.empty()) return g.lastLoggedError;
+    if (!g.log.lastLoggedError.empty()) return g.log.lastLoggedError;
     return g.startView.Label2;
 }
 
 void Session::tellAboutLog(std::ostream& out) const {
-    if (!g.fehler_vorhanden) return;
-    if (g.logWriteError.empty())
-        out << "Fehlerprotokoll: " << core::errorLogPath(g) << "\n";
+    if (!g.log.fehler_vorhanden) return;
+    if (g.log.logWriteError.empty())
+        out << "Fehlerprotokoll: " << core::errorLogPath(g.paths) << "\n";
     else
-        out << "Das Fehlerprotokoll " << core::errorLogPath(g)
-            << " konnte nicht geschrieben werden (" << g.logWriteError
-            << "); der letzte Fehler: " << g.lastLoggedError << "\n";
+        out << "Das Fehlerprotokoll " << core::errorLogPath(g.paths)
+            << " konnte nicht geschrieben werden (" << g.log.logWriteError
+            << "); der letzte Fehler: " << g.log.lastLoggedError << "\n";
 }
 
 void Session::finish(std::ostream& out, std::ostream& err) {
-    if (g.logWriteError.empty())
+    if (g.log.logWriteError.empty())
         tellAboutLog(out);
     else
         tellAboutLog(err);

@@ -379,7 +379,7 @@ std::string desktopExecLine(const std::string& program) {
 void A_Dateiendung_registrieren(Globals& g, FileTypeRegistry& registry,
                                 const std::string& description, const std::string& command,
                                 const std::string& key, const std::string& extension) {
-    g.akt_schritt = 0;
+    g.log.akt_schritt = 0;
     try {
         RegistryKey hKey;
         std::int16_t summe = 0;
@@ -391,7 +391,7 @@ void A_Dateiendung_registrieren(Globals& g, FileTypeRegistry& registry,
         summe = addResult(summe, registry.RegSetValue(hKey, kOpenCommandKey, reg::REG_SZ,
                                                       command + " %1", 0x104));
         if (summe == 0) {
-            g.dateiendung_flag = -1;
+            g.settings.dateiendung_flag = -1;
             A_org_update(g);
         }
     } catch (const std::exception&) {
@@ -416,14 +416,15 @@ void A_Dateiendung_pruefen(Globals& g, FileTypeRegistry& registry, const std::st
         A_Dateiendung_registrieren(g, registry, kProductName, program, kProductName, kTmlExtension);
 }
 
-void useFileAssociation(Globals& g, std::shared_ptr<FileTypeRegistry> registry,
-                        std::string program) {
-    g.checkFileAssociation = [registry = std::move(registry), program = std::move(program)](
-                                 Globals& run) { A_Dateiendung_pruefen(run, *registry, program); };
+std::function<void(Globals&)> fileAssociationCheck(std::shared_ptr<FileTypeRegistry> registry,
+                                                   std::string program) {
+    return [registry = std::move(registry), program = std::move(program)](Globals& g) {
+        A_Dateiendung_pruefen(g, *registry, program);
+    };
 }
 
-void useXdgFileAssociation(Globals& g, const std::filesystem::path& program) {
-    useFileAssociation(g, std::make_shared<XdgFileTypeRegistry>(), program.string());
+std::function<void(Globals&)> xdgFileAssociationCheck(const std::filesystem::path& program) {
+    return fileAssociationCheck(std::make_shared<XdgFileTypeRegistry>(), program.string());
 }
 
 }  // namespace tolma::core

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -100,10 +101,10 @@ void A_Dateiendung_registrieren(Globals& g, FileTypeRegistry& registry,
 // value begins with the product name.
 void A_Dateiendung_pruefen(Globals& g, FileTypeRegistry& registry, const std::string& program);
 
-// Makes A_Start run the check on `registry` with `program` as the handler.
-void useFileAssociation(Globals& g, std::shared_ptr<FileTypeRegistry> registry,
-                        std::string program);
+// The check for A_Start (StartHooks) on `registry` with `program` as the handler.
+std::function<void(Globals&)> fileAssociationCheck(std::shared_ptr<FileTypeRegistry> registry,
+                                                   std::string program);
 // The same on the user's desktop directories.
-void useXdgFileAssociation(Globals& g, const std::filesystem::path& program);
+std::function<void(Globals&)> xdgFileAssociationCheck(const std::filesystem::path& program);
 
 }  // namespace tolma::core

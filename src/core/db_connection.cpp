@@ -14,31 +14,31 @@ namespace tolma::core {
 namespace {
 
 struct HandleDef {
-    store::Recordset Globals::*handle;
+    store::Recordset OpenStores::*handle;
     const char* table;
     bool settings;
 };
 
 // The thirteen long-lived handles, in the order they are opened.
 const HandleDef kHandles[] = {
-    {&Globals::rs_aktuelleGemeinde, "aktuelleGemeinde", true},
-    {&Globals::rs_optionen, "Optionen", true},
-    {&Globals::rs_betrieb, "betrieb", false},
-    {&Globals::rs_adresse, "betrieb_adresse", false},
-    {&Globals::rs_meldgrund, "betrieb_meldgrundsonst", false},
-    {&Globals::rs_erlaubnis, "betrieb_erlaubnis", false},
-    {&Globals::rs_handwerkskarte, "betrieb_handwerkskarte", false},
-    {&Globals::rs_taetigkeit, "betrieb_taetigkeit", false},
-    {&Globals::rs_beziehung, "beziehung_betrieb_person", false},
-    {&Globals::rs_person, "person", false},
-    {&Globals::rs_person_erlaubnis, "person_erlaubnis", false},
-    {&Globals::rs_person_handwerkskarte, "person_handwerkskarte", false},
-    {&Globals::rs_person_staatsang, "person_staatsang", false},
+    {&OpenStores::rs_aktuelleGemeinde, "aktuelleGemeinde", true},
+    {&OpenStores::rs_optionen, "Optionen", true},
+    {&OpenStores::rs_betrieb, "betrieb", false},
+    {&OpenStores::rs_adresse, "betrieb_adresse", false},
+    {&OpenStores::rs_meldgrund, "betrieb_meldgrundsonst", false},
+    {&OpenStores::rs_erlaubnis, "betrieb_erlaubnis", false},
+    {&OpenStores::rs_handwerkskarte, "betrieb_handwerkskarte", false},
+    {&OpenStores::rs_taetigkeit, "betrieb_taetigkeit", false},
+    {&OpenStores::rs_beziehung, "beziehung_betrieb_person", false},
+    {&OpenStores::rs_person, "person", false},
+    {&OpenStores::rs_person_erlaubnis, "person_erlaubnis", false},
+    {&OpenStores::rs_person_handwerkskarte, "person_handwerkskarte", false},
+    {&OpenStores::rs_person_staatsang, "person_staatsang", false},
 };
 
 }  // namespace
 
-store::Recordset Globals::*handleOf(std::string_view table) {
+store::Recordset OpenStores::*handleOf(std::string_view table) {
     for (const HandleDef& h : kHandles)
         if (table == h.table) return h.handle;
     return nullptr;
@@ -65,19 +65,20 @@ bool worthCompacting(const std::string& path) {
 
 }  // namespace
 
-std::string settingsStorePath(const Globals& g) {
-    if (auto found = findIgnoringCase(g.pfad_db, model::kSettingsStoreFile)) return found->string();
-    return g.pfad_db + model::kSettingsStoreFile;
+std::string settingsStorePath(const Directories& paths) {
+    if (auto found = findIgnoringCase(paths.pfad_db, model::kSettingsStoreFile))
+        return found->string();
+    return paths.pfad_db + model::kSettingsStoreFile;
 }
 
 void DB_Load(Globals& g) {
-    g.akt_schritt = 0;
+    g.log.akt_schritt = 0;
     try {
-        g.db_name_org = settingsStorePath(g);
-        g.db_org =
-            store::Database::OpenDatabase(g.db_name_org, true, false, "; pwd=" + g.db_passwort);
-        g.db_name_daten = g.db_pfad_aktuell;
-        g.db_daten = store::Database::OpenDatabase(g.db_name_daten);
+        g.stores.db_name_org = settingsStorePath(g.paths);
+        g.stores.db_org = store::Database::OpenDatabase(g.stores.db_name_org, true, false,
+                                                        "; pwd=" + g.stores.db_passwort);
+        g.stores.db_name_daten = g.settings.db_pfad_aktuell;
+        g.stores.db_daten = store::Database::OpenDatabase(g.stores.db_name_daten);
         // Not while an import runs: it leaves them out until its end.
         if (!g.marks.menue_import_datenbank) ensureListIndexes(g);
         DB_Handles_oeffnen(g);
@@ -91,8 +92,8 @@ namespace {
 
 template <class Step>
 void forEachListIndex(Globals& g, Step step) {
-    if (!g.db_daten.isSet()) return;
-    store::Connection& c = *g.db_daten.connection();
+    if (!g.stores.db_daten.isSet()) return;
+    store::Connection& c = *g.stores.db_daten.connection();
     for (const auto& table : model::dataTables())
         for (const auto& index : model::prefixIndexesOf(table)) {
             try {
@@ -108,7 +109,8 @@ void forEachListIndex(Globals& g, Step step) {
 void ensureListIndexes(Globals& g) {
     // An index built over a million rows sorts them in memory up to the cache's size, on top
     // of the cache itself: a smaller cache while they are built keeps the program's memory low.
-    if (g.db_daten.isSet()) g.db_daten.connection()->execute("PRAGMA cache_size = -16384");
+    if (g.stores.db_daten.isSet())
+        g.stores.db_daten.connection()->execute("PRAGMA cache_size = -16384");
     forEachListIndex(g, [](store::Connection& c, const std::string& table,
                            const model::PrefixIndex& index) {
         long long found = 0;
@@ -123,7 +125,8 @@ void ensureListIndexes(Globals& g) {
         }
         if (found == 1) c.execute(index.create);  // the table stands, its index does not
     });
-    if (g.db_daten.isSet()) g.db_daten.connection()->execute("PRAGMA cache_size = -65536");
+    if (g.stores.db_daten.isSet())
+        g.stores.db_daten.connection()->execute("PRAGMA cache_size = -65536");
 }
 
 void dropListIndexes(Globals& g) {
@@ -135,8 +138,8 @@ void dropListIndexes(Globals& g) {
 
 void DB_Handles_oeffnen(Globals& g) {
     for (const auto& h : kHandles)
-        g.*(h.handle) =
-            (h.settings ? g.db_org : g.db_daten).OpenRecordset(h.table, store::dao::dbOpenDynaset);
+        g.stores.*(h.handle) = (h.settings ? g.stores.db_org : g.stores.db_daten)
+                                   .OpenRecordset(h.table, store::dao::dbOpenDynaset);
 }
 
 void DB_Binden(Globals& g) {
@@ -145,8 +148,8 @@ void DB_Binden(Globals& g) {
 
 void DB_Schliessen(Globals& g) {
     for (const auto& h : kHandles)
-        if (!h.settings) (g.*(h.handle)).Close();
-    g.db_daten.Close();
+        if (!h.settings) (g.stores.*(h.handle)).Close();
+    g.stores.db_daten.Close();
 }
 
 void DB_Binden_loesen(Globals& g) {
@@ -154,11 +157,11 @@ void DB_Binden_loesen(Globals& g) {
 }
 
 void DB_Komprimieren(Globals& g) {
-    g.akt_schritt = 0;
+    g.log.akt_schritt = 0;
     try {
         DB_Schliessen(g);
         DB_Binden_loesen(g);
-        A_Kompress(g, g.db_pfad_aktuell, "");
+        A_Kompress(g, g.settings.db_pfad_aktuell, "");
         DB_Load(g);
     } catch (const std::exception& e) {
         logTrapped(g, "DB_Load", e);  // this routine logs under DB_Load's name
@@ -166,8 +169,8 @@ void DB_Komprimieren(Globals& g) {
 }
 
 int A_Kompress(Globals& g, const std::string& path, const std::string& /*sourceConnect*/) {
-    g.akt_schritt = 0;
-    const std::filesystem::path temp = g.pfad_app + "DATENBANK.NEU";
+    g.log.akt_schritt = 0;
+    const std::filesystem::path temp = g.paths.pfad_app + "DATENBANK.NEU";
     try {
         if (!Dir(temp.string()).empty()) std::filesystem::remove(temp);
         if (!store::Connection::isOpen(path) && !worthCompacting(path)) return 1;

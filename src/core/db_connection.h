@@ -20,7 +20,7 @@ void ensureListIndexes(Globals& g);
 void dropListIndexes(Globals& g);
 void DB_Handles_oeffnen(Globals& g);
 // The long-lived handle of a table; null for a table without one.
-store::Recordset Globals::*handleOf(std::string_view table);
+store::Recordset OpenStores::*handleOf(std::string_view table);
 void DB_Binden(Globals& g);
 void DB_Schliessen(Globals& g);
 void DB_Binden_loesen(Globals& g);
@@ -30,6 +30,6 @@ void DB_Komprimieren(Globals& g);
 int A_Kompress(Globals& g, const std::string& path, const std::string& sourceConnect);
 
 // The settings store's file in the store directory, whatever the case of its name.
-std::string settingsStorePath(const Globals& g);
+std::string settingsStorePath(const Directories& paths);
 
 }  // namespace tolma::core

@@ -41,35 +41,35 @@ std::string writeFailure(int code) {
     }
 }
 
-std::string errorLogPath(const Globals& g) {
-    return g.pfad_log + "ERROR.LOG";
+std::string errorLogPath(const Directories& paths) {
+    return paths.pfad_log + "ERROR.LOG";
 }
 
 void A_Error_Log(Globals& g, const std::string& procedure, const std::string& source,
                  const std::string& number, const std::string& text, const std::string& location,
                  const std::string& locationValue) {
-    g.lastLoggedError = text;
+    g.log.lastLoggedError = text;
     const long n = std::atol(number.c_str());
-    if (g.storeFault.empty() && (store::err::isStoreFault(static_cast<int>(n)) ||
-                                 n == kDiskFullError || n == kAccessDeniedError))
-        g.storeFault = text;
-    if (g.logCapture) {
-        g.logCapture->push_back({procedure, number, text, location, locationValue});
+    if (g.log.storeFault.empty() && (store::err::isStoreFault(static_cast<int>(n)) ||
+                                     n == kDiskFullError || n == kAccessDeniedError))
+        g.log.storeFault = text;
+    if (g.log.logCapture) {
+        g.log.logCapture->push_back({procedure, number, text, location, locationValue});
         return;
     }
     // The log holds personal data: a new one is created readable by its owner only, never for a
     // moment by others; a log that stands keeps the rights its owner gave it.
-    const std::string path = errorLogPath(g);
+    const std::string path = errorLogPath(g.paths);
     if (const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600); fd >= 0)
         ::close(fd);
     std::ofstream out(path, std::ios::binary | std::ios::app);
     auto line = [&](const std::string& s) { out << model::utf8ToCp1252(s) << "\r\n"; };
-    if (!g.fehler_vorhanden) {
+    if (!g.log.fehler_vorhanden) {
         line(std::string(88, '_'));
         line(std::string(88, '#'));
         line("[Error-Log vom      " + shortDateTime(g.clock()) + "]");
     }
-    g.fehler_vorhanden = true;
+    g.log.fehler_vorhanden = true;
     line(std::string(38, '-'));
     line("Fehler in Sub/Function: " + procedure);
     line("Fehler-Source:          " + source);
@@ -80,16 +80,17 @@ void A_Error_Log(Globals& g, const std::string& procedure, const std::string& so
     out.flush();
     if (!out) {
         const int code = errno;
-        g.logWriteError = writeFailure(code);
+        g.log.logWriteError = writeFailure(code);
     }
 }
 
 void A_Log_anbieten(Globals& g) {
-    if (!g.fehler_vorhanden) return;
-    const int answer = showMessage(
-        g, "Update-Fehler!\nWollen Sie die Log-Datei ('" + g.pfad_log + "ERROR.LOG')" + " ansehen?",
-        msg::vbQuestionYesNo, "Achtung!");
-    if (answer == msg::vbYes && g.dialogs) g.dialogs->openInViewer(errorLogPath(g));
+    if (!g.log.fehler_vorhanden) return;
+    const int answer = showMessage(g,
+                                   "Update-Fehler!\nWollen Sie die Log-Datei ('" +
+                                       g.paths.pfad_log + "ERROR.LOG')" + " ansehen?",
+                                   msg::vbQuestionYesNo, "Achtung!");
+    if (answer == msg::vbYes && g.dialogs) g.dialogs->openInViewer(errorLogPath(g.paths));
 }
 
 RuntimeError indexOutOfRange() {
@@ -126,7 +127,7 @@ ErrorInfo describeError(const std::exception& e) {
 void logTrapped(Globals& g, const std::string& procedure, const std::exception& e) {
     const ErrorInfo info = describeError(e);
     A_Error_Log(g, procedure, info.source, std::to_string(info.number), info.text,
-                "Fehlerortung: ", std::to_string(g.akt_schritt));
+                "Fehlerortung: ", std::to_string(g.log.akt_schritt));
 }
 
 }  // namespace tolma::core

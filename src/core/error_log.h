@@ -17,7 +17,7 @@ void A_Error_Log(Globals& g, const std::string& procedure, const std::string& so
 // At the way down: asks whether to show the log, if this run wrote to it.
 void A_Log_anbieten(Globals& g);
 
-std::string errorLogPath(const Globals& g);
+std::string errorLogPath(const Directories& paths);
 
 // Why a write failed, in the words of a message: "der Datenträger ist voll", ...
 std::string writeFailure(int errnoCode);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/dialogs.h"
+#include "core/shell.h"
 #include "store/database.h"
 
 namespace tolma::core {
@@ -70,31 +71,34 @@ class DataControlSet {
     virtual void DB_Binden_loesen(Globals& g) = 0;
 };
 
-// The system's global values, gathered in one structure that every routine gets.
-struct Globals {
-    // Start-up: the program's directories, each with a trailing "/".
+// The program's directories, each with a trailing "/", set by the start.
+struct Directories {
     std::string pfad_app, pfad_log, pfad_dat, pfad_db;
     std::filesystem::path dataDir;  // default stores and help page
-    std::string db_passwort;
-    std::string commandLine;
+};
 
-    // Settings store.
+// The values of the settings store as the run holds them.
+struct SettingsMirror {
     std::string datenart_wert, db_betr_pfad, db_meld_pfad, db_pfad_aktuell, db_kurzname;
     std::int16_t filter_aktiv_flag = 0;
     std::int16_t dateiendung_flag = 0;
-    std::string caption = kCaptionBetrieb;  // MDIForm1
+    std::string caption = kCaptionBetrieb;  // MDIForm1, after the kind of data
+    // Texts of the hidden menu entries, assigned only for the run.
+    std::string umsetzdatei_pfad, exportdatenbank_pfad;
+};
 
-    // Connection.
+// The open stores and the recordsets the routines keep on them.
+struct OpenStores {
     store::Database db_org, db_daten;
     std::string db_name_org, db_name_daten;
+    std::string db_passwort;
     store::Recordset rs_aktuelleGemeinde, rs_optionen, rs_betrieb, rs_adresse, rs_meldgrund,
         rs_erlaubnis, rs_handwerkskarte, rs_taetigkeit, rs_beziehung, rs_person,
         rs_person_erlaubnis, rs_person_handwerkskarte, rs_person_staatsang;
-    // Set by whoever shows the forms (browse::attachDataControls); a run without forms has
-    // no data controls to bind.
-    std::unique_ptr<DataControlSet> data;
+};
 
-    // Error log.
+// The error log's state.
+struct LogState {
     std::int16_t akt_schritt = 0;
     bool fehler_vorhanden = false;
     // What the program adds to the log, so that a run can tell its outcome truthfully: the
@@ -107,24 +111,41 @@ struct Globals {
         std::string procedure, number, text, location, locationValue;
     };
     std::vector<LoggedEntry>* logCapture = nullptr;
+};
+
+// The last message box.
+struct LastMessage {
+    std::string msg_text, msg_titel;
+    int msg_art = 0;
+    std::int16_t msg_antwort = 0;
+};
+
+// The values of the record view that the routines share.
+struct RecordViewValues {
+    // The last key pressed on the record view; 27 (ESC) cancels an import or export.
+    std::int16_t taste = 0;
+    // The query just composed, the written marks, the function filter.
+    std::string sql_text, satz_gewaehlt, akt_funktion;
+    // The chain of municipality terms of the filter, and the business list's copy of it.
+    std::string gem_filter_text, gem_filter_sicher;
+};
+
+// The system's global values, grouped by concern.
+struct Globals {
+    Directories paths;
+    SettingsMirror settings;
+    OpenStores stores;
+    // Set by whoever shows the forms (browse::attachDataControls); a run without forms has
+    // no data controls to bind.
+    std::unique_ptr<DataControlSet> data;
+    LogState log;
+    LastMessage lastMessage;
+    std::string commandLine;  // a transfer file to import at the start
     // Whether an import records what it changes, for taking it back. Only the benchmarks turn
     // it off, to measure what recording costs.
     bool recordImportRuns = true;
 
-    // The last message box.
-    std::string msg_text, msg_titel;
-    int msg_art = 0;
-    std::int16_t msg_antwort = 0;
-
-    // The last key pressed on the record view; 27 (ESC) cancels an import or export.
-    std::int16_t taste = 0;
-    // The record view: the query just composed, the written marks, the function filter.
-    std::string sql_text, satz_gewaehlt, akt_funktion;
-    // The chain of municipality terms of the filter, and the business list's copy of it.
-    std::string gem_filter_text, gem_filter_sicher;
-
-    // Texts of the hidden menu entries, assigned only for the run.
-    std::string umsetzdatei_pfad, exportdatenbank_pfad;
+    RecordViewValues view;
 
     MenuMarks marks;
     StartViewState startView;
@@ -133,15 +154,8 @@ struct Globals {
     // The platform, injected.
     Dialogs* dialogs = nullptr;
     std::function<std::time_t()> clock = [] { return std::time(nullptr); };
-    // Lets the user's side work (and a pressed ESC reach `taste`).
-    std::function<void()> doEvents = [] {};
-    // Shows what changed in the start view's state: Label2, progress, visibility.
-    std::function<void()> refreshView = [] {};
-    std::function<void(const std::string& form)> unloadForm = [](const std::string&) {};
-    std::function<void(const std::string& form)> showForm = [](const std::string&) {};
-    // Routines of later subsystems that the start-up calls.
-    std::function<void(Globals&, const std::string& path)> Upd_1_Start;
-    std::function<void(Globals&)> checkFileAssociation;
+    // The window around the routines; never null.
+    Shell* shell = Shell::none();
 };
 
 // Shows a message through the global message values; returns and keeps the answer.

@@ -30,40 +30,41 @@ void A_Fenster_schliessen(Globals& g) {
     };
     for (const auto& e : order) {
         if (!(g.marks.*(e.mark))) continue;
-        if (*e.form) g.unloadForm(e.form);
+        if (*e.form) g.shell->unloadForm(e.form);
         g.marks.*(e.mark) = false;
     }
 }
 
 namespace {
 
-void runImport(Globals& g, const std::string& file) {
+void runImport(Globals& g, const ImportRun& Upd_1_Start, const std::string& file) {
     g.startView.MDIForm1Enabled = false;
-    g.refreshView();
-    if (g.Upd_1_Start) g.Upd_1_Start(g, file);
+    g.shell->refreshView();
+    if (Upd_1_Start) Upd_1_Start(g, file);
     g.startView.MDIForm1Enabled = true;
 }
 
 }  // namespace
 
-void importChosenFile(Globals& g, const std::string& file) {
+void importChosenFile(Globals& g, const ImportRun& Upd_1_Start, const std::string& file) {
     if (g.marks.menue_import_datenbank) return;  // an import runs
     A_Fenster_schliessen(g);
     g.marks.menue_import_datenbank = true;
-    runImport(g, file);
-    g.refreshView();
+    runImport(g, Upd_1_Start, file);
+    g.shell->refreshView();
 }
 
-void menue_import_datenbank(Globals& g) {
+void menue_import_datenbank(Globals& g, const ImportRun& Upd_1_Start) {
     if (g.marks.menue_import_datenbank) return;  // an import runs
     A_Fenster_schliessen(g);
     g.marks.menue_import_datenbank = true;
     const std::string file =
-        g.dialogs ? g.dialogs->chooseFile(
-                        g.pfad_dat, "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2)
-                  : "";
+        g.dialogs
+            ? g.dialogs->chooseFile(g.paths.pfad_dat,
+                                    "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2)
+            : "";
     if (!text::trimBlanks(file).empty()) {
-        runImport(g, file);
+        runImport(g, Upd_1_Start, file);
     } else {
         showMessage(g, "Es wurde keine Update-Datei ausgewählt!", msg::vbInformation,
                     "Auswahl einer Update-Datei!");
@@ -71,34 +72,34 @@ void menue_import_datenbank(Globals& g) {
     }
     // The file dialog may have changed the current directory.
     std::error_code ec;
-    std::filesystem::current_path(g.pfad_app, ec);
-    g.refreshView();
+    std::filesystem::current_path(g.paths.pfad_app, ec);
+    g.shell->refreshView();
 }
 
 void menue_Ums_bearbeiten(Globals& g) {
-    if (!text::trimBlanks(Dir(g.umsetzdatei_pfad)).empty()) {
-        if (g.dialogs) g.dialogs->openInViewer(g.umsetzdatei_pfad);
+    if (!text::trimBlanks(Dir(g.settings.umsetzdatei_pfad)).empty()) {
+        if (g.dialogs) g.dialogs->openInViewer(g.settings.umsetzdatei_pfad);
         return;
     }
     if (showMessage(g, "\nEs wurde keine Umsetz-Datei ausgewählt!\n\nWollen Sie eine auswählen?\n",
-                    msg::vbQuestionYesNo, g.msg_titel) == msg::vbYes)
-        g.showForm("Frm_Optionen");
+                    msg::vbQuestionYesNo, g.lastMessage.msg_titel) == msg::vbYes)
+        g.shell->showForm("Frm_Optionen");
 }
 
 void menue_DB_auswahl_export(Globals& g) {
-    if (!text::trimBlanks(g.exportdatenbank_pfad).empty() &&
+    if (!text::trimBlanks(g.settings.exportdatenbank_pfad).empty() &&
         showMessage(g,
-                    "\nExport-Datenbank = " + g.exportdatenbank_pfad +
+                    "\nExport-Datenbank = " + g.settings.exportdatenbank_pfad +
                         "\n\nWollen Sie eine andere Datenbank auswählen?\n",
                     msg::vbQuestionYesNo, "Auswahl der Export-Datenbank!") != msg::vbYes)
         return;
     const std::string file =
-        g.dialogs ? g.dialogs->chooseFile(g.pfad_app,
+        g.dialogs ? g.dialogs->chooseFile(g.paths.pfad_app,
                                           "Alle Dateien (*.*)|*.*|mdb-Dateien (*.mdb)|*.mdb|", 2)
                   : "";
     if (text::trimBlanks(file).empty()) return;
-    g.exportdatenbank_pfad = file;
-    auto& rs = g.rs_optionen;
+    g.settings.exportdatenbank_pfad = file;
+    auto& rs = g.stores.rs_optionen;
     if (rs.RecordCount() >= 1) {
         rs.MoveFirst();
         rs.Edit();
@@ -134,7 +135,7 @@ bool App_PrevInstance(const std::filesystem::path& lockFile) {
 }
 
 void MDIForm_Load(Globals& g, bool prevInstance) {
-    g.akt_schritt = 0;
+    g.log.akt_schritt = 0;
     // Whatever the user answers, the start goes on: the exclusive settings store stops a
     // second copy, if anything does.
     if (prevInstance)

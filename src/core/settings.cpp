@@ -35,7 +35,7 @@ void checkStorePath(Globals& g, store::Recordset& rs, const char* field, const c
     const store::Variant value = rs.Fields(field).Value();
     if (isEmpty(value)) {
         rs.Edit();
-        rs.Fields(field).setValue(g.pfad_db + defaultName);
+        rs.Fields(field).setValue(g.paths.pfad_db + defaultName);
         rs.Update();
         return;
     }
@@ -43,7 +43,7 @@ void checkStorePath(Globals& g, store::Recordset& rs, const char* field, const c
     if (text::upperAscii(Dir(value.toString())) != text::upperAscii(defaultName)) {
         failureMessage(g);
         rs.Edit();
-        rs.Fields(field).setValue(g.pfad_db + defaultName);
+        rs.Fields(field).setValue(g.paths.pfad_db + defaultName);
         rs.Update();
     }
 }
@@ -51,20 +51,21 @@ void checkStorePath(Globals& g, store::Recordset& rs, const char* field, const c
 }  // namespace
 
 void A_org_lesen(Globals& g) {
-    g.akt_schritt = 0;
+    g.log.akt_schritt = 0;
     try {
-        store::Recordset& rs = g.rs_optionen;
+        store::Recordset& rs = g.stores.rs_optionen;
         if (rs.RecordCount() == 0) {
-            g.akt_schritt = 1;
+            g.log.akt_schritt = 1;
             rs.AddNew();
             rs.Fields("datenart").setValue(kBetriebsbezogen);
-            rs.Fields("db_betriebsbezogen").setValue(g.pfad_db + model::kBusinessStoreFile);
-            rs.Fields("db_meldungsbezogen").setValue(g.pfad_db + model::kNotificationStoreFile);
+            rs.Fields("db_betriebsbezogen").setValue(g.paths.pfad_db + model::kBusinessStoreFile);
+            rs.Fields("db_meldungsbezogen")
+                .setValue(g.paths.pfad_db + model::kNotificationStoreFile);
             rs.Fields("filter_aktiv").setValue(store::Variant::boolean(false));
             rs.Fields("Dateiendung_registriert").setValue(store::Variant::boolean(false));
             rs.Update();
         } else {
-            g.akt_schritt = 2;
+            g.log.akt_schritt = 2;
             checkStorePath(g, rs, "db_betriebsbezogen", model::kBusinessStoreFile);
             checkStorePath(g, rs, "db_meldungsbezogen", model::kNotificationStoreFile);
             const store::Variant datenart = rs.Fields("datenart").Value();
@@ -74,39 +75,39 @@ void A_org_lesen(Globals& g) {
                 rs.Edit();
                 rs.Fields("datenart").setValue(kBetriebsbezogen);
                 rs.Update();
-                g.caption = kCaptionBetrieb;
+                g.settings.caption = kCaptionBetrieb;
             } else {
-                g.caption = kCaptionMeldung;
+                g.settings.caption = kCaptionMeldung;
             }
         }
         rs.MoveFirst();
         const std::string datenart = rs.Fields("datenart").Value().toString();
         if (datenart == kBetriebsbezogen) {
-            g.db_pfad_aktuell = rs.Fields("db_betriebsbezogen").Value().toString();
-            g.db_kurzname = "tl_4x_b";
+            g.settings.db_pfad_aktuell = rs.Fields("db_betriebsbezogen").Value().toString();
+            g.settings.db_kurzname = "tl_4x_b";
         } else {
-            g.db_pfad_aktuell = rs.Fields("db_meldungsbezogen").Value().toString();
-            g.db_kurzname = "tl_4x_m";
+            g.settings.db_pfad_aktuell = rs.Fields("db_meldungsbezogen").Value().toString();
+            g.settings.db_kurzname = "tl_4x_m";
         }
-        g.filter_aktiv_flag = flagOf(rs.Fields("filter_aktiv").Value(), "filter_aktiv");
-        g.dateiendung_flag =
+        g.settings.filter_aktiv_flag = flagOf(rs.Fields("filter_aktiv").Value(), "filter_aktiv");
+        g.settings.dateiendung_flag =
             flagOf(rs.Fields("Dateiendung_registriert").Value(), "Dateiendung_registriert");
-        g.datenart_wert = datenart;
-        g.db_betr_pfad = rs.Fields("db_betriebsbezogen").Value().toString();
-        g.db_meld_pfad = rs.Fields("db_meldungsbezogen").Value().toString();
+        g.settings.datenart_wert = datenart;
+        g.settings.db_betr_pfad = rs.Fields("db_betriebsbezogen").Value().toString();
+        g.settings.db_meld_pfad = rs.Fields("db_meldungsbezogen").Value().toString();
     } catch (const std::exception& e) {
         logTrapped(g, "A_org_lesen", e);
     }
 }
 
 void A_org_update(Globals& g) {
-    g.akt_schritt = 0;
+    g.log.akt_schritt = 0;
     try {
-        store::Recordset& rs = g.rs_optionen;
+        store::Recordset& rs = g.stores.rs_optionen;
         if (rs.RecordCount() < 1) {
             rs.AddNew();
         } else {
-            g.akt_schritt = 1;
+            g.log.akt_schritt = 1;
             rs.MoveFirst();
             rs.Edit();
         }
@@ -114,22 +115,23 @@ void A_org_update(Globals& g) {
             rs.Fields("db_betriebsbezogen").setValue(g.optionen.Text6[0]);
         if (!g.optionen.Text6[1].empty())
             rs.Fields("db_meldungsbezogen").setValue(g.optionen.Text6[1]);
-        if (g.datenart_wert == kBetriebsbezogen) {
+        if (g.settings.datenart_wert == kBetriebsbezogen) {
             rs.Fields("datenart").setValue(kBetriebsbezogen);
-            g.db_pfad_aktuell = g.optionen.Text6[0];
-            g.db_kurzname = "tl_4x_b";
-            g.caption = kCaptionBetrieb;
+            g.settings.db_pfad_aktuell = g.optionen.Text6[0];
+            g.settings.db_kurzname = "tl_4x_b";
+            g.settings.caption = kCaptionBetrieb;
         } else {
             rs.Fields("datenart").setValue(kMeldungsbezogen);
-            g.db_pfad_aktuell = g.optionen.Text6[1];
-            g.db_kurzname = "tl_4x_m";
-            g.caption = kCaptionMeldung;
+            g.settings.db_pfad_aktuell = g.optionen.Text6[1];
+            g.settings.db_kurzname = "tl_4x_m";
+            g.settings.caption = kCaptionMeldung;
         }
-        g.akt_schritt = 2;
-        rs.Fields("filter_aktiv").setValue(store::Variant::boolean(g.filter_aktiv_flag != 0));
-        g.akt_schritt = 3;
+        g.log.akt_schritt = 2;
+        rs.Fields("filter_aktiv")
+            .setValue(store::Variant::boolean(g.settings.filter_aktiv_flag != 0));
+        g.log.akt_schritt = 3;
         rs.Fields("Dateiendung_registriert")
-            .setValue(store::Variant::boolean(g.dateiendung_flag != 0));
+            .setValue(store::Variant::boolean(g.settings.dateiendung_flag != 0));
         rs.Update();
     } catch (const std::exception& e) {
         logTrapped(g, "A_org_update", e);

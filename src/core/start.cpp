@@ -19,15 +19,14 @@ std::string ensureDirectory(const std::string& home, const char* name) {
 }
 
 void copyIfMissing(const Globals& g, const char* name) {
-    if (findIgnoringCase(g.pfad_db, name)) return;  // an existing store is never overwritten
+    if (findIgnoringCase(g.paths.pfad_db, name)) return;  // an existing store is never overwritten
     // A copy cut short (a full disk) must never be taken for the store at the next start.
-    copyFileAtomically(g.dataDir / name, g.pfad_db + name);
+    copyFileAtomically(g.paths.dataDir / name, g.paths.pfad_db + name);
 }
 
 }  // namespace
 
-void showStartView(Globals& g) {
-    auto& v = g.startView;
+void showStartView(StartViewState& v) {
     v.alignImage2WithTabs = true;
     v.Image2Visible = true;
     v.SSTab1Visible = false;
@@ -38,44 +37,44 @@ void showStartView(Globals& g) {
     v.Frame_AnzahlVisible = false;
 }
 
-void A_Start(Globals& g, const std::filesystem::path& home) {
-    g.fehler_vorhanden = false;
-    g.akt_schritt = 0;
+void A_Start(Globals& g, const std::filesystem::path& home, const StartHooks& hooks) {
+    g.log.fehler_vorhanden = false;
+    g.log.akt_schritt = 0;
     if (g.data) g.data->installRepositionHandlers(g);
     try {
         std::string app = std::filesystem::absolute(home).lexically_normal().string();
         if (app.empty() || app.back() != '/') app += '/';
-        g.pfad_app = app;
-        g.pfad_dat = app + "Dat/";
-        g.pfad_log = app + "Log/";
-        g.pfad_db = app + "DB/";
+        g.paths.pfad_app = app;
+        g.paths.pfad_dat = app + "Dat/";
+        g.paths.pfad_log = app + "Log/";
+        g.paths.pfad_db = app + "DB/";
         // Until the directories stand, a failure has no log to go to.
         if (!std::filesystem::is_directory(app)) {
             std::filesystem::create_directories(
                 std::filesystem::path(app).parent_path().parent_path());
             createPrivateDirectory(app);
         }
-        g.pfad_log = ensureDirectory(app, "Log");
-        g.pfad_dat = ensureDirectory(app, "Dat");
-        g.pfad_db = ensureDirectory(app, "DB");
+        g.paths.pfad_log = ensureDirectory(app, "Log");
+        g.paths.pfad_dat = ensureDirectory(app, "Dat");
+        g.paths.pfad_db = ensureDirectory(app, "DB");
         copyIfMissing(g, model::kSettingsStoreFile);
         copyIfMissing(g, model::kBusinessStoreFile);
         copyIfMissing(g, model::kNotificationStoreFile);
-        g.db_passwort = "kelpa";
-        g.db_org = store::Database::OpenDatabase(settingsStorePath(g), true, false,
-                                                 "; pwd=" + g.db_passwort);
-        g.rs_optionen = g.db_org.OpenRecordset("Optionen", store::dao::dbOpenDynaset);
+        g.stores.db_passwort = "kelpa";
+        g.stores.db_org = store::Database::OpenDatabase(settingsStorePath(g.paths), true, false,
+                                                        "; pwd=" + g.stores.db_passwort);
+        g.stores.rs_optionen = g.stores.db_org.OpenRecordset("Optionen", store::dao::dbOpenDynaset);
         A_org_lesen(g);
         DB_Load(g);
-        if (g.pfad_app.find("WoDrex") == std::string::npos && g.checkFileAssociation)
-            g.checkFileAssociation(g);
-        showStartView(g);
+        if (g.paths.pfad_app.find("WoDrex") == std::string::npos && hooks.checkFileAssociation)
+            hooks.checkFileAssociation(g);
+        showStartView(g.startView);
         if (!g.commandLine.empty()) {
-            g.doEvents();
+            g.shell->doEvents();
             A_Fenster_schliessen(g);
             g.startView.MDIForm1Enabled = false;
             g.marks.menue_import_datenbank = true;
-            if (g.Upd_1_Start) g.Upd_1_Start(g, g.commandLine);
+            if (hooks.Upd_1_Start) hooks.Upd_1_Start(g, g.commandLine);
             g.startView.MDIForm1Enabled = true;
         }
     } catch (const std::exception& e) {

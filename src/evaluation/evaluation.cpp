@@ -171,18 +171,19 @@ std::string lineOf(Grouping grouping, const store::Statement& st, const std::str
 Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>& sections) {
     Result r;
     r.query = query;
-    store::Connection& c = *g.db_daten.connection();
+    store::Connection& c = *g.stores.db_daten.connection();
 
     std::set<std::string> scope;
     std::map<std::string, std::string> names;  // gem-kz to name, for the municipality lines
     if (query.scope == Query::Scope::Filter) {
-        auto rs =
-            g.db_org.OpenRecordset("SELECT [gem-kz] FROM aktuelleGemeinde WHERE markiert <> 0");
+        auto rs = g.stores.db_org.OpenRecordset(
+            "SELECT [gem-kz] FROM aktuelleGemeinde WHERE markiert <> 0");
         for (long i = 0; i < rs.RecordCount(); ++i)
             scope.insert(text::trimBlanks(rs.rowAt(i)[0].toString()));
     }
     if (query.grouping == Grouping::Municipality) {
-        auto rs = g.db_org.OpenRecordset("SELECT [gem-kz], [gem-name] FROM gemeindekennzahlen");
+        auto rs =
+            g.stores.db_org.OpenRecordset("SELECT [gem-kz], [gem-name] FROM gemeindekennzahlen");
         for (long i = 0; i < rs.RecordCount(); ++i) {
             const auto row = rs.rowAt(i);
             names[row[0].toString()] = row[1].toString();
@@ -237,7 +238,8 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
 
 std::pair<Month, Month> defaultPeriod(core::Globals& g) {
     std::set<Month> months;
-    auto st = g.db_daten.connection()->prepare("SELECT [meld-datum], [meld-art] FROM betrieb");
+    auto st =
+        g.stores.db_daten.connection()->prepare("SELECT [meld-datum], [meld-art] FROM betrieb");
     std::optional<Month> newest;
     while (st->step()) {
         if (kindOf(st->column(1).toString()) == 0) continue;

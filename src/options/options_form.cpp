@@ -23,7 +23,7 @@ void showStartPicture(core::Globals& g) {
     v.SSTab1Visible = false;
     v.Frame_AnzahlVisible = false;
     v.Frame_UeberschriftVisible = false;
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 // The municipalities of a query into the list from position 0 on; `select` marks entries by
@@ -59,20 +59,20 @@ void OptionsForm::setEntry(size_t position, const std::string& entry) {
 void Form_Activate(core::Globals& g, OptionsForm& form) {
     core::A_org_lesen(g);
     auto& c = browse::dataControls(g).DATA_GEMEINDE;
-    c.DatabaseName = g.db_name_org;
+    c.DatabaseName = g.stores.db_name_org;
     c.RecordSource = "aktuelleGemeinde";
     c.RecordSource = "SELECT ALL * From aktuelleGemeinde ORDER BY [gem-kz];";
     c.Refresh();
     // The list is not cleared first: entries are written by position.
     fillList(form, c.Recordset(), Selection::FromMarks);
-    setFilterControls(form, g.filter_aktiv_flag == -1);
+    setFilterControls(form, g.settings.filter_aktiv_flag == -1);
 
-    const bool betrieb = g.datenart_wert == core::kBetriebsbezogen;
+    const bool betrieb = g.settings.datenart_wert == core::kBetriebsbezogen;
     form.frameEnabled[0] = betrieb;
     form.frameEnabled[1] = !betrieb;
-    g.caption = betrieb ? core::kCaptionBetrieb : core::kCaptionMeldung;
-    g.optionen.Text6[0] = g.db_betr_pfad;
-    g.optionen.Text6[1] = g.db_meld_pfad;
+    g.settings.caption = betrieb ? core::kCaptionBetrieb : core::kCaptionMeldung;
+    g.optionen.Text6[0] = g.settings.db_betr_pfad;
+    g.optionen.Text6[1] = g.settings.db_meld_pfad;
 }
 
 void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
@@ -83,7 +83,7 @@ void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
                           core::msg::vbQuestionYesNo, kPfadTitel) != core::msg::vbYes)
         return;
     const std::string filter = index == 0 ? "tl_4x_b.mdb|tl_4x_b.mdb|" : "tl_4x_m.mdb|tl_4x_m.mdb|";
-    const std::string file = g.dialogs ? g.dialogs->chooseFile(g.pfad_db, filter, 1) : "";
+    const std::string file = g.dialogs ? g.dialogs->chooseFile(g.paths.pfad_db, filter, 1) : "";
     std::error_code ec;
     if (file.empty() || !std::filesystem::is_regular_file(file, ec)) {
         core::showMessage(g, "Die Datenbank wurde unter diesem Pfad nicht gefunden!",
@@ -93,12 +93,12 @@ void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
     g.optionen.Text6[index == 0 ? 0 : 1] = file;
     core::DB_Schliessen(g);
     core::DB_Binden_loesen(g);
-    g.db_pfad_aktuell = file;
+    g.settings.db_pfad_aktuell = file;
     core::A_org_update(g);
     core::DB_Load(g);
-    core::showMessage(g,
-                      "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + g.db_name_daten + "''",
-                      core::msg::vbInformation, "");
+    core::showMessage(
+        g, "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + g.stores.db_name_daten + "''",
+        core::msg::vbInformation, "");
     core::showMessage(g, "Der Datenbankpfad wurde geändert!", core::msg::vbOKOnly, kPfadTitel);
 }
 
@@ -111,21 +111,21 @@ void Command12_Click(core::Globals& g, OptionsForm& form, int index) {
         return;
     form.frameEnabled[index == 0 ? 0 : 1] = false;
     if (index == 0) {
-        g.datenart_wert = core::kMeldungsbezogen;
+        g.settings.datenart_wert = core::kMeldungsbezogen;
         form.frameEnabled[1] = true;
-        g.caption = core::kCaptionMeldung;
+        g.settings.caption = core::kCaptionMeldung;
     } else {
-        g.datenart_wert = core::kBetriebsbezogen;
+        g.settings.datenart_wert = core::kBetriebsbezogen;
         form.frameEnabled[0] = true;
-        g.caption = core::kCaptionBetrieb;
+        g.settings.caption = core::kCaptionBetrieb;
     }
     core::DB_Schliessen(g);
     core::DB_Binden_loesen(g);
     core::A_org_update(g);
     core::DB_Load(g);
-    core::showMessage(g,
-                      "Der Daten-Art wurde geändert!\nNeue Daten-Art: ''" + g.datenart_wert + "''",
-                      core::msg::vbInformation, "");
+    core::showMessage(
+        g, "Der Daten-Art wurde geändert!\nNeue Daten-Art: ''" + g.settings.datenart_wert + "''",
+        core::msg::vbInformation, "");
 }
 
 void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
@@ -141,19 +141,19 @@ void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
             core::msg::vbCriticalYesNo, title) != core::msg::vbYes)
         return;
     std::error_code ec;
-    if (!std::filesystem::is_regular_file(g.db_name_daten, ec)) return;
+    if (!std::filesystem::is_regular_file(g.stores.db_name_daten, ec)) return;
     core::DB_Schliessen(g);
     core::DB_Binden_loesen(g);
     // The empty store comes from the program's own copies; without one the old file stays.
-    const std::string empty = g.db_kurzname + ".mdb";
+    const std::string empty = g.settings.db_kurzname + ".mdb";
     try {
-        const auto found = core::findIgnoringCase(g.dataDir, empty);
+        const auto found = core::findIgnoringCase(g.paths.dataDir, empty);
         if (!found)
             throw std::filesystem::filesystem_error(
-                "FileCopy", g.dataDir / empty,
+                "FileCopy", g.paths.dataDir / empty,
                 std::make_error_code(std::errc::no_such_file_or_directory));
         // Copied beside the store first and renamed over it: there is no moment without a store.
-        const std::filesystem::path target = g.db_name_daten;
+        const std::filesystem::path target = g.stores.db_name_daten;
         const auto rights = std::filesystem::status(target, ec).permissions();
         core::copyFileAtomically(*found, target);
         std::filesystem::permissions(target, rights, ec);  // the owner's rights stay
@@ -177,7 +177,7 @@ void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
 
 void Command2_Click(core::Globals& g, OptionsForm& form, int index) {
     (void)form;
-    const std::string path = core::errorLogPath(g);
+    const std::string path = core::errorLogPath(g.paths);
     std::error_code ec;
     const bool exists = std::filesystem::is_regular_file(path, ec);
     if (index == 0) {
@@ -201,7 +201,7 @@ void Command2_Click(core::Globals& g, OptionsForm& form, int index) {
 
 void Check1_Click(core::Globals& g, OptionsForm& form, bool checked) {
     setFilterControls(form, checked);
-    g.filter_aktiv_flag = checked ? -1 : 0;
+    g.settings.filter_aktiv_flag = checked ? -1 : 0;
 }
 
 void Command6_Click(core::Globals& g, OptionsForm& form) {
@@ -213,7 +213,7 @@ void Command6_Click(core::Globals& g, OptionsForm& form) {
         return;
     form.MousePointer = 11;
     auto& c = browse::dataControls(g).DATA_GEMEINDE;
-    c.DatabaseName = g.db_name_org;
+    c.DatabaseName = g.stores.db_name_org;
     c.RecordSource = "gemeindekennzahlen";
     c.Refresh();
     // No second Refresh: the whole table stays in its stored order.
@@ -238,7 +238,7 @@ void Command8_Click(core::Globals& g, OptionsForm& form) {
     form.MousePointer = 11;
     try {
         auto& c = browse::dataControls(g).DATA_GEMEINDE;
-        c.DatabaseName = g.db_name_org;
+        c.DatabaseName = g.stores.db_name_org;
         c.RecordSource = "SELECT DISTINCTROW * From gemeindekennzahlen where [gem-kz] like " +
                          store::jet::quote(form.Text7 + "*") + " ORDER BY [gem-kz];";
         c.Refresh();
@@ -260,7 +260,7 @@ bool Command3_Click(core::Globals& g, OptionsForm& form, int index) {
     form.MousePointer = 11;
     try {
         auto& c = browse::dataControls(g).DATA_GEMEINDE;
-        c.DatabaseName = g.db_name_org;
+        c.DatabaseName = g.stores.db_name_org;
         c.RecordSource = "aktuelleGemeinde";
         c.Refresh();
         auto& rs = c.Recordset();

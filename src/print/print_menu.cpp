@@ -23,7 +23,7 @@ void printShownRecord(core::Globals& g, PrintState& d, bool person) {
     bool& mark = person ? d.menue_druck_Person : d.menue_druck_betrieb;
     mark = true;
     g.startView.MousePointer = 11;
-    g.refreshView();
+    g.shell->refreshView();
     try {
         const auto& data = browse::dataControls(g);
         if (g.startView.Image2Visible) {
@@ -47,7 +47,7 @@ void printShownRecord(core::Globals& g, PrintState& d, bool person) {
     }
     g.startView.MousePointer = 0;
     mark = false;
-    g.refreshView();
+    g.shell->refreshView();
 }
 
 }  // namespace

@@ -24,15 +24,15 @@ void logPrintError(core::Globals& g, const std::string& procedure, const std::ex
 // The business tables in their printed order, with the table handle each query is kept in.
 struct BusinessTable {
     const char* name;
-    store::Recordset core::Globals::*handle;
+    store::Recordset core::OpenStores::*handle;
 };
 constexpr BusinessTable kBusinessTables[] = {
-    {"betrieb", &core::Globals::rs_betrieb},
-    {"betrieb_meldgrundsonst", &core::Globals::rs_meldgrund},
-    {"betrieb_adresse", &core::Globals::rs_adresse},
-    {"betrieb_erlaubnis", &core::Globals::rs_erlaubnis},
-    {"betrieb_handwerkskarte", &core::Globals::rs_handwerkskarte},
-    {"betrieb_taetigkeit", &core::Globals::rs_taetigkeit},
+    {"betrieb", &core::OpenStores::rs_betrieb},
+    {"betrieb_meldgrundsonst", &core::OpenStores::rs_meldgrund},
+    {"betrieb_adresse", &core::OpenStores::rs_adresse},
+    {"betrieb_erlaubnis", &core::OpenStores::rs_erlaubnis},
+    {"betrieb_handwerkskarte", &core::OpenStores::rs_handwerkskarte},
+    {"betrieb_taetigkeit", &core::OpenStores::rs_taetigkeit},
 };
 
 std::string businessQuery(const std::string& table, const std::string& nr,
@@ -55,22 +55,22 @@ std::string personQuery(const std::string& nr, const std::string& hist, const st
 // The person tables with their queries; permits and craft cards of every history number.
 struct PersonTable {
     const char* name;
-    store::Recordset core::Globals::*handle;
+    store::Recordset core::OpenStores::*handle;
     std::string (*query)(const std::string& persNr, const std::string& nr);
 };
 const PersonTable kPersonTables[] = {
-    {"person_staatsang", &core::Globals::rs_person_staatsang,
+    {"person_staatsang", &core::OpenStores::rs_person_staatsang,
      [](const std::string& p, const std::string&) {
          return std::string("SELECT distinctrow * ") + "From person_staatsang " +
                 "WHERE person_staatsang.[pers-nr] = " + quote(p);
      }},
-    {"person_erlaubnis", &core::Globals::rs_person_erlaubnis,
+    {"person_erlaubnis", &core::OpenStores::rs_person_erlaubnis,
      [](const std::string& p, const std::string& nr) {
          return std::string("SELECT distinctrow * ") + "From person_erlaubnis " +
                 "WHERE person_erlaubnis.[pers-nr] = " + quote(p) + " " +
                 "AND person_erlaubnis.[betr-nr] = " + quote(nr);
      }},
-    {"person_handwerkskarte", &core::Globals::rs_person_handwerkskarte,
+    {"person_handwerkskarte", &core::OpenStores::rs_person_handwerkskarte,
      [](const std::string& p, const std::string& nr) {
          return std::string("SELECT distinctrow * ") + "From person_handwerkskarte " +
                 "WHERE person_handwerkskarte.[pers-nr] = " + quote(p) + " " +
@@ -289,23 +289,23 @@ void DS_Druck_1(core::Globals& g, PrintState& d, const std::string& kind, const 
             head("Betriebsnummer: ", betrNr, "  Betriebs-Datei");
             for (const auto& table : kBusinessTables) {
                 // The handle keeps the query when the report has ended.
-                store::Recordset& rs = g.*(table.handle);
-                rs = g.db_daten.OpenRecordset(businessQuery(table.name, nr, hist));
+                store::Recordset& rs = g.stores.*(table.handle);
+                rs = g.stores.db_daten.OpenRecordset(businessQuery(table.name, nr, hist));
                 DS_Druck_2(g, d, rs, table.name, 0);
             }
             p.font.size = 12;
             DS_Druck_Zeile(g, d, "");
             DS_Druck_Zeile(g, d, "  Personen-Datei");  // not bold here
             p.font.size = 8;
-            g.sql_text = personQuery(nr, hist, nullptr);
+            g.view.sql_text = personQuery(nr, hist, nullptr);
         }
         if (kind == "Person") {
             head("Personennummer: ", persNr, "  Personen-Datei");
             const std::string pers = persNr;
-            g.sql_text = personQuery(nr, hist, &pers);
+            g.view.sql_text = personQuery(nr, hist, &pers);
         }
-        g.rs_person = g.db_daten.OpenRecordset(g.sql_text);
-        store::Recordset& persons = g.rs_person;
+        g.stores.rs_person = g.stores.db_daten.OpenRecordset(g.view.sql_text);
+        store::Recordset& persons = g.stores.rs_person;
         if (!persons.Eof()) {
             persons.MoveLast();
             persons.MoveFirst();
@@ -319,8 +319,8 @@ void DS_Druck_1(core::Globals& g, PrintState& d, const std::string& kind, const 
                 const std::string person = persons.Fields("pers-nr").Value().toString();
                 DS_Druck_2(g, d, persons, "person", counter);
                 for (const auto& table : kPersonTables) {
-                    store::Recordset& rs = g.*(table.handle);
-                    rs = g.db_daten.OpenRecordset(table.query(person, nr));
+                    store::Recordset& rs = g.stores.*(table.handle);
+                    rs = g.stores.db_daten.OpenRecordset(table.query(person, nr));
                     DS_Druck_2(g, d, rs, table.name, 0);
                 }
                 persons.MoveNext();

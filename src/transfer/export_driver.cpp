@@ -62,7 +62,7 @@ void writeHead(ExportContext& ctx, const VerwaltungsblockForm& form, long total)
 // of its business when the next row has another number. Only the rows whose status changes
 // are written.
 void refreshProcessingStatus(const core::Globals& g, const std::string& query) {
-    const auto connection = g.db_daten.connection();
+    const auto connection = g.stores.db_daten.connection();
     std::vector<std::pair<long long, char>> changes;
     {
         SelectionScan scan(*connection, query, "[betr-nr], [betr-ende], [bearb-status]");
@@ -127,16 +127,16 @@ bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& qu
     auto& view = g.startView;
     const std::string mask(std::to_string(total).size() + 1, '@');
     // The subordinate tables are read alongside the businesses, each once in key order.
-    ExportScans scans(*g.db_daten.connection());
+    ExportScans scans(*g.stores.db_daten.connection());
     ctx.scans = &scans;
-    SelectionScan businesses(*g.db_daten.connection(), query);
+    SelectionScan businesses(*g.stores.db_daten.connection(), query);
     const size_t nrColumn = businesses.column("betr-nr");
     long counter = 0;
-    g.akt_schritt = 1;
+    g.log.akt_schritt = 1;
     while (businesses.next()) {
-        g.doEvents();
-        if (g.taste == 27) {
-            g.taste = 0;
+        g.shell->doEvents();
+        if (g.view.taste == 27) {
+            g.view.taste = 0;
             core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation,
                               kTitel);
             view.ProgressBar1Value = 0;
@@ -149,7 +149,7 @@ bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& qu
         view.ProgressBar1Value = static_cast<int>(counter);
         view.Label2 = "Übertrage Satz " + masked(counter, mask) + " von " + masked(total, mask) +
                       " (ESC = Abbrechen)";
-        g.refreshView();
+        g.shell->refreshView();
         const KeyedScan::Row& row = businesses.readRow();
         ctx.betrNr = row[nrColumn].toString();
         TML_Exp_2_Tabellen(ctx, businesses, row);
@@ -166,8 +166,8 @@ FileOutcome exportFile(core::Globals& g, const VerwaltungsblockForm& form,
                        const std::string& prefix, const std::string& query, TmlWriter& out,
                        ExportResult& result) {
     auto& view = g.startView;
-    g.rs_betrieb = g.db_daten.OpenRecordset(query);
-    store::Recordset& rs = g.rs_betrieb;
+    g.stores.rs_betrieb = g.stores.db_daten.OpenRecordset(query);
+    store::Recordset& rs = g.stores.rs_betrieb;
     if (rs.RecordCount() == 0) {
         core::showMessage(g, "Es wurden keine Daten in der Betriebsdatenbank gefunden!",
                           core::msg::vbInformation, kTitel);
@@ -179,11 +179,11 @@ FileOutcome exportFile(core::Globals& g, const VerwaltungsblockForm& form,
     view.ProgressBar1Max = static_cast<int>(total);
     view.ProgressBar1Value = 0;
     const std::string name = prefix + fileTime(g) + ".tml";
-    const std::string path = g.pfad_dat + name;
+    const std::string path = g.paths.pfad_dat + name;
     out.open(path);
     ExportContext ctx(g, out);
     writeHead(ctx, form, total);
-    g.unloadForm("Frm_Verwaltungsblock");
+    g.shell->unloadForm("Frm_Verwaltungsblock");
     refreshProcessingStatus(g, query);
     if (!writeBusinesses(g, ctx, query, rs, total)) {
         out.keepUnfinished();  // the half-written file stays as it is
@@ -199,7 +199,7 @@ FileOutcome exportFile(core::Globals& g, const VerwaltungsblockForm& form,
     out.commit();
     result.files.push_back(path);
     core::showMessage(
-        g, "Die Datei '" + name + "' wurde im Verzeichnis '" + g.pfad_dat + "' erstellt!",
+        g, "Die Datei '" + name + "' wurde im Verzeichnis '" + g.paths.pfad_dat + "' erstellt!",
         core::msg::vbInformation, kTitel);
     return FileOutcome::Written;
 }
@@ -217,15 +217,15 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
         g.marks.menue_export_textdatei = false;
         view.Label2 = "Auswahl von Gewerbedaten!";
         view.MousePointer = 0;
-        g.refreshView();
+        g.shell->refreshView();
     };
-    g.akt_schritt = 0;
+    g.log.akt_schritt = 0;
     g.marks.menue_export_textdatei = true;
     try {
-        removeUnfinishedTransferFiles(g.pfad_dat);
+        removeUnfinishedTransferFiles(g.paths.pfad_dat);
         long n = 1;
         if (mode == "schluesselfeld") {
-            keys = g.db_daten.OpenRecordset(kKeyQuery);
+            keys = g.stores.db_daten.OpenRecordset(kKeyQuery);
             if (keys.RecordCount() == 0) {
                 core::showMessage(g, "In der Datenbank wurden keine Schlüsselnummern gefunden!",
                                   core::msg::vbInformation, kTitel);
@@ -254,7 +254,7 @@ ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
                 return result;
             }
         }
-        g.akt_schritt = 2;
+        g.log.akt_schritt = 2;
         finish();
         return result;
     } catch (const std::exception& e) {

@@ -49,8 +49,9 @@ VerwaltungsblockForm Frm_Verwaltungsblock_Load(core::Globals& g) {
     }
     for (int i : {0, 1, 2, 3, 6, 9, 10, 14}) f.Text1[i].grey = true;
     f.Text1[0].text = "MIGRATION";
-    if (g.datenart_wert == core::kBetriebsbezogen || g.datenart_wert == core::kMeldungsbezogen)
-        f.Text1[1].text = g.datenart_wert;
+    if (g.settings.datenart_wert == core::kBetriebsbezogen ||
+        g.settings.datenart_wert == core::kMeldungsbezogen)
+        f.Text1[1].text = g.settings.datenart_wert;
     f.Text1[2].text = formatNow(g, "%d.%m.%Y");
     f.Text1[3].text = formatNow(g, "%H.%M.%S");
     f.Text1[6].text = "MIGRATION ACCESS";
@@ -62,7 +63,7 @@ VerwaltungsblockForm Frm_Verwaltungsblock_Load(core::Globals& g) {
     f.Check1[1] = {"Export nach Gemeinden", false, true, 0};
     f.Check1[0] = {"Export nach Schlüssel", false, true, 0};
     try {
-        const long n = g.db_daten.OpenRecordset("betrieb").RecordCount();
+        const long n = g.stores.db_daten.OpenRecordset("betrieb").RecordCount();
         if (n > 0) {
             f.Text1[10].text = std::to_string(n);
         } else {
@@ -71,7 +72,7 @@ VerwaltungsblockForm Frm_Verwaltungsblock_Load(core::Globals& g) {
         }
         // Whether the key query has a row at all: the first business with a key tells, where
         // the query itself sorts every business by its key.
-        const auto connection = g.db_daten.connection();
+        const auto connection = g.stores.db_daten.connection();
         const auto any = connection->prepare(
             "SELECT EXISTS (" +
             store::jet::translate("SELECT betrieb.schluesselfeld FROM betrieb WHERE "
@@ -95,15 +96,15 @@ ExportResult Frm_Verwaltungsblock_Command1_Click(core::Globals& g, Verwaltungsbl
         v.SSTab1Visible = false;
         v.Frame_AnzahlVisible = false;
         v.Frame_UeberschriftVisible = false;
-        g.refreshView();
+        g.shell->refreshView();
         const std::string mode = form.Check1[0].value == 1 ? "schluesselfeld" : "";
         v.MDIForm1Enabled = false;
         result = TML_Exp_1(g, form, mode);
         v.MDIForm1Enabled = true;
-        g.refreshView();
+        g.shell->refreshView();
     }
     if (index == 0 || index == 1) {
-        g.unloadForm("Frm_Verwaltungsblock");
+        g.shell->unloadForm("Frm_Verwaltungsblock");
         g.marks.menue_export_textdatei = false;  // the form's unload clears its mark
     }
     return result;

@@ -135,13 +135,13 @@ void writePerson(ExportContext& ctx, ExportScans& scans, const KeyedScan::Row& l
         }
         return kept;
     };
-    g.akt_schritt = 8;
+    g.log.akt_schritt = 8;
     {
         const auto kept =
             ofThisBusiness(scans.personErlaubnis, scans.personErlaubnis.rows({persNr}));
         writeList(ctx, scans.personErlaubnis, kept, "p-erlaubnisse", "p-erlaubnis", true);
     }
-    g.akt_schritt = 9;
+    g.log.akt_schritt = 9;
     {
         const auto kept =
             ofThisBusiness(scans.personHandwerkskarte, scans.personHandwerkskarte.rows({persNr}));
@@ -156,27 +156,27 @@ void writePerson(ExportContext& ctx, ExportScans& scans, const KeyedScan::Row& l
 void TML_Exp_2_Tabellen(ExportContext& ctx, const SelectionScan& selection,
                         const KeyedScan::Row& business) {
     core::Globals& g = ctx.g;
-    g.akt_schritt = 0;
+    g.log.akt_schritt = 0;
     try {
         std::unique_ptr<ExportScans> own;
-        if (!ctx.scans) own = std::make_unique<ExportScans>(*g.db_daten.connection());
+        if (!ctx.scans) own = std::make_unique<ExportScans>(*g.stores.db_daten.connection());
         ExportScans& scans = ctx.scans ? *ctx.scans : *own;
         auto field = [&](const char* name) { return textOf(business[selection.column(name)]); };
         const std::string betrNr = field("betr-nr");
         const std::vector<std::string> key{betrNr, field("betr-hist-nr")};
 
-        g.akt_schritt = 1;
+        g.log.akt_schritt = 1;
         ctx.line("<gem-kz>" + text::trimBlanks(field("gem-kz")) + "</gem-kz>");
         ctx.line("<betr-nr>" + text::trimBlanks(betrNr) + "</betr-nr>");
         ctx.line("<betr-hist-nr>" + text::trimBlanks(key[1]) + "</betr-hist-nr>");
         writeFields(ctx, ctx.plan(&selection.names(), selection.names(), false), business);
 
-        g.akt_schritt = 3;
+        g.log.akt_schritt = 3;
         writeList(ctx, scans.meldGruende, scans.meldGruende.rows(key), "meld-gruende-sonst",
                   "meld-grund-sonst");
 
         // Addresses of the kinds 1 to 4 only, in the table's order.
-        g.akt_schritt = 2;
+        g.log.akt_schritt = 2;
         if (const auto adr = scans.adressen.rows(key); !adr.empty()) {
             ctx.line("<adressen>");
             const size_t art = scans.adressen.column("b-adr-art");
@@ -192,19 +192,19 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const SelectionScan& selection,
             ctx.line("</adressen>");
         }
 
-        g.akt_schritt = 3;
+        g.log.akt_schritt = 3;
         writeList(ctx, scans.taetigkeiten, scans.taetigkeiten.rows(key), "taetigkeiten",
                   "taetigkeit");
-        g.akt_schritt = 4;
+        g.log.akt_schritt = 4;
         writeList(ctx, scans.handwerkskarten, scans.handwerkskarten.rows(key), "b-handwerkskarten",
                   "b-handwerkskarte");
-        g.akt_schritt = 5;
+        g.log.akt_schritt = 5;
         writeList(ctx, scans.erlaubnisse, scans.erlaubnisse.rows(key), "b-erlaubnisse",
                   "b-erlaubnis");
 
         // The links of the business to its persons, each once for every stored row of its
         // person (as a join gives them); a link to no person is left out.
-        g.akt_schritt = 6;
+        g.log.akt_schritt = 6;
         const auto links = scans.links.rows(key);
         const size_t linkPerson = links.empty() ? 0 : scans.links.column("bez-pers-nr");
         size_t first = 0;
@@ -219,7 +219,7 @@ void TML_Exp_2_Tabellen(ExportContext& ctx, const SelectionScan& selection,
         for (size_t l = first; l < links.size(); ++l) {
             const KeyedScan::Row& link = links[l];
             if (link[linkPerson].isNull()) continue;
-            g.akt_schritt = 7;
+            g.log.akt_schritt = 7;
             const std::string persNr = textOf(link[linkPerson]);
             if (l != first) persons = scans.person.rows({persNr});
             for (size_t copy = 0; copy < persons.size(); ++copy)

@@ -276,13 +276,14 @@ std::string germanDate(const std::string& d) {
 
 std::vector<std::string> markedMunicipalities(core::Globals& g) {
     std::vector<std::string> marked;
-    auto rs = g.db_org.OpenRecordset("SELECT [gem-kz] FROM aktuelleGemeinde WHERE markiert <> 0");
+    auto rs =
+        g.stores.db_org.OpenRecordset("SELECT [gem-kz] FROM aktuelleGemeinde WHERE markiert <> 0");
     for (long i = 0; i < rs.RecordCount(); ++i) marked.push_back(rs.rowAt(i)[0].toString());
     return marked;
 }
 
 // Where an entry points, as the log's two location lines would name it.
-std::string where(const core::Globals::LoggedEntry& e) {
+std::string where(const core::LogState::LoggedEntry& e) {
     std::string location = e.location;
     if (location == "Fehlerortung: ") location.clear();
     std::string w = location;
@@ -303,11 +304,11 @@ class CheckListener final : public ImportListener {
         if (headValue(head, "tml-version", r_.version)) r_.version = text::trimBlanks(r_.version);
         headValue(head, "ersteller", r_.ersteller);
         headValue(head, "erstelldatum", r_.erstelldatum);
-        if (text::upperAscii(r_.struktur) != text::upperAscii(g_.datenart_wert))
+        if (text::upperAscii(r_.struktur) != text::upperAscii(g_.settings.datenart_wert))
             r_.warnings.push_back("Die Datei enthält Daten der Art ''" +
                                   text::upperAscii(r_.struktur) +
                                   "'', die aktive Datenbank ist für die Daten-Art ''" +
-                                  text::upperAscii(g_.datenart_wert) + "'' angelegt.");
+                                  text::upperAscii(g_.settings.datenart_wert) + "'' angelegt.");
         if (const double f = versionNumber(r_.version); f != kProgramTmlVersion)
             r_.warnings.push_back(f > kProgramTmlVersion
                                       ? "Die Datei ist neuer als das Programm (Version " +
@@ -346,20 +347,20 @@ ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, Impor
                                   (cause.empty() ? "" : "\n" + cause));
         return ImportOutcome::Failed;
     }
-    if (!g.db_daten.isSet()) {
-        report.warnings.push_back("Die Datenbank ''" + g.db_pfad_aktuell +
+    if (!g.stores.db_daten.isSet()) {
+        report.warnings.push_back("Die Datenbank ''" + g.settings.db_pfad_aktuell +
                                   "'' ist nicht geöffnet.");
         return ImportOutcome::StoreFailed;
     }
     // Held here, the connection and its transaction outlive the handles the import lets go of.
-    const std::shared_ptr<store::Connection> c = g.db_daten.connection();
-    std::vector<core::Globals::LoggedEntry> entries;
-    const bool hadErrors = g.fehler_vorhanden;
+    const std::shared_ptr<store::Connection> c = g.stores.db_daten.connection();
+    std::vector<core::LogState::LoggedEntry> entries;
+    const bool hadErrors = g.log.fehler_vorhanden;
     ImportOutcome outcome = ImportOutcome::Failed;
     c->beginBatch();
     try {
         countChanges(*c);
-        g.logCapture = &entries;
+        g.log.logCapture = &entries;
         CheckListener listener(g, report);
         ImportListener* const listeners[] = {&listener};
         StartViewScreen screen(g);
@@ -380,14 +381,14 @@ ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, Impor
         report.warnings.push_back(std::string("Die Prüfung wurde abgebrochen: ") + e.what());
         outcome = ImportOutcome::Failed;
     }
-    g.logCapture = nullptr;
+    g.log.logCapture = nullptr;
     c->rollbackBatch();
-    g.fehler_vorhanden = hadErrors;
-    g.storeFault.clear();
+    g.log.fehler_vorhanden = hadErrors;
+    g.log.storeFault.clear();
     core::DB_Load(g);  // handles read the store as it stands again
     report.logEntries = std::move(entries);
 
-    if (g.filter_aktiv_flag != 0) {
+    if (g.settings.filter_aktiv_flag != 0) {
         try {
             const auto marked = markedMunicipalities(g);
             std::vector<std::string> outside;

@@ -85,10 +85,10 @@ void ImportContext::loadKeys() {
         // The key columns that the removals name, with the table bit each answers for.
         for (const model::Relation* r : model::removalOrder())
             if (!r->keys.number.empty())
-                collect(g.db_daten, r->keys.number, r->table, tableBit(*r), businesses_);
+                collect(g.stores.db_daten, r->keys.number, r->table, tableBit(*r), businesses_);
         for (const model::Relation* r : model::removalOrder())
             if (!r->keys.person.empty())
-                collect(g.db_daten, r->keys.person, r->table, tableBit(*r), persons_);
+                collect(g.stores.db_daten, r->keys.person, r->table, tableBit(*r), persons_);
     } catch (const std::exception&) {
         keysMissing_ = true;  // without the list, every removal runs
     }

@@ -90,12 +90,12 @@ class Run {
   private:
     // Step 1: the marks and the waiting picture.
     void prepare() {
-        g_.akt_schritt = 0;
-        g_.msg_text.clear();
-        g_.storeFault.clear();
+        g_.log.akt_schritt = 0;
+        g_.lastMessage.msg_text.clear();
+        g_.log.storeFault.clear();
         g_.marks.menue_import_datenbank = true;
         screen_.preparing("Die Datenübertragung wird vorbereitet, bitte warten!");
-        g_.akt_schritt = 11;
+        g_.log.akt_schritt = 11;
     }
 
     // Steps 11 to 14: the file, the consent, the start picture; the store's controls let go.
@@ -105,7 +105,7 @@ class Run {
             if (!path_.empty()) path_.erase(0, 1);
         }
         for (ImportListener* l : listeners_) l->runStarts(path_);
-        g_.akt_schritt = 13;
+        g_.log.akt_schritt = 13;
         screen_.progressRange(1000);
         if (!dryRun_ &&
             core::showMessage(
@@ -115,10 +115,10 @@ class Run {
                     "Soll der Vorgang gestartet werden?",
                 core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo)
             return stop();
-        g_.akt_schritt = 14;
+        g_.log.akt_schritt = 14;
         screen_.reading();
         core::DB_Binden_loesen(g_);
-        g_.akt_schritt = 2;
+        g_.log.akt_schritt = 2;
         return true;
     }
 
@@ -129,21 +129,21 @@ class Run {
         ElementReader reader(path_, kBlockSize);
         for (ImportListener* l : listeners_) l->readingStarts(store());
         while (auto chunk = reader.next()) {
-            g_.akt_schritt = 3;
+            g_.log.akt_schritt = 3;
             if (!dryRun_ && (chunk->block == 1 || chunk->block % 10 == 0)) {
                 screen_.label("Datenbankkomprimierung, bitte warten!");
                 for (ImportListener* l : listeners_) l->compacting();
                 core::DB_Komprimieren(g_);
             }
-            g_.akt_schritt = 4;
+            g_.log.akt_schritt = 4;
             if (!chunk->holdsBetrieb) {
-                g_.akt_schritt = 6;
+                g_.log.akt_schritt = 6;
                 continue;
             }
             if (records_ == 0 && !readHead(*chunk->text)) return false;
-            g_.akt_schritt = 5;
+            g_.log.akt_schritt = 5;
             if (!storeRecords(*chunk)) return false;
-            g_.akt_schritt = 6;
+            g_.log.akt_schritt = 6;
         }
         return true;
     }
@@ -161,29 +161,29 @@ class Run {
     }
 
     bool checkKind(const std::string& struktur) {
-        if (dryRun_ || text::upperAscii(struktur) == text::upperAscii(g_.datenart_wert))
+        if (dryRun_ || text::upperAscii(struktur) == text::upperAscii(g_.settings.datenart_wert))
             return true;
         if (core::showMessage(g_,
                               "Sie wollen Daten der Datei-Art ''" + text::upperAscii(struktur) +
                                   "''in die Datenbank schreiben.\n" +
                                   "Die derzeitige Datenbank ist aber für die Daten-Art''" +
-                                  text::upperAscii(g_.datenart_wert) + "'' definiert\n" +
+                                  text::upperAscii(g_.settings.datenart_wert) + "'' definiert\n" +
                                   "Wollen Sie die Datenbank/Daten-Art wechseln?",
                               core::msg::vbQuestionYesNoNo, kTitel) == core::msg::vbNo)
             return stop();
         // The switch flips the stored kind; it does not take the file's kind.
         core::DB_Schliessen(g_);
         core::DB_Binden_loesen(g_);
-        auto& rs = g_.rs_optionen;
+        auto& rs = g_.stores.rs_optionen;
         rs.Edit();
         if (rs.Fields("datenart").Value().toString() == core::kBetriebsbezogen) {
             rs.Fields("datenart").setValue(core::kMeldungsbezogen);
-            g_.db_pfad_aktuell = rs.Fields("db_meldungsbezogen").Value().toString();
-            g_.caption = core::kCaptionMeldung;
+            g_.settings.db_pfad_aktuell = rs.Fields("db_meldungsbezogen").Value().toString();
+            g_.settings.caption = core::kCaptionMeldung;
         } else {
             rs.Fields("datenart").setValue(core::kBetriebsbezogen);
-            g_.db_pfad_aktuell = rs.Fields("db_betriebsbezogen").Value().toString();
-            g_.caption = core::kCaptionBetrieb;
+            g_.settings.db_pfad_aktuell = rs.Fields("db_betriebsbezogen").Value().toString();
+            g_.settings.caption = core::kCaptionBetrieb;
         }
         rs.Update();
         core::DB_Load(g_);
@@ -198,7 +198,7 @@ class Run {
         core::A_Error_Log(g_, "Upd_1_Start", "", "0",
                           "Die Datei-Version ''" + path_ +
                               (newer ? "'' ist nicht kompatibel!" : "''ist nicht kompatibel!"),
-                          "Fehlerortung: ", std::to_string(g_.akt_schritt));
+                          "Fehlerortung: ", std::to_string(g_.log.akt_schritt));
         if (dryRun_) return true;
         const std::string question =
             newer ? "Das Programm ist nicht kompatibel zur Datei ''" + path_ + "'' ! \n" +
@@ -224,7 +224,7 @@ class Run {
         // copied into the label once per record.
         const std::string labelTail =
             " von " + announced_.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
-        Batch batch(g_.db_daten);
+        Batch batch(g_.stores.db_daten);
         ImportBlock block{chunk.block, chunk.elements};
         for (ImportListener* l : listeners_) l->blockBegins(store(), block);
         const BlockKeys keys = blockKeys(ctx_, chunk.elements);
@@ -241,10 +241,10 @@ class Run {
                 ++block.read;
                 removals_ += element.removals;
                 if (Upd_2_Read(ctx_, element)) ++block.replaced;
-                g_.doEvents();
-                if (g_.taste == 27) {
-                    g_.taste = 0;
-                    g_.msg_text = kAbgebrochen;
+                g_.shell->doEvents();
+                if (g_.view.taste == 27) {
+                    g_.view.taste = 0;
+                    g_.lastMessage.msg_text = kAbgebrochen;
                     cancelled = true;
                     break;
                 }
@@ -275,26 +275,26 @@ class Run {
         core::DB_Load(g_);
         if (dryRun_) return;
         if (records_ == 0) {
-            g_.msg_text = "Die Transfer-Datei enthält keine Gewerbedaten!";
+            g_.lastMessage.msg_text = "Die Transfer-Datei enthält keine Gewerbedaten!";
             return;
         }
-        g_.akt_schritt = 7;
-        if (g_.fehler_vorhanden) {
+        g_.log.akt_schritt = 7;
+        if (g_.log.fehler_vorhanden) {
             if (core::showMessage(g_,
-                                  "Update-Fehler!\nWollen Sie die Log-Datei ('" + g_.pfad_log +
-                                      "ERROR.LOG')" + " ansehen?",
+                                  "Update-Fehler!\nWollen Sie die Log-Datei ('" +
+                                      g_.paths.pfad_log + "ERROR.LOG')" + " ansehen?",
                                   core::msg::vbQuestionYesNo, "Achtung!") == core::msg::vbYes &&
                 g_.dialogs)
-                g_.dialogs->openInViewer(core::errorLogPath(g_));
-            g_.fehler_vorhanden = false;
+                g_.dialogs->openInViewer(core::errorLogPath(g_.paths));
+            g_.log.fehler_vorhanden = false;
         }
-        g_.akt_schritt = 8;
-        g_.msg_text = "Die Daten wurden übertragen!";
+        g_.log.akt_schritt = 8;
+        g_.lastMessage.msg_text = "Die Daten wurden übertragen!";
     }
 
     // The end that every path takes: the start picture, the message, the store bound again.
     ImportOutcome end() {
-        const std::string message = g_.msg_text;
+        const std::string message = g_.lastMessage.msg_text;
         for (ImportListener* l : listeners_) l->runEnding();
         screen_.ended("Auswahl von Gewerbedaten!");
         if (!message.empty() && !dryRun_)
@@ -305,10 +305,10 @@ class Run {
         for (ImportListener* l : listeners_)
             cancelled ? l->runCancelled(store()) : l->runEnds(store());
         if (cancelled) return ImportOutcome::Cancelled;
-        if (records_ > 0 && g_.storeFault.empty() && !g_.db_daten.isSet())
-            g_.storeFault =
-                "Die Datenbank '" + g_.db_pfad_aktuell + "' konnte nicht geöffnet werden.";
-        return g_.storeFault.empty() ? ImportOutcome::Finished : ImportOutcome::StoreFailed;
+        if (records_ > 0 && g_.log.storeFault.empty() && !g_.stores.db_daten.isSet())
+            g_.log.storeFault =
+                "Die Datenbank '" + g_.settings.db_pfad_aktuell + "' konnte nicht geöffnet werden.";
+        return g_.log.storeFault.empty() ? ImportOutcome::Finished : ImportOutcome::StoreFailed;
     }
 
     // The trap: one entry, the failure picture; the mark stays.
@@ -325,10 +325,10 @@ class Run {
     }
 
     store::Connection* store() const {
-        return g_.db_daten.isSet() ? g_.db_daten.connection().get() : nullptr;
+        return g_.stores.db_daten.isSet() ? g_.stores.db_daten.connection().get() : nullptr;
     }
     bool stop() {
-        g_.msg_text = kAbgebrochen;
+        g_.lastMessage.msg_text = kAbgebrochen;
         return false;
     }
 
@@ -372,7 +372,7 @@ ImportOutcome runImport(core::Globals& g, std::string path, ImportScreen& screen
 void StartViewScreen::preparing(const std::string& label) {
     g_.startView.Label2 = label;
     g_.startView.MousePointer = 11;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::progressRange(int max) {
@@ -386,22 +386,22 @@ void StartViewScreen::reading() {
     v.SSTab1Visible = false;
     v.Frame_AnzahlVisible = false;
     v.Frame_UeberschriftVisible = false;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::label(const std::string& text) {
     g_.startView.Label2 = text;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::record(int value, const std::string& label) {
     g_.startView.ProgressBar1Value = value;
     g_.startView.Label2 = label;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::refresh() {
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::ended(const std::string& label) {
@@ -410,7 +410,7 @@ void StartViewScreen::ended(const std::string& label) {
     v.MousePointer = 0;
     v.SSTab1Tab = 0;
     v.Label2 = label;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void StartViewScreen::failed(const std::string& label) {
@@ -418,7 +418,7 @@ void StartViewScreen::failed(const std::string& label) {
     v.MousePointer = 0;
     v.SSTab1Tab = 0;
     v.Label2 = label;
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 std::string noBusinessCause(const std::string& path) {

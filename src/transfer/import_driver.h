@@ -26,7 +26,7 @@ struct ImportCheck {
         long long written = 0, deleted = 0;
     };
     std::vector<TableCount> tables;
-    std::vector<core::Globals::LoggedEntry> logEntries;
+    std::vector<core::LogState::LoggedEntry> logEntries;
     std::vector<std::string> warnings;
     std::vector<std::string> municipalities;  // gem-kz of the file's businesses
     // What reading the file in would change, by business number, compared with the store.
@@ -74,6 +74,8 @@ class StartViewScreen : public ImportScreen {
 // runs are recorded) and the search index follow it. Without a screen, the start window's.
 ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCounts* counts = nullptr,
                           ImportScreen* screen = nullptr);
+// The same as core::ImportRun, for the start-up and the import menu.
+void startImport(core::Globals& g, const std::string& path);
 
 // The value between the first opening and the first closing tag of a file's head, when both
 // are in it; a closing tag ahead of the opening one raises.

@@ -23,7 +23,7 @@ void ImportIndexFollower::blockBegins(store::Connection* c, const ImportBlock&) 
         // mostly businesses new to it.
         std::error_code e1, e2;
         const auto fileSize = std::filesystem::file_size(file_, e1);
-        const auto storeSize = std::filesystem::file_size(g_.db_pfad_aktuell, e2);
+        const auto storeSize = std::filesystem::file_size(g_.settings.db_pfad_aktuell, e2);
         upkeep_.emplace(!e1 && !e2 && fileSize > 2 * storeSize);
     }
     // Not trapped: a block that cannot carry the mark must not be stored.

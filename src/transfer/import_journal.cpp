@@ -432,12 +432,12 @@ void ImportJournal::runFailed() {
 }
 
 void ImportJournal::detach() noexcept {
-    if (capture_ && g_.db_daten.isSet()) capture_->detach(*g_.db_daten.connection());
+    if (capture_ && g_.stores.db_daten.isSet()) capture_->detach(*g_.stores.db_daten.connection());
 }
 
 int keptImportRuns(core::Globals& g) {
     try {
-        if (auto v = g.db_org.lookup(
+        if (auto v = g.stores.db_org.lookup(
                 "SELECT wert FROM tolma_optionen WHERE name = 'importlaeufe_behalten'", "wert"))
             if (const long n = std::atol(v->toString().c_str()); n > 0) return static_cast<int>(n);
     } catch (const std::exception&) {
@@ -447,7 +447,7 @@ int keptImportRuns(core::Globals& g) {
 }
 
 void setKeptImportRuns(core::Globals& g, int runs) {
-    const auto& c = g.db_org.connection();
+    const auto& c = g.stores.db_org.connection();
     c->execute("CREATE TABLE IF NOT EXISTS tolma_optionen (name TEXT PRIMARY KEY, wert TEXT)");
     c->execute("INSERT OR REPLACE INTO tolma_optionen VALUES ('importlaeufe_behalten', ?1)",
                {store::Variant(std::to_string(std::max(1, runs)))});
@@ -464,7 +464,7 @@ TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) 
     TakeBackResult result;
     std::string names;
     try {
-        store::Connection& c = *g.db_daten.connection();
+        store::Connection& c = *g.stores.db_daten.connection();
         std::vector<ImportRun> open;
         for (const auto& r : importRuns(c))
             if (!r.zurueckgenommen) open.push_back(r);
@@ -505,7 +505,7 @@ TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) 
     result.outcome = TakeBackOutcome::Done;
     std::string after;
     try {
-        store::Connection& c = *g.db_daten.connection();
+        store::Connection& c = *g.stores.db_daten.connection();
         if (search::indexKept(c)) search::buildIndex(c);
     } catch (const std::exception& e) {
         core::logTrapped(g, "Suchindex", e);
@@ -516,7 +516,7 @@ TakeBackResult Import_zuruecknehmen(core::Globals& g, std::optional<long> from) 
     } catch (const std::exception& e) {
         core::logTrapped(g, "Import_zuruecknehmen", e);
     }
-    if (!g.db_daten.isSet())
+    if (!g.stores.db_daten.isSet())
         after += std::string(after.empty() ? "" : "\n") +
                  "Die Datenbank konnte danach nicht wieder geöffnet werden.";
     core::showMessage(g, "Die Importläufe wurden zurückgenommen:\n" + names + after,

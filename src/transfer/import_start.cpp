@@ -23,14 +23,14 @@ class ListIndexesLeftOut final : public ImportListener {
         if (!c) return;
         std::error_code e1, e2;
         const auto fileSize = std::filesystem::file_size(file_, e1);
-        const auto storeSize = std::filesystem::file_size(g_.db_pfad_aktuell, e2);
+        const auto storeSize = std::filesystem::file_size(g_.settings.db_pfad_aktuell, e2);
         if (e1 || e2 || fileSize <= storeSize / 2) return;
         core::dropListIndexes(g_);
         leftOut_ = true;
     }
     void runEnding() override {
         if (!leftOut_) return;
-        if (!g_.db_daten.isSet()) core::DB_Load(g_);
+        if (!g_.stores.db_daten.isSet()) core::DB_Load(g_);
         core::ensureListIndexes(g_);
     }
     void runFailed() override {
@@ -53,6 +53,10 @@ ImportOutcome Upd_1_Start(core::Globals& g, std::string path, ImportCounts* coun
     ImportIndexFollower index(g);
     ImportListener* const listeners[] = {&lists, &journal, &index};
     return runImport(g, std::move(path), screen ? *screen : startView, listeners, false, counts);
+}
+
+void startImport(core::Globals& g, const std::string& path) {
+    Upd_1_Start(g, path);
 }
 
 }  // namespace tolma::transfer

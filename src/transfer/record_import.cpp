@@ -16,15 +16,15 @@ namespace {
 // The sections of a <betrieb>, in the order they are looked for, with their tables.
 struct Section {
     std::string open, close;
-    store::Recordset core::Globals::*table;
+    store::Recordset core::OpenStores::*table;
 };
 const Section kSections[] = {
-    {"<adresse art", "</adresse>", &core::Globals::rs_adresse},
-    {"<taetigkeit>", "</taetigkeit>", &core::Globals::rs_taetigkeit},
-    {"<b-erlaubnis>", "</b-erlaubnis>", &core::Globals::rs_erlaubnis},
-    {"<b-handwerkskarte>", "</b-handwerkskarte>", &core::Globals::rs_handwerkskarte},
-    {"<person>", "</person>", &core::Globals::rs_person},
-    {"<meld-grund-sonst>", "</meld-grund-sonst>", &core::Globals::rs_meldgrund},
+    {"<adresse art", "</adresse>", &core::OpenStores::rs_adresse},
+    {"<taetigkeit>", "</taetigkeit>", &core::OpenStores::rs_taetigkeit},
+    {"<b-erlaubnis>", "</b-erlaubnis>", &core::OpenStores::rs_erlaubnis},
+    {"<b-handwerkskarte>", "</b-handwerkskarte>", &core::OpenStores::rs_handwerkskarte},
+    {"<person>", "</person>", &core::OpenStores::rs_person},
+    {"<meld-grund-sonst>", "</meld-grund-sonst>", &core::OpenStores::rs_meldgrund},
 };
 
 // Elements of a <betrieb> that are never stored in its row.
@@ -96,7 +96,7 @@ bool removeBusinessAhead(ImportContext& ctx, const std::string& nr, const std::s
         std::string criteria = "[" + std::string(k.number) + "] = " + quote(nr);
         if (byState && !byNumberAlone)
             criteria += " AND [" + std::string(k.state) + "] = " + quote(hist);
-        const long long removed = Upd_6_Kill(ctx, criteria, ctx.g.*core::handleOf(r->table));
+        const long long removed = Upd_6_Kill(ctx, criteria, ctx.g.stores.*core::handleOf(r->table));
         if (byNumberAlone && removed < 0) permitsGone = false;
         if (r->table == "betrieb" && removed > 0) replaced = true;
     }
@@ -135,7 +135,7 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
 
         ctx.noteBusiness(betrNr);
         // The business row stays open while the subordinate rows are written.
-        g.rs_betrieb.AddNew();
+        g.stores.rs_betrieb.AddNew();
         bool ok = false;  // the result of the last field stored decides
         for (i = 0; i < lines.size(); ++i) {
             for (int j = 0; j < 6; ++j) {
@@ -143,11 +143,11 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
                 if (j == 0 && lineStartsWith(line(i), "<adressen>") &&
                     lineStartsWith(line(i + 1), "</adressen>")) {
                     // An empty <adressen> pair stands for one address of kind 1.
-                    g.rs_adresse.AddNew();
-                    g.rs_adresse.Fields("betr-nr").setValue(betrNr);
-                    g.rs_adresse.Fields("betr-hist-nr").setValue(betrHistNr);
-                    g.rs_adresse.Fields("b-adr-art").setValue("1");
-                    g.rs_adresse.Update();
+                    g.stores.rs_adresse.AddNew();
+                    g.stores.rs_adresse.Fields("betr-nr").setValue(betrNr);
+                    g.stores.rs_adresse.Fields("betr-hist-nr").setValue(betrHistNr);
+                    g.stores.rs_adresse.Fields("b-adr-art").setValue("1");
+                    g.stores.rs_adresse.Update();
                 }
                 if (!lineStartsWith(line(i), sec.open)) continue;
                 // The section runs to its closing line: "</adresse>" alone on its line, the
@@ -157,22 +157,22 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
                     line(++i);
                 Upd_4_Andere(ctx,
                              std::span<const std::string_view>(lines).subspan(first, i - first + 1),
-                             betrNr, betrHistNr, g.*(sec.table), j + 1, bRechtsform);
+                             betrNr, betrHistNr, g.stores.*(sec.table), j + 1, bRechtsform);
             }
             ctx.akt_inhalt = contentOf(line(i));
             ctx.akt_name = nameOf(line(i));
             if (ctx.akt_inhalt == kKeinInhalt || skippedElement(ctx.akt_name)) continue;
             try {
-                store::Field field = g.rs_betrieb.Fields(ctx.akt_name);
+                store::Field field = g.stores.rs_betrieb.Fields(ctx.akt_name);
                 ok = Upd_5_Felder(ctx, field, ctx.akt_inhalt);
             } catch (const std::exception& e) {
                 trap(e);
             }
         }
         if (ok)
-            g.rs_betrieb.Update();
+            g.stores.rs_betrieb.Update();
         else
-            g.rs_betrieb.CancelUpdate();
+            g.stores.rs_betrieb.CancelUpdate();
     } catch (const core::RuntimeError& e) {
         if (e.number() == 13) throw;  // already logged by the trap
         trap(e);

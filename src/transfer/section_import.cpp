@@ -117,7 +117,7 @@ void removePersonAhead(ImportContext& ctx, const std::string& persNr, const std:
             !(person & ImportContext::tableBit(*r)))
             continue;
         const std::string byPerson = "[" + std::string(k.person) + "] = " + quote(persNr);
-        store::Recordset& rs = ctx.g.*core::handleOf(r->table);
+        store::Recordset& rs = ctx.g.stores.*core::handleOf(r->table);
         if (k.number.empty()) {
             if (!gone) Upd_6_Kill(ctx, byPerson, rs);
         } else if (ctx.mayHoldBusiness(betrNr, ImportContext::tableBit(*r))) {
@@ -139,7 +139,7 @@ void writeLink(ImportContext& ctx, Section& s, store::Recordset& table, const Pe
         // The legal forms are read from the settings store, where the record view's control
         // DATA_ORG_RF reads them too.
         s.attempt([&] {
-            const auto typ = g.db_org.lookup(
+            const auto typ = g.stores.db_org.lookup(
                 "SELECT ALL * From Rechtsformen WHERE [schluessel] = " + quote(bRechtsform) + " ;",
                 "typ");
             if (!typ) return;
@@ -152,7 +152,7 @@ void writeLink(ImportContext& ctx, Section& s, store::Recordset& table, const Pe
         });
     }
     s.attempt([&] {
-        auto& rs = g.rs_beziehung;
+        auto& rs = g.stores.rs_beziehung;
         // The person is what tells links apart: a business may have thousands of them. The
         // plus signs keep SQLite off the business's index, which would make storing a
         // business quadratic in its persons.
@@ -205,13 +205,14 @@ void Upd_4_Andere(ImportContext& ctx, std::span<const std::string_view> lines,
     for (size_t i = 0; i < lines.size(); ++i) {
         if (isPerson) {
             if (lines[i] == "<staatsangehoerigkeit>")
-                i = s.subordinate(i, g.rs_person_staatsang, "</staatsangehoerigkeit>", persNr,
-                                  betrNr, false);
+                i = s.subordinate(i, g.stores.rs_person_staatsang, "</staatsangehoerigkeit>",
+                                  persNr, betrNr, false);
             else if (lines[i] == "<p-erlaubnis>")
-                i = s.subordinate(i, g.rs_person_erlaubnis, "</p-erlaubnis>", persNr, betrNr, true);
+                i = s.subordinate(i, g.stores.rs_person_erlaubnis, "</p-erlaubnis>", persNr, betrNr,
+                                  true);
             else if (lines[i] == "<p-handwerkskarte>")
-                i = s.subordinate(i, g.rs_person_handwerkskarte, "</p-handwerkskarte>", persNr,
-                                  betrNr, true);
+                i = s.subordinate(i, g.stores.rs_person_handwerkskarte, "</p-handwerkskarte>",
+                                  persNr, betrNr, true);
         }
         ctx.akt_inhalt = contentOf(lines[i]);
         ctx.akt_name = nameOf(lines[i]);

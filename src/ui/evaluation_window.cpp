@@ -107,7 +107,7 @@ EvaluationWindow::EvaluationWindow(core::Globals& g, QWidget* parent)
     connect(table_, &QTableWidget::cellClicked, this, &EvaluationWindow::cellClicked);
 
     try {
-        sections_ = evaluation::loadSections(g_.dataDir / "wz2008_abschnitte.csv");
+        sections_ = evaluation::loadSections(g_.paths.dataDir / "wz2008_abschnitte.csv");
         const auto period = evaluation::defaultPeriod(g_);
         from_->setText(q(evaluation::monthText(period.first)));
         to_->setText(q(evaluation::monthText(period.second)));
@@ -308,7 +308,7 @@ void EvaluationWindow::save(const QString& file,
 void EvaluationWindow::saveCsv() {
     if (!result_) return;
     const QString file = QFileDialog::getSaveFileName(
-        this, "CSV speichern", QString::fromStdString(g_.pfad_dat + "auswertung.csv"),
+        this, "CSV speichern", QString::fromStdString(g_.paths.pfad_dat + "auswertung.csv"),
         "CSV-Dateien (*.csv)");
     if (file.isEmpty()) return;
     // Counts only, no names: readable as the umask allows.
@@ -320,7 +320,7 @@ void EvaluationWindow::saveCsv() {
 void EvaluationWindow::saveChart() {
     if (!result_) return;
     const QString file = QFileDialog::getSaveFileName(
-        this, "Grafik speichern", QString::fromStdString(g_.pfad_dat + "auswertung.png"),
+        this, "Grafik speichern", QString::fromStdString(g_.paths.pfad_dat + "auswertung.png"),
         "PNG-Bilder (*.png)");
     if (file.isEmpty()) return;
     save(file, [&](const std::string& path) { print::saveEvaluationChart(path, *result_); });

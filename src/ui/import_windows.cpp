@@ -22,6 +22,7 @@
 #include "core/menu.h"
 #include "core/output_file.h"
 #include "store/connection.h"
+#include "transfer/import_driver.h"
 #include "transfer/import_journal.h"
 #include "ui/keyboard.h"
 
@@ -124,9 +125,10 @@ void CheckReportWindow::print() {
 
 void checkTransferFileFromMenu(core::Globals& g, QWidget* parent) {
     const std::string file =
-        g.dialogs ? g.dialogs->chooseFile(
-                        g.pfad_dat, "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2)
-                  : "";
+        g.dialogs
+            ? g.dialogs->chooseFile(g.paths.pfad_dat,
+                                    "Alle Dateien (*.*)|*.*| Update-Dateien (*.tml)|*.tml|", 2)
+            : "";
     if (file.empty()) {
         core::showMessage(g, "Es wurde keine Update-Datei ausgewählt!", core::msg::vbInformation,
                           "Auswahl einer Update-Datei!");
@@ -143,7 +145,8 @@ void checkTransferFileFromMenu(core::Globals& g, QWidget* parent) {
         return;
     }
     CheckReportWindow window(file, report, parent, &g);
-    if (window.exec() == CheckReportWindow::kReadIn) core::importChosenFile(g, file);
+    if (window.exec() == CheckReportWindow::kReadIn)
+        core::importChosenFile(g, transfer::startImport, file);
 }
 
 TakeBackWindow::TakeBackWindow(core::Globals& g, QWidget* parent)
@@ -188,7 +191,8 @@ TakeBackWindow::TakeBackWindow(core::Globals& g, QWidget* parent)
 void TakeBackWindow::fill() {
     std::vector<transfer::ImportRun> runs;
     try {
-        if (g_.db_daten.isSet()) runs = transfer::importRuns(*g_.db_daten.connection());
+        if (g_.stores.db_daten.isSet())
+            runs = transfer::importRuns(*g_.stores.db_daten.connection());
     } catch (const std::exception& e) {
         core::logTrapped(g_, "Frm_Zuruecknehmen.Form_Load", e);
     }

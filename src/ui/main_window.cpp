@@ -16,6 +16,7 @@
 #include "core/error_log.h"
 #include "core/menu.h"
 #include "core/version.h"
+#include "transfer/import_driver.h"
 #include "ui/evaluation_window.h"
 #include "ui/export_window.h"
 #include "ui/import_windows.h"
@@ -77,7 +78,7 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
       mdiArea_(new QMdiArea(this)),
       recordView_(new RecordView(g, this)) {
     setObjectName("MDIForm1");
-    setWindowTitle(QString::fromStdString(g_.caption));
+    setWindowTitle(QString::fromStdString(g_.settings.caption));
     setCentralWidget(mdiArea_);
     mdiArea_->setMinimumSize(200, 150);
     // The record view stays maximized behind the forms; a form that gets the focus keeps its size.
@@ -104,12 +105,7 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     startWindow_->showMaximized();
     setFrameCloseKeys(startWindow_, false);  // the record view stays for the whole session
 
-    g_.unloadForm = [this](const std::string& name) { unloadForm(name); };
-    // A list that asks for the options opens them once it has gone.
-    g_.showForm = [this](const std::string& name) {
-        // Only the form is shown: no other function closes and the menu's mark stays as it is.
-        if (name == "Frm_Optionen") QTimer::singleShot(0, this, [this] { showOptionsWindow(); });
-    };
+    g_.shell = this;
     connect(recordView_, &RecordView::personenAnzeigen, this, [this] { openWalk(); });
     connect(recordView_, &RecordView::zurueck, this, [this] {
         browse::Frm_Start_Command3_Click(g_);
@@ -135,8 +131,7 @@ MainWindow::~MainWindow() {
         QObject::disconnect(window, nullptr, this, nullptr);
         if (window->widget()) QObject::disconnect(window->widget(), nullptr, this, nullptr);
     }
-    g_.unloadForm = [](const std::string&) {};
-    g_.showForm = [](const std::string&) {};
+    if (g_.shell == this) g_.shell = core::Shell::none();
 }
 
 QMdiSubWindow* MainWindow::addChild(QWidget* widget, const QSize& size) {
@@ -169,6 +164,11 @@ void MainWindow::fitListWindow(QMdiSubWindow* window, ListWindow*) {
 void MainWindow::unloadForm(const std::string& name) {
     auto it = children_.find(name);
     if (it != children_.end()) it->second->close();
+}
+
+void MainWindow::showForm(const std::string& name) {
+    // Only the form is shown: no other function closes and the menu's mark stays as it is.
+    if (name == "Frm_Optionen") QTimer::singleShot(0, this, [this] { showOptionsWindow(); });
 }
 
 void MainWindow::openList(bool persons) {
@@ -339,14 +339,14 @@ void MainWindow::trigger(const std::string& name) {
     // No exception may cross the event loop: a failure is logged as the program's own.
     try {
         if (name == "menue_import_datenbank") {
-            core::menue_import_datenbank(g_);
+            core::menue_import_datenbank(g_, transfer::startImport);
         } else if (name == "menue_beenden") {
             core::A_Log_anbieten(g_);  // the menu's own door, before the windows' two
             close();
         } else if (name == "menue_hilfe_suchen") {
             // A missing help page is not reported. It is not handed to the desktop either, whose
             // browser or opener would show an error page of its own.
-            const auto help = g_.dataDir / "hilfe.htm";
+            const auto help = g_.paths.dataDir / "hilfe.htm";
             if (std::error_code ec; std::filesystem::is_regular_file(help, ec))
                 QDesktopServices::openUrl(
                     QUrl::fromLocalFile(QString::fromStdString(help.string())));
@@ -382,7 +382,7 @@ void MainWindow::trigger(const std::string& name) {
 }
 
 void MainWindow::refreshFromCore() {
-    setWindowTitle(QString::fromStdString(g_.caption));
+    setWindowTitle(QString::fromStdString(g_.settings.caption));
     const bool enabled = g_.startView.MDIForm1Enabled;
     menuBar()->setEnabled(enabled);
     mdiArea_->setEnabled(enabled);

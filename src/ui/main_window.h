@@ -17,8 +17,9 @@ class ListWindow;
 class RecordView;
 
 // MDIForm1: the main window with the menu that is the way into every function, and the
-// record view Frm_Start as its first child.
-class MainWindow : public QMainWindow {
+// record view Frm_Start as its first child. While it lives it is the core's shell: it redraws
+// from the core's state and opens and closes the forms the routines name.
+class MainWindow : public QMainWindow, public core::Shell {
     Q_OBJECT
 
   public:
@@ -34,6 +35,10 @@ class MainWindow : public QMainWindow {
 
     // Shows the core's state: caption, enabled, check marks and the record view.
     void refreshFromCore();
+    void refreshView() override { refreshFromCore(); }
+    void unloadForm(const std::string& name) override;
+    // Only the options are shown so, once the form that asks for them has gone.
+    void showForm(const std::string& name) override;
     // The handler of a menu entry, by its name.
     void trigger(const std::string& name);
 
@@ -60,7 +65,6 @@ class MainWindow : public QMainWindow {
     void openSearch();
     QMdiSubWindow* addChild(QWidget* widget, const QSize& size);
     void fitListWindow(QMdiSubWindow* window, ListWindow* list);
-    void unloadForm(const std::string& name);
 
     core::Globals& g_;
     QMdiArea* mdiArea_;

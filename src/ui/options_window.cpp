@@ -136,11 +136,11 @@ QGroupBox* OptionsWindow::buildIndexFrame() {
     indexLayout->addStretch(1);
     connect(rebuild, &QPushButton::clicked, this, [this] {
         run([&] {
-            if (!g_.db_daten.isSet()) return;
+            if (!g_.stores.db_daten.isSet()) return;
             QProgressDialog progress("Der Suchindex wird aufgebaut ...", QString(), 0, 100, this);
             progress.setWindowTitle("Suchindex neu aufbauen");
             progress.setMinimumDuration(300);
-            search::buildIndex(*g_.db_daten.connection(), [&](long done, long total) {
+            search::buildIndex(*g_.stores.db_daten.connection(), [&](long done, long total) {
                 progress.setValue(total ? static_cast<int>(done * 100 / total) : 100);
                 QApplication::processEvents();
             });
@@ -235,7 +235,7 @@ void OptionsWindow::run(Handler&& handler) {
         core::logTrapped(g_, "Frm_Optionen", e);
     }
     refreshFromCore();
-    g_.refreshView();
+    g_.shell->refreshView();
 }
 
 void OptionsWindow::refreshFromCore() {

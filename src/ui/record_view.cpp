@@ -347,7 +347,7 @@ void RecordView::focusTabs() {
 }
 
 void RecordView::moved() {
-    g_.refreshView();
+    g_.shell->refreshView();
     refreshFromCore();
 }
 

@@ -104,8 +104,8 @@ void SearchWindow::showHits(bool more) {
     hits_.clear();
     const QString query = box_->text().trimmed();
     try {
-        if (g_.db_daten.isSet()) {
-            store::Connection& c = *g_.db_daten.connection();
+        if (g_.stores.db_daten.isSet()) {
+            store::Connection& c = *g_.stores.db_daten.connection();
             if (!search::hasIndex(c) && !query.isEmpty()) {
                 // A store without the index gets it now, once.
                 QProgressDialog progress("Der Suchindex wird aufgebaut ...", QString(), 0, 100,

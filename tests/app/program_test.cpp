@@ -52,9 +52,9 @@ class ProgramTest : public QObject {
         tolma::test::FakeDialogs second;
         {
             tolma::app::Program program(&second);
-            program.globals().dataDir = TOLMA_STORE_DIR;
+            program.globals().paths.dataDir = TOLMA_STORE_DIR;
             program.start(home);
-            QVERIFY(!program.globals().db_org.isSet());  // the store stays the first copy's
+            QVERIFY(!program.globals().stores.db_org.isSet());  // the store stays the first copy's
         }
         ::pclose(holder);
         ::close(instance);
@@ -65,9 +65,9 @@ class ProgramTest : public QObject {
         // Once the first copy has gone, a copy starts without the warning and opens its stores.
         tolma::test::FakeDialogs alone;
         tolma::app::Program program(&alone);
-        program.globals().dataDir = TOLMA_STORE_DIR;
+        program.globals().paths.dataDir = TOLMA_STORE_DIR;
         program.start(home);
-        QVERIFY(program.globals().db_org.isSet());
+        QVERIFY(program.globals().stores.db_org.isSet());
         for (const auto& shown : alone.shown) QVERIFY(shown.title != "Programmstart!");
     }
 

@@ -71,14 +71,14 @@ struct ListFixture : ImportFixture {
     }
     std::string current(browse::ListForm& f, const char* field) { return f.data.fieldText(field); }
     void mark(const std::string& gemKz) {
-        insert(g().db_org, "aktuelleGemeinde",
+        insert(g().stores.db_org, "aktuelleGemeinde",
                {{"gem-kz", gemKz}, {"gem-name", "x"}, {"markiert", store::Variant::boolean(true)}});
     }
 };
 
 // SQLite's plan for a query text as the engine prepares it for the data store.
 std::string planOf(core::Globals& g, const std::string& jet) {
-    const auto& c = g.db_daten.connection();
+    const auto& c = g.stores.db_daten.connection();
     const auto p = store::jet::prepare(jet, &c->catalog());
     auto st = c->prepare("EXPLAIN QUERY PLAN " + p.shape->sql);
     st->bindValues(p.values, p.shape->numeric);
@@ -148,14 +148,14 @@ TEST(ListFormTest, BusinessListOpensTypesSortsAndLoadsTheRecordView) {
     EXPECT_TRUE(browse::Command1_Click(f.g(), f.betr, 0));
     EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.fieldText("b-eintr-name"), name);
     EXPECT_EQ(f.g().startView.Label2, "Anzeige: Meldedaten");
-    EXPECT_EQ(f.g().satz_gewaehlt, "ja");
+    EXPECT_EQ(f.g().view.satz_gewaehlt, "ja");
     browse::Form_Unload(f.g(), f.betr);
     EXPECT_FALSE(f.g().marks.menue_suchen_betrieb);
 }
 
 TEST(ListFormTest, FilterWithoutMarksAsksAndMarkWithoutRowsNamesTheOptions) {
     ListFixture f;
-    f.g().filter_aktiv_flag = -1;
+    f.g().settings.filter_aktiv_flag = -1;
     f.dialogs.answers = {core::msg::vbNo};
     EXPECT_FALSE(browse::menue_suchen_betrieb(f.g(), f.betr));
     EXPECT_EQ(f.lastMessage(),
@@ -170,7 +170,7 @@ TEST(ListFormTest, FilterWithoutMarksAsksAndMarkWithoutRowsNamesTheOptions) {
 
     f.mark("01054056");
     ASSERT_TRUE(browse::menue_suchen_betrieb(f.g(), f.betr));
-    EXPECT_EQ(f.g().gem_filter_sicher, " or [gem-kz] = '09162000'  or [gem-kz] = '01054056' ");
+    EXPECT_EQ(f.g().view.gem_filter_sicher, " or [gem-kz] = '09162000'  or [gem-kz] = '01054056' ");
     EXPECT_EQ(f.current(f.betr, "gem-kz"), "01054056");
 }
 
@@ -190,12 +190,12 @@ TEST(ListFormTest, PersonListOpensAndOkShowsTheBusinessOnTheFirstPersonTab) {
 
     // Filter on and nothing marked: unlike the business list it asks nothing and points to no
     // options; the list asks for an empty municipality and comes out empty.
-    f.g().filter_aktiv_flag = -1;
+    f.g().settings.filter_aktiv_flag = -1;
     browse::ListForm empty(true);
     f.g().marks.menue_suchen_person = false;
     const size_t shown = f.dialogs.shown.size();
     EXPECT_FALSE(browse::menue_suchen_person(f.g(), empty));
-    EXPECT_EQ(f.g().gem_filter_text, " where betrieb.[gem-kz] = ''");
+    EXPECT_EQ(f.g().view.gem_filter_text, " where betrieb.[gem-kz] = ''");
     ASSERT_EQ(f.dialogs.shown.size(), shown + 1);
     EXPECT_EQ(f.lastMessage(), "Es wurden in der Datenbank keine Sätze gefunden!");
     EXPECT_EQ(f.dialogs.shown.back().title, "Auswahlliste Personen!");
@@ -239,10 +239,10 @@ TEST(ListFormTest, ListsSortedByANameColumnShowGermanOrder) {
 // has no search box.
 TEST(PersonListTest, FilterTermsJoinBehindTheBusinessTermWithoutATrailingBlank) {
     ListFixture f;
-    f.g().filter_aktiv_flag = -1;
+    f.g().settings.filter_aktiv_flag = -1;
     f.mark("01054056");
     ASSERT_TRUE(browse::menue_suchen_person(f.g(), f.pers));
-    EXPECT_EQ(f.g().gem_filter_text, " where betrieb.[gem-kz] = '' or [gem-kz] = '01054056'");
+    EXPECT_EQ(f.g().view.gem_filter_text, " where betrieb.[gem-kz] = '' or [gem-kz] = '01054056'");
     auto& rs = f.pers.data.Recordset();
     ASSERT_GT(rs.RecordCount(), 0);
     for (long r = 0; r < rs.RecordCount(); ++r)
@@ -269,14 +269,14 @@ TEST(PersonListTest, APersonAtTwoBusinessStatesStandsTwiceAndOkTakesTheChosenRow
 
 TEST(PersonListTest, ASortComposesTheQueryAfreshWithTheMarkingsOfNow) {
     ListFixture f;
-    f.g().filter_aktiv_flag = -1;
+    f.g().settings.filter_aktiv_flag = -1;
     f.mark("01054056");
     ASSERT_TRUE(browse::menue_suchen_person(f.g(), f.pers));
     const long before = f.pers.data.Recordset().RecordCount();
     // The options mark another municipality while the list stands open.
     f.mark("01054088");
     browse::Text1_Click(f.g(), f.pers, 2);
-    EXPECT_EQ(f.g().gem_filter_text,
+    EXPECT_EQ(f.g().view.gem_filter_text,
               " where betrieb.[gem-kz] = '' or [gem-kz] = '01054056' or [gem-kz] = '01054088'");
     EXPECT_NE(f.pers.data.RecordSource.find(" ORDER BY person.[fam-name]"), std::string::npos)
         << f.pers.data.RecordSource;

@@ -21,7 +21,7 @@ struct RecordViewFixture : ImportFixture {
         browse::DB_Load_DATA(g(), row.substr(0, bar), betrNr, row.substr(bar + 1), "");
     }
     std::string field(browse::DataControl& c, const std::string& name) { return c.fieldText(name); }
-    void sql(const std::string& statement) { g().db_daten.Execute(statement); }
+    void sql(const std::string& statement) { g().stores.db_daten.Execute(statement); }
 };
 
 const std::string kBau = "010540001074";    // a GmbH with two representatives
@@ -42,7 +42,7 @@ TEST(RecordViewTest, LoadedBusinessFillsItsDataControls) {
     EXPECT_EQ(f.field(d.DATA_PERS, "p-art"), "JP");
     EXPECT_EQ(d.DATA_PERS.Caption, "Satz 1 von 1");
     EXPECT_FALSE(f.g().startView.TextPers_8.empty());
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 }
 
 TEST(RecordViewTest, SubTableWithoutRowsShowsZeroAndEmptyFields) {
@@ -111,7 +111,7 @@ TEST(RecordViewTest, UnknownOrHostileKeysLeaveTheOtherControlsAsTheyWere) {
     EXPECT_EQ(d.DATA_BETR.Recordset().RecordCount(), 0);
     EXPECT_EQ(f.field(d.DATA_BETR, "b-eintr-name"), "");
     EXPECT_EQ(d.DATA_ADR.Caption, caption);
-    EXPECT_FALSE(f.g().fehler_vorhanden);
+    EXPECT_FALSE(f.g().log.fehler_vorhanden);
 }
 
 TEST(RecordViewTest, TabClickSetsTheLabelAndThePersonFrame) {
@@ -126,7 +126,7 @@ TEST(RecordViewTest, TabClickSetsTheLabelAndThePersonFrame) {
     browse::SSTab1_Click(f.g(), 7);
     EXPECT_EQ(f.g().startView.SSTab1Tab, 2);
     browse::Form_KeyPress(f.g(), 27);
-    EXPECT_EQ(f.g().taste, 27);
+    EXPECT_EQ(f.g().view.taste, 27);
 }
 
 }  // namespace

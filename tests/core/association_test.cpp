@@ -85,8 +85,7 @@ class AssociationTest : public ::testing::Test {
     void start(const std::string& program = kProgram) {
         f.newRun();
         registry = std::make_shared<RecordingRegistry>(dirs);
-        core::useFileAssociation(f.g(), registry, program);
-        f.start();
+        f.start({core::fileAssociationCheck(registry, program), {}});
     }
     std::filesystem::path desktopFile() const {
         return dirs.dataHome / "applications" / "tolma.desktop";
@@ -106,7 +105,7 @@ class AssociationTest : public ::testing::Test {
         return buffer.substr(0, std::size_t(length) - 1);
     }
     long fieldDateiendungRegistriert() {
-        auto rs = f.g().db_org.OpenRecordset("Optionen");
+        auto rs = f.g().stores.db_org.OpenRecordset("Optionen");
         return rs.Fields("Dateiendung_registriert").Value().toInteger();
     }
     // The six writes of one registration.
@@ -153,11 +152,11 @@ TEST_F(AssociationTest, MissingExtensionRegistersTwiceAndWritesTheDesktopFiles) 
     EXPECT_EQ(tmlValue(), "TOLMA_4x_Access");
 
     // Recorded as a success, and the settings read back intact.
-    EXPECT_EQ(f.g().dateiendung_flag, -1);
+    EXPECT_EQ(f.g().settings.dateiendung_flag, -1);
     EXPECT_EQ(fieldDateiendungRegistriert(), -1);
-    EXPECT_EQ(f.g().db_pfad_aktuell, f.g().pfad_db + "tl_4x_b.mdb");
-    EXPECT_EQ(f.g().datenart_wert, "BETRIEBSBEZOGEN");
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_EQ(f.g().settings.db_pfad_aktuell, f.g().paths.pfad_db + "tl_4x_b.mdb");
+    EXPECT_EQ(f.g().settings.datenart_wert, "BETRIEBSBEZOGEN");
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
     EXPECT_TRUE(f.dialogs.shown.empty());
 }
 
@@ -169,7 +168,7 @@ TEST_F(AssociationTest, RegisteredSystemIsFoundAtTheNextStartAndNothingIsWritten
     EXPECT_TRUE(registry->writes.empty());
     EXPECT_EQ(std::filesystem::last_write_time(mimeapps()), before);
     EXPECT_EQ(readText(desktopFile()), desktop);
-    EXPECT_EQ(f.g().dateiendung_flag, -1);  // as read from the settings
+    EXPECT_EQ(f.g().settings.dateiendung_flag, -1);  // as read from the settings
 }
 
 // The handler named in mimeapps.list before the start, and how often the start registers.
@@ -225,7 +224,7 @@ TEST_F(AssociationTest, AnotherProgramsHandlerIsTakenOverSilentlyAndTheRestOfThe
               "application/x-tolma-tml=tolma.desktop;\n"
               "image/png=eog.desktop;\n");
     EXPECT_TRUE(f.dialogs.shown.empty());
-    EXPECT_EQ(f.g().dateiendung_flag, -1);
+    EXPECT_EQ(f.g().settings.dateiendung_flag, -1);
 }
 
 TEST_F(AssociationTest, EntryIsAddedToAnExistingGroupOrAfterTheOthers) {
@@ -287,9 +286,9 @@ TEST_F(AssociationTest, RegisteredFilesAgreeWithTheInstalledOnes) {
 TEST_F(AssociationTest, NoFileIsWrittenUnderAWoDrexHome) {
     f.newRun();
     registry = std::make_shared<RecordingRegistry>(dirs);
-    core::useFileAssociation(f.g(), registry, kProgram);
-    core::A_Start(f.g(), f.dir.path() / "WoDrex");
-    EXPECT_TRUE(f.g().db_org.isSet());
+    core::A_Start(f.g(), f.dir.path() / "WoDrex",
+                  {core::fileAssociationCheck(registry, kProgram), {}});
+    EXPECT_TRUE(f.g().stores.db_org.isSet());
     EXPECT_TRUE(registry->writes.empty());
     EXPECT_FALSE(std::filesystem::exists(dirs.dataHome));
     EXPECT_FALSE(std::filesystem::exists(dirs.configHome));
@@ -307,9 +306,9 @@ TEST_F(AssociationTest, AnyFailedStepOfARegistrationLeavesTheFlagAndLogsNothing)
                                              "TOLMA_4x_Access", "tml");
             // A failed call does not stop the others; an error leaves the routine at once.
             EXPECT_EQ(registry->writes.size(), throwing ? std::size_t(failing) + 1 : 6u) << which;
-            EXPECT_EQ(f.g().dateiendung_flag, 0) << which;
+            EXPECT_EQ(f.g().settings.dateiendung_flag, 0) << which;
             EXPECT_EQ(fieldDateiendungRegistriert(), 0) << which;
-            EXPECT_FALSE(f.g().fehler_vorhanden) << which << f.logText();
+            EXPECT_FALSE(f.g().log.fehler_vorhanden) << which << f.logText();
             EXPECT_TRUE(f.dialogs.shown.empty()) << which;
         }
     }
@@ -320,11 +319,10 @@ TEST_F(AssociationTest, ErrorInTheFirstRegistrationOfAStartLeavesItToTheSecond) 
     registry = std::make_shared<RecordingRegistry>(dirs);
     registry->failingWrite = 3;
     registry->throwOnFailingWrite = true;
-    core::useFileAssociation(f.g(), registry, kProgram);
-    f.start();
+    f.start({core::fileAssociationCheck(registry, kProgram), {}});
     EXPECT_EQ(registry->writes.size(), 4u + 6u);
-    EXPECT_EQ(f.g().dateiendung_flag, -1);
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_EQ(f.g().settings.dateiendung_flag, -1);
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
     EXPECT_TRUE(f.g().startView.shown);  // the start went on
     EXPECT_EQ(tmlValue(), "TOLMA_4x_Access");
 }
@@ -335,9 +333,9 @@ TEST_F(AssociationTest, RegistryThatCannotWriteLeavesTheFlagAtZeroEveryStart) {
     for (int run = 0; run < 2; ++run) {
         start();
         EXPECT_EQ(registry->writes, twice(oneRegistration()));
-        EXPECT_EQ(f.g().dateiendung_flag, 0);
+        EXPECT_EQ(f.g().settings.dateiendung_flag, 0);
         EXPECT_EQ(fieldDateiendungRegistriert(), 0);
-        EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+        EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
         EXPECT_FALSE(std::filesystem::exists(f.home() / "Log" / "ERROR.LOG"));
         EXPECT_TRUE(f.dialogs.shown.empty());
     }

@@ -16,14 +16,15 @@ long rows(const store::Database& db, const std::string& table) {
 }
 
 void fillAndThinOut(core::Globals& g, int n) {
-    auto& c = *g.db_daten.connection();
+    auto& c = *g.stores.db_daten.connection();
     c.beginBatch();
     for (int i = 0; i < n; ++i)
         c.execute(
             "INSERT INTO betrieb ([betr-nr], [betr-hist-nr], [b-bemerkung]) VALUES (?1, '1', ?2)",
             {store::Variant(std::to_string(i)), store::Variant(std::string(500, 'x'))});
     c.commitBatch();
-    g.db_daten.Execute("DELETE FROM betrieb WHERE [betr-hist-nr] = '1' AND Val([betr-nr]) >= 10");
+    g.stores.db_daten.Execute(
+        "DELETE FROM betrieb WHERE [betr-hist-nr] = '1' AND Val([betr-nr]) >= 10");
 }
 
 TEST(ConnectionTest, LoadTwiceLeavesAUsableConnection) {
@@ -31,11 +32,11 @@ TEST(ConnectionTest, LoadTwiceLeavesAUsableConnection) {
     f.start();
     core::DB_Load(f.g());
     core::DB_Load(f.g());
-    f.g().rs_betrieb.AddNew();
-    f.g().rs_betrieb.Fields("betr-nr").setValue("1");
-    f.g().rs_betrieb.Update();
-    EXPECT_EQ(rows(f.g().db_daten, "betrieb"), 1);
-    EXPECT_FALSE(f.g().fehler_vorhanden);
+    f.g().stores.rs_betrieb.AddNew();
+    f.g().stores.rs_betrieb.Fields("betr-nr").setValue("1");
+    f.g().stores.rs_betrieb.Update();
+    EXPECT_EQ(rows(f.g().stores.db_daten, "betrieb"), 1);
+    EXPECT_FALSE(f.g().log.fehler_vorhanden);
 }
 
 TEST(ConnectionTest, CompactionKeepsEveryRowAndLeavesNoTemporaryFile) {
@@ -47,9 +48,9 @@ TEST(ConnectionTest, CompactionKeepsEveryRowAndLeavesNoTemporaryFile) {
     core::DB_Komprimieren(f.g());
     EXPECT_FALSE(std::filesystem::exists(f.home() / "DATENBANK.NEU"));
     EXPECT_LT(std::filesystem::file_size(store), 300000u);  // the 2000 rows took about 1 MB
-    EXPECT_EQ(rows(f.g().db_daten, "betrieb"), 10);
-    EXPECT_EQ(f.g().rs_betrieb.RecordCount(), 10);
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_EQ(rows(f.g().stores.db_daten, "betrieb"), 10);
+    EXPECT_EQ(f.g().stores.rs_betrieb.RecordCount(), 10);
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 }
 
 TEST(ConnectionTest, StoreElsewhereIsCompactedThroughTheProgramDirectoryAndPutBack) {
@@ -61,12 +62,12 @@ TEST(ConnectionTest, StoreElsewhereIsCompactedThroughTheProgramDirectoryAndPutBa
     core::Globals& g = f.g();
     core::DB_Schliessen(g);
     core::DB_Binden_loesen(g);
-    g.db_pfad_aktuell = (elsewhere / "tl_4x_b.mdb").string();
+    g.settings.db_pfad_aktuell = (elsewhere / "tl_4x_b.mdb").string();
     core::DB_Load(g);
     fillAndThinOut(g, 1000);
     core::DB_Komprimieren(g);
-    EXPECT_EQ(rows(g.db_daten, "betrieb"), 10);
-    EXPECT_EQ(g.db_daten.Name(), elsewhere / "tl_4x_b.mdb");
+    EXPECT_EQ(rows(g.stores.db_daten, "betrieb"), 10);
+    EXPECT_EQ(g.stores.db_daten.Name(), elsewhere / "tl_4x_b.mdb");
     EXPECT_FALSE(std::filesystem::exists(f.home() / "DATENBANK.NEU"));
 }
 
@@ -87,9 +88,9 @@ TEST(ConnectionTest, DetachedStoreCanBeReplacedAndIsShownAfterLoad) {
     const auto replacement = f.dir.path() / "neu.mdb";
     store::Database other = makeSampleStore(replacement);
     other.Close();
-    std::filesystem::rename(replacement, g.db_pfad_aktuell);
+    std::filesystem::rename(replacement, g.settings.db_pfad_aktuell);
     core::DB_Load(g);
-    EXPECT_EQ(g.rs_betrieb.RecordCount(), 5);
+    EXPECT_EQ(g.stores.rs_betrieb.RecordCount(), 5);
     browse::dataControls(g).DATA_BETR.Refresh();
     EXPECT_EQ(browse::dataControls(g).DATA_BETR.Recordset().RecordCount(), 5);
 }
@@ -100,9 +101,9 @@ TEST(ConnectionTest, StoreWithoutATableOrMissingEndsTheLoadWithAnEntry) {
     core::Globals& g = f.g();
     core::DB_Schliessen(g);
     core::DB_Binden_loesen(g);
-    g.db_pfad_aktuell = (f.dir.path() / "fehlt" / "tl_4x_b.mdb").string();
+    g.settings.db_pfad_aktuell = (f.dir.path() / "fehlt" / "tl_4x_b.mdb").string();
     core::DB_Load(g);
-    EXPECT_FALSE(g.db_daten.isSet());
+    EXPECT_FALSE(g.stores.db_daten.isSet());
     EXPECT_NE(f.logText().find("Fehler in Sub/Function: DB_Load\r\nFehler-Source:          "
                                "DAO.DBEngine\r\nFehlernummer:           3024\r\n"),
               std::string::npos);
@@ -111,11 +112,11 @@ TEST(ConnectionTest, StoreWithoutATableOrMissingEndsTheLoadWithAnEntry) {
     tables.pop_back();
     const auto partial = f.dir.path() / "tl_4x_b.mdb";
     model::writeEmptyStore(partial, tables);
-    g.db_pfad_aktuell = partial.string();
+    g.settings.db_pfad_aktuell = partial.string();
     core::DB_Load(g);
     EXPECT_NE(f.logText().find("Fehlernummer:           3078"), std::string::npos);
-    EXPECT_TRUE(g.rs_taetigkeit.isSet());  // opened before the missing table
-    EXPECT_FALSE(g.rs_person.isSet());
+    EXPECT_TRUE(g.stores.rs_taetigkeit.isSet());  // opened before the missing table
+    EXPECT_FALSE(g.stores.rs_person.isSet());
 }
 
 TEST(ConnectionTest, FailedCompactionIsLoggedUnderItsOwnName) {
@@ -123,26 +124,27 @@ TEST(ConnectionTest, FailedCompactionIsLoggedUnderItsOwnName) {
     f.start();
     core::Globals& g = f.g();
     // A handle kept open elsewhere holds the file.
-    store::Recordset held = g.db_daten.OpenRecordset("betrieb");
+    store::Recordset held = g.stores.db_daten.OpenRecordset("betrieb");
     core::DB_Schliessen(g);
     core::DB_Binden_loesen(g);
-    EXPECT_EQ(core::A_Kompress(g, g.db_pfad_aktuell, ""), 0);
+    EXPECT_EQ(core::A_Kompress(g, g.settings.db_pfad_aktuell, ""), 0);
     EXPECT_NE(f.logText().find("Fehler in Sub/Function: A_Kompress\r\n"), std::string::npos);
     EXPECT_NE(f.logText().find("Ortungs-Nummer/BetrNr:  Fehler bei Komprimierung von '" +
-                               g.db_pfad_aktuell + "'\r\n"),
+                               g.settings.db_pfad_aktuell + "'\r\n"),
               std::string::npos);
-    EXPECT_TRUE(std::filesystem::exists(g.db_pfad_aktuell));
+    EXPECT_TRUE(std::filesystem::exists(g.settings.db_pfad_aktuell));
 }
 
 TEST(MenuTest, ClosingGoesThroughTheMarksInTheirOrder) {
     core::Globals g;
-    std::vector<std::string> unloaded;
-    g.unloadForm = [&](const std::string& form) { unloaded.push_back(form); };
+    ScriptedShell shell;
+    g.shell = &shell;
     g.marks.menue_export_textdatei = true;
     g.marks.menue_import_datenbank = true;
     g.marks.menue_suchen_person = true;
     core::A_Fenster_schliessen(g);
-    EXPECT_EQ(unloaded, (std::vector<std::string>{"Frm_Auswahl_Pers", "Frm_Verwaltungsblock"}));
+    EXPECT_EQ(shell.unloaded,
+              (std::vector<std::string>{"Frm_Auswahl_Pers", "Frm_Verwaltungsblock"}));
     EXPECT_FALSE(g.marks.menue_import_datenbank);
     EXPECT_FALSE(g.marks.menue_export_textdatei);
 }

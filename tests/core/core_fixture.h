@@ -11,6 +11,7 @@
 #include "core/globals.h"
 #include "core/start.h"
 #include "fake_dialogs.h"
+#include "scripted_shell.h"
 
 namespace tolma::test {
 
@@ -18,6 +19,7 @@ namespace tolma::test {
 struct CoreFixture {
     TempDir dir;
     FakeDialogs dialogs;
+    ScriptedShell shell;
     std::unique_ptr<core::Globals> run;
 
     CoreFixture() {
@@ -31,12 +33,13 @@ struct CoreFixture {
         run.reset();
         run = std::make_unique<core::Globals>();
         browse::attachDataControls(*run);
-        run->dataDir = TOLMA_STORE_DIR;
+        run->paths.dataDir = TOLMA_STORE_DIR;
         run->dialogs = &dialogs;
+        run->shell = &shell;
         run->clock = [] { return std::time_t(1700000000); };  // 14.11.2023 22:13:20 UTC
     }
     std::filesystem::path home() const { return dir.path() / "home"; }
-    void start() { core::A_Start(*run, home()); }
+    void start(const core::StartHooks& hooks = {}) { core::A_Start(*run, home(), hooks); }
 
     std::string logText() const {
         std::ifstream in(home() / "Log" / "ERROR.LOG", std::ios::binary);

@@ -25,7 +25,7 @@ TEST(ErrorLogTest, OneHeadPerRunSevenLinesPerEntryInWindows1252) {
     core::A_Error_Log(f.g(), "Upd_5_Felder", "Feld zu klein für Datenmenge, Inhalt wurde gekürzt!",
                       "3163", "Dao.Field", "b-ort = Straße", "0");
     core::A_Error_Log(f.g(), "DB_Load", "", "3024", "Datei nicht gefunden.", "Fehlerortung: ", "0");
-    EXPECT_TRUE(f.g().fehler_vorhanden);
+    EXPECT_TRUE(f.g().log.fehler_vorhanden);
     const std::string first =
         kHead +
         entry("Upd_5_Felder", "Feld zu klein f\xFCr Datenmenge, Inhalt wurde gek\xFCrzt!", "3163",
@@ -59,8 +59,8 @@ TEST(ErrorLogTest, LogIsOfferedOnlyWhenThisRunWroteToIt) {
     EXPECT_EQ(f.dialogs.shown[1].title, "Achtung!");
     EXPECT_EQ(f.dialogs.shown[1].style, 36);
     EXPECT_EQ(f.dialogs.shown[1].text, "Update-Fehler!\nWollen Sie die Log-Datei ('" +
-                                           f.g().pfad_log + "ERROR.LOG') ansehen?");
-    EXPECT_EQ(f.dialogs.viewed, (std::vector<std::string>{f.g().pfad_log + "ERROR.LOG"}));
+                                           f.g().paths.pfad_log + "ERROR.LOG') ansehen?");
+    EXPECT_EQ(f.dialogs.viewed, (std::vector<std::string>{f.g().paths.pfad_log + "ERROR.LOG"}));
 }
 
 TEST(ErrorLogTest, ANewLogIsTheOwnersAloneAndAnOldOneKeepsItsRights) {

@@ -53,20 +53,18 @@ TEST(MenuTest, ASecondCopyOfTheProgramIsWarnedOnceAndGoesOn) {
 TEST(MenuTest, ConversionFileEntryOffersTheOptionsWhenNoFileIsSet) {
     CoreFixture f;
     f.start();
-    std::vector<std::string> shown;
-    f.g().showForm = [&](const std::string& form) { shown.push_back(form); };
-    f.g().msg_titel = "Letzter Titel";
+    f.g().lastMessage.msg_titel = "Letzter Titel";
     f.dialogs.answers = {core::msg::vbYes};
     core::menue_Ums_bearbeiten(f.g());
     ASSERT_FALSE(f.dialogs.shown.empty());
     EXPECT_EQ(f.dialogs.shown.back().text,
               "\nEs wurde keine Umsetz-Datei ausgewählt!\n\nWollen Sie eine auswählen?\n");
     EXPECT_EQ(f.dialogs.shown.back().title, "Letzter Titel");
-    EXPECT_EQ(shown, std::vector<std::string>{"Frm_Optionen"});
+    EXPECT_EQ(f.shell.shown, std::vector<std::string>{"Frm_Optionen"});
 
     const auto file = f.dir.path() / "umsetzung.txt";
     std::ofstream(file) << "x";
-    f.g().umsetzdatei_pfad = file.string();
+    f.g().settings.umsetzdatei_pfad = file.string();
     core::menue_Ums_bearbeiten(f.g());
     EXPECT_EQ(f.dialogs.viewed, std::vector<std::string>{file.string()});
 }
@@ -90,9 +88,10 @@ TEST(MenuTest, ExportDatabaseIsChosenStoredAndAskedForAgain) {
     core::menue_DB_auswahl_export(f.g());  // no path yet: straight to the dialog
     ASSERT_EQ(dialogs.filters.size(), 1u);
     EXPECT_EQ(dialogs.filters[0], "Alle Dateien (*.*)|*.*|mdb-Dateien (*.mdb)|*.mdb|#2");
-    EXPECT_EQ(f.g().exportdatenbank_pfad, "/daten/export.mdb");
-    f.g().rs_optionen.MoveFirst();
-    EXPECT_EQ(f.g().rs_optionen.Fields("exportdatenbank").Value().toString(), "/daten/export.mdb");
+    EXPECT_EQ(f.g().settings.exportdatenbank_pfad, "/daten/export.mdb");
+    f.g().stores.rs_optionen.MoveFirst();
+    EXPECT_EQ(f.g().stores.rs_optionen.Fields("exportdatenbank").Value().toString(),
+              "/daten/export.mdb");
 
     dialogs.answers = {core::msg::vbNo};
     core::menue_DB_auswahl_export(f.g());

@@ -28,18 +28,20 @@ TEST(StartTest, FirstStartMakesDirectoriesCopiesStoresAndCreatesTheOptionsRow) {
     for (const char* d : {"Log", "Dat", "DB"})
         EXPECT_TRUE(std::filesystem::is_directory(f.home() / d)) << d;
     EXPECT_EQ(countEntries(f.home() / "DB"), 3);
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
-    EXPECT_EQ(f.g().pfad_db, (f.home() / "DB").string() + "/");
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
+    EXPECT_EQ(f.g().paths.pfad_db, (f.home() / "DB").string() + "/");
 
-    auto rs = f.g().db_org.OpenRecordset("Optionen");
+    auto rs = f.g().stores.db_org.OpenRecordset("Optionen");
     ASSERT_EQ(rs.RecordCount(), 1);
     EXPECT_EQ(rs.Fields("datenart").Value().toString(), "BETRIEBSBEZOGEN");
-    EXPECT_EQ(rs.Fields("db_betriebsbezogen").Value().toString(), f.g().pfad_db + "tl_4x_b.mdb");
-    EXPECT_EQ(rs.Fields("db_meldungsbezogen").Value().toString(), f.g().pfad_db + "tl_4x_m.mdb");
+    EXPECT_EQ(rs.Fields("db_betriebsbezogen").Value().toString(),
+              f.g().paths.pfad_db + "tl_4x_b.mdb");
+    EXPECT_EQ(rs.Fields("db_meldungsbezogen").Value().toString(),
+              f.g().paths.pfad_db + "tl_4x_m.mdb");
     EXPECT_EQ(rs.Fields("filter_aktiv").Value().toInteger(), 0);
     EXPECT_TRUE(rs.Fields("exportdatenbank").Value().isNull());
-    EXPECT_EQ(f.g().db_pfad_aktuell, f.g().pfad_db + "tl_4x_b.mdb");
-    EXPECT_EQ(f.g().caption, "TOLMA_4x_Access (betriebsbezogene Daten)");
+    EXPECT_EQ(f.g().settings.db_pfad_aktuell, f.g().paths.pfad_db + "tl_4x_b.mdb");
+    EXPECT_EQ(f.g().settings.caption, "TOLMA_4x_Access (betriebsbezogene Daten)");
     EXPECT_TRUE(f.dialogs.shown.empty());
 
     // The empty record view.
@@ -50,8 +52,8 @@ TEST(StartTest, FirstStartMakesDirectoriesCopiesStoresAndCreatesTheOptionsRow) {
     EXPECT_FALSE(f.g().startView.Frame_UeberschriftVisible);
 
     // The connection stands: handles and bound controls.
-    EXPECT_EQ(f.g().rs_betrieb.Name(), "betrieb");
-    EXPECT_EQ(f.g().rs_person_staatsang.Name(), "person_staatsang");
+    EXPECT_EQ(f.g().stores.rs_betrieb.Name(), "betrieb");
+    EXPECT_EQ(f.g().stores.rs_person_staatsang.Name(), "person_staatsang");
     EXPECT_EQ(browse::dataControls(f.g()).DATA_GEMEINDE.Recordset().Name(), "aktuelleGemeinde");
     EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.RecordSource, "betrieb");
     EXPECT_FALSE(browse::dataControls(f.g()).DATA_BETR.holdsFile());
@@ -63,25 +65,25 @@ TEST(StartTest, SecondStartCopiesNothingAndKeepsChangedStoresAndDirectoriesOfAny
     std::filesystem::create_directories(f.home() / "db");
     f.start();
     EXPECT_EQ(countEntries(f.home()), 3);  // "LOG" and "db" count as Log and DB
-    EXPECT_EQ(f.g().pfad_log, (f.home() / "LOG").string() + "/");
-    f.g().db_daten.Execute("INSERT INTO betrieb ([betr-nr]) VALUES ('4711')");
+    EXPECT_EQ(f.g().paths.pfad_log, (f.home() / "LOG").string() + "/");
+    f.g().stores.db_daten.Execute("INSERT INTO betrieb ([betr-nr]) VALUES ('4711')");
 
     f.newRun();
     f.start();
-    EXPECT_EQ(f.g().db_daten.OpenRecordset("betrieb").RecordCount(), 1);
-    EXPECT_EQ(f.g().db_org.OpenRecordset("Optionen").RecordCount(), 1);
+    EXPECT_EQ(f.g().stores.db_daten.OpenRecordset("betrieb").RecordCount(), 1);
+    EXPECT_EQ(f.g().stores.db_org.OpenRecordset("Optionen").RecordCount(), 1);
     EXPECT_EQ(countEntries(f.home()), 3);
-    EXPECT_FALSE(f.g().fehler_vorhanden);
+    EXPECT_FALSE(f.g().log.fehler_vorhanden);
 }
 
 TEST(StartTest, MissingDefaultStoreEndsTheStartWithAnEntry) {
     CoreFixture f;
-    f.g().dataDir = f.dir.path() / "leer";
+    f.g().paths.dataDir = f.dir.path() / "leer";
     f.start();
-    EXPECT_FALSE(f.g().db_org.isSet());
+    EXPECT_FALSE(f.g().stores.db_org.isSet());
     EXPECT_NE(f.logText().find("Fehler in Sub/Function: A_Start\r\n"), std::string::npos);
-    EXPECT_EQ(f.g().caption, "TOLMA_4x_Access (betriebsbezogene Daten)");
-    EXPECT_TRUE(f.g().datenart_wert.empty());
+    EXPECT_EQ(f.g().settings.caption, "TOLMA_4x_Access (betriebsbezogene Daten)");
+    EXPECT_TRUE(f.g().settings.datenart_wert.empty());
 }
 
 TEST(StartTest, SecondProcessHoldingTheSettingsStoreMakesTheStartFailAtOpening) {
@@ -101,8 +103,8 @@ TEST(StartTest, SecondProcessHoldingTheSettingsStoreMakesTheStartFailAtOpening) 
 
     first.start();  // the second instance
     ::pclose(holder);
-    EXPECT_FALSE(first.g().db_org.isSet());
-    EXPECT_FALSE(first.g().db_daten.isSet());
+    EXPECT_FALSE(first.g().stores.db_org.isSet());
+    EXPECT_FALSE(first.g().stores.db_daten.isSet());
     const std::string log = first.logText();
     EXPECT_NE(log.find("Fehler in Sub/Function: A_Start\r\nFehler-Source:          "
                        "DAO.DBEngine\r\nFehlernummer:           3045\r\n"),
@@ -114,20 +116,17 @@ TEST(StartTest, CommandLineGoesToTheImportWithTheWindowDisabled) {
     CoreFixture f;
     f.g().commandLine = "\"/tmp/eine datei.tml\"";
     f.g().marks.menue_extras_optionen = true;
-    std::vector<std::string> unloaded;
-    f.g().unloadForm = [&](const std::string& form) { unloaded.push_back(form); };
     std::string handed;
     bool enabledDuring = true;
-    f.g().Upd_1_Start = [&](core::Globals& g, const std::string& path) {
-        handed = path;
-        enabledDuring = g.startView.MDIForm1Enabled;
-        EXPECT_TRUE(g.marks.menue_import_datenbank);
-    };
-    f.start();
+    f.start({{}, [&](core::Globals& g, const std::string& path) {
+                 handed = path;
+                 enabledDuring = g.startView.MDIForm1Enabled;
+                 EXPECT_TRUE(g.marks.menue_import_datenbank);
+             }});
     EXPECT_EQ(handed, "\"/tmp/eine datei.tml\"");
     EXPECT_FALSE(enabledDuring);
     EXPECT_TRUE(f.g().startView.MDIForm1Enabled);
-    EXPECT_EQ(unloaded, (std::vector<std::string>{"Frm_Optionen"}));
+    EXPECT_EQ(f.shell.unloaded, (std::vector<std::string>{"Frm_Optionen"}));
     EXPECT_FALSE(f.g().marks.menue_extras_optionen);
 }
 
@@ -135,8 +134,7 @@ TEST(StartTest, FileAssociationIsNotCheckedInAWoDrexDirectory) {
     for (const char* name : {"WoDrex", "wodrex"}) {
         CoreFixture f;
         bool checked = false;
-        f.g().checkFileAssociation = [&](core::Globals&) { checked = true; };
-        core::A_Start(f.g(), f.dir.path() / name);
+        core::A_Start(f.g(), f.dir.path() / name, {[&](core::Globals&) { checked = true; }, {}});
         EXPECT_EQ(checked, std::string(name) != "WoDrex") << name;
     }
 }

@@ -162,8 +162,9 @@ Step draw(std::mt19937& random, Program& program, const std::filesystem::path& f
         case K::TakeBack: {
             s.answers = {chance(90) ? yes : no};
             long last = 0;
-            if (program.g.db_daten.isSet())
-                for (const auto& run : transfer::importRuns(*program.g.db_daten.connection()))
+            if (program.g.stores.db_daten.isSet())
+                for (const auto& run :
+                     transfer::importRuns(*program.g.stores.db_daten.connection()))
                     last = run.lauf;
             if (chance(30) && last > 0) s.lauf = 1 + pick(static_cast<int>(last));
             break;
@@ -207,7 +208,7 @@ TEST(LongLivedTest, EachStepGivesWhatAFreshProgramGivesOnTheSameStore) {
                fresh = dir.path() / "frisch";
     std::filesystem::create_directories(files);
     Program program(home);
-    ASSERT_TRUE(program.g.db_daten.isSet()) << program.g.lastLoggedError;
+    ASSERT_TRUE(program.g.stores.db_daten.isSet()) << program.g.log.lastLoggedError;
     std::mt19937 random(seed);
     int differing = 0, staleIndex = 0, failed = 0;
     long hits = 0;

@@ -185,28 +185,29 @@ KeptInMemory KeptInMemory::parse(const std::string& text) {
 }
 
 KeptInMemory KeptInMemory::of(const core::Globals& g) {
-    return {g.fehler_vorhanden, g.datenart_wert, g.db_kurzname, g.marks};
+    return {g.log.fehler_vorhanden, g.settings.datenart_wert, g.settings.db_kurzname, g.marks};
 }
 
 Program::Program(const std::filesystem::path& home, const KeptInMemory* kept) {
     browse::attachDataControls(g);
-    g.dataDir = TOLMA_STORE_DIR;
+    g.paths.dataDir = TOLMA_STORE_DIR;
     g.dialogs = &dialogs;
     g.clock = [this] { return now_; };
-    g.doEvents = [this] {
-        if (escAt_ > 0 && ++events_ == escAt_) g.taste = 27;
+    shell.onEvents = [this] {
+        if (escAt_ > 0 && ++events_ == escAt_) g.view.taste = 27;
     };
+    g.shell = &shell;
     core::A_Start(g, home);
     if (kept) {
-        g.fehler_vorhanden = kept->errorsLogged;
-        g.datenart_wert = kept->datenart;
-        g.db_kurzname = kept->kurzname;
+        g.log.fehler_vorhanden = kept->errorsLogged;
+        g.settings.datenart_wert = kept->datenart;
+        g.settings.db_kurzname = kept->kurzname;
         g.marks = kept->marks;
     }
 }
 
 std::string Program::normalized(std::string text) const {
-    std::string home = g.pfad_app;
+    std::string home = g.paths.pfad_app;
     if (home.empty()) return text;
     for (size_t p = text.find(home); p != std::string::npos; p = text.find(home, p))
         text.replace(p, home.size(), "<home>/");
@@ -222,7 +223,7 @@ std::vector<std::string> Program::run(const Step& step) {
     events_ = 0;
     dialogs.answers.assign(step.answers.begin(), step.answers.end());
     const size_t shownBefore = dialogs.shown.size();
-    const std::string log = core::errorLogPath(g);
+    const std::string log = core::errorLogPath(g.paths);
     const auto logBefore = sizeOf(log);
     std::vector<std::string> out;
     auto result = [&](const std::string& what, int code) {
@@ -249,7 +250,7 @@ std::vector<std::string> Program::run(const Step& step) {
             result("Import", static_cast<int>(transfer::Upd_1_Start(g, step.file)));
             break;
         case Step::Kind::TakeBack: {
-            if (!g.db_daten.isSet()) {
+            if (!g.stores.db_daten.isSet()) {
                 out.push_back("keine Datenbank");
                 break;
             }
@@ -261,8 +262,8 @@ std::vector<std::string> Program::run(const Step& step) {
         }
         case Step::Kind::SwitchKind:
             withOptions([&](options::OptionsForm& form) {
-                options::Command12_Click(g, form,
-                                         g.datenart_wert == core::kBetriebsbezogen ? 0 : 1);
+                options::Command12_Click(
+                    g, form, g.settings.datenart_wert == core::kBetriebsbezogen ? 0 : 1);
             });
             break;
         case Step::Kind::Compact:
@@ -272,12 +273,12 @@ std::vector<std::string> Program::run(const Step& step) {
             withOptions([&](options::OptionsForm& form) { options::Command4_Click(g, form, 0); });
             break;
         case Step::Kind::Search: {
-            if (!g.db_daten.isSet()) {
+            if (!g.stores.db_daten.isSet()) {
                 out.push_back("keine Datenbank");
                 break;
             }
             // As the search window does: an index that is missing is built first.
-            store::Connection& c = *g.db_daten.connection();
+            store::Connection& c = *g.stores.db_daten.connection();
             if (!search::hasIndex(c)) search::buildIndex(c);
             for (const auto& h : search::find(c, step.query, search::Kind::Both, 200))
                 out.push_back("Treffer " + hitText(h));
@@ -318,16 +319,16 @@ std::vector<std::string> Program::run(const Step& step) {
 
 std::vector<std::string> Program::state() {
     std::vector<std::string> out;
-    out.push_back("taste=" + std::to_string(g.taste));
-    out.push_back("datenart=" + g.datenart_wert + " kurzname=" + g.db_kurzname);
-    out.push_back("datenbank=" + normalized(g.db_pfad_aktuell));
-    out.push_back("filter=" + std::to_string(g.filter_aktiv_flag));
-    out.push_back("fehler_vorhanden=" + std::to_string(g.fehler_vorhanden));
-    out.push_back("caption=" + g.caption);
+    out.push_back("taste=" + std::to_string(g.view.taste));
+    out.push_back("datenart=" + g.settings.datenart_wert + " kurzname=" + g.settings.db_kurzname);
+    out.push_back("datenbank=" + normalized(g.settings.db_pfad_aktuell));
+    out.push_back("filter=" + std::to_string(g.settings.filter_aktiv_flag));
+    out.push_back("fehler_vorhanden=" + std::to_string(g.log.fehler_vorhanden));
+    out.push_back("caption=" + g.settings.caption);
     out.push_back("menue=" + marksText(g.marks));
 
-    if (g.db_org.isSet()) {
-        store::Connection& org = *g.db_org.connection();
+    if (g.stores.db_org.isSet()) {
+        store::Connection& org = *g.stores.db_org.connection();
         dumpTables(
             org, "einstellungen ",
             [](const std::string& t) {
@@ -338,11 +339,11 @@ std::vector<std::string> Program::state() {
         out.push_back("keine Einstellungsdatenbank");
     }
 
-    if (!g.db_daten.isSet()) {
+    if (!g.stores.db_daten.isSet()) {
         out.push_back("keine Datenbank");
         return out;
     }
-    store::Connection& c = *g.db_daten.connection();
+    store::Connection& c = *g.stores.db_daten.connection();
     // A transaction left open would hold what the step wrote back from every other reader.
     out.push_back(std::string("transaktion offen=") +
                   (c.inBatch() || !sqlite3_get_autocommit(c.handle()) ? "ja" : "nein"));
@@ -367,8 +368,8 @@ std::vector<std::string> Program::state() {
 
 std::vector<std::string> Program::hits() {
     std::vector<std::string> out;
-    if (!g.db_daten.isSet()) return out;
-    store::Connection& c = *g.db_daten.connection();
+    if (!g.stores.db_daten.isSet()) return out;
+    store::Connection& c = *g.stores.db_daten.connection();
     try {
         // As the search window does: an index that is missing is built first.
         if (!search::hasIndex(c)) search::buildIndex(c);
@@ -388,8 +389,8 @@ std::vector<std::string> Program::hits() {
 }
 
 std::vector<std::string> Program::hitsOfARebuiltIndex() {
-    if (!g.db_daten.isSet()) return {};
-    search::buildIndex(*g.db_daten.connection());
+    if (!g.stores.db_daten.isSet()) return {};
+    search::buildIndex(*g.stores.db_daten.connection());
     return hits();
 }
 

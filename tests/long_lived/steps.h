@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "../core/fake_dialogs.h"
+#include "../core/scripted_shell.h"
 #include "core/globals.h"
 
 namespace tolma::test {
@@ -62,6 +63,7 @@ class Program {
     std::vector<std::string> hitsOfARebuiltIndex();
 
     FakeDialogs dialogs;  // outlives the globals that point to it
+    ScriptedShell shell;
     core::Globals g;
 
   private:

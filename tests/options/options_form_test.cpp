@@ -11,12 +11,13 @@ namespace {
 struct OptionsFixture : ImportFixture {
     options::OptionsForm form;
     void mark(const std::string& kz, const std::string& name) {
-        insert(g().db_org, "aktuelleGemeinde",
+        insert(g().stores.db_org, "aktuelleGemeinde",
                {{"gem-kz", kz}, {"gem-name", name}, {"markiert", store::Variant::boolean(true)}});
     }
     Strings marked() {
         Strings out;
-        auto rs = g().db_org.OpenRecordset("SELECT * FROM aktuelleGemeinde ORDER BY [gem-kz]");
+        auto rs =
+            g().stores.db_org.OpenRecordset("SELECT * FROM aktuelleGemeinde ORDER BY [gem-kz]");
         for (long i = 0; i < rs.RecordCount(); ++i)
             out.push_back(rs.rowAt(i)[0].toString() + "|" + rs.rowAt(i)[1].toString());
         return out;
@@ -29,13 +30,13 @@ TEST(OptionsTest, ActivationShowsTheActiveKindAndTheMarkedMunicipalities) {
     options::Form_Activate(f.g(), f.form);
     EXPECT_TRUE(f.form.frameEnabled[0]);
     EXPECT_FALSE(f.form.frameEnabled[1]);
-    EXPECT_EQ(f.g().optionen.Text6[1], f.g().pfad_db + "tl_4x_m.mdb");
+    EXPECT_EQ(f.g().optionen.Text6[1], f.g().paths.pfad_db + "tl_4x_m.mdb");
     EXPECT_EQ(f.form.List1, (Strings{"01001000  Flensburg, Stadt"}));
     EXPECT_TRUE(f.form.selected[0]);
     EXPECT_FALSE(f.form.Check1);
     EXPECT_FALSE(f.form.filterControlsEnabled);
     options::Check1_Click(f.g(), f.form, true);
-    EXPECT_EQ(f.g().filter_aktiv_flag, -1);
+    EXPECT_EQ(f.g().settings.filter_aktiv_flag, -1);
     EXPECT_TRUE(f.form.filterControlsEnabled);
 }
 
@@ -44,7 +45,7 @@ TEST(OptionsTest, DataKindChangeAnsweredNoChangesNothingYesSwitchesTheStore) {
     options::Form_Activate(f.g(), f.form);
     f.dialogs.answers = {core::msg::vbNo};
     options::Command12_Click(f.g(), f.form, 0);
-    EXPECT_EQ(f.g().datenart_wert, "BETRIEBSBEZOGEN");
+    EXPECT_EQ(f.g().settings.datenart_wert, "BETRIEBSBEZOGEN");
     EXPECT_TRUE(f.form.frameEnabled[0]);
     // The record view keeps its picture: the store changes under it.
     f.g().startView.Image2Visible = false;
@@ -53,14 +54,14 @@ TEST(OptionsTest, DataKindChangeAnsweredNoChangesNothingYesSwitchesTheStore) {
     options::Command12_Click(f.g(), f.form, 0);
     EXPECT_FALSE(f.g().startView.Image2Visible);
     EXPECT_TRUE(f.g().startView.SSTab1Visible);
-    EXPECT_EQ(f.g().datenart_wert, "MELDUNGSBEZOGEN");
+    EXPECT_EQ(f.g().settings.datenart_wert, "MELDUNGSBEZOGEN");
     EXPECT_FALSE(f.form.frameEnabled[0]);
     EXPECT_TRUE(f.form.frameEnabled[1]);
-    EXPECT_EQ(f.g().db_name_daten, f.g().pfad_db + "tl_4x_m.mdb");
-    EXPECT_EQ(f.g().caption, "TOLMA_4x_Access (meldungsbezogene Daten)");
+    EXPECT_EQ(f.g().stores.db_name_daten, f.g().paths.pfad_db + "tl_4x_m.mdb");
+    EXPECT_EQ(f.g().settings.caption, "TOLMA_4x_Access (meldungsbezogene Daten)");
     EXPECT_EQ(f.lastMessage(),
               "Der Daten-Art wurde geändert!\nNeue Daten-Art: ''MELDUNGSBEZOGEN''");
-    EXPECT_TRUE(f.g().rs_betrieb.isSet());
+    EXPECT_TRUE(f.g().stores.rs_betrieb.isSet());
 }
 
 class ChosenFile : public FakeDialogs {
@@ -78,14 +79,14 @@ TEST(OptionsTest, PathChangeNeedsAnExistingFileAndReopensTheStore) {
     ChosenFile dialogs;
     f.g().dialogs = &dialogs;
     options::Form_Activate(f.g(), f.form);
-    const std::string before = f.g().db_name_daten;
+    const std::string before = f.g().stores.db_name_daten;
     dialogs.answers = {core::msg::vbYes};
     dialogs.file = (f.dir.path() / "fehlt" / "tl_4x_b.mdb").string();
     options::Command11_Click(f.g(), f.form, 0);
     EXPECT_EQ(dialogs.seenFilter, "tl_4x_b.mdb|tl_4x_b.mdb|");
     EXPECT_EQ(dialogs.shown.back().text, "Die Datenbank wurde unter diesem Pfad nicht gefunden!");
     EXPECT_EQ(dialogs.shown.back().style, 48);
-    EXPECT_EQ(f.g().db_name_daten, before);
+    EXPECT_EQ(f.g().stores.db_name_daten, before);
 
     const auto elsewhere = f.dir.path() / "anderswo";
     std::filesystem::create_directories(elsewhere);
@@ -98,8 +99,8 @@ TEST(OptionsTest, PathChangeNeedsAnExistingFileAndReopensTheStore) {
     options::Command11_Click(f.g(), f.form, 0);
     EXPECT_FALSE(f.g().startView.Image2Visible);  // the record view keeps its picture
     EXPECT_TRUE(f.g().startView.SSTab1Visible);
-    EXPECT_EQ(f.g().db_name_daten, dialogs.file);
-    EXPECT_EQ(f.g().db_betr_pfad, dialogs.file);
+    EXPECT_EQ(f.g().stores.db_name_daten, dialogs.file);
+    EXPECT_EQ(f.g().settings.db_betr_pfad, dialogs.file);
     ASSERT_GE(dialogs.shown.size(), 2u);
     EXPECT_EQ(dialogs.shown[dialogs.shown.size() - 2].text,
               "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + dialogs.file + "''");
@@ -135,7 +136,7 @@ TEST(OptionsTest, EmptyingWithoutTheEmptyStoreKeepsTheOldOneAndLogsTheRunTimeErr
         f.g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
     const long stored = f.count("betrieb");
     ASSERT_GT(stored, 0);
-    f.g().dataDir = f.dir.path() / "ohne-vorlagen";
+    f.g().paths.dataDir = f.dir.path() / "ohne-vorlagen";
     f.dialogs.answers = {core::msg::vbYes};
     options::Command4_Click(f.g(), f.form, 0);
     EXPECT_EQ(f.count("betrieb"), stored);
@@ -150,14 +151,14 @@ TEST(OptionsTest, EmptyingWithoutTheEmptyStoreKeepsTheOldOneAndLogsTheRunTimeErr
 TEST(OptionsTest, EmptyingAStoreWhoseFileIsGoneEndsSilentlyAfterTheQuestion) {
     OptionsFixture f;
     options::Form_Activate(f.g(), f.form);
-    std::filesystem::remove(f.g().db_name_daten);
+    std::filesystem::remove(f.g().stores.db_name_daten);
     const size_t shown = f.dialogs.shown.size();
     f.dialogs.answers = {core::msg::vbYes};
     options::Command4_Click(f.g(), f.form, 0);
-    EXPECT_EQ(f.dialogs.shown.size(), shown + 1);                // the question, nothing after it
-    EXPECT_FALSE(std::filesystem::exists(f.g().db_name_daten));  // no empty store put there
-    EXPECT_TRUE(f.g().db_daten.isSet());                         // the connection stays open
-    EXPECT_TRUE(f.g().rs_betrieb.isSet());
+    EXPECT_EQ(f.dialogs.shown.size(), shown + 1);  // the question, nothing after it
+    EXPECT_FALSE(std::filesystem::exists(f.g().stores.db_name_daten));  // no empty store put there
+    EXPECT_TRUE(f.g().stores.db_daten.isSet());                         // the connection stays open
+    EXPECT_TRUE(f.g().stores.rs_betrieb.isSet());
 }
 
 TEST(OptionsTest, ErrorLogShownOrDeleted) {
@@ -170,7 +171,7 @@ TEST(OptionsTest, ErrorLogShownOrDeleted) {
     EXPECT_EQ(f.dialogs.viewed.size(), 1u);
     options::Command2_Click(f.g(), f.form, 1);
     EXPECT_EQ(f.lastMessage(), "Die Error-Log-Datei wurde gelöscht!");
-    EXPECT_FALSE(std::filesystem::exists(core::errorLogPath(f.g())));
+    EXPECT_FALSE(std::filesystem::exists(core::errorLogPath(f.g().paths)));
 }
 
 TEST(OptionsTest, ShowAllKeepsTheSelectionsOnTheirPositions) {
@@ -203,12 +204,12 @@ TEST(OptionsTest, KeyFilterShowsMatchesUnselectedAndBackWritesOnlyTheSelection) 
     EXPECT_EQ(std::count(f.form.selected.begin(), f.form.selected.end(), true), 0);
     f.form.Text7 = "o'";
     options::Command8_Click(f.g(), f.form);  // an apostrophe breaks nothing
-    EXPECT_FALSE(f.g().fehler_vorhanden);
+    EXPECT_FALSE(f.g().log.fehler_vorhanden);
 
     options::Check1_Click(f.g(), f.form, true);
     EXPECT_TRUE(options::Command3_Click(f.g(), f.form, 1));
     EXPECT_TRUE(f.marked().empty());  // nothing selected: the table is empty
-    EXPECT_EQ(f.g().rs_optionen.Fields("filter_aktiv").Value().toInteger(), -1);
+    EXPECT_EQ(f.g().stores.rs_optionen.Fields("filter_aktiv").Value().toInteger(), -1);
     EXPECT_TRUE(f.g().startView.Image2Visible);
 }
 

@@ -17,12 +17,13 @@ struct RecordFixture : PrintFixture {
     void business(const std::string& nr, Row more = {}) {
         Row row = {{"betr-nr", nr}, {"betr-hist-nr", "1"}, {"gem-kz", "01001000"}};
         row.insert(row.end(), more.begin(), more.end());
-        insert(g().db_daten, "betrieb", row);
+        insert(g().stores.db_daten, "betrieb", row);
     }
     // bez-sort-nr 9 stands just before p-funktion.
     void person(const std::string& betrNr, const std::string& persNr, const std::string& funktion) {
-        insert(g().db_daten, "person", {{"pers-nr", persNr}, {"fam-name", "Name " + persNr}});
-        insert(g().db_daten, "beziehung_betrieb_person",
+        insert(g().stores.db_daten, "person",
+               {{"pers-nr", persNr}, {"fam-name", "Name " + persNr}});
+        insert(g().stores.db_daten, "beziehung_betrieb_person",
                {{"bez-betr-nr", betrNr},
                 {"bez-betr-hist-nr", "1"},
                 {"bez-pers-nr", persNr},
@@ -77,11 +78,11 @@ TEST(RecordReportTest, FieldTexts) {
 TEST(RecordReportTest, BusinessHeadsTablesInTwoColumnsAndKeepsTheQueries) {
     RecordFixture f;
     f.business("1001", {{"b-eintr-name", "Kurz"}});
-    insert(f.g().db_daten, "betrieb_adresse",
+    insert(f.g().stores.db_daten, "betrieb_adresse",
            {{"betr-nr", "1001"}, {"betr-hist-nr", "1"}, {"b-adr-art", "1"}});
-    insert(f.g().db_daten, "betrieb_adresse",
+    insert(f.g().stores.db_daten, "betrieb_adresse",
            {{"betr-nr", "1001"}, {"betr-hist-nr", "1"}, {"b-adr-art", "3"}});
-    insert(f.g().db_daten, "betrieb_taetigkeit",
+    insert(f.g().stores.db_daten, "betrieb_taetigkeit",
            {{"betr-nr", "1001"}, {"betr-hist-nr", "1"}, {"tk-schl", "47.24"}});
     f.printBusiness("1001");
 
@@ -131,12 +132,12 @@ TEST(RecordReportTest, BusinessHeadsTablesInTwoColumnsAndKeepsTheQueries) {
     EXPECT_EQ(f.printer.font.size, 10);
 
     // The table handles keep the printed record's queries.
-    EXPECT_EQ(f.g().rs_betrieb.Name(),
+    EXPECT_EQ(f.g().stores.rs_betrieb.Name(),
               "SELECT distinctrow * From betrieb WHERE betrieb.[betr-nr] = '1001' AND "
               "betrieb.[betr-hist-nr] = '1'");
-    EXPECT_EQ(f.g().rs_betrieb.RecordCount(), 1);
-    EXPECT_EQ(f.g().rs_adresse.RecordCount(), 2);
-    EXPECT_EQ(f.g().sql_text,
+    EXPECT_EQ(f.g().stores.rs_betrieb.RecordCount(), 1);
+    EXPECT_EQ(f.g().stores.rs_adresse.RecordCount(), 2);
+    EXPECT_EQ(f.g().view.sql_text,
               "SELECT DISTINCTROW * FROM person INNER JOIN beziehung_betrieb_person ON "
               "beziehung_betrieb_person.[bez-pers-nr] = person.[pers-nr] WHERE "
               "beziehung_betrieb_person.[bez-betr-nr] = "
@@ -150,7 +151,8 @@ TEST(RecordReportTest, PersonsAreNumberedOnlyWhenThereAreSeveral) {
     f.business("2002");
     f.person("2002", "P2", "2");
     f.person("2002", "P3", "7");
-    insert(f.g().db_daten, "person_staatsang", {{"pers-nr", "P3"}, {"staat-text", "deutsch"}});
+    insert(f.g().stores.db_daten, "person_staatsang",
+           {{"pers-nr", "P3"}, {"staat-text", "deutsch"}});
 
     f.printBusiness("2001");
     EXPECT_TRUE(f.printer.find("    Tabellenname: ''person''"));
@@ -310,7 +312,7 @@ TEST(RecordReportTest, PageBreakBetweenLeftAndRightField) {
 TEST(RecordReportTest, PrinterFailureLeavesBoxesAndOneLogEntry) {
     RecordFixture f;
     f.business("5001");
-    insert(f.g().db_daten, "betrieb_adresse",
+    insert(f.g().stores.db_daten, "betrieb_adresse",
            {{"betr-nr", "5001"}, {"betr-hist-nr", "1"}, {"b-adr-art", "1"}});
     f.printer.failAtPrint = 5;  // the heading of the first table
     f.printBusiness("5001");
@@ -335,7 +337,7 @@ TEST(RecordReportTest, PrinterFailureLeavesBoxesAndOneLogEntry) {
 
 TEST(RecordReportTest, FailureOfTheStoreEndsTheReportWithoutEndDoc) {
     RecordFixture f;
-    f.g().db_daten = store::Database();
+    f.g().stores.db_daten = store::Database();
     f.printBusiness("6001");
     EXPECT_EQ(f.entries("DS_Druck_1"), 1);
     EXPECT_TRUE(f.printer.find("  Betriebs-Datei"));

@@ -125,7 +125,7 @@ std::string business(const std::string& nr, const std::string& name, const std::
 }
 
 struct SearchFixture : ImportFixture {
-    store::Connection& c() { return *g().db_daten.connection(); }
+    store::Connection& c() { return *g().stores.db_daten.connection(); }
     // A search as the window and the command line make it: the index is built first where it
     // does not follow the store, since a search itself only reads.
     std::vector<search::Hit> search(const std::string& query, search::Kind kind, int limit) {
@@ -385,14 +385,14 @@ TEST(SearchTest, TheIndexKeptByImportsOfManyBlocksHoldsWhatABuildGives) {
     // as not following, which a crash would leave to the next search to build anew.
     long records = 0;
     bool markedMeanwhile = false;
-    f.g().doEvents = [&] {
+    f.shell.onEvents = [&] {
         if (++records != 4000) return;
         const auto other = store::Connection::openReader(f.c().file());
         markedMeanwhile = !search::hasIndex(*other);
-        f.g().taste = 27;
+        f.g().view.taste = 27;
     };
     ASSERT_EQ(f.importGenerated(7000, 3), transfer::ImportOutcome::Cancelled);
-    f.g().doEvents = {};
+    f.shell.onEvents = {};
     EXPECT_TRUE(markedMeanwhile);
     f.expectKeptAsBuilt("cut by ESC");
 }
@@ -461,13 +461,13 @@ TEST(SearchTest, AnImportWhoseBlockCannotBeCommittedLeavesNoStaleIndex) {
     search::buildIndex(f.c());
     // Late in the run, the next commit fails as on a full disk, and SQLite rolls it back.
     long records = 0;
-    f.g().doEvents = [&] {
+    f.shell.onEvents = [&] {
         if (++records != 5000) return;
         sqlite3_commit_hook(
             f.c().handle(), [](void*) { return 1; }, nullptr);
     };
     EXPECT_EQ(f.importGenerated(7000, 2), transfer::ImportOutcome::Failed);
-    f.g().doEvents = {};
+    f.shell.onEvents = {};
     sqlite3_commit_hook(f.c().handle(), nullptr, nullptr);
     EXPECT_GT(transfer::importRuns(f.c()).back().betriebe, 0);  // blocks of it were kept
     expectSearchAsBuilt(f, "after the failed commit");

@@ -122,7 +122,7 @@ TEST(RoutineQueriesTest, RecordLoadingOfABusinessAndOfItsPersons) {
     EXPECT_TRUE(browse::Command1_Click(f.g(), walk, 0));
     EXPECT_EQ(column(c.DATA_PERS.Recordset(), "pers-nr"), (Strings{"5004"}));
     EXPECT_EQ(c.DATA_PERS.fieldText("p-funktion"), "3");
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 
     for (const char* table : {"betrieb", "gemeindekennzahlen", "betrieb_meldgrundsonst",
                               "betrieb_adresse", "betrieb_erlaubnis", "betrieb_taetigkeit",
@@ -160,7 +160,7 @@ TEST(RoutineQueriesTest, ListsAndReportsSortGermanAndMatchWithoutRegardToCase) {
     print::printList(f.g(), f.d, f.pers);
     f.pers.data.Recordset().MoveFirst();
     print::printRecordOfRow(f.g(), f.d, f.pers);
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 
     for (const char* table : {"betrieb_adresse", "person", "person_staatsang", "person_erlaubnis",
                               "person_handwerkskarte"})
@@ -181,11 +181,11 @@ TEST(RoutineQueriesTest, ExportOfTheStoreWholeAndByKey) {
     EXPECT_EQ(transfer::Frm_Verwaltungsblock_Command1_Click(f.g(), form, 0).files.size(), 2u);
     // The selections are written through: the last state of a business is current or ended,
     // the ones before it historic.
-    EXPECT_EQ(column(f.g().db_daten.OpenRecordset(
+    EXPECT_EQ(column(f.g().stores.db_daten.OpenRecordset(
                          "SELECT [bearb-status] FROM betrieb ORDER BY [betr-nr], [betr-hist-nr]"),
                      "bearb-status"),
               (Strings{"H", "A", "E", "A", "A", "A", "A", "A"}));
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 
     EXPECT_TRUE(opened(trace.entries(), "betrieb"));
     const auto entries = trace.entries();
@@ -209,7 +209,7 @@ TEST(RoutineQueriesTest, MunicipalityFilterOfTheOptionsNarrowsTheLists) {
     EXPECT_EQ(numbers, (Strings{"1001", "1005", "1006", "1007"}));  // not 1002 of Kiel
     ASSERT_TRUE(browse::menue_suchen_person(f.g(), f.pers));
     EXPECT_EQ(column(f.pers.data.Recordset(), "pers-nr"), (Strings{"5001", "5002", "5004"}));
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 
     EXPECT_TRUE(opened(trace.entries(), "aktuelleGemeinde"));
     EXPECT_TRUE(opened(trace.entries(), "gemeindekennzahlen"));

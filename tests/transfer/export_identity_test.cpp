@@ -90,7 +90,7 @@ TEST(ExportIdentityTest, AGeneratedStoreIsWrittenByteForByteAsBefore) {
 TEST(ExportIdentityTest, OddRowsOfAStoreAreWrittenAsBefore) {
     ImportFixture f;
     importGenerated(f, 60);
-    auto& c = *f.g().db_daten.connection();
+    auto& c = *f.g().stores.db_daten.connection();
     for (const char* sql : {
              "INSERT INTO beziehung_betrieb_person VALUES "
              "('000000000010', '1', '000000000002', 9, 'Gesellschafter', '01.01.2020', NULL, "

@@ -30,7 +30,7 @@ struct ExportFixture : ImportFixture {
     void addBusiness(const std::string& nr, const std::string& hist, const Row& more = {}) {
         Row row{{"betr-nr", nr}, {"betr-hist-nr", hist}, {"gem-kz", "01001000"}};
         row.insert(row.end(), more.begin(), more.end());
-        insert(g().db_daten, "betrieb", row);
+        insert(g().stores.db_daten, "betrieb", row);
     }
     Strings between(const Strings& all, const std::string& from, const std::string& to) {
         auto a = std::find(all.begin(), all.end(), from);
@@ -71,9 +71,9 @@ TEST(ExportTest, FormDefaultsAndTheHeadOfTheFile) {
     form.Text1[9].text = "Ende Januar";
     result = transfer::Frm_Verwaltungsblock_Command1_Click(f.g(), form, 0);
     ASSERT_EQ(result.files.size(), 1u);
-    EXPECT_EQ(result.files[0], f.g().pfad_dat + "14-11-2023_22-13-20.tml");
+    EXPECT_EQ(result.files[0], f.g().paths.pfad_dat + "14-11-2023_22-13-20.tml");
     EXPECT_EQ(f.lastMessage(), "Die Datei '14-11-2023_22-13-20.tml' wurde im Verzeichnis '" +
-                                   f.g().pfad_dat + "' erstellt!");
+                                   f.g().paths.pfad_dat + "' erstellt!");
     const Strings written = lines(result.files[0]);
     const Strings head(written.begin(), written.begin() + 23);
     EXPECT_EQ(head, (Strings{"<gewerbedatei xmlns:tolmaML='http://www.tolma.de/tolma.htm'>",
@@ -116,9 +116,9 @@ TEST(ExportTest, FieldsAreCleanedDatesConvertedBlanksAndKeysLeftOut) {
                    {"betr-beginn", "1.1.2001"},
                    {"b-reg-datum", "31.12.2001"},
                    {"vertreter-nname", "Ømega Čech"}});
-    insert(f.g().db_daten, "betrieb_taetigkeit",
+    insert(f.g().stores.db_daten, "betrieb_taetigkeit",
            {{"betr-nr", "1"}, {"betr-hist-nr", "1"}, {"tk-ende", "unbegrenzt"}});
-    insert(f.g().db_daten, "betrieb_adresse",
+    insert(f.g().stores.db_daten, "betrieb_adresse",
            {{"betr-nr", "1"}, {"betr-hist-nr", "1"}, {"b-adr-art", "5"}});
     const auto file = f.exportAll().files.at(0);
     const Strings betrieb = f.between(lines(file), "<betrieb>", "</betrieb>");
@@ -141,9 +141,9 @@ TEST(ExportTest, PersonsWithLinkFieldsNationalitiesAndPermitsOfThisBusinessOrNon
     ExportFixture f;
     f.addBusiness("1", "1");
     insert(
-        f.g().db_daten, "person",
+        f.g().stores.db_daten, "person",
         {{"pers-nr", "P1"}, {"p-art", "NP"}, {"fam-name", "Öztürk"}, {"geb-datum", "02.03.1970"}});
-    insert(f.g().db_daten, "beziehung_betrieb_person",
+    insert(f.g().stores.db_daten, "beziehung_betrieb_person",
            {{"bez-betr-nr", "1"},
             {"bez-betr-hist-nr", "1"},
             {"bez-pers-nr", "P1"},
@@ -151,18 +151,18 @@ TEST(ExportTest, PersonsWithLinkFieldsNationalitiesAndPermitsOfThisBusinessOrNon
             {"p-funktion", " 1 "},
             {"p-eintr-datum", " unbegrenzt "},
             {"p-austr-datum", "31.12.2020"}});
-    insert(f.g().db_daten, "beziehung_betrieb_person",
+    insert(f.g().stores.db_daten, "beziehung_betrieb_person",
            {{"bez-betr-nr", "1"},
             {"bez-betr-hist-nr", "1"},
             {"bez-pers-nr", "FEHLT"},
             {"bez-sort-nr", 2}});
-    insert(f.g().db_daten, "person_staatsang",
+    insert(f.g().stores.db_daten, "person_staatsang",
            {{"pers-nr", "P1"}, {"staat-text", ""}, {"staat-schl", " 163 "}});
-    insert(f.g().db_daten, "person_erlaubnis",
+    insert(f.g().stores.db_daten, "person_erlaubnis",
            {{"pers-nr", "P1"}, {"betr-nr", "1"}, {"p-erl-art", "eigene"}});
-    insert(f.g().db_daten, "person_erlaubnis",
+    insert(f.g().stores.db_daten, "person_erlaubnis",
            {{"pers-nr", "P1"}, {"betr-nr", ""}, {"p-erl-art", "ohne Betrieb"}});
-    insert(f.g().db_daten, "person_erlaubnis",
+    insert(f.g().stores.db_daten, "person_erlaubnis",
            {{"pers-nr", "P1"}, {"betr-nr", "2"}, {"p-erl-art", "fremde"}});
     const Strings all = lines(f.exportAll().files.at(0));
     EXPECT_EQ(f.between(all, "<personen>", "</personen>"),
@@ -217,8 +217,8 @@ TEST(ExportTest, ExportByKeyWritesOneFilePerKey) {
     f.addBusiness("4", "1");
     const auto result = f.exportAll(true);
     ASSERT_EQ(result.files.size(), 2u);
-    EXPECT_EQ(result.files[0], f.g().pfad_dat + "0815_14-11-2023_22-13-20.tml");
-    EXPECT_EQ(result.files[1], f.g().pfad_dat + "4711_14-11-2023_22-13-20.tml");
+    EXPECT_EQ(result.files[0], f.g().paths.pfad_dat + "0815_14-11-2023_22-13-20.tml");
+    EXPECT_EQ(result.files[1], f.g().paths.pfad_dat + "4711_14-11-2023_22-13-20.tml");
     Strings numbers;
     const Strings written = lines(result.files[1]);
     for (const auto& line : written)
@@ -238,8 +238,8 @@ TEST(ExportTest, EscLeavesTheHalfWrittenFile) {
     ExportFixture f;
     for (int i = 1; i <= 5; ++i) f.addBusiness(std::to_string(i), "1");
     int calls = 0;
-    f.g().doEvents = [&] {
-        if (++calls == 3) f.g().taste = 27;
+    f.shell.onEvents = [&] {
+        if (++calls == 3) f.g().view.taste = 27;
     };
     const auto result = f.exportAll();
     EXPECT_EQ(result.outcome, transfer::ExportResult::Outcome::Cancelled);
@@ -253,7 +253,7 @@ TEST(ExportTest, EscLeavesTheHalfWrittenFile) {
 TEST(ExportTest, TheNextExportRemovesWhatAKilledOneLeftAndNothingElse) {
     ExportFixture f;
     f.addBusiness("1", "1");
-    const std::filesystem::path dat = f.g().pfad_dat;
+    const std::filesystem::path dat = f.g().paths.pfad_dat;
     for (const char* name : {"x.tml.unvollstaendig", "notiz.txt.unvollstaendig", "alt.tml"})
         std::ofstream(dat / name) << "halb";
     ASSERT_EQ(f.exportAll().outcome, transfer::ExportResult::Outcome::Finished);
@@ -273,7 +273,7 @@ TEST(ExportTest, ImportOfTheExportGivesTheSameRows) {
     ExportFixture copy;
     copy.dialogs.answers = {core::msg::vbYes};
     ASSERT_EQ(transfer::Upd_1_Start(copy.g(), file), transfer::ImportOutcome::Finished);
-    EXPECT_FALSE(copy.g().fehler_vorhanden) << copy.logText();
+    EXPECT_FALSE(copy.g().log.fehler_vorhanden) << copy.logText();
     for (const char* table :
          {"betrieb", "betrieb_adresse", "betrieb_taetigkeit", "betrieb_erlaubnis",
           "betrieb_handwerkskarte", "betrieb_meldgrundsonst", "person", "person_staatsang",

@@ -36,7 +36,7 @@ TEST(ExtractTest, ContentAndNameOfALine) {
 TEST(FieldStoreTest, DatesConvertedLongTextsCutMemosWhole) {
     ImportFixture f;
     transfer::ImportContext ctx(f.g());
-    auto& rs = f.g().rs_betrieb;
+    auto& rs = f.g().stores.rs_betrieb;
     rs.AddNew();
     EXPECT_TRUE(transfer::Upd_5_Felder(ctx, rs.Fields("betr-ende"), "20011231"));
     EXPECT_EQ(rs.Fields("betr-ende").Value().toString(), "31.12.2001");
@@ -44,7 +44,7 @@ TEST(FieldStoreTest, DatesConvertedLongTextsCutMemosWhole) {
     EXPECT_EQ(rs.Fields("meld-art").Value().toString(),
               "88888888");  // no date field, no conversion
     EXPECT_TRUE(transfer::Upd_5_Felder(ctx, rs.Fields("betr-nr"), "123456789012"));
-    EXPECT_FALSE(f.g().fehler_vorhanden);  // exactly the size: stored whole, no entry
+    EXPECT_FALSE(f.g().log.fehler_vorhanden);  // exactly the size: stored whole, no entry
     EXPECT_TRUE(transfer::Upd_5_Felder(ctx, rs.Fields("betr-hist-nr"), "12345"));
     EXPECT_EQ(rs.Fields("betr-hist-nr").Value().toString(), "1234");
     EXPECT_NE(f.logText().find(

@@ -63,10 +63,11 @@ TEST(FullDiskTest, ImportEndsInItsErrorHandlerAndTheStoreStaysUsable) {
         EXPECT_NE(model::cp1252ToUtf8(f.logText())
                       .find("Nicht genügend Speicherplatz auf dem Datenträger"),
                   std::string::npos);
-        EXPECT_NE(f.g().storeFault.empty() ? f.g().lastLoggedError : f.g().storeFault, "");
+        EXPECT_NE(f.g().log.storeFault.empty() ? f.g().log.lastLoggedError : f.g().log.storeFault,
+                  "");
     }
     // What was committed is whole; the next import, with room, stores everything.
-    EXPECT_EQ(integrity(f.g().db_daten), "ok");
+    EXPECT_EQ(integrity(f.g().stores.db_daten), "ok");
     EXPECT_EQ(f.import(file), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.count("betrieb"), 3000);
     EXPECT_EQ(f.count("betrieb_adresse"), 3000);
@@ -82,7 +83,7 @@ TEST(FullDiskTest, ExportLeavesNoFileAndNoSuccessMessage) {
         const auto result = transfer::Frm_Verwaltungsblock_Command1_Click(f.g(), form, 0);
         EXPECT_EQ(result.outcome, transfer::ExportResult::Outcome::Failed) << room;
         EXPECT_TRUE(result.files.empty());
-        EXPECT_TRUE(filesIn(f.g().pfad_dat).empty()) << filesIn(f.g().pfad_dat).front();
+        EXPECT_TRUE(filesIn(f.g().paths.pfad_dat).empty()) << filesIn(f.g().paths.pfad_dat).front();
     }
     for (size_t i = shownBefore; i < f.dialogs.shown.size(); ++i)
         EXPECT_EQ(f.dialogs.shown[i].text.find("erstellt!"), std::string::npos);
@@ -165,8 +166,8 @@ TEST(FullDiskTest, CopiesOfWholeStoresAreWholeOrAbsent) {
     for (const auto& name : filesIn(db.string())) EXPECT_EQ(name, "TL_Org.mdb");
     f.newRun();
     f.start();
-    EXPECT_TRUE(f.g().db_daten.isSet());
-    EXPECT_EQ(integrity(f.g().db_daten), "ok");
+    EXPECT_TRUE(f.g().stores.db_daten.isSet());
+    EXPECT_EQ(integrity(f.g().stores.db_daten), "ok");
 
     // "Datenbank leeren" without room keeps the store as it was.
     ASSERT_EQ(f.import(manyBusinesses(5)), transfer::ImportOutcome::Finished);
@@ -197,10 +198,10 @@ TEST(FullDiskTest, ATakingBackWithoutRoomSaysSoAndChangesNothing) {
     {
         DiskLimit full(0);
         core::DB_Load(f.g());
-        ASSERT_TRUE(f.g().db_daten.isSet());
+        ASSERT_TRUE(f.g().stores.db_daten.isSet());
         // A small cache writes pages out during a statement, where SQLite, finding no room,
         // rolls back the whole transaction on its own.
-        f.g().db_daten.connection()->execute("PRAGMA cache_size = 8");
+        f.g().stores.db_daten.connection()->execute("PRAGMA cache_size = 8");
         f.dialogs.answers = {core::msg::vbYes};
         result = transfer::Import_zuruecknehmen(f.g(), std::nullopt);
     }
@@ -212,7 +213,7 @@ TEST(FullDiskTest, ATakingBackWithoutRoomSaysSoAndChangesNothing) {
         << log;
     EXPECT_EQ(log.find("ROLLBACK"), std::string::npos) << log;
     EXPECT_EQ(f.rows("SELECT [b-ort] FROM betrieb_adresse"), before);
-    for (const auto& run : transfer::importRuns(*f.g().db_daten.connection()))
+    for (const auto& run : transfer::importRuns(*f.g().stores.db_daten.connection()))
         EXPECT_FALSE(run.zurueckgenommen);
     // With room again, the same taking back works.
     f.dialogs.answers = {core::msg::vbYes};

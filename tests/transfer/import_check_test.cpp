@@ -33,7 +33,7 @@ TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
     first.betriebe = {business("1001"), business("1002")};
     ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
     const Strings before = dumpOf(f);
-    const auto storeSize = std::filesystem::file_size(f.g().db_pfad_aktuell);
+    const auto storeSize = std::filesystem::file_size(f.g().settings.db_pfad_aktuell);
     std::filesystem::remove(f.home() / "Log" / "ERROR.LOG");
 
     TmlFile file;
@@ -68,9 +68,9 @@ TEST(ImportCheckTest, TheReportTellsWhatTheImportWouldDoAndNothingIsKept) {
     EXPECT_NE(text(report).find("  Meldedaten: 2 / 1"), std::string::npos) << text(report);
 
     EXPECT_EQ(dumpOf(f), before);
-    EXPECT_EQ(std::filesystem::file_size(f.g().db_pfad_aktuell), storeSize);
+    EXPECT_EQ(std::filesystem::file_size(f.g().settings.db_pfad_aktuell), storeSize);
     EXPECT_FALSE(std::filesystem::exists(f.home() / "Log" / "ERROR.LOG"));
-    EXPECT_FALSE(f.g().fehler_vorhanden);
+    EXPECT_FALSE(f.g().log.fehler_vorhanden);
 
     // The same file of the store's own kind replaces what it names.
     file.struktur = "BETRIEBSBEZOGEN";
@@ -147,7 +147,7 @@ TEST(ImportCheckTest, TheFileJustReadInComesBackUnchanged) {
 
 TEST(ImportCheckTest, BusinessesOutsideTheFiltersMunicipalitiesAreNamed) {
     ImportFixture f;
-    insert(f.g().db_org, "aktuelleGemeinde",
+    insert(f.g().stores.db_org, "aktuelleGemeinde",
            {{"gem-kz", "01001000"},
             {"gem-name", "Flensburg, Stadt"},
             {"markiert", store::Variant::boolean(true)}});
@@ -163,11 +163,11 @@ TEST(ImportCheckTest, BusinessesOutsideTheFiltersMunicipalitiesAreNamed) {
         "Betriebe der Datei liegen außerhalb der Gemeinden des Filters: 01003000, 01054056";
 
     transfer::ImportCheck report;
-    f.g().filter_aktiv_flag = 0;  // the filter off: no municipality is outside
+    f.g().settings.filter_aktiv_flag = 0;  // the filter off: no municipality is outside
     ASSERT_EQ(transfer::checkTransferFile(f.g(), path, report), transfer::ImportOutcome::Finished);
     EXPECT_TRUE(report.warnings.empty()) << report.warnings.front();
 
-    f.g().filter_aktiv_flag = -1;
+    f.g().settings.filter_aktiv_flag = -1;
     ASSERT_EQ(transfer::checkTransferFile(f.g(), path, report), transfer::ImportOutcome::Finished);
     EXPECT_EQ(report.businesses, 4);
     ASSERT_EQ(report.warnings.size(), 1u);

@@ -48,12 +48,12 @@ TEST(ImportDriverTest, TheListsNameIndexesStandAfterEveryImportAndInEveryOpenedS
     EXPECT_EQ(f.rows(sql), six);
     EXPECT_EQ(f.count("betrieb"), 2);
     EXPECT_EQ(f.count("betrieb_taetigkeit"), 1);
-    f.g().doEvents = [&] { f.g().taste = 27; };  // ESC after the first business
+    f.shell.onEvents = [&] { f.g().view.taste = 27; };  // ESC after the first business
     EXPECT_EQ(f.import(large), transfer::ImportOutcome::Cancelled);
     EXPECT_EQ(f.rows(sql), six);
     core::DB_Schliessen(f.g());
     core::DB_Binden_loesen(f.g());
-    store::Database::OpenDatabase(f.g().db_pfad_aktuell)
+    store::Database::OpenDatabase(f.g().settings.db_pfad_aktuell)
         .Execute("DROP INDEX idx_betrieb_lower_b_eintr_name");
     core::DB_Load(f.g());
     EXPECT_EQ(f.rows(sql), six);
@@ -80,7 +80,7 @@ TEST(ImportDriverTest, QuotesAroundThePathAreDroppedAndProgressIsShown) {
     ImportFixture f;
     const std::string path = f.write(twoBusinesses().text(), "mit blank.tml");
     std::vector<std::string> labels;
-    f.g().refreshView = [&] { labels.push_back(f.g().startView.Label2); };
+    f.shell.onRefresh = [&] { labels.push_back(f.g().startView.Label2); };
     f.dialogs.answers = {core::msg::vbYes};
     EXPECT_EQ(transfer::Upd_1_Start(f.g(), "\"" + path + "\""), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.count("betrieb"), 2);
@@ -92,7 +92,7 @@ TEST(ImportDriverTest, QuotesAroundThePathAreDroppedAndProgressIsShown) {
         labels.end());
     EXPECT_EQ(f.g().startView.Label2, "Auswahl von Gewerbedaten!");
     EXPECT_EQ(f.g().startView.ProgressBar1Value, 0);
-    EXPECT_TRUE(f.g().rs_betrieb.isSet());  // the store is bound again
+    EXPECT_TRUE(f.g().stores.rs_betrieb.isSet());  // the store is bound again
 }
 
 TEST(ImportDriverTest, AHugeAnnouncedCountIsNotCopiedIntoTheLabelPerRecord) {
@@ -100,7 +100,7 @@ TEST(ImportDriverTest, AHugeAnnouncedCountIsNotCopiedIntoTheLabelPerRecord) {
     TmlFile file = twoBusinesses();
     file.announced = "2" + std::string(1'000'000, '0');
     size_t longest = 0;
-    f.g().refreshView = [&] { longest = std::max(longest, f.g().startView.Label2.size()); };
+    f.shell.onRefresh = [&] { longest = std::max(longest, f.g().startView.Label2.size()); };
     EXPECT_EQ(f.import(file), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.count("betrieb"), 2);
     EXPECT_LT(longest, 100u);
@@ -181,7 +181,7 @@ TEST(ImportDriverTest, KindQuestionAnsweredNoStoresNothing) {
         "ist aber für "
         "die Daten-Art''BETRIEBSBEZOGEN'' definiert\nWollen Sie die Datenbank/Daten-Art wechseln?");
     EXPECT_EQ(f.count("betrieb"), 0);
-    EXPECT_EQ(f.g().caption, "TOLMA_4x_Access (betriebsbezogene Daten)");
+    EXPECT_EQ(f.g().settings.caption, "TOLMA_4x_Access (betriebsbezogene Daten)");
 }
 
 TEST(ImportDriverTest, LfAndCrLfFilesGiveTheSameRows) {
@@ -227,7 +227,7 @@ TEST(ImportDriverTest, ElementsCrossingTheBlockBoundaryAreReadWhole) {
     f.importBytes(model::utf8ToCp1252(text));
     EXPECT_EQ(f.rows("SELECT [betr-nr], [b-bemerkung] FROM betrieb ORDER BY [betr-nr]"),
               (Strings{"1001|", "1002|über die Grenze"}));
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 }
 
 TEST(ImportDriverTest, EscStopsBetweenRecordsKeepingTheOneUnderWay) {
@@ -235,13 +235,13 @@ TEST(ImportDriverTest, EscStopsBetweenRecordsKeepingTheOneUnderWay) {
     TmlFile file;
     for (int i = 0; i < 5; ++i) file.betriebe.push_back(business(std::to_string(1001 + i)));
     int calls = 0;
-    f.g().doEvents = [&] {
-        if (++calls == 2) f.g().taste = 27;
+    f.shell.onEvents = [&] {
+        if (++calls == 2) f.g().view.taste = 27;
     };
     EXPECT_EQ(f.import(file), transfer::ImportOutcome::Cancelled);
     EXPECT_EQ(f.count("betrieb"), 2);
     EXPECT_EQ(f.lastMessage(), "Der Vorgang wurde abgebrochen!");
-    EXPECT_EQ(f.g().taste, 0);
+    EXPECT_EQ(f.g().view.taste, 0);
     EXPECT_FALSE(f.g().marks.menue_import_datenbank);
 }
 

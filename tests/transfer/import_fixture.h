@@ -64,7 +64,7 @@ struct ImportFixture : CoreFixture {
     // The rows of a query on the data store, each as its fields joined by "|".
     std::vector<std::string> rows(const std::string& sql) {
         std::vector<std::string> out;
-        auto rs = g().db_daten.OpenRecordset(sql);
+        auto rs = g().stores.db_daten.OpenRecordset(sql);
         for (long r = 0; r < rs.RecordCount(); ++r) {
             std::string line;
             bool first = true;
@@ -76,7 +76,9 @@ struct ImportFixture : CoreFixture {
         }
         return out;
     }
-    long count(const std::string& table) { return g().db_daten.OpenRecordset(table).RecordCount(); }
+    long count(const std::string& table) {
+        return g().stores.db_daten.OpenRecordset(table).RecordCount();
+    }
     std::string lastMessage() const {
         return dialogs.shown.empty() ? "" : dialogs.shown.back().text;
     }

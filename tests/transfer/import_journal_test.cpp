@@ -51,7 +51,7 @@ struct JournalFixture : ImportFixture {
         }
         return all;
     }
-    store::Connection& store() { return *g().db_daten.connection(); }
+    store::Connection& store() { return *g().stores.db_daten.connection(); }
     long long scalar(const std::string& sql) {
         auto st = store().prepare(sql);
         st->step();
@@ -60,11 +60,11 @@ struct JournalFixture : ImportFixture {
     // Imports `file`, pressing ESC after its `escAfter`-th business (never with 0).
     void importWithEscAfter(const TmlFile& file, int escAfter) {
         int seen = 0;
-        g().doEvents = [&] {
-            if (++seen == escAfter) g().taste = 27;
+        shell.onEvents = [&] {
+            if (++seen == escAfter) g().view.taste = 27;
         };
         import(file);
-        g().doEvents = [] {};
+        shell.onEvents = {};
     }
     transfer::TakeBackResult takeBack(std::optional<long> from = std::nullopt) {
         dialogs.answers = {core::msg::vbYes};
@@ -138,11 +138,11 @@ TEST(ImportJournalTest, AnImportCutByEscIsTakenBackWithWhatItStored) {
     ASSERT_EQ(f.import(kFirst), transfer::ImportOutcome::Finished);
     const Strings before = f.dump();
     int seen = 0;
-    f.g().doEvents = [&] {
-        if (++seen == 2) f.g().taste = 27;
+    f.shell.onEvents = [&] {
+        if (++seen == 2) f.g().view.taste = 27;
     };
     ASSERT_EQ(f.import(kSecond), transfer::ImportOutcome::Cancelled);
-    f.g().doEvents = [] {};
+    f.shell.onEvents = {};
     ASSERT_NE(f.dump(), before);  // the first business of the cut run was stored
     EXPECT_EQ(f.takeBack().runs.size(), 1u);
     EXPECT_EQ(f.dump(), before);
@@ -344,7 +344,7 @@ TEST(ImportJournalTest, CompactionKeepsTheRecords) {
     ASSERT_GT(f.scalar("PRAGMA freelist_count") * 5, f.scalar("PRAGMA page_count"));
     core::DB_Komprimieren(f.g());
     ASSERT_EQ(f.scalar("PRAGMA freelist_count"), 0);  // rewritten
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 
     EXPECT_EQ(transfer::importRuns(f.store()).size(), 2u);
     EXPECT_EQ(f.takeBack().runs.size(), 1u);
@@ -359,7 +359,7 @@ TEST(ImportJournalTest, AFailedTakingBackChangesNothing) {
     ASSERT_EQ(f.import(kSecond), transfer::ImportOutcome::Finished);
     const Strings before = f.dump();
     // A record damaged by other tools: the person table's record is gone.
-    const auto file = f.g().db_pfad_aktuell;
+    const auto file = f.g().settings.db_pfad_aktuell;
     f.newRun();
     store::Database::OpenDatabase(file).Execute("DROP TABLE tolma_rueck_person");
     f.start();

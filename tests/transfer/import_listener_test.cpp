@@ -117,8 +117,8 @@ TEST(ImportListenerTest, ARunTellsItsBlocksInOrderAndTheKeysBeforeTheirRowsGo) {
 TEST(ImportListenerTest, EscBetweenTwoBusinessesCommitsTheBlockAndCancelsTheRun) {
     ImportFixture f;
     int calls = 0;
-    f.g().doEvents = [&] {
-        if (++calls == 2) f.g().taste = 27;
+    f.shell.onEvents = [&] {
+        if (++calls == 2) f.g().view.taste = 27;
     };
     Recorder recorder;
     EXPECT_EQ(importWith(f, recorder, businesses({"1001", "1002", "1003"})),

@@ -62,7 +62,7 @@ TEST(RecordImportTest, BusinessWithItsSectionsAndSkippedElements) {
               (Strings{"§ 34c|unbegrenzt"}));
     EXPECT_EQ(f.rows("SELECT [meld-grund-sonst-text] FROM betrieb_meldgrundsonst"),
               (Strings{"Umzug"}));
-    EXPECT_FALSE(f.g().fehler_vorhanden) << f.logText();
+    EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 }
 
 TEST(RecordImportTest, UnknownElementCostsOneEntryEachAndTheBusinessIsSaved) {
@@ -77,7 +77,7 @@ TEST(RecordImportTest, UnknownElementCostsOneEntryEachAndTheBusinessIsSaved) {
     // The log was offered, and the success message follows all the same.
     EXPECT_EQ(f.dialogs.shown[1].title, "Achtung!");
     EXPECT_EQ(f.lastMessage(), "Die Daten wurden übertragen!");
-    EXPECT_FALSE(f.g().fehler_vorhanden);
+    EXPECT_FALSE(f.g().log.fehler_vorhanden);
 }
 
 TEST(RecordImportTest, EmptyAddressPairMakesOneAddressOfKindOne) {
@@ -154,9 +154,10 @@ TEST(RecordImportTest, NotificationRelatedStoreKeepsStatesSideBySide) {
         "1001", "1", "<personen>\n" + person("5001", "NP", "1", permit("A")) + "</personen>\n")};
     f.import(file,
              {core::msg::vbYes, core::msg::vbYes});  // consent, and the switch to the other store
-    EXPECT_EQ(f.g().caption, "TOLMA_4x_Access (meldungsbezogene Daten)");
-    EXPECT_EQ(f.g().db_pfad_aktuell, f.g().pfad_db + "tl_4x_m.mdb");
-    EXPECT_EQ(f.g().datenart_wert, "BETRIEBSBEZOGEN");  // the in-memory kind stays until read again
+    EXPECT_EQ(f.g().settings.caption, "TOLMA_4x_Access (meldungsbezogene Daten)");
+    EXPECT_EQ(f.g().settings.db_pfad_aktuell, f.g().paths.pfad_db + "tl_4x_m.mdb");
+    EXPECT_EQ(f.g().settings.datenart_wert,
+              "BETRIEBSBEZOGEN");  // the in-memory kind stays until read again
     file.betriebe = {
         business("1001", "2",
                  "<personen>\n" + person("5001", "NP", "1", permit("B")) + "</personen>\n"),
@@ -164,7 +165,7 @@ TEST(RecordImportTest, NotificationRelatedStoreKeepsStatesSideBySide) {
     f.import(file, {core::msg::vbYes,
                     core::msg::vbNo});  // asked again: No keeps the store, ends the import
     EXPECT_EQ(f.lastMessage(), "Der Vorgang wurde abgebrochen!");
-    f.g().datenart_wert = "MELDUNGSBEZOGEN";
+    f.g().settings.datenart_wert = "MELDUNGSBEZOGEN";
     file.betriebe = {business(
         "1001", "2", "<personen>\n" + person("5001", "NP", "1", permit("B")) + "</personen>\n")};
     f.import(file);
@@ -250,7 +251,7 @@ TEST(RecordImportTest, PersonWithoutNumberIsDroppedAndCountedInTheSortNumber) {
     EXPECT_EQ(
         f.rows("SELECT [bez-pers-nr], [bez-sort-nr], [pers-nr-jp] FROM beziehung_betrieb_person"),
         (Strings{"5002|2|"}));
-    EXPECT_FALSE(f.g().fehler_vorhanden);
+    EXPECT_FALSE(f.g().log.fehler_vorhanden);
 }
 
 TEST(RecordImportTest, ChainOfLegalPersonsFollowsTheLegalForm) {

@@ -384,7 +384,7 @@ class KeyboardTest : public QObject {
         QTest::keyClick(search->box(), Qt::Key_Return);
         QTRY_VERIFY(!formIn(area(), "Frm_Auswahl_Betr"));
         QVERIFY(!g->marks.menue_suchen_betrieb);  // the print entries act again
-        QCOMPARE(g->satz_gewaehlt, std::string("ja"));
+        QCOMPARE(g->view.satz_gewaehlt, std::string("ja"));
     }
 
     void largeTextLeavesEveryControlWithinReach() {

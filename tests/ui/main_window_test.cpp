@@ -295,7 +295,7 @@ class MainWindowTest : public QObject {
         form->findChild<QPushButton*>("Command3_1")->click();
         QTRY_VERIFY(window->findChild<QWidget*>("Frm_Optionen") == nullptr);
         QVERIFY(!window->menuEntry("menue_extras_optionen")->isChecked());
-        auto marked = g->db_org.OpenRecordset("aktuelleGemeinde");
+        auto marked = g->stores.db_org.OpenRecordset("aktuelleGemeinde");
         QCOMPARE(marked.RecordCount(), 1L);
         QCOMPARE(QString::fromStdString(marked.Fields("gem-name").Value().toString()),
                  QString("Kiel, Landeshauptstadt"));
@@ -320,7 +320,7 @@ class MainWindowTest : public QObject {
         window->trigger("menue_suchen_person");
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QCOMPARE(window->findChildren<tolma::ui::ListWindow*>("Frm_Auswahl_Pers").size(), 1);
-        g->unloadForm("Frm_Auswahl_Pers");  // the new one is still known by its name
+        g->shell->unloadForm("Frm_Auswahl_Pers");  // the new one is still known by its name
         QTRY_VERIFY(window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Pers") == nullptr);
 
         // The main window goes cleanly while a closed form still waits to be deleted.
@@ -364,7 +364,8 @@ class MainWindowTest : public QObject {
         QVERIFY(check.findChild<QPushButton*>("Command_Schliessen")->isDefault());
         QTest::mouseClick(check.findChild<QPushButton*>("Command_Einlesen"), Qt::LeftButton);
         QCOMPARE(check.result(), tolma::ui::CheckReportWindow::kReadIn);
-        QCOMPARE(g->db_daten.OpenRecordset("betrieb").RecordCount(), 0L);  // the check kept nothing
+        QCOMPARE(g->stores.db_daten.OpenRecordset("betrieb").RecordCount(),
+                 0L);  // the check kept nothing
 
         tolma::transfer::Upd_1_Start(*g, sample);
         tolma::ui::TakeBackWindow runs(*g);
@@ -385,7 +386,7 @@ class MainWindowTest : public QObject {
         QCOMPARE(dialogs.styles[asked],
                  tolma::core::msg::vbQuestionYesNo | tolma::core::msg::vbDefaultButton2);
         QCOMPARE(runs.table()->item(0, 4)->text(), QString("ja"));
-        QCOMPARE(g->db_daten.OpenRecordset("betrieb").RecordCount(), 0L);
+        QCOMPARE(g->stores.db_daten.OpenRecordset("betrieb").RecordCount(), 0L);
     }
 
     void infoStandsBesideOtherFunctionsAndTheOptionsQuestionOnlyShowsTheForm() {
@@ -403,11 +404,11 @@ class MainWindowTest : public QObject {
         QVERIFY(first.startsWith("TOLMA_4x_Access\n"));
 
         // "Ja" to a question that leads to the options shows the form and nothing else.
-        g->unloadForm("Frm_Optionen");
+        g->shell->unloadForm("Frm_Optionen");
         QCoreApplication::processEvents();
         window->trigger("menue_suchen_betrieb");
         const bool listMarked = g->marks.menue_suchen_betrieb;
-        g->showForm("Frm_Optionen");
+        g->shell->showForm("Frm_Optionen");
         QTRY_VERIFY(window->findChild<QWidget*>("Frm_Optionen") != nullptr);
         QCOMPARE(g->marks.menue_suchen_betrieb, listMarked);
         QVERIFY(!g->marks.menue_extras_optionen);
@@ -640,16 +641,17 @@ class MainWindowTest : public QObject {
         QDesktopServices::setUrlHandler("file", this, "openFile");
         opened.clear();
         window->trigger("menue_hilfe_suchen");
-        QCOMPARE(opened, QStringList{QString::fromStdString((g->dataDir / "hilfe.htm").string())});
+        QCOMPARE(opened,
+                 QStringList{QString::fromStdString((g->paths.dataDir / "hilfe.htm").string())});
 
         const size_t shown = dialogs.shown.size();
-        const bool logged = g->fehler_vorhanden;
-        g->dataDir = home / "ohne-hilfe";
+        const bool logged = g->log.fehler_vorhanden;
+        g->paths.dataDir = home / "ohne-hilfe";
         window->trigger("menue_hilfe_suchen");
         QDesktopServices::unsetUrlHandler("file");
         QCOMPARE(opened.size(), 1);  // nothing handed to the desktop's opener
         QCOMPARE(dialogs.shown.size(), shown);
-        QCOMPARE(g->fehler_vorhanden, logged);
+        QCOMPARE(g->log.fehler_vorhanden, logged);
     }
 
     void cancelledFileDialogTellsAndClearsTheMark() {
@@ -672,7 +674,7 @@ class MainWindowTest : public QObject {
         QCOMPARE(QString::fromStdString(dialogs.shown.back()),
                  QString("Es wurde keine Update-Datei ausgewählt!"));
         QVERIFY(!window->menuEntry("menue_import_datenbank")->isChecked());
-        QVERIFY(std::filesystem::equivalent(after, g->pfad_app));  // the dialog may move it
+        QVERIFY(std::filesystem::equivalent(after, g->paths.pfad_app));  // the dialog may move it
     }
 };
 

@@ -43,12 +43,8 @@ inline std::filesystem::path makeProgram(std::unique_ptr<tolma::core::Globals>& 
     g = std::make_unique<tolma::core::Globals>();
     tolma::browse::attachDataControls(*g);
     g->dialogs = &dialogs;
-    g->dataDir = TOLMA_STORE_DIR;
-    g->Upd_1_Start = [](tolma::core::Globals& globals, const std::string& path) {
-        tolma::transfer::Upd_1_Start(globals, path);
-    };
-    window = std::make_unique<tolma::ui::MainWindow>(*g);
-    g->refreshView = [&window] { window->refreshFromCore(); };
+    g->paths.dataDir = TOLMA_STORE_DIR;
+    window = std::make_unique<tolma::ui::MainWindow>(*g);  // the core's shell
     window->show();
     return home;
 }
