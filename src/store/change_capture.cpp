@@ -22,7 +22,6 @@ ChangeCapture::~ChangeCapture() {
 void ChangeCapture::attach(Connection& c) {
     if (attached_ && attached_ != &c) detach(*attached_);
     attached_ = &c;
-    c.setChangeCapture(this);
     std::vector<std::string> tables;
     for (const Target& t : targets_) tables.push_back(t.table);
     c.watch(*this, std::move(tables));
@@ -37,7 +36,6 @@ void ChangeCapture::detach(Connection& c) noexcept {
         // what could not be written belongs to a transaction that is not kept either
     }
     c.unwatch(*this);
-    c.setChangeCapture(nullptr);
     clear();
 }
 
@@ -68,19 +66,28 @@ void ChangeCapture::changing(Connection& c, const Change& change) {
     events_.push_back(std::move(e));
 }
 
-const std::string* ChangeCapture::imageSelect(const std::string& table) {
-    const int target = targetOf(table);
-    if (target < 0) return nullptr;
+const std::string& ChangeCapture::imageSelect(size_t target) {
     imageSelects_.resize(targets_.size());
-    std::string& text = imageSelects_[static_cast<size_t>(target)];
+    std::string& text = imageSelects_[target];
     if (text.empty())
         // Rows above the mark are the run's own, which taking back removes in any case.
-        text = "INSERT INTO " + jet::quoteName(targets_[static_cast<size_t>(target)].record) +
-               " SELECT " + std::to_string(run_) + ", 'D', rowid, * FROM main." +
-               jet::quoteName(table) +
-               " WHERE rowid <= " + std::to_string(targets_[static_cast<size_t>(target)].mark) +
-               " AND ";
-    return &text;
+        text = "INSERT INTO " + jet::quoteName(targets_[target].record) + " SELECT " +
+               std::to_string(run_) + ", 'D', rowid, * FROM main." +
+               jet::quoteName(targets_[target].table) +
+               " WHERE rowid <= " + std::to_string(targets_[target].mark) + " AND ";
+    return text;
+}
+
+bool ChangeCapture::deletingWhere(Connection& c, size_t table, const Condition& where) {
+    if (flushing_ || quiet_) return quiet_;
+    if (where.rowsAreNew) return true;  // nothing of them to keep
+    // What the hook holds goes first, so that the record keeps the order in which rows came
+    // and went.
+    flush(c);
+    auto& copy = c.cached(imageSelect(table) + "(" + where.sql + ")");
+    copy.bindValues(where.values, where.numeric);
+    copy.step();
+    return true;
 }
 
 void ChangeCapture::flush(Connection& c) {

@@ -15,8 +15,8 @@ namespace tolma::store {
 // (run, art, rid, columns...) with art 'D', 'U' or 'I'.
 //
 // The rows are captured as the connection's listener, which SQLite's pre-update hook feeds, and
-// written just before the connection
-// commits, so that the record always lands in the same transaction as the changes. The hook
+// written just before the connection commits, so that the record always lands in the same
+// transaction as the changes. The hook
 // costs a fraction of what per-row triggers cost: a trigger builds the whole new row for every
 // insert, even when its condition then says no.
 class ChangeCapture final : private ChangeListener {
@@ -39,11 +39,8 @@ class ChangeCapture final : private ChangeListener {
     // Writes the captured rows into their record tables; the connection calls it before a
     // commit.
     void flush(Connection& c);
-    // For a delete of a captured table: the text that copies the rows at or below the mark that
-    // a condition appended to it (in parentheses) names into the record; null for other tables.
-    // While a Quiet stands, the hook lets deleted and changed rows pass, since they are copied
-    // already.
-    const std::string* imageSelect(const std::string& table);
+    // While a Quiet stands, deleted and changed rows pass uncaptured: their owner has copied
+    // them already.
     class Quiet {
       public:
         explicit Quiet(ChangeCapture* capture) : capture_(capture) {
@@ -59,8 +56,6 @@ class ChangeCapture final : private ChangeListener {
         ChangeCapture* capture_;
     };
 
-    // Forgets what is pending: its transaction was rolled back.
-    void discard() noexcept { clear(); }
     size_t pending() const { return events_.size(); }
 
   private:
@@ -71,6 +66,14 @@ class ChangeCapture final : private ChangeListener {
         std::vector<sqlite3_value*> values;  // owned copies; none for 'I'
     };
     void changing(Connection& c, const Change& change) override;
+    // The old images of a delete of many rows go into the record in one statement.
+    bool deletingWhere(Connection& c, size_t table, const Condition& where) override;
+    void committing(Connection& c) override { flush(c); }
+    void rolledBack(Connection& /*c*/) noexcept override { clear(); }
+    void closing(Connection& c) noexcept override { detach(c); }
+    // The text that copies the rows at or below the mark that a condition appended to it (in
+    // parentheses) names into the record.
+    const std::string& imageSelect(size_t target);
     int targetOf(const std::string& table) const;
     void clear() noexcept;
 

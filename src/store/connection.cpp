@@ -15,7 +15,6 @@
 #include <map>
 #include <mutex>
 
-#include "store/change_capture.h"
 #include "store/dao_error.h"
 #include "store/german_text.h"
 #include "store/jet_sql.h"
@@ -402,8 +401,8 @@ Connection::Connection(std::filesystem::path file, std::string key)
     : file_(std::move(file)), key_(std::move(key)) {}
 
 Connection::~Connection() {
-    // The captured rows of the open batch go with it.
-    if (capture_) capture_->detach(*this);
+    // What the listeners hold of the open batch goes with it.
+    tellWatchersNoexcept([&](ChangeListener& l) { l.closing(*this); });
     cache_.clear();
     if (db_) {
         if (batchDepth_ > 0) sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
@@ -599,6 +598,43 @@ bool Connection::unwatch(ChangeListener& listener) {
     return true;
 }
 
+template <typename Tell>
+void Connection::tellWatchers(Tell tell) {
+    // A listener may stop watching while it hears; a copy keeps the walk valid.
+    std::vector<ChangeListener*> listeners;
+    for (const Watcher& w : watchers_) listeners.push_back(w.listener);
+    for (ChangeListener* l : listeners) tell(*l);
+}
+
+template <typename Tell>
+void Connection::tellWatchersNoexcept(Tell tell) noexcept {
+    std::vector<ChangeListener*> listeners;
+    for (const Watcher& w : watchers_) listeners.push_back(w.listener);
+    for (ChangeListener* l : listeners) tell(*l);
+}
+
+long long Connection::deleteWhere(const std::string& table, const jet::Prepared& where,
+                                  bool rowsAreNew) {
+    const ChangeListener::Condition condition{where.shape->sql, where.values, where.shape->numeric,
+                                              rowsAreNew};
+    for (Watcher& w : watchers_) {
+        const auto t = std::find(w.tables.begin(), w.tables.end(), table);
+        if (t != w.tables.end())
+            w.quiet = w.listener->deletingWhere(*this, static_cast<size_t>(t - w.tables.begin()),
+                                                condition);
+    }
+    auto& st = cached("DELETE FROM main." + jet::quoteName(table) + " WHERE " + where.shape->sql);
+    st.bindValues(where.values, where.shape->numeric);
+    struct Loud {
+        std::vector<Watcher>& watchers;
+        ~Loud() {
+            for (Watcher& w : watchers) w.quiet = false;
+        }
+    } loud{watchers_};
+    st.step();
+    return changes();
+}
+
 void Connection::changeHook(void* self, sqlite3*, int op, const char* database, const char* table,
                             long long oldRow, long long newRow) {
     if (std::strcmp(database, "main") != 0) return;
@@ -616,7 +652,8 @@ void Connection::changeHook(void* self, sqlite3*, int op, const char* database, 
             while (t < tables.size() && std::strcmp(table, tables[t].c_str()) != 0) ++t;
             if (t < tables.size()) watcher.lastTable = t;
         }
-        if (t < watcher.tables.size()) watcher.listener->changing(c, {kind, t, oldRow, newRow});
+        if (t < watcher.tables.size() && !(watcher.quiet && kind != ChangeListener::Kind::Insert))
+            watcher.listener->changing(c, {kind, t, oldRow, newRow});
     }
 }
 
@@ -641,10 +678,10 @@ void Connection::commitBatch() {
     if (batchDepth_ == 0) return;
     if (--batchDepth_ > 0) return;
     try {
-        if (capture_) capture_->flush(*this);
+        tellWatchers([&](ChangeListener& l) { l.committing(*this); });
         execute("COMMIT");
     } catch (...) {
-        if (capture_) capture_->discard();
+        tellWatchersNoexcept([&](ChangeListener& l) { l.rolledBack(*this); });
         // A commit that failed (a full disk) may leave its transaction open; the block cannot
         // be kept, and the store must stay usable for what comes after.
         rollbackOpen();
@@ -654,7 +691,7 @@ void Connection::commitBatch() {
 
 void Connection::rollbackBatch() noexcept {
     batchDepth_ = 0;
-    if (capture_) capture_->discard();
+    tellWatchersNoexcept([&](ChangeListener& l) { l.rolledBack(*this); });
     rollbackOpen();
 }
 

@@ -17,7 +17,6 @@ struct sqlite3_stmt;
 namespace tolma::store {
 
 class Connection;
-class ChangeCapture;
 
 // The kinds of values a column of a result row holds.
 enum class ColumnType { Null, Integer, Real, Text, Blob };
@@ -69,7 +68,8 @@ class Statement {
 };
 
 // Hears of the rows a connection changes in the tables it watches, one by one, just before each
-// change is made. It must not run statements on the connection while it hears.
+// change is made, and of the connection's transactions. It must not run statements on the
+// connection while it hears of a row.
 class ChangeListener {
   public:
     enum class Kind { Insert, Update, Delete };
@@ -78,7 +78,26 @@ class ChangeListener {
         size_t table;              // the position among the tables it watches
         long long oldRow, newRow;  // row ids
     };
+    // A delete of many rows in one statement: the condition that names them, with its values.
+    struct Condition {
+        const std::string& sql;
+        const std::vector<std::string>& values;
+        const std::vector<bool>& numeric;
+        // Every row it meets was written in the open transaction.
+        bool rowsAreNew;
+    };
     virtual void changing(Connection& c, const Change& change) = 0;
+    // Before a delete of many rows of a watched table: a listener that takes what it needs of
+    // them at once, in one statement of its own, returns true and hears none of them one by one.
+    virtual bool deletingWhere(Connection& /*c*/, size_t /*table*/, const Condition& /*where*/) {
+        return false;
+    }
+    // The outermost batch is about to commit: the last moment to write into its transaction.
+    virtual void committing(Connection& /*c*/) {}
+    // The batch's changes were rolled back (or could not be committed).
+    virtual void rolledBack(Connection& /*c*/) noexcept {}
+    // The connection closes: an open batch commits without a further committing().
+    virtual void closing(Connection& /*c*/) noexcept {}
 
   protected:
     ~ChangeListener() = default;
@@ -127,6 +146,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void watch(ChangeListener& listener, std::vector<std::string> tables);
     bool unwatch(ChangeListener& listener);
 
+    // Deletes the rows of a table that a condition names, in one statement; the listeners that
+    // watch the table hear of it first. Returns the number of rows deleted.
+    long long deleteWhere(const std::string& table, const jet::Prepared& where, bool rowsAreNew);
+
     // How the store compares texts of a table's column: by the column's collation.
     TextCompare columnCompare(const std::string& table, const std::string& column);
 
@@ -141,9 +164,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // Ends the open transaction without its changes, if one is open; never raises.
     void rollbackOpen() noexcept;
     bool inBatch() const { return batchDepth_ > 0; }
-    // The capture whose rows are written before each commit of a batch (none: null).
-    void setChangeCapture(ChangeCapture* capture) { capture_ = capture; }
-    ChangeCapture* changeCapture() const { return capture_; }
 
     [[noreturn]] void fail(const std::string& source, const std::string& context) const;
 
@@ -152,7 +172,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
         ChangeListener* listener;
         std::vector<std::string> tables;
         size_t lastTable = 0;
+        bool quiet = false;  // hears no deleted or changed row of the running statement
     };
+    // Tells every watcher; stops at the first that raises.
+    template <typename Tell>
+    void tellWatchers(Tell tell);
+    template <typename Tell>
+    void tellWatchersNoexcept(Tell tell) noexcept;
     static void changeHook(void* self, ::sqlite3* db, int op, const char* database,
                            const char* table, long long oldRow, long long newRow);
 
@@ -166,7 +192,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::filesystem::path file_;
     std::string key_;
     int batchDepth_ = 0;
-    ChangeCapture* capture_ = nullptr;
     std::vector<Watcher> watchers_;
     std::unordered_map<std::string, std::unique_ptr<Statement>> cache_;
     std::unordered_map<std::string, std::shared_ptr<const void>> memo_;

@@ -98,8 +98,8 @@ void Recordset::CancelUpdate() {
 void Recordset::Delete() {
     impl().remove();
 }
-long long Recordset::deleteWhere(const std::string& criteria, bool runsOwnRows) {
-    return impl().deleteWhere(criteria, runsOwnRows);
+long long Recordset::deleteWhere(const std::string& criteria, bool rowsAreNew) {
+    return impl().deleteWhere(criteria, rowsAreNew);
 }
 bool Recordset::editing() const {
     return impl().edit != RecordsetImpl::EditMode::None;

@@ -84,10 +84,9 @@ class Recordset {
     void Delete();
     bool editing() const;
     // Deletes every row of the base table that meets the criteria, in one statement; the
-    // import's removal of old rows. Returns the number of rows deleted. With `runsOwnRows` the
-    // rows met are known to be what the running import stored itself, of which the connection's
-    // change record needs no copy.
-    long long deleteWhere(const std::string& criteria, bool runsOwnRows = false);
+    // import's removal of old rows. Returns the number of rows deleted. `rowsAreNew` says that
+    // every row met was written in the open transaction (listeners keeping old images need none).
+    long long deleteWhere(const std::string& criteria, bool rowsAreNew = false);
 
     int FieldCount() const;
     Field Fields(int index) const;

@@ -1,7 +1,5 @@
 #include "store/recordset_impl.h"
 
-#include "store/change_capture.h"
-
 #include <sqlite3.h>
 
 #include "store/dao_error.h"
@@ -333,30 +331,14 @@ Statement& RecordsetImpl::insertStatement(const std::string& pattern) {
     return *st;
 }
 
-long long RecordsetImpl::deleteWhere(const std::string& criteria, bool runsOwnRows) {
+long long RecordsetImpl::deleteWhere(const std::string& criteria, bool rowsAreNew) {
     check();
     requireUpdatable();
-    const auto p = jet::prepare(criteria, &conn->catalog());
-    ChangeCapture* capture = conn->changeCapture();
-    const std::string* image = capture ? capture->imageSelect(unbracket(baseTable)) : nullptr;
-    if (image && !runsOwnRows) {
-        // The rows' old images go into the record in one statement, rather than row by row
-        // from the hook; what the hook holds goes first, so that the record keeps the order in
-        // which rows came and went.
-        capture->flush(*conn);
-        auto& copy = conn->cached(*image + "(" + p.shape->sql + ")");
-        copy.bindValues(p.values, p.shape->numeric);
-        copy.step();
-    }
-    auto& st = conn->cached("DELETE FROM " + baseTable + " WHERE " + p.shape->sql);
-    st.bindValues(p.values, p.shape->numeric);
-    {
-        ChangeCapture::Quiet quiet(image ? capture : nullptr);
-        st.step();
-    }
+    const long long deleted = conn->deleteWhere(
+        unbracket(baseTable), jet::prepare(criteria, &conn->catalog()), rowsAreNew);
     rowCache.reset();
     storedRowsChanged();
-    return sqlite3_changes64(conn->handle());
+    return deleted;
 }
 
 void RecordsetImpl::cancelUpdate() {

@@ -74,7 +74,7 @@ class RecordsetImpl {
     void update();
     void cancelUpdate();
     void remove();
-    long long deleteWhere(const std::string& criteria, bool runsOwnRows);
+    long long deleteWhere(const std::string& criteria, bool rowsAreNew);
     void close();
 
   protected:

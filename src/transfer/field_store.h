@@ -12,10 +12,10 @@ namespace tolma::transfer {
 // field's size with a log entry. False after an error, which is logged.
 bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value);
 
-// Deletes the rows that meet the criteria; returns how many, or -1 after a logged failure. With
-// `runsOwnRows` they are the running import's own, and the run's record takes no copy.
+// Deletes the rows that meet the criteria; returns how many, or -1 after a logged failure.
+// `rowsAreNew`: every row met was written in the open transaction, so no old image is kept.
 long long Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Recordset& table,
-                     bool runsOwnRows = false);
+                     bool rowsAreNew = false);
 
 // Values go into criteria as quoted literals only.
 using store::jet::quote;
