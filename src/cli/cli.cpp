@@ -79,7 +79,7 @@ int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream
     if (command == "print") return commandPrint(options, rest, out, err);
     if (command == "options") return commandOptions(options, rest, out, err);
     if (command == "imports") return commandImports(options, rest, out, err);
-    if (command == "undo") return commandUndo(options, rest, out, err);
+    if (command == "undo") return commandTakeBack(options, rest, out, err);
     if (command == "auswertung") return commandAuswertung(options, rest, out, err);
     if (command == "search") return commandSearch(options, rest, out, err);
     err << "Unbekannter Befehl: " << command << "\nHilfe: tolma-cli --help\n";

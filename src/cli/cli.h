@@ -29,8 +29,8 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
                    std::ostream& err);
 int commandImports(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                    std::ostream& err);
-int commandUndo(const Options& options, const std::vector<std::string>& args, std::ostream& out,
-                std::ostream& err);
+int commandTakeBack(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                    std::ostream& err);
 int commandAuswertung(const Options& options, const std::vector<std::string>& args,
                       std::ostream& out, std::ostream& err);
 int commandSearch(const Options& options, const std::vector<std::string>& args, std::ostream& out,

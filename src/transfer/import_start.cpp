@@ -6,7 +6,7 @@
 #include "core/db_connection.h"
 #include "transfer/import_driver.h"
 #include "transfer/import_index.h"
-#include "transfer/import_journal.h"
+#include "transfer/journal_listener.h"
 
 namespace tolma::transfer {
 namespace {

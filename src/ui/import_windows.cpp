@@ -23,7 +23,7 @@
 #include "core/output_file.h"
 #include "store/connection.h"
 #include "transfer/import_driver.h"
-#include "transfer/import_journal.h"
+#include "transfer/journal.h"
 #include "ui/keyboard.h"
 
 namespace tolma::ui {
@@ -168,18 +168,18 @@ TakeBackWindow::TakeBackWindow(core::Globals& g, QWidget* parent)
     prepareGrid(table_, "Importläufe");
     layout->addWidget(table_, 1);
     auto* buttons = new QHBoxLayout;
-    auto* undo = new QPushButton("Zurücknehmen", this);
-    undo->setObjectName("Command_Zuruecknehmen");
+    auto* takeBackButton = new QPushButton("Zurücknehmen", this);
+    takeBackButton->setObjectName("Command_Zuruecknehmen");
     auto* close = new QPushButton("Schließen", this);
     close->setObjectName("Command_Schliessen");
     // Taking back removes stored data: Enter closes the window, only a click takes back.
-    undo->setAutoDefault(false);
+    takeBackButton->setAutoDefault(false);
     close->setDefault(true);
     buttons->addStretch(1);
-    buttons->addWidget(undo);
+    buttons->addWidget(takeBackButton);
     buttons->addWidget(close);
     layout->addLayout(buttons);
-    connect(undo, &QPushButton::clicked, this, &TakeBackWindow::takeBack);
+    connect(takeBackButton, &QPushButton::clicked, this, &TakeBackWindow::takeBack);
     connect(close, &QPushButton::clicked, this, &QDialog::accept);
     assignMnemonics(this, QString());
     addCloseKeys(this, [this] { reject(); },
@@ -214,7 +214,7 @@ void TakeBackWindow::takeBack() {
     const auto selected = table_->selectionModel()->selectedRows();
     std::optional<long> from;
     if (!selected.isEmpty()) from = table_->item(selected.front().row(), 0)->text().toLong();
-    const auto result = transfer::Import_zuruecknehmen(g_, from);
+    const auto result = transfer::askAndTakeBack(g_, from);
     if (result.outcome == transfer::TakeBackOutcome::Done) emit storeChanged();
     fill();
 }

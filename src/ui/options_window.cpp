@@ -17,7 +17,7 @@
 #include "search/search_index.h"
 #include "store/connection.h"
 #include "transfer/import_driver.h"
-#include "transfer/import_journal.h"
+#include "transfer/journal.h"
 #include "ui/keyboard.h"
 
 namespace tolma::ui {

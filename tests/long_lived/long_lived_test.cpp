@@ -26,7 +26,7 @@
 #include "steps.h"
 #include "store/connection.h"
 #include "store/database.h"
-#include "transfer/import_journal.h"
+#include "transfer/journal.h"
 
 extern char** environ;
 

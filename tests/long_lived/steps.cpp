@@ -15,7 +15,7 @@
 #include "store/connection.h"
 #include "transfer/export_form.h"
 #include "transfer/import_driver.h"
-#include "transfer/import_journal.h"
+#include "transfer/journal.h"
 
 namespace tolma::test {
 namespace {
@@ -254,7 +254,7 @@ std::vector<std::string> Program::run(const Step& step) {
                 out.push_back("keine Datenbank");
                 break;
             }
-            const auto r = transfer::Import_zuruecknehmen(
+            const auto r = transfer::askAndTakeBack(
                 g, step.lauf ? std::optional<long>(step.lauf) : std::nullopt);
             result("Zuruecknehmen", static_cast<int>(r.outcome));
             for (const auto& run : r.runs) out.push_back(transfer::describeRun(run));

@@ -15,7 +15,7 @@
 #include "store/german_text.h"
 #include "text/text.h"
 #include "tml_generator.h"
-#include "transfer/import_journal.h"
+#include "transfer/journal.h"
 
 namespace tolma::test {
 namespace {
@@ -263,7 +263,7 @@ TEST(SearchTest, TheIndexFollowsImportReplaceTakingBackAndRebuild) {
     EXPECT_EQ(f.names("Konditorei"), std::vector<std::string>{"Konditorei Schulz"});
 
     f.dialogs.answers = {core::msg::vbYes};
-    ASSERT_EQ(transfer::Import_zuruecknehmen(f.g(), std::nullopt).outcome,
+    ASSERT_EQ(transfer::askAndTakeBack(f.g(), std::nullopt).outcome,
               transfer::TakeBackOutcome::Done)
         << f.logText();
     EXPECT_EQ(f.names("Meyer"), std::vector<std::string>{"Bäckerei Meyer"});
@@ -488,7 +488,7 @@ TEST(SearchTest, ATakingBackTellsTheTruthWhenTheIndexCannotBeBuiltAfterIt) {
         "CREATE TRIGGER voll BEFORE INSERT ON tolma_suchtreffer WHEN NEW.zeile > 0 BEGIN SELECT "
         "RAISE(ABORT, 'database or disk is full'); END");
     f.dialogs.answers = {core::msg::vbYes};
-    const auto result = transfer::Import_zuruecknehmen(f.g(), std::nullopt);
+    const auto result = transfer::askAndTakeBack(f.g(), std::nullopt);
     EXPECT_EQ(result.outcome, transfer::TakeBackOutcome::Done);
     EXPECT_NE(f.lastMessage().find("zurückgenommen"), std::string::npos);
     EXPECT_NE(f.lastMessage().find("Der Suchindex wird bei der nächsten Suche neu aufgebaut."),

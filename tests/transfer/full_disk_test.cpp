@@ -12,7 +12,7 @@
 #include "store/connection.h"
 #include "store/disk_space.h"
 #include "transfer/export_form.h"
-#include "transfer/import_journal.h"
+#include "transfer/journal.h"
 #include "transfer/tml_writer.h"
 
 namespace tolma::test {
@@ -203,7 +203,7 @@ TEST(FullDiskTest, ATakingBackWithoutRoomSaysSoAndChangesNothing) {
         // rolls back the whole transaction on its own.
         f.g().stores.db_daten.connection()->execute("PRAGMA cache_size = 8");
         f.dialogs.answers = {core::msg::vbYes};
-        result = transfer::Import_zuruecknehmen(f.g(), std::nullopt);
+        result = transfer::askAndTakeBack(f.g(), std::nullopt);
     }
     EXPECT_EQ(result.outcome, transfer::TakeBackOutcome::Failed);
     EXPECT_EQ(f.lastMessage(),
@@ -217,7 +217,7 @@ TEST(FullDiskTest, ATakingBackWithoutRoomSaysSoAndChangesNothing) {
         EXPECT_FALSE(run.zurueckgenommen);
     // With room again, the same taking back works.
     f.dialogs.answers = {core::msg::vbYes};
-    EXPECT_EQ(transfer::Import_zuruecknehmen(f.g(), std::nullopt).outcome,
+    EXPECT_EQ(transfer::askAndTakeBack(f.g(), std::nullopt).outcome,
               transfer::TakeBackOutcome::Done);
     EXPECT_EQ(f.rows("SELECT DISTINCT [b-ort] FROM betrieb_adresse"),
               std::vector<std::string>{"Husum"});

@@ -31,7 +31,7 @@
 #include "core/menu.h"
 #include "core/start.h"
 #include "transfer/import_driver.h"
-#include "transfer/import_journal.h"
+#include "transfer/journal.h"
 #include "ui/evaluation_window.h"
 #include "ui/import_windows.h"
 #include "ui/keyboard.h"

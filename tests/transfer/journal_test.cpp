@@ -8,7 +8,7 @@
 #include "options/options_form.h"
 #include "search/search_index.h"
 #include "store/connection.h"
-#include "transfer/import_journal.h"
+#include "transfer/journal.h"
 
 namespace tolma::test {
 namespace {
@@ -68,7 +68,7 @@ struct JournalFixture : ImportFixture {
     }
     transfer::TakeBackResult takeBack(std::optional<long> from = std::nullopt) {
         dialogs.answers = {core::msg::vbYes};
-        return transfer::Import_zuruecknehmen(g(), from);
+        return transfer::askAndTakeBack(g(), from);
     }
 };
 
@@ -117,7 +117,7 @@ TEST(ImportJournalTest, SeveralRunsGoInOneStepAndTheListSaysSo) {
         ASSERT_EQ(f.import(*file), transfer::ImportOutcome::Finished);
 
     f.dialogs.answers = {core::msg::vbNo};
-    EXPECT_EQ(transfer::Import_zuruecknehmen(f.g(), 2).outcome, transfer::TakeBackOutcome::Refused);
+    EXPECT_EQ(transfer::askAndTakeBack(f.g(), 2).outcome, transfer::TakeBackOutcome::Refused);
     EXPECT_EQ(transfer::importRuns(f.store()).size(), 4u);
 
     const auto r = f.takeBack(2);

@@ -4,7 +4,7 @@
 #include "cli/help.h"
 #include "cli/session.h"
 #include "store/connection.h"
-#include "transfer/import_journal.h"
+#include "transfer/journal.h"
 
 namespace tolma::cli {
 namespace {
@@ -32,8 +32,8 @@ int commandImports(const Options& options, const std::vector<std::string>& args,
     return kExitOk;
 }
 
-int commandUndo(const Options& options, const std::vector<std::string>& args, std::ostream& out,
-                std::ostream& err) {
+int commandTakeBack(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                    std::ostream& err) {
     std::optional<long> from;
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] != "--lauf") return badCall(err, "undo", "unbekannte Angabe " + args[i] + ".");
@@ -48,7 +48,7 @@ int commandUndo(const Options& options, const std::vector<std::string>& args, st
     }
     Session session(options, out);
     if (!startWithStore(session, err)) return kExitFailed;
-    const auto result = transfer::Import_zuruecknehmen(session.g, from);
+    const auto result = transfer::askAndTakeBack(session.g, from);
     for (const auto& r : result.runs) out << "Zurückgenommen: " << transfer::describeRun(r) << "\n";
     if (result.outcome == transfer::TakeBackOutcome::Failed)
         err << "Zurücknehmen gescheitert: " << session.cause() << "\n";

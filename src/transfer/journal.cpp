@@ -1,0 +1,175 @@
+#include "transfer/journal.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "core/db_connection.h"
+#include "core/error_log.h"
+#include "core/globals.h"
+#include "search/search_index.h"
+#include "store/connection.h"
+#include "store/jet_sql.h"
+#include "transfer/journal_tables.h"
+
+namespace tolma::transfer {
+using namespace journal;
+namespace {
+
+void takeBackRun(store::Connection& c, long lauf) {
+    auto marks = c.prepare("SELECT tabelle, hoechste FROM tolma_import_marke WHERE lauf = ?1");
+    marks->bind(1, store::Variant(static_cast<long long>(lauf)));
+    std::vector<std::pair<std::string, long long>> list;
+    while (marks->step())
+        list.emplace_back(marks->column(0).toString(), marks->column(1).toInteger());
+    for (const auto& [table, mark] : list) {
+        const std::string shadow = store::jet::quoteName(recordTableOf(table)),
+                          t = "main." + store::jet::quoteName(table);
+        const std::vector<store::Variant> params{store::Variant(static_cast<long long>(lauf)),
+                                                 store::Variant(mark)};
+        // What the run inserted goes.
+        c.execute("DELETE FROM " + t + " WHERE rowid > ?2 OR rowid IN (SELECT rid FROM " + shadow +
+                      " WHERE lauf = ?1 AND art = 'I')",
+                  params);
+        // Every row it deleted or changed comes back as it was before its first change.
+        const std::string cols = columnList(columnsOf(c, table));
+        c.execute("INSERT OR REPLACE INTO " + t + " (rowid, " + cols + ") SELECT s.rid, " +
+                      columnList(columnsOf(c, table), "s.") + " FROM " + shadow +
+                      " s JOIN (SELECT min(rowid) AS erste FROM " + shadow +
+                      " WHERE lauf = ?1 GROUP BY rid) f ON s.rowid = f.erste WHERE s.art IN ('D', "
+                      "'U') AND s.rid <= ?2",
+                  params);
+    }
+    dropRecordsOf(c, "lauf = ?1", {store::Variant(static_cast<long long>(lauf))});
+    c.execute("UPDATE tolma_import_lauf SET zurueckgenommen = 1 WHERE lauf = ?1",
+              {store::Variant(static_cast<long long>(lauf))});
+}
+
+}  // namespace
+
+std::vector<ImportRun> importRuns(store::Connection& c) {
+    std::vector<ImportRun> runs;
+    if (!tableExists(c, "tolma_import_lauf")) return runs;
+    auto st = c.prepare(
+        "SELECT lauf, datum, datei, betriebe, zurueckgenommen FROM tolma_import_lauf ORDER BY "
+        "lauf");
+    while (st->step()) runs.push_back(runFrom(*st));
+    return runs;
+}
+
+std::vector<ImportRun> takeBack(store::Connection& c, std::optional<long> from) {
+    std::vector<ImportRun> open;
+    for (const auto& r : importRuns(c))
+        if (!r.zurueckgenommen) open.push_back(r);
+    if (open.empty()) return {};
+    const long first = from ? *from : open.back().lauf;
+    std::vector<ImportRun> taken;
+    for (auto it = open.rbegin(); it != open.rend() && it->lauf >= first; ++it)
+        taken.push_back(*it);
+    if (taken.empty() || taken.back().lauf != first)
+        return {};  // no such run, or taken back already
+    c.execute("BEGIN IMMEDIATE");
+    try {
+        // The index stays behind until it is built anew, whatever ends the work after the
+        // commit.
+        search::markStale(c);
+        for (const auto& r : taken) takeBackRun(c, r.lauf);
+        c.execute("COMMIT");
+    } catch (...) {
+        c.rollbackOpen();
+        throw;
+    }
+    for (auto& r : taken) r.zurueckgenommen = true;
+    return taken;
+}
+
+int keptImportRuns(core::Globals& g) {
+    try {
+        if (auto v = g.stores.db_org.lookup(
+                "SELECT wert FROM tolma_optionen WHERE name = 'importlaeufe_behalten'", "wert"))
+            if (const long n = std::atol(v->toString().c_str()); n > 0) return static_cast<int>(n);
+    } catch (const std::exception&) {
+        // a settings store without the table: the default
+    }
+    return kDefaultKeptRuns;
+}
+
+void setKeptImportRuns(core::Globals& g, int runs) {
+    const auto& c = g.stores.db_org.connection();
+    c->execute("CREATE TABLE IF NOT EXISTS tolma_optionen (name TEXT PRIMARY KEY, wert TEXT)");
+    c->execute("INSERT OR REPLACE INTO tolma_optionen VALUES ('importlaeufe_behalten', ?1)",
+               {store::Variant(std::to_string(std::max(1, runs)))});
+}
+
+std::string describeRun(const ImportRun& run) {
+    return "Lauf " + std::to_string(run.lauf) + " vom " + run.datum + ": " +
+           std::filesystem::path(run.datei).filename().string() + ", " +
+           std::to_string(run.betriebe) + (run.betriebe == 1 ? " Betrieb" : " Betriebe");
+}
+
+TakeBackResult askAndTakeBack(core::Globals& g, std::optional<long> from) {
+    const char* title = "Import zurücknehmen";
+    TakeBackResult result;
+    std::string names;
+    try {
+        store::Connection& c = *g.stores.db_daten.connection();
+        std::vector<ImportRun> open;
+        for (const auto& r : importRuns(c))
+            if (!r.zurueckgenommen) open.push_back(r);
+        // Without a run named, the newest one that is not taken back yet.
+        if (!from && !open.empty()) from = open.back().lauf;
+        std::erase_if(open, [&](const ImportRun& r) { return r.lauf < *from; });
+        if (open.empty() || (from && open.front().lauf != *from)) {
+            core::showMessage(g, "Es gibt keinen Importlauf, der zurückgenommen werden kann.",
+                              core::msg::vbInformation, title);
+            return result;
+        }
+        for (auto it = open.rbegin(); it != open.rend(); ++it) names += describeRun(*it) + "\n";
+        if (core::showMessage(
+                g,
+                "Der Datenbestand wird auf den Stand vor diesen Importläufen zurückgesetzt:\n" +
+                    names + "Soll der Vorgang gestartet werden?",
+                // "Nein" by default: a second Enter must not confirm what a first one began.
+                core::msg::vbQuestionYesNo | core::msg::vbDefaultButton2,
+                title) != core::msg::vbYes) {
+            result.outcome = TakeBackOutcome::Refused;
+            return result;
+        }
+        result.runs = takeBack(c, open.front().lauf);
+    } catch (const std::exception& e) {
+        // A connection that met a full disk stays in its error until it is opened anew; letting
+        // go of it also frees what its journal held.
+        core::DB_Schliessen(g);
+        core::DB_Binden_loesen(g);
+        core::logTrapped(g, "Import_zuruecknehmen", e);
+        core::DB_Load(g);
+        core::showMessage(
+            g, "Der Import konnte nicht zurückgenommen werden; der Datenbestand ist unverändert.",
+            core::msg::vbExclamation, title);
+        result.outcome = TakeBackOutcome::Failed;
+        return result;
+    }
+    // From here on the runs are taken back, whatever fails after; the message says so.
+    result.outcome = TakeBackOutcome::Done;
+    std::string after;
+    try {
+        store::Connection& c = *g.stores.db_daten.connection();
+        if (search::indexKept(c)) search::buildIndex(c);
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "Suchindex", e);
+        after = "Der Suchindex wird bei der nächsten Suche neu aufgebaut.";
+    }
+    try {
+        core::DB_Load(g);  // lists and record view read the restored rows
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "Import_zuruecknehmen", e);
+    }
+    if (!g.stores.db_daten.isSet())
+        after += std::string(after.empty() ? "" : "\n") +
+                 "Die Datenbank konnte danach nicht wieder geöffnet werden.";
+    core::showMessage(g, "Die Importläufe wurden zurückgenommen:\n" + names + after,
+                      after.empty() ? core::msg::vbInformation : core::msg::vbExclamation, title);
+    return result;
+}
+
+}  // namespace tolma::transfer

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "store/variant.h"
+
+namespace tolma::store {
+class Connection;
+class Statement;
+}  // namespace tolma::store
+
+// The tables of the record of import runs: "tolma_import_lauf" (the runs), "tolma_import_marke"
+// (each table's highest row id before a run) and "tolma_rueck_<table>" (old images and inserted
+// row ids, a row (lauf, art, rid, columns...)).
+namespace tolma::transfer {
+struct ImportRun;
+}
+
+namespace tolma::transfer::journal {
+
+std::string recordTableOf(const std::string& table);
+bool tableExists(store::Connection& c, const std::string& name);
+std::vector<std::string> columnsOf(store::Connection& c, const std::string& table);
+// The system's tables that the store holds.
+std::vector<std::string> recordedTables(store::Connection& c);
+std::string columnList(const std::vector<std::string>& columns, const std::string& prefix = "");
+void createRecordTables(store::Connection& c);
+// Drops the records (not the runs) that a condition on `lauf` names.
+void dropRecordsOf(store::Connection& c, const std::string& condition,
+                   const std::vector<store::Variant>& params);
+// A run from a row (lauf, datum, datei, betriebe, zurueckgenommen).
+ImportRun runFrom(store::Statement& st);
+
+}  // namespace tolma::transfer::journal
