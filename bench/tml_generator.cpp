@@ -1113,30 +1113,8 @@ void writeLegalPerson(FileWriter& w, const BusinessPlan& b, int slot) {
     w.date("p-reg-datum", b.registerDay - (generalPartner ? 20 : 0));
 }
 
-void writeBusinessState(FileWriter& w, const BusinessPlan& b, const State& s) {
-    const LegalForm& form = kLegalForms[b.legalForm];
-    const Trade& trade = kTrades[b.trade];
-    const Place& place = kPlaces[b.place];
-    const Region region = place.region;
-    const bool ended = s.notice == Notice::Deregistration;
-
-    w.line("<betrieb>");
-    w.headField("gem-kz", place.gemKz);
-    w.key("betr-nr", b.number, 12);
-    w.number("betr-hist-nr", s.historyNumber);
-
-    w.field("b-eintr-name", b.name);
-    w.field("b-rechtsform", form.key);
-    w.field("b-rechtsform-text", form.text);
-    if (b.remark >= 0) w.field("b-bemerkung", kRemarks[b.remark]);
-    w.field("b-nebenerwerb", b.sideline ? "ja" : "nein");
-    w.field("betr-art-text", trade.kind);
-    w.field("selbst-grad-text", "Hauptniederlassung");
-    w.date("betr-beginn", b.beginDay);
-    if (ended) w.date("betr-ende", b.endDay);
-    w.date("anzeige-datum", s.noticeDay);
-    w.date("meld-datum", s.noticeDay);
-    switch (s.notice) {
+void writeNotice(FileWriter& w, const BusinessPlan& b, Notice notice) {
+    switch (notice) {
         case Notice::Registration:
             w.field("meld-art", "01");
             w.field("meld-art-text", "Anmeldung");
@@ -1153,6 +1131,27 @@ void writeBusinessState(FileWriter& w, const BusinessPlan& b, const State& s) {
             w.field("meld-grund-text", kDeregistrationReasons[b.deregistrationReason]);
             break;
     }
+}
+
+// The business's own fields, before its sub-sections.
+void writeBusinessFields(FileWriter& w, const BusinessPlan& b, const State& s) {
+    const LegalForm& form = kLegalForms[b.legalForm];
+    const Trade& trade = kTrades[b.trade];
+    const Place& place = kPlaces[b.place];
+    const Region region = place.region;
+    const bool ended = s.notice == Notice::Deregistration;
+    w.field("b-eintr-name", b.name);
+    w.field("b-rechtsform", form.key);
+    w.field("b-rechtsform-text", form.text);
+    if (b.remark >= 0) w.field("b-bemerkung", kRemarks[b.remark]);
+    w.field("b-nebenerwerb", b.sideline ? "ja" : "nein");
+    w.field("betr-art-text", trade.kind);
+    w.field("selbst-grad-text", "Hauptniederlassung");
+    w.date("betr-beginn", b.beginDay);
+    if (ended) w.date("betr-ende", b.endDay);
+    w.date("anzeige-datum", s.noticeDay);
+    w.date("meld-datum", s.noticeDay);
+    writeNotice(w, b, s.notice);
     w.field("daten-weit", b.number % 9 == 4 ? "nein" : "ja");
     w.number("besch-zahl-vollzeit", b.fullTime);
     w.number("besch-zahl-teilzeit", b.partTime);
@@ -1182,22 +1181,10 @@ void writeBusinessState(FileWriter& w, const BusinessPlan& b, const State& s) {
         w.date("b-reg-datum", b.registerDay);
     }
     w.field("schluesselfeld", place.name);
+}
 
-    if (ended && b.furtherReasons[0] >= 0) {
-        w.line("<meld-gruende-sonst>");
-        for (int reason : b.furtherReasons) {
-            if (reason < 0) continue;
-            w.line("<meld-grund-sonst>");
-            w.field("meld-grund-sonst-text", kFurtherReasons[reason]);
-            w.line("</meld-grund-sonst>");
-        }
-        w.line("</meld-gruende-sonst>");
-    }
-
-    w.line("<adressen>");
-    for (int i = 0; i < b.addressCount; ++i) writeAddress(w, b, b.addresses[i]);
-    w.line("</adressen>");
-
+void writeActivities(FileWriter& w, const BusinessPlan& b, const State& s, const Trade& trade) {
+    const bool ended = s.notice == Notice::Deregistration;
     w.line("<taetigkeiten>");
     for (int i = 0; i < b.activityCount; ++i) {
         w.line("<taetigkeit>");
@@ -1210,8 +1197,12 @@ void writeBusinessState(FileWriter& w, const BusinessPlan& b, const State& s) {
         w.line("</taetigkeit>");
     }
     w.line("</taetigkeiten>");
+}
 
-    if (trade.craftKey) {
+void writeBusinessCraftCard(FileWriter& w, const BusinessPlan& b, const Trade& trade, Region region,
+                            bool ended) {
+    if (!trade.craftKey) return;
+    {
         const Institution& chamber = kCraftChambers[static_cast<int>(region)];
         w.line("<b-handwerkskarten>");
         w.line("<b-handwerkskarte>");
@@ -1230,15 +1221,19 @@ void writeBusinessState(FileWriter& w, const BusinessPlan& b, const State& s) {
         w.line("</b-handwerkskarte>");
         w.line("</b-handwerkskarten>");
     }
+}
 
-    if (trade.permit) {
+void writeBusinessPermit(FileWriter& w, const BusinessPlan& b, const Trade& trade,
+                         const Place& place, bool ended) {
+    if (!trade.permit) return;
+    {
         w.line("<b-erlaubnisse>");
         w.line("<b-erlaubnis>");
         w.field("b-erl-art", trade.permit);
         w.field("b-erl-status", ended ? "erloschen" : "erteilt");
         w.date("b-erl-datum", b.beginDay - 5);
         if (trade.issuer == Issuer::TradeChamber) {
-            const Institution& chamber = kTradeChambers[static_cast<int>(region)];
+            const Institution& chamber = kTradeChambers[static_cast<int>(place.region)];
             w.field("b-erl-behoerde", chamber.name);
             w.field("b-erl-plz", chamber.plz);
             w.field("b-erl-ort", chamber.town);
@@ -1252,6 +1247,37 @@ void writeBusinessState(FileWriter& w, const BusinessPlan& b, const State& s) {
         w.line("</b-erlaubnis>");
         w.line("</b-erlaubnisse>");
     }
+}
+
+void writeBusinessState(FileWriter& w, const BusinessPlan& b, const State& s) {
+    const Trade& trade = kTrades[b.trade];
+    const Place& place = kPlaces[b.place];
+    const bool ended = s.notice == Notice::Deregistration;
+
+    w.line("<betrieb>");
+    w.headField("gem-kz", place.gemKz);
+    w.key("betr-nr", b.number, 12);
+    w.number("betr-hist-nr", s.historyNumber);
+    writeBusinessFields(w, b, s);
+
+    if (ended && b.furtherReasons[0] >= 0) {
+        w.line("<meld-gruende-sonst>");
+        for (int reason : b.furtherReasons) {
+            if (reason < 0) continue;
+            w.line("<meld-grund-sonst>");
+            w.field("meld-grund-sonst-text", kFurtherReasons[reason]);
+            w.line("</meld-grund-sonst>");
+        }
+        w.line("</meld-gruende-sonst>");
+    }
+
+    w.line("<adressen>");
+    for (int i = 0; i < b.addressCount; ++i) writeAddress(w, b, b.addresses[i]);
+    w.line("</adressen>");
+
+    writeActivities(w, b, s, trade);
+    writeBusinessCraftCard(w, b, trade, place.region, ended);
+    writeBusinessPermit(w, b, trade, place, ended);
 
     w.line("<personen>");
     for (int i = 0; i < b.personCount; ++i) {
