@@ -17,4 +17,17 @@ void addCommandButtons(QWidget* parent, QBoxLayout* row, const QString& name,
     }
 }
 
+std::vector<QPushButton*> addNamedButtons(QWidget* parent, QBoxLayout* row,
+                                          std::initializer_list<NamedButton> buttons) {
+    std::vector<QPushButton*> made;
+    for (const NamedButton& button : buttons) {
+        auto* b = new QPushButton(QString::fromUtf8(button.caption), parent);
+        b->setObjectName(button.name);
+        QObject::connect(b, &QPushButton::clicked, parent, button.click);
+        row->addWidget(b);
+        made.push_back(b);
+    }
+    return made;
+}
+
 }  // namespace tolma::ui

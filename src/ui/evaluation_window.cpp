@@ -19,6 +19,7 @@
 #include "core/error_log.h"
 #include "core/output_file.h"
 #include "print/qt/evaluation_paint.h"
+#include "ui/command_buttons.h"
 #include "ui/keyboard.h"
 #include "ui/list_window.h"
 
@@ -158,23 +159,12 @@ QGroupBox* EvaluationWindow::buildChoice() {
 
 QHBoxLayout* EvaluationWindow::buildButtons() {
     auto* buttons = new QHBoxLayout;
-    const std::pair<const char*, const char*> captions[] = {{"Command_Drucken", "Drucken"},
-                                                            {"Command_CSV", "CSV speichern"},
-                                                            {"Command_Grafik", "Grafik speichern"},
-                                                            {"Command_Schliessen", "Schließen"}};
     buttons->addStretch(1);
-    for (const auto& [name, caption] : captions) {
-        auto* b = new QPushButton(caption, this);
-        b->setObjectName(name);
-        buttons->addWidget(b);
-        const std::string n = name;
-        connect(b, &QPushButton::clicked, this, [this, n] {
-            if (n == "Command_Drucken") print();
-            if (n == "Command_CSV") saveCsv();
-            if (n == "Command_Grafik") saveChart();
-            if (n == "Command_Schliessen") emit closeRequested();
-        });
-    }
+    addNamedButtons(this, buttons,
+                    {{"Command_Drucken", "Drucken", [this] { print(); }},
+                     {"Command_CSV", "CSV speichern", [this] { saveCsv(); }},
+                     {"Command_Grafik", "Grafik speichern", [this] { saveChart(); }},
+                     {"Command_Schliessen", "Schließen", [this] { emit closeRequested(); }}});
     return buttons;
 }
 

@@ -24,6 +24,7 @@
 #include "store/connection.h"
 #include "transfer/import_driver.h"
 #include "transfer/journal.h"
+#include "ui/command_buttons.h"
 #include "ui/keyboard.h"
 
 namespace tolma::ui {
@@ -42,27 +43,15 @@ CheckReportWindow::CheckReportWindow(const std::string& path, const transfer::Im
     text->setAccessibleName("Bericht");
     layout->addWidget(text, 1);
     auto* buttons = new QHBoxLayout;
-    const std::pair<const char*, const char*> captions[] = {{"Command_Einlesen", "&Einlesen"},
-                                                            {"Command_Speichern", "&Speichern..."},
-                                                            {"Command_Drucken", "&Drucken"},
-                                                            {"Command_Schliessen", "Schließen"}};
     buttons->addStretch(1);
-    for (const auto& [name, caption] : captions) {
-        auto* b = new QPushButton(caption, this);
-        b->setObjectName(name);
-        b->setAutoDefault(false);
-        buttons->addWidget(b);
-    }
+    const auto made = addNamedButtons(this, buttons,
+                                      {{"Command_Einlesen", "&Einlesen", [this] { done(kReadIn); }},
+                                       {"Command_Speichern", "&Speichern...", [this] { save(); }},
+                                       {"Command_Drucken", "&Drucken", [this] { print(); }},
+                                       {"Command_Schliessen", "Schließen", [this] { accept(); }}});
+    for (QPushButton* b : made) b->setAutoDefault(false);
     layout->addLayout(buttons);
-    auto* close = findChild<QPushButton*>("Command_Schliessen");
-    close->setDefault(true);  // Enter closes; reading in takes a deliberate click
-    connect(findChild<QPushButton*>("Command_Einlesen"), &QPushButton::clicked, this,
-            [this] { done(kReadIn); });
-    connect(findChild<QPushButton*>("Command_Speichern"), &QPushButton::clicked, this,
-            &CheckReportWindow::save);
-    connect(findChild<QPushButton*>("Command_Drucken"), &QPushButton::clicked, this,
-            &CheckReportWindow::print);
-    connect(close, &QPushButton::clicked, this, &QDialog::accept);
+    made.back()->setDefault(true);  // Enter closes; reading in takes a deliberate click
     assignMnemonics(this, QString());
     addCloseKeys(this, [this] { reject(); },
                  {QKeySequence(Qt::CTRL | Qt::Key_W), QKeySequence(Qt::CTRL | Qt::Key_F4)});
