@@ -110,10 +110,10 @@ int main(int argc, char** argv) {
     save(window, out, "start.png");
 
     tolma::transfer::Upd_1_Start(g, argv[3]);
-    g.startView.Image2Visible = false;
-    g.startView.SSTab1Visible = true;
-    g.startView.Frame_UeberschriftVisible = true;
-    g.startView.Label2 = "Anzeige: Meldedaten";
+    g.forms.startView.Image2Visible = false;
+    g.forms.startView.SSTab1Visible = true;
+    g.forms.startView.Frame_UeberschriftVisible = true;
+    g.forms.startView.Label2 = "Anzeige: Meldedaten";
     g.view.satz_gewaehlt = "ja";
     // A limited company with addresses, activities and a legal person at its head.
     tolma::browse::DB_Load_DATA(g, "01054056", "010540001074", "1", "");

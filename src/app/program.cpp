@@ -25,7 +25,7 @@ class EscapeFilter : public QObject {
     bool eventFilter(QObject* watched, QEvent* event) override {
         if (event->type() == QEvent::KeyPress &&
             static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape &&
-            !g_.startView.MDIForm1Enabled)
+            !g_.forms.startView.MDIForm1Enabled)
             g_.view.taste = 27;
         return QObject::eventFilter(watched, event);
     }
@@ -49,7 +49,7 @@ class DesktopShell : public core::Shell {
     }
     void refreshView() override {
         // During long work the view is redrawn a few times a second, not for every record.
-        if (!g_.startView.MDIForm1Enabled && sinceRefresh_.elapsed() < 100) return;
+        if (!g_.forms.startView.MDIForm1Enabled && sinceRefresh_.elapsed() < 100) return;
         sinceRefresh_.restart();
         window_.refreshFromCore();
     }

@@ -157,9 +157,9 @@ void emptyBusinessCase(core::Globals& g, ListForm& form) {
 }  // namespace
 
 bool menue_suchen_betrieb(core::Globals& g, ListForm& form) {
-    if (g.marks.menue_suchen_betrieb) return false;
+    if (g.forms.marks.menue_suchen_betrieb) return false;
     core::A_Fenster_schliessen(g);
-    g.marks.menue_suchen_betrieb = true;
+    g.forms.marks.menue_suchen_betrieb = true;
     bool shown = false;
     guarded(g, "menue_suchen_betrieb", [&] {
         dataControls(g).DATA_BETR.RecordSource = "betrieb";
@@ -197,14 +197,14 @@ bool menue_suchen_betrieb(core::Globals& g, ListForm& form) {
                       std::to_string(form.data.Recordset().RecordCount());
         shown = true;
     });
-    if (!shown) g.marks.menue_suchen_betrieb = false;
+    if (!shown) g.forms.marks.menue_suchen_betrieb = false;
     return shown;
 }
 
 bool menue_suchen_person(core::Globals& g, ListForm& form) {
-    if (g.marks.menue_suchen_person) return false;
+    if (g.forms.marks.menue_suchen_person) return false;
     core::A_Fenster_schliessen(g);
-    g.marks.menue_suchen_person = true;
+    g.forms.marks.menue_suchen_person = true;
     bool shown = false;
     guarded(g, "menue_suchen_person", [&] {
         g.view.gem_filter_text = personFilter(g);
@@ -217,7 +217,7 @@ bool menue_suchen_person(core::Globals& g, ListForm& form) {
         form.data.Recordset().MoveLast();
         shown = true;
     });
-    if (!shown) g.marks.menue_suchen_person = false;
+    if (!shown) g.forms.marks.menue_suchen_person = false;
     return shown;
 }
 
@@ -229,12 +229,12 @@ void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::st
         {&core::MenuMarks::menue_suchen_person, "Frm_Auswahl_Pers"},
         {&core::MenuMarks::menue_suchen_betrieb, "Frm_Auswahl_Betr"}};
     for (const auto& [mark, form] : lists) {
-        if (!(g.marks.*mark)) continue;
+        if (!(g.forms.marks.*mark)) continue;
         g.shell->unloadForm(form);
-        g.marks.*mark = false;
+        g.forms.marks.*mark = false;
     }
     guarded(g, "showFoundBusiness", [&] {
-        auto& v = g.startView;
+        auto& v = g.forms.startView;
         v.Command3Visible = false;
         v.Image2Visible = false;
         v.SSTab1Visible = true;
@@ -263,9 +263,9 @@ void showFoundBusiness(core::Globals& g, const std::string& gemKz, const std::st
 
 bool openBusinessListOf(core::Globals& g, ListForm& form,
                         const std::vector<std::pair<std::string, std::string>>& states) {
-    if (g.marks.menue_suchen_betrieb || states.empty()) return false;
+    if (g.forms.marks.menue_suchen_betrieb || states.empty()) return false;
     core::A_Fenster_schliessen(g);
-    g.marks.menue_suchen_betrieb = true;
+    g.forms.marks.menue_suchen_betrieb = true;
     bool shown = false;
     guarded(g, "openBusinessListOf", [&] {
         std::string in;
@@ -287,7 +287,7 @@ bool openBusinessListOf(core::Globals& g, ListForm& form,
         form.Label1 = "Betrieb Nr. 1 von " + std::to_string(form.data.Recordset().RecordCount());
         shown = true;
     });
-    if (!shown) g.marks.menue_suchen_betrieb = false;
+    if (!shown) g.forms.marks.menue_suchen_betrieb = false;
     return shown;
 }
 
@@ -387,7 +387,7 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
             [&] {
                 auto& rs = form.data.Recordset();
                 if (!form.persons && (!rs.isSet() || rs.Eof())) return;
-                auto& v = g.startView;
+                auto& v = g.forms.startView;
                 if (!form.persons) {
                     const std::string gem = rs.Fields("gem-kz").Value().toString();
                     const std::string nr = rs.Fields("betrieb.betr-nr").Value().toString();
@@ -449,9 +449,9 @@ bool Command1_Click(core::Globals& g, ListForm& form, int index) {
 
 void Form_Unload(core::Globals& g, const ListForm& form) {
     if (form.persons)
-        g.marks.menue_suchen_person = false;
+        g.forms.marks.menue_suchen_person = false;
     else
-        g.marks.menue_suchen_betrieb = false;
+        g.forms.marks.menue_suchen_betrieb = false;
 }
 
 bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
@@ -462,11 +462,11 @@ bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
         return false;  // a natural person has no representatives
     const std::string persNr = pers.Fields(0).Value().toString();
     const std::string hist = d.DATA_BETR.fieldText("betr-hist-nr");
-    const auto& m = g.marks;
+    const auto& m = g.forms.marks;
     if (m.menue_suchen_person || m.menue_suchen_betrieb || m.menue_info ||
         m.menue_extras_optionen || m.menue_import_datenbank || m.menue_export_textdatei)
         return false;  // another function is open
-    g.marks.menue_suchen_person = true;
+    g.forms.marks.menue_suchen_person = true;
     bool shown = false;
     guarded(g, "Frm_Start.Command1_Click", [&] {
         g.view.gem_filter_text.clear();
@@ -503,13 +503,13 @@ bool Frm_Start_Command1_Click(core::Globals& g, ListForm& form) {
         form.data.Recordset().MoveLast();
         shown = true;
     });
-    if (!shown) g.marks.menue_suchen_person = false;
+    if (!shown) g.forms.marks.menue_suchen_person = false;
     return shown;
 }
 
 void Frm_Start_Command3_Click(core::Globals& g) {
     g.view.akt_funktion.clear();
-    auto& v = g.startView;
+    auto& v = g.forms.startView;
     v.Command3Visible = false;
     v.Image2Visible = false;
     v.SSTab1Visible = true;

@@ -78,7 +78,7 @@ void DATA_BETR_Reposition(core::Globals& g) {
     // Any other value keeps the text of the record shown before.
     for (int i = 0; i < 7; ++i)
         if (korr == std::to_string(i + 1)) {
-            g.startView.Text_Korrekturmeldung = texts[i];
+            g.forms.startView.Text_Korrekturmeldung = texts[i];
             break;
         }
 }
@@ -93,18 +93,18 @@ void DATA_TAET_Reposition(core::Globals& g) {
     double number = 0;
     const std::string schwerp = currentText(c, "tk-schwerp");
     if (schwerp == "0")
-        g.startView.Text_Schwerpunkt = "nein";
+        g.forms.startView.Text_Schwerpunkt = "nein";
     else if (readsAsNumber(schwerp, number) && number == 1)
-        g.startView.Text_Schwerpunkt = "ja";
+        g.forms.startView.Text_Schwerpunkt = "ja";
     else
-        g.startView.Text_Schwerpunkt.clear();
+        g.forms.startView.Text_Schwerpunkt.clear();
     const std::string ummeldung = currentText(c, "tk-ummeldung");
     if (ummeldung == "1")
-        g.startView.Text_Ummeldung = "neue Tätigkeit";
+        g.forms.startView.Text_Ummeldung = "neue Tätigkeit";
     else if (readsAsNumber(ummeldung, number) && number == 2)
-        g.startView.Text_Ummeldung = "Tätigkeit wird weiterhin ausgeübt";
+        g.forms.startView.Text_Ummeldung = "Tätigkeit wird weiterhin ausgeübt";
     else
-        g.startView.Text_Ummeldung.clear();
+        g.forms.startView.Text_Ummeldung.clear();
 }
 
 void DATA_PERS_Reposition(core::Globals& g) {
@@ -145,7 +145,7 @@ void DATA_PERS_Reposition(core::Globals& g) {
         quote(persNr) + " AND person_handwerkskarte.[betr-nr] = " + quote(betrNr);
     requery(g, d.DATA_PERSHwk, g.view.sql_text, true);
 
-    g.startView.TextPers_8.clear();
+    g.forms.startView.TextPers_8.clear();
     if (persons && hasRows(d.DATA_Bez_Betr_Pers)) {
         const store::Variant funktion =
             d.DATA_Bez_Betr_Pers.Recordset().Fields("p-funktion").Value();
@@ -154,7 +154,7 @@ void DATA_PERS_Reposition(core::Globals& g) {
                                           "Geschäftsführender Gesellschafter",
                                           "Gesetzlicher Vertreter", "Inhaber"};
             const long n = leadingNumber(funktion.toString());
-            if (n >= 1 && n <= 4) g.startView.TextPers_8 = texts[n - 1];
+            if (n >= 1 && n <= 4) g.forms.startView.TextPers_8 = texts[n - 1];
         }
     }
     g.shell->refreshView();
@@ -178,9 +178,9 @@ void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string&
             "SELECT ALL * From gemeindekennzahlen WHERE [gem-kz] = " + quote(gem) + " ;";
         // The recordset of the previous load is still there until the Refresh below.
         if (d.DATA_ORG.Recordset().isSet() && d.DATA_ORG.Recordset().RecordCount() != 0)
-            g.startView.Text_136 = currentText(d.DATA_ORG, "gem-name");
+            g.forms.startView.Text_136 = currentText(d.DATA_ORG, "gem-name");
         d.DATA_ORG.Refresh();
-        g.startView.Text_136 = currentText(d.DATA_ORG, "gem-name");
+        g.forms.startView.Text_136 = currentText(d.DATA_ORG, "gem-name");
 
         const std::string nr = betrNr, hist = betrHistNr;
         const std::pair<const char*, DataControl*> blocks[] = {
@@ -215,10 +215,10 @@ void DB_Load_DATA(core::Globals& g, const std::string& gemKz, const std::string&
 
 void SSTab1_Click(core::Globals& g, int tab) {
     if (tab < 0 || tab > 5) return;
-    g.startView.SSTab1Tab = tab;
-    g.startView.Label2 = kTabLabels[tab];
-    g.startView.Frame_AnzahlVisible = tab >= 3;
-    g.startView.DATA_PERSVisible = tab >= 3;
+    g.forms.startView.SSTab1Tab = tab;
+    g.forms.startView.Label2 = kTabLabels[tab];
+    g.forms.startView.Frame_AnzahlVisible = tab >= 3;
+    g.forms.startView.DATA_PERSVisible = tab >= 3;
     g.shell->refreshView();
 }
 

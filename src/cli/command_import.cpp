@@ -53,7 +53,7 @@ class TerminalScreen final : public transfer::StartViewScreen {
         const auto now = std::chrono::steady_clock::now();
         if (now - last_ < std::chrono::milliseconds(200)) return;
         last_ = now;
-        err_ << "\r" << g_.startView.Label2 << "\x1b[K" << std::flush;
+        err_ << "\r" << g_.forms.startView.Label2 << "\x1b[K" << std::flush;
     }
 
     std::ostream& err_;
@@ -125,7 +125,7 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
         out << "; darunter Abmeldungen: " << counts.removals << "\n";
     }
     if (outcome == transfer::ImportOutcome::Failed) {
-        out << "Import: " << g.startView.Label2 << "\n";
+        out << "Import: " << g.forms.startView.Label2 << "\n";
         err << "Der Import ist gescheitert: " << session.cause() << "\n";
     } else if (outcome == transfer::ImportOutcome::StoreFailed) {
         err << "Die Daten wurden nicht oder nicht vollständig gespeichert: " << g.log.storeFault

@@ -38,7 +38,7 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
     Session session(answered, out);
     if (!session.start(err)) return kExitFailed;
     core::Globals& g = session.g;
-    g.marks.menue_extras_optionen = true;
+    g.forms.marks.menue_extras_optionen = true;
     options::OptionsForm form;
     options::Form_Activate(g, form);
 

@@ -39,7 +39,7 @@ void InterruptAsEscape::refreshView() {
     const auto now = std::chrono::steady_clock::now();
     if (now - lastShown_ < std::chrono::milliseconds(200)) return;
     lastShown_ = now;
-    err_ << "\r" << g_.startView.Label2 << "\x1b[K" << std::flush;
+    err_ << "\r" << g_.forms.startView.Label2 << "\x1b[K" << std::flush;
 }
 
 InterruptAsEscape::~InterruptAsEscape() {

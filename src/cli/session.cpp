@@ -57,7 +57,7 @@ void Session::refuseBeforeStart(std::ostream& err, const std::string& procedure,
 
 std::string Session::cause() const {
     if (!g.log.lastLoggedError.empty()) return g.log.lastLoggedError;
-    return g.startView.Label2;
+    return g.forms.startView.Label2;
 }
 
 void Session::tellAboutLog(std::ostream& out) const {

@@ -80,7 +80,7 @@ void DB_Load(Globals& g) {
         g.stores.db_name_daten = g.settings.db_pfad_aktuell;
         g.stores.db_daten = store::Database::OpenDatabase(g.stores.db_name_daten);
         // Not while an import runs: it leaves them out until its end.
-        if (!g.marks.menue_import_datenbank) ensureListIndexes(g);
+        if (!g.forms.marks.menue_import_datenbank) ensureListIndexes(g);
         DB_Handles_oeffnen(g);
         DB_Binden(g);
     } catch (const std::exception& e) {

@@ -59,6 +59,13 @@ struct OptionsFormState {
     std::string Text6[2];
 };
 
+// The old forms' state that routines outside the forms read or change.
+struct FormsState {
+    MenuMarks marks;
+    StartViewState startView;
+    OptionsFormState optionen;
+};
+
 struct Globals;
 
 // The data controls of the forms. They live with the record view, above the core; the
@@ -147,9 +154,7 @@ struct Globals {
 
     RecordViewValues view;
 
-    MenuMarks marks;
-    StartViewState startView;
-    OptionsFormState optionen;
+    FormsState forms;
 
     // The platform, injected.
     Dialogs* dialogs = nullptr;

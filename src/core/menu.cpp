@@ -29,35 +29,35 @@ void A_Fenster_schliessen(Globals& g) {
         {&MenuMarks::menue_export_textdatei, "Frm_Verwaltungsblock"},
     };
     for (const auto& e : order) {
-        if (!(g.marks.*(e.mark))) continue;
+        if (!(g.forms.marks.*(e.mark))) continue;
         if (*e.form) g.shell->unloadForm(e.form);
-        g.marks.*(e.mark) = false;
+        g.forms.marks.*(e.mark) = false;
     }
 }
 
 namespace {
 
 void runImport(Globals& g, const ImportRun& Upd_1_Start, const std::string& file) {
-    g.startView.MDIForm1Enabled = false;
+    g.forms.startView.MDIForm1Enabled = false;
     g.shell->refreshView();
     if (Upd_1_Start) Upd_1_Start(g, file);
-    g.startView.MDIForm1Enabled = true;
+    g.forms.startView.MDIForm1Enabled = true;
 }
 
 }  // namespace
 
 void importChosenFile(Globals& g, const ImportRun& Upd_1_Start, const std::string& file) {
-    if (g.marks.menue_import_datenbank) return;  // an import runs
+    if (g.forms.marks.menue_import_datenbank) return;  // an import runs
     A_Fenster_schliessen(g);
-    g.marks.menue_import_datenbank = true;
+    g.forms.marks.menue_import_datenbank = true;
     runImport(g, Upd_1_Start, file);
     g.shell->refreshView();
 }
 
 void menue_import_datenbank(Globals& g, const ImportRun& Upd_1_Start) {
-    if (g.marks.menue_import_datenbank) return;  // an import runs
+    if (g.forms.marks.menue_import_datenbank) return;  // an import runs
     A_Fenster_schliessen(g);
-    g.marks.menue_import_datenbank = true;
+    g.forms.marks.menue_import_datenbank = true;
     const std::string file =
         g.dialogs
             ? g.dialogs->chooseFile(g.paths.pfad_dat,
@@ -68,7 +68,7 @@ void menue_import_datenbank(Globals& g, const ImportRun& Upd_1_Start) {
     } else {
         showMessage(g, "Es wurde keine Update-Datei ausgewählt!", msg::vbInformation,
                     "Auswahl einer Update-Datei!");
-        g.marks.menue_import_datenbank = false;
+        g.forms.marks.menue_import_datenbank = false;
     }
     // The file dialog may have changed the current directory.
     std::error_code ec;

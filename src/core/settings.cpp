@@ -111,18 +111,18 @@ void A_org_update(Globals& g) {
             rs.MoveFirst();
             rs.Edit();
         }
-        if (!g.optionen.Text6[0].empty())
-            rs.Fields("db_betriebsbezogen").setValue(g.optionen.Text6[0]);
-        if (!g.optionen.Text6[1].empty())
-            rs.Fields("db_meldungsbezogen").setValue(g.optionen.Text6[1]);
+        if (!g.forms.optionen.Text6[0].empty())
+            rs.Fields("db_betriebsbezogen").setValue(g.forms.optionen.Text6[0]);
+        if (!g.forms.optionen.Text6[1].empty())
+            rs.Fields("db_meldungsbezogen").setValue(g.forms.optionen.Text6[1]);
         if (g.settings.datenart_wert == kBetriebsbezogen) {
             rs.Fields("datenart").setValue(kBetriebsbezogen);
-            g.settings.db_pfad_aktuell = g.optionen.Text6[0];
+            g.settings.db_pfad_aktuell = g.forms.optionen.Text6[0];
             g.settings.db_kurzname = "tl_4x_b";
             g.settings.caption = kCaptionBetrieb;
         } else {
             rs.Fields("datenart").setValue(kMeldungsbezogen);
-            g.settings.db_pfad_aktuell = g.optionen.Text6[1];
+            g.settings.db_pfad_aktuell = g.forms.optionen.Text6[1];
             g.settings.db_kurzname = "tl_4x_m";
             g.settings.caption = kCaptionMeldung;
         }

@@ -68,14 +68,14 @@ void A_Start(Globals& g, const std::filesystem::path& home, const StartHooks& ho
         DB_Load(g);
         if (g.paths.pfad_app.find("WoDrex") == std::string::npos && hooks.checkFileAssociation)
             hooks.checkFileAssociation(g);
-        showStartView(g.startView);
+        showStartView(g.forms.startView);
         if (!g.commandLine.empty()) {
             g.shell->doEvents();
             A_Fenster_schliessen(g);
-            g.startView.MDIForm1Enabled = false;
-            g.marks.menue_import_datenbank = true;
+            g.forms.startView.MDIForm1Enabled = false;
+            g.forms.marks.menue_import_datenbank = true;
             if (hooks.Upd_1_Start) hooks.Upd_1_Start(g, g.commandLine);
-            g.startView.MDIForm1Enabled = true;
+            g.forms.startView.MDIForm1Enabled = true;
         }
     } catch (const std::exception& e) {
         logTrapped(g, "A_Start", e);

@@ -18,7 +18,7 @@ namespace {
 const char* kPfadTitel = "Änderung des Datenbankpfades!";
 
 void showStartPicture(core::Globals& g) {
-    auto& v = g.startView;
+    auto& v = g.forms.startView;
     v.Image2Visible = true;
     v.SSTab1Visible = false;
     v.Frame_AnzahlVisible = false;
@@ -71,8 +71,8 @@ void Form_Activate(core::Globals& g, OptionsForm& form) {
     form.frameEnabled[0] = betrieb;
     form.frameEnabled[1] = !betrieb;
     g.settings.caption = betrieb ? core::kCaptionBetrieb : core::kCaptionMeldung;
-    g.optionen.Text6[0] = g.settings.db_betr_pfad;
-    g.optionen.Text6[1] = g.settings.db_meld_pfad;
+    g.forms.optionen.Text6[0] = g.settings.db_betr_pfad;
+    g.forms.optionen.Text6[1] = g.settings.db_meld_pfad;
 }
 
 void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
@@ -90,7 +90,7 @@ void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
                           core::msg::vbExclamation, kPfadTitel);
         return;
     }
-    g.optionen.Text6[index == 0 ? 0 : 1] = file;
+    g.forms.optionen.Text6[index == 0 ? 0 : 1] = file;
     core::DB_Schliessen(g);
     core::DB_Binden_loesen(g);
     g.settings.db_pfad_aktuell = file;
@@ -290,7 +290,7 @@ bool Command3_Click(core::Globals& g, OptionsForm& form, int index) {
 }
 
 void Form_Unload(core::Globals& g) {
-    g.marks.menue_extras_optionen = false;
+    g.forms.marks.menue_extras_optionen = false;
 }
 
 }  // namespace tolma::options

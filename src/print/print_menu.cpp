@@ -8,7 +8,7 @@ namespace {
 
 // The entries whose check mark keeps the print entries from acting.
 bool anyFunctionOpen(const core::Globals& g, const PrintState& d) {
-    const auto& m = g.marks;
+    const auto& m = g.forms.marks;
     return m.menue_suchen_betrieb || m.menue_suchen_person || d.menue_druck_betrieb ||
            d.menue_druck_Person || m.menue_info || m.menue_extras_optionen ||
            m.menue_import_datenbank || m.menue_export_textdatei;
@@ -22,11 +22,11 @@ void printShownRecord(core::Globals& g, PrintState& d, bool person) {
     if (anyFunctionOpen(g, d)) return;
     bool& mark = person ? d.menue_druck_Person : d.menue_druck_betrieb;
     mark = true;
-    g.startView.MousePointer = 11;
+    g.forms.startView.MousePointer = 11;
     g.shell->refreshView();
     try {
         const auto& data = browse::dataControls(g);
-        if (g.startView.Image2Visible) {
+        if (g.forms.startView.Image2Visible) {
             core::showMessage(g, "Es wurde kein Datensatz ausgewählt!", core::msg::vbInformation,
                               "Datensatz-Auswahl!");
         } else if (data.DATA_BETR.Recordset().RecordCount() == 0) {
@@ -45,7 +45,7 @@ void printShownRecord(core::Globals& g, PrintState& d, bool person) {
     } catch (const std::exception& e) {
         core::logTrapped(g, person ? "menue_druck_Person" : "menue_druck_betrieb", e);
     }
-    g.startView.MousePointer = 0;
+    g.forms.startView.MousePointer = 0;
     mark = false;
     g.shell->refreshView();
 }

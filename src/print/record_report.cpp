@@ -195,7 +195,7 @@ std::string reportFieldText(core::Globals& g, const std::string& name, int type,
     for (int k = 1; k <= 4; ++k)
         if (n == k) return functions[k - 1];
     // No known function: the record view's box is emptied and the text stays what it was.
-    g.startView.TextPers_8.clear();
+    g.forms.startView.TextPers_8.clear();
     return previous;
 }
 

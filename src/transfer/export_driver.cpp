@@ -124,7 +124,7 @@ void refreshProcessingStatus(const core::Globals& g, const std::string& query) {
 // pressed ESC (the selection then stands where the run stopped).
 bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& query,
                      store::Recordset& rs, long total) {
-    auto& view = g.startView;
+    auto& view = g.forms.startView;
     const std::string mask(std::to_string(total).size() + 1, '@');
     // The subordinate tables are read alongside the businesses, each once in key order.
     ExportScans scans(*g.stores.db_daten.connection());
@@ -165,7 +165,7 @@ enum class FileOutcome { Written, Empty, Cancelled };
 FileOutcome exportFile(core::Globals& g, const VerwaltungsblockForm& form,
                        const std::string& prefix, const std::string& query, TmlWriter& out,
                        ExportResult& result) {
-    auto& view = g.startView;
+    auto& view = g.forms.startView;
     g.stores.rs_betrieb = g.stores.db_daten.OpenRecordset(query);
     store::Recordset& rs = g.stores.rs_betrieb;
     if (rs.RecordCount() == 0) {
@@ -209,18 +209,18 @@ FileOutcome exportFile(core::Globals& g, const VerwaltungsblockForm& form,
 ExportResult TML_Exp_1(core::Globals& g, const VerwaltungsblockForm& form,
                        const std::string& mode) {
     ExportResult result;
-    auto& view = g.startView;
+    auto& view = g.forms.startView;
     TmlWriter out;
     store::Recordset keys;
     auto finish = [&] {
         keys.Close();
-        g.marks.menue_export_textdatei = false;
+        g.forms.marks.menue_export_textdatei = false;
         view.Label2 = "Auswahl von Gewerbedaten!";
         view.MousePointer = 0;
         g.shell->refreshView();
     };
     g.log.akt_schritt = 0;
-    g.marks.menue_export_textdatei = true;
+    g.forms.marks.menue_export_textdatei = true;
     try {
         removeUnfinishedTransferFiles(g.paths.pfad_dat);
         long n = 1;

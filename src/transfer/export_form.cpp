@@ -91,7 +91,7 @@ ExportResult Frm_Verwaltungsblock_Command1_Click(core::Globals& g, Verwaltungsbl
                                                  int index) {
     ExportResult result;
     if (index == 0) {
-        auto& v = g.startView;
+        auto& v = g.forms.startView;
         v.Image2Visible = true;
         v.SSTab1Visible = false;
         v.Frame_AnzahlVisible = false;
@@ -105,7 +105,7 @@ ExportResult Frm_Verwaltungsblock_Command1_Click(core::Globals& g, Verwaltungsbl
     }
     if (index == 0 || index == 1) {
         g.shell->unloadForm("Frm_Verwaltungsblock");
-        g.marks.menue_export_textdatei = false;  // the form's unload clears its mark
+        g.forms.marks.menue_export_textdatei = false;  // the form's unload clears its mark
     }
     return result;
 }

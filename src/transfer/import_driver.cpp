@@ -93,7 +93,7 @@ class Run {
         g_.log.akt_schritt = 0;
         g_.lastMessage.msg_text.clear();
         g_.log.storeFault.clear();
-        g_.marks.menue_import_datenbank = true;
+        g_.forms.marks.menue_import_datenbank = true;
         screen_.preparing("Die Datenübertragung wird vorbereitet, bitte warten!");
         g_.log.akt_schritt = 11;
     }
@@ -299,7 +299,7 @@ class Run {
         screen_.ended("Auswahl von Gewerbedaten!");
         if (!message.empty() && !dryRun_)
             core::showMessage(g_, message, core::msg::vbInformation, kTitel);
-        g_.marks.menue_import_datenbank = false;
+        g_.forms.marks.menue_import_datenbank = false;
         core::DB_Load(g_);
         const bool cancelled = message == kAbgebrochen;
         for (ImportListener* l : listeners_)
@@ -370,18 +370,18 @@ ImportOutcome runImport(core::Globals& g, std::string path, ImportScreen& screen
 }
 
 void StartViewScreen::preparing(const std::string& label) {
-    g_.startView.Label2 = label;
-    g_.startView.MousePointer = 11;
+    g_.forms.startView.Label2 = label;
+    g_.forms.startView.MousePointer = 11;
     g_.shell->refreshView();
 }
 
 void StartViewScreen::progressRange(int max) {
-    g_.startView.ProgressBar1Max = max;
-    g_.startView.ProgressBar1Value = 0;
+    g_.forms.startView.ProgressBar1Max = max;
+    g_.forms.startView.ProgressBar1Value = 0;
 }
 
 void StartViewScreen::reading() {
-    auto& v = g_.startView;
+    auto& v = g_.forms.startView;
     v.Image2Visible = true;
     v.SSTab1Visible = false;
     v.Frame_AnzahlVisible = false;
@@ -390,13 +390,13 @@ void StartViewScreen::reading() {
 }
 
 void StartViewScreen::label(const std::string& text) {
-    g_.startView.Label2 = text;
+    g_.forms.startView.Label2 = text;
     g_.shell->refreshView();
 }
 
 void StartViewScreen::record(int value, const std::string& label) {
-    g_.startView.ProgressBar1Value = value;
-    g_.startView.Label2 = label;
+    g_.forms.startView.ProgressBar1Value = value;
+    g_.forms.startView.Label2 = label;
     g_.shell->refreshView();
 }
 
@@ -405,7 +405,7 @@ void StartViewScreen::refresh() {
 }
 
 void StartViewScreen::ended(const std::string& label) {
-    auto& v = g_.startView;
+    auto& v = g_.forms.startView;
     v.ProgressBar1Value = 0;
     v.MousePointer = 0;
     v.SSTab1Tab = 0;
@@ -414,7 +414,7 @@ void StartViewScreen::ended(const std::string& label) {
 }
 
 void StartViewScreen::failed(const std::string& label) {
-    auto& v = g_.startView;
+    auto& v = g_.forms.startView;
     v.MousePointer = 0;
     v.SSTab1Tab = 0;
     v.Label2 = label;

@@ -39,7 +39,7 @@ InfoWindow::InfoWindow(core::Globals& g, QWidget* parent)
 }
 
 InfoWindow::~InfoWindow() {
-    g_.marks.menue_info = false;
+    g_.forms.marks.menue_info = false;
 }
 
 void InfoWindow::activate() {

@@ -197,9 +197,9 @@ void MainWindow::openWalk() {
 }
 
 void MainWindow::openOptions() {
-    if (g_.marks.menue_extras_optionen) return;  // its window is open
+    if (g_.forms.marks.menue_extras_optionen) return;  // its window is open
     core::A_Fenster_schliessen(g_);
-    g_.marks.menue_extras_optionen = true;
+    g_.forms.marks.menue_extras_optionen = true;
     showOptionsWindow();
 }
 
@@ -277,14 +277,14 @@ void MainWindow::openInfo() {
 }
 
 void MainWindow::openExport() {
-    if (g_.marks.menue_export_textdatei) return;  // its window is open
+    if (g_.forms.marks.menue_export_textdatei) return;  // its window is open
     core::A_Fenster_schliessen(g_);
-    g_.marks.menue_export_textdatei = true;
+    g_.forms.marks.menue_export_textdatei = true;
     auto* form = new ExportWindow(g_);
     QMdiSubWindow* window = addChild(form, QSize(720, 460));
     connect(form, &ExportWindow::closeRequested, window, &QMdiSubWindow::close);
     connect(window, &QObject::destroyed, this, [this] {
-        g_.marks.menue_export_textdatei = false;
+        g_.forms.marks.menue_export_textdatei = false;
         refreshFromCore();
     });
 }
@@ -383,16 +383,16 @@ void MainWindow::trigger(const std::string& name) {
 
 void MainWindow::refreshFromCore() {
     setWindowTitle(QString::fromStdString(g_.settings.caption));
-    const bool enabled = g_.startView.MDIForm1Enabled;
+    const bool enabled = g_.forms.startView.MDIForm1Enabled;
     menuBar()->setEnabled(enabled);
     mdiArea_->setEnabled(enabled);
     const std::pair<const char*, bool> marks[] = {
-        {"menue_suchen_person", g_.marks.menue_suchen_person},
-        {"menue_suchen_betrieb", g_.marks.menue_suchen_betrieb},
-        {"menue_info", g_.marks.menue_info},
-        {"menue_extras_optionen", g_.marks.menue_extras_optionen},
-        {"menue_import_datenbank", g_.marks.menue_import_datenbank},
-        {"menue_export_textdatei", g_.marks.menue_export_textdatei},
+        {"menue_suchen_person", g_.forms.marks.menue_suchen_person},
+        {"menue_suchen_betrieb", g_.forms.marks.menue_suchen_betrieb},
+        {"menue_info", g_.forms.marks.menue_info},
+        {"menue_extras_optionen", g_.forms.marks.menue_extras_optionen},
+        {"menue_import_datenbank", g_.forms.marks.menue_import_datenbank},
+        {"menue_export_textdatei", g_.forms.marks.menue_export_textdatei},
     };
     for (const auto& [name, marked] : marks) entries_[name]->setChecked(marked);
     recordView_->refreshFromCore();

@@ -241,7 +241,7 @@ void OptionsWindow::run(Handler&& handler) {
 void OptionsWindow::refreshFromCore() {
     for (int i = 0; i < 2; ++i) {
         frames_[i]->setEnabled(form_.frameEnabled[i]);
-        paths_[i]->setText(QString::fromStdString(g_.optionen.Text6[i]));
+        paths_[i]->setText(QString::fromStdString(g_.forms.optionen.Text6[i]));
     }
     check1_->setChecked(form_.Check1);
     for (auto* b : filterButtons_) b->setEnabled(form_.filterControlsEnabled);

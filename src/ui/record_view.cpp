@@ -37,7 +37,7 @@ browse::DataControl* controlByName(core::Globals& g, const std::string& name) {
 }
 
 const std::string* stateBox(core::Globals& g, const std::string& name) {
-    auto& v = g.startView;
+    auto& v = g.forms.startView;
     if (name == "Text_Korrekturmeldung") return &v.Text_Korrekturmeldung;
     if (name == "Text_Schwerpunkt") return &v.Text_Schwerpunkt;
     if (name == "Text_Ummeldung") return &v.Text_Ummeldung;
@@ -149,7 +149,7 @@ QHBoxLayout* RecordView::buildTop() {
     auto* f1 = new QVBoxLayout(frame1);
     setFrameMargins(this, f1);
     label2_->setObjectName("Label2");
-    label2_->setText(QString::fromStdString(g_.startView.Label2));
+    label2_->setText(QString::fromStdString(g_.forms.startView.Label2));
     QFont bold = label2_->font();
     bold.setBold(true);
     label2_->setFont(bold);
@@ -360,7 +360,7 @@ void RecordView::refreshFromCore() {
         setText(b.widget, QString::fromStdString(text));
     }
     for (auto* c : controls_) c->refresh();
-    const auto& v = g_.startView;
+    const auto& v = g_.forms.startView;
     label2_->setText(QString::fromStdString(v.Label2));
     image1_->setVisible(v.Image1Visible);
     image2_->setVisible(v.Image2Visible);

@@ -118,7 +118,7 @@ TEST(ListFormTest, ListsAndKeyLookUpsStayOnTheirIndexes) {
 TEST(ListFormTest, BusinessListOpensTypesSortsAndLoadsTheRecordView) {
     ListFixture f;
     ASSERT_TRUE(browse::menue_suchen_betrieb(f.g(), f.betr));
-    EXPECT_TRUE(f.g().marks.menue_suchen_betrieb);
+    EXPECT_TRUE(f.g().forms.marks.menue_suchen_betrieb);
     EXPECT_FALSE(browse::menue_suchen_betrieb(f.g(), f.betr));  // a second click does nothing
     const long n = f.betr.data.Recordset().RecordCount();
     EXPECT_EQ(f.betr.Label1, "Betrieb Nr. 1 von " + std::to_string(n));
@@ -147,10 +147,10 @@ TEST(ListFormTest, BusinessListOpensTypesSortsAndLoadsTheRecordView) {
     const std::string name = f.current(f.betr, "b-eintr-name");
     EXPECT_TRUE(browse::Command1_Click(f.g(), f.betr, 0));
     EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.fieldText("b-eintr-name"), name);
-    EXPECT_EQ(f.g().startView.Label2, "Anzeige: Meldedaten");
+    EXPECT_EQ(f.g().forms.startView.Label2, "Anzeige: Meldedaten");
     EXPECT_EQ(f.g().view.satz_gewaehlt, "ja");
     browse::Form_Unload(f.g(), f.betr);
-    EXPECT_FALSE(f.g().marks.menue_suchen_betrieb);
+    EXPECT_FALSE(f.g().forms.marks.menue_suchen_betrieb);
 }
 
 TEST(ListFormTest, FilterWithoutMarksAsksAndMarkWithoutRowsNamesTheOptions) {
@@ -161,7 +161,7 @@ TEST(ListFormTest, FilterWithoutMarksAsksAndMarkWithoutRowsNamesTheOptions) {
     EXPECT_EQ(f.lastMessage(),
               "Filter ist aktiviert, aber keine Gemeindekennzahl festgelegt!\n\nWollen Sie eine "
               "auswählen?\n");
-    EXPECT_FALSE(f.g().marks.menue_suchen_betrieb);
+    EXPECT_FALSE(f.g().forms.marks.menue_suchen_betrieb);
 
     f.mark("09162000");
     EXPECT_FALSE(browse::menue_suchen_betrieb(f.g(), f.betr));
@@ -185,21 +185,21 @@ TEST(ListFormTest, PersonListOpensAndOkShowsTheBusinessOnTheFirstPersonTab) {
     const std::string nr = f.current(f.pers, "betr-nr");
     EXPECT_TRUE(browse::Command1_Click(f.g(), f.pers, 0));
     EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.fieldText("betr-nr"), nr);
-    EXPECT_EQ(f.g().startView.SSTab1Tab, 3);
-    EXPECT_EQ(f.g().startView.Label2, "Anzeige: Personendaten (nat. und jur. Person)");
+    EXPECT_EQ(f.g().forms.startView.SSTab1Tab, 3);
+    EXPECT_EQ(f.g().forms.startView.Label2, "Anzeige: Personendaten (nat. und jur. Person)");
 
     // Filter on and nothing marked: unlike the business list it asks nothing and points to no
     // options; the list asks for an empty municipality and comes out empty.
     f.g().settings.filter_aktiv_flag = -1;
     browse::ListForm empty(true);
-    f.g().marks.menue_suchen_person = false;
+    f.g().forms.marks.menue_suchen_person = false;
     const size_t shown = f.dialogs.shown.size();
     EXPECT_FALSE(browse::menue_suchen_person(f.g(), empty));
     EXPECT_EQ(f.g().view.gem_filter_text, " where betrieb.[gem-kz] = ''");
     ASSERT_EQ(f.dialogs.shown.size(), shown + 1);
     EXPECT_EQ(f.lastMessage(), "Es wurden in der Datenbank keine Sätze gefunden!");
     EXPECT_EQ(f.dialogs.shown.back().title, "Auswahlliste Personen!");
-    EXPECT_FALSE(f.g().marks.menue_suchen_person);
+    EXPECT_FALSE(f.g().forms.marks.menue_suchen_person);
 }
 
 // Sorting a list by a name column through the list's own query gives German order: ä with a,
@@ -296,9 +296,9 @@ TEST(ListFormTest, WalkToTheRepresentativesOfALegalPersonAndBack) {
     ListFixture f;
     browse::DB_Load_DATA(f.g(), "01054056", "010540001074", "1", "");
     EXPECT_EQ(browse::dataControls(f.g()).DATA_PERS.fieldText("p-art"), "JP");
-    f.g().marks.menue_info = true;
+    f.g().forms.marks.menue_info = true;
     EXPECT_FALSE(browse::Frm_Start_Command1_Click(f.g(), f.pers));  // another function is open
-    f.g().marks.menue_info = false;
+    f.g().forms.marks.menue_info = false;
     ASSERT_TRUE(browse::Frm_Start_Command1_Click(f.g(), f.pers));
     EXPECT_FALSE(f.pers.Frame1Visible);
     EXPECT_EQ(f.pers.data.Recordset().RecordCount(), 2);
@@ -306,8 +306,8 @@ TEST(ListFormTest, WalkToTheRepresentativesOfALegalPersonAndBack) {
     EXPECT_TRUE(browse::Command1_Click(f.g(), f.pers, 0));
     browse::Form_Unload(f.g(), f.pers);
     EXPECT_EQ(browse::dataControls(f.g()).DATA_PERS.fieldText("pers-nr"), representative);
-    EXPECT_TRUE(f.g().startView.Command3Visible);
-    EXPECT_EQ(f.g().startView.Label2, "Anzeige: Personendaten (Vertreter einer jur. Person)");
+    EXPECT_TRUE(f.g().forms.startView.Command3Visible);
+    EXPECT_EQ(f.g().forms.startView.Label2, "Anzeige: Personendaten (Vertreter einer jur. Person)");
     EXPECT_EQ(browse::dataControls(f.g()).DATA_BETR.fieldText("betr-nr"),
               "010540001074");  // the business stays
 
@@ -316,9 +316,9 @@ TEST(ListFormTest, WalkToTheRepresentativesOfALegalPersonAndBack) {
 
     browse::SSTab1_Click(f.g(), 3);
     browse::Frm_Start_Command3_Click(f.g());
-    EXPECT_FALSE(f.g().startView.Command3Visible);
-    EXPECT_EQ(f.g().startView.Label2, "Anzeige: Meldedaten");
-    EXPECT_EQ(f.g().startView.SSTab1Tab, 3);
+    EXPECT_FALSE(f.g().forms.startView.Command3Visible);
+    EXPECT_EQ(f.g().forms.startView.Label2, "Anzeige: Meldedaten");
+    EXPECT_EQ(f.g().forms.startView.SSTab1Tab, 3);
     EXPECT_EQ(browse::dataControls(f.g()).DATA_PERS.fieldText("p-art"), "JP");
 }
 

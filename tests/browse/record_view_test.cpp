@@ -33,15 +33,15 @@ TEST(RecordViewTest, LoadedBusinessFillsItsDataControls) {
     f.load(kBau);
     auto& d = browse::dataControls(f.g());
     EXPECT_EQ(f.field(d.DATA_BETR, "b-eintr-name"), "Nordsee Bau GmbH");
-    EXPECT_EQ(f.field(d.DATA_ORG, "gem-name"), f.g().startView.Text_136);
-    EXPECT_NE(f.g().startView.Text_136, "");
+    EXPECT_EQ(f.field(d.DATA_ORG, "gem-name"), f.g().forms.startView.Text_136);
+    EXPECT_NE(f.g().forms.startView.Text_136, "");
     EXPECT_EQ(d.DATA_ADR.Caption,
               "Satz 1 von " + std::to_string(d.DATA_ADR.Recordset().RecordCount()));
     // Only the legal person itself stands among the persons: its representatives hang under it.
     EXPECT_EQ(d.DATA_PERS.Recordset().RecordCount(), 1);
     EXPECT_EQ(f.field(d.DATA_PERS, "p-art"), "JP");
     EXPECT_EQ(d.DATA_PERS.Caption, "Satz 1 von 1");
-    EXPECT_FALSE(f.g().startView.TextPers_8.empty());
+    EXPECT_FALSE(f.g().forms.startView.TextPers_8.empty());
     EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
 }
 
@@ -64,14 +64,14 @@ TEST(RecordViewTest, MovingThePersonsRequeriesTheirTabs) {
     ASSERT_EQ(d.DATA_PERS.Recordset().RecordCount(), 2);
     const std::string first = f.field(d.DATA_PERS, "pers-nr");
     EXPECT_EQ(f.field(d.DATA_Bez_Betr_Pers, "bez-pers-nr"), first);
-    EXPECT_EQ(f.g().startView.TextPers_8, "Geschäftsführender Gesellschafter");
+    EXPECT_EQ(f.g().forms.startView.TextPers_8, "Geschäftsführender Gesellschafter");
     f.sql("UPDATE beziehung_betrieb_person SET [p-funktion] = 'x' WHERE [bez-betr-nr] = '" +
           kFisch + "'");
     d.DATA_PERS.Recordset().MoveNext();
     EXPECT_EQ(d.DATA_PERS.Caption, "Satz 2 von 2");
     EXPECT_NE(f.field(d.DATA_PERS, "pers-nr"), first);
     EXPECT_EQ(f.field(d.DATA_Bez_Betr_Pers, "bez-pers-nr"), f.field(d.DATA_PERS, "pers-nr"));
-    EXPECT_EQ(f.g().startView.TextPers_8, "");
+    EXPECT_EQ(f.g().forms.startView.TextPers_8, "");
 }
 
 TEST(RecordViewTest, DecodedTextsCarryOverWhereTheCodeHasNoMeaning) {
@@ -83,7 +83,7 @@ TEST(RecordViewTest, DecodedTextsCarryOverWhereTheCodeHasNoMeaning) {
         kBau + "'");
     f.sql("DELETE FROM betrieb_taetigkeit WHERE [betr-nr] = '" + kFisch + "'");
     f.sql("UPDATE betrieb SET [korr-meld] = '9' WHERE [betr-nr] = '" + kFisch + "'");
-    auto& v = f.g().startView;
+    auto& v = f.g().forms.startView;
     EXPECT_EQ(v.Text_Schwerpunkt, "Schwerpunkt");  // the design's words until a first activity
     f.load(kBau);
     EXPECT_EQ(v.Text_Korrekturmeldung, "Eintritt gesetzl. Vertr. bei KapG");
@@ -117,14 +117,14 @@ TEST(RecordViewTest, UnknownOrHostileKeysLeaveTheOtherControlsAsTheyWere) {
 TEST(RecordViewTest, TabClickSetsTheLabelAndThePersonFrame) {
     RecordViewFixture f;
     browse::SSTab1_Click(f.g(), 3);
-    EXPECT_EQ(f.g().startView.Label2, "Anzeige: Personendaten (nat. und jur. Person)");
-    EXPECT_TRUE(f.g().startView.Frame_AnzahlVisible);
-    EXPECT_TRUE(f.g().startView.DATA_PERSVisible);
+    EXPECT_EQ(f.g().forms.startView.Label2, "Anzeige: Personendaten (nat. und jur. Person)");
+    EXPECT_TRUE(f.g().forms.startView.Frame_AnzahlVisible);
+    EXPECT_TRUE(f.g().forms.startView.DATA_PERSVisible);
     browse::SSTab1_Click(f.g(), 2);
-    EXPECT_EQ(f.g().startView.Label2, "Anzeige: Tätigkeiten/Handwerkskarten");
-    EXPECT_FALSE(f.g().startView.Frame_AnzahlVisible);
+    EXPECT_EQ(f.g().forms.startView.Label2, "Anzeige: Tätigkeiten/Handwerkskarten");
+    EXPECT_FALSE(f.g().forms.startView.Frame_AnzahlVisible);
     browse::SSTab1_Click(f.g(), 7);
-    EXPECT_EQ(f.g().startView.SSTab1Tab, 2);
+    EXPECT_EQ(f.g().forms.startView.SSTab1Tab, 2);
     browse::Form_KeyPress(f.g(), 27);
     EXPECT_EQ(f.g().view.taste, 27);
 }

@@ -323,7 +323,7 @@ TEST_F(AssociationTest, ErrorInTheFirstRegistrationOfAStartLeavesItToTheSecond) 
     EXPECT_EQ(registry->writes.size(), 4u + 6u);
     EXPECT_EQ(f.g().settings.dateiendung_flag, -1);
     EXPECT_FALSE(f.g().log.fehler_vorhanden) << f.logText();
-    EXPECT_TRUE(f.g().startView.shown);  // the start went on
+    EXPECT_TRUE(f.g().forms.startView.shown);  // the start went on
     EXPECT_EQ(tmlValue(), "TOLMA_4x_Access");
 }
 

@@ -139,14 +139,14 @@ TEST(MenuTest, ClosingGoesThroughTheMarksInTheirOrder) {
     core::Globals g;
     ScriptedShell shell;
     g.shell = &shell;
-    g.marks.menue_export_textdatei = true;
-    g.marks.menue_import_datenbank = true;
-    g.marks.menue_suchen_person = true;
+    g.forms.marks.menue_export_textdatei = true;
+    g.forms.marks.menue_import_datenbank = true;
+    g.forms.marks.menue_suchen_person = true;
     core::A_Fenster_schliessen(g);
     EXPECT_EQ(shell.unloaded,
               (std::vector<std::string>{"Frm_Auswahl_Pers", "Frm_Verwaltungsblock"}));
-    EXPECT_FALSE(g.marks.menue_import_datenbank);
-    EXPECT_FALSE(g.marks.menue_export_textdatei);
+    EXPECT_FALSE(g.forms.marks.menue_import_datenbank);
+    EXPECT_FALSE(g.forms.marks.menue_export_textdatei);
 }
 
 }  // namespace

@@ -94,7 +94,7 @@ TEST_F(SettingsTest, UpdateWritesTheFormAndTheKindThenReadsBack) {
     core::Globals& g = f.g();
     g.settings.datenart_wert = "MELDUNGSBEZOGEN";
     g.settings.filter_aktiv_flag = -1;
-    g.optionen.Text6[1] = g.paths.pfad_db + "tl_4x_m.mdb";
+    g.forms.optionen.Text6[1] = g.paths.pfad_db + "tl_4x_m.mdb";
     core::A_org_update(g);
     EXPECT_EQ(rowValue("datenart"), "MELDUNGSBEZOGEN");
     EXPECT_EQ(f.g().stores.rs_optionen.Fields("filter_aktiv").Value().toInteger(), -1);
@@ -102,8 +102,8 @@ TEST_F(SettingsTest, UpdateWritesTheFormAndTheKindThenReadsBack) {
     EXPECT_EQ(g.settings.db_pfad_aktuell, g.paths.pfad_db + "tl_4x_m.mdb");
     // Both boxes empty: the paths stay, and the row's path is read back.
     g.settings.datenart_wert = "BETRIEBSBEZOGEN";
-    g.optionen.Text6[0].clear();
-    g.optionen.Text6[1].clear();
+    g.forms.optionen.Text6[0].clear();
+    g.forms.optionen.Text6[1].clear();
     core::A_org_update(g);
     EXPECT_EQ(g.settings.db_pfad_aktuell, g.paths.pfad_db + "tl_4x_b.mdb");
     EXPECT_EQ(rowValue("db_meldungsbezogen"), g.paths.pfad_db + "tl_4x_m.mdb");

@@ -45,11 +45,11 @@ TEST(StartTest, FirstStartMakesDirectoriesCopiesStoresAndCreatesTheOptionsRow) {
     EXPECT_TRUE(f.dialogs.shown.empty());
 
     // The empty record view.
-    EXPECT_TRUE(f.g().startView.Image1Visible);
-    EXPECT_TRUE(f.g().startView.Image2Visible);
-    EXPECT_FALSE(f.g().startView.SSTab1Visible);
-    EXPECT_FALSE(f.g().startView.Frame_AnzahlVisible);
-    EXPECT_FALSE(f.g().startView.Frame_UeberschriftVisible);
+    EXPECT_TRUE(f.g().forms.startView.Image1Visible);
+    EXPECT_TRUE(f.g().forms.startView.Image2Visible);
+    EXPECT_FALSE(f.g().forms.startView.SSTab1Visible);
+    EXPECT_FALSE(f.g().forms.startView.Frame_AnzahlVisible);
+    EXPECT_FALSE(f.g().forms.startView.Frame_UeberschriftVisible);
 
     // The connection stands: handles and bound controls.
     EXPECT_EQ(f.g().stores.rs_betrieb.Name(), "betrieb");
@@ -115,19 +115,19 @@ TEST(StartTest, SecondProcessHoldingTheSettingsStoreMakesTheStartFailAtOpening) 
 TEST(StartTest, CommandLineGoesToTheImportWithTheWindowDisabled) {
     CoreFixture f;
     f.g().commandLine = "\"/tmp/eine datei.tml\"";
-    f.g().marks.menue_extras_optionen = true;
+    f.g().forms.marks.menue_extras_optionen = true;
     std::string handed;
     bool enabledDuring = true;
     f.start({{}, [&](core::Globals& g, const std::string& path) {
                  handed = path;
-                 enabledDuring = g.startView.MDIForm1Enabled;
-                 EXPECT_TRUE(g.marks.menue_import_datenbank);
+                 enabledDuring = g.forms.startView.MDIForm1Enabled;
+                 EXPECT_TRUE(g.forms.marks.menue_import_datenbank);
              }});
     EXPECT_EQ(handed, "\"/tmp/eine datei.tml\"");
     EXPECT_FALSE(enabledDuring);
-    EXPECT_TRUE(f.g().startView.MDIForm1Enabled);
+    EXPECT_TRUE(f.g().forms.startView.MDIForm1Enabled);
     EXPECT_EQ(f.shell.unloaded, (std::vector<std::string>{"Frm_Optionen"}));
-    EXPECT_FALSE(f.g().marks.menue_extras_optionen);
+    EXPECT_FALSE(f.g().forms.marks.menue_extras_optionen);
 }
 
 TEST(StartTest, FileAssociationIsNotCheckedInAWoDrexDirectory) {

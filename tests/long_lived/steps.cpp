@@ -185,7 +185,8 @@ KeptInMemory KeptInMemory::parse(const std::string& text) {
 }
 
 KeptInMemory KeptInMemory::of(const core::Globals& g) {
-    return {g.log.fehler_vorhanden, g.settings.datenart_wert, g.settings.db_kurzname, g.marks};
+    return {g.log.fehler_vorhanden, g.settings.datenart_wert, g.settings.db_kurzname,
+            g.forms.marks};
 }
 
 Program::Program(const std::filesystem::path& home, const KeptInMemory* kept) {
@@ -202,7 +203,7 @@ Program::Program(const std::filesystem::path& home, const KeptInMemory* kept) {
         g.log.fehler_vorhanden = kept->errorsLogged;
         g.settings.datenart_wert = kept->datenart;
         g.settings.db_kurzname = kept->kurzname;
-        g.marks = kept->marks;
+        g.forms.marks = kept->marks;
     }
 }
 
@@ -230,7 +231,7 @@ std::vector<std::string> Program::run(const Step& step) {
         out.push_back(what + ": " + std::to_string(code));
     };
     auto withOptions = [&](auto action) {
-        g.marks.menue_extras_optionen = true;
+        g.forms.marks.menue_extras_optionen = true;
         options::OptionsForm form;
         options::Form_Activate(g, form);
         action(form);
@@ -285,7 +286,7 @@ std::vector<std::string> Program::run(const Step& step) {
             break;
         }
         case Step::Kind::Export: {
-            g.marks.menue_export_textdatei = true;
+            g.forms.marks.menue_export_textdatei = true;
             auto form = transfer::Frm_Verwaltungsblock_Load(g);
             if (step.byKey && form.Check1[0].visible) form.Check1[0].value = 1;
             const auto r = transfer::Frm_Verwaltungsblock_Command1_Click(g, form, 0);
@@ -325,7 +326,7 @@ std::vector<std::string> Program::state() {
     out.push_back("filter=" + std::to_string(g.settings.filter_aktiv_flag));
     out.push_back("fehler_vorhanden=" + std::to_string(g.log.fehler_vorhanden));
     out.push_back("caption=" + g.settings.caption);
-    out.push_back("menue=" + marksText(g.marks));
+    out.push_back("menue=" + marksText(g.forms.marks));
 
     if (g.stores.db_org.isSet()) {
         store::Connection& org = *g.stores.db_org.connection();

@@ -30,7 +30,7 @@ TEST(OptionsTest, ActivationShowsTheActiveKindAndTheMarkedMunicipalities) {
     options::Form_Activate(f.g(), f.form);
     EXPECT_TRUE(f.form.frameEnabled[0]);
     EXPECT_FALSE(f.form.frameEnabled[1]);
-    EXPECT_EQ(f.g().optionen.Text6[1], f.g().paths.pfad_db + "tl_4x_m.mdb");
+    EXPECT_EQ(f.g().forms.optionen.Text6[1], f.g().paths.pfad_db + "tl_4x_m.mdb");
     EXPECT_EQ(f.form.List1, (Strings{"01001000  Flensburg, Stadt"}));
     EXPECT_TRUE(f.form.selected[0]);
     EXPECT_FALSE(f.form.Check1);
@@ -48,12 +48,12 @@ TEST(OptionsTest, DataKindChangeAnsweredNoChangesNothingYesSwitchesTheStore) {
     EXPECT_EQ(f.g().settings.datenart_wert, "BETRIEBSBEZOGEN");
     EXPECT_TRUE(f.form.frameEnabled[0]);
     // The record view keeps its picture: the store changes under it.
-    f.g().startView.Image2Visible = false;
-    f.g().startView.SSTab1Visible = true;
+    f.g().forms.startView.Image2Visible = false;
+    f.g().forms.startView.SSTab1Visible = true;
     f.dialogs.answers = {core::msg::vbYes};
     options::Command12_Click(f.g(), f.form, 0);
-    EXPECT_FALSE(f.g().startView.Image2Visible);
-    EXPECT_TRUE(f.g().startView.SSTab1Visible);
+    EXPECT_FALSE(f.g().forms.startView.Image2Visible);
+    EXPECT_TRUE(f.g().forms.startView.SSTab1Visible);
     EXPECT_EQ(f.g().settings.datenart_wert, "MELDUNGSBEZOGEN");
     EXPECT_FALSE(f.form.frameEnabled[0]);
     EXPECT_TRUE(f.form.frameEnabled[1]);
@@ -92,13 +92,13 @@ TEST(OptionsTest, PathChangeNeedsAnExistingFileAndReopensTheStore) {
     std::filesystem::create_directories(elsewhere);
     std::filesystem::copy_file(std::filesystem::path(TOLMA_STORE_DIR) / "tl_4x_b.mdb",
                                elsewhere / "tl_4x_b.mdb");
-    f.g().startView.Image2Visible = false;
-    f.g().startView.SSTab1Visible = true;
+    f.g().forms.startView.Image2Visible = false;
+    f.g().forms.startView.SSTab1Visible = true;
     dialogs.answers = {core::msg::vbYes};
     dialogs.file = (elsewhere / "tl_4x_b.mdb").string();
     options::Command11_Click(f.g(), f.form, 0);
-    EXPECT_FALSE(f.g().startView.Image2Visible);  // the record view keeps its picture
-    EXPECT_TRUE(f.g().startView.SSTab1Visible);
+    EXPECT_FALSE(f.g().forms.startView.Image2Visible);  // the record view keeps its picture
+    EXPECT_TRUE(f.g().forms.startView.SSTab1Visible);
     EXPECT_EQ(f.g().stores.db_name_daten, dialogs.file);
     EXPECT_EQ(f.g().settings.db_betr_pfad, dialogs.file);
     ASSERT_GE(dialogs.shown.size(), 2u);
@@ -118,15 +118,15 @@ TEST(OptionsTest, EmptyingReplacesTheActiveStoreByAnEmptyOne) {
     options::Command4_Click(f.g(), f.form, 0);
     EXPECT_GT(f.count("betrieb"), 0);
     // The record view keeps what it shows: the store changed under it, not its picture.
-    f.g().startView.Image2Visible = false;
-    f.g().startView.SSTab1Visible = true;
+    f.g().forms.startView.Image2Visible = false;
+    f.g().forms.startView.SSTab1Visible = true;
     f.dialogs.answers = {core::msg::vbYes};
     options::Command4_Click(f.g(), f.form, 0);
     EXPECT_EQ(f.count("betrieb"), 0);
     EXPECT_EQ(f.lastMessage(), "Die Datenbank wurde gelöscht und ersetzt!");
     EXPECT_EQ(f.dialogs.shown[f.dialogs.shown.size() - 2].style, 20);
-    EXPECT_FALSE(f.g().startView.Image2Visible);
-    EXPECT_TRUE(f.g().startView.SSTab1Visible);
+    EXPECT_FALSE(f.g().forms.startView.Image2Visible);
+    EXPECT_TRUE(f.g().forms.startView.SSTab1Visible);
 }
 
 TEST(OptionsTest, EmptyingWithoutTheEmptyStoreKeepsTheOldOneAndLogsTheRunTimeError) {
@@ -210,7 +210,7 @@ TEST(OptionsTest, KeyFilterShowsMatchesUnselectedAndBackWritesOnlyTheSelection) 
     EXPECT_TRUE(options::Command3_Click(f.g(), f.form, 1));
     EXPECT_TRUE(f.marked().empty());  // nothing selected: the table is empty
     EXPECT_EQ(f.g().stores.rs_optionen.Fields("filter_aktiv").Value().toInteger(), -1);
-    EXPECT_TRUE(f.g().startView.Image2Visible);
+    EXPECT_TRUE(f.g().forms.startView.Image2Visible);
 }
 
 }  // namespace

@@ -185,7 +185,7 @@ TEST(ListReportTest, SatzPrintsTheRecordOfTheRow) {
 
 TEST(PrintMenuTest, EntriesTellWhatIsMissingOrPrintTheShownRecord) {
     ListPrintFixture f;
-    auto& v = f.g().startView;
+    auto& v = f.g().forms.startView;
     // Nothing chosen yet.
     print::menue_druck_betrieb(f.g(), f.d);
     ASSERT_EQ(f.dialogs.shown.size(), 1u);

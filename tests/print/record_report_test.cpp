@@ -69,10 +69,10 @@ TEST(RecordReportTest, FieldTexts) {
             << c.name << " " << c.text;
 
     // A function of no known value prints the text before it, and empties the record view's box.
-    f.g().startView.TextPers_8 = "Inhaber";
+    f.g().forms.startView.TextPers_8 = "Inhaber";
     EXPECT_EQ(print::reportFieldText(f.g(), "p-funktion", store::dao::dbText, "5", "vorher"),
               "vorher");
-    EXPECT_EQ(f.g().startView.TextPers_8, "");
+    EXPECT_EQ(f.g().forms.startView.TextPers_8, "");
 }
 
 TEST(RecordReportTest, BusinessHeadsTablesInTwoColumnsAndKeepsTheQueries) {

@@ -102,14 +102,14 @@ TEST(RoutineQueriesTest, RecordLoadingOfABusinessAndOfItsPersons) {
     // Representatives of the legal person stay out of the persons.
     EXPECT_EQ(column(c.DATA_PERS.Recordset(), "pers-nr"), (Strings{"5001", "5002"}));
     EXPECT_EQ(c.DATA_ADR.Recordset().RecordCount(), 2);
-    EXPECT_EQ(f.g().startView.Text_136, "Flensburg, Stadt");
+    EXPECT_EQ(f.g().forms.startView.Text_136, "Flensburg, Stadt");
 
     browse::showFoundBusiness(f.g(), "01001000", "1001", "1", true);
     EXPECT_EQ(c.DATA_PERSStaat.fieldText("staat-text"), "deutsch");
     EXPECT_EQ(c.DATA_PERSErl.fieldText("p-erl-art"), "A");  // the permit of this business only
     c.DATA_PERS.Recordset().MoveNext();
     EXPECT_EQ(c.DATA_Bez_Betr_Pers.fieldText("p-funktion"), "2");
-    EXPECT_EQ(f.g().startView.TextPers_8, "Geschäftsführender Gesellschafter");
+    EXPECT_EQ(f.g().forms.startView.TextPers_8, "Geschäftsführender Gesellschafter");
     // A person found by the search opens on that person, with its own rows.
     browse::showFoundBusiness(f.g(), "01001000", "1001", "1", true, "5002");
     EXPECT_EQ(c.DATA_PERS.fieldText("pers-nr"), "5002");

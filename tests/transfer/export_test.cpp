@@ -100,8 +100,8 @@ TEST(ExportTest, FormDefaultsAndTheHeadOfTheFile) {
                              "</verwaltungsblock>",
                              "<datenblock>"}));
     EXPECT_EQ(written.back(), "</gewerbedatei>");
-    EXPECT_FALSE(f.g().marks.menue_export_textdatei);
-    EXPECT_EQ(f.g().startView.Label2, "Auswahl von Gewerbedaten!");
+    EXPECT_FALSE(f.g().forms.marks.menue_export_textdatei);
+    EXPECT_EQ(f.g().forms.startView.Label2, "Auswahl von Gewerbedaten!");
 }
 
 TEST(ExportTest, FieldsAreCleanedDatesConvertedBlanksAndKeysLeftOut) {

@@ -73,14 +73,14 @@ TEST(ImportDriverTest, ConsentRefusedStoresNothing) {
     EXPECT_EQ(f.lastMessage(), "Der Vorgang wurde abgebrochen!");
     EXPECT_EQ(f.dialogs.shown.back().style, 64);
     EXPECT_EQ(f.count("betrieb"), 0);
-    EXPECT_FALSE(f.g().marks.menue_import_datenbank);
+    EXPECT_FALSE(f.g().forms.marks.menue_import_datenbank);
 }
 
 TEST(ImportDriverTest, QuotesAroundThePathAreDroppedAndProgressIsShown) {
     ImportFixture f;
     const std::string path = f.write(twoBusinesses().text(), "mit blank.tml");
     std::vector<std::string> labels;
-    f.shell.onRefresh = [&] { labels.push_back(f.g().startView.Label2); };
+    f.shell.onRefresh = [&] { labels.push_back(f.g().forms.startView.Label2); };
     f.dialogs.answers = {core::msg::vbYes};
     EXPECT_EQ(transfer::Upd_1_Start(f.g(), "\"" + path + "\""), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.count("betrieb"), 2);
@@ -90,8 +90,8 @@ TEST(ImportDriverTest, QuotesAroundThePathAreDroppedAndProgressIsShown) {
     EXPECT_NE(
         std::find(labels.begin(), labels.end(), "Verarbeite Datensatz 2 von 2 (ESC = Abbrechen)"),
         labels.end());
-    EXPECT_EQ(f.g().startView.Label2, "Auswahl von Gewerbedaten!");
-    EXPECT_EQ(f.g().startView.ProgressBar1Value, 0);
+    EXPECT_EQ(f.g().forms.startView.Label2, "Auswahl von Gewerbedaten!");
+    EXPECT_EQ(f.g().forms.startView.ProgressBar1Value, 0);
     EXPECT_TRUE(f.g().stores.rs_betrieb.isSet());  // the store is bound again
 }
 
@@ -100,7 +100,7 @@ TEST(ImportDriverTest, AHugeAnnouncedCountIsNotCopiedIntoTheLabelPerRecord) {
     TmlFile file = twoBusinesses();
     file.announced = "2" + std::string(1'000'000, '0');
     size_t longest = 0;
-    f.shell.onRefresh = [&] { longest = std::max(longest, f.g().startView.Label2.size()); };
+    f.shell.onRefresh = [&] { longest = std::max(longest, f.g().forms.startView.Label2.size()); };
     EXPECT_EQ(f.import(file), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.count("betrieb"), 2);
     EXPECT_LT(longest, 100u);
@@ -242,7 +242,7 @@ TEST(ImportDriverTest, EscStopsBetweenRecordsKeepingTheOneUnderWay) {
     EXPECT_EQ(f.count("betrieb"), 2);
     EXPECT_EQ(f.lastMessage(), "Der Vorgang wurde abgebrochen!");
     EXPECT_EQ(f.g().view.taste, 0);
-    EXPECT_FALSE(f.g().marks.menue_import_datenbank);
+    EXPECT_FALSE(f.g().forms.marks.menue_import_datenbank);
 }
 
 TEST(ImportDriverTest, ClosingTagAheadOfTheOpeningOneEndsInTheHandler) {
@@ -251,8 +251,8 @@ TEST(ImportDriverTest, ClosingTagAheadOfTheOpeningOneEndsInTheHandler) {
                             "betrieb>\n<betrieb>\n"
                             "<betr-nr>1</betr-nr>\n</betrieb>\n"),
               transfer::ImportOutcome::Failed);
-    EXPECT_EQ(f.g().startView.Label2, "ACHTUNG UPDATE-FEHLER!");
-    EXPECT_TRUE(f.g().marks.menue_import_datenbank);
+    EXPECT_EQ(f.g().forms.startView.Label2, "ACHTUNG UPDATE-FEHLER!");
+    EXPECT_TRUE(f.g().forms.marks.menue_import_datenbank);
     EXPECT_EQ(f.entries("Upd_1_Start"), 1);
     EXPECT_EQ(f.dialogs.shown.size(), 1u);  // no message after the consent
 }

@@ -139,9 +139,9 @@ class KeyboardTest : public QObject {
 
     void showBusiness() {
         tolma::browse::DB_Load_DATA(*g, "01054056", "1", "1", "");
-        g->startView.SSTab1Visible = true;
-        g->startView.Image2Visible = false;
-        g->startView.Frame_UeberschriftVisible = true;
+        g->forms.startView.SSTab1Visible = true;
+        g->forms.startView.Image2Visible = false;
+        g->forms.startView.Frame_UeberschriftVisible = true;
         window->refreshFromCore();
     }
 
@@ -383,7 +383,7 @@ class KeyboardTest : public QObject {
         QVERIFY(search->table()->rowCount() > 0);
         QTest::keyClick(search->box(), Qt::Key_Return);
         QTRY_VERIFY(!formIn(area(), "Frm_Auswahl_Betr"));
-        QVERIFY(!g->marks.menue_suchen_betrieb);  // the print entries act again
+        QVERIFY(!g->forms.marks.menue_suchen_betrieb);  // the print entries act again
         QCOMPARE(g->view.satz_gewaehlt, std::string("ja"));
     }
 

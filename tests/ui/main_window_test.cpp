@@ -137,10 +137,10 @@ class MainWindowTest : public QObject {
         QVERIFY(window->menuBar()->isEnabled());
 
         // As the business list's OK does.
-        g->startView.Image2Visible = false;
-        g->startView.SSTab1Visible = true;
-        g->startView.Frame_UeberschriftVisible = true;
-        g->startView.SSTab1Tab = 0;
+        g->forms.startView.Image2Visible = false;
+        g->forms.startView.SSTab1Visible = true;
+        g->forms.startView.Frame_UeberschriftVisible = true;
+        g->forms.startView.SSTab1Tab = 0;
         tolma::browse::DB_Load_DATA(*g, "01054056", "010540001407", "1", "");
         window->refreshFromCore();
         QCOMPARE(text("Text_0"), QString("010540001407"));
@@ -328,7 +328,7 @@ class MainWindowTest : public QObject {
         tolma::core::A_Fenster_schliessen(*g);
         window->trigger("menue_suchen_person");
         window.reset();
-        QVERIFY(!g->marks.menue_suchen_person);
+        QVERIFY(!g->forms.marks.menue_suchen_person);
         window = std::make_unique<tolma::ui::MainWindow>(*g);
     }
 
@@ -336,7 +336,7 @@ class MainWindowTest : public QObject {
         window->trigger("menue_extras_optionen");
         QVERIFY(window->findChild<QWidget*>("Frm_Optionen") != nullptr);
         window.reset();  // the main window goes while a form stands open
-        QVERIFY(!g->marks.menue_extras_optionen);
+        QVERIFY(!g->forms.marks.menue_extras_optionen);
         window = std::make_unique<tolma::ui::MainWindow>(*g);
     }
 
@@ -393,8 +393,8 @@ class MainWindowTest : public QObject {
         window->trigger("menue_extras_optionen");
         window->trigger("menue_info");
         QVERIFY(window->findChild<QWidget*>("Frm_Optionen") != nullptr);  // nothing closed
-        QVERIFY(g->marks.menue_extras_optionen);
-        QVERIFY(!g->marks.menue_info);
+        QVERIFY(g->forms.marks.menue_extras_optionen);
+        QVERIFY(!g->forms.marks.menue_info);
         auto* text = window->findChild<QTextEdit*>("RichTextBox1");
         const QString first = text->toPlainText();
         text->setPlainText("verändert");
@@ -407,11 +407,11 @@ class MainWindowTest : public QObject {
         g->shell->unloadForm("Frm_Optionen");
         QCoreApplication::processEvents();
         window->trigger("menue_suchen_betrieb");
-        const bool listMarked = g->marks.menue_suchen_betrieb;
+        const bool listMarked = g->forms.marks.menue_suchen_betrieb;
         g->shell->showForm("Frm_Optionen");
         QTRY_VERIFY(window->findChild<QWidget*>("Frm_Optionen") != nullptr);
-        QCOMPARE(g->marks.menue_suchen_betrieb, listMarked);
-        QVERIFY(!g->marks.menue_extras_optionen);
+        QCOMPARE(g->forms.marks.menue_suchen_betrieb, listMarked);
+        QVERIFY(!g->forms.marks.menue_extras_optionen);
     }
 
     void printEntriesActWhileInfoStands() {
@@ -429,9 +429,9 @@ class MainWindowTest : public QObject {
         window->fitRecordView();
         const QSize screen = window->screen()->availableGeometry().size();
         QVERIFY(window->width() <= screen.width() && window->height() <= screen.height());
-        g->startView.Image2Visible = false;
-        g->startView.SSTab1Visible = true;
-        g->startView.Frame_UeberschriftVisible = true;
+        g->forms.startView.Image2Visible = false;
+        g->forms.startView.SSTab1Visible = true;
+        g->forms.startView.Frame_UeberschriftVisible = true;
         // A business with a legal person at its head: the person's tab shows "Personen anzeigen".
         tolma::browse::DB_Load_DATA(*g, "01054056", "010540001074", "1", "");
         window->refreshFromCore();
@@ -502,9 +502,9 @@ class MainWindowTest : public QObject {
         tolma::transfer::Upd_1_Start(
             *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
         window->fitRecordView();
-        g->startView.Image2Visible = false;
-        g->startView.SSTab1Visible = true;
-        g->startView.Frame_UeberschriftVisible = true;
+        g->forms.startView.Image2Visible = false;
+        g->forms.startView.SSTab1Visible = true;
+        g->forms.startView.Frame_UeberschriftVisible = true;
         if (window->screen()->availableGeometry().size() != QSize(1024, 768))
             QSKIP("Die Breiten gelten für einen Bildschirm von 1024×768 Pixeln.");
         // A limited company with a craft card and a legal person at its head: its legal forms,
