@@ -635,6 +635,18 @@ long long Connection::deleteWhere(const std::string& table, const jet::Prepared&
     return changes();
 }
 
+bool Connection::hasTable(const std::string& name) {
+    auto& st = cached("SELECT 1 FROM main.sqlite_master WHERE type = 'table' AND name = ?1");
+    st.bind(1, Variant(name));
+    const bool found = st.step();
+    st.reset();
+    return found;
+}
+
+void Connection::setSecureDelete(bool on) {
+    execute(on ? "PRAGMA secure_delete = ON" : "PRAGMA secure_delete = OFF");
+}
+
 void Connection::changeHook(void* self, sqlite3*, int op, const char* database, const char* table,
                             long long oldRow, long long newRow) {
     if (std::strcmp(database, "main") != 0) return;

@@ -150,6 +150,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // watch the table hear of it first. Returns the number of rows deleted.
     long long deleteWhere(const std::string& table, const jet::Prepared& where, bool rowsAreNew);
 
+    // Whether the store holds a table of that name.
+    bool hasTable(const std::string& name);
+
+    // While on, what is deleted is overwritten in the file rather than only marked free: for
+    // data that must be gone, not merely unreachable.
+    void setSecureDelete(bool on);
+
     // How the store compares texts of a table's column: by the column's collation.
     TextCompare columnCompare(const std::string& table, const std::string& column);
 

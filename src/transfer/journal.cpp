@@ -16,6 +16,9 @@ namespace tolma::transfer {
 using namespace journal;
 namespace {
 
+// The runs whose record lost old images to a deletion for good.
+constexpr const char* kImagesDeleted = "tolma_import_geloescht";
+
 void takeBackRun(store::Connection& c, long lauf) {
     auto marks = c.prepare("SELECT tabelle, hoechste FROM tolma_import_marke WHERE lauf = ?1");
     marks->bind(1, store::Variant(static_cast<long long>(lauf)));
@@ -54,7 +57,26 @@ std::vector<ImportRun> importRuns(store::Connection& c) {
         "SELECT lauf, datum, datei, betriebe, zurueckgenommen FROM tolma_import_lauf ORDER BY "
         "lauf");
     while (st->step()) runs.push_back(runFrom(*st));
+    if (tableExists(c, kImagesDeleted)) {
+        auto marked = c.prepare(std::string("SELECT DISTINCT lauf FROM ") + kImagesDeleted);
+        while (marked->step())
+            for (auto& r : runs)
+                if (r.lauf == marked->column(0).toInteger()) r.bilderGeloescht = true;
+    }
     return runs;
+}
+
+void forgetImages(store::Connection& c, const std::string& table, const std::string& condition,
+                  const std::vector<std::string>& params) {
+    const std::string record = recordTableOf(table);
+    if (!tableExists(c, record)) return;
+    std::vector<store::Variant> values(params.begin(), params.end());
+    c.execute(std::string("CREATE TABLE IF NOT EXISTS ") + kImagesDeleted + " (lauf INTEGER)");
+    c.execute(std::string("INSERT INTO ") + kImagesDeleted + " SELECT DISTINCT lauf FROM " +
+                  store::jet::quoteName(record) + " WHERE (" + condition +
+                  ") AND lauf NOT IN (SELECT lauf FROM " + kImagesDeleted + ")",
+              values);
+    c.execute("DELETE FROM " + store::jet::quoteName(record) + " WHERE " + condition, values);
 }
 
 std::vector<ImportRun> takeBack(store::Connection& c, std::optional<long> from) {

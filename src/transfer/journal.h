@@ -30,6 +30,9 @@ struct ImportRun {
     std::string datum, datei;
     long betriebe = 0;
     bool zurueckgenommen = false;
+    // Data deleted for good took old images out of its record: taking it back cannot bring
+    // those rows again.
+    bool bilderGeloescht = false;
 };
 
 inline constexpr int kDefaultKeptRuns = 10;
@@ -54,6 +57,12 @@ struct TakeBackResult {
     std::vector<ImportRun> runs;
 };
 TakeBackResult askAndTakeBack(core::Globals& g, std::optional<long> from);
+
+// Takes the old images of the rows of `table` that a condition on its columns names out of
+// every run's record, for rows deleted for good; marks the runs that held any. The condition
+// uses ?1.. for `params`. Inside the caller's transaction.
+void forgetImages(store::Connection& c, const std::string& table, const std::string& condition,
+                  const std::vector<std::string>& params);
 
 // "Lauf 3 vom 24.11.2026 21:00:00: beispiel.tml, 52 Betriebe"
 std::string describeRun(const ImportRun& run);

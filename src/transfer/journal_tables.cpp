@@ -12,9 +12,7 @@ std::string recordTableOf(const std::string& table) {
 }
 
 bool tableExists(store::Connection& c, const std::string& name) {
-    auto st = c.prepare("SELECT 1 FROM main.sqlite_master WHERE type = 'table' AND name = ?1");
-    st->bind(1, store::Variant(name));
-    return st->step();
+    return c.hasTable(name);
 }
 
 std::vector<std::string> columnsOf(store::Connection& c, const std::string& table) {
