@@ -3,6 +3,7 @@
 set -euo pipefail
 packages=(build-essential cmake ninja-build pkg-config libsqlite3-dev sqlite3
           libgtest-dev libgmock-dev libbenchmark-dev qt6-base-dev qt6-translations-l10n libgl-dev
+          libpq-dev postgresql  # the server store; its tests start a cluster of their own
           fonts-liberation xvfb xauth poppler-utils
           clang libclang-rt-14-dev)  # the sanitizer build and the fuzz targets
 missing=()

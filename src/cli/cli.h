@@ -37,5 +37,7 @@ int commandSearch(const Options& options, const std::vector<std::string>& args, 
                   std::ostream& err);
 int commandSql(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                std::ostream& err);
+int commandServer(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                  std::ostream& err);
 
 }  // namespace tolma::cli

@@ -122,6 +122,20 @@ constexpr Page kPages[] = {
      "\n"
      "Rückgabewerte: 0 ausgeführt, 1 Fehler in der Anweisung oder beim Ausführen,\n"
      "2 falscher Aufruf.\n"},
+    {"server",
+     "Aufruf: tolma-cli server einrichten VERBINDUNG\n"
+     "\n"
+     "Richtet auf einem PostgreSQL-Server einen Datenspeicher ein: die Tabellen mit ihren\n"
+     "Indizes und die Rollen tolma_import (lesen und schreiben) und tolma_lesen (nur lesen),\n"
+     "denen die Anmeldungen der Sachbearbeiter angehören. Was schon da ist, bleibt; ein zweiter\n"
+     "Aufruf ändert nichts. Alles geschieht in einer Transaktion.\n"
+     "\n"
+     "  VERBINDUNG   postgresql://[benutzer@]rechner[:port]/datenbank, service=NAME oder\n"
+     "               Schlüsselwörter wie „host=rechner dbname=datenbank“; ein Kennwort\n"
+     "               steht am besten in ~/.pgpass, nicht auf der Befehlszeile\n"
+     "\n"
+     "Rückgabewerte: 0 eingerichtet oder schon eingerichtet, 1 Fehler (Server nicht\n"
+     "erreichbar, Anmeldung abgelehnt, Rechte fehlen), 2 falscher Aufruf.\n"},
 };
 
 }  // namespace
@@ -144,6 +158,7 @@ void printOverview(std::ostream& out) {
            "  auswertung   zählt An-, Um- und Abmeldungen nach Monat und Gruppe\n"
            "  options      ändert Datenart und Gemeindefilter\n"
            "  sql          führt eine Anweisung in der Abfragesprache des Programms aus\n"
+           "  server       richtet einen Datenspeicher auf einem PostgreSQL-Server ein\n"
            "\n"
            "Für jeden Befehl:\n"
            "  --home VERZEICHNIS  das Arbeitsverzeichnis mit DB, Dat und Log\n"

@@ -24,6 +24,10 @@ bool err::isStoreFault(int number) {
         case kTableNotFound:  // a store without the system's tables
         case kUnrecognizedFormat:
         case kDatabaseInUse:
+        case kLoginRefused:
+        case kPasswordMissing:
+        case kNoPermission:
+        case kServerUnreachable:
             return true;
         default:
             return false;

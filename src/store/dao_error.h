@@ -46,6 +46,11 @@ inline constexpr int kDatabaseInUse = 3356;
 inline constexpr int kTypeMismatch = 3464;
 inline constexpr int kEngineError = 3000;
 inline constexpr int kObjectInvalid = 3420;
+// The server store's failures, under the old engine's numbers of the same meaning.
+inline constexpr int kLoginRefused = 3029;       // the account or the password is not valid
+inline constexpr int kPasswordMissing = 3031;    // the server wants a password, none was given
+inline constexpr int kNoPermission = 3033;       // the login lacks the right to the object
+inline constexpr int kServerUnreachable = 3151;  // the connection to the server failed
 // Whether an error tells that the store itself cannot be used or written (full disk, read-only,
 // locked, not a store), rather than that one value or record was wrong.
 bool isStoreFault(int number);

@@ -1,0 +1,357 @@
+#include "store/server_session.h"
+
+#include <libpq-fe.h>
+#include <poll.h>
+
+#include <chrono>
+#include <cstdlib>
+
+#include "store/server_address.h"
+
+namespace tolma::store {
+namespace {
+
+constexpr const char* kConnectSource = "DAO.DBEngine";
+constexpr const char* kStatementSource = "DAO.Database";
+// How long a connect waits for a server that does not answer, unless the text says.
+constexpr int kDefaultConnectSeconds = 15;
+
+using Result = std::unique_ptr<PGresult, decltype(&PQclear)>;
+
+std::string withoutSecrets(std::string text, const std::vector<std::string>& secrets) {
+    for (const auto& secret : secrets) {
+        if (secret.empty()) continue;
+        for (size_t at = text.find(secret); at != std::string::npos; at = text.find(secret, at + 3))
+            text.replace(at, secret.size(), "***");
+    }
+    return text;
+}
+
+// libpq's message on one line, without the trailing line end and the hint's tab.
+std::string oneLine(const std::string& message) {
+    std::string out;
+    for (char c : message) {
+        if (c == '\n' || c == '\t' || c == '\r') {
+            if (!out.empty() && out.back() != ' ') out += ' ';
+        } else {
+            out += c;
+        }
+    }
+    while (!out.empty() && out.back() == ' ') out.pop_back();
+    return out;
+}
+
+// A message of the server in verbose form holds "FATAL:  3D000: text": its SQLSTATE and its
+// text without the code and the source location. Messages of libpq itself have no SQLSTATE.
+struct ServerMessage {
+    std::string state, text;
+};
+ServerMessage splitVerbose(const std::string& message) {
+    for (size_t at = message.find(":  "); at != std::string::npos;
+         at = message.find(":  ", at + 1)) {
+        const size_t code = at + 3;
+        if (message.size() < code + 7 || message.compare(code + 5, 2, ": ") != 0) continue;
+        bool isCode = true;
+        for (size_t i = code; i < code + 5; ++i) {
+            const char c = message[i];
+            isCode = isCode && ((c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z'));
+        }
+        if (!isCode) continue;
+        const size_t end = message.find('\n', code + 7);
+        return {message.substr(code, 5), message.substr(code + 7, end - code - 7)};
+    }
+    return {"", oneLine(message)};
+}
+
+int connectSeconds(const std::string& text) {
+    char* message = nullptr;
+    PQconninfoOption* options = PQconninfoParse(text.c_str(), &message);
+    if (message) PQfreemem(message);
+    int seconds = kDefaultConnectSeconds;
+    for (const PQconninfoOption* o = options; o && o->keyword; ++o)
+        if (std::string(o->keyword) == "connect_timeout" && o->val && std::atoi(o->val) > 0)
+            seconds = std::atoi(o->val);
+    PQconninfoFree(options);
+    return seconds;
+}
+
+// Runs libpq's connect step by step: only so can the messages of a failed start carry their
+// SQLSTATE, which tells a missing database from a refused login in any language of the server.
+bool pollConnect(PGconn* conn, int seconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    PostgresPollingStatusType status = PGRES_POLLING_WRITING;
+    while (status != PGRES_POLLING_OK) {
+        if (status == PGRES_POLLING_FAILED) return false;
+        pollfd fd{PQsocket(conn),
+                  static_cast<short>(status == PGRES_POLLING_READING ? POLLIN : POLLOUT), 0};
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0 || ::poll(&fd, 1, static_cast<int>(left.count())) == 0) return false;
+        status = PQconnectPoll(conn);
+    }
+    return true;
+}
+
+// Why a connect failed, told by what libpq knows: a password it lacked, or the SQLSTATE of
+// the server's answer; without an answer the server was not reached.
+DaoError connectFailure(const std::string& raw, bool wantsPassword, const std::string& server,
+                        const std::vector<std::string>& secrets) {
+    const ServerMessage m = splitVerbose(raw);
+    int number = err::kCannotOpen;
+    std::string description;
+    if (wantsPassword) {
+        number = err::kPasswordMissing;
+        description = "Der Datenbankserver " + server + " verlangt ein Kennwort; es fehlt.";
+    } else if (m.state == "28P01") {
+        number = err::kLoginRefused;
+        description = "Das Kennwort für den Datenbankserver " + server + " ist falsch: " + m.text;
+    } else if (m.state.rfind("28", 0) == 0) {
+        number = err::kLoginRefused;
+        description = "Der Datenbankserver " + server + " lehnt die Anmeldung ab: " + m.text;
+    } else if (m.state == "3D000") {
+        number = err::kFileNotFound;
+        description =
+            "Die Datenbank gibt es auf dem Datenbankserver nicht: " + server + " (" + m.text + ")";
+    } else if (m.state == "42501") {
+        number = err::kNoPermission;
+        description =
+            "Auf dem Datenbankserver " + server + " fehlt das Recht zur Anmeldung: " + m.text;
+    } else if (m.state.empty()) {
+        number = err::kServerUnreachable;
+        description = "Der Datenbankserver ist nicht erreichbar: " + server + " (" + m.text + ")";
+    } else {
+        description = "Die Verbindung zum Datenbankserver " + server +
+                      " ist gescheitert: " + m.text + " (" + m.state + ")";
+    }
+    return DaoError(kConnectSource, number, withoutSecrets(description, secrets));
+}
+
+}  // namespace
+
+std::unique_ptr<ServerSession> ServerSession::connect(const std::string& text,
+                                                      const std::string& password) {
+    const std::string server = describeServer(text);
+    const std::vector<std::string> secrets = {password, passwordIn(text)};
+    char* parseMessage = nullptr;
+    PQconninfoOption* parsed = PQconninfoParse(text.c_str(), &parseMessage);
+    if (!parsed) {
+        const std::string why = parseMessage ? oneLine(parseMessage) : "";
+        if (parseMessage) PQfreemem(parseMessage);
+        throw DaoError(
+            kConnectSource, err::kCannotOpen,
+            withoutSecrets("Die Verbindungsangabe des Datenbankservers ist ungültig: " + why,
+                           secrets));
+    }
+    PQconninfoFree(parsed);
+
+    // The text first, as libpq expands it; what follows overrides it.
+    std::vector<const char*> keys = {"dbname", "client_encoding", "fallback_application_name"};
+    std::vector<const char*> values = {text.c_str(), "UTF8", "tolma"};
+    if (!password.empty()) {
+        keys.push_back("password");
+        values.push_back(password.c_str());
+    }
+    keys.push_back(nullptr);
+    values.push_back(nullptr);
+    PGconn* conn = PQconnectStartParams(keys.data(), values.data(), 1);
+    if (!conn)
+        throw DaoError(kConnectSource, err::kCannotOpen, "Kein Speicher für die Verbindung.");
+    PQsetErrorVerbosity(conn, PQERRORS_VERBOSE);
+    const int seconds = connectSeconds(text);
+    const bool connected = PQstatus(conn) != CONNECTION_BAD && pollConnect(conn, seconds);
+    if (connected) {
+        PQsetErrorVerbosity(conn, PQERRORS_DEFAULT);
+        // Notices ("table exists, skipping") are no failures; libpq would print them on stderr.
+        PQsetNoticeProcessor(
+            conn, [](void*, const char*) {}, nullptr);
+        return std::unique_ptr<ServerSession>(new ServerSession(conn, server, secrets));
+    }
+
+    std::string raw = PQerrorMessage(conn);
+    if (raw.empty() || PQstatus(conn) != CONNECTION_BAD)
+        raw = "keine Antwort innerhalb von " + std::to_string(seconds) + " Sekunden";
+    const bool wantsPassword = PQconnectionNeedsPassword(conn) == 1;
+    PQfinish(conn);
+    throw connectFailure(raw, wantsPassword, server, secrets);
+}
+
+ServerSession::ServerSession(PGconn* conn, std::string server, std::vector<std::string> secrets)
+    : conn_(conn), server_(std::move(server)), secrets_(std::move(secrets)) {}
+
+ServerSession::~ServerSession() {
+    PQfinish(conn_);
+}
+
+void ServerSession::fail(const std::string& what) const {
+    throw DaoError(kStatementSource, err::kEngineError, withoutSecrets(what, secrets_));
+}
+
+namespace {
+
+[[noreturn]] void failWith(PGconn* conn, PGresult* res, const std::string& server,
+                           const std::vector<std::string>& secrets) {
+    const char* stateField = res ? PQresultErrorField(res, PG_DIAG_SQLSTATE) : nullptr;
+    const char* primary = res ? PQresultErrorField(res, PG_DIAG_MESSAGE_PRIMARY) : nullptr;
+    const std::string state = stateField ? stateField : "";
+    const std::string text = primary ? primary : oneLine(PQerrorMessage(conn));
+    PQclear(res);
+    int number = err::kEngineError;
+    std::string description;
+    if (PQstatus(conn) == CONNECTION_BAD) {
+        number = err::kServerUnreachable;
+        description = "Der Datenbankserver ist nicht erreichbar: " + server +
+                      " (die Verbindung ist abgerissen: " + text + ")";
+    } else if (state == "42P01") {
+        number = err::kTableNotFound;
+        description = "Der Datenspeicher auf dem Datenbankserver " + server +
+                      " ist nicht eingerichtet (" + text +
+                      "); „tolma-cli server einrichten“ richtet ihn ein.";
+    } else if (state == "42501") {
+        number = err::kNoPermission;
+        description = "Auf dem Datenbankserver " + server + " fehlt das Recht dazu: " + text;
+    } else if (state == "42601") {
+        number = err::kSyntaxError;
+        description =
+            "Syntaxfehler in der Anweisung an den Datenbankserver " + server + ": " + text;
+    } else {
+        description = "Fehler auf dem Datenbankserver " + server + ": " + text +
+                      (state.empty() ? "" : " (" + state + ")");
+    }
+    throw DaoError(kStatementSource, number, withoutSecrets(description, secrets));
+}
+
+std::vector<const char*> pointersTo(const std::vector<ServerValue>& params) {
+    std::vector<const char*> out;
+    for (const auto& p : params) out.push_back(p ? p->c_str() : nullptr);
+    return out;
+}
+
+}  // namespace
+
+long long ServerSession::execute(const std::string& sql, const std::vector<ServerValue>& params) {
+    const auto values = pointersTo(params);
+    PGresult* res = PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr,
+                                 values.data(), nullptr, nullptr, 0);
+    const auto status = PQresultStatus(res);
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
+        failWith(conn_, res, server_, secrets_);
+    const std::string changed = PQcmdTuples(res);
+    PQclear(res);
+    return changed.empty() ? 0 : std::atoll(changed.c_str());
+}
+
+ServerResult ServerSession::query(const std::string& sql, const std::vector<ServerValue>& params) {
+    const auto values = pointersTo(params);
+    Result res(PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr,
+                            values.data(), nullptr, nullptr, 0),
+               &PQclear);
+    const auto status = PQresultStatus(res.get());
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
+        failWith(conn_, res.release(), server_, secrets_);
+    ServerResult out;
+    const int columns = PQnfields(res.get());
+    for (int c = 0; c < columns; ++c) out.columns.push_back(PQfname(res.get(), c));
+    const int rows = PQntuples(res.get());
+    out.rows.reserve(rows);
+    for (int r = 0; r < rows; ++r) {
+        ServerRow row;
+        for (int c = 0; c < columns; ++c)
+            row.push_back(PQgetisnull(res.get(), r, c)
+                              ? ServerValue()
+                              : ServerValue(std::string(PQgetvalue(res.get(), r, c),
+                                                        PQgetlength(res.get(), r, c))));
+        out.rows.push_back(std::move(row));
+    }
+    return out;
+}
+
+void ServerSession::begin() {
+    execute("BEGIN");
+}
+
+void ServerSession::commit() {
+    Result res(PQexec(conn_, "COMMIT"), &PQclear);
+    if (PQresultStatus(res.get()) != PGRES_COMMAND_OK)
+        failWith(conn_, res.release(), server_, secrets_);
+    // A transaction that met an error ends with ROLLBACK even when asked to commit.
+    if (std::string(PQcmdStatus(res.get())) == "ROLLBACK")
+        fail("Der Datenbankserver " + server_ +
+             " hat die Transaktion nach einem Fehler zurückgenommen.");
+}
+
+void ServerSession::rollback() {
+    execute("ROLLBACK");
+}
+
+long long ServerSession::copyIn(const std::string& table, const std::vector<std::string>& columns,
+                                const std::vector<ServerRow>& rows) {
+    std::string sql = "COPY " + quoteIdentifier(table) + " (";
+    for (size_t i = 0; i < columns.size(); ++i)
+        sql += (i ? ", " : "") + quoteIdentifier(columns[i]);
+    sql += ") FROM STDIN";
+    Result start(PQexec(conn_, sql.c_str()), &PQclear);
+    if (PQresultStatus(start.get()) != PGRES_COPY_IN)
+        failWith(conn_, start.release(), server_, secrets_);
+
+    // Sent in pieces of some size: one call per row costs, one buffer for all rows is large.
+    constexpr size_t kPiece = 1 << 16;
+    std::string buffer;
+    bool sent = true;
+    for (size_t r = 0; r < rows.size() && sent; ++r) {
+        buffer += copyLine(rows[r]);
+        if (buffer.size() >= kPiece || r + 1 == rows.size()) {
+            sent = PQputCopyData(conn_, buffer.data(), static_cast<int>(buffer.size())) == 1;
+            buffer.clear();
+        }
+    }
+    PQputCopyEnd(conn_, sent ? nullptr : "abgebrochen");
+    PGresult* res = PQgetResult(conn_);
+    // The end of COPY leaves one result; anything after it is drained so the next statement runs.
+    while (PGresult* more = PQgetResult(conn_)) PQclear(more);
+    if (PQresultStatus(res) != PGRES_COMMAND_OK) failWith(conn_, res, server_, secrets_);
+    const std::string written = PQcmdTuples(res);
+    PQclear(res);
+    return written.empty() ? 0 : std::atoll(written.c_str());
+}
+
+bool needsPassword(const DaoError& e) {
+    return e.number() == err::kPasswordMissing;
+}
+
+std::string quoteIdentifier(const std::string& name) {
+    std::string out = "\"";
+    for (char c : name) out += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return out + "\"";
+}
+
+std::string copyLine(const ServerRow& row) {
+    std::string out;
+    for (size_t i = 0; i < row.size(); ++i) {
+        if (i) out += '\t';
+        if (!row[i]) {
+            out += "\\N";
+            continue;
+        }
+        for (char c : *row[i]) {
+            switch (c) {
+                case '\\':
+                    out += "\\\\";
+                    break;
+                case '\t':
+                    out += "\\t";
+                    break;
+                case '\n':
+                    out += "\\n";
+                    break;
+                case '\r':
+                    out += "\\r";
+                    break;
+                default:
+                    out += c;
+            }
+        }
+    }
+    return out + '\n';
+}
+
+}  // namespace tolma::store

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "store/dao_error.h"
+
+typedef struct pg_conn PGconn;
+
+namespace tolma::store {
+
+using ServerValue = std::optional<std::string>;  // a value as text; none for NULL
+using ServerRow = std::vector<ServerValue>;
+
+// The rows of a query, every value as the server writes it as text.
+struct ServerResult {
+    std::vector<std::string> columns;
+    std::vector<ServerRow> rows;
+};
+
+// One connection to a PostgreSQL server. Every failure is a DaoError whose German text names
+// the cause and the server (as describeServer gives it) and never holds a password.
+class ServerSession {
+  public:
+    // Connects with a connection text; a password given here overrides one in the text.
+    static std::unique_ptr<ServerSession> connect(const std::string& text,
+                                                  const std::string& password = {});
+    ~ServerSession();
+    ServerSession(const ServerSession&) = delete;
+    ServerSession& operator=(const ServerSession&) = delete;
+
+    // Runs a statement with its $1, $2, … bound as text; returns the rows it changed.
+    long long execute(const std::string& sql, const std::vector<ServerValue>& params = {});
+    ServerResult query(const std::string& sql, const std::vector<ServerValue>& params = {});
+
+    void begin();
+    void commit();
+    void rollback();
+
+    // Writes rows into a table through COPY in text format; returns the rows written.
+    long long copyIn(const std::string& table, const std::vector<std::string>& columns,
+                     const std::vector<ServerRow>& rows);
+
+    const std::string& server() const { return server_; }
+
+  private:
+    ServerSession(PGconn* conn, std::string server, std::vector<std::string> secrets);
+    [[noreturn]] void fail(const std::string& what) const;
+
+    PGconn* conn_;
+    std::string server_;                // describeServer of the connection text
+    std::vector<std::string> secrets_;  // passwords, kept only to clean messages of them
+};
+
+// Whether a failed connect wants a password that neither the text nor the caller gave: the
+// GUI asks for one and connects again.
+bool needsPassword(const DaoError& e);
+
+// A name quoted for SQL: "betr-nr".
+std::string quoteIdentifier(const std::string& name);
+// One line of COPY's text format: values apart by tabs, NULL as \N, and backslash, tab
+// and line ends escaped.
+std::string copyLine(const ServerRow& row);
+
+}  // namespace tolma::store
