@@ -37,6 +37,10 @@ int commandSearch(const Options& options, const std::vector<std::string>& args, 
                   std::ostream& err);
 int commandSql(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                std::ostream& err);
+int commandLoeschen(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                    std::ostream& err);
+int commandProtokoll(const Options& options, const std::vector<std::string>& args,
+                     std::ostream& out, std::ostream& err);
 int commandServer(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                   std::ostream& err);
 

@@ -7,27 +7,17 @@
 #include "transfer/journal.h"
 
 namespace tolma::cli {
-namespace {
-
-// The start of a command that needs the data store open.
-bool startWithStore(Session& session, std::ostream& err) {
-    if (!session.start(err)) return false;
-    if (session.g.stores.db_daten.isSet()) return true;
-    err << "Die Datenbank ist nicht geöffnet: " << session.cause() << "\n";
-    return false;
-}
-
-}  // namespace
 
 int commandImports(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                    std::ostream& err) {
     if (!args.empty()) return badCall(err, "imports", "unbekannte Angabe " + args[0] + ".");
     Session session(options, out);
-    if (!startWithStore(session, err)) return kExitFailed;
-    out << "Lauf\tDatum\tDatei\tBetriebe\tZurückgenommen\n";
+    if (!session.startWithDataStore(err)) return kExitFailed;
+    out << "Lauf\tDatum\tDatei\tBetriebe\tZurückgenommen\tNach Löschfrist gelöscht\n";
     for (const auto& r : transfer::importRuns(*session.g.stores.db_daten.connection()))
         out << r.lauf << "\t" << r.datum << "\t" << r.datei << "\t" << r.betriebe << "\t"
-            << (r.zurueckgenommen ? "ja" : "nein") << "\n";
+            << (r.zurueckgenommen ? "ja" : "nein") << "\t" << (r.bilderGeloescht ? "ja" : "nein")
+            << "\n";
     session.finish(out, err);
     return kExitOk;
 }
@@ -47,7 +37,7 @@ int commandTakeBack(const Options& options, const std::vector<std::string>& args
         ++i;
     }
     Session session(options, out);
-    if (!startWithStore(session, err)) return kExitFailed;
+    if (!session.startWithDataStore(err)) return kExitFailed;
     const auto result = transfer::askAndTakeBack(session.g, from);
     for (const auto& r : result.runs) out << "Zurückgenommen: " << transfer::describeRun(r) << "\n";
     if (result.outcome == transfer::TakeBackOutcome::Failed)

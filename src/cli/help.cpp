@@ -50,6 +50,27 @@ constexpr Page kPages[] = {
      "\n"
      "Rückgabewerte: 0 zurückgenommen, 1 nichts zurückzunehmen oder Fehler,\n"
      "2 falscher Aufruf, 3 Frage verneint.\n"},
+    {"loeschen",
+     "Aufruf: tolma-cli [--home VERZEICHNIS] loeschen --abgemeldet-vor JJJJ-MM-TT [--pruefen] "
+     "[--yes]\n"
+     "\n"
+     "Löscht jeden Betrieb, dessen gespeicherter Stand eine Abmeldung vor dem Tag ist (nach\n"
+     "betr-ende, sonst meld-datum), mit allen seinen Ständen und Zeilen, die Personen, auf die\n"
+     "kein verbleibender Betrieb mehr verweist, ihre Einträge im Suchindex und ihre alten\n"
+     "Stände in der Aufzeichnung der Importläufe. Alles in einer Transaktion; danach wird der\n"
+     "freigewordene Platz überschrieben. Fragt einmal nach (--yes beantwortet die Frage mit Ja).\n"
+     "\n"
+     "  --pruefen   zeigt nur, was gelöscht würde: Betriebe, Personen, Zeilen je Tabelle\n"
+     "\n"
+     "Rückgabewerte: 0 gelöscht (oder nichts zu löschen), 1 Fehler (nichts geändert),\n"
+     "2 falscher Aufruf, 3 Frage verneint.\n"},
+    {"protokoll",
+     "Aufruf: tolma-cli [--home VERZEICHNIS] protokoll\n"
+     "\n"
+     "Gibt das Protokoll der Löschungen und Auskünfte aus, durch Tabulatoren getrennt, mit\n"
+     "einer Kopfzeile. Es enthält keine personenbezogenen Daten.\n"
+     "\n"
+     "Rückgabewerte: 0 ausgegeben, 1 die Datenbank ist nicht geöffnet, 2 falscher Aufruf.\n"},
     {"export",
      "Aufruf: tolma-cli [--home VERZEICHNIS] export [--by-key] [--set INDEX=WERT]...\n"
      "\n"
@@ -158,6 +179,8 @@ void printOverview(std::ostream& out) {
            "  auswertung   zählt An-, Um- und Abmeldungen nach Monat und Gruppe\n"
            "  options      ändert Datenart und Gemeindefilter\n"
            "  sql          führt eine Anweisung in der Abfragesprache des Programms aus\n"
+           "  loeschen     löscht Betriebe nach Ablauf der Löschfrist\n"
+           "  protokoll    zeigt das Protokoll der Löschungen und Auskünfte\n"
            "  server       richtet einen Datenspeicher auf einem PostgreSQL-Server ein\n"
            "\n"
            "Für jeden Befehl:\n"

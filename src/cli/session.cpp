@@ -23,6 +23,13 @@ Session::Session(const Options& options, std::ostream& out)
 
 Session::~Session() = default;
 
+bool Session::startWithDataStore(std::ostream& err) {
+    if (!start(err)) return false;
+    if (g.stores.db_daten.isSet()) return true;
+    err << "Die Datenbank ist nicht geöffnet: " << cause() << "\n";
+    return false;
+}
+
 bool Session::start(std::ostream& err) {
     const core::ProgramPaths paths = core::resolvePaths(core::executableDir(), options_.home);
     g.paths.dataDir = paths.dataDir;

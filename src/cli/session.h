@@ -17,6 +17,9 @@ class Session {
 
     // False when the settings store could not be opened; tells why on `err`.
     bool start(std::ostream& err);
+    // The start of a command that needs the data store open: false, with the cause on `err`,
+    // when it is not.
+    bool startWithDataStore(std::ostream& err);
     // The way down: tells where the error log is when this run wrote to it, or why it could
     // not be written.
     void finish(std::ostream& out, std::ostream& err);

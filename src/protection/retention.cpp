@@ -136,6 +136,10 @@ std::string countsText(const DeletionPlan& plan) {
     return s;
 }
 
+std::string counted(size_t n, const char* one, const char* many) {
+    return std::to_string(n) + " " + (n == 1 ? one : many);
+}
+
 std::string joined(const std::vector<std::string>& items) {
     std::string s;
     for (const auto& i : items) s += (s.empty() ? "" : ", ") + i;
@@ -266,7 +270,8 @@ std::string describePlan(const DeletionPlan& plan) {
     return s;
 }
 
-DeletionResult deleteAfterPeriod(core::Globals& g, int before, bool checkOnly) {
+DeletionResult deleteAfterPeriod(core::Globals& g, int before, bool checkOnly,
+                                 const std::function<void(const DeletionPlan&)>& showPlan) {
     DeletionResult result;
     try {
         result.plan = planDeletion(*g.stores.db_daten.connection(), before);
@@ -285,15 +290,17 @@ DeletionResult deleteAfterPeriod(core::Globals& g, int before, bool checkOnly) {
                           core::msg::vbInformation, kTitle);
         return result;
     }
+    if (showPlan) showPlan(plan);
     if (checkOnly) {
         result.outcome = DeletionOutcome::Checked;
         return result;
     }
     if (core::showMessage(
             g,
-            "Es werden " + std::to_string(plan.businesses.size()) + " Betriebe, die vor dem " +
-                showDay(before) + " abgemeldet wurden, mit " + std::to_string(plan.persons.size()) +
-                " Personen endgültig gelöscht (" + std::to_string(plan.totalRows()) +
+            "Es werden " + counted(plan.businesses.size(), "Betrieb", "Betriebe") +
+                ", die vor dem " + showDay(before) + " abgemeldet wurden, mit " +
+                counted(plan.persons.size(), "Person", "Personen") + " endgültig gelöscht (" +
+                std::to_string(plan.totalRows()) +
                 " Zeilen). Sie können danach nicht zurückgenommen werden.\nSoll der Vorgang "
                 "gestartet werden?",
             // "Nein" by default: a second Enter must not confirm what a first one began.
@@ -331,8 +338,8 @@ DeletionResult deleteAfterPeriod(core::Globals& g, int before, bool checkOnly) {
     if (!g.stores.db_daten.isSet())
         after += "\nDie Datenbank konnte danach nicht wieder geöffnet werden.";
     core::showMessage(g,
-                      "Gelöscht: " + std::to_string(plan.businesses.size()) + " Betriebe, " +
-                          std::to_string(plan.persons.size()) + " Personen (" +
+                      "Gelöscht: " + counted(plan.businesses.size(), "Betrieb", "Betriebe") + ", " +
+                          counted(plan.persons.size(), "Person", "Personen") + " (" +
                           std::to_string(plan.totalRows()) + " Zeilen)." + after,
                       after.empty() ? core::msg::vbInformation : core::msg::vbExclamation, kTitle);
     return result;

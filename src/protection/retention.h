@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -56,13 +57,14 @@ void deletePlanned(store::Connection& c, const DeletionPlan& plan, const std::st
 // The plan as the check shows it: businesses, persons that go, persons kept, rows per table.
 std::string describePlan(const DeletionPlan& plan);
 
-// From the menu and the command line: plans, asks once (unless only checking), deletes, builds
-// the search index anew and compacts the store.
+// From the menu and the command line: plans, shows the plan, asks once (unless only checking),
+// deletes, builds the search index anew and compacts the store.
 enum class DeletionOutcome { Deleted, Nothing, Checked, Refused, Failed };
 struct DeletionResult {
     DeletionOutcome outcome = DeletionOutcome::Nothing;
     DeletionPlan plan;
 };
-DeletionResult deleteAfterPeriod(core::Globals& g, int before, bool checkOnly);
+DeletionResult deleteAfterPeriod(core::Globals& g, int before, bool checkOnly,
+                                 const std::function<void(const DeletionPlan&)>& showPlan);
 
 }  // namespace tolma::protection

@@ -10,30 +10,11 @@
 
 #include "cli/cli.h"
 #include "cli/terminal_dialogs.h"
+#include "cli_fixture.h"
 #include "store/disk_space.h"
 
 namespace tolma::cli {
 namespace {
-
-struct Result {
-    int code;
-    std::string out, err;
-};
-
-Result runCli(std::vector<std::string> args) {
-    std::ostringstream out, err;
-    int code = run(args, out, err);
-    return {code, out.str(), err.str()};
-}
-
-class CliTest : public ::testing::Test {
-  protected:
-    std::string home =
-        (std::filesystem::temp_directory_path() / ("tolma-cli-" + std::to_string(::getpid())))
-            .string();
-    void SetUp() override { std::filesystem::remove_all(home); }
-    void TearDown() override { std::filesystem::remove_all(home); }
-};
 
 TEST_F(CliTest, VersionPrintsTheVersionRecord) {
     auto r = runCli({"--version"});
@@ -165,7 +146,8 @@ std::vector<std::vector<std::string>> tabRows(const std::string& text) {
 
 TEST_F(CliTest, ImportsListsTheRunsAndUndoTakesBackARunAndEveryLaterOne) {
     const std::string sample = std::string(TOLMA_SOURCE_DIR) + "/data/beispiel.tml";
-    const std::string header = "Lauf\tDatum\tDatei\tBetriebe\tZurückgenommen\n";
+    const std::string header =
+        "Lauf\tDatum\tDatei\tBetriebe\tZurückgenommen\tNach Löschfrist gelöscht\n";
     auto r = runCli({"--home", home, "imports"});
     EXPECT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.out, header);
@@ -193,7 +175,7 @@ TEST_F(CliTest, ImportsListsTheRunsAndUndoTakesBackARunAndEveryLaterOne) {
     const std::vector<std::pair<std::string, std::string>> expected{
         {"beispiel.tml", "52"}, {"zweite.tml", "2"}, {"dritte.tml", "1"}};
     for (size_t i = 1; i < rows.size(); ++i) {
-        ASSERT_EQ(rows[i].size(), 5u) << r.out;
+        ASSERT_EQ(rows[i].size(), 6u) << r.out;
         EXPECT_EQ(rows[i][0], std::to_string(i));
         EXPECT_EQ(rows[i][1].size(), 19u) << rows[i][1];  // DD.MM.YYYY HH:MM:SS
         EXPECT_EQ(std::filesystem::path(rows[i][2]).filename(), expected[i - 1].first);
