@@ -21,6 +21,7 @@
 #include "transfer/import_driver.h"
 #include "ui/import_windows.h"
 #include "ui/main_window.h"
+#include "ui/protection_windows.h"
 #include "ui/search_window.h"
 
 namespace {
@@ -85,6 +86,12 @@ void saveForms(tolma::ui::MainWindow& window, tolma::core::Globals& g, const QSt
     runs.show();
     save(runs, out, "zuruecknehmen.png");
     runs.close();
+    // What a deletion after the proposed period would remove; nothing is deleted.
+    tolma::ui::RetentionWindow retention(g, &window);
+    retention.show();
+    retention.check();
+    save(retention, out, "loeschfristen.png");
+    retention.close();
 }
 
 }  // namespace

@@ -25,6 +25,7 @@
 #include "ui/list_window.h"
 #include "ui/options_window.h"
 #include "ui/print_support.h"
+#include "ui/protection_windows.h"
 #include "ui/record_view.h"
 #include "ui/search_window.h"
 #include "ui/twips.h"
@@ -64,6 +65,8 @@ const MenuDef kMenu[] = {
     {1, "menue_extras", "&Extras"},
     {2, "menue_extras_optionen", "&Optionen"},
     {2, "menue_extras_auswertungen", "&Auswertungen..."},
+    {2, "menue_extras_loeschfristen", "&Löschfristen..."},
+    {2, "menue_extras_protokoll", "&Protokoll..."},
     {1, "menue_hilfe", "&Hilfe"},
     {2, "menue_hilfe_suchen", "&suchen in der Hilfe"},
     {2, "menue_hilfe_linie", "-"},
@@ -370,6 +373,12 @@ void MainWindow::trigger(const std::string& name) {
             openEvaluation();
         } else if (name == "menue_import_pruefen") {
             checkTransferFileFromMenu(g_, this);
+        } else if (name == "menue_extras_loeschfristen") {
+            RetentionWindow window(g_, this);
+            connect(&window, &RetentionWindow::storeChanged, this, [this] { refreshFromCore(); });
+            window.exec();
+        } else if (name == "menue_extras_protokoll") {
+            ProtocolWindow(g_, this).exec();
         } else if (name == "menue_import_zuruecknehmen") {
             TakeBackWindow window(g_, this);
             connect(&window, &TakeBackWindow::storeChanged, this, [this] { refreshFromCore(); });

@@ -14,6 +14,7 @@
 #include <QVBoxLayout>
 
 #include "core/error_log.h"
+#include "protection/retention.h"
 #include "search/search_index.h"
 #include "store/connection.h"
 #include "transfer/import_driver.h"
@@ -39,7 +40,8 @@ OptionsWindow::OptionsWindow(core::Globals& g, QWidget* parent)
     activate();
 }
 
-// The two stores, the error log, the import runs kept, the search index and the way back.
+// The two stores, the error log, the import runs kept, the period before deletion, the search
+// index and the way back.
 QVBoxLayout* OptionsWindow::buildStores() {
     auto* stores = new QVBoxLayout;
     for (int i = 0; i < 2; ++i) stores->addWidget(buildStoreFrame(i));
@@ -57,6 +59,7 @@ QVBoxLayout* OptionsWindow::buildStores() {
     stores->addWidget(log);
 
     stores->addWidget(buildRunsFrame());
+    stores->addWidget(buildRetentionFrame());
     stores->addWidget(buildIndexFrame());
     stores->addStretch(1);
     auto* back = new QPushButton("Zurück", this);
@@ -123,6 +126,27 @@ QGroupBox* OptionsWindow::buildRunsFrame() {
     connect(kept, &QSpinBox::valueChanged, this,
             [this](int n) { run([&] { transfer::setKeptImportRuns(g_, n); }); });
     return runs;
+}
+
+QGroupBox* OptionsWindow::buildRetentionFrame() {
+    // The period that "Extras › Löschfristen..." proposes.
+    auto* frame = new QGroupBox("Löschfristen", this);
+    frame->setObjectName("Frame_Loeschfristen");
+    auto* row = new QHBoxLayout(frame);
+    auto* label = new QLabel("Aufbewahrung nach der Abmeldung:", frame);
+    auto* years = new QSpinBox(frame);
+    years->setObjectName("Spin_Aufbewahrung");
+    years->setAccessibleName("Aufbewahrung nach der Abmeldung in Jahren");
+    years->setRange(1, 99);
+    years->setValue(protection::retentionYears(g_));
+    label->setBuddy(years);
+    row->addWidget(label);
+    row->addWidget(years);
+    row->addWidget(new QLabel("Jahre", frame));
+    row->addStretch(1);
+    connect(years, &QSpinBox::valueChanged, this,
+            [this](int n) { run([&] { protection::setRetentionYears(g_, n); }); });
+    return frame;
 }
 
 QGroupBox* OptionsWindow::buildIndexFrame() {

@@ -39,6 +39,7 @@ class OptionsWindow : public QWidget {
     QVBoxLayout* buildStores();
     QGroupBox* buildStoreFrame(int index);
     QGroupBox* buildRunsFrame();
+    QGroupBox* buildRetentionFrame();
     QGroupBox* buildIndexFrame();
     QGroupBox* buildFilter();
 

@@ -1,6 +1,7 @@
 // The main window and the record view as a clerk sees them, on a store with the sample data.
 #include <QAbstractItemModelTester>
 #include <QCheckBox>
+#include <QDateEdit>
 #include <QDesktopServices>
 #include <QLabel>
 #include <QLineEdit>
@@ -37,6 +38,7 @@
 #include "ui/keyboard.h"
 #include "ui/list_window.h"
 #include "ui/main_window.h"
+#include "ui/protection_windows.h"
 #include "ui/qt_dialogs.h"
 #include "ui/record_view.h"
 #include "ui/search_window.h"
@@ -387,6 +389,38 @@ class MainWindowTest : public QObject {
                  tolma::core::msg::vbQuestionYesNo | tolma::core::msg::vbDefaultButton2);
         QCOMPARE(runs.table()->item(0, 4)->text(), QString("ja"));
         QCOMPARE(g->stores.db_daten.OpenRecordset("betrieb").RecordCount(), 0L);
+    }
+
+    void retentionWindowShowsWhatGoesAndDeletesOnlyWhatItShowed() {
+        const std::string sample =
+            (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string();
+        tolma::transfer::Upd_1_Start(*g, sample);
+        const long before = g->stores.db_daten.OpenRecordset("betrieb").RecordCount();
+        tolma::ui::RetentionWindow retention(*g);
+        auto* day = retention.findChild<QDateEdit*>("Datum_Abgemeldet_vor");
+        // The proposal lies the options' period before today.
+        QCOMPARE(day->date(), QDateTime::fromSecsSinceEpoch(g->clock()).date().addYears(-5));
+        auto* remove = retention.findChild<QPushButton*>("Command_Loeschen");
+        QVERIFY(!remove->isEnabled());  // nothing is shown yet
+        day->setDate(QDate(2020, 1, 1));
+        retention.check();
+        QCOMPARE(retention.businesses()->rowCount(), 1);
+        QCOMPARE(retention.businesses()->item(0, 0)->text(), QString("010540002739"));
+        QCOMPARE(retention.persons()->item(0, 2)->text(), QString("wird gelöscht"));
+        QVERIFY(remove->isEnabled());
+        day->setDate(QDate(2023, 1, 1));
+        QVERIFY(!remove->isEnabled());  // another day wants its own check first
+        day->setDate(QDate(2020, 1, 1));
+        retention.check();
+        QCOMPARE(g->stores.db_daten.OpenRecordset("betrieb").RecordCount(), before);
+        QTest::mouseClick(remove, Qt::LeftButton);
+        QCOMPARE(g->stores.db_daten.OpenRecordset("betrieb").RecordCount(), before - 1);
+        QCOMPARE(retention.businesses()->rowCount(), 0);
+        QVERIFY(!remove->isEnabled());
+        tolma::ui::ProtocolWindow protocol(*g);
+        QCOMPARE(protocol.table()->rowCount(), 1);
+        QCOMPARE(protocol.table()->item(0, 3)->text(), QString("Löschung"));
+        QCOMPARE(protocol.table()->item(0, 5)->text(), QString("010540002739"));
     }
 
     void infoStandsBesideOtherFunctionsAndTheOptionsQuestionOnlyShowsTheForm() {
