@@ -3,6 +3,7 @@
 #include <cctype>
 
 #include "store/server_session.h"
+#include "store/server_text.h"
 
 namespace tolma::model {
 namespace {
@@ -86,14 +87,6 @@ long long indexCount(store::ServerSession& session) {
 
 }  // namespace
 
-std::string serverFoldFunctionSql() {
-    // An explicit ICU collation makes lower() fold every letter whatever character type the
-    // database was created with, which an IMMUTABLE function in an index must rely on.
-    return "CREATE OR REPLACE FUNCTION tolma_fold(text) RETURNS text "
-           "LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE "
-           "AS $$SELECT replace(lower($1 COLLATE \"und-x-icu\"), 'ß', 'ss')$$";
-}
-
 std::vector<std::string> serverTableSql(const TableDef& table) {
     std::string create = "CREATE TABLE IF NOT EXISTS " + quoteIdentifier(table.name) + " (";
     for (const auto& f : table.fields)
@@ -123,7 +116,7 @@ ServerSetUp setUpServerStore(const std::string& connectionText, const std::strin
     session->begin();
     try {
         const long long indexesBefore = indexCount(*session);
-        session->execute(serverFoldFunctionSql());
+        for (const auto& sql : store::serverTextFunctionSql()) session->execute(sql);
         for (const auto& table : dataTables()) {
             const auto present =
                 session->query("SELECT to_regclass($1) IS NOT NULL", {quoteIdentifier(table.name)});

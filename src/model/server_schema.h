@@ -14,8 +14,6 @@ inline constexpr const char* kReadRole = "tolma_lesen";     // reads only
 
 // The statements that make a table of a server store, each harmless when run again.
 std::vector<std::string> serverTableSql(const TableDef& table);
-// The function that folds text for comparisons: lower case, ß as ss, umlauts as they are.
-std::string serverFoldFunctionSql();
 
 struct ServerSetUp {
     int tablesCreated = 0;
