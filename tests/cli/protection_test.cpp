@@ -13,19 +13,23 @@ namespace {
 struct Business {
     std::string nr, art, ende;  // ende as in the file: JJJJMMTT, or empty
     std::vector<std::pair<std::string, std::string>> persons;  // pers-nr, fam-name
+    std::string hist = "1";
 };
 
-std::string transferFile(const std::string& path, const std::vector<Business>& businesses) {
+std::string transferFile(const std::string& path, const std::vector<Business>& businesses,
+                         const std::string& structure = "BETRIEBSBEZOGEN") {
     std::string t =
         "<gewerbedatei>\n<verwaltungsblock>\n<verarbeitungsart>MIGRATION</verarbeitungsart>\n"
-        "<struktur>BETRIEBSBEZOGEN</struktur>\n<tml-version>1.5.1</tml-version>\n"
+        "<struktur>" +
+        structure +
+        "</struktur>\n<tml-version>1.5.1</tml-version>\n"
         "<zahl-betriebe-gesamt>" +
         std::to_string(businesses.size()) +
         "</zahl-betriebe-gesamt>\n</verwaltungsblock>\n<datenblock>\n";
     for (const auto& b : businesses) {
         t += "<betrieb>\n<gem-kz>01054056</gem-kz>\n<betr-nr>" + b.nr +
-             "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n<b-eintr-name>Betrieb " + b.nr +
-             "</b-eintr-name>\n<meld-art>" + b.art + "</meld-art>\n";
+             "</betr-nr>\n<betr-hist-nr>" + b.hist + "</betr-hist-nr>\n<b-eintr-name>Betrieb " +
+             b.nr + "</b-eintr-name>\n<meld-art>" + b.art + "</meld-art>\n";
         if (!b.ende.empty()) t += "<betr-ende>" + b.ende + "</betr-ende>\n";
         t += "<meld-datum>20100101</meld-datum>\n<adressen>\n<adresse art=\"1\">\n"
              "<b-adr-art>1</b-adr-art>\n<b-strasse>Markt " +
@@ -105,6 +109,26 @@ TEST_F(CliTest, LoeschenChecksThenDeletesExactlyTheDeregisteredBusinessesAndThei
     EXPECT_NE(r.out.find("\tLöschung\tabgemeldet vor dem 01.01.2020\t100\t"), std::string::npos)
         << r.out;
     EXPECT_EQ(r.out.find("Quendtwick"), std::string::npos);
+}
+
+TEST_F(CliTest, LoeschenByStatesGoesByTheLatestStateAndTakesEveryStateOfTheBusiness) {
+    // 100 registered, then deregistered long ago; 200 deregistered long ago and registered
+    // again, so it stays with both its states.
+    const std::string file = transferFile(home + "/staende.tml",
+                                          {{"100", "01", "", {{"P1", "Erst"}}, "1"},
+                                           {"100", "03", "20151231", {{"P1", "Erst"}}, "2"},
+                                           {"200", "03", "20141231", {{"P2", "Zweit"}}, "1"},
+                                           {"200", "01", "", {{"P2", "Zweit"}}, "2"}},
+                                          "MELDUNGSBEZOGEN");
+    ASSERT_EQ(runCli({"--home", home, "import", "--yes", file}).code, 0);
+    ASSERT_EQ(count(home, "betrieb"), "4\n");
+    const auto r = runCli({"--home", home, "--yes", "loeschen", "--abgemeldet-vor", "2020-01-01"});
+    EXPECT_EQ(r.code, 0) << r.err << r.out;
+    EXPECT_NE(r.out.find("  100\tBetrieb 100\tabgemeldet am 31.12.2015\n"), std::string::npos)
+        << r.out;
+    EXPECT_EQ(count(home, "betrieb WHERE [betr-nr] = '100'"), "0\n");
+    EXPECT_EQ(count(home, "betrieb WHERE [betr-nr] = '200'"), "2\n");
+    EXPECT_EQ(count(home, "person"), "1\n");
 }
 
 TEST_F(CliTest, LoeschenRefusesWrongDaysAndSaysWhenNothingIsDue) {
