@@ -48,6 +48,15 @@ void takeBackRun(store::Connection& c, long lauf) {
               {store::Variant(static_cast<long long>(lauf))});
 }
 
+// Businesses deleted after their period do not come back with the runs that brought them.
+std::string deletedNote(const std::vector<ImportRun>& runs) {
+    for (const auto& r : runs)
+        if (r.bilderGeloescht)
+            return "Betriebe, die nach Ablauf der Löschfrist gelöscht wurden, kommen nicht "
+                   "zurück.\n";
+    return {};
+}
+
 }  // namespace
 
 std::vector<ImportRun> importRuns(store::Connection& c) {
@@ -150,7 +159,7 @@ TakeBackResult askAndTakeBack(core::Globals& g, std::optional<long> from) {
         if (core::showMessage(
                 g,
                 "Der Datenbestand wird auf den Stand vor diesen Importläufen zurückgesetzt:\n" +
-                    names + "Soll der Vorgang gestartet werden?",
+                    names + deletedNote(open) + "Soll der Vorgang gestartet werden?",
                 // "Nein" by default: a second Enter must not confirm what a first one began.
                 core::msg::vbQuestionYesNo | core::msg::vbDefaultButton2,
                 title) != core::msg::vbYes) {

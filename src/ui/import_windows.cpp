@@ -147,8 +147,9 @@ TakeBackWindow::TakeBackWindow(core::Globals& g, QWidget* parent)
         new QLabel("Zurückgenommen werden der gewählte Importlauf und alle späteren.", this);
     layout->addWidget(hint);
     table_->setObjectName("Liste_Laeufe");
-    table_->setColumnCount(5);
-    table_->setHorizontalHeaderLabels({"Lauf", "Datum", "Datei", "Betriebe", "Zurückgenommen"});
+    table_->setColumnCount(6);
+    table_->setHorizontalHeaderLabels(
+        {"Lauf", "Datum", "Datei", "Betriebe", "Zurückgenommen", "Nach Löschfrist gelöscht"});
     table_->setSelectionBehavior(QAbstractItemView::SelectRows);
     table_->setSelectionMode(QAbstractItemView::SingleSelection);
     table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -189,9 +190,10 @@ void TakeBackWindow::fill() {
     int row = 0;
     // The newest run first: it is the one most often taken back.
     for (auto it = runs.rbegin(); it != runs.rend(); ++it, ++row) {
-        const QStringList cells = {QString::number(it->lauf), QString::fromStdString(it->datum),
-                                   QString::fromStdString(it->datei), QString::number(it->betriebe),
-                                   it->zurueckgenommen ? "ja" : "nein"};
+        const QStringList cells = {
+            QString::number(it->lauf),           QString::fromStdString(it->datum),
+            QString::fromStdString(it->datei),   QString::number(it->betriebe),
+            it->zurueckgenommen ? "ja" : "nein", it->bilderGeloescht ? "ja" : "nein"};
         for (int c = 0; c < cells.size(); ++c)
             table_->setItem(row, c, new QTableWidgetItem(cells[c]));
     }
