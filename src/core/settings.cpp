@@ -1,10 +1,15 @@
 #include "core/settings.h"
 
+#include <algorithm>
+#include <cstdlib>
+
 #include "core/error_log.h"
 #include "core/files.h"
 #include "model/default_stores.h"
 #include "model/values.h"
+#include "store/connection.h"
 #include "store/dao_error.h"
+#include "store/jet_sql.h"
 #include "text/text.h"
 
 namespace tolma::core {
@@ -138,6 +143,25 @@ void A_org_update(Globals& g) {
         return;
     }
     A_org_lesen(g);
+}
+
+int positiveOption(Globals& g, const char* name, int fallback) {
+    try {
+        if (auto v = g.stores.db_org.lookup(
+                "SELECT wert FROM tolma_optionen WHERE name = " + store::jet::quote(name), "wert"))
+            if (const long n = std::atol(v->toString().c_str()); n > 0) return static_cast<int>(n);
+    } catch (const std::exception&) {
+        // a settings store without the table: the default
+    }
+    return fallback;
+}
+
+void setPositiveOption(Globals& g, const char* name, int value) {
+    const auto& c = g.stores.db_org.connection();
+    c->execute("CREATE TABLE IF NOT EXISTS tolma_optionen (name TEXT PRIMARY KEY, wert TEXT)");
+    c->execute(
+        "INSERT OR REPLACE INTO tolma_optionen VALUES (?1, ?2)",
+        {store::Variant(std::string(name)), store::Variant(std::to_string(std::max(1, value)))});
 }
 
 }  // namespace tolma::core

@@ -7,6 +7,7 @@
 #include "core/db_connection.h"
 #include "core/error_log.h"
 #include "core/globals.h"
+#include "core/settings.h"
 #include "model/relations.h"
 #include "protection/protocol.h"
 #include "search/search_index.h"
@@ -171,21 +172,11 @@ int yearsBefore(int today, int years) {
 }
 
 int retentionYears(core::Globals& g) {
-    try {
-        if (auto v = g.stores.db_org.lookup(
-                "SELECT wert FROM tolma_optionen WHERE name = 'aufbewahrung_jahre'", "wert"))
-            if (const long n = std::atol(v->toString().c_str()); n > 0) return static_cast<int>(n);
-    } catch (const std::exception&) {
-        // a settings store without the table: the default
-    }
-    return kDefaultRetentionYears;
+    return core::positiveOption(g, "aufbewahrung_jahre", kDefaultRetentionYears);
 }
 
 void setRetentionYears(core::Globals& g, int years) {
-    const auto& c = g.stores.db_org.connection();
-    c->execute("CREATE TABLE IF NOT EXISTS tolma_optionen (name TEXT PRIMARY KEY, wert TEXT)");
-    c->execute("INSERT OR REPLACE INTO tolma_optionen VALUES ('aufbewahrung_jahre', ?1)",
-               {store::Variant(std::to_string(std::max(1, years)))});
+    core::setPositiveOption(g, "aufbewahrung_jahre", years);
 }
 
 long long DeletionPlan::totalRows() const {

@@ -7,6 +7,7 @@
 #include "core/db_connection.h"
 #include "core/error_log.h"
 #include "core/globals.h"
+#include "core/settings.h"
 #include "search/search_index.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
@@ -115,21 +116,11 @@ std::vector<ImportRun> takeBack(store::Connection& c, std::optional<long> from) 
 }
 
 int keptImportRuns(core::Globals& g) {
-    try {
-        if (auto v = g.stores.db_org.lookup(
-                "SELECT wert FROM tolma_optionen WHERE name = 'importlaeufe_behalten'", "wert"))
-            if (const long n = std::atol(v->toString().c_str()); n > 0) return static_cast<int>(n);
-    } catch (const std::exception&) {
-        // a settings store without the table: the default
-    }
-    return kDefaultKeptRuns;
+    return core::positiveOption(g, "importlaeufe_behalten", kDefaultKeptRuns);
 }
 
 void setKeptImportRuns(core::Globals& g, int runs) {
-    const auto& c = g.stores.db_org.connection();
-    c->execute("CREATE TABLE IF NOT EXISTS tolma_optionen (name TEXT PRIMARY KEY, wert TEXT)");
-    c->execute("INSERT OR REPLACE INTO tolma_optionen VALUES ('importlaeufe_behalten', ?1)",
-               {store::Variant(std::to_string(std::max(1, runs)))});
+    core::setPositiveOption(g, "importlaeufe_behalten", runs);
 }
 
 std::string describeRun(const ImportRun& run) {
