@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <functional>
+#include <unordered_map>
 
 #include "store/german_text.h"
+#include "text/text.h"
 
 namespace tolma::store::jet {
 namespace {
@@ -49,7 +52,10 @@ bool isOneOf(const std::string& u, std::initializer_list<const char*> words) {
 class Generator {
   public:
     Generator(const Catalog* catalog, int values)
-        : catalog_(catalog), values_(values), numeric_(static_cast<size_t>(values)) {}
+        : catalog_(catalog),
+          server_(catalog && catalog->server),
+          values_(values),
+          numeric_(static_cast<size_t>(values)) {}
 
     Generated statement(const ast::Statement& s) {
         Generated g;
@@ -61,11 +67,11 @@ class Generator {
                 g.sql = expr(*s.where).sql;
                 break;
             case ast::Statement::Kind::Insert: {
-                g.sql = "INSERT INTO " + bracket(s.table);
+                g.sql = "INSERT INTO " + ident(s.table);
                 if (!s.columns.empty()) {
                     g.sql += " (";
                     for (size_t i = 0; i < s.columns.size(); ++i)
-                        g.sql += (i ? ", " : "") + bracket(s.columns[i]);
+                        g.sql += (i ? ", " : "") + ident(s.columns[i]);
                     g.sql += ")";
                 }
                 if (s.select) {
@@ -79,14 +85,13 @@ class Generator {
                 break;
             }
             case ast::Statement::Kind::Update:
-                g.sql = "UPDATE " + bracket(s.table) + " SET ";
+                g.sql = "UPDATE " + ident(s.table) + " SET ";
                 for (size_t i = 0; i < s.columns.size(); ++i)
-                    g.sql +=
-                        (i ? ", " : "") + bracket(s.columns[i]) + " = " + expr(*s.values[i]).sql;
+                    g.sql += (i ? ", " : "") + ident(s.columns[i]) + " = " + expr(*s.values[i]).sql;
                 if (s.where) g.sql += " WHERE " + expr(*s.where).sql;
                 break;
             case ast::Statement::Kind::Delete:
-                g.sql = "DELETE FROM " + bracket(s.table);
+                g.sql = "DELETE FROM " + ident(s.table);
                 if (s.where) g.sql += " WHERE " + expr(*s.where).sql;
                 break;
             case ast::Statement::Kind::Other:
@@ -99,11 +104,27 @@ class Generator {
     }
 
   private:
+    // ---- names ---------------------------------------------------------------------------
+    // A name of a table, column or alias. The server's names are folded to lower case, as its
+    // tables were made, but for aliases the statement gives itself, which keep their spelling.
+    std::string ident(const std::string& name) const {
+        if (!server_) return bracket(name);
+        std::string lower = text::lowerAscii(name);
+        if (auto it = aliases_.find(lower); it != aliases_.end()) lower = it->second;
+        std::string q = "\"";
+        for (char c : lower) q += c == '"' ? std::string("\"\"") : std::string(1, c);
+        return q + "\"";
+    }
+    std::string tableQualifier(const std::string& name) const {
+        return server_ ? ident(name) : qualifier(name);
+    }
+    std::string param(int n) const { return (server_ ? "$" : "?") + std::to_string(n); }
+
     // ---- values --------------------------------------------------------------------------
     std::string number(const std::string& written) {
         numbers_.push_back(written);
         numeric_.push_back(true);
-        return "?" + std::to_string(values_ + static_cast<int>(numbers_.size()));
+        return param(values_ + static_cast<int>(numbers_.size()));
     }
     // The old engine reads a quoted number compared with a number as a number.
     void readAsNumber(const Expr& e) {
@@ -113,21 +134,27 @@ class Generator {
         return e.kind == ExprKind::Column && catalog_ && catalog_->isKey(e.name);
     }
     // Text is compared as the old engine compared it, except where a key column takes part.
-    static std::string german(const Out& o) {
+    std::string german(const Out& o) const {
+        if (server_) return "tolma_fold(" + o.sql + ")";
         return "(" + o.sql + ") COLLATE " + german::kCollation;
+    }
+    // The server weighs the letters first, then the marks, as the embedded store's collation.
+    static std::string serverOrder(const std::string& sql) {
+        return "ROW(tolma_primary(" + sql + ") COLLATE \"C\", tolma_fold(" + sql +
+               ") COLLATE \"C\")";
     }
 
     // ---- expressions ---------------------------------------------------------------------
     Out expr(const Expr& e) {
         switch (e.kind) {
             case ExprKind::Value:
-                return {"?" + std::to_string(e.value + 1), Type::Text};
+                return {param(e.value + 1), Type::Text};
             case ExprKind::Number:
                 return {number(e.number), Type::Number};
             case ExprKind::Null:
                 return {"NULL", Type::Null};
             case ExprKind::Column:
-                return {(e.qualifier.empty() ? "" : bracket(e.qualifier) + ".") + bracket(e.name),
+                return {(e.qualifier.empty() ? "" : ident(e.qualifier) + ".") + ident(e.name),
                         Type::Unknown, isKeyColumn(e)};
             case ExprKind::Star:
                 return {"*", Type::Unknown};
@@ -142,6 +169,10 @@ class Generator {
                 return binary(e);
             case ExprKind::Like: {
                 const Out a = expr(*e.args[0]), p = expr(*e.args[1]);
+                if (server_)
+                    return {std::string("(") + (e.negated ? "NOT " : "") + "tolma_like(" + a.sql +
+                                ", " + p.sql + "))",
+                            Type::Number};
                 return {"(" + a.sql + (e.negated ? " NOT LIKE " : " LIKE ") + p.sql + ")",
                         Type::Number};
             }
@@ -149,6 +180,7 @@ class Generator {
                 const Out a = expr(*e.args[0]);
                 std::string list;
                 bool numeric = a.type == Type::Number;
+                std::vector<std::string> items;
                 if (e.sub) {
                     list = select(*e.sub, nullptr);
                 } else {
@@ -156,7 +188,18 @@ class Generator {
                         if (a.type == Type::Number) readAsNumber(*e.args[i]);
                         const Out item = expr(*e.args[i]);
                         numeric = numeric || item.type == Type::Number;
+                        items.push_back(item.sql);
                         list += (i > 1 ? ", " : "") + item.sql;
+                    }
+                }
+                if (server_ && !numeric && !a.key) {
+                    // Both sides folded: the server has no collation that compares so.
+                    if (e.sub) {
+                        list = "SELECT tolma_fold(CAST(s.c AS text)) FROM (" + list + ") AS s(c)";
+                    } else {
+                        list.clear();
+                        for (const auto& item : items)
+                            list += (list.empty() ? "" : ", ") + german({item, Type::Text});
                     }
                 }
                 const std::string left = numeric || a.key ? a.sql : german(a);
@@ -172,6 +215,10 @@ class Generator {
                 const Out lo = expr(*e.args[1]), hi = expr(*e.args[2]);
                 const bool numeric =
                     a.type == Type::Number || lo.type == Type::Number || hi.type == Type::Number;
+                if (server_ && !numeric && !a.key)
+                    return {"(" + serverOrder(a.sql) + (e.negated ? " NOT BETWEEN " : " BETWEEN ") +
+                                serverOrder(lo.sql) + " AND " + serverOrder(hi.sql) + ")",
+                            Type::Number};
                 const std::string left = numeric || a.key ? a.sql : german(a);
                 return {"(" + left + (e.negated ? " NOT BETWEEN " : " BETWEEN ") + lo.sql +
                             " AND " + hi.sql + ")",
@@ -199,13 +246,31 @@ class Generator {
             if (a.type == Type::Number) readAsNumber(r);
             if (b.type == Type::Number) readAsNumber(l);
             const bool plain = a.type == Type::Number || b.type == Type::Number || a.key || b.key;
+            if (server_ && !plain) {
+                if (op == "=" || op == "<>")
+                    return {"(" + german(a) + " " + op + " " + german(b) + ")", Type::Number};
+                return {"(" + serverOrder(a.sql) + " " + op + " " + serverOrder(b.sql) + ")",
+                        Type::Number};
+            }
             return {"(" + a.sql + " " + op + " " + (plain ? b.sql : german(b)) + ")", Type::Number};
         }
-        const Out a = expr(l), b = expr(r);
+        Out a = expr(l), b = expr(r);
+        if (server_ && !isOneOf(op, {"AND", "OR", "&"})) {
+            // A bound number has no type of its own on the server: arithmetic reads it as one.
+            for (Out* o : {&a, &b})
+                if (o->type == Type::Number && o->sql.starts_with("$"))
+                    o->sql = "CAST(" + o->sql + " AS double precision)";
+        }
         if (op == "AND" || op == "OR")
             return {"(" + a.sql + " " + op + " " + b.sql + ")", Type::Number};
         // "&" joins texts; Null reads as empty text.
-        if (op == "&") return {"(jet_text(" + a.sql + ") || jet_text(" + b.sql + "))", Type::Text};
+        if (op == "&") {
+            if (server_)
+                return {"(coalesce(CAST(" + a.sql + " AS text), '') || coalesce(CAST(" + b.sql +
+                            " AS text), ''))",
+                        Type::Text};
+            return {"(jet_text(" + a.sql + ") || jet_text(" + b.sql + "))", Type::Text};
+        }
         if (op == "+") {
             // With a number on either side the sum is a number: a text on the other side is read as
             // one.
@@ -213,30 +278,42 @@ class Generator {
                 return {"(" + a.sql + " + " + b.sql + ")", Type::Number};
             if (a.type == Type::Text && b.type == Type::Text)
                 return {"(" + a.sql + " || " + b.sql + ")", Type::Text};
+            if (server_) return {"(" + a.sql + " + " + b.sql + ")", Type::Number};
             return {"jet_plus(" + a.sql + ", " + b.sql + ")",
                     Type::Unknown};  // decided by the values
         }
-        if (op == "/") return {"(CAST(" + a.sql + " AS REAL) / " + b.sql + ")", Type::Number};
+        const char* real = server_ ? " AS double precision) / " : " AS REAL) / ";
+        const char* integer = server_ ? " AS bigint)" : " AS INTEGER)";
+        if (op == "/") return {"(CAST(" + a.sql + real + b.sql + ")", Type::Number};
         if (op == "\\")
-            return {"(CAST(" + a.sql + " AS INTEGER) / CAST(" + b.sql + " AS INTEGER))",
+            return {"(CAST(" + a.sql + integer + " / CAST(" + b.sql + integer + ")", Type::Number};
+        if (op == "MOD") {
+            if (server_)
+                return {"(CAST(" + a.sql + integer + " % CAST(" + b.sql + integer + ")",
+                        Type::Number};
+            return {"(" + a.sql + " % " + b.sql + ")", Type::Number};
+        }
+        if (op == "^")
+            return {std::string(server_ ? "power(" : "jet_power(") + a.sql + ", " + b.sql + ")",
                     Type::Number};
-        if (op == "MOD") return {"(" + a.sql + " % " + b.sql + ")", Type::Number};
-        if (op == "^") return {"jet_power(" + a.sql + ", " + b.sql + ")", Type::Number};
         return {"(" + a.sql + " " + op + " " + b.sql + ")", Type::Number};  // - and *
     }
 
     Out call(const Expr& e) {
         std::vector<Out> a;
         for (const auto& arg : e.args) a.push_back(expr(*arg));
-        auto args = [&](size_t from = 0) {
+        std::function<std::string(size_t)> args = [&](size_t from) {
             std::string s;
             for (size_t i = from; i < a.size(); ++i) s += (i > from ? ", " : "") + a[i].sql;
             return s;
         };
         const std::string& f = e.op;
         auto fn = [&](const char* name, Type type) {
-            return Out{std::string(name) + "(" + args() + ")", type};
+            return Out{std::string(name) + "(" + args(0) + ")", type};
         };
+        if (server_) {
+            if (const auto out = serverCall(f, a, args); !out.sql.empty()) return out;
+        }
         if (f == "LEN") return fn("len", Type::Number);
         if (f == "UCASE") return fn("ucase", Type::Text);
         if (f == "LCASE") return fn("lcase", Type::Text);
@@ -260,12 +337,34 @@ class Generator {
         if (f == "DATE") return fn("jet_date", Type::Text);
         if (isOneOf(f, {"COUNT", "SUM", "AVG", "ABS", "INT", "FIX", "YEAR", "MONTH", "DAY", "ASC",
                         "ROUND"}))
-            return {e.op + "(" + args() + ")", Type::Number};
+            return {e.op + "(" + args(0) + ")", Type::Number};
         if ((f == "MIN" || f == "MAX") && a.size() == 1)
             return {e.op + "(" + (a[0].type == Type::Number || a[0].key ? a[0].sql : german(a[0])) +
                         ")",
                     a[0].type};
-        return {e.op + "(" + args() + ")", Type::Unknown};  // SQLite's own, or its error
+        return {e.op + "(" + args(0) + ")", Type::Unknown};  // SQLite's own, or its error
+    }
+
+    // The engine's functions in the server's SQL; empty for those both spell alike.
+    Out serverCall(const std::string& f, const std::vector<Out>& a,
+                   const std::function<std::string(size_t)>& args) const {
+        auto fn = [&](const char* name, Type type) {
+            return Out{std::string(name) + "(" + args(0) + ")", type};
+        };
+        if (f == "LEN") return fn("char_length", Type::Number);
+        if (f == "UCASE") return fn("tolma_upper", Type::Text);
+        if (f == "LCASE") return fn("tolma_fold", Type::Text);
+        if (f == "RIGHT") return fn("right", Type::Text);
+        if (f == "VAL") return fn("tolma_val", Type::Number);
+        if (f == "INSTR" && a.size() == 2)
+            return {"strpos(tolma_fold(" + a[0].sql + "), tolma_fold(" + a[1].sql + "))",
+                    Type::Number};
+        if (f == "NOW") return {"to_char(localtimestamp, 'YYYY-MM-DD HH24:MI:SS')", Type::Text};
+        if (f == "DATE") return {"to_char(current_date, 'YYYY-MM-DD')", Type::Text};
+        if (f == "INT") return fn("floor", Type::Number);
+        if (f == "FIX") return fn("trunc", Type::Number);
+        if (f == "ASC") return fn("ascii", Type::Number);
+        return {};
     }
 
     // ---- SELECT --------------------------------------------------------------------------
@@ -273,12 +372,13 @@ class Generator {
         using Kind = ast::TableSource::Kind;
         if (s.kind == Kind::Table) {
             if (parts)
-                parts->tables.push_back({s.name, qualifier(s.alias.empty() ? s.name : s.alias)});
-            return bracket(s.name) + (s.alias.empty() ? "" : " AS " + bracket(s.alias));
+                parts->tables.push_back(
+                    {s.name, tableQualifier(s.alias.empty() ? s.name : s.alias)});
+            return ident(s.name) + (s.alias.empty() ? "" : " AS " + ident(s.alias));
         }
         if (s.kind == Kind::Derived) {
             if (parts) parts->derivedTable = true;
-            return "(" + select(*s.sub, nullptr) + ") AS " + bracket(s.alias);
+            return "(" + select(*s.sub, nullptr) + ") AS " + ident(s.alias);
         }
         if (parts && s.join != "INNER") parts->outerJoin = true;
         const std::string left = source(*s.left, parts, false);
@@ -289,12 +389,24 @@ class Generator {
 
     // An ORDER BY or GROUP BY term: text in German order, a key column by its index.
     // Behind a UNION a term must name a column of the result as it stands.
-    std::string term(const Expr& e, bool compound = false) {
+    std::string term(const Expr& e, bool compound = false, bool descending = false) {
+        const char* dir = descending ? " DESC" : "";
         if (e.kind == ExprKind::Number)  // a column's position, as written
-            return e.number + " COLLATE " + german::kCollation;
-        const Out o = expr(e);
-        if (o.type == Type::Number || o.key) return o.sql;
-        return compound ? o.sql + " COLLATE " + german::kCollation : german(o);
+            return e.number + (server_ ? "" : std::string(" COLLATE ") + german::kCollation) + dir;
+        Out o = expr(e);
+        if (server_ && e.kind == ExprKind::Column && e.qualifier.empty())
+            // The server lets an ORDER BY name a column of the result only bare, not inside
+            // the functions that order German text: the aliased expression stands in.
+            if (auto it = aliasExprs_.find(text::lowerAscii(e.name)); it != aliasExprs_.end())
+                o = it->second;
+        if (o.type == Type::Number || o.key) return o.sql + dir;
+        if (server_)
+            // The letters first, then the marks; a grouping keeps the text as it stands, which
+            // its select list names.
+            return compound || !ordering_ ? o.sql + dir
+                                          : "tolma_primary(" + o.sql + ") COLLATE \"C\"" + dir +
+                                                ", tolma_fold(" + o.sql + ") COLLATE \"C\"" + dir;
+        return (compound ? o.sql + " COLLATE " + german::kCollation : german(o)) + dir;
     }
 
     static bool aggregateCall(const Expr& e) {
@@ -313,10 +425,17 @@ class Generator {
         p.distinct = s.distinct;
         p.aggregate = !s.groupBy.empty() || s.having || !s.top.empty();
 
+        if (server_)
+            for (const auto& item : s.items)
+                // An alias that only respells its column keeps the column's name.
+                if (!item.alias.empty() &&
+                    !(item.expr && item.expr->kind == ExprKind::Column &&
+                      text::lowerAscii(item.expr->name) == text::lowerAscii(item.alias)))
+                    aliases_[text::lowerAscii(item.alias)] = item.alias;
         std::string items;
         // DISTINCT over plain items becomes a grouping, so that the German comparison decides
         // which rows are the same; a * leaves it to SQLite.
-        bool groupForDistinct = s.distinct && s.groupBy.empty();
+        bool groupForDistinct = s.distinct && s.groupBy.empty() && !server_;
         for (const auto& item : s.items) {
             if (!item.expr || aggregateCall(*item.expr)) groupForDistinct = false;
             if (item.expr && aggregateCall(*item.expr)) p.aggregate = true;
@@ -326,12 +445,13 @@ class Generator {
             const auto& item = s.items[i];
             std::string text;
             if (!item.expr) {
-                text = item.qualifier.empty() ? "*" : bracket(item.qualifier) + ".*";
+                text = item.qualifier.empty() ? "*" : ident(item.qualifier) + ".*";
             } else {
                 const Out o = expr(*item.expr);
                 text = o.sql;
+                if (server_ && !item.alias.empty()) aliasExprs_[text::lowerAscii(item.alias)] = o;
                 if (!item.alias.empty())
-                    text += " AS " + bracket(item.alias);
+                    text += " AS " + ident(item.alias);
                 else if (item.expr->kind != ExprKind::Column) {
                     text += " AS " + quotedName(item.written);
                     if (item.written.find_first_of("'\"#") != std::string::npos)
@@ -375,9 +495,11 @@ class Generator {
         }
         if (!s.orderBy.empty()) {
             std::string order;
+            ordering_ = true;
             for (size_t i = 0; i < s.orderBy.size(); ++i)
-                order += (i ? ", " : "") + term(*s.orderBy[i].expr, !s.unions.empty()) +
-                         (s.orderBy[i].descending ? " DESC" : "");
+                order += (i ? ", " : "") +
+                         term(*s.orderBy[i].expr, !s.unions.empty(), s.orderBy[i].descending);
+            ordering_ = false;
             p.orderBy = order;
             sql += " ORDER BY " + order;
         }
@@ -386,6 +508,10 @@ class Generator {
     }
 
     const Catalog* catalog_;
+    bool server_;
+    bool ordering_ = false;
+    std::unordered_map<std::string, std::string> aliases_;  // folded name, as written
+    std::unordered_map<std::string, Out> aliasExprs_;       // folded name, its expression
     int values_;
     std::vector<bool> numeric_;
     std::vector<std::string> numbers_;

@@ -28,6 +28,9 @@ struct Catalog {
     std::unordered_set<std::string> keyColumns;  // folded names
     std::string fingerprint;                     // tells catalogs apart among the cached shapes
     std::size_t id = 0;                          // the fingerprint's hash, for the shapes' keys
+    // The store is on a PostgreSQL server: texts are generated in its SQL (the fingerprint says
+    // so too, so that the two kinds never share a shape).
+    bool server = false;
     bool isKey(std::string_view column) const;
 };
 
