@@ -356,9 +356,21 @@ class Generator {
         if (f == "LCASE") return fn("tolma_fold", Type::Text);
         if (f == "RIGHT") return fn("right", Type::Text);
         if (f == "VAL") return fn("tolma_val", Type::Number);
-        if (f == "INSTR" && a.size() == 2)
-            return {"strpos(tolma_fold(" + a[0].sql + "), tolma_fold(" + a[1].sql + "))",
+        if (f == "INSTR" && (a.size() == 2 || a.size() == 3))
+            return {"tolma_instr(" + (a.size() == 3 ? a[0].sql : std::string("1")) + ", " +
+                        a[a.size() - 2].sql + ", " + a.back().sql + ")",
                     Type::Number};
+        if (f == "FORMAT" && a.size() == 1) return {"CAST(" + a[0].sql + " AS text)", Type::Text};
+        if (f == "FORMAT" && a.size() == 2)
+            return {"tolma_format(CAST(" + a[0].sql + " AS text), " + a[1].sql + ")", Type::Text};
+        if ((f == "MIN" || f == "MAX") && a.size() == 1 && a[0].type != Type::Number && !a[0].key) {
+            // The first in German order, which no collation of the server gives.
+            const char* dir = f == "MIN" ? "" : " DESC";
+            return {"(array_agg(" + a[0].sql + " ORDER BY tolma_primary(" + a[0].sql +
+                        ") COLLATE \"C\"" + dir + ", tolma_fold(" + a[0].sql + ") COLLATE \"C\"" +
+                        dir + "))[1]",
+                    a[0].type};
+        }
         if (f == "NOW") return {"to_char(localtimestamp, 'YYYY-MM-DD HH24:MI:SS')", Type::Text};
         if (f == "DATE") return {"to_char(current_date, 'YYYY-MM-DD')", Type::Text};
         if (f == "INT") return fn("floor", Type::Number);

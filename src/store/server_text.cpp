@@ -66,6 +66,48 @@ BEGIN
 END
 $$)";
 
+// Format() of a date as the store holds dates ("YYYY-MM-DD[ HH:MM:SS]") with the old engine's
+// codes yyyy, yy, mm, dd, hh, nn, ss; another value stays as it is.
+constexpr const char* kFormat = R"(CREATE OR REPLACE FUNCTION tolma_format(v text, f text)
+RETURNS text LANGUAGE plpgsql IMMUTABLE STRICT PARALLEL SAFE AS $$
+DECLARE
+    result text := '';
+    i int := 1;
+    n int := char_length(f);
+    code text;
+    hh text := '00';
+    mi text := '00';
+    ss text := '00';
+BEGIN
+    IF octet_length(v) < 10 OR substr(v, 5, 1) <> '-' OR substr(v, 8, 1) <> '-' THEN
+        RETURN v;
+    END IF;
+    IF char_length(v) >= 16 THEN hh := substr(v, 12, 2); mi := substr(v, 15, 2); END IF;
+    IF char_length(v) >= 19 THEN ss := substr(v, 18, 2); END IF;
+    WHILE i <= n LOOP
+        code := lower(substr(f, i, 4));
+        IF code = 'yyyy' THEN
+            result := result || substr(v, 1, 4); i := i + 4;
+        ELSIF left(code, 2) = 'yy' THEN
+            result := result || substr(v, 3, 2); i := i + 2;
+        ELSIF left(code, 2) = 'mm' THEN
+            result := result || substr(v, 6, 2); i := i + 2;
+        ELSIF left(code, 2) = 'dd' THEN
+            result := result || substr(v, 9, 2); i := i + 2;
+        ELSIF left(code, 2) = 'hh' THEN
+            result := result || hh; i := i + 2;
+        ELSIF left(code, 2) = 'nn' THEN
+            result := result || mi; i := i + 2;
+        ELSIF left(code, 2) = 'ss' THEN
+            result := result || ss; i := i + 2;
+        ELSE
+            result := result || substr(f, i, 1); i := i + 1;
+        END IF;
+    END LOOP;
+    RETURN result;
+END
+$$)";
+
 }  // namespace
 
 std::vector<std::string> serverTextFunctionSql() {
@@ -82,6 +124,12 @@ std::vector<std::string> serverTextFunctionSql() {
         "chr(9), '') from '^[+-]?(?:[0-9]+[.]?[0-9]*|[.][0-9]+)(?:[eE][+-]?[0-9]+)?')::double "
         "precision, 0)$$",
         kLikeRegex,
+        kFormat,
+        // InStr([start,] text, sought): 1-based, without regard to case; 0 when not there.
+        "CREATE OR REPLACE FUNCTION tolma_instr(bigint, text, text) RETURNS bigint LANGUAGE sql "
+        "IMMUTABLE STRICT PARALLEL SAFE AS $$SELECT CASE WHEN $1 < 1 OR $1 > char_length($2) "
+        "THEN 0 ELSE coalesce(nullif(strpos(substr(tolma_fold($2), $1::int), tolma_fold($3)), "
+        "0) + $1 - 1, 0) END$$",
         "CREATE OR REPLACE FUNCTION tolma_like(text, text) RETURNS boolean LANGUAGE sql "
         "IMMUTABLE STRICT PARALLEL SAFE AS $$SELECT tolma_fold($1) ~ "
         "tolma_like_regex(tolma_fold($2))$$",

@@ -108,6 +108,11 @@ TEST(ServerQueries, TheQueryLanguageAnswersAsOnTheEmbeddedStore) {
         "Left([b-eintr-name], 2) AS l FROM betrieb" +
             byNumber,
         "SELECT 7 \\ 2 AS a, 7 MOD 3 AS b, 2 ^ 3 AS c FROM betrieb WHERE [betr-nr] = '1001'",
+        "SELECT InStr(3, [b-eintr-name], 'L') AS a, InStr([b-eintr-name], '') AS b FROM betrieb" +
+            byNumber,
+        "SELECT Format('2024-03-05 07:08:09', 'dd.mm.yyyy hh:nn:ss (yy)') AS f, Format([betr-nr]) "
+        "AS g, Format('x', 'yyyy') AS h FROM betrieb WHERE [betr-nr] = '1001'",
+        "SELECT Min([b-eintr-name]) AS a, Max([b-eintr-name]) AS b FROM betrieb",
         "SELECT Count(*) AS n FROM betrieb WHERE [betr-nr] IN (SELECT [betr-nr] FROM betrieb "
         "WHERE [meld-art] = '03')",
     };
