@@ -58,9 +58,9 @@ std::vector<Heading> personTables() {
 }
 
 // The row's non-empty fields, leaving out those named in `skip`.
-std::vector<Fact> factsOf(store::Statement& st, int first, const std::vector<std::string>& skip) {
+std::vector<Fact> factsOf(store::Statement& st, const std::vector<std::string>& skip) {
     std::vector<Fact> facts;
-    for (int i = first; i < st.columnCount(); ++i) {
+    for (int i = 0; i < st.columnCount(); ++i) {
         const std::string field = st.columnName(i);
         if (std::find(skip.begin(), skip.end(), field) != skip.end()) continue;
         const std::string value = text::trimBlanks(st.column(i).toString());
@@ -181,7 +181,7 @@ Disclosure gatherDisclosure(store::Connection& c, const std::string& persNr,
             while (st->step())
                 section.groups.push_back(
                     {std::string(h.row) + " " + std::to_string(section.groups.size() + 1),
-                     factsOf(*st, 0, skip)});
+                     factsOf(*st, skip)});
         }
         if (section.groups.size() == 1 && h.table == "person") section.groups[0].title.clear();
         if (!section.groups.empty()) counted[std::string(h.table)] = section.groups.size();
