@@ -6,6 +6,7 @@
 
 #include "core/output_file.h"
 #include "model/relations.h"
+#include "print/record_report.h"
 #include "protection/protocol.h"
 #include "search/index_words.h"
 #include "search/phonetic.h"
@@ -110,7 +111,12 @@ FactGroup businessOf(store::Connection& c, store::Statement& link) {
     if (address->step())
         for (int i = 0; i < address->columnCount(); ++i)
             add(address->columnName(i), address->column(i).toString());
-    for (int i = 3; i < link.columnCount(); ++i) add(link.columnName(i), link.column(i).toString());
+    for (int i = 3; i < link.columnCount(); ++i) {
+        add(link.columnName(i), link.column(i).toString());
+        // The code as stored, and in words for the reader.
+        if (link.columnName(i) == "p-funktion")
+            add("Funktion", print::functionName(link.column(i)));
+    }
     if (run) {
         add("Importlauf", std::to_string(run->lauf));
         add("Importdatei", run->datei);

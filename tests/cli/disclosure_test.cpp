@@ -145,6 +145,7 @@ TEST_F(DisclosureTest, APersonOfTwoBusinessesIsDisclosedWholeInTheCsvAndThePdf) 
     EXPECT_EQ(facts.count({"Betriebe", "b-eintr-name"}), 2u);
     EXPECT_EQ(facts.count({"Betriebe", "b-ort"}), 2u);
     EXPECT_EQ(facts.count({"Betriebe", "p-funktion"}), 2u);
+    EXPECT_EQ(facts.find({"Betriebe", "Funktion"})->second, "Einzelgewerbetreibender");
     const auto run = facts.equal_range({"Betriebe", "Importdatei"});
     ASSERT_NE(run.first, run.second);
     EXPECT_NE(run.first->second.find("erste.tml"), std::string::npos);
