@@ -19,6 +19,7 @@
 #include "core/program_paths.h"
 #include "core/start.h"
 #include "transfer/import_driver.h"
+#include "ui/disclosure_window.h"
 #include "ui/import_windows.h"
 #include "ui/main_window.h"
 #include "ui/protection_windows.h"
@@ -72,6 +73,15 @@ void saveForms(tolma::ui::MainWindow& window, tolma::core::Globals& g, const QSt
         search->search();
         save(window, out, "suchen.png");
         g.shell->unloadForm("Frm_Suchen");
+    }
+
+    // A disclosure: the persons of a name, one to choose.
+    window.trigger("menue_auskunft");
+    if (auto* disclosure = window.findChild<tolma::ui::DisclosureWindow*>("Frm_Auskunft")) {
+        disclosure->nameBox()->setText("Carstensen");
+        disclosure->search();
+        save(window, out, "auskunft.png");
+        g.shell->unloadForm("Frm_Auskunft");
     }
 
     // Checking the sample file against the store that holds it, and the runs to take back.

@@ -5,12 +5,13 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 out=$(realpath -m "${1:?Aufruf: tools/screenshots.sh AUSGABEVERZEICHNIS}")
 build=${BUILD:-build}
-if [ ! -x "$build/tools/tolma-screenshots" ]; then
+if [ ! -x "$build/tools/tolma-screenshots" ] || [ ! -x "$build/bin/tolma-cli" ]; then
     [ -z "${BUILD:-}" ] || { echo "$build/tools/tolma-screenshots fehlt" >&2; exit 1; }
     bash tools/build.sh
 fi
 home=$(mktemp -d)
-trap 'rm -rf "$home"' EXIT
+pdfhome=$(mktemp -d)
+trap 'rm -rf "$home" "$pdfhome"' EXIT
 if command -v xvfb-run > /dev/null; then
     # With a window manager where one is installed (Debian's openbox), the pictures of the whole
     # screen show the window framed, in the room a clerk has on a 1024×768 display.
@@ -27,4 +28,9 @@ else
     QT_SCALE_FACTOR=1.5 QT_QPA_PLATFORM=offscreen "$build/tools/tolma-screenshots" "$out/150" \
         "$home" data/beispiel.tml
 fi
+# A disclosure as the command line writes it: its first page as a picture.
+"$build/bin/tolma-cli" --home "$pdfhome" --yes import data/beispiel.tml > /dev/null
+"$build/bin/tolma-cli" --home "$pdfhome" auskunft --name Petersen --vornamen Jens \
+    --pdf "$pdfhome/auskunft.pdf" > /dev/null
+pdftoppm -png -r 100 -f 1 -singlefile "$pdfhome/auskunft.pdf" "$out/auskunft-pdf"
 ls "$out"

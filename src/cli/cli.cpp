@@ -83,6 +83,7 @@ int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream
     if (command == "auswertung") return commandAuswertung(options, rest, out, err);
     if (command == "search") return commandSearch(options, rest, out, err);
     if (command == "loeschen") return commandLoeschen(options, rest, out, err);
+    if (command == "auskunft") return commandAuskunft(options, rest, out, err);
     if (command == "protokoll") return commandProtokoll(options, rest, out, err);
     if (command == "server") return commandServer(options, rest, out, err);
     err << "Unbekannter Befehl: " << command << "\nHilfe: tolma-cli --help\n";

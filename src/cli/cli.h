@@ -39,6 +39,8 @@ int commandSql(const Options& options, const std::vector<std::string>& args, std
                std::ostream& err);
 int commandLoeschen(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                     std::ostream& err);
+int commandAuskunft(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                    std::ostream& err);
 int commandProtokoll(const Options& options, const std::vector<std::string>& args,
                      std::ostream& out, std::ostream& err);
 int commandServer(const Options& options, const std::vector<std::string>& args, std::ostream& out,

@@ -64,6 +64,24 @@ constexpr Page kPages[] = {
      "\n"
      "Rückgabewerte: 0 gelöscht (oder nichts zu löschen), 1 Fehler (nichts geändert),\n"
      "2 falscher Aufruf, 3 Frage verneint.\n"},
+    {"auskunft",
+     "Aufruf: tolma-cli [--home VERZEICHNIS] auskunft --name NAME [--vornamen V]\n"
+     "                  [--geburtsdatum TT.MM.JJJJ] (--pdf DATEI | --csv DATEI)\n"
+     "\n"
+     "Schreibt eine Auskunft über alles, was der Datenbestand zu einer Person speichert: ihre\n"
+     "Felder, Staatsangehörigkeiten, Erlaubnisse und Handwerkskarten und jeden Betrieb, zu dem\n"
+     "sie gehört (Name, Anschrift, Funktion, Ein- und Austritt, Importlauf der Daten). Der\n"
+     "Name wird wie bei „search“ verglichen (ä/ae, ß/ss, Groß- und Kleinschreibung). Passen\n"
+     "mehrere Personen, werden sie aufgelistet und nichts geschrieben. Jede Auskunft wird ohne\n"
+     "personenbezogene Daten protokolliert.\n"
+     "\n"
+     "  --vornamen V          nur Personen mit diesen Vornamen\n"
+     "  --geburtsdatum TAG    nur Personen, die an diesem Tag geboren sind\n"
+     "  --pdf DATEI           die Auskunft als PDF-Datei (A4)\n"
+     "  --csv DATEI           die Auskunft als CSV-Datei (UTF-8, Semikolons), ein Feld je Zeile\n"
+     "\n"
+     "Rückgabewerte: 0 geschrieben, 1 keine oder mehrere Personen gefunden oder Fehler,\n"
+     "2 falscher Aufruf.\n"},
     {"protokoll",
      "Aufruf: tolma-cli [--home VERZEICHNIS] protokoll\n"
      "\n"
@@ -180,6 +198,7 @@ void printOverview(std::ostream& out) {
            "  options      ändert Datenart und Gemeindefilter\n"
            "  sql          führt eine Anweisung in der Abfragesprache des Programms aus\n"
            "  loeschen     löscht Betriebe nach Ablauf der Löschfrist\n"
+           "  auskunft     schreibt eine Auskunft über die Daten einer Person\n"
            "  protokoll    zeigt das Protokoll der Löschungen und Auskünfte\n"
            "  server       richtet einen Datenspeicher auf einem PostgreSQL-Server ein\n"
            "\n"

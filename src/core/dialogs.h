@@ -37,6 +37,13 @@ class Dialogs {
         (void)startDirectory, (void)filter, (void)filterIndex;
         return {};
     }
+    // The file dialog for saving under `title`: the file to write, proposed as `proposed`, or
+    // the empty text when the clerk cancels. The filter as above.
+    virtual std::string chooseSaveFile(const std::string& title, const std::string& proposed,
+                                       const std::string& filter) {
+        (void)title, (void)proposed, (void)filter;
+        return {};
+    }
 };
 
 }  // namespace tolma::core

@@ -177,6 +177,16 @@ void DS_Druck_Zeile(core::Globals& g, PrintState& d, const std::string& text) {
     }
 }
 
+std::string functionName(const store::Variant& value) {
+    static const char* functions[] = {"Einzelgewerbetreibender",
+                                      "Geschäftsführender Gesellschafter", "Gesetzlicher Vertreter",
+                                      "Inhaber"};
+    const double n = value.toReal();
+    for (int k = 1; k <= 4; ++k)
+        if (n == k) return functions[k - 1];
+    return {};
+}
+
 std::string reportFieldText(core::Globals& g, const std::string& name, int type,
                             const store::Variant& value, const std::string& previous) {
     const std::string text = value.toString();
@@ -188,12 +198,7 @@ std::string reportFieldText(core::Globals& g, const std::string& name, int type,
     if (name == "geb-datum")
         return model::mid(text, 7, 2) + "." + model::mid(text, 5, 2) + "." + model::mid(text, 1, 4);
     if (name != "p-funktion") return text;
-    static const char* functions[] = {"Einzelgewerbetreibender",
-                                      "Geschäftsführender Gesellschafter", "Gesetzlicher Vertreter",
-                                      "Inhaber"};
-    const double n = value.toReal();
-    for (int k = 1; k <= 4; ++k)
-        if (n == k) return functions[k - 1];
+    if (std::string function = functionName(value); !function.empty()) return function;
     // No known function: the record view's box is emptied and the text stays what it was.
     g.forms.startView.TextPers_8.clear();
     return previous;

@@ -63,6 +63,9 @@ void DS_Druck_1(core::Globals& g, PrintState& d, const std::string& kind, const 
 void DS_Druck_2(core::Globals& g, PrintState& d, store::Recordset& rs, const std::string& tableName,
                 int number);
 
+// What a person does in a business, by its p-funktion (1 to 4); empty for any other value.
+std::string functionName(const store::Variant& value);
+
 // The text printed behind a field's label. `previous` is the text of the field before, which a
 // p-funktion of no known value prints again.
 std::string reportFieldText(core::Globals& g, const std::string& name, int type,

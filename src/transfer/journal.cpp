@@ -123,6 +123,24 @@ void setKeptImportRuns(core::Globals& g, int runs) {
     core::setPositiveOption(g, "importlaeufe_behalten", runs);
 }
 
+std::optional<ImportRun> runThatWrote(store::Connection& c, const std::string& table,
+                                      long long rowid) {
+    if (!tableExists(c, "tolma_import_lauf") || !tableExists(c, "tolma_import_marke"))
+        return std::nullopt;
+    std::string sql =
+        "SELECT l.lauf, l.datum, l.datei, l.betriebe, l.zurueckgenommen FROM tolma_import_lauf l "
+        "WHERE l.zurueckgenommen = 0 AND (EXISTS (SELECT 1 FROM tolma_import_marke m WHERE "
+        "m.lauf = l.lauf AND m.tabelle = ?1 AND m.hoechste < ?2)";
+    if (const std::string record = recordTableOf(table); tableExists(c, record))
+        sql += " OR EXISTS (SELECT 1 FROM " + store::jet::quoteName(record) +
+               " r WHERE r.lauf = l.lauf AND r.rid = ?2 AND r.art IN ('I', 'U'))";
+    auto st = c.prepare(sql + ") ORDER BY l.lauf DESC LIMIT 1");
+    st->bind(1, store::Variant(table));
+    st->bind(2, store::Variant(rowid));
+    if (!st->step()) return std::nullopt;
+    return runFrom(*st);
+}
+
 std::string describeRun(const ImportRun& run) {
     return "Lauf " + std::to_string(run.lauf) + " vom " + run.datum + ": " +
            std::filesystem::path(run.datei).filename().string() + ", " +

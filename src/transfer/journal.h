@@ -64,6 +64,14 @@ TakeBackResult askAndTakeBack(core::Globals& g, std::optional<long> from);
 void forgetImages(store::Connection& c, const std::string& table, const std::string& condition,
                   const std::vector<std::string>& params);
 
+// The run a row of `table` (by its row id) came from, as far as the record tells: the newest run
+// not taken back that inserted or changed the row, or whose mark for the table lies below the
+// row id (rows above the mark were inserted during that run, and no later run's mark lies below
+// them). None for a row older than every recorded run. A row written outside an import after
+// the newest run counts as that run's.
+std::optional<ImportRun> runThatWrote(store::Connection& c, const std::string& table,
+                                      long long rowid);
+
 // "Lauf 3 vom 24.11.2026 21:00:00: beispiel.tml, 52 Betriebe"
 std::string describeRun(const ImportRun& run);
 

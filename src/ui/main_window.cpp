@@ -17,6 +17,7 @@
 #include "core/menu.h"
 #include "core/version.h"
 #include "transfer/import_driver.h"
+#include "ui/disclosure_window.h"
 #include "ui/evaluation_window.h"
 #include "ui/export_window.h"
 #include "ui/import_windows.h"
@@ -45,6 +46,7 @@ const MenuDef kMenu[] = {
     {2, "menue_suchen_betrieb", "öffnen (&Betrieb)"},
     {2, "menue_suchen_person", "öffnen (&Person)"},
     {2, "menue_suchen_alle", "&Suchen..."},
+    {2, "menue_auskunft", "&Auskunft über eine Person..."},
     {2, "menue_drucken", "&drucken..."},
     {3, "menue_druck_betrieb", "aktueller &Betrieb"},
     {3, "menue_druck_Person", "aktuelle &Person"},
@@ -241,6 +243,20 @@ void MainWindow::openSearch() {
     form->box()->setFocus();
 }
 
+void MainWindow::openDisclosure() {
+    if (auto* open = mdiArea_->findChild<DisclosureWindow*>("Frm_Auskunft")) {
+        if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget()))
+            mdiArea_->setActiveSubWindow(sub);
+        open->nameBox()->setFocus();
+        return;
+    }
+    auto* form = new DisclosureWindow(g_);
+    QMdiSubWindow* window =
+        addChild(form, QSize(std::min(720, mdiArea_->viewport()->width()), 420));
+    connect(form, &DisclosureWindow::closeRequested, window, &QMdiSubWindow::close);
+    form->nameBox()->setFocus();
+}
+
 void MainWindow::openEvaluation() {
     if (auto* open = mdiArea_->findChild<EvaluationWindow*>("Frm_Auswertung")) {
         if (auto* sub = qobject_cast<QMdiSubWindow*>(open->parentWidget()))
@@ -369,6 +385,8 @@ void MainWindow::trigger(const std::string& name) {
             core::menue_DB_auswahl_export(g_);
         } else if (name == "menue_suchen_alle") {
             openSearch();
+        } else if (name == "menue_auskunft") {
+            openDisclosure();
         } else if (name == "menue_extras_auswertungen") {
             openEvaluation();
         } else if (name == "menue_import_pruefen") {

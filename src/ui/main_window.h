@@ -63,6 +63,7 @@ class MainWindow : public QMainWindow, public core::Shell {
     void openInfo();
     void openEvaluation();
     void openSearch();
+    void openDisclosure();
     QMdiSubWindow* addChild(QWidget* widget, const QSize& size);
     void fitListWindow(QMdiSubWindow* window, ListWindow* list);
 

@@ -49,9 +49,10 @@ int QtDialogs::MsgBox(const std::string& text, int style, const std::string& tit
     return core::msg::vbOK;
 }
 
-std::string QtDialogs::chooseFile(const std::string& startDirectory, const std::string& filter,
-                                  int filterIndex) {
-    // "Text|pattern|Text|pattern|" of the old platform as Qt's "Text (pattern);;Text (pattern)".
+namespace {
+
+// "Text|pattern|Text|pattern|" of the old platform as Qt's "Text (pattern)" each.
+QStringList nameFilters(const std::string& filter) {
     const QStringList parts = QString::fromStdString(filter).split('|', Qt::SkipEmptyParts);
     QStringList filters;
     for (int i = 0; i + 1 < parts.size(); i += 2) {
@@ -59,6 +60,14 @@ std::string QtDialogs::chooseFile(const std::string& startDirectory, const std::
         if (!name.contains('(')) name += " (" + parts[i + 1] + ")";
         filters << name;
     }
+    return filters;
+}
+
+}  // namespace
+
+std::string QtDialogs::chooseFile(const std::string& startDirectory, const std::string& filter,
+                                  int filterIndex) {
+    const QStringList filters = nameFilters(filter);
     QFileDialog dialog(parent_, QString(), QString::fromStdString(startDirectory));
     dialog.setFileMode(QFileDialog::ExistingFile);
     dialog.setNameFilters(filters);
@@ -66,6 +75,14 @@ std::string QtDialogs::chooseFile(const std::string& startDirectory, const std::
         dialog.selectNameFilter(filters[filterIndex - 1]);
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return {};
     return dialog.selectedFiles().first().toStdString();
+}
+
+std::string QtDialogs::chooseSaveFile(const std::string& title, const std::string& proposed,
+                                      const std::string& filter) {
+    return QFileDialog::getSaveFileName(parent_, QString::fromStdString(title),
+                                        QString::fromStdString(proposed),
+                                        nameFilters(filter).join(";;"))
+        .toStdString();
 }
 
 void QtDialogs::openInViewer(const std::string& path) {

@@ -18,6 +18,8 @@ class QtDialogs : public core::Dialogs {
     void openInViewer(const std::string& path) override;
     std::string chooseFile(const std::string& startDirectory, const std::string& filter,
                            int filterIndex) override;
+    std::string chooseSaveFile(const std::string& title, const std::string& proposed,
+                               const std::string& filter) override;
 
   private:
     QWidget* parent_;

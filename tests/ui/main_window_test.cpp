@@ -26,6 +26,7 @@
 #include <QtTest>
 
 #include <filesystem>
+#include <fstream>
 #include <functional>
 
 #include "browse/record_view.h"
@@ -33,6 +34,7 @@
 #include "core/start.h"
 #include "transfer/import_driver.h"
 #include "transfer/journal.h"
+#include "ui/disclosure_window.h"
 #include "ui/evaluation_window.h"
 #include "ui/import_windows.h"
 #include "ui/keyboard.h"
@@ -669,6 +671,40 @@ class MainWindowTest : public QObject {
         form->box()->setFocus();
         QTest::keyClick(form->box(), Qt::Key_Escape);
         QTRY_VERIFY(window->findChild<tolma::ui::SearchWindow*>("Frm_Suchen") == nullptr);
+    }
+
+    void disclosureListsThePersonsOfANameAndSavesTheChosenOne() {
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        window->trigger("menue_auskunft");
+        auto* form = window->findChild<tolma::ui::DisclosureWindow*>("Frm_Auskunft");
+        QVERIFY(form != nullptr);
+        QTest::keyClicks(form->nameBox(), "carstensen");
+        QTest::keyClick(form->nameBox(), Qt::Key_Return);
+        QCOMPARE(form->table()->rowCount(), 2);
+        QCOMPARE(form->status()->text(), QString("2 Personen gefunden; bitte eine wählen."));
+        int birte = -1;
+        for (int r = 0; r < 2; ++r)
+            if (form->table()->item(r, 2)->text() == "Birte") birte = r;
+        QVERIFY(birte >= 0);
+        form->table()->selectRow(birte);
+        const auto file = home / "auskunft.csv";
+        auto* csv = form->findChild<QPushButton*>("Command_CSV");
+        csv->click();  // cancelled: nothing written
+        QVERIFY(!std::filesystem::exists(file));
+        dialogs.saveFile = file.string();
+        csv->click();
+        std::ifstream in(file, std::ios::binary);
+        const std::string written((std::istreambuf_iterator<char>(in)), {});
+        QVERIFY(written.find("vornamen;Birte") != std::string::npos);
+        QVERIFY(written.find("Hauke") == std::string::npos);
+        QVERIFY(form->status()->text().contains("gespeichert"));
+
+        form->birthBox()->setText("1972-01-18");
+        form->search();
+        QVERIFY(QString::fromStdString(dialogs.shown.back()).contains("TT.MM.JJJJ"));
+        form->findChild<QPushButton*>("Command_Schliessen")->click();
+        QTRY_VERIFY(window->findChild<tolma::ui::DisclosureWindow*>("Frm_Auskunft") == nullptr);
     }
 
     void helpOpensThePageWhereItStandsAndAMissingOneShowsNothing() {

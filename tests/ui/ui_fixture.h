@@ -31,6 +31,11 @@ class ScriptedDialogs : public tolma::core::Dialogs {
         if (whileChoosing) whileChoosing();
         return file;
     }
+    std::string saveFile;  // what the save dialog answers; empty: cancelled
+    std::string chooseSaveFile(const std::string&, const std::string&,
+                               const std::string&) override {
+        return saveFile;
+    }
 };
 
 // The program's state and its main window as the desktop program makes them, with the scripted

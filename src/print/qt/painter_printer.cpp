@@ -1,5 +1,6 @@
 #include "print/qt/painter_printer.h"
 
+#include <QBuffer>
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QPageLayout>
@@ -144,6 +145,20 @@ std::unique_ptr<QGuiApplication> ensureGuiApplication() {
     argv[2] = platform;
     argv[3] = nullptr;
     return std::make_unique<QGuiApplication>(argc, argv);
+}
+
+std::string paintPdf(const std::function<void(Printer&)>& paint) {
+    const auto app = ensureGuiApplication();
+    QByteArray document;
+    {
+        QBuffer buffer(&document);
+        buffer.open(QIODevice::WriteOnly);
+        QPdfWriter writer(&buffer);
+        setUpPdfPage(writer);
+        PainterPrinter printer(writer);
+        paint(printer);
+    }
+    return std::string(document.constData(), static_cast<size_t>(document.size()));
 }
 
 }  // namespace tolma::print

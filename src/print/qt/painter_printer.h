@@ -2,7 +2,9 @@
 
 #include <QFont>
 #include <QPainter>
+#include <functional>
 #include <memory>
+#include <string>
 
 #include "print/printer.h"
 
@@ -50,6 +52,10 @@ class PainterPrinter : public Printer {
 // inch, at which every whole point size is a whole number of dots and a font's widths are
 // those of its design.
 void setUpPdfPage(QPdfWriter& writer);
+
+// A document that `paint` prints, as the bytes of a PDF file of A4 pages. Qt writes its files
+// unchecked: the caller writes the bytes whole or not at all. Throws what the printing throws.
+std::string paintPdf(const std::function<void(Printer&)>& paint);
 
 // Painting text needs a QGuiApplication. Where none runs (the command line), this makes one on
 // the "offscreen" platform, which needs no display; it lives as long as the returned pointer.
