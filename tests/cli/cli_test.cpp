@@ -445,9 +445,10 @@ TEST_F(CliTest, EvaluationNamesItsPeriodFirstWritesItsFilesAndRefusesAMalformedP
         args.insert(args.end(), bad.begin(), bad.end());
         r = runCli(args);
         EXPECT_EQ(r.code, 2) << bad[0];
-        if (bad.size() == 2 && bad[0] != "--gruppe")
+        if (bad.size() == 2 && bad[0] != "--gruppe") {
             EXPECT_NE(r.err.find("Ungültiger Zeitraum: '" + bad[1] + "'"), std::string::npos)
                 << r.err;
+        }
     }
 }
 
