@@ -168,6 +168,13 @@ void DB_Komprimieren(Globals& g) {
     }
 }
 
+void reopenAfterFailedChange(Globals& g, const std::string& procedure, const std::exception& e) {
+    DB_Schliessen(g);
+    DB_Binden_loesen(g);
+    logTrapped(g, procedure, e);
+    DB_Load(g);
+}
+
 int A_Kompress(Globals& g, const std::string& path, const std::string& /*sourceConnect*/) {
     g.log.akt_schritt = 0;
     const std::filesystem::path temp = g.paths.pfad_app + "DATENBANK.NEU";

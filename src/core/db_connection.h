@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <string>
 #include <string_view>
 
@@ -25,6 +26,10 @@ void DB_Binden(Globals& g);
 void DB_Schliessen(Globals& g);
 void DB_Binden_loesen(Globals& g);
 void DB_Komprimieren(Globals& g);
+// After a change of the data store that failed: the connection is let go, which frees what it
+// held of the change (a connection that met a full disk stays in its error until opened anew),
+// the failure is logged under `procedure`, and the store is opened again.
+void reopenAfterFailedChange(Globals& g, const std::string& procedure, const std::exception& e);
 // Compacts the store at `path` through "DATENBANK.NEU" in the program's directory and puts
 // the copy in its place; 1 on success, 0 on failure.
 int A_Kompress(Globals& g, const std::string& path, const std::string& sourceConnect);

@@ -303,11 +303,7 @@ DeletionResult deleteAfterPeriod(core::Globals& g, int before, bool checkOnly,
         deletePlanned(*g.stores.db_daten.connection(), plan,
                       text::localTime(g.clock(), "%d.%m.%Y %H:%M:%S"));
     } catch (const std::exception& e) {
-        // A connection that met a full disk stays in its error until it is opened anew.
-        core::DB_Schliessen(g);
-        core::DB_Binden_loesen(g);
-        core::logTrapped(g, "Loeschfristen", e);
-        core::DB_Load(g);
+        core::reopenAfterFailedChange(g, "Loeschfristen", e);
         core::showMessage(g,
                           "Die Betriebe konnten nicht gelöscht werden; der Datenbestand ist "
                           "unverändert.",
@@ -317,14 +313,8 @@ DeletionResult deleteAfterPeriod(core::Globals& g, int before, bool checkOnly,
     }
     // From here on the businesses are gone, whatever fails after; the message says so.
     result.outcome = DeletionOutcome::Deleted;
-    std::string after;
-    try {
-        store::Connection& c = *g.stores.db_daten.connection();
-        if (search::indexKept(c)) search::buildIndex(c);
-    } catch (const std::exception& e) {
-        core::logTrapped(g, "Suchindex", e);
-        after = "\nDer Suchindex wird bei der nächsten Suche neu aufgebaut.";
-    }
+    std::string after = search::followChange(g);
+    if (!after.empty()) after = "\n" + after;
     core::DB_Komprimieren(g);  // the freed pages leave the file
     if (!g.stores.db_daten.isSet())
         after += "\nDie Datenbank konnte danach nicht wieder geöffnet werden.";

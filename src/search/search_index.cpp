@@ -4,6 +4,8 @@
 #include <set>
 #include <unordered_set>
 
+#include "core/error_log.h"
+#include "core/globals.h"
 #include "model/codepage.h"
 #include "search/index_reader.h"
 #include "search/index_rows.h"
@@ -335,6 +337,17 @@ std::string hitsText(const std::vector<Hit>& hits) {
              "\t" + h.name + "\t" + h.strasse + "\t" + h.ort + "\t" + h.gemKz + "\t" +
              (h.abgemeldet ? "abgemeldet" : "") + "\n";
     return t;
+}
+
+std::string followChange(core::Globals& g) {
+    try {
+        store::Connection& c = *g.stores.db_daten.connection();
+        if (indexKept(c)) buildIndex(c);
+        return {};
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "Suchindex", e);
+        return "Der Suchindex wird bei der nächsten Suche neu aufgebaut.";
+    }
 }
 
 }  // namespace tolma::search

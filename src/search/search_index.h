@@ -13,6 +13,10 @@ class Connection;
 // (ä/ae/a, ß/ss, accents) and, for names, by sound (Kölner Phonetik), beside what a hit shows.
 // The index is two tables of its own, "tolma_suchtreffer" and "tolma_suchbegriffe"; no routine of
 // the system reads them.
+namespace tolma::core {
+struct Globals;
+}
+
 namespace tolma::search {
 
 struct NewBusinesses;
@@ -36,6 +40,9 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
 // marked as behind in the same transaction, so that the next search builds it anew however
 // what comes after the change ends.
 void markStale(store::Connection& c);
+// After such a change has committed: the index is built anew where the store keeps one. Empty
+// when it follows again; else the sentence for the clerk, with the failure logged.
+std::string followChange(core::Globals& g);
 
 // Which persons a change of businesses wrote: those named, or any linked to the businesses.
 enum class Persons { Named, OfTheBusinesses };

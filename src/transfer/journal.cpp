@@ -177,12 +177,7 @@ TakeBackResult askAndTakeBack(core::Globals& g, std::optional<long> from) {
         }
         result.runs = takeBack(c, open.front().lauf);
     } catch (const std::exception& e) {
-        // A connection that met a full disk stays in its error until it is opened anew; letting
-        // go of it also frees what its journal held.
-        core::DB_Schliessen(g);
-        core::DB_Binden_loesen(g);
-        core::logTrapped(g, "Import_zuruecknehmen", e);
-        core::DB_Load(g);
+        core::reopenAfterFailedChange(g, "Import_zuruecknehmen", e);
         core::showMessage(
             g, "Der Import konnte nicht zurückgenommen werden; der Datenbestand ist unverändert.",
             core::msg::vbExclamation, title);
@@ -191,14 +186,7 @@ TakeBackResult askAndTakeBack(core::Globals& g, std::optional<long> from) {
     }
     // From here on the runs are taken back, whatever fails after; the message says so.
     result.outcome = TakeBackOutcome::Done;
-    std::string after;
-    try {
-        store::Connection& c = *g.stores.db_daten.connection();
-        if (search::indexKept(c)) search::buildIndex(c);
-    } catch (const std::exception& e) {
-        core::logTrapped(g, "Suchindex", e);
-        after = "Der Suchindex wird bei der nächsten Suche neu aufgebaut.";
-    }
+    std::string after = search::followChange(g);
     try {
         core::DB_Load(g);  // lists and record view read the restored rows
     } catch (const std::exception& e) {

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "../transfer/import_fixture.h"
+#include "protection/retention.h"
 #include "search/index_rows.h"
 #include "search/index_words.h"
 #include "search/phonetic.h"
@@ -500,6 +501,36 @@ TEST(SearchTest, ATakingBackTellsTheTruthWhenTheIndexCannotBeBuiltAfterIt) {
     EXPECT_TRUE(f.names("Petersen").empty());
     EXPECT_EQ(f.names("Transporte"), Strings{"Müller Transporte"});
     expectSearchAsBuilt(f, "after taking back");
+}
+
+TEST(SearchTest, ADeletionAfterThePeriodTellsTheTruthWhenTheIndexCannotBeBuiltAfterIt) {
+    SearchFixture f;
+    TmlFile file;
+    std::string gone = business("1001", "Galerie Quendt", "Hafen 1", "Quendtwick", "20151231");
+    gone.insert(gone.find("<adressen>"), "<meld-art>03</meld-art>\n");
+    file.betriebe = {gone, business("1002", "Müller Transporte", "Am Hafen 1", "Müller")};
+    ASSERT_EQ(f.import(file), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.names("Quendtwick"), Strings{"Galerie Quendt"});  // builds the index
+    f.c().execute(
+        "CREATE TRIGGER voll BEFORE INSERT ON tolma_suchtreffer WHEN NEW.zeile > 0 BEGIN SELECT "
+        "RAISE(ABORT, 'database or disk is full'); END");
+    f.dialogs.answers = {core::msg::vbYes};
+    const auto result = protection::deleteAfterPeriod(f.g(), 20200101, false, nullptr);
+    EXPECT_EQ(result.outcome, protection::DeletionOutcome::Deleted);
+    EXPECT_NE(f.lastMessage().find("Gelöscht: 1 Betrieb, 1 Person"), std::string::npos);
+    EXPECT_NE(f.lastMessage().find("Der Suchindex wird bei der nächsten Suche neu aufgebaut."),
+              std::string::npos)
+        << f.lastMessage();
+    EXPECT_EQ(f.lastMessage().find("unverändert"), std::string::npos);
+    auto left = f.c().prepare("SELECT count(*) FROM betrieb");
+    left->step();
+    EXPECT_EQ(left->column(0).toInteger(), 1);
+    left.reset();
+    f.c().execute("DROP TRIGGER voll");
+    // The next search builds the index anew: the deleted business is not found.
+    EXPECT_TRUE(f.names("Quendtwick").empty());
+    EXPECT_EQ(f.names("Transporte"), Strings{"Müller Transporte"});
+    expectSearchAsBuilt(f, "after deleting");
 }
 
 }  // namespace
