@@ -28,10 +28,17 @@ std::filesystem::path freshDirectory(const std::string& name) {
 }
 
 double writeFile(const std::filesystem::path& file, long businesses) {
+    return writeFile(file, businesses, 0, 1);
+}
+
+double writeFile(const std::filesystem::path& file, long businesses, long changedEvery,
+                 unsigned changeRound) {
     {
         std::ofstream out(file, std::ios::binary);
         GeneratorOptions options;
         options.businesses = businesses;
+        options.changedEvery = changedEvery;
+        options.changeRound = changeRound;
         writeTransferFile(out, options);
     }
     return static_cast<double>(std::filesystem::file_size(file)) / 1e6;

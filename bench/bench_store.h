@@ -20,6 +20,9 @@ class AnswerYes : public core::Dialogs {
 std::filesystem::path freshDirectory(const std::string& name);
 // Writes a transfer file of n businesses; returns its size in MB.
 double writeFile(const std::filesystem::path& file, long businesses);
+// The same with every changedEvery-th business changed in the given round.
+double writeFile(const std::filesystem::path& file, long businesses, long changedEvery,
+                 unsigned changeRound);
 // Starts the program on `home` with the default stores of the build.
 void startProgram(core::Globals& g, AnswerYes& dialogs, const std::filesystem::path& home);
 // Starts the program in a fresh directory `name` and imports n generated businesses.

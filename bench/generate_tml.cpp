@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kUsage =
     "Aufruf: tolma-generate-tml N DATEI [--seed S] [--struktur BETRIEBSBEZOGEN|MELDUNGSBEZOGEN]"
-    " [--staende K]\n";
+    " [--staende K] [--geaendert-jeder M] [--runde R]\n";
 
 template <class Number>
 bool parseNumber(std::string_view text, Number& value) {
@@ -48,6 +48,11 @@ int main(int argc, char** argv) {
             if (!parseNumber(argv[++i], options.historyStates) || options.historyStates < 1 ||
                 options.historyStates > 9999)
                 return usage();
+        } else if (arg == "--geaendert-jeder" && hasValue) {
+            if (!parseNumber(argv[++i], options.changedEvery) || options.changedEvery < 0)
+                return usage();
+        } else if (arg == "--runde" && hasValue) {
+            if (!parseNumber(argv[++i], options.changeRound)) return usage();
         } else if (positional == 0 && !arg.starts_with("--")) {
             if (!parseNumber(arg, options.businesses) || options.businesses < 0) return usage();
             ++positional;

@@ -1,7 +1,8 @@
 // Imports a generated transfer file of N businesses into an empty store, then the same file
-// again into the filled store, and prints businesses/s, MB/s, the replace's time against the
-// first import's, and the peak memory. Without recording, the runs keep no record for taking
-// them back: the difference is what recording costs.
+// again into the filled store, then a version with a tenth of the businesses changed, then one
+// with every business changed against that; prints businesses/s, MB/s, each replace's time
+// against the first import's, and the peak memory. Without recording, the runs keep no record for
+// taking them back: the difference is what recording costs.
 //   tolma-import-bench [N] [--ohne-aufzeichnung]
 #include <sys/resource.h>
 
@@ -40,6 +41,9 @@ int main(int argc, char** argv) {
     const auto file = dir / "bench.tml";
     const double megabytes = tolma::bench::writeFile(file, n);
     std::cout << "Transferdatei: " << n << " Betriebe, " << megabytes << " MB\n";
+    const auto tenth = dir / "zehntel.tml", all = dir / "alle.tml";
+    tolma::bench::writeFile(tenth, n, 10, 1);
+    tolma::bench::writeFile(all, n, 1, 2);
 
     tolma::bench::AnswerYes dialogs;
     dialogs.echo = true;
@@ -51,10 +55,20 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::cout << (record ? "mit" : "ohne") << " Aufzeichnung der Importläufe\n";
+    struct Run {
+        const char* name;
+        std::filesystem::path file;
+    };
+    const Run runs[] = {
+        {"leere Datenbank", file},
+        {"gefüllte Datenbank (Ersetzen)", file},
+        {"gefüllte Datenbank, ein Zehntel geändert", tenth},
+        {"gefüllte Datenbank, jeder Betrieb geändert", all},
+    };
     std::vector<double> times;
-    for (const char* run : {"leere Datenbank", "gefüllte Datenbank (Ersetzen)"}) {
+    for (const auto& [run, path] : runs) {
         const auto start = std::chrono::steady_clock::now();
-        tolma::transfer::Upd_1_Start(g, file.string());
+        tolma::transfer::Upd_1_Start(g, path.string());
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         std::cout << "Import in " << run << ": " << seconds << " s, "
@@ -63,6 +77,8 @@ int main(int argc, char** argv) {
         times.push_back(seconds);
     }
     std::cout << "Ersetzen gegen ersten Import: " << times[1] / times[0] << "-fach\n";
+    std::cout << "Ein Zehntel geändert gegen ersten Import: " << times[2] / times[0] << "-fach\n";
+    std::cout << "Jeder Betrieb geändert gegen ersten Import: " << times[3] / times[0] << "-fach\n";
     std::cout << "Datenbank: " << std::filesystem::file_size(g.settings.db_pfad_aktuell) / 1000000
               << " MB, "
               << "Spitze des Speichers: " << peakMegabytes() << " MB\n";

@@ -810,6 +810,35 @@ class PlanMaker {
         }
     }
 
+  public:
+    // A later version of the business, as an office receives it again: renamed, moved, a
+    // person joined or left. The new person's number lies beyond any the plan gives out.
+    static void change(BusinessPlan& b, Random& random, unsigned round) {
+        b.name += round % 2 ? " Nord" : " Süd";
+        b.name += std::to_string(round);
+        AddressPlan& site = b.addresses[0];
+        site.street = (site.street + 1 + static_cast<int>(random.below(5))) %
+                      static_cast<int>(std::size(kStreets));
+        site.houseNumber = static_cast<int>(random.between(1, 150));
+        const bool sole = b.personCount == 1 && !b.legal[0];
+        if (!sole && b.personCount > 2 && random.percent(50)) {
+            --b.personCount;
+        } else if (b.personCount < 3 && !sole) {
+            PersonPlan& p = b.persons[b.personCount];
+            p = b.persons[b.personCount - 1];
+            p.number = 900000000 + b.number * 10 + static_cast<long>(round % 10);
+            p.firstName = static_cast<int>(random.below(std::size(kMaleNames)));
+            p.female = false;
+            p.birthSurname = -1;
+            b.legal[b.personCount] = false;
+            b.function[b.personCount] =
+                b.function[b.personCount - 1] == '4' ? '3' : b.function[b.personCount - 1];
+            b.entryDay[b.personCount] = b.entryDay[b.personCount - 1];
+            ++b.personCount;
+        }
+    }
+
+  private:
     static constexpr int kRingSize = 64;
     Random random_;
     long personCounter_ = 0;
@@ -1365,9 +1394,12 @@ void writeTransferFile(std::ostream& out, const GeneratorOptions& options) {
     FileWriter writer(out);
     writeHead(writer, options);
     PlanMaker planner(options.seed);
+    Random changes(options.seed * 7919u + options.changeRound);
     BusinessPlan plan;
     for (long i = 1; i <= options.businesses; ++i) {
         planner.makeBusiness(i, plan);
+        if (options.changedEvery > 0 && i % options.changedEvery == 0)
+            PlanMaker::change(plan, changes, options.changeRound);
         writeBusiness(writer, plan, options.historyStates);
         writer.flushIfFull();
     }

@@ -15,6 +15,12 @@ struct GeneratorOptions {
     // Each business is written this many times with betr-hist-nr 1..k, as a
     // notification-related export carries every state of a business.
     int historyStates = 1;
+    // Every changedEvery-th business (0: none) differs from the same file without changes:
+    // another name, another site address, a person more or less. The changes draw from a
+    // stream of their own, seeded by changeRound, so the other businesses keep their bytes and
+    // two rounds change the same businesses in different ways.
+    long changedEvery = 0;
+    unsigned changeRound = 1;
 };
 
 // Writes a whole transfer file as the system's own export writes it: Windows-1252 bytes,
