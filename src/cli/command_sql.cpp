@@ -7,6 +7,7 @@
 #include "store/dao_error.h"
 #include "store/database.h"
 #include "store/jet_sql.h"
+#include "transfer/element_fingerprint.h"
 
 namespace tolma::cli {
 namespace {
@@ -87,6 +88,9 @@ int runStatement(const store::Database& db, const std::string& statement, std::o
             }
             return kExitOk;
         }
+        // A statement that may change rows leaves no fingerprint to vouch for them; the settings
+        // store holds none, its legal forms go into every run's fingerprint.
+        transfer::forgetFingerprints(*db.connection());
         auto st = db.connection()->prepare(prepared.shape->sql);
         st->bindValues(prepared.values, prepared.shape->numeric);
         if (st->columnCount() > 0) {

@@ -48,6 +48,7 @@ std::string errorLogPath(const Directories& paths) {
 void A_Error_Log(Globals& g, const std::string& procedure, const std::string& source,
                  const std::string& number, const std::string& text, const std::string& location,
                  const std::string& locationValue) {
+    ++g.log.entries;
     g.log.lastLoggedError = text;
     const long n = std::atol(number.c_str());
     if (g.log.storeFault.empty() && (store::err::isStoreFault(static_cast<int>(n)) ||

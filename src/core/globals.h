@@ -108,6 +108,7 @@ struct OpenStores {
 struct LogState {
     std::int16_t akt_schritt = 0;
     bool fehler_vorhanden = false;
+    long entries = 0;  // every entry since the start, for telling whether a step logged
     // What the program adds to the log, so that a run can tell its outcome truthfully: the
     // first entry since the last clearing that says the store itself could not be used or
     // written, the last entry's text, and why the log itself could not be written.

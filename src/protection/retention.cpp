@@ -14,6 +14,7 @@
 #include "store/connection.h"
 #include "store/jet_sql.h"
 #include "text/text.h"
+#include "transfer/element_fingerprint.h"
 #include "transfer/journal.h"
 
 namespace tolma::protection {
@@ -226,6 +227,7 @@ void deletePlanned(store::Connection& c, const DeletionPlan& plan, const std::st
         // The index stays behind until it is built anew, whatever ends the work after the
         // commit.
         search::markStale(c);
+        transfer::forgetFingerprints(c);
         for (const model::Relation* r : dataTables(c)) {
             const std::string going = goingRows(*r);
             transfer::forgetImages(c, std::string(r->table), going, {});

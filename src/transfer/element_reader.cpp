@@ -59,6 +59,7 @@ ReadElement readElement(std::string_view text) {
                     el.persNrs.push_back(std::move(nr));
             el.lines.push_back(line);
         }
+        el.fingerprint = fingerprintOf(el.lines);
     } catch (...) {
         el.failure = std::current_exception();
     }

@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "transfer/element_fingerprint.h"
+
 namespace tolma::transfer {
 
 // One <betrieb> element cut into its trimmed lines, with the keys found in them: the first
@@ -24,6 +26,7 @@ struct ReadElement {
     std::vector<std::string> persNrs;         // <pers-nr>: the persons the element writes
     // What cutting the element raised; Upd_2_Read's trap reports it with the keys found so far.
     std::exception_ptr failure;
+    Fingerprint fingerprint;  // of the lines, worked out here on the reading thread
 };
 
 // Cuts one element; never throws, a failure is kept in the result.

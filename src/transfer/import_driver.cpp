@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 
 #include "core/db_connection.h"
 #include "core/error_log.h"
@@ -14,6 +15,7 @@
 #include "model/values.h"
 #include "store/connection.h"
 #include "text/text.h"
+#include "transfer/element_fingerprint.h"
 #include "transfer/element_reader.h"
 #include "transfer/import_context.h"
 #include "transfer/record_import.h"
@@ -225,9 +227,14 @@ class Run {
         const std::string labelTail =
             " von " + announced_.substr(0, kLabelCountChars) + " (ESC = Abbrechen)";
         Batch batch(g_.stores.db_daten);
-        ImportBlock block{chunk.block, chunk.elements};
+        ImportBlock block{
+            chunk.block, chunk.elements, 0, 0, 0, std::vector<bool>(chunk.elements.size(), false)};
+        if (!dryRun_ && store()) {
+            if (!fingerprints_) fingerprints_.emplace(ctx_, runFingerprint());
+            block.unchanged = fingerprints_->unchanged(*store(), chunk.elements);
+        }
         for (ImportListener* l : listeners_) l->blockBegins(store(), block);
-        const BlockKeys keys = blockKeys(ctx_, chunk.elements);
+        const BlockKeys keys = blockKeys(ctx_, chunk.elements, block.unchanged);
         // A listener that removed the block's rows ahead wants the block whole or not at all.
         bool keepWhole = false;
         for (ImportListener* l : listeners_)
@@ -237,15 +244,27 @@ class Run {
             }
         bool cancelled = false;
         try {
-            for (const ReadElement& element : chunk.elements) {
+            for (size_t k = 0; k < chunk.elements.size(); ++k) {
+                const ReadElement& element = chunk.elements[k];
                 ++block.read;
                 removals_ += element.removals;
-                if (Upd_2_Read(ctx_, element)) ++block.replaced;
+                if (block.unchanged[k]) {
+                    ++block.replaced;
+                } else {
+                    const long logged = g_.log.entries;
+                    if (Upd_2_Read(ctx_, element)) ++block.replaced;
+                    if (fingerprints_) fingerprints_->stored(element, g_.log.entries != logged);
+                }
                 g_.shell->doEvents();
                 if (g_.view.taste == 27) {
                     g_.view.taste = 0;
                     g_.lastMessage.msg_text = kAbgebrochen;
                     cancelled = true;
+                    // The rows of the elements not read may come back under new row ids.
+                    if (fingerprints_)
+                        for (size_t rest = k + 1; rest < chunk.elements.size(); ++rest)
+                            if (!block.unchanged[rest])
+                                fingerprints_->stored(chunk.elements[rest], true);
                     break;
                 }
                 ++records_;
@@ -256,10 +275,25 @@ class Run {
             for (ImportListener* l : listeners_) l->blockRead(store(), block);
         } catch (...) {
             ctx_.removedAhead = nullptr;
-            if (keepWhole) batch.rollback();
+            // What the block wrote is committed on the way out: no fingerprint may vouch for
+            // an element that got part of the way. Without them the block goes whole.
+            bool forgotten = !fingerprints_ || !store();
+            if (!forgotten && !keepWhole) try {
+                    forgetFingerprints(*store());
+                    forgotten = true;
+                } catch (const std::exception&) {
+                }
+            if (keepWhole || !forgotten) batch.rollback();
             throw;
         }
         ctx_.removedAhead = nullptr;
+        // Rows whose fingerprints could not all be written must not be committed.
+        if (fingerprints_ && store()) try {
+                fingerprints_->write(*store());
+            } catch (...) {
+                batch.rollback();
+                throw;
+            }
         // A closing tag ahead of the opening one gives a negative length.
         if (!cancelled && chunk.broken) throw core::invalidCall();
         for (ImportListener* l : listeners_) l->blockCommitting(store(), block);
@@ -324,6 +358,24 @@ class Run {
         return ImportOutcome::Failed;
     }
 
+    // What decides an element's rows besides its lines: the kind of data, the legal forms that
+    // tell where a legal person hangs, and the rules themselves (their version below).
+    Fingerprint runFingerprint() {
+        std::string conditions = "1\n" + ctx_.akt_struktur + "\n";
+        try {
+            if (g_.stores.db_org.isSet()) {
+                auto st = g_.stores.db_org.connection()->prepare(
+                    "SELECT * FROM Rechtsformen ORDER BY rowid");
+                while (st->step())
+                    for (int i = 0; i < st->columnCount(); ++i)
+                        conditions += st->column(i).toString() + "\t";
+            }
+        } catch (const std::exception&) {
+            conditions += "ohne Rechtsformen";
+        }
+        return fingerprintOf({conditions});
+    }
+
     store::Connection* store() const {
         return g_.stores.db_daten.isSet() ? g_.stores.db_daten.connection().get() : nullptr;
     }
@@ -336,6 +388,7 @@ class Run {
     ImportScreen& screen_;
     std::span<ImportListener* const> listeners_;
     ImportContext ctx_;
+    std::optional<ElementFingerprints> fingerprints_;
     bool dryRun_;
     ImportCounts* counts_;
     std::string path_;

@@ -33,7 +33,8 @@ void ImportIndexFollower::blockBegins(store::Connection* c, const ImportBlock&) 
 void ImportIndexFollower::blockRead(store::Connection*, const ImportBlock& block) {
     for (size_t i = 0; i < block.read; ++i) {
         const ReadElement& element = block.elements[i];
-        if (element.failure) continue;  // stored nothing
+        // Stored nothing, or left as it stands with what the index holds of it.
+        if (element.failure || block.unchanged[i]) continue;
         if (++touched_ <= kTouchedListed)
             unnoted_.push_back(element.betrNr);
         else
@@ -45,7 +46,9 @@ void ImportIndexFollower::blockRead(store::Connection*, const ImportBlock& block
 void ImportIndexFollower::blockCommitting(store::Connection* c, const ImportBlock& block) {
     if (!c || !upkeep_) return;
     std::vector<std::string> businesses, persons;
-    for (const ReadElement& element : block.elements) {
+    for (size_t i = 0; i < block.elements.size(); ++i) {
+        const ReadElement& element = block.elements[i];
+        if (block.unchanged[i]) continue;
         businesses.push_back(element.betrNr);
         persons.insert(persons.end(), element.persNrs.begin(), element.persNrs.end());
     }

@@ -41,6 +41,8 @@ struct ImportBlock {
     size_t read = 0;    // elements read: all, or up to the one under way when ESC came
     long replaced = 0;  // of them, businesses whose stored state they replaced
     long records = 0;   // businesses the run has stored so far, this block's included
+    // Per element, whether it was left as it stands: its rows hold what it would write.
+    std::vector<bool> unchanged;
 };
 
 // Hears what an import run does, in this order: the run starts; reading starts; the head; per block

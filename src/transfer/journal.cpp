@@ -11,6 +11,7 @@
 #include "search/search_index.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
+#include "transfer/element_fingerprint.h"
 #include "transfer/journal_tables.h"
 
 namespace tolma::transfer {
@@ -105,6 +106,7 @@ std::vector<ImportRun> takeBack(store::Connection& c, std::optional<long> from) 
         // The index stays behind until it is built anew, whatever ends the work after the
         // commit.
         search::markStale(c);
+        forgetFingerprints(c);
         for (const auto& r : taken) takeBackRun(c, r.lauf);
         c.execute("COMMIT");
     } catch (...) {

@@ -35,14 +35,17 @@ bool skippedElement(std::string_view name) {
 
 }  // namespace
 
-BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements) {
+BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements,
+                    const std::vector<bool>& unchanged) {
     BlockKeys keys;
     std::unordered_set<std::string> states, numbers, persons;
     // Without a known kind of data the businesses' rows stay; persons go in either case.
     const bool byNumber = ctx.akt_struktur == core::kBetriebsbezogen;
     keys.byState = ctx.akt_struktur == core::kMeldungsbezogen;
-    for (const ReadElement& element : elements) {
+    for (size_t i = 0; i < elements.size(); ++i) {
+        const ReadElement& element = elements[i];
         if (element.failure) continue;  // stored nothing, removes nothing
+        if (i < unchanged.size() && unchanged[i]) continue;
         const std::string& nr = element.betrNr;
         if ((byNumber || keys.byState) && ctx.businessTables(nr) != 0) {
             if (states.insert(ctx.businessKey(nr, element.betrHistNr)).second)

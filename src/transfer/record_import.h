@@ -18,8 +18,9 @@ bool Upd_2_Read(ImportContext& ctx, const ReadElement& element);
 
 // The numbers whose rows the elements of a block will remove, as Upd_3_Betr and Upd_4_Andere
 // remove them, each once, so that a listener can remove them all beforehand. Numbers the store
-// cannot hold are left out.
-BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements);
+// cannot hold are left out, and so are the elements left as they stand.
+BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements,
+                    const std::vector<bool>& unchanged = {});
 
 // Removes what the store holds for the keys and builds the new business row with its
 // sections. Lines are those of Upd_2_Read; the keys are the raw extraction results. `replaced`

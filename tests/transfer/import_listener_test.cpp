@@ -8,15 +8,16 @@
 namespace tolma::test {
 namespace {
 
-std::string business(const std::string& nr) {
+std::string business(const std::string& nr, const std::string& trade) {
     return "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr +
-           "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n<b-eintr-name>Bäckerei " + nr +
+           "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n<b-eintr-name>" + trade + " " + nr +
            "</b-eintr-name>";
 }
 
-TmlFile businesses(std::initializer_list<const char*> numbers) {
+TmlFile businesses(std::initializer_list<const char*> numbers,
+                   const std::string& trade = "Bäckerei") {
     TmlFile f;
-    for (const char* nr : numbers) f.betriebe.push_back(business(nr));
+    for (const char* nr : numbers) f.betriebe.push_back(business(nr, trade));
     return f;
 }
 
@@ -102,7 +103,7 @@ transfer::ImportOutcome importWith(ImportFixture& f, Recorder& recorder, const T
 
 TEST(ImportListenerTest, ARunTellsItsBlocksInOrderAndTheKeysBeforeTheirRowsGo) {
     ImportFixture f;
-    ASSERT_EQ(f.import(businesses({"1001"})), transfer::ImportOutcome::Finished);
+    ASSERT_EQ(f.import(businesses({"1001"}, "Konditorei")), transfer::ImportOutcome::Finished);
     Recorder recorder;
     EXPECT_EQ(importWith(f, recorder, businesses({"1001", "1002"})),
               transfer::ImportOutcome::Finished);
@@ -111,6 +112,13 @@ TEST(ImportListenerTest, ARunTellsItsBlocksInOrderAndTheKeysBeforeTheirRowsGo) {
         (Strings{"starts lauf.tml", "reading", "compacting", "head BETRIEBSBEZOGEN", "begins 1",
                  "keys 1001(1 stored)", "read 2 of 2, replaced 1, records 2", "committing 1",
                  "committed 1", "done 2", "ending", "screen Auswahl von Gewerbedaten!", "ends"}));
+    EXPECT_EQ(f.count("betrieb"), 2);
+    // Read again unchanged, the businesses keep their rows: no keys, but counted as replaced.
+    Recorder again;
+    EXPECT_EQ(importWith(f, again, businesses({"1001", "1002"})),
+              transfer::ImportOutcome::Finished);
+    EXPECT_EQ(again.events[5], "keys");
+    EXPECT_EQ(again.events[6], "read 2 of 2, replaced 2, records 2");
     EXPECT_EQ(f.count("betrieb"), 2);
 }
 

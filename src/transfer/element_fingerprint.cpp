@@ -1,0 +1,174 @@
+#include "transfer/element_fingerprint.h"
+
+#include <algorithm>
+#include <cstring>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "store/connection.h"
+#include "transfer/element_reader.h"
+#include "transfer/import_context.h"
+
+namespace tolma::transfer {
+namespace {
+
+const char* const kTable = "tolma_abdruck";
+
+std::uint64_t mix(std::uint64_t x, std::uint64_t y) {
+    const unsigned __int128 r = static_cast<unsigned __int128>(x) * y;
+    return static_cast<std::uint64_t>(r) ^ static_cast<std::uint64_t>(r >> 64);
+}
+
+// One lane of the hash: eight bytes at a time, each line closed by its length.
+struct Lane {
+    std::uint64_t h, seed, factor;
+    void add(std::uint64_t word) { h = mix(h ^ word ^ seed, factor); }
+    void add(std::string_view text) {
+        size_t i = 0;
+        for (; i + 8 <= text.size(); i += 8) {
+            std::uint64_t w;
+            std::memcpy(&w, text.data() + i, 8);
+            add(w);
+        }
+        std::uint64_t tail = 0;
+        std::memcpy(&tail, text.data() + i, text.size() - i);
+        add(tail ^ (static_cast<std::uint64_t>(text.size()) << 56));
+    }
+};
+
+Lane laneA() {
+    return {0x243f6a8885a308d3ull, 0xa0761d6478bd642full, 0xe7037ed1a0b428dbull};
+}
+Lane laneB() {
+    return {0x13198a2e03707344ull, 0x8ebc6af09c88c6e3ull, 0x589965cc75374cc3ull};
+}
+
+}  // namespace
+
+Fingerprint fingerprintOf(const std::vector<std::string_view>& lines) {
+    Lane a = laneA(), b = laneB();
+    for (std::string_view line : lines) {
+        a.add(line);
+        b.add(line);
+    }
+    a.add(lines.size());
+    b.add(lines.size());
+    return {a.h, b.h};
+}
+
+Fingerprint combined(const Fingerprint& element, const Fingerprint& run) {
+    Lane a = laneA(), b = laneB();
+    for (std::uint64_t w : {element.a, element.b, run.a, run.b}) {
+        a.add(w);
+        b.add(w);
+    }
+    return {a.h, b.h};
+}
+
+void forgetFingerprints(store::Connection& c) {
+    if (c.hasTable(kTable)) c.execute(std::string("DELETE FROM ") + kTable);
+}
+
+ElementFingerprints::ElementFingerprints(ImportContext& ctx, const Fingerprint& run)
+    : ctx_(ctx),
+      run_(run),
+      known_(ctx.akt_struktur == core::kBetriebsbezogen ||
+             ctx.akt_struktur == core::kMeldungsbezogen),
+      byState_(ctx.akt_struktur == core::kMeldungsbezogen) {}
+
+std::vector<std::uint64_t> ElementFingerprints::keysOf(const ReadElement& element) const {
+    // The state's rows; by state also the number's, whose persons' permits go for all its
+    // states at once; the persons, which are one row across all businesses. A key is kept as a
+    // hash: two keys that meet share a fingerprint, which can only make it fail to match.
+    auto hash = [](char kind, const std::string& key) {
+        Lane lane = laneA();
+        lane.add(static_cast<std::uint64_t>(kind));
+        lane.add(key);
+        return lane.h;
+    };
+    std::vector<std::uint64_t> keys{
+        hash('s', ctx_.businessKey(element.betrNr, element.betrHistNr))};
+    if (byState_) keys.push_back(hash('n', ImportContext::foldedKey(element.betrNr)));
+    for (const std::string& p : element.persNrs)
+        keys.push_back(hash('p', ImportContext::foldedKey(p)));
+    return keys;
+}
+
+std::vector<bool> ElementFingerprints::unchanged(store::Connection& c,
+                                                 const std::vector<ReadElement>& elements) {
+    std::vector<bool> result(elements.size(), false);
+    if (!known_) return result;
+    c.execute(std::string("CREATE TABLE IF NOT EXISTS ") + kTable +
+              " (schluessel INTEGER PRIMARY KEY, a INTEGER NOT NULL, b INTEGER NOT NULL)");
+    store::Statement& find =
+        c.cached(std::string("SELECT a, b FROM ") + kTable + " WHERE schluessel = ?1");
+    std::vector<std::vector<std::uint64_t>> keys(elements.size());
+    // Each key's rows end as its last element in the block leaves them: every element removes
+    // what its keys hold before it writes. An earlier element's rows of a number or person are
+    // gone again by then, so only the last one must find its own fingerprint there. The state
+    // always must: its fingerprint also says that the element logged nothing.
+    std::unordered_map<std::uint64_t, size_t> last;
+    for (size_t i = 0; i < elements.size(); ++i) {
+        if (elements[i].failure) continue;  // writes nothing, logs
+        keys[i] = keysOf(elements[i]);
+        for (std::uint64_t key : keys[i]) last[key] = i;
+    }
+    // Keys that an element of the block writes anew: their last element must write too.
+    std::unordered_set<std::uint64_t> written;
+    for (size_t i = 0; i < elements.size(); ++i) {
+        if (elements[i].failure) continue;
+        const Fingerprint fp = combined(elements[i].fingerprint, run_);
+        bool same = true;
+        for (size_t k = 0; k < keys[i].size(); ++k) {
+            const std::uint64_t key = keys[i][k];
+            if (k > 0 && last[key] != i) continue;
+            if (written.contains(key)) {
+                same = false;
+                break;
+            }
+            find.reset();
+            find.bindInteger(1, static_cast<long long>(key));
+            same = find.step() && static_cast<std::uint64_t>(find.column(0).toInteger()) == fp.a &&
+                   static_cast<std::uint64_t>(find.column(1).toInteger()) == fp.b;
+            find.reset();
+            if (!same) break;
+        }
+        if (same)
+            result[i] = true;
+        else
+            written.insert(keys[i].begin(), keys[i].end());
+    }
+    return result;
+}
+
+void ElementFingerprints::stored(const ReadElement& element, bool logged) {
+    if (!known_ || element.failure) return;
+    const Fingerprint fp = combined(element.fingerprint, run_);
+    for (std::uint64_t key : keysOf(element)) pending_.push_back({key, fp, logged});
+}
+
+void ElementFingerprints::write(store::Connection& c) {
+    // The last word on a key is its last element's.
+    std::stable_sort(pending_.begin(), pending_.end(),
+                     [](const Written& x, const Written& y) { return x.key < y.key; });
+    store::Statement& put = c.cached(std::string("INSERT OR REPLACE INTO ") + kTable +
+                                     " (schluessel, a, b) VALUES (?1, ?2, ?3)");
+    store::Statement& drop =
+        c.cached(std::string("DELETE FROM ") + kTable + " WHERE schluessel = ?1");
+    for (size_t i = 0; i < pending_.size(); ++i) {
+        const Written& w = pending_[i];
+        if (i + 1 < pending_.size() && pending_[i + 1].key == w.key) continue;
+        store::Statement& st = w.logged ? drop : put;
+        st.reset();
+        st.bindInteger(1, static_cast<long long>(w.key));
+        if (!w.logged) {
+            st.bindInteger(2, static_cast<long long>(w.fp.a));
+            st.bindInteger(3, static_cast<long long>(w.fp.b));
+        }
+        st.step();
+        st.reset();
+    }
+    pending_.clear();
+}
+
+}  // namespace tolma::transfer
