@@ -76,21 +76,14 @@ ElementFingerprints::ElementFingerprints(ImportContext& ctx, const Fingerprint& 
              ctx.akt_struktur == core::kMeldungsbezogen),
       byState_(ctx.akt_struktur == core::kMeldungsbezogen) {}
 
-std::vector<std::uint64_t> ElementFingerprints::keysOf(const ReadElement& element) const {
+std::vector<std::string> ElementFingerprints::keysOf(const ReadElement& element) const {
     // The state's rows; by state also the number's, whose persons' permits go for all its
-    // states at once; the persons, which are one row across all businesses. A key is kept as a
-    // hash: two keys that meet share a fingerprint, which can only make it fail to match.
-    auto hash = [](char kind, const std::string& key) {
-        Lane lane = laneA();
-        lane.add(static_cast<std::uint64_t>(kind));
-        lane.add(key);
-        return lane.h;
-    };
-    std::vector<std::uint64_t> keys{
-        hash('s', ctx_.businessKey(element.betrNr, element.betrHistNr))};
-    if (byState_) keys.push_back(hash('n', ImportContext::foldedKey(element.betrNr)));
-    for (const std::string& p : element.persNrs)
-        keys.push_back(hash('p', ImportContext::foldedKey(p)));
+    // states at once; the persons, which are one row across all businesses. Kept by their
+    // numbers, as the store keeps their rows: a file in the order of its numbers writes the
+    // table from front to back rather than all over.
+    std::vector<std::string> keys{"s" + ctx_.businessKey(element.betrNr, element.betrHistNr)};
+    if (byState_) keys.push_back("n" + ImportContext::foldedKey(element.betrNr));
+    for (const std::string& p : element.persNrs) keys.push_back("p" + ImportContext::foldedKey(p));
     return keys;
 }
 
@@ -99,35 +92,35 @@ std::vector<bool> ElementFingerprints::unchanged(store::Connection& c,
     std::vector<bool> result(elements.size(), false);
     if (!known_) return result;
     c.execute(std::string("CREATE TABLE IF NOT EXISTS ") + kTable +
-              " (schluessel INTEGER PRIMARY KEY, a INTEGER NOT NULL, b INTEGER NOT NULL)");
+              " (schluessel TEXT PRIMARY KEY, a INTEGER NOT NULL, b INTEGER NOT NULL)");
     store::Statement& find =
         c.cached(std::string("SELECT a, b FROM ") + kTable + " WHERE schluessel = ?1");
-    std::vector<std::vector<std::uint64_t>> keys(elements.size());
+    std::vector<std::vector<std::string>> keys(elements.size());
     // Each key's rows end as its last element in the block leaves them: every element removes
     // what its keys hold before it writes. An earlier element's rows of a number or person are
     // gone again by then, so only the last one must find its own fingerprint there. The state
     // always must: its fingerprint also says that the element logged nothing.
-    std::unordered_map<std::uint64_t, size_t> last;
+    std::unordered_map<std::string, size_t> last;
     for (size_t i = 0; i < elements.size(); ++i) {
         if (elements[i].failure) continue;  // writes nothing, logs
         keys[i] = keysOf(elements[i]);
-        for (std::uint64_t key : keys[i]) last[key] = i;
+        for (const std::string& key : keys[i]) last[key] = i;
     }
     // Keys that an element of the block writes anew: their last element must write too.
-    std::unordered_set<std::uint64_t> written;
+    std::unordered_set<std::string> written;
     for (size_t i = 0; i < elements.size(); ++i) {
         if (elements[i].failure) continue;
         const Fingerprint fp = combined(elements[i].fingerprint, run_);
         bool same = true;
         for (size_t k = 0; k < keys[i].size(); ++k) {
-            const std::uint64_t key = keys[i][k];
+            const std::string& key = keys[i][k];
             if (k > 0 && last[key] != i) continue;
             if (written.contains(key)) {
                 same = false;
                 break;
             }
             find.reset();
-            find.bindInteger(1, static_cast<long long>(key));
+            find.bindTextStatic(1, key);
             same = find.step() && static_cast<std::uint64_t>(find.column(0).toInteger()) == fp.a &&
                    static_cast<std::uint64_t>(find.column(1).toInteger()) == fp.b;
             find.reset();
@@ -144,7 +137,7 @@ std::vector<bool> ElementFingerprints::unchanged(store::Connection& c,
 void ElementFingerprints::stored(const ReadElement& element, bool logged) {
     if (!known_ || element.failure) return;
     const Fingerprint fp = combined(element.fingerprint, run_);
-    for (std::uint64_t key : keysOf(element)) pending_.push_back({key, fp, logged});
+    for (std::string& key : keysOf(element)) pending_.push_back({std::move(key), fp, logged});
 }
 
 void ElementFingerprints::write(store::Connection& c) {
@@ -160,7 +153,7 @@ void ElementFingerprints::write(store::Connection& c) {
         if (i + 1 < pending_.size() && pending_[i + 1].key == w.key) continue;
         store::Statement& st = w.logged ? drop : put;
         st.reset();
-        st.bindInteger(1, static_cast<long long>(w.key));
+        st.bindTextStatic(1, w.key);
         if (!w.logged) {
             st.bindInteger(2, static_cast<long long>(w.fp.a));
             st.bindInteger(3, static_cast<long long>(w.fp.b));

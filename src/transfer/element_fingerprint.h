@@ -51,14 +51,14 @@ class ElementFingerprints {
 
   private:
     // The keys whose rows an element removes and writes.
-    std::vector<std::uint64_t> keysOf(const ReadElement& element) const;
+    std::vector<std::string> keysOf(const ReadElement& element) const;
 
     ImportContext& ctx_;
     Fingerprint run_;
     bool known_;  // a kind of data that replaces rows; otherwise every element is read
     bool byState_;
     struct Written {
-        std::uint64_t key;
+        std::string key;
         Fingerprint fp;
         bool logged;
     };
