@@ -18,6 +18,8 @@ struct BlockKeys {
     std::vector<std::pair<std::string, std::string>> states;  // betr-nr, betr-hist-nr
     std::vector<std::string> numbers;                         // betr-nr, for persons' permits
     std::vector<std::string> persons;                         // pers-nr
+    // The states of the elements left as they stand: nothing of theirs is removed.
+    std::vector<std::pair<std::string, std::string>> unchanged;
     bool empty() const { return states.empty() && numbers.empty() && persons.empty(); }
 };
 

@@ -156,6 +156,28 @@ void ImportJournal::removeAhead(store::Connection& c, const BlockKeys& keys) {
     }
 }
 
+void ImportJournal::recordUnchanged(store::Connection& c, const BlockKeys& keys) {
+    if (!started() || keys.unchanged.empty()) return;
+    BlockKeys states;
+    states.byState = keys.byState;
+    states.states = keys.unchanged;
+    fillKeys(c, states);
+    // Written anew, these rows would name this run as the one they came from, and their
+    // deletion after the period would take images out of its record: an image that changes
+    // nothing keeps both so, and costs two rows where rewriting costs all of them.
+    for (const model::Relation* r : model::removalOrder()) {
+        const Removed removed = removedOf(*r);
+        if ((r->table != "betrieb" && r->table != "beziehung_betrieb_person") ||
+            removed.kind != KeyKind::State || !recorded(removed.table))
+            continue;
+        c.execute("INSERT INTO " + store::jet::quoteName(recordTableOf(removed.table)) +
+                      " SELECT ?1, 'U', t.rowid, t.* FROM " + keyTable(KeyKind::State) +
+                      " k CROSS JOIN main." + store::jet::quoteName(removed.table) + " t ON " +
+                      belongs(removed, keys.byState, "t"),
+                  {store::Variant(static_cast<long long>(lauf_))});
+    }
+}
+
 void ImportJournal::putBack(store::Connection& c, const BlockKeys& left) {
     if (!started() || left.empty() || blockStarts_.empty()) return;
     fillKeys(c, left);
@@ -234,6 +256,7 @@ RemovedAhead* ImportJournal::blockKeys(store::Connection* c, const BlockKeys& ke
         states_.insert(text::lowerAscii(byState_ ? nr + '\n' + hist : nr));
     for (const auto& nr : keys.numbers) numbers_.insert(text::lowerAscii(nr));
     for (const auto& nr : keys.persons) persons_.insert(text::lowerAscii(nr));
+    recordUnchanged(*c, keys);
     removeAhead(*c, keys);
     return this;
 }

@@ -45,6 +45,8 @@ class ImportJournal final : public ImportListener, private RemovedAhead {
     void attach(store::Connection& c);
     // Removes the rows that the keys' businesses and persons hold, copied into the record first.
     void removeAhead(store::Connection& c, const BlockKeys& keys);
+    // Notes the business rows and links of the states left as they stand as written by the run.
+    void recordUnchanged(store::Connection& c, const BlockKeys& keys);
     // Puts back the rows of those numbers that no element of the block came to remove.
     void putBack(store::Connection& c, const BlockKeys& left);
     BlockKeys keysLeft() const;

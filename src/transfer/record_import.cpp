@@ -45,7 +45,10 @@ BlockKeys blockKeys(ImportContext& ctx, const std::vector<ReadElement>& elements
     for (size_t i = 0; i < elements.size(); ++i) {
         const ReadElement& element = elements[i];
         if (element.failure) continue;  // stored nothing, removes nothing
-        if (i < unchanged.size() && unchanged[i]) continue;
+        if (i < unchanged.size() && unchanged[i]) {
+            keys.unchanged.emplace_back(element.betrNr, element.betrHistNr);
+            continue;
+        }
         const std::string& nr = element.betrNr;
         if ((byNumber || keys.byState) && ctx.businessTables(nr) != 0) {
             if (states.insert(ctx.businessKey(nr, element.betrHistNr)).second)
