@@ -163,12 +163,13 @@ TEST(ReplaceTest, TheSameFileAgainLeavesStoreLogCountsAndRecordAsBefore) {
     }
 }
 
-// A file with a tenth of its businesses changed, read over the original, leaves each business
-// of the file as a store that read only the changed file holds it; taking it back restores the
-// original. Persons who left a business stay in the store as they stood.
+// A file with a tenth, or with all, of its businesses changed, read over the original, leaves
+// each business of the file as a store that read only the changed file holds it; taking it back
+// restores the original. Persons who left a business stay in the store as they stood.
 TEST(ReplaceTest, AChangedTenthIsStoredAsByAFreshImportAndTakenBack) {
     for (const auto& [original, changed] :
          {std::pair{generated(300), generated(300, 10)},
+          std::pair{generated(300), generated(300, 1, 2)},
           std::pair{hardCases().text(), hardCases("Geänderter Name").text()}}) {
         ReplaceFixture replaced, fresh;
         const auto before = replaced.run(original);
@@ -194,6 +195,19 @@ TEST(ReplaceTest, AChangedTenthIsStoredAsByAFreshImportAndTakenBack) {
         replaced.takeBack();
         EXPECT_EQ(replaced.dump(), before.store);
     }
+}
+
+// Taken back, the store holds the original again: the changed file read once more must be
+// stored anew, though the store last read exactly its elements.
+TEST(ReplaceTest, AfterTakingBackTheSameChangedFileIsStoredAgain) {
+    ReplaceFixture f;
+    const auto original = f.run(generated(200));
+    const auto changed = f.run(generated(200, 10));
+    f.takeBack();
+    EXPECT_EQ(f.dump(), original.store);
+    const auto again = f.run(generated(200, 10));
+    EXPECT_EQ(again.store, changed.store);
+    EXPECT_EQ(again.log, changed.log);
 }
 
 }  // namespace
