@@ -91,8 +91,9 @@ std::vector<bool> ElementFingerprints::unchanged(store::Connection& c,
                                                  const std::vector<ReadElement>& elements) {
     std::vector<bool> result(elements.size(), false);
     if (!known_) return result;
-    c.execute(std::string("CREATE TABLE IF NOT EXISTS ") + kTable +
-              " (schluessel TEXT PRIMARY KEY, a INTEGER NOT NULL, b INTEGER NOT NULL)");
+    c.execute(
+        std::string("CREATE TABLE IF NOT EXISTS ") + kTable +
+        " (schluessel TEXT PRIMARY KEY, a INTEGER NOT NULL, b INTEGER NOT NULL) WITHOUT ROWID");
     store::Statement& find =
         c.cached(std::string("SELECT a, b FROM ") + kTable + " WHERE schluessel = ?1");
     std::vector<std::vector<std::string>> keys(elements.size());

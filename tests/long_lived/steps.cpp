@@ -87,7 +87,14 @@ void dumpTables(store::Connection& c, const std::string& prefix, Wanted wanted,
             while (st->step()) select += ", quote([" + st->column(0).toString() + "])";
         }
         std::vector<std::string> rows;
-        auto st = c.prepare(select + " FROM main.[" + table + "]");
+        // A table without row ids is told apart by its key, which is among its columns.
+        std::unique_ptr<store::Statement> st;
+        try {
+            st = c.prepare(select + " FROM main.[" + table + "]");
+        } catch (const std::exception&) {
+            st = c.prepare("SELECT NULL" + select.substr(select.find(',')) + " FROM main.[" +
+                           table + "]");
+        }
         while (st->step()) {
             std::string row = prefix + table;
             for (int i = 0; i < st->columnCount(); ++i) {
