@@ -9,6 +9,7 @@
 #include "model/default_stores.h"
 #include "model/schema.h"
 #include "store/connection.h"
+#include "store/server_address.h"
 
 namespace tolma::core {
 namespace {
@@ -79,13 +80,25 @@ void DB_Load(Globals& g) {
                                                         "; pwd=" + g.stores.db_passwort);
         g.stores.db_name_daten = g.settings.db_pfad_aktuell;
         g.stores.db_daten = store::Database::OpenDatabase(g.stores.db_name_daten);
-        // Not while an import runs: it leaves them out until its end.
-        if (!g.forms.marks.menue_import_datenbank) ensureListIndexes(g);
+        // Not while an import runs: it leaves them out until its end. A server store has them
+        // from its set-up.
+        if (!g.forms.marks.menue_import_datenbank && !g.stores.db_daten.connection()->isServer())
+            ensureListIndexes(g);
         DB_Handles_oeffnen(g);
         DB_Binden(g);
     } catch (const std::exception& e) {
         logTrapped(g, "DB_Load", e);
+        if (store::isServerText(g.stores.db_name_daten)) tellServerUnusable(g, e);
     }
+}
+
+void tellServerUnusable(Globals& g, const std::exception& e) {
+    showMessage(g,
+                "Die Datenbank auf dem Datenbankserver kann nicht verwendet werden:\n\n" +
+                    describeError(e).text +
+                    "\n\nDas Programm arbeitet ohne geöffnete Datenbank weiter. Die "
+                    "Verbindungsangabe bleibt in den Optionen eingetragen.",
+                msg::vbCritical, "Datenbank-Fehler!");
 }
 
 namespace {
@@ -158,6 +171,7 @@ void DB_Binden_loesen(Globals& g) {
 
 void DB_Komprimieren(Globals& g) {
     g.log.akt_schritt = 0;
+    if (store::isServerText(g.settings.db_pfad_aktuell)) return;  // nothing to do, nothing to say
     try {
         DB_Schliessen(g);
         DB_Binden_loesen(g);
@@ -177,6 +191,8 @@ void reopenAfterFailedChange(Globals& g, const std::string& procedure, const std
 
 int A_Kompress(Globals& g, const std::string& path, const std::string& /*sourceConnect*/) {
     g.log.akt_schritt = 0;
+    // The server looks after its own files.
+    if (store::isServerText(path)) return 1;
     const std::filesystem::path temp = g.paths.pfad_app + "DATENBANK.NEU";
     try {
         if (!Dir(temp.string()).empty()) std::filesystem::remove(temp);

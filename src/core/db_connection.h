@@ -12,6 +12,8 @@
 namespace tolma::core {
 
 void DB_Load(Globals& g);
+// Tells the clerk why the store on a server cannot be used; the program goes on without one.
+void tellServerUnusable(Globals& g, const std::exception& e);
 // Gives the data store the indexes the lists search names, towns and streets by, where they
 // are missing: in a store made before them, or after an import that left them out. A store
 // that cannot take them keeps its lists, which then search without them.

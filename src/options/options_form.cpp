@@ -8,8 +8,11 @@
 #include "core/files.h"
 #include "core/settings.h"
 #include "core/version.h"
+#include "model/default_stores.h"
 #include "model/values.h"
 #include "store/jet_sql.h"
+#include "store/server_address.h"
+#include "store/server_session.h"
 #include "text/text.h"
 
 namespace tolma::options {
@@ -75,8 +78,26 @@ void Form_Activate(core::Globals& g, OptionsForm& form) {
     g.forms.optionen.Text6[1] = g.settings.db_meld_pfad;
 }
 
-void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
+namespace {
+
+// The path takes the place of the old one in the settings; the open store follows it.
+void usePath(core::Globals& g, OptionsForm& form, int index, const std::string& path) {
     (void)form;
+    g.forms.optionen.Text6[index == 0 ? 0 : 1] = path;
+    core::DB_Schliessen(g);
+    core::DB_Binden_loesen(g);
+    g.settings.db_pfad_aktuell = path;
+    core::A_org_update(g);
+    core::DB_Load(g);
+    core::showMessage(
+        g, "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + g.stores.db_name_daten + "''",
+        core::msg::vbInformation, "");
+    core::showMessage(g, "Der Datenbankpfad wurde geändert!", core::msg::vbOKOnly, kPfadTitel);
+}
+
+}  // namespace
+
+void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
     if (core::showMessage(g,
                           "Stellen sie sicher, daß sich in dem gewünschten Pfad eine entsprechende "
                           "Datenbank befindet!\nWeiter?\n",
@@ -90,16 +111,52 @@ void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
                           core::msg::vbExclamation, kPfadTitel);
         return;
     }
-    g.forms.optionen.Text6[index == 0 ? 0 : 1] = file;
-    core::DB_Schliessen(g);
-    core::DB_Binden_loesen(g);
-    g.settings.db_pfad_aktuell = file;
-    core::A_org_update(g);
-    core::DB_Load(g);
-    core::showMessage(
-        g, "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + g.stores.db_name_daten + "''",
-        core::msg::vbInformation, "");
-    core::showMessage(g, "Der Datenbankpfad wurde geändert!", core::msg::vbOKOnly, kPfadTitel);
+    usePath(g, form, index, file);
+}
+
+bool changeStorePath(core::Globals& g, OptionsForm& form, int index, const std::string& value) {
+    const std::string path = text::trimBlanks(value);
+    if (path == g.forms.optionen.Text6[index == 0 ? 0 : 1]) return true;
+    if (store::isServerText(path) && !store::passwordIn(path).empty()) {
+        core::showMessage(g,
+                          "Die Verbindungsangabe enthält ein Kennwort. Kennwörter werden nicht in "
+                          "den Einstellungen gespeichert: das Programm fragt danach, oder es steht "
+                          "in der Datei ~/.pgpass.\n\nDer Datenbankpfad bleibt unverändert.",
+                          core::msg::vbExclamation, kPfadTitel);
+        return false;
+    }
+    if (store::isServerText(path)) {
+        try {
+            store::checkServerStore(path);
+        } catch (const std::exception& e) {
+            const auto info = core::describeError(e);
+            core::A_Error_Log(g, "Frm_Optionen.changeStorePath", info.source,
+                              std::to_string(info.number), info.text,
+                              "Datenbank: ", store::describeServer(path));
+            core::showMessage(g,
+                              "Die Datenbank auf dem Datenbankserver kann nicht verwendet "
+                              "werden:\n\n" +
+                                  info.text + "\n\nDer Datenbankpfad bleibt unverändert.",
+                              core::msg::vbCritical, kPfadTitel);
+            return false;
+        }
+    } else {
+        std::error_code ec;
+        const char* wanted = index == 0 ? model::kBusinessStoreFile : model::kNotificationStoreFile;
+        if (path.empty() || !std::filesystem::is_regular_file(path, ec) ||
+            text::upperAscii(core::Dir(path)) != text::upperAscii(wanted)) {
+            core::showMessage(g,
+                              "Die Datenbank wurde unter diesem Pfad nicht gefunden!\n\n"
+                              "Erwartet wird eine Datei '" +
+                                  std::string(wanted) +
+                                  "' oder die Verbindungsangabe eines Datenbankservers "
+                                  "(postgresql://rechner/datenbank oder service=NAME).",
+                              core::msg::vbExclamation, kPfadTitel);
+            return false;
+        }
+    }
+    usePath(g, form, index, path);
+    return true;
 }
 
 void Command12_Click(core::Globals& g, OptionsForm& form, int index) {

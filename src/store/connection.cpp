@@ -18,6 +18,9 @@
 #include "store/dao_error.h"
 #include "store/german_text.h"
 #include "store/jet_sql.h"
+#include "store/server_address.h"
+#include "store/server_session.h"
+#include "store/server_statement.h"
 #include "text/text.h"
 
 namespace tolma::store {
@@ -268,6 +271,10 @@ Statement::Statement(Connection& connection, const std::string& sql)
 }
 
 void Statement::prepareOn(const std::string& sql) {
+    if (connection_->server_) {
+        remote_ = std::make_unique<ServerStatement>(*connection_->server_, sql);
+        return;
+    }
     if (sqlite3_prepare_v2(connection_->handle(), sql.c_str(), static_cast<int>(sql.size()), &stmt_,
                            nullptr) != SQLITE_OK) {
         sqlite3_finalize(stmt_);
@@ -277,10 +284,25 @@ void Statement::prepareOn(const std::string& sql) {
 }
 
 Statement::~Statement() {
-    sqlite3_finalize(stmt_);
+    if (stmt_) sqlite3_finalize(stmt_);
 }
 
+namespace {
+// A value as the server reads a parameter: as text, in the type its place in the statement asks.
+std::optional<std::string> serverValue(const Variant& value) {
+    if (value.isNull()) return std::nullopt;
+    if (value.isReal()) {
+        char buf[32];
+        std::snprintf(buf, sizeof buf, "%.17g", value.toReal());
+        return std::string(buf);
+    }
+    if (const std::string* text = value.textPointer()) return *text;
+    return std::to_string(value.toInteger());
+}
+}  // namespace
+
 void Statement::bind(int index, const Variant& value) {
+    if (remote_) return remote_->bind(index, serverValue(value));
     if (value.isNull())
         sqlite3_bind_null(stmt_, index);
     else if (value.isInteger())
@@ -293,6 +315,7 @@ void Statement::bind(int index, const Variant& value) {
 }
 
 void Statement::bindStatic(int index, const Variant& value) {
+    if (remote_) return bind(index, value);
     if (const std::string* text = value.textPointer())
         sqlite3_bind_text(stmt_, index, text->data(), static_cast<int>(text->size()),
                           SQLITE_STATIC);
@@ -301,19 +324,28 @@ void Statement::bindStatic(int index, const Variant& value) {
 }
 
 void Statement::bindInteger(int index, long long value) {
+    if (remote_) return remote_->bind(index, std::to_string(value));
     sqlite3_bind_int64(stmt_, index, value);
 }
 
 void Statement::bindTextStatic(int index, std::string_view text) {
+    if (remote_) return remote_->bind(index, std::string(text));
     sqlite3_bind_text(stmt_, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
 }
 
 void Statement::bind(const char* name, const Variant& value) {
+    if (remote_) return bind(remote_->parameterIndex(name), value);
     bind(sqlite3_bind_parameter_index(stmt_, name), value);
 }
 
 void Statement::bindValues(const std::vector<std::string>& values,
                            const std::vector<bool>& numeric) {
+    if (remote_) {
+        // The server takes each as the type its place asks for.
+        for (size_t i = 0; i < values.size(); ++i)
+            remote_->bind(static_cast<int>(i + 1), values[i]);
+        return;
+    }
     for (size_t i = 0; i < values.size(); ++i) {
         const int index = static_cast<int>(i + 1);
         char* end = nullptr;
@@ -333,6 +365,15 @@ void Statement::bindValues(const std::vector<std::string>& values,
 }
 
 bool Statement::step() {
+    if (remote_) {
+        const bool row = remote_->step();
+        if (const long long n = remote_->takeChanges(); n >= 0) {
+            connection_->serverChanges_ = n;
+            connection_->serverTotalChanges_ += n;
+            if (remote_->returnedId()) connection_->serverLastId_ = remote_->returnedId();
+        }
+        return row;
+    }
     int rc = sqlite3_step(stmt_);
     if (rc == SQLITE_ROW) return true;
     if (rc == SQLITE_DONE) return false;
@@ -342,18 +383,41 @@ bool Statement::step() {
 
 void Statement::reset() {
     // Every use binds all its parameters anew, so old bindings need no clearing.
+    if (remote_) return remote_->reset();
     sqlite3_reset(stmt_);
 }
 
 int Statement::columnCount() const {
+    if (remote_) return remote_->columnCount();
     return sqlite3_column_count(stmt_);
 }
 
 std::string Statement::columnName(int index) const {
+    if (remote_) return remote_->columnName(index);
     return sqlite3_column_name(stmt_, index);
 }
 
+ColumnOrigin Statement::columnOrigin(int index) const {
+    if (remote_) return remote_->origin(index);
+    const char* t = sqlite3_column_table_name(stmt_, index);
+    const char* c = sqlite3_column_origin_name(stmt_, index);
+    const char* d = sqlite3_column_decltype(stmt_, index);
+    return {t ? t : "", c ? c : "", d ? d : ""};
+}
+
 Variant Statement::column(int index) const {
+    if (remote_) {
+        switch (columnType(index)) {
+            case ColumnType::Null:
+                return {};
+            case ColumnType::Integer:
+                return Variant(columnInteger(index));
+            case ColumnType::Real:
+                return Variant(columnReal(index));
+            default:
+                return Variant(std::string(remote_->text(index)));
+        }
+    }
     switch (sqlite3_column_type(stmt_, index)) {
         case SQLITE_NULL:
             return {};
@@ -369,6 +433,25 @@ Variant Statement::column(int index) const {
 }
 
 ColumnType Statement::columnType(int index) const {
+    if (remote_) {
+        if (remote_->isNull(index)) return ColumnType::Null;
+        switch (remote_->typeOf(index)) {
+            case 'i':
+            case 'l':
+                return ColumnType::Integer;
+            case 'r':
+                return ColumnType::Real;
+            case 'n':
+                // The server sums whole numbers into its numeric type: whole they stay.
+                return remote_->text(index).find_first_of(".eE") == std::string_view::npos
+                           ? ColumnType::Integer
+                           : ColumnType::Real;
+            case 'b':
+                return ColumnType::Blob;
+            default:
+                return ColumnType::Text;
+        }
+    }
     switch (sqlite3_column_type(stmt_, index)) {
         case SQLITE_NULL:
             return ColumnType::Null;
@@ -384,14 +467,24 @@ ColumnType Statement::columnType(int index) const {
 }
 
 long long Statement::columnInteger(int index) const {
+    if (remote_) {
+        const std::string_view t = remote_->text(index);
+        if (remote_->typeOf(index) == 'l') return t == "t" ? 1 : 0;
+        return t.empty() ? 0 : std::atoll(std::string(t).c_str());
+    }
     return sqlite3_column_int64(stmt_, index);
 }
 
 double Statement::columnReal(int index) const {
+    if (remote_) return std::strtod(std::string(remote_->text(index)).c_str(), nullptr);
     return sqlite3_column_double(stmt_, index);
 }
 
 std::string_view Statement::columnText(int index) const {
+    if (remote_) {
+        if (remote_->typeOf(index) == 'l') return remote_->text(index) == "t" ? "1" : "0";
+        return remote_->text(index);
+    }
     const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(stmt_, index));
     return p ? std::string_view(p, static_cast<size_t>(sqlite3_column_bytes(stmt_, index)))
              : std::string_view();
@@ -404,6 +497,13 @@ Connection::~Connection() {
     // What the listeners hold of the open batch goes with it.
     tellWatchersNoexcept([&](ChangeListener& l) { l.closing(*this); });
     cache_.clear();
+    if (server_ && batchDepth_ > 0) {
+        try {
+            server_->commit();
+        } catch (const DaoError&) {
+            // The server takes back what it could not keep.
+        }
+    }
     if (db_) {
         if (batchDepth_ > 0) sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
         sqlite3_close_v2(db_);
@@ -415,11 +515,44 @@ Connection::~Connection() {
 
 bool Connection::isOpen(const std::filesystem::path& file) {
     std::lock_guard lock(registryMutex);
-    auto it = registry().find(registryKey(file));
+    auto it = registry().find(isServerText(file.string()) ? file.string() : registryKey(file));
     return it != registry().end() && !it->second.expired();
 }
 
+namespace {
+std::map<std::string, std::string>& serverPasswords() {
+    static std::map<std::string, std::string> passwords;
+    return passwords;
+}
+}  // namespace
+
+void Connection::setServerPassword(const std::string& connectionText, const std::string& password) {
+    std::lock_guard lock(registryMutex);
+    serverPasswords()[connectionText] = password;
+}
+
+std::shared_ptr<Connection> Connection::connectServer(const std::string& text) {
+    {
+        std::lock_guard lock(registryMutex);
+        auto it = registry().find(text);
+        if (it != registry().end())
+            if (auto existing = it->second.lock()) return existing;
+    }
+    std::string password;
+    {
+        std::lock_guard lock(registryMutex);
+        if (auto it = serverPasswords().find(text); it != serverPasswords().end())
+            password = it->second;
+    }
+    std::shared_ptr<Connection> c(new Connection(text, text));
+    c->server_ = ServerSession::connect(text, password);
+    std::lock_guard lock(registryMutex);
+    registry()[text] = c;
+    return c;
+}
+
 std::shared_ptr<Connection> Connection::open(const std::filesystem::path& file, Kind kind) {
+    if (isServerText(file.string())) return connectServer(file.string());
     const std::string key = registryKey(file);
     {
         std::lock_guard lock(registryMutex);
@@ -443,6 +576,17 @@ std::shared_ptr<Connection> Connection::open(const std::filesystem::path& file, 
 }
 
 std::shared_ptr<Connection> Connection::openReader(const std::filesystem::path& file) {
+    if (isServerText(file.string())) {
+        std::shared_ptr<Connection> c(new Connection(file, ""));
+        std::string password;
+        {
+            std::lock_guard lock(registryMutex);
+            if (auto it = serverPasswords().find(file.string()); it != serverPasswords().end())
+                password = it->second;
+        }
+        c->server_ = ServerSession::connect(file.string(), password);
+        return c;
+    }
     // Under no key of the registry: no handle shares it, and letting go of it frees nothing.
     return create(file, "", Kind::ReadOnly);
 }
@@ -544,7 +688,7 @@ long long Connection::execute(const std::string& sql, const std::vector<Variant>
     for (size_t i = 0; i < params.size(); ++i) st.bind(static_cast<int>(i + 1), params[i]);
     while (st.step()) {
     }
-    return sqlite3_changes64(db_);
+    return changes();
 }
 
 Statement& Connection::cached(const std::string& sql) {
@@ -555,6 +699,22 @@ Statement& Connection::cached(const std::string& sql) {
 }
 
 const jet::Catalog& Connection::catalog() {
+    if (!catalog_ && server_) {
+        auto made = std::make_unique<jet::Catalog>();
+        made->server = true;
+        const auto columns = server_->query(
+            "SELECT DISTINCT a.attname FROM pg_index i JOIN pg_class t ON t.oid = i.indrelid "
+            "JOIN pg_attribute a ON a.attrelid = t.oid AND a.attnum = ANY(i.indkey) "
+            "WHERE t.relnamespace = current_schema()::regnamespace AND a.attname <> 'rowid'");
+        for (const auto& row : columns.rows)
+            if (row[0]) made->keyColumns.insert(text::lower(*row[0]));
+        std::vector<std::string> sorted(made->keyColumns.begin(), made->keyColumns.end());
+        std::sort(sorted.begin(), sorted.end());
+        made->fingerprint = "server|";
+        for (const auto& k : sorted) made->fingerprint += k + "|";
+        made->id = std::hash<std::string>{}(made->fingerprint);
+        catalog_ = std::move(made);
+    }
     if (!catalog_) {
         auto made = std::make_unique<jet::Catalog>();
         auto indexes = prepare("SELECT name FROM sqlite_master WHERE type = 'index'");
@@ -576,17 +736,38 @@ const jet::Catalog& Connection::catalog() {
 }
 
 long long Connection::totalChanges() const {
-    return sqlite3_total_changes64(db_);
+    return server_ ? serverTotalChanges_ : sqlite3_total_changes64(db_);
 }
 
 long long Connection::changes() const {
-    return sqlite3_changes64(db_);
+    return server_ ? serverChanges_ : sqlite3_changes64(db_);
+}
+
+long long Connection::lastInsertId() const {
+    return server_ ? serverLastId_ : sqlite3_last_insert_rowid(db_);
+}
+
+std::vector<Connection::ColumnInfo> Connection::columnsOf(const std::string& table) {
+    std::vector<ColumnInfo> out;
+    if (server_) {
+        const auto r = server_->query(
+            "SELECT column_name, column_default IS NOT NULL FROM information_schema.columns "
+            "WHERE table_schema = current_schema() AND table_name = $1 AND column_name <> 'rowid' "
+            "ORDER BY ordinal_position",
+            {text::lowerAscii(table)});
+        for (const auto& row : r.rows) out.push_back({row[0].value_or(""), row[1] == "t"});
+        return out;
+    }
+    auto info = prepare("SELECT name, dflt_value FROM pragma_table_info(?1)");
+    info->bind(1, Variant(table));
+    while (info->step()) out.push_back({info->column(0).toString(), !info->column(1).isNull()});
+    return out;
 }
 
 void Connection::watch(ChangeListener& listener, std::vector<std::string> tables) {
     unwatch(listener);
     watchers_.push_back({&listener, std::move(tables)});
-    if (watchers_.size() == 1) sqlite3_preupdate_hook(db_, &Connection::changeHook, this);
+    if (watchers_.size() == 1 && db_) sqlite3_preupdate_hook(db_, &Connection::changeHook, this);
 }
 
 bool Connection::unwatch(ChangeListener& listener) {
@@ -594,7 +775,7 @@ bool Connection::unwatch(ChangeListener& listener) {
                                  [&](const Watcher& w) { return w.listener == &listener; });
     if (it == watchers_.end()) return false;
     watchers_.erase(it);
-    if (watchers_.empty()) sqlite3_preupdate_hook(db_, nullptr, nullptr);
+    if (watchers_.empty() && db_) sqlite3_preupdate_hook(db_, nullptr, nullptr);
     return true;
 }
 
@@ -636,6 +817,12 @@ long long Connection::deleteWhere(const std::string& table, const jet::Prepared&
 }
 
 bool Connection::hasTable(const std::string& name) {
+    if (server_)
+        return server_
+                   ->query("SELECT to_regclass(quote_ident($1)) IS NOT NULL",
+                           {text::lowerAscii(name)})
+                   .rows.at(0)
+                   .at(0) == "t";
     auto& st = cached("SELECT 1 FROM main.sqlite_master WHERE type = 'table' AND name = ?1");
     st.bind(1, Variant(name));
     const bool found = st.step();
@@ -644,6 +831,8 @@ bool Connection::hasTable(const std::string& name) {
 }
 
 void Connection::setSecureDelete(bool on) {
+    // The server keeps its own files; what it frees it overwrites when it reuses the space.
+    if (server_) return;
     execute(on ? "PRAGMA secure_delete = ON" : "PRAGMA secure_delete = OFF");
 }
 
@@ -670,6 +859,8 @@ void Connection::changeHook(void* self, sqlite3*, int op, const char* database, 
 }
 
 TextCompare Connection::columnCompare(const std::string& table, const std::string& column) {
+    // The server's texts compare by their bytes, as its plain ORDER BY sorts them.
+    if (server_) return binaryCompare;
     const char* collation = nullptr;
     if (sqlite3_table_column_metadata(db_, "main", table.c_str(), column.c_str(), nullptr,
                                       &collation, nullptr, nullptr, nullptr) != SQLITE_OK ||
@@ -708,14 +899,27 @@ void Connection::rollbackBatch() noexcept {
 }
 
 bool Connection::inTransaction() const {
-    return !sqlite3_get_autocommit(db_);
+    return server_ ? server_->inTransaction() : !sqlite3_get_autocommit(db_);
 }
 
 void Connection::rollbackOpen() noexcept {
-    if (inTransaction()) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+    if (!inTransaction()) return;
+    if (!server_) {
+        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        return;
+    }
+    try {
+        server_->rollback();
+    } catch (const DaoError&) {
+        // A server that went away has taken the transaction back itself.
+    }
 }
 
 void Connection::fail(const std::string& source, const std::string& context) const {
+    if (server_)
+        throwDao(source, err::kEngineError,
+                 "Fehler auf dem Datenbankserver " + describeServer(file_.string()) + " (" +
+                     context + ").");
     const int code = sqlite3_errcode(db_);
     const std::string msg = sqlite3_errmsg(db_);
     auto starts = [&](const char* p) { return msg.rfind(p, 0) == 0; };

@@ -17,6 +17,14 @@ struct sqlite3_stmt;
 namespace tolma::store {
 
 class Connection;
+class ServerSession;
+class ServerStatement;
+
+// Where a column of a result comes from: its table and column, empty for a computed one, and
+// its type as a declaration of the embedded store would name it (empty when unknown).
+struct ColumnOrigin {
+    std::string table, column, declaredType;
+};
 
 // The kinds of values a column of a result row holds.
 enum class ColumnType { Null, Integer, Real, Text, Blob };
@@ -55,6 +63,7 @@ class Statement {
     // The text of a column (a number as text); valid until the statement steps or resets.
     std::string_view columnText(int index) const;
     std::string columnName(int index) const;
+    ColumnOrigin columnOrigin(int index) const;
     sqlite3_stmt* handle() const { return stmt_; }
     const std::string& sql() const { return sql_; }
 
@@ -64,6 +73,7 @@ class Statement {
     std::shared_ptr<Connection> owner_;
     Connection* connection_;
     sqlite3_stmt* stmt_ = nullptr;
+    std::unique_ptr<ServerStatement> remote_;  // on a server store instead of stmt_
     std::string sql_;
 };
 
@@ -103,15 +113,20 @@ class ChangeListener {
     ~ChangeListener() = default;
 };
 
-// One SQLite connection per store file and process. Every database handle and recordset on
-// the same file shares it; it closes when the last of them lets go, and only then is the file
-// free to be compacted, replaced or deleted.
+// One connection per store and process: to a file through SQLite, or to a database on a
+// PostgreSQL server when the store's path is a connection text. Every database handle and
+// recordset on the same store shares it; it closes when the last of them lets go, and only then
+// is a file free to be compacted, replaced or deleted.
 class Connection : public std::enable_shared_from_this<Connection> {
   public:
     enum class Kind { Shared, Exclusive, ReadOnly };
 
-    // Opens the file, or shares the connection this process already holds on it.
+    // Opens the file or connects to the server, or shares the connection this process already
+    // holds on it.
     static std::shared_ptr<Connection> open(const std::filesystem::path& file, Kind kind);
+    // The password for a server's connection text, kept for the running program only: the
+    // window asks for it when the server wants one that libpq's own ways do not give.
+    static void setServerPassword(const std::string& connectionText, const std::string& password);
     // A connection of its own for reading the file on another thread, beside the one this
     // process shares; it sees what the shared one has committed.
     static std::shared_ptr<Connection> openReader(const std::filesystem::path& file);
@@ -123,7 +138,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     Connection& operator=(const Connection&) = delete;
 
     sqlite3* handle() const { return db_; }
+    // The file, or for a server store its connection text.
     const std::filesystem::path& file() const { return file_; }
+    // Whether the store is on a server; its SQL then differs in places.
+    bool isServer() const { return server_ != nullptr; }
+    ServerSession* server() const { return server_.get(); }
     std::unique_ptr<Statement> prepare(const std::string& sql);
     // Runs one statement without result rows; returns the number of rows it changed.
     long long execute(const std::string& sql, const std::vector<Variant>& params = {});
@@ -140,6 +159,15 @@ class Connection : public std::enable_shared_from_this<Connection> {
     long long totalChanges() const;
     // Rows changed by the last statement that changed any.
     long long changes() const;
+    // The row id of the row the last insert wrote.
+    long long lastInsertId() const;
+
+    struct ColumnInfo {
+        std::string name;
+        bool hasDefault;
+    };
+    // The columns of a table, in their order; the server's row id column is none of them.
+    std::vector<ColumnInfo> columnsOf(const std::string& table);
 
     // The listener hears of every change to these tables of the main database from now on;
     // several listeners may watch at once. unwatch() tells whether it was watching.
@@ -189,13 +217,17 @@ class Connection : public std::enable_shared_from_this<Connection> {
     static void changeHook(void* self, ::sqlite3* db, int op, const char* database,
                            const char* table, long long oldRow, long long newRow);
 
+    friend class Statement;
     Connection(std::filesystem::path file, std::string key);
+    static std::shared_ptr<Connection> connectServer(const std::string& text);
     // Opens and configures the file, under a key of the registry or none.
     static std::shared_ptr<Connection> create(const std::filesystem::path& file,
                                               const std::string& key, Kind kind);
     void configure(Kind kind);
 
     sqlite3* db_ = nullptr;
+    std::unique_ptr<ServerSession> server_;
+    long long serverChanges_ = 0, serverTotalChanges_ = 0, serverLastId_ = 0;
     std::filesystem::path file_;
     std::string key_;
     int batchDepth_ = 0;

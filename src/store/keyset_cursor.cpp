@@ -177,7 +177,7 @@ long long KeysetCursor::currentRowid() {
 }
 
 void KeysetCursor::inserted() {
-    const long long id = sqlite3_last_insert_rowid(conn->handle());
+    const long long id = conn->lastInsertId();
     keys.push_back(id);
     if (keyIndexValid) keyIndex.emplace(keyString(&keys.back()), count() - 1);
     // Appending to an empty recordset leaves it without a current row, at its end.

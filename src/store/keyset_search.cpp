@@ -113,6 +113,8 @@ std::optional<KeysetCursor::TypedSearch> KeysetCursor::typedSearch(const std::st
     if (s.table < 0) return std::nullopt;
     s.column = nameOf(t[2]);
     const std::string& table = tables()[static_cast<size_t>(s.table)].name;
+    // On a server store the query finds the row itself, through its index on the folded text.
+    if (conn->isServer()) return std::nullopt;
     if (sqlite3_table_column_metadata(conn->handle(), nullptr, table.c_str(), s.column.c_str(),
                                       nullptr, nullptr, nullptr, nullptr, nullptr) != SQLITE_OK)
         return std::nullopt;  // an alias of the select list, or no column at all
@@ -174,10 +176,11 @@ KeysetCursor::Order KeysetCursor::leadingOrder(const TypedSearch& s) {
 
 // Changes to the store since the keys were read: by this connection, or committed by another.
 long long KeysetCursor::storeState() {
+    if (conn->isServer()) return conn->totalChanges();
     auto& version = conn->cached("PRAGMA data_version");
     long long v = version.step() ? version.column(0).toInteger() : 0;
     version.reset();
-    return v * 1000003 + sqlite3_total_changes64(conn->handle());
+    return v * 1000003 + conn->totalChanges();
 }
 
 const KeysetCursor::Positions& KeysetCursor::positionsOf(int table) {

@@ -95,17 +95,15 @@ void RecordsetImpl::describe(Statement& statement, const std::string& key,
         return;
     }
     auto set = std::make_shared<FieldSet>();
-    sqlite3_stmt* st = statement.handle();
-    const int n = sqlite3_column_count(st);
+    const int n = statement.columnCount();
     std::unordered_map<std::string, int> seen;
     for (int i = 0; i < n; ++i) {
         FieldInfo f;
-        f.name = sqlite3_column_name(st, i);
-        const char* t = sqlite3_column_table_name(st, i);
-        const char* c = sqlite3_column_origin_name(st, i);
-        f.table = t ? t : "";
-        f.column = c ? c : "";
-        typeFromDeclaration(sqlite3_column_decltype(st, i), f);
+        f.name = statement.columnName(i);
+        const ColumnOrigin origin = statement.columnOrigin(i);
+        f.table = origin.table;
+        f.column = origin.column;
+        typeFromDeclaration(origin.declaredType.empty() ? nullptr : origin.declaredType.c_str(), f);
         f.updatable =
             !writable.empty() && !f.column.empty() && text::lower(f.table) == text::lower(writable);
         ++seen[text::lower(f.name)];
@@ -274,19 +272,22 @@ void RecordsetImpl::update() {
     storedRowsChanged();  // a stored row is read anew
 }
 
+// The server tells the row id of an inserted row only when asked in the statement.
+std::string RecordsetImpl::returningRowid() const {
+    return conn->isServer() ? " RETURNING rowid" : "";
+}
+
 // A table whose columns have no defaults takes a new row through one statement that names
 // every column: an unset column is Null either way, and the statement need not be looked up
 // anew for each set of columns a row happens to fill.
 Statement* RecordsetImpl::wholeRowInsert() {
     if (wholeRowKnown == 0) {
         wholeRowKnown = -1;
-        auto info = conn->prepare("SELECT name, dflt_value FROM pragma_table_info(?1)");
-        info->bind(1, Variant(unbracket(baseTable)));
         size_t columns = 0;
         bool defaults = false;
-        while (info->step()) {
+        for (const auto& column : conn->columnsOf(unbracket(baseTable))) {
             ++columns;
-            defaults = defaults || !info->column(1).isNull();
+            defaults = defaults || column.hasDefault;
         }
         bool allFields = columns == fields().size() && columns > 0;
         for (size_t i = 0; allFields && i < fields().size(); ++i) allFields = fields()[i].updatable;
@@ -297,7 +298,7 @@ Statement* RecordsetImpl::wholeRowInsert() {
                 marks += (i ? ", ?" : "?") + std::to_string(i + 1);
             }
             wholeRow = conn->prepare("INSERT INTO " + baseTable + " (" + cols + ") VALUES (" +
-                                     marks + ")");
+                                     marks + ")" + returningRowid());
             wholeRowKnown = 1;
         }
     }
@@ -321,9 +322,10 @@ Statement& RecordsetImpl::insertStatement(const std::string& pattern) {
             marks += (n ? ", ?" : "?") + std::to_string(n + 1);
             ++n;
         }
-        st = conn->prepare(cols.empty() ? "INSERT INTO " + baseTable + " DEFAULT VALUES"
-                                        : "INSERT INTO " + baseTable + " (" + cols + ") VALUES (" +
-                                              marks + ")");
+        st = conn->prepare(
+            (cols.empty() ? "INSERT INTO " + baseTable + " DEFAULT VALUES"
+                          : "INSERT INTO " + baseTable + " (" + cols + ") VALUES (" + marks + ")") +
+            returningRowid());
     }
     st->reset();
     lastPattern = pattern;

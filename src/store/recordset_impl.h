@@ -112,6 +112,7 @@ class RecordsetImpl {
     Variant converted(const FieldInfo& f, const Variant& v);
     Statement& insertStatement(const std::string& pattern);
     Statement* wholeRowInsert();
+    std::string returningRowid() const;
 
     std::function<void()> onMove;
     std::map<std::string, std::unique_ptr<Statement>> statements;

@@ -265,6 +265,48 @@ ServerResult ServerSession::query(const std::string& sql, const std::vector<Serv
     return out;
 }
 
+std::shared_ptr<PGresult> ServerSession::run(const std::string& sql,
+                                             const std::vector<const char*>& values) {
+    PGresult* res = PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr,
+                                 values.data(), nullptr, nullptr, 0);
+    const auto status = PQresultStatus(res);
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
+        failWith(conn_, res, server_, secrets_);
+    return std::shared_ptr<PGresult>(res, &PQclear);
+}
+
+std::shared_ptr<PGresult> ServerSession::describe(const std::string& sql, int parameters) {
+    PGresult* prepared = PQprepare(conn_, "", sql.c_str(), parameters, nullptr);
+    if (PQresultStatus(prepared) != PGRES_COMMAND_OK) failWith(conn_, prepared, server_, secrets_);
+    PQclear(prepared);
+    PGresult* res = PQdescribePrepared(conn_, "");
+    if (PQresultStatus(res) != PGRES_COMMAND_OK) failWith(conn_, res, server_, secrets_);
+    return std::shared_ptr<PGresult>(res, &PQclear);
+}
+
+bool ServerSession::inTransaction() const {
+    return PQtransactionStatus(conn_) != PQTRANS_IDLE;
+}
+
+std::string ServerSession::tableName(unsigned oid) {
+    auto& name = names_[{oid, 0}];
+    if (name.empty()) {
+        const auto r = query("SELECT relname FROM pg_class WHERE oid = $1", {std::to_string(oid)});
+        name = r.rows.empty() ? "?" : r.rows[0][0].value_or("?");
+    }
+    return name;
+}
+
+std::string ServerSession::columnName(unsigned oid, int number) {
+    auto& name = names_[{oid, number}];
+    if (name.empty()) {
+        const auto r = query("SELECT attname FROM pg_attribute WHERE attrelid = $1 AND attnum = $2",
+                             {std::to_string(oid), std::to_string(number)});
+        name = r.rows.empty() ? "?" : r.rows[0][0].value_or("?");
+    }
+    return name;
+}
+
 void ServerSession::begin() {
     execute("BEGIN");
 }
@@ -312,6 +354,16 @@ long long ServerSession::copyIn(const std::string& table, const std::vector<std:
     const std::string written = PQcmdTuples(res);
     PQclear(res);
     return written.empty() ? 0 : std::atoll(written.c_str());
+}
+
+void checkServerStore(const std::string& text, const std::string& password) {
+    auto session = ServerSession::connect(text, password);
+    const auto found = session->query("SELECT to_regclass('betrieb') IS NOT NULL");
+    if (found.rows.empty() || found.rows[0][0] != "t")
+        throw DaoError(
+            kConnectSource, err::kTableNotFound,
+            "Der Datenspeicher auf dem Datenbankserver " + session->server() +
+                " ist nicht eingerichtet; „tolma-cli server einrichten“ richtet ihn ein.");
 }
 
 bool needsPassword(const DaoError& e) {

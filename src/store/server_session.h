@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -8,6 +9,7 @@
 #include "store/dao_error.h"
 
 typedef struct pg_conn PGconn;
+typedef struct pg_result PGresult;
 
 namespace tolma::store {
 
@@ -35,9 +37,23 @@ class ServerSession {
     long long execute(const std::string& sql, const std::vector<ServerValue>& params = {});
     ServerResult query(const std::string& sql, const std::vector<ServerValue>& params = {});
 
+    // Runs a statement with its parameters as text (null for NULL) and keeps the result as the
+    // server gave it; a failure raises.
+    std::shared_ptr<PGresult> run(const std::string& sql, const std::vector<const char*>& values);
+
+    // The columns a statement's rows would have, without running it.
+    std::shared_ptr<PGresult> describe(const std::string& sql, int parameters);
+
     void begin();
     void commit();
     void rollback();
+    // Whether a transaction is open on the connection (also one that failed and waits for its
+    // ROLLBACK).
+    bool inTransaction() const;
+
+    // The name of a table and of its column from the numbers a result gives for them.
+    std::string tableName(unsigned oid);
+    std::string columnName(unsigned oid, int number);
 
     // Writes rows into a table through COPY in text format; returns the rows written.
     long long copyIn(const std::string& table, const std::vector<std::string>& columns,
@@ -52,7 +68,12 @@ class ServerSession {
     PGconn* conn_;
     std::string server_;                // describeServer of the connection text
     std::vector<std::string> secrets_;  // passwords, kept only to clean messages of them
+    std::map<std::pair<unsigned, int>, std::string> names_;  // (table, 0) and (table, column)
 };
+
+// Connects and makes sure the database holds a store that was set up; raises a DaoError with
+// the cause otherwise.
+void checkServerStore(const std::string& text, const std::string& password = {});
 
 // Whether a failed connect wants a password that neither the text nor the caller gave: the
 // GUI asks for one and connects again.

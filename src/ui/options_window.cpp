@@ -67,7 +67,15 @@ QVBoxLayout* OptionsWindow::buildStores() {
     connect(back, &QPushButton::clicked, this, [this] {
         takeSelection();
         bool close = false;
-        run([&] { close = options::Command3_Click(g_, form_, 1); });
+        run([&] {
+            // A path typed into a box counts as given when the window is left.
+            bool pathsTaken = true;
+            for (int i = 0; i < 2; ++i)
+                pathsTaken =
+                    options::changeStorePath(g_, form_, i, paths_[i]->text().toStdString()) &&
+                    pathsTaken;
+            close = pathsTaken && options::Command3_Click(g_, form_, 1);
+        });
         if (close) emit closeRequested();
     });
     stores->addWidget(back, 0, Qt::AlignRight);
@@ -85,7 +93,10 @@ QGroupBox* OptionsWindow::buildStoreFrame(int i) {
     auto* grid = new QGridLayout(frame);
     paths_[i] = new QLineEdit(frame);
     paths_[i]->setObjectName(QString("Text6_%1").arg(i));
-    paths_[i]->setReadOnly(true);
+    paths_[i]->setPlaceholderText("Datei oder postgresql://rechner/datenbank");
+    paths_[i]->setToolTip(
+        "Pfad der Datenbankdatei oder Verbindungsangabe eines Datenbankservers, z. B. "
+        "postgresql://benutzer@rechner/tolma oder service=tolma");
     paths_[i]->setAccessibleName(i == 0 ? "Pfad der betriebsbezogenen Datenbank"
                                         : "Pfad der meldungsbezogenen Datenbank");
     grid->addWidget(paths_[i], 0, 0, 1, 3);

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "store/connection.h"
+#include "store/server_session.h"
+
+namespace tolma::store {
+
+// The program's own statements are written in the embedded store's SQL. On a server store the
+// same text is sent after a few spellings are changed: parameters ?1, ?, @name become $1, $2,
+// [names] become "names" in lower case (the server's tables are made so; names after AS keep
+// their spelling, since they are the result's captions), "main." goes.
+struct ServerSql {
+    std::string text;
+    std::vector<std::string> names;  // the named parameters, at their $ number - 1
+    int parameters = 0;
+    bool star = false;  // some select list takes every column of a table
+};
+ServerSql toServerSql(std::string_view sql);
+
+// One statement on a server store, as Statement offers it: values bound by number, rows read
+// one after the other. The statement runs at the first step; its rows come all at once.
+class ServerStatement {
+  public:
+    ServerStatement(ServerSession& session, std::string_view sql);
+    ~ServerStatement();
+
+    void bind(int index, std::optional<std::string> value);  // 1-based
+    int parameterIndex(const std::string& name) const;       // 0 when the text has no such name
+    bool step();
+    void reset();
+    // The rows the statement changed when it ran at the step just made, once; -1 otherwise
+    // (a query, or a step to a further row).
+    long long takeChanges() {
+        const long long n = changes_;
+        changes_ = -1;
+        return n;
+    }
+    // The first column of the row a statement ending in RETURNING gave last.
+    long long returnedId() const { return returned_; }
+
+    int columnCount();
+    std::string columnName(int index);
+    // The server's type of a column: 'i' whole number, 'r' real, 'b' bytes, 't' text.
+    char typeOf(int index) const;
+    bool isNull(int index) const;
+    std::string_view text(int index) const;
+    ColumnOrigin origin(int index);
+
+  private:
+    void run();
+    // The result's columns before the statement runs.
+    void describe();
+    void hideRowIds();
+    int at(int index) const;  // the result's column of a column shown; -1 for none
+
+    ServerSession& session_;
+    ServerSql sql_;
+    std::vector<std::optional<std::string>> values_;
+    std::shared_ptr<struct pg_result> result_;
+    std::vector<int> shown_;
+    int row_ = -1;
+    bool ran_ = false;
+    long long changes_ = -1;
+    long long returned_ = 0;
+};
+
+}  // namespace tolma::store
