@@ -14,6 +14,7 @@
 #include <ctime>
 #include <map>
 #include <mutex>
+#include <set>
 
 #include "store/dao_error.h"
 #include "store/german_text.h"
@@ -828,6 +829,60 @@ bool Connection::hasTable(const std::string& name) {
     const bool found = st.step();
     st.reset();
     return found;
+}
+
+bool Connection::isTextColumn(const std::string& table, const std::string& column) {
+    auto& memo = memo_["text columns:" + text::lowerAscii(table)];
+    if (!memo) {
+        auto names = std::make_shared<std::set<std::string>>();
+        if (server_) {
+            const auto r = server_->query(
+                "SELECT column_name FROM information_schema.columns WHERE table_schema = "
+                "current_schema() AND table_name = $1 AND data_type IN ('text', 'character "
+                "varying', 'character')",
+                {text::lowerAscii(table)});
+            for (const auto& row : r.rows) names->insert(text::lowerAscii(row[0].value_or("")));
+        } else {
+            auto st = prepare("SELECT name, type FROM pragma_table_info(?1)");
+            st->bind(1, Variant(table));
+            while (st->step()) {
+                const std::string type = text::upperAscii(st->column(1).toString());
+                if (type.find("CHAR") != std::string::npos || type.find("TEXT") != std::string::npos ||
+                    type.find("CLOB") != std::string::npos)
+                    names->insert(text::lowerAscii(st->column(0).toString()));
+            }
+        }
+        memo = names;
+    }
+    return std::static_pointer_cast<const std::set<std::string>>(memo)->count(
+               text::lowerAscii(column)) > 0;
+}
+
+std::string Connection::orderTerm(const std::string& table, const std::string& column,
+                                  bool german, bool descending) {
+    const std::string direction = descending ? " DESC" : "";
+    const std::string name = "[" + column + "]";
+    if (!server_)
+        return name + (german ? std::string(" COLLATE ") + german::kCollation : "") + direction;
+    if (!isTextColumn(table, column)) return name + direction;
+    // Letters first, then marks and case: the embedded store's German order. A key column
+    // compares by its bytes.
+    if (!german) return name + " COLLATE \"C\"" + direction;
+    return "tolma_primary(" + name + ") COLLATE \"C\"" + direction + ", tolma_fold(" + name +
+           ") COLLATE \"C\"" + direction;
+}
+
+std::string Connection::atLeast(const std::string& table, const std::string& column, bool german,
+                                const std::string& parameter) {
+    const std::string name = "[" + column + "]";
+    if (!server_)
+        return name + (german ? std::string(" COLLATE ") + german::kCollation : "") + " >= " +
+               parameter;
+    if (!isTextColumn(table, column)) return name + " >= " + parameter;
+    if (!german) return name + " COLLATE \"C\" >= " + parameter;
+    return "(tolma_primary(" + name + ") COLLATE \"C\", tolma_fold(" + name +
+           ") COLLATE \"C\") >= (tolma_primary(" + parameter + ") COLLATE \"C\", tolma_fold(" +
+           parameter + ") COLLATE \"C\")";
 }
 
 void Connection::setSecureDelete(bool on) {

@@ -180,10 +180,20 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     // Whether the store holds a table of that name.
     bool hasTable(const std::string& name);
+    // Whether a column of a table holds texts.
+    bool isTextColumn(const std::string& table, const std::string& column);
 
     // While on, what is deleted is overwritten in the file rather than only marked free: for
     // data that must be gone, not merely unreachable.
     void setSecureDelete(bool on);
+
+    // A column as an ORDER BY term: a text in German order (the store's own collation where
+    // `german` is false, for key columns), a number as a number; DESC where asked.
+    std::string orderTerm(const std::string& table, const std::string& column, bool german,
+                          bool descending);
+    // A condition that a column is at or after a bound value in that order.
+    std::string atLeast(const std::string& table, const std::string& column, bool german,
+                        const std::string& parameter);
 
     // How the store compares texts of a table's column: by the column's collation.
     TextCompare columnCompare(const std::string& table, const std::string& column);

@@ -34,7 +34,7 @@ ServerSql toServerSql(std::string_view sql) {
     o.reserve(sql.size() + 16);
     std::string lastWord;  // the word before, in lower case; names after AS keep their case
     auto name = [&](const std::string& n) {
-        o += quoted(lastWord == "as" ? n : text::lowerAscii(n));
+        o += quoted(lastWord == "as" || lastWord == "collate" ? n : text::lowerAscii(n));
         lastWord.clear();
     };
     auto namedParameter = [&](const std::string& n) {

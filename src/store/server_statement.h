@@ -13,7 +13,7 @@ namespace tolma::store {
 // The program's own statements are written in the embedded store's SQL. On a server store the
 // same text is sent after a few spellings are changed: parameters ?1, ?, @name become $1, $2,
 // [names] become "names" in lower case (the server's tables are made so; names after AS keep
-// their spelling, since they are the result's captions), "main." goes.
+// their spelling, since they are the result's captions, and so do collations), "main." goes.
 struct ServerSql {
     std::string text;
     std::vector<std::string> names;  // the named parameters, at their $ number - 1

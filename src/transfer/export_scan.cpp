@@ -29,12 +29,10 @@ std::string bracket(const std::string& name) {
 }
 
 // An ORDER BY term as the per-key queries write it: a key column by its own collation.
-std::string orderTerm(store::Connection& c, const std::string& column) {
+std::string orderTerm(store::Connection& c, const std::string& table, const std::string& column) {
     const bool descending = column.ends_with(" DESC");
     const std::string name = descending ? column.substr(0, column.size() - 5) : column;
-    return bracket(name) +
-           (c.catalog().isKey(name) ? "" : std::string(" COLLATE ") + store::german::kCollation) +
-           (descending ? " DESC" : "");
+    return c.orderTerm(table, name, !c.catalog().isKey(name), descending);
 }
 
 }  // namespace
@@ -81,13 +79,12 @@ KeyedScan::~KeyedScan() = default;
 
 void KeyedScan::open() {
     // The first key column bounds the seek; the order is the per-key query's, key by key.
-    std::string sql = "SELECT * FROM " + bracket(table_) + " WHERE " + bracket(keyColumns_[0]) +
-                      (c_.catalog().isKey(keyColumns_[0])
-                           ? ""
-                           : std::string(" COLLATE ") + store::german::kCollation) +
-                      " >= ?1 ORDER BY ";
-    for (const auto& k : keyColumns_) sql += orderTerm(c_, k) + ", ";
-    for (const auto& t : orderTail_) sql += orderTerm(c_, t) + ", ";
+    std::string sql =
+        "SELECT * FROM " + bracket(table_) + " WHERE " +
+        c_.atLeast(table_, keyColumns_[0], !c_.catalog().isKey(keyColumns_[0]), "?1") +
+        " ORDER BY ";
+    for (const auto& k : keyColumns_) sql += orderTerm(c_, table_, k) + ", ";
+    for (const auto& t : orderTail_) sql += orderTerm(c_, table_, t) + ", ";
     sql += "rowid";
     st_ = c_.prepare(sql);
     names_.clear();
