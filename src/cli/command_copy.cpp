@@ -28,13 +28,11 @@ std::shared_ptr<store::Connection> openTarget(const std::string& target) {
         return store::Connection::open(target, store::Connection::Kind::Shared);
     }
     std::error_code ec;
-    if (!std::filesystem::exists(target, ec))
-        model::writeEmptyStore(target, model::dataTables());
+    if (!std::filesystem::exists(target, ec)) model::writeEmptyStore(target, model::dataTables());
     return store::Connection::open(target, store::Connection::Kind::Exclusive);
 }
 
-int copyStore(Session& session, const std::string& target, std::ostream& out,
-              std::ostream& err) {
+int copyStore(Session& session, const std::string& target, std::ostream& out, std::ostream& err) {
     core::Globals& g = session.g;
     store::Connection& from = *g.stores.db_daten.connection();
     std::error_code ec;
@@ -82,10 +80,11 @@ int copyStore(Session& session, const std::string& target, std::ostream& out,
 
 }  // namespace
 
-int commandKopieren(const Options& options, const std::vector<std::string>& args,
-                    std::ostream& out, std::ostream& err) {
+int commandKopieren(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                    std::ostream& err) {
     if (args.size() != 2 || args[0] != "--nach")
-        return badCall(err, "kopieren", "erwartet wird --nach ZIEL (Datei oder Verbindungsangabe).");
+        return badCall(err, "kopieren",
+                       "erwartet wird --nach ZIEL (Datei oder Verbindungsangabe).");
     if (store::isServerText(args[1]) && !store::passwordIn(args[1]).empty())
         return badCall(err, "kopieren", "die Verbindungsangabe darf kein Kennwort enthalten.");
     Session session(options, out);

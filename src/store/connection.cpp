@@ -847,7 +847,8 @@ bool Connection::isTextColumn(const std::string& table, const std::string& colum
             st->bind(1, Variant(table));
             while (st->step()) {
                 const std::string type = text::upperAscii(st->column(1).toString());
-                if (type.find("CHAR") != std::string::npos || type.find("TEXT") != std::string::npos ||
+                if (type.find("CHAR") != std::string::npos ||
+                    type.find("TEXT") != std::string::npos ||
                     type.find("CLOB") != std::string::npos)
                     names->insert(text::lowerAscii(st->column(0).toString()));
             }
@@ -858,8 +859,8 @@ bool Connection::isTextColumn(const std::string& table, const std::string& colum
                text::lowerAscii(column)) > 0;
 }
 
-std::string Connection::orderTerm(const std::string& table, const std::string& column,
-                                  bool german, bool descending) {
+std::string Connection::orderTerm(const std::string& table, const std::string& column, bool german,
+                                  bool descending) {
     const std::string direction = descending ? " DESC" : "";
     const std::string name = "[" + column + "]";
     if (!server_)
@@ -876,8 +877,8 @@ std::string Connection::atLeast(const std::string& table, const std::string& col
                                 const std::string& parameter) {
     const std::string name = "[" + column + "]";
     if (!server_)
-        return name + (german ? std::string(" COLLATE ") + german::kCollation : "") + " >= " +
-               parameter;
+        return name + (german ? std::string(" COLLATE ") + german::kCollation : "") +
+               " >= " + parameter;
     if (!isTextColumn(table, column)) return name + " >= " + parameter;
     if (!german) return name + " COLLATE \"C\" >= " + parameter;
     return "(tolma_primary(" + name + ") COLLATE \"C\", tolma_fold(" + name +

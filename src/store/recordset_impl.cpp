@@ -47,8 +47,11 @@ void typeFromDeclaration(const char* declared, FieldInfo& f) {
     }
 }
 
+// A name without its brackets, or the double quotes a server's query text gives it.
 std::string unbracket(const std::string& s) {
-    if (s.size() >= 2 && s.front() == '[' && s.back() == ']') return s.substr(1, s.size() - 2);
+    if (s.size() >= 2 &&
+        ((s.front() == '[' && s.back() == ']') || (s.front() == '"' && s.back() == '"')))
+        return s.substr(1, s.size() - 2);
     return s;
 }
 

@@ -266,8 +266,10 @@ ServerResult ServerSession::query(const std::string& sql, const std::vector<Serv
 }
 
 std::shared_ptr<PGresult> ServerSession::run(const std::string& sql,
-                                             const std::vector<const char*>& values) {
-    PGresult* res = PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr,
+                                             const std::vector<const char*>& values,
+                                             const std::vector<unsigned>& types) {
+    PGresult* res = PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()),
+                                 types.size() == values.size() ? types.data() : nullptr,
                                  values.data(), nullptr, nullptr, 0);
     const auto status = PQresultStatus(res);
     if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
@@ -275,8 +277,10 @@ std::shared_ptr<PGresult> ServerSession::run(const std::string& sql,
     return std::shared_ptr<PGresult>(res, &PQclear);
 }
 
-std::shared_ptr<PGresult> ServerSession::describe(const std::string& sql, int parameters) {
-    PGresult* prepared = PQprepare(conn_, "", sql.c_str(), parameters, nullptr);
+std::shared_ptr<PGresult> ServerSession::describe(const std::string& sql,
+                                                  const std::vector<unsigned>& types) {
+    PGresult* prepared =
+        PQprepare(conn_, "", sql.c_str(), static_cast<int>(types.size()), types.data());
     if (PQresultStatus(prepared) != PGRES_COMMAND_OK) failWith(conn_, prepared, server_, secrets_);
     PQclear(prepared);
     PGresult* res = PQdescribePrepared(conn_, "");

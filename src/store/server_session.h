@@ -39,10 +39,12 @@ class ServerSession {
 
     // Runs a statement with its parameters as text (null for NULL) and keeps the result as the
     // server gave it; a failure raises.
-    std::shared_ptr<PGresult> run(const std::string& sql, const std::vector<const char*>& values);
+    // `types` gives a parameter's type number where the text does not show it (0: inferred).
+    std::shared_ptr<PGresult> run(const std::string& sql, const std::vector<const char*>& values,
+                                  const std::vector<unsigned>& types = {});
 
     // The columns a statement's rows would have, without running it.
-    std::shared_ptr<PGresult> describe(const std::string& sql, int parameters);
+    std::shared_ptr<PGresult> describe(const std::string& sql, const std::vector<unsigned>& types);
 
     void begin();
     void commit();

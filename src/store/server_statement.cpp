@@ -24,7 +24,8 @@ std::string quoted(const std::string& name) {
 
 // The server's type numbers (pg_type.oid) the program meets.
 constexpr unsigned kBool = 16, kInt8 = 20, kInt2 = 21, kInt4 = 23, kOid = 26, kFloat4 = 700,
-                   kFloat8 = 701, kNumeric = 1700, kBytea = 17, kVarchar = 1043, kBpchar = 1042;
+                   kFloat8 = 701, kNumeric = 1700, kBytea = 17, kVarchar = 1043, kBpchar = 1042,
+                   kText = 25;
 
 }  // namespace
 
@@ -43,6 +44,8 @@ ServerSql toServerSql(std::string_view sql) {
             out.names.resize(static_cast<size_t>(out.parameters));
             out.names.push_back(n);
             ++out.parameters;
+            out.used.resize(static_cast<size_t>(out.parameters));
+            out.used.back() = true;
             at = out.names.end() - 1;
         }
         o += "$" + std::to_string(at - out.names.begin() + 1);
@@ -81,6 +84,8 @@ ServerSql toServerSql(std::string_view sql) {
             const int n = j > i + 1 ? std::atoi(std::string(sql.substr(i + 1, j - i - 1)).c_str())
                                     : out.parameters + 1;
             out.parameters = std::max(out.parameters, n);
+            if (out.used.size() < static_cast<size_t>(n)) out.used.resize(static_cast<size_t>(n));
+            out.used[static_cast<size_t>(n - 1)] = true;
             o += "$" + std::to_string(n);
             i = j;
             lastWord.clear();
@@ -118,6 +123,7 @@ ServerSql toServerSql(std::string_view sql) {
         }
     }
     out.names.resize(static_cast<size_t>(out.parameters));
+    out.used.resize(static_cast<size_t>(out.parameters));
     return out;
 }
 
@@ -142,7 +148,7 @@ void ServerStatement::run() {
     std::vector<const char*> pointers;
     pointers.reserve(values_.size());
     for (const auto& v : values_) pointers.push_back(v ? v->c_str() : nullptr);
-    result_ = session_.run(sql_.text, pointers);
+    result_ = session_.run(sql_.text, pointers, parameterTypes());
     ran_ = true;
     row_ = -1;
     PGresult* r = result_.get();
@@ -158,9 +164,16 @@ void ServerStatement::run() {
     hideRowIds();
 }
 
+// A value bound to no place of the text still needs a type: the server asks for one.
+std::vector<unsigned> ServerStatement::parameterTypes() const {
+    std::vector<unsigned> types;
+    for (bool used : sql_.used) types.push_back(used ? 0 : kText);
+    return types;
+}
+
 void ServerStatement::describe() {
     if (result_) return;
-    result_ = session_.describe(sql_.text, static_cast<int>(values_.size()));
+    result_ = session_.describe(sql_.text, parameterTypes());
     shown_.clear();
     hideRowIds();
 }

@@ -18,7 +18,8 @@ struct ServerSql {
     std::string text;
     std::vector<std::string> names;  // the named parameters, at their $ number - 1
     int parameters = 0;
-    bool star = false;  // some select list takes every column of a table
+    std::vector<bool> used;  // whether $n stands in the text, at n - 1
+    bool star = false;       // some select list takes every column of a table
 };
 ServerSql toServerSql(std::string_view sql);
 
@@ -56,6 +57,7 @@ class ServerStatement {
     // The result's columns before the statement runs.
     void describe();
     void hideRowIds();
+    std::vector<unsigned> parameterTypes() const;
     int at(int index) const;  // the result's column of a column shown; -1 for none
 
     ServerSession& session_;

@@ -18,8 +18,7 @@ long long countOf(Connection& c, const std::string& table) {
     return st->step() ? st->columnInteger(0) : 0;
 }
 
-std::vector<std::string> commonColumns(Connection& from, Connection& to,
-                                       const std::string& table) {
+std::vector<std::string> commonColumns(Connection& from, Connection& to, const std::string& table) {
     std::vector<std::string> target;
     for (const auto& c : to.columnsOf(table)) target.push_back(text::lowerAscii(c.name));
     std::vector<std::string> out;
@@ -67,8 +66,8 @@ long long copyToFile(Statement& rows, Connection& to, const std::string& table,
         names += ", " + jet::quoteName(columns[i]);
         marks += ", ?" + std::to_string(i + 2);
     }
-    auto insert =
-        to.prepare("INSERT INTO " + jet::quoteName(table) + " (" + names + ") VALUES (" + marks + ")");
+    auto insert = to.prepare("INSERT INTO " + jet::quoteName(table) + " (" + names + ") VALUES (" +
+                             marks + ")");
     long long written = 0;
     const int n = static_cast<int>(columns.size()) + 1;
     while (rows.step()) {
@@ -122,9 +121,9 @@ std::vector<CopiedTable> copyTables(Connection& from, Connection& to,
             const long long there = countOf(to, table), here = countOf(from, table);
             if (there != here || written != here)
                 throwDao("DAO.Database", err::kEngineError,
-                         "Die Kopie der Tabelle " + table + " ist unvollständig: " +
-                             std::to_string(here) + " Zeilen in der Quelle, " +
-                             std::to_string(there) + " im Ziel.");
+                         "Die Kopie der Tabelle " + table +
+                             " ist unvollständig: " + std::to_string(here) +
+                             " Zeilen in der Quelle, " + std::to_string(there) + " im Ziel.");
             done.push_back({table, here});
         }
         to.commitBatch();
