@@ -12,6 +12,7 @@
 #include "search/index_words.h"
 #include "search/phonetic.h"
 #include "store/connection.h"
+#include "store/dao_error.h"
 #include "store/german_text.h"
 #include "text/text.h"
 
@@ -44,9 +45,7 @@ void createIndex(store::Connection& c) {
 }
 
 bool tableExists(store::Connection& c, const std::string& name) {
-    auto st = c.prepare("SELECT 1 FROM sqlite_master WHERE name = ?1");
-    st->bind(1, Variant(name));
-    return st->step();
+    return c.hasTable(name);
 }
 
 // The indexes of earlier forms, under names of their own: one that kept a copy of its rows, and
@@ -140,6 +139,10 @@ bool hasIndex(store::Connection& c) {
 }
 
 void buildIndex(store::Connection& c, const std::function<void(long, long)>& progress) {
+    if (c.isServer())
+        throw store::DaoError("TOLMA_4x_Access", store::err::kEngineError,
+                              "Die Suche steht für eine Datenbank auf einem Datenbankserver noch "
+                              "nicht zur Verfügung.");
     inSavepoint(c, [&] {
         dropEarlierIndex(c);
         createIndex(c);

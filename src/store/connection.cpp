@@ -805,6 +805,20 @@ long long Connection::deleteWhere(const std::string& table, const jet::Prepared&
             w.quiet = w.listener->deletingWhere(*this, static_cast<size_t>(t - w.tables.begin()),
                                                 condition);
     }
+    if (server_)
+        for (Watcher& w : watchers_) {
+            const auto t = std::find(w.tables.begin(), w.tables.end(), table);
+            if (t == w.tables.end() || w.quiet) continue;
+            // No hook tells the rows one by one: they are looked up first.
+            auto ids = prepare("SELECT rowid FROM " + jet::quoteName(table) + " WHERE " +
+                               where.shape->sql);
+            ids->bindValues(where.values, where.shape->numeric);
+            std::vector<long long> rows;
+            while (ids->step()) rows.push_back(ids->columnInteger(0));
+            for (long long id : rows)
+                w.listener->changing(*this, {ChangeListener::Kind::Delete,
+                                             static_cast<size_t>(t - w.tables.begin()), id, id});
+        }
     auto& st = cached("DELETE FROM main." + jet::quoteName(table) + " WHERE " + where.shape->sql);
     st.bindValues(where.values, where.shape->numeric);
     struct Loud {
@@ -829,6 +843,19 @@ bool Connection::hasTable(const std::string& name) {
     const bool found = st.step();
     st.reset();
     return found;
+}
+
+std::string Connection::columnList(const std::string& table, const std::string& prefix) {
+    auto& memo = memo_["column list:" + text::lowerAscii(table)];
+    if (!memo) {
+        auto names = std::make_shared<std::vector<std::string>>();
+        for (const auto& c : columnsOf(table)) names->push_back(jet::quoteName(c.name));
+        memo = names;
+    }
+    std::string out;
+    for (const auto& n : *std::static_pointer_cast<const std::vector<std::string>>(memo))
+        out += (out.empty() ? "" : ", ") + prefix + n;
+    return out;
 }
 
 bool Connection::isTextColumn(const std::string& table, const std::string& column) {
@@ -895,12 +922,21 @@ void Connection::setSecureDelete(bool on) {
 void Connection::changeHook(void* self, sqlite3*, int op, const char* database, const char* table,
                             long long oldRow, long long newRow) {
     if (std::strcmp(database, "main") != 0) return;
-    auto& c = *static_cast<Connection*>(self);
     const ChangeListener::Kind kind = op == SQLITE_INSERT   ? ChangeListener::Kind::Insert
                                       : op == SQLITE_DELETE ? ChangeListener::Kind::Delete
                                                             : ChangeListener::Kind::Update;
-    for (size_t w = 0; w < c.watchers_.size(); ++w) {
-        Watcher& watcher = c.watchers_[w];
+    static_cast<Connection*>(self)->tellWatchersOfRow(kind, table, oldRow, newRow);
+}
+
+void Connection::tellRow(ChangeListener::Kind kind, const std::string& table, long long oldRow,
+                         long long newRow) {
+    if (server_ && !watchers_.empty()) tellWatchersOfRow(kind, table.c_str(), oldRow, newRow);
+}
+
+void Connection::tellWatchersOfRow(ChangeListener::Kind kind, const char* table, long long oldRow,
+                                   long long newRow) {
+    for (size_t w = 0; w < watchers_.size(); ++w) {
+        Watcher& watcher = watchers_[w];
         // Rows come table by table: the table of the last row is tried first.
         const auto& tables = watcher.tables;
         size_t t = watcher.lastTable;
@@ -910,7 +946,7 @@ void Connection::changeHook(void* self, sqlite3*, int op, const char* database, 
             if (t < tables.size()) watcher.lastTable = t;
         }
         if (t < watcher.tables.size() && !(watcher.quiet && kind != ChangeListener::Kind::Insert))
-            watcher.listener->changing(c, {kind, t, oldRow, newRow});
+            watcher.listener->changing(*this, {kind, t, oldRow, newRow});
     }
 }
 

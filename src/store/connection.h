@@ -168,11 +168,20 @@ class Connection : public std::enable_shared_from_this<Connection> {
     };
     // The columns of a table, in their order; the server's row id column is none of them.
     std::vector<ColumnInfo> columnsOf(const std::string& table);
+    // Those columns quoted and apart by commas, each after `prefix` ("t."): what "*" names in
+    // the embedded store, where the server's "*" would add its row id.
+    std::string columnList(const std::string& table, const std::string& prefix = {});
 
     // The listener hears of every change to these tables of the main database from now on;
     // several listeners may watch at once. unwatch() tells whether it was watching.
     void watch(ChangeListener& listener, std::vector<std::string> tables);
     bool unwatch(ChangeListener& listener);
+
+    // On a server store nothing hears the rows as they change: the recordsets tell of each
+    // before it changes (of an insert after it), as SQLite's hook does for a file. Nothing
+    // happens on a file store, whose hook tells already.
+    void tellRow(ChangeListener::Kind kind, const std::string& table, long long oldRow,
+                 long long newRow);
 
     // Deletes the rows of a table that a condition names, in one statement; the listeners that
     // watch the table hear of it first. Returns the number of rows deleted.
@@ -226,6 +235,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void tellWatchersNoexcept(Tell tell) noexcept;
     static void changeHook(void* self, ::sqlite3* db, int op, const char* database,
                            const char* table, long long oldRow, long long newRow);
+    void tellWatchersOfRow(ChangeListener::Kind kind, const char* table, long long oldRow,
+                           long long newRow);
 
     friend class Statement;
     Connection(std::filesystem::path file, std::string key);

@@ -162,7 +162,8 @@ class Generator {
                 Out a = expr(*e.args[0]);
                 if (e.op == "NOT") return {"(NOT " + a.sql + ")", Type::Number};
                 // A plus keeps its operand as it is: it only keeps SQLite off an index.
-                if (e.op == "+") return {"+" + a.sql, a.type};
+                // The server takes no plus before a text and plans by itself.
+                if (e.op == "+") return {server_ ? a.sql : "+" + a.sql, a.type};
                 return {"(-" + a.sql + ")", Type::Number};
             }
             case ExprKind::Binary:

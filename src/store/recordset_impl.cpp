@@ -233,6 +233,8 @@ void RecordsetImpl::update() {
                     whole->bind(static_cast<int>(i + 1), Variant());
             }
             whole->step();
+            conn->tellRow(ChangeListener::Kind::Insert, unbracket(baseTable), 0,
+                          conn->lastInsertId());
             inserted();
             edit = EditMode::None;
             pending.clear();
@@ -254,6 +256,7 @@ void RecordsetImpl::update() {
         for (size_t i = 0; i < values.size(); ++i)
             st.bindStatic(static_cast<int>(i + 1), *values[i]);
         st.step();
+        conn->tellRow(ChangeListener::Kind::Insert, unbracket(baseTable), 0, conn->lastInsertId());
         inserted();
     } else if (!values.empty()) {
         std::string sets;
@@ -267,6 +270,7 @@ void RecordsetImpl::update() {
                         std::to_string(values.size() + 1));
         for (size_t i = 0; i < values.size(); ++i) st.bind(static_cast<int>(i + 1), *values[i]);
         st.bind(static_cast<int>(values.size() + 1), Variant(id));
+        conn->tellRow(ChangeListener::Kind::Update, unbracket(baseTable), id, id);
         st.step();
         rowCache.reset();
     }
@@ -358,6 +362,7 @@ void RecordsetImpl::remove() {
     const long long id = currentRowid();
     auto& st = stmt("DELETE FROM " + baseTable + " WHERE rowid = ?1");
     st.bind(1, Variant(id));
+    conn->tellRow(ChangeListener::Kind::Delete, unbracket(baseTable), id, id);
     st.step();
     rowCache.reset();
     removed();

@@ -27,6 +27,14 @@ constexpr unsigned kBool = 16, kInt8 = 20, kInt2 = 21, kInt4 = 23, kOid = 26, kF
                    kFloat8 = 701, kNumeric = 1700, kBytea = 17, kVarchar = 1043, kBpchar = 1042,
                    kText = 25;
 
+// The word after position `at`, blanks skipped.
+std::string nextWord(std::string_view sql, size_t at) {
+    while (at < sql.size() && std::isspace(static_cast<unsigned char>(sql[at]))) ++at;
+    size_t end = at;
+    while (end < sql.size() && isWordChar(sql[end])) ++end;
+    return std::string(sql.substr(at, end - at));
+}
+
 }  // namespace
 
 ServerSql toServerSql(std::string_view sql) {
@@ -108,10 +116,45 @@ ServerSql toServerSql(std::string_view sql) {
             const bool qualifies = j < sql.size() && sql[j] == '.';
             const bool standsAlone =
                 o.empty() || !(isWordChar(o.back()) || o.back() == '.' || o.back() == '"');
-            if (qualifies && standsAlone && text::lowerAscii(word) == "main") {
+            const std::string lower = text::lowerAscii(word);
+            if (qualifies && standsAlone && lower == "main") {
                 i = j + 1;  // the server has one schema where the embedded store says main
                 continue;
             }
+            if (qualifies && standsAlone && lower == "temp") {
+                o += "pg_temp";
+                lastWord.clear();
+                i = j;
+                continue;
+            }
+            if (lower == "collate" && text::lowerAscii(nextWord(sql, j)) == "nocase") {
+                // Case is ignored by the program's own compare on the server, not by collation.
+                while (!o.empty() && o.back() == ' ') o.pop_back();
+                i = j;
+                while (i < sql.size() && std::isspace(static_cast<unsigned char>(sql[i]))) ++i;
+                while (i < sql.size() && isWordChar(sql[i])) ++i;
+                continue;
+            }
+            // SQLite's CROSS JOIN only fixes the order of the loops; each of ours has its ON.
+            if (lower == "cross" && text::lowerAscii(nextWord(sql, j)) == "join") {
+                while (j < sql.size() && std::isspace(static_cast<unsigned char>(sql[j]))) ++j;
+                i = j;
+                continue;
+            }
+            // The server's transactions need no lock named in advance.
+            if (lastWord == "begin" &&
+                (lower == "immediate" || lower == "deferred" || lower == "exclusive")) {
+                i = j;
+                continue;
+            }
+            if (lower == "integer" && out.creates) {
+                o += "bigint";  // the embedded store's whole numbers have 64 bits
+                lastWord = lower;
+                i = j;
+                continue;
+            }
+            if (o.find_first_not_of(" \t\n") == std::string::npos && lower == "create")
+                out.creates = true;
             o += word;
             lastWord = text::lowerAscii(word);
             i = j;

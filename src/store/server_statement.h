@@ -13,13 +13,15 @@ namespace tolma::store {
 // The program's own statements are written in the embedded store's SQL. On a server store the
 // same text is sent after a few spellings are changed: parameters ?1, ?, @name become $1, $2,
 // [names] become "names" in lower case (the server's tables are made so; names after AS keep
-// their spelling, since they are the result's captions, and so do collations), "main." goes.
+// their spelling, since they are the result's captions, and so do collations), "main." goes,
+// "temp." is the server's pg_temp, COLLATE NOCASE goes, INTEGER in a CREATE is bigint.
 struct ServerSql {
     std::string text;
     std::vector<std::string> names;  // the named parameters, at their $ number - 1
     int parameters = 0;
     std::vector<bool> used;  // whether $n stands in the text, at n - 1
     bool star = false;       // some select list takes every column of a table
+    bool creates = false;    // the text makes a table or index
 };
 ServerSql toServerSql(std::string_view sql);
 

@@ -145,7 +145,8 @@ void ImportJournal::removeAhead(store::Connection& c, const BlockKeys& keys) {
         blockStarts_[i] = last->column(0).toInteger();
         last.reset();
         // The keys drive, the table answers by its index; then the rows copied go, by row id.
-        c.execute("INSERT INTO " + shadow + " SELECT ?1, 'D', t.rowid, t.* FROM " +
+        c.execute("INSERT INTO " + shadow + " (lauf, art, rid, " + c.columnList(r.table) +
+                      ") SELECT ?1, 'D', t.rowid, " + c.columnList(r.table, "t.") + " FROM " +
                       keyTable(r.kind) + " k CROSS JOIN main." + store::jet::quoteName(r.table) +
                       " t ON " + belongs(r, keys.byState, "t"),
                   {store::Variant(static_cast<long long>(lauf_))});

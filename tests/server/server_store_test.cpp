@@ -114,6 +114,36 @@ TEST_F(ServerStore, AStoreMovedToTheServerAndBackReadsTheSameEverywhere) {
     EXPECT_EQ(readAll(home).exportFile, fromFile.exportFile);
 }
 
+TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
+    const std::string fileHome = (dir / "datei").string();
+    ASSERT_EQ(cli(fileHome, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
+    const Readings fromFile = readAll(fileHome);
+
+    const std::string server = PgCluster::get().createDatabase("tolma_import");
+    ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
+    ASSERT_EQ(cli(home, {"options", "--db-betriebsbezogen", server}).code, 0);
+    const auto first = cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"});
+    ASSERT_EQ(first.code, 0) << first.out << first.err;
+    EXPECT_NE(first.out.find("neu: 52, ersetzt: 0"), std::string::npos) << first.out;
+    EXPECT_EQ(readAll(home).exportFile, fromFile.exportFile);
+
+    // The same file again replaces every business; taking it back restores the first run's.
+    const auto second = cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"});
+    ASSERT_EQ(second.code, 0) << second.err;
+    EXPECT_NE(second.out.find("neu: 0, ersetzt: 52"), std::string::npos) << second.out;
+    ASSERT_EQ(cli(home, {"undo"}).code, 0);
+    const auto runs = cli(home, {"imports"}).out;
+    EXPECT_NE(runs.find("\t52\tnein\t"), std::string::npos) << runs;
+    EXPECT_NE(runs.find("\t52\tja\t"), std::string::npos) << runs;
+    const Readings afterUndo = readAll(home);
+    EXPECT_EQ(afterUndo.exportFile, fromFile.exportFile);
+    EXPECT_EQ(afterUndo.persons, fromFile.persons);
+
+    // Taking back the first run leaves the store empty.
+    ASSERT_EQ(cli(home, {"undo"}).code, 0);
+    EXPECT_EQ(cli(home, {"sql", "SELECT Count(*) AS n FROM person"}).out, "n\n0\n");
+}
+
 TEST_F(ServerStore, AServerThatCannotBeUsedIsNamedAndNeverSwappedForTheDefaultFile) {
     ASSERT_EQ(cli(home, {"options"}).code, 0);
     // Not set up, not reachable, a password in the text: each refused with its cause.
