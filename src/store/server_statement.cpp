@@ -147,6 +147,30 @@ ServerSql toServerSql(std::string_view sql) {
                 i = j;
                 continue;
             }
+            // A list as a JSON array: the server's function gives its texts as column "value".
+            if (lower == "json_each" && j < sql.size() && sql[j] == '(') {
+                const size_t close = sql.find(')', j);
+                const ServerSql inner = toServerSql(sql.substr(j + 1, close - j - 1));
+                for (size_t p = 0; p < inner.used.size(); ++p)
+                    if (inner.used[p]) {
+                        out.parameters = std::max(out.parameters, static_cast<int>(p + 1));
+                        if (out.used.size() <= p) out.used.resize(p + 1);
+                        out.used[p] = true;
+                    }
+                o += "jsonb_array_elements_text(" + inner.text + "::jsonb)";
+                i = close + 1;
+                const std::string alias = nextWord(sql, i);
+                const std::string a = text::lowerAscii(alias);
+                if (!alias.empty() && a != "where" && a != "cross" && a != "join" && a != "as") {
+                    while (i < sql.size() && std::isspace(static_cast<unsigned char>(sql[i]))) ++i;
+                    o += " " + alias + "(value)";
+                    i += alias.size();
+                } else {
+                    o += " AS json_each(value)";
+                }
+                lastWord.clear();
+                continue;
+            }
             if (lower == "integer" && out.creates) {
                 o += "bigint";  // the embedded store's whole numbers have 64 bits
                 lastWord = lower;

@@ -43,7 +43,7 @@ std::string exported(const std::string& home) {
 }
 
 struct Readings {
-    std::string exportFile, evaluation, byName, persons;
+    std::string exportFile, evaluation, byName, persons, searches;
 };
 
 Readings readAll(const std::string& home) {
@@ -63,6 +63,9 @@ Readings readAll(const std::string& home) {
                            "INNER JOIN beziehung_betrieb_person AS b ON p.[pers-nr] = "
                            "b.[pers-nr] GROUP BY p.[fam-name] ORDER BY p.[fam-name]"})
                     .out;
+    // By spelling, by folded spelling, by sound, and the last word as a beginning.
+    for (const char* query : {"petersen", "Baeckerei", "Husum Peter", "Mejer", "bäck"})
+        r.searches += cli(home, {"search", query}).out;
     return r;
 }
 
@@ -102,6 +105,7 @@ TEST_F(ServerStore, AStoreMovedToTheServerAndBackReadsTheSameEverywhere) {
     EXPECT_EQ(fromServer.evaluation, fromFile.evaluation);
     EXPECT_EQ(fromServer.byName, fromFile.byName);
     EXPECT_EQ(fromServer.persons, fromFile.persons);
+    EXPECT_EQ(fromServer.searches, fromFile.searches);
     EXPECT_EQ(cli(home, {"print", "list", "betriebe", "--pdf", (dir / "b.pdf").string()}).code, 0);
     EXPECT_EQ(cli(home, {"print", "list", "personen", "--pdf", (dir / "p.pdf").string()}).code, 0);
 
@@ -138,6 +142,7 @@ TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
     const Readings afterUndo = readAll(home);
     EXPECT_EQ(afterUndo.exportFile, fromFile.exportFile);
     EXPECT_EQ(afterUndo.persons, fromFile.persons);
+    EXPECT_EQ(afterUndo.searches, fromFile.searches);
 
     // Taking back the first run leaves the store empty.
     ASSERT_EQ(cli(home, {"undo"}).code, 0);
