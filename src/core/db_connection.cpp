@@ -10,6 +10,7 @@
 #include "model/schema.h"
 #include "store/connection.h"
 #include "store/server_address.h"
+#include "store/server_session.h"
 
 namespace tolma::core {
 namespace {
@@ -72,6 +73,25 @@ std::string settingsStorePath(const Directories& paths) {
     return paths.pfad_db + model::kSettingsStoreFile;
 }
 
+namespace {
+
+// Opens the data store; a server that wants a password no one gave is asked for it once, and
+// the password is kept for this run of the program only, never written anywhere.
+store::Database openDataStore(Globals& g, const std::string& path) {
+    try {
+        return store::Database::OpenDatabase(path);
+    } catch (const store::DaoError& e) {
+        if (!store::needsPassword(e) || !g.dialogs) throw;
+        const auto password = g.dialogs->askPassword("Kennwort für den Datenbankserver " +
+                                                     store::describeServer(path) + ":");
+        if (!password) throw;
+        store::Connection::setServerPassword(path, *password);
+        return store::Database::OpenDatabase(path);
+    }
+}
+
+}  // namespace
+
 void DB_Load(Globals& g) {
     g.log.akt_schritt = 0;
     try {
@@ -79,7 +99,7 @@ void DB_Load(Globals& g) {
         g.stores.db_org = store::Database::OpenDatabase(g.stores.db_name_org, true, false,
                                                         "; pwd=" + g.stores.db_passwort);
         g.stores.db_name_daten = g.settings.db_pfad_aktuell;
-        g.stores.db_daten = store::Database::OpenDatabase(g.stores.db_name_daten);
+        g.stores.db_daten = openDataStore(g, g.stores.db_name_daten);
         // Not while an import runs: it leaves them out until its end. A server store has them
         // from its set-up.
         if (!g.forms.marks.menue_import_datenbank && !g.stores.db_daten.connection()->isServer())

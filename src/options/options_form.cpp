@@ -10,9 +10,11 @@
 #include "core/version.h"
 #include "model/default_stores.h"
 #include "model/values.h"
+#include "store/connection.h"
 #include "store/jet_sql.h"
 #include "store/server_address.h"
 #include "store/server_session.h"
+#include "store/store_copy.h"
 #include "text/text.h"
 
 namespace tolma::options {
@@ -95,6 +97,32 @@ void usePath(core::Globals& g, OptionsForm& form, int index, const std::string& 
     core::showMessage(g, "Der Datenbankpfad wurde geändert!", core::msg::vbOKOnly, kPfadTitel);
 }
 
+// A store on a server is emptied in one statement, every table of it, the record of the runs and
+// the search index too: as a file replaced by the empty one. Either all goes or nothing.
+void emptyServerStore(core::Globals& g, const char* title) {
+    const std::string path = g.stores.db_name_daten;
+    core::DB_Schliessen(g);
+    core::DB_Binden_loesen(g);
+    try {
+        auto c = store::Connection::open(path, store::Connection::Kind::Shared);
+        std::string tables;
+        for (const auto& t : store::tableNames(*c))
+            tables += (tables.empty() ? "" : ", ") + store::jet::quoteName(t);
+        if (!tables.empty()) c->execute("TRUNCATE " + tables + " RESTART IDENTITY");
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "Command4_Click", e);
+        core::DB_Load(g);
+        const auto info = core::describeError(e);
+        core::showMessage(g,
+                          "Laufzeitfehler '" + std::to_string(info.number) + "':\n\n" + info.text,
+                          core::msg::vbCritical, core::kProductName);
+        return;
+    }
+    core::DB_Load(g);
+    core::showMessage(g, "Die Datenbank wurde gelöscht und ersetzt!", core::msg::vbInformation,
+                      title);
+}
+
 }  // namespace
 
 void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
@@ -127,7 +155,18 @@ bool changeStorePath(core::Globals& g, OptionsForm& form, int index, const std::
     }
     if (store::isServerText(path)) {
         try {
-            store::checkServerStore(path);
+            try {
+                store::checkServerStore(path);
+            } catch (const store::DaoError& e) {
+                const auto password =
+                    store::needsPassword(e) && g.dialogs
+                        ? g.dialogs->askPassword("Kennwort für den Datenbankserver " +
+                                                 store::describeServer(path) + ":")
+                        : std::nullopt;
+                if (!password) throw;
+                store::checkServerStore(path, *password);
+                store::Connection::setServerPassword(path, *password);
+            }
         } catch (const std::exception& e) {
             const auto info = core::describeError(e);
             core::A_Error_Log(g, "Frm_Optionen.changeStorePath", info.source,
@@ -197,6 +236,10 @@ void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
                 "Datenbank ersetzen?\n",
             core::msg::vbCriticalYesNo, title) != core::msg::vbYes)
         return;
+    if (store::isServerText(g.stores.db_name_daten)) {
+        emptyServerStore(g, title);
+        return;
+    }
     std::error_code ec;
     if (!std::filesystem::is_regular_file(g.stores.db_name_daten, ec)) return;
     core::DB_Schliessen(g);

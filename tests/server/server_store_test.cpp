@@ -8,6 +8,8 @@
 #include <sstream>
 
 #include "cli/cli.h"
+#include "cli/session.h"
+#include "options/options_form.h"
 #include "pg_cluster.h"
 #include "store/server_session.h"
 
@@ -147,6 +149,33 @@ TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
     // Taking back the first run leaves the store empty.
     ASSERT_EQ(cli(home, {"undo"}).code, 0);
     EXPECT_EQ(cli(home, {"sql", "SELECT Count(*) AS n FROM person"}).out, "n\n0\n");
+}
+
+TEST_F(ServerStore, EmptyingAServerStoreEmptiesEveryTableAtOnce) {
+    const std::string server = PgCluster::get().createDatabase("tolma_leeren");
+    ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
+    ASSERT_EQ(cli(home, {"options", "--db-betriebsbezogen", server}).code, 0);
+    ASSERT_EQ(cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
+    ASSERT_NE(cli(home, {"search", "petersen"}).out.find("Petersen"), std::string::npos);
+    {
+        cli::Options o;
+        o.home = home;
+        o.answers = cli::TerminalDialogs::Mode::Yes;
+        std::ostringstream out, err;
+        cli::Session session(o, out);
+        ASSERT_TRUE(session.startWithDataStore(err)) << err.str();
+        options::OptionsForm form;
+        options::Form_Activate(session.g, form);
+        options::Command4_Click(session.g, form, 0);
+        EXPECT_NE(out.str().find("gelöscht und ersetzt"), std::string::npos) << out.str();
+    }
+    EXPECT_EQ(cli(home, {"sql", "SELECT Count(*) AS n FROM beziehung_betrieb_person"}).out,
+              "n\n0\n");
+    EXPECT_EQ(cli(home, {"imports"}).out.find("beispiel.tml"), std::string::npos);
+    EXPECT_EQ(cli(home, {"search", "petersen"}).out.find("Petersen"), std::string::npos);
+    // The store takes the file anew, as a fresh one.
+    EXPECT_NE(cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).out.find("neu: 52"),
+              std::string::npos);
 }
 
 TEST_F(ServerStore, AServerThatCannotBeUsedIsNamedAndNeverSwappedForTheDefaultFile) {
