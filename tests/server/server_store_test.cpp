@@ -151,6 +151,41 @@ TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
     EXPECT_EQ(cli(home, {"sql", "SELECT Count(*) AS n FROM person"}).out, "n\n0\n");
 }
 
+// What a deletion after the period and a disclosure say and leave, without the times of day.
+std::string protectionRound(const std::string& home, const std::string& csv) {
+    std::string said = cli(home, {"loeschen", "--abgemeldet-vor", "2020-01-01", "--pruefen"}).out;
+    said += cli(home, {"loeschen", "--abgemeldet-vor", "2020-01-01"}).out;
+    EXPECT_EQ(
+        cli(home, {"auskunft", "--name", "Petersen", "--vornamen", "Jens", "--csv", csv}).code, 0);
+    std::ifstream in(csv, std::ios::binary);
+    for (std::string line; std::getline(in, line);)
+        if (line.find("Importdatum") == std::string::npos) said += line + "\n";
+    std::istringstream log(cli(home, {"protokoll"}).out);
+    for (std::string line; std::getline(log, line);)
+        said += line.substr(std::min(line.size(), line.find('\t', line.find('\t') + 1))) + "\n";
+    return said + cli(home, {"sql", "SELECT Count(*) AS n FROM person"}).out;
+}
+
+TEST_F(ServerStore, DeletionAfterThePeriodAndDisclosureGoAsInAFile) {
+    const std::string fileHome = (dir / "datei").string();
+    ASSERT_EQ(cli(fileHome, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
+    const std::string inFile = protectionRound(fileHome, (dir / "datei.csv").string());
+    ASSERT_NE(inFile.find("Gelöscht: 1 Betrieb, 1 Person"), std::string::npos) << inFile;
+
+    const std::string server = PgCluster::get().createDatabase("tolma_schutz");
+    ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
+    ASSERT_EQ(cli(home, {"options", "--db-betriebsbezogen", server}).code, 0);
+    ASSERT_EQ(cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
+    EXPECT_EQ(protectionRound(home, (dir / "server.csv").string()), inFile);
+    // The deleted business does not come back with the run that brought it.
+    ASSERT_EQ(cli(home, {"undo"}).code, 0);
+    EXPECT_EQ(cli(home, {"sql",
+                         "SELECT Count(*) AS n FROM betrieb WHERE [betr-nr] = "
+                         "'010540002739'"})
+                  .out,
+              "n\n0\n");
+}
+
 TEST_F(ServerStore, EmptyingAServerStoreEmptiesEveryTableAtOnce) {
     const std::string server = PgCluster::get().createDatabase("tolma_leeren");
     ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
