@@ -124,6 +124,8 @@ TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
     const std::string fileHome = (dir / "datei").string();
     ASSERT_EQ(cli(fileHome, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
     const Readings fromFile = readAll(fileHome);
+    const auto checkInFile =
+        cli(fileHome, {"import", "--check", TOLMA_SOURCE_DIR "/data/beispiel.tml"});
 
     const std::string server = PgCluster::get().createDatabase("tolma_import");
     ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
@@ -132,6 +134,12 @@ TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
     ASSERT_EQ(first.code, 0) << first.out << first.err;
     EXPECT_NE(first.out.find("neu: 52, ersetzt: 0"), std::string::npos) << first.out;
     EXPECT_EQ(readAll(home).exportFile, fromFile.exportFile);
+    // Checking the file against the store that holds it reports the same, and records no run.
+    const auto check = cli(home, {"import", "--check", TOLMA_SOURCE_DIR "/data/beispiel.tml"});
+    EXPECT_EQ(check.out, checkInFile.out);
+    // The export before marked the businesses as exported: the file's states differ in that.
+    EXPECT_NE(check.out.find("mit anderen Daten: 20"), std::string::npos) << check.out;
+    EXPECT_EQ(cli(home, {"imports"}).out.find("\n2\t"), std::string::npos);
 
     // The same file again replaces every business; taking it back restores the first run's.
     const auto second = cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"});
