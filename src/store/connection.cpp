@@ -709,10 +709,21 @@ const jet::Catalog& Connection::catalog() {
             "WHERE t.relnamespace = current_schema()::regnamespace AND a.attname <> 'rowid'");
         for (const auto& row : columns.rows)
             if (row[0]) made->keyColumns.insert(text::lower(*row[0]));
+        const auto numbers = server_->query(
+            "SELECT column_name FROM information_schema.columns WHERE table_schema = "
+            "current_schema() GROUP BY column_name HAVING bool_and(data_type IN ('bigint', "
+            "'integer', 'smallint', 'double precision', 'numeric', 'real'))");
+        for (const auto& row : numbers.rows)
+            if (row[0]) made->numberColumns.insert(text::lower(*row[0]));
         std::vector<std::string> sorted(made->keyColumns.begin(), made->keyColumns.end());
         std::sort(sorted.begin(), sorted.end());
         made->fingerprint = "server|";
         for (const auto& k : sorted) made->fingerprint += k + "|";
+        std::vector<std::string> numberNames(made->numberColumns.begin(),
+                                             made->numberColumns.end());
+        std::sort(numberNames.begin(), numberNames.end());
+        made->fingerprint += "#";
+        for (const auto& k : numberNames) made->fingerprint += k + "|";
         made->id = std::hash<std::string>{}(made->fingerprint);
         catalog_ = std::move(made);
     }

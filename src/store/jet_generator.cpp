@@ -155,7 +155,8 @@ class Generator {
                 return {"NULL", Type::Null};
             case ExprKind::Column:
                 return {(e.qualifier.empty() ? "" : ident(e.qualifier) + ".") + ident(e.name),
-                        Type::Unknown, isKeyColumn(e)};
+                        server_ && catalog_->isNumber(e.name) ? Type::Number : Type::Unknown,
+                        isKeyColumn(e)};
             case ExprKind::Star:
                 return {"*", Type::Unknown};
             case ExprKind::Unary: {
@@ -275,11 +276,19 @@ class Generator {
         if (op == "+") {
             // With a number on either side the sum is a number: a text on the other side is read as
             // one.
+            if (server_ && (a.type == Type::Number) != (b.type == Type::Number)) {
+                // The server adds no text to a number: the text is read as one first.
+                const Out& t = a.type == Type::Number ? b : a;
+                const Out& n = a.type == Type::Number ? a : b;
+                return {"(CAST(" + t.sql + " AS numeric) + " + n.sql + ")", Type::Number};
+            }
             if (a.type == Type::Number || b.type == Type::Number)
                 return {"(" + a.sql + " + " + b.sql + ")", Type::Number};
             if (a.type == Type::Text && b.type == Type::Text)
                 return {"(" + a.sql + " || " + b.sql + ")", Type::Text};
-            if (server_) return {"(" + a.sql + " + " + b.sql + ")", Type::Number};
+            // Two texts on the server are joined; Null on either side gives Null, as "+" does.
+            if (server_)
+                return {"(CAST(" + a.sql + " AS text) || CAST(" + b.sql + " AS text))", Type::Text};
             return {"jet_plus(" + a.sql + ", " + b.sql + ")",
                     Type::Unknown};  // decided by the values
         }
@@ -412,7 +421,14 @@ class Generator {
             // the functions that order German text: the aliased expression stands in.
             if (auto it = aliasExprs_.find(text::lowerAscii(e.name)); it != aliasExprs_.end())
                 o = it->second;
-        if (o.type == Type::Number || o.key) return o.sql + dir;
+        // The embedded store sorts Null before every value; the server, unless told, after.
+        const std::string nulls =
+            server_ && ordering_ ? (descending ? " NULLS LAST" : " NULLS FIRST") : "";
+        if (o.type == Type::Number || o.key) return o.sql + dir + nulls;
+        if (server_ && nulls.size())
+            return compound ? o.sql + dir + nulls
+                            : "tolma_primary(" + o.sql + ") COLLATE \"C\"" + dir + nulls +
+                                  ", tolma_fold(" + o.sql + ") COLLATE \"C\"" + dir;
         if (server_)
             // The letters first, then the marks; a grouping keeps the text as it stands, which
             // its select list names.

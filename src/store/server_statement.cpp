@@ -68,6 +68,12 @@ ServerSql toServerSql(std::string_view sql) {
             o.append(sql.substr(i, j + 1 - i));
             i = j + 1;
             lastWord.clear();
+        } else if (c == '[' && !o.empty() && o.back() == ')') {
+            // An array's subscript, in a text the server's own generator wrote.
+            const size_t close = sql.find(']', i);
+            o.append(
+                sql.substr(i, close == std::string_view::npos ? sql.size() - i : close + 1 - i));
+            i = close == std::string_view::npos ? sql.size() : close + 1;
         } else if (c == '"' || c == '[') {
             const char close = c == '"' ? '"' : ']';
             std::string n;
