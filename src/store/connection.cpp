@@ -382,6 +382,10 @@ bool Statement::step() {
     connection_->fail("DAO.Recordset", sql_);
 }
 
+void Statement::readInPages(int rows) {
+    if (remote_) remote_->pageBy(rows);
+}
+
 void Statement::reset() {
     // Every use binds all its parameters anew, so old bindings need no clearing.
     if (remote_) return remote_->reset();
@@ -547,6 +551,10 @@ std::shared_ptr<Connection> Connection::connectServer(const std::string& text) {
     }
     std::shared_ptr<Connection> c(new Connection(text, text));
     c->server_ = ServerSession::connect(text, password);
+    const auto collation =
+        c->server_->query("SELECT datcollate FROM pg_database WHERE datname = current_database()");
+    const std::string name = collation.rows.empty() ? "" : collation.rows[0][0].value_or("");
+    c->serverSortsBytes_ = name == "C" || name == "POSIX" || name.rfind("C.", 0) == 0;
     std::lock_guard lock(registryMutex);
     registry()[text] = c;
     return c;
@@ -906,7 +914,7 @@ std::string Connection::orderTerm(const std::string& table, const std::string& c
     if (!isTextColumn(table, column)) return name + direction;
     // Letters first, then marks and case: the embedded store's German order. A key column
     // compares by its bytes.
-    if (!german) return name + " COLLATE \"C\"" + direction;
+    if (!german) return name + (serverSortsBytes_ ? "" : " COLLATE \"C\"") + direction;
     return "tolma_primary(" + name + ") COLLATE \"C\"" + direction + ", tolma_fold(" + name +
            ") COLLATE \"C\"" + direction;
 }
@@ -918,7 +926,7 @@ std::string Connection::atLeast(const std::string& table, const std::string& col
         return name + (german ? std::string(" COLLATE ") + german::kCollation : "") +
                " >= " + parameter;
     if (!isTextColumn(table, column)) return name + " >= " + parameter;
-    if (!german) return name + " COLLATE \"C\" >= " + parameter;
+    if (!german) return name + (serverSortsBytes_ ? "" : " COLLATE \"C\"") + " >= " + parameter;
     return "(tolma_primary(" + name + ") COLLATE \"C\", tolma_fold(" + name +
            ") COLLATE \"C\") >= (tolma_primary(" + parameter + ") COLLATE \"C\", tolma_fold(" +
            parameter + ") COLLATE \"C\")";

@@ -52,6 +52,9 @@ class Statement {
     // Binds without copying: the text must live until the statement has run.
     void bindTextStatic(int index, std::string_view text);
     bool step();  // true while a row is there
+    // A walk over many rows that seeks now and then: on a server, inside a transaction, the
+    // rows come `rows` at a time. Nothing changes on a file.
+    void readInPages(int rows);
     void reset();
     int columnCount() const;
     Variant column(int index) const;  // 0-based
@@ -249,6 +252,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
     sqlite3* db_ = nullptr;
     std::unique_ptr<ServerSession> server_;
     long long serverChanges_ = 0, serverTotalChanges_ = 0, serverLastId_ = 0;
+    // The server's database compares texts by their bytes (a "C" collation): its indexes then
+    // serve the orders the program compares byte by byte.
+    bool serverSortsBytes_ = false;
     std::filesystem::path file_;
     std::string key_;
     int batchDepth_ = 0;

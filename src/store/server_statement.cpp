@@ -205,7 +205,27 @@ ServerStatement::ServerStatement(ServerSession& session, std::string_view sql)
     values_.resize(static_cast<size_t>(sql_.parameters));
 }
 
-ServerStatement::~ServerStatement() = default;
+ServerStatement::~ServerStatement() {
+    closeCursor();
+}
+
+void ServerStatement::closeCursor() noexcept {
+    if (cursor_.empty()) return;
+    try {
+        if (session_.inTransaction()) session_.execute("CLOSE " + cursor_);
+    } catch (const std::exception&) {
+        // a transaction that failed has closed its cursors itself
+    }
+    cursor_.clear();
+}
+
+void ServerStatement::fetch() {
+    result_ = session_.run("FETCH " + std::to_string(page_) + " FROM " + cursor_, {});
+    row_ = -1;
+    more_ = PQntuples(result_.get()) == page_;
+    shown_.clear();
+    hideRowIds();
+}
 
 void ServerStatement::bind(int index, std::optional<std::string> value) {
     if (index >= 1 && index <= static_cast<int>(values_.size()))
@@ -221,6 +241,16 @@ void ServerStatement::run() {
     std::vector<const char*> pointers;
     pointers.reserve(values_.size());
     for (const auto& v : values_) pointers.push_back(v ? v->c_str() : nullptr);
+    if (page_ > 0 && session_.inTransaction()) {
+        static long cursors = 0;
+        cursor_ = "tolma_c" + std::to_string(++cursors);
+        session_.run("DECLARE " + cursor_ + " NO SCROLL CURSOR FOR " + sql_.text, pointers,
+                     parameterTypes());
+        ran_ = true;
+        changes_ = -1;
+        fetch();
+        return;
+    }
     result_ = session_.run(sql_.text, pointers, parameterTypes());
     ran_ = true;
     row_ = -1;
@@ -267,10 +297,15 @@ void ServerStatement::hideRowIds() {
 bool ServerStatement::step() {
     if (!ran_) run();
     ++row_;
+    if (row_ >= PQntuples(result_.get()) && !cursor_.empty() && more_) {
+        fetch();
+        row_ = 0;
+    }
     return row_ < PQntuples(result_.get());
 }
 
 void ServerStatement::reset() {
+    closeCursor();
     ran_ = false;
     row_ = -1;
     result_.reset();

@@ -33,7 +33,10 @@ class ServerStatement {
     ~ServerStatement();
 
     void bind(int index, std::optional<std::string> value);  // 1-based
-    int parameterIndex(const std::string& name) const;       // 0 when the text has no such name
+    // Inside a transaction, the rows come through a cursor, `rows` at a time: a walk that seeks
+    // again and again reads only what it uses, not the rest of the table each time.
+    void pageBy(int rows) { page_ = rows; }
+    int parameterIndex(const std::string& name) const;  // 0 when the text has no such name
     bool step();
     void reset();
     // The rows the statement changed when it ran at the step just made, once; -1 otherwise
@@ -56,6 +59,8 @@ class ServerStatement {
 
   private:
     void run();
+    void fetch();
+    void closeCursor() noexcept;
     // The result's columns before the statement runs.
     void describe();
     void hideRowIds();
@@ -67,6 +72,9 @@ class ServerStatement {
     std::vector<std::optional<std::string>> values_;
     std::shared_ptr<struct pg_result> result_;
     std::vector<int> shown_;
+    int page_ = 0;
+    std::string cursor_;  // the open cursor's name
+    bool more_ = false;   // the cursor may hold rows beyond the page
     int row_ = -1;
     bool ran_ = false;
     long long changes_ = -1;

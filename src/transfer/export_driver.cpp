@@ -127,7 +127,18 @@ bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& qu
     auto& view = g.forms.startView;
     const std::string mask(std::to_string(total).size() + 1, '@');
     // The subordinate tables are read alongside the businesses, each once in key order.
-    ExportScans scans(*g.stores.db_daten.connection());
+    // On a server the walk reads in one transaction: its cursors need one, and it sees the
+    // store as it stood at its start, whatever another workstation commits meanwhile.
+    store::Connection& c = *g.stores.db_daten.connection();
+    struct Reading {
+        store::Connection& c;
+        bool open;
+        ~Reading() {
+            if (open) c.rollbackOpen();
+        }
+    } reading{c, c.isServer() && !c.inTransaction()};
+    if (reading.open) c.execute("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
+    ExportScans scans(c);
     ctx.scans = &scans;
     SelectionScan businesses(*g.stores.db_daten.connection(), query);
     const size_t nrColumn = businesses.column("betr-nr");

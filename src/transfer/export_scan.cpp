@@ -87,6 +87,7 @@ void KeyedScan::open() {
     for (const auto& t : orderTail_) sql += orderTerm(c_, table_, t) + ", ";
     sql += "rowid";
     st_ = c_.prepare(sql);
+    st_->readInPages(256);
     names_.clear();
     for (int i = 0; i < st_->columnCount(); ++i) names_.push_back(st_->columnName(i));
     keyIndex_.clear();
@@ -192,6 +193,7 @@ SelectionScan::SelectionScan(store::Connection& c, const std::string& jetQuery,
     st_ = c.prepare("SELECT " + rowid + ", " + (columns.empty() ? parts.selectList : columns) +
                     " FROM " + parts.from + (parts.where.empty() ? "" : " WHERE " + parts.where) +
                     " ORDER BY " + (parts.orderBy.empty() ? "" : parts.orderBy + ", ") + rowid);
+    st_->readInPages(2000);
     st_->bindValues(query.values, query.shape->numeric);
     for (int i = 1; i < st_->columnCount(); ++i) names_.push_back(st_->columnName(i));
 }
