@@ -382,6 +382,21 @@ bool Statement::step() {
     connection_->fail("DAO.Recordset", sql_);
 }
 
+void Statement::stepWithoutAnswer(long long rowid) {
+    if (!remote_) {
+        step();
+        return;
+    }
+    remote_->send();
+    connection_->serverChanges_ = 1;
+    ++connection_->serverTotalChanges_;
+    connection_->serverLastId_ = rowid;
+}
+
+void Statement::keep() {
+    if (remote_) remote_->keep();
+}
+
 void Statement::readInPages(int rows) {
     if (remote_) remote_->pageBy(rows);
 }
@@ -702,7 +717,10 @@ long long Connection::execute(const std::string& sql, const std::vector<Variant>
 
 Statement& Connection::cached(const std::string& sql) {
     auto& st = cache_[sql];
-    if (!st) st = std::make_unique<Statement>(*this, sql);
+    if (!st) {
+        st = std::make_unique<Statement>(*this, sql);
+        st->keep();
+    }
     st->reset();
     return *st;
 }
@@ -765,6 +783,24 @@ long long Connection::changes() const {
 
 long long Connection::lastInsertId() const {
     return server_ ? serverLastId_ : sqlite3_last_insert_rowid(db_);
+}
+
+long long Connection::reserveRowId(const std::string& table) {
+    auto& ids = reservedIds_[table];
+    if (ids.empty()) {
+        // A few hundred at a time: one round trip for many rows.
+        const auto r = server_->query(
+            "SELECT nextval(pg_get_serial_sequence($1, 'rowid')) FROM generate_series(1, 512) "
+            "ORDER BY 1 DESC",
+            {jet::quoteName(text::lowerAscii(table))});
+        for (const auto& row : r.rows) ids.push_back(std::atoll(row[0].value_or("0").c_str()));
+        if (ids.empty())
+            throwDao("DAO.Database", err::kEngineError,
+                     "Der Datenbankserver gibt keine Zeilennummern für " + table + ".");
+    }
+    const long long id = ids.back();
+    ids.pop_back();
+    return id;
 }
 
 std::vector<Connection::ColumnInfo> Connection::columnsOf(const std::string& table) {

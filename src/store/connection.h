@@ -55,6 +55,12 @@ class Statement {
     // A walk over many rows that seeks now and then: on a server, inside a transaction, the
     // rows come `rows` at a time. Nothing changes on a file.
     void readInPages(int rows);
+    // The statement is run many times: on a server it is prepared there once.
+    void keep();
+    // Runs an insert no one needs an answer from, which wrote the row `rowid`: on a server it is
+    // sent without waiting (a failure shows at the next statement that waits); on a file it
+    // runs at once.
+    void stepWithoutAnswer(long long rowid);
     void reset();
     int columnCount() const;
     Variant column(int index) const;  // 0-based
@@ -164,6 +170,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     long long changes() const;
     // The row id of the row the last insert wrote.
     long long lastInsertId() const;
+    // On a server: a row id for a new row of the table, from its sequence.
+    long long reserveRowId(const std::string& table);
 
     struct ColumnInfo {
         std::string name;
@@ -255,6 +263,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // The server's database compares texts by their bytes (a "C" collation): its indexes then
     // serve the orders the program compares byte by byte.
     bool serverSortsBytes_ = false;
+    std::unordered_map<std::string, std::vector<long long>> reservedIds_;  // in reverse order
     std::filesystem::path file_;
     std::string key_;
     int batchDepth_ = 0;

@@ -73,7 +73,10 @@ void RecordsetImpl::check() const {
 
 Statement& RecordsetImpl::stmt(const std::string& sql) {
     auto& s = statements[sql];
-    if (!s) s = conn->prepare(sql);
+    if (!s) {
+        s = conn->prepare(sql);
+        s->keep();
+    }
     s->reset();
     return *s;
 }
@@ -232,9 +235,7 @@ void RecordsetImpl::update() {
                 else
                     whole->bind(static_cast<int>(i + 1), Variant());
             }
-            whole->step();
-            conn->tellRow(ChangeListener::Kind::Insert, unbracket(baseTable), 0,
-                          conn->lastInsertId());
+            writeRow(*whole, fields().size());
             inserted();
             edit = EditMode::None;
             pending.clear();
@@ -255,8 +256,7 @@ void RecordsetImpl::update() {
         // The pending values live until the row is stored.
         for (size_t i = 0; i < values.size(); ++i)
             st.bindStatic(static_cast<int>(i + 1), *values[i]);
-        st.step();
-        conn->tellRow(ChangeListener::Kind::Insert, unbracket(baseTable), 0, conn->lastInsertId());
+        writeRow(st, values.size());
         inserted();
     } else if (!values.empty()) {
         std::string sets;
@@ -279,9 +279,30 @@ void RecordsetImpl::update() {
     storedRowsChanged();  // a stored row is read anew
 }
 
-// The server tells the row id of an inserted row only when asked in the statement.
-std::string RecordsetImpl::returningRowid() const {
-    return conn->isServer() ? " RETURNING rowid" : "";
+// On a server a new row gets its row id from the program, taken from the table's sequence ahead:
+// the insert then needs no answer, and many of them go without a round trip each.
+std::string RecordsetImpl::insertInto(const std::string& cols, const std::string& marks,
+                                      size_t values) const {
+    if (!conn->isServer())
+        return cols.empty() ? "INSERT INTO " + baseTable + " DEFAULT VALUES"
+                            : "INSERT INTO " + baseTable + " (" + cols + ") VALUES (" + marks + ")";
+    const std::string id = "?" + std::to_string(values + 1);
+    return cols.empty() ? "INSERT INTO " + baseTable + " (rowid) VALUES (" + id + ")"
+                        : "INSERT INTO " + baseTable + " (" + cols + ", rowid) VALUES (" + marks +
+                              ", " + id + ")";
+}
+
+// Runs an insert whose values are bound, its row id after them on a server, and tells the
+// listeners of the new row.
+void RecordsetImpl::writeRow(Statement& st, size_t values) {
+    if (conn->isServer()) {
+        const long long id = conn->reserveRowId(unbracket(baseTable));
+        st.bindInteger(static_cast<int>(values + 1), id);
+        st.stepWithoutAnswer(id);
+    } else {
+        st.step();
+    }
+    conn->tellRow(ChangeListener::Kind::Insert, unbracket(baseTable), 0, conn->lastInsertId());
 }
 
 // A table whose columns have no defaults takes a new row through one statement that names
@@ -304,8 +325,8 @@ Statement* RecordsetImpl::wholeRowInsert() {
                 cols += (i ? ", " : "") + bracket(fields()[i].column);
                 marks += (i ? ", ?" : "?") + std::to_string(i + 1);
             }
-            wholeRow = conn->prepare("INSERT INTO " + baseTable + " (" + cols + ") VALUES (" +
-                                     marks + ")" + returningRowid());
+            wholeRow = conn->prepare(insertInto(cols, marks, fields().size()));
+            wholeRow->keep();
             wholeRowKnown = 1;
         }
     }
@@ -323,16 +344,15 @@ Statement& RecordsetImpl::insertStatement(const std::string& pattern) {
     auto& st = inserts[pattern];
     if (!st) {
         std::string cols, marks;
-        for (size_t i = 0, n = 0; i < fields().size(); ++i) {
+        size_t n = 0;
+        for (size_t i = 0; i < fields().size(); ++i) {
             if (pattern[i] != '1') continue;
             cols += (n ? ", " : "") + bracket(fields()[i].column);
             marks += (n ? ", ?" : "?") + std::to_string(n + 1);
             ++n;
         }
-        st = conn->prepare(
-            (cols.empty() ? "INSERT INTO " + baseTable + " DEFAULT VALUES"
-                          : "INSERT INTO " + baseTable + " (" + cols + ") VALUES (" + marks + ")") +
-            returningRowid());
+        st = conn->prepare(insertInto(cols, marks, n));
+        st->keep();
     }
     st->reset();
     lastPattern = pattern;

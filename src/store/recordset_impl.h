@@ -112,7 +112,8 @@ class RecordsetImpl {
     Variant converted(const FieldInfo& f, const Variant& v);
     Statement& insertStatement(const std::string& pattern);
     Statement* wholeRowInsert();
-    std::string returningRowid() const;
+    std::string insertInto(const std::string& cols, const std::string& marks, size_t values) const;
+    void writeRow(Statement& st, size_t values);
 
     std::function<void()> onMove;
     std::map<std::string, std::unique_ptr<Statement>> statements;

@@ -229,6 +229,7 @@ std::vector<const char*> pointersTo(const std::vector<ServerValue>& params) {
 }  // namespace
 
 long long ServerSession::execute(const std::string& sql, const std::vector<ServerValue>& params) {
+    drain();
     const auto values = pointersTo(params);
     PGresult* res = PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr,
                                  values.data(), nullptr, nullptr, 0);
@@ -241,6 +242,7 @@ long long ServerSession::execute(const std::string& sql, const std::vector<Serve
 }
 
 ServerResult ServerSession::query(const std::string& sql, const std::vector<ServerValue>& params) {
+    drain();
     const auto values = pointersTo(params);
     Result res(PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr,
                             values.data(), nullptr, nullptr, 0),
@@ -268,6 +270,7 @@ ServerResult ServerSession::query(const std::string& sql, const std::vector<Serv
 std::shared_ptr<PGresult> ServerSession::run(const std::string& sql,
                                              const std::vector<const char*>& values,
                                              const std::vector<unsigned>& types) {
+    drain();
     PGresult* res = PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()),
                                  types.size() == values.size() ? types.data() : nullptr,
                                  values.data(), nullptr, nullptr, 0);
@@ -288,8 +291,101 @@ std::shared_ptr<PGresult> ServerSession::describe(const std::string& sql,
     return std::shared_ptr<PGresult>(res, &PQclear);
 }
 
-bool ServerSession::inTransaction() const {
+bool ServerSession::inTransaction() {
+    drain();
     return PQtransactionStatus(conn_) != PQTRANS_IDLE;
+}
+
+const std::string& ServerSession::prepared(const std::string& sql,
+                                           const std::vector<unsigned>& types) {
+    auto& name = prepared_[sql];
+    if (name.empty()) {
+        drain();
+        const std::string made = "tolma_s" + std::to_string(prepared_.size());
+        PGresult* res = PQprepare(conn_, made.c_str(), sql.c_str(), static_cast<int>(types.size()),
+                                  types.data());
+        if (PQresultStatus(res) != PGRES_COMMAND_OK) {
+            prepared_.erase(sql);
+            failWith(conn_, res, server_, secrets_);
+        }
+        PQclear(res);
+        name = made;
+    }
+    return name;
+}
+
+std::shared_ptr<PGresult> ServerSession::runPrepared(const std::string& name,
+                                                     const std::vector<const char*>& values) {
+    drain();
+    PGresult* res = PQexecPrepared(conn_, name.c_str(), static_cast<int>(values.size()),
+                                   values.data(), nullptr, nullptr, 0);
+    const auto status = PQresultStatus(res);
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
+        failWith(conn_, res, server_, secrets_);
+    return std::shared_ptr<PGresult>(res, &PQclear);
+}
+
+void ServerSession::sendPrepared(const std::string& name, const std::vector<const char*>& values) {
+    if (!pipelined_) {
+        if (PQenterPipelineMode(conn_) != 1)
+            fail("Der Datenbankserver nimmt keine Folge von Anweisungen an.");
+        pipelined_ = true;
+    }
+    if (PQsendQueryPrepared(conn_, name.c_str(), static_cast<int>(values.size()), values.data(),
+                            nullptr, nullptr, 0) != 1)
+        failWith(conn_, nullptr, server_, secrets_);
+    if (++unsent_ >= 256) {
+        PQsendFlushRequest(conn_);
+        PQflush(conn_);
+        unsent_ = 0;
+    }
+}
+
+void ServerSession::send(const std::string& sql, const std::vector<const char*>& values,
+                         const std::vector<unsigned>& types) {
+    if (!pipelined_) {
+        if (PQenterPipelineMode(conn_) != 1)
+            fail("Der Datenbankserver nimmt keine Folge von Anweisungen an.");
+        pipelined_ = true;
+    }
+    if (PQsendQueryParams(conn_, sql.c_str(), static_cast<int>(values.size()),
+                          types.size() == values.size() ? types.data() : nullptr, values.data(),
+                          nullptr, nullptr, 0) != 1)
+        failWith(conn_, nullptr, server_, secrets_);
+    // libpq keeps what it cannot send at once; a long walk is sent in pieces as it goes.
+    if (++unsent_ >= 256) {
+        PQsendFlushRequest(conn_);
+        PQflush(conn_);
+        unsent_ = 0;
+    }
+}
+
+void ServerSession::drain() {
+    if (!pipelined_) return;
+    pipelined_ = false;
+    unsent_ = 0;
+    PQpipelineSync(conn_);
+    PGresult* failed = nullptr;
+    // Every statement sent has its result, then a null; the sync ends the walk.
+    for (;;) {
+        PGresult* res = PQgetResult(conn_);
+        if (!res) {
+            if (PQstatus(conn_) == CONNECTION_BAD) break;
+            continue;
+        }
+        const auto status = PQresultStatus(res);
+        if (status == PGRES_PIPELINE_SYNC) {
+            PQclear(res);
+            break;
+        }
+        if (status == PGRES_FATAL_ERROR && !failed)
+            failed = res;
+        else
+            PQclear(res);
+        if (PQstatus(conn_) == CONNECTION_BAD) break;
+    }
+    PQexitPipelineMode(conn_);
+    if (failed) failWith(conn_, failed, server_, secrets_);
 }
 
 std::string ServerSession::tableName(unsigned oid) {
@@ -316,6 +412,7 @@ void ServerSession::begin() {
 }
 
 void ServerSession::commit() {
+    drain();
     Result res(PQexec(conn_, "COMMIT"), &PQclear);
     if (PQresultStatus(res.get()) != PGRES_COMMAND_OK)
         failWith(conn_, res.release(), server_, secrets_);
@@ -326,11 +423,17 @@ void ServerSession::commit() {
 }
 
 void ServerSession::rollback() {
+    try {
+        drain();
+    } catch (const DaoError&) {
+        // what failed among the sent statements goes with the transaction
+    }
     execute("ROLLBACK");
 }
 
 long long ServerSession::copyIn(const std::string& table, const std::vector<std::string>& columns,
                                 const std::vector<ServerRow>& rows) {
+    drain();
     std::string sql = "COPY " + quoteIdentifier(table) + " (";
     for (size_t i = 0; i < columns.size(); ++i)
         sql += (i ? ", " : "") + quoteIdentifier(columns[i]);

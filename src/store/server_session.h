@@ -51,7 +51,23 @@ class ServerSession {
     void rollback();
     // Whether a transaction is open on the connection (also one that failed and waits for its
     // ROLLBACK).
-    bool inTransaction() const;
+    bool inTransaction();
+
+    // The name of the statement prepared on the server for a text, prepared at its first use:
+    // a statement run many times is parsed and planned once.
+    const std::string& prepared(const std::string& sql, const std::vector<unsigned>& types);
+    // Runs, or sends without waiting, a prepared statement.
+    std::shared_ptr<PGresult> runPrepared(const std::string& name,
+                                          const std::vector<const char*>& values);
+    void sendPrepared(const std::string& name, const std::vector<const char*>& values);
+
+    // Sends a statement whose answer no one waits for (an insert with its row id given): the
+    // statements go one after the other without a round trip each. A failure among them is
+    // raised by the next statement that waits for its answer.
+    void send(const std::string& sql, const std::vector<const char*>& values,
+              const std::vector<unsigned>& types);
+    // Waits for what was sent; raises the first failure among it.
+    void drain();
 
     // The name of a table and of its column from the numbers a result gives for them.
     std::string tableName(unsigned oid);
@@ -71,6 +87,9 @@ class ServerSession {
     std::string server_;                // describeServer of the connection text
     std::vector<std::string> secrets_;  // passwords, kept only to clean messages of them
     std::map<std::pair<unsigned, int>, std::string> names_;  // (table, 0) and (table, column)
+    bool pipelined_ = false;
+    std::map<std::string, std::string> prepared_;  // text → name
+    int unsent_ = 0;
 };
 
 // Connects and makes sure the database holds a store that was set up; raises a DaoError with

@@ -251,7 +251,9 @@ void ServerStatement::run() {
         fetch();
         return;
     }
-    result_ = session_.run(sql_.text, pointers, parameterTypes());
+    // A statement the program keeps is prepared once; a statement of its own runs as it is.
+    result_ = keep_ ? session_.runPrepared(session_.prepared(sql_.text, parameterTypes()), pointers)
+                    : session_.run(sql_.text, pointers, parameterTypes());
     ran_ = true;
     row_ = -1;
     PGresult* r = result_.get();
@@ -292,6 +294,14 @@ void ServerStatement::hideRowIds() {
                             PQftablecol(r, i - 1) + 1 == PQftablecol(r, i);
         if (!hidden) shown_.push_back(i);
     }
+}
+
+void ServerStatement::send() {
+    std::vector<const char*> pointers;
+    pointers.reserve(values_.size());
+    for (const auto& v : values_) pointers.push_back(v ? v->c_str() : nullptr);
+    session_.sendPrepared(session_.prepared(sql_.text, parameterTypes()), pointers);
+    ran_ = false;
 }
 
 bool ServerStatement::step() {

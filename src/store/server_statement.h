@@ -36,8 +36,12 @@ class ServerStatement {
     // Inside a transaction, the rows come through a cursor, `rows` at a time: a walk that seeks
     // again and again reads only what it uses, not the rest of the table each time.
     void pageBy(int rows) { page_ = rows; }
+    // The statement runs again and again: prepared on the server once.
+    void keep() { keep_ = true; }
     int parameterIndex(const std::string& name) const;  // 0 when the text has no such name
     bool step();
+    // Sends the statement with its values without waiting for its answer.
+    void send();
     void reset();
     // The rows the statement changed when it ran at the step just made, once; -1 otherwise
     // (a query, or a step to a further row).
@@ -73,6 +77,7 @@ class ServerStatement {
     std::shared_ptr<struct pg_result> result_;
     std::vector<int> shown_;
     int page_ = 0;
+    bool keep_ = false;
     std::string cursor_;  // the open cursor's name
     bool more_ = false;   // the cursor may hold rows beyond the page
     int row_ = -1;
