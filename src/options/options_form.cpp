@@ -97,6 +97,16 @@ void usePath(core::Globals& g, OptionsForm& form, int index, const std::string& 
     core::showMessage(g, "Der Datenbankpfad wurde geändert!", core::msg::vbOKOnly, kPfadTitel);
 }
 
+// The handler has no trap of its own: the failure is a run-time error, written to the log and
+// shown as the runtime shows one; the old store stays and is bound again.
+void emptyingFailed(core::Globals& g, const std::exception& e) {
+    core::logTrapped(g, "Command4_Click", e);
+    core::DB_Load(g);
+    const auto info = core::describeError(e);
+    core::showMessage(g, "Laufzeitfehler '" + std::to_string(info.number) + "':\n\n" + info.text,
+                      core::msg::vbCritical, core::kProductName);
+}
+
 // A store on a server is emptied in one statement, every table of it, the record of the runs and
 // the search index too: as a file replaced by the empty one. Either all goes or nothing.
 void emptyServerStore(core::Globals& g, const char* title) {
@@ -110,12 +120,7 @@ void emptyServerStore(core::Globals& g, const char* title) {
             tables += (tables.empty() ? "" : ", ") + store::jet::quoteName(t);
         if (!tables.empty()) c->execute("TRUNCATE " + tables + " RESTART IDENTITY");
     } catch (const std::exception& e) {
-        core::logTrapped(g, "Command4_Click", e);
-        core::DB_Load(g);
-        const auto info = core::describeError(e);
-        core::showMessage(g,
-                          "Laufzeitfehler '" + std::to_string(info.number) + "':\n\n" + info.text,
-                          core::msg::vbCritical, core::kProductName);
+        emptyingFailed(g, e);
         return;
     }
     core::DB_Load(g);
@@ -260,14 +265,7 @@ void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
         for (const char* side : {"-wal", "-shm"})
             std::filesystem::remove(target.string() + side, ec);
     } catch (const std::exception& e) {
-        // The handler has no trap of its own: the failed copy is a run-time error, written to
-        // the log and shown as the runtime shows one; the old store stays and is bound again.
-        core::logTrapped(g, "Command4_Click", e);
-        core::DB_Load(g);
-        const auto info = core::describeError(e);
-        core::showMessage(g,
-                          "Laufzeitfehler '" + std::to_string(info.number) + "':\n\n" + info.text,
-                          core::msg::vbCritical, core::kProductName);
+        emptyingFailed(g, e);
         return;
     }
     core::DB_Load(g);

@@ -334,24 +334,6 @@ void ServerSession::sendPrepared(const std::string& name, const std::vector<cons
     if (PQsendQueryPrepared(conn_, name.c_str(), static_cast<int>(values.size()), values.data(),
                             nullptr, nullptr, 0) != 1)
         failWith(conn_, nullptr, server_, secrets_);
-    if (++unsent_ >= 256) {
-        PQsendFlushRequest(conn_);
-        PQflush(conn_);
-        unsent_ = 0;
-    }
-}
-
-void ServerSession::send(const std::string& sql, const std::vector<const char*>& values,
-                         const std::vector<unsigned>& types) {
-    if (!pipelined_) {
-        if (PQenterPipelineMode(conn_) != 1)
-            fail("Der Datenbankserver nimmt keine Folge von Anweisungen an.");
-        pipelined_ = true;
-    }
-    if (PQsendQueryParams(conn_, sql.c_str(), static_cast<int>(values.size()),
-                          types.size() == values.size() ? types.data() : nullptr, values.data(),
-                          nullptr, nullptr, 0) != 1)
-        failWith(conn_, nullptr, server_, secrets_);
     // libpq keeps what it cannot send at once; a long walk is sent in pieces as it goes.
     if (++unsent_ >= 256) {
         PQsendFlushRequest(conn_);

@@ -56,16 +56,13 @@ class ServerSession {
     // The name of the statement prepared on the server for a text, prepared at its first use:
     // a statement run many times is parsed and planned once.
     const std::string& prepared(const std::string& sql, const std::vector<unsigned>& types);
-    // Runs, or sends without waiting, a prepared statement.
+    // Runs a prepared statement, or sends it without waiting for its answer (an insert with its
+    // row id given): such statements go one after the other without a round trip each, and a
+    // failure among them is raised by the next statement that waits.
     std::shared_ptr<PGresult> runPrepared(const std::string& name,
                                           const std::vector<const char*>& values);
     void sendPrepared(const std::string& name, const std::vector<const char*>& values);
 
-    // Sends a statement whose answer no one waits for (an insert with its row id given): the
-    // statements go one after the other without a round trip each. A failure among them is
-    // raised by the next statement that waits for its answer.
-    void send(const std::string& sql, const std::vector<const char*>& values,
-              const std::vector<unsigned>& types);
     // Waits for what was sent; raises the first failure among it.
     void drain();
 
