@@ -81,16 +81,21 @@ store::Database openDataStore(Globals& g, const std::string& path) {
     try {
         return store::Database::OpenDatabase(path);
     } catch (const store::DaoError& e) {
-        if (!store::needsPassword(e) || !g.dialogs) throw;
-        const auto password = g.dialogs->askPassword("Kennwort für den Datenbankserver " +
-                                                     store::describeServer(path) + ":");
-        if (!password) throw;
-        store::Connection::setServerPassword(path, *password);
+        if (!askServerPassword(g, path, e)) throw;
         return store::Database::OpenDatabase(path);
     }
 }
 
 }  // namespace
+
+std::optional<std::string> askServerPassword(Globals& g, const std::string& path,
+                                             const store::DaoError& e) {
+    if (!store::needsPassword(e) || !g.dialogs) return std::nullopt;
+    auto password = g.dialogs->askPassword("Kennwort für den Datenbankserver " +
+                                           store::describeServer(path) + ":");
+    if (password) store::Connection::setServerPassword(path, *password);
+    return password;
+}
 
 void DB_Load(Globals& g) {
     g.log.akt_schritt = 0;

@@ -97,35 +97,31 @@ void usePath(core::Globals& g, OptionsForm& form, int index, const std::string& 
     core::showMessage(g, "Der Datenbankpfad wurde geändert!", core::msg::vbOKOnly, kPfadTitel);
 }
 
-// The handler has no trap of its own: the failure is a run-time error, written to the log and
-// shown as the runtime shows one; the old store stays and is bound again.
-void emptyingFailed(core::Globals& g, const std::exception& e) {
-    core::logTrapped(g, "Command4_Click", e);
-    core::DB_Load(g);
-    const auto info = core::describeError(e);
-    core::showMessage(g, "Laufzeitfehler '" + std::to_string(info.number) + "':\n\n" + info.text,
-                      core::msg::vbCritical, core::kProductName);
-}
-
 // A store on a server is emptied in one statement, every table of it, the record of the runs and
 // the search index too: as a file replaced by the empty one. Either all goes or nothing.
-void emptyServerStore(core::Globals& g, const char* title) {
-    const std::string path = g.stores.db_name_daten;
-    core::DB_Schliessen(g);
-    core::DB_Binden_loesen(g);
-    try {
-        auto c = store::Connection::open(path, store::Connection::Kind::Shared);
-        std::string tables;
-        for (const auto& t : store::tableNames(*c))
-            tables += (tables.empty() ? "" : ", ") + store::jet::quoteName(t);
-        if (!tables.empty()) c->execute("TRUNCATE " + tables + " RESTART IDENTITY");
-    } catch (const std::exception& e) {
-        emptyingFailed(g, e);
-        return;
-    }
-    core::DB_Load(g);
-    core::showMessage(g, "Die Datenbank wurde gelöscht und ersetzt!", core::msg::vbInformation,
-                      title);
+void emptyServerStore(const std::string& path) {
+    auto c = store::Connection::open(path, store::Connection::Kind::Shared);
+    std::string tables;
+    for (const auto& t : store::tableNames(*c))
+        tables += (tables.empty() ? "" : ", ") + store::jet::quoteName(t);
+    if (!tables.empty()) c->execute("TRUNCATE " + tables + " RESTART IDENTITY");
+}
+
+// The empty store comes from the program's own copies; without one the old file stays.
+void replaceWithEmptyFile(core::Globals& g) {
+    const std::string empty = g.settings.db_kurzname + ".mdb";
+    const auto found = core::findIgnoringCase(g.paths.dataDir, empty);
+    if (!found)
+        throw std::filesystem::filesystem_error(
+            "FileCopy", g.paths.dataDir / empty,
+            std::make_error_code(std::errc::no_such_file_or_directory));
+    // Copied beside the store first and renamed over it: there is no moment without a store.
+    const std::filesystem::path target = g.stores.db_name_daten;
+    std::error_code ec;
+    const auto rights = std::filesystem::status(target, ec).permissions();
+    core::copyFileAtomically(*found, target);
+    std::filesystem::permissions(target, rights, ec);  // the owner's rights stay
+    for (const char* side : {"-wal", "-shm"}) std::filesystem::remove(target.string() + side, ec);
 }
 
 }  // namespace
@@ -163,14 +159,9 @@ bool changeStorePath(core::Globals& g, OptionsForm& form, int index, const std::
             try {
                 store::checkServerStore(path);
             } catch (const store::DaoError& e) {
-                const auto password =
-                    store::needsPassword(e) && g.dialogs
-                        ? g.dialogs->askPassword("Kennwort für den Datenbankserver " +
-                                                 store::describeServer(path) + ":")
-                        : std::nullopt;
+                const auto password = core::askServerPassword(g, path, e);
                 if (!password) throw;
                 store::checkServerStore(path, *password);
-                store::Connection::setServerPassword(path, *password);
             }
         } catch (const std::exception& e) {
             const auto info = core::describeError(e);
@@ -241,31 +232,26 @@ void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
                 "Datenbank ersetzen?\n",
             core::msg::vbCriticalYesNo, title) != core::msg::vbYes)
         return;
-    if (store::isServerText(g.stores.db_name_daten)) {
-        emptyServerStore(g, title);
-        return;
-    }
+    const std::string path = g.stores.db_name_daten;
+    const bool server = store::isServerText(path);
     std::error_code ec;
-    if (!std::filesystem::is_regular_file(g.stores.db_name_daten, ec)) return;
+    if (!server && !std::filesystem::is_regular_file(path, ec)) return;
     core::DB_Schliessen(g);
     core::DB_Binden_loesen(g);
-    // The empty store comes from the program's own copies; without one the old file stays.
-    const std::string empty = g.settings.db_kurzname + ".mdb";
     try {
-        const auto found = core::findIgnoringCase(g.paths.dataDir, empty);
-        if (!found)
-            throw std::filesystem::filesystem_error(
-                "FileCopy", g.paths.dataDir / empty,
-                std::make_error_code(std::errc::no_such_file_or_directory));
-        // Copied beside the store first and renamed over it: there is no moment without a store.
-        const std::filesystem::path target = g.stores.db_name_daten;
-        const auto rights = std::filesystem::status(target, ec).permissions();
-        core::copyFileAtomically(*found, target);
-        std::filesystem::permissions(target, rights, ec);  // the owner's rights stay
-        for (const char* side : {"-wal", "-shm"})
-            std::filesystem::remove(target.string() + side, ec);
+        if (server)
+            emptyServerStore(path);
+        else
+            replaceWithEmptyFile(g);
     } catch (const std::exception& e) {
-        emptyingFailed(g, e);
+        // The handler has no trap of its own: the failure is a run-time error, written to the
+        // log and shown as the runtime shows one; the old store stays and is bound again.
+        core::logTrapped(g, "Command4_Click", e);
+        core::DB_Load(g);
+        const auto info = core::describeError(e);
+        core::showMessage(g,
+                          "Laufzeitfehler '" + std::to_string(info.number) + "':\n\n" + info.text,
+                          core::msg::vbCritical, core::kProductName);
         return;
     }
     core::DB_Load(g);

@@ -551,6 +551,25 @@ void Connection::setServerPassword(const std::string& connectionText, const std:
     serverPasswords()[connectionText] = password;
 }
 
+// A connection of its own to the server a connection text names, with the password the window
+// was given for it, if any.
+std::shared_ptr<Connection> Connection::createServer(const std::string& text,
+                                                     const std::string& key) {
+    std::string password;
+    {
+        std::lock_guard lock(registryMutex);
+        if (auto it = serverPasswords().find(text); it != serverPasswords().end())
+            password = it->second;
+    }
+    std::shared_ptr<Connection> c(new Connection(text, key));
+    c->server_ = ServerSession::connect(text, password);
+    const auto collation =
+        c->server_->query("SELECT datcollate FROM pg_database WHERE datname = current_database()");
+    const std::string name = collation.rows.empty() ? "" : collation.rows[0][0].value_or("");
+    c->serverSortsBytes_ = name == "C" || name == "POSIX" || name.rfind("C.", 0) == 0;
+    return c;
+}
+
 std::shared_ptr<Connection> Connection::connectServer(const std::string& text) {
     {
         std::lock_guard lock(registryMutex);
@@ -558,18 +577,7 @@ std::shared_ptr<Connection> Connection::connectServer(const std::string& text) {
         if (it != registry().end())
             if (auto existing = it->second.lock()) return existing;
     }
-    std::string password;
-    {
-        std::lock_guard lock(registryMutex);
-        if (auto it = serverPasswords().find(text); it != serverPasswords().end())
-            password = it->second;
-    }
-    std::shared_ptr<Connection> c(new Connection(text, text));
-    c->server_ = ServerSession::connect(text, password);
-    const auto collation =
-        c->server_->query("SELECT datcollate FROM pg_database WHERE datname = current_database()");
-    const std::string name = collation.rows.empty() ? "" : collation.rows[0][0].value_or("");
-    c->serverSortsBytes_ = name == "C" || name == "POSIX" || name.rfind("C.", 0) == 0;
+    std::shared_ptr<Connection> c = createServer(text, text);
     std::lock_guard lock(registryMutex);
     registry()[text] = c;
     return c;
@@ -600,18 +608,8 @@ std::shared_ptr<Connection> Connection::open(const std::filesystem::path& file, 
 }
 
 std::shared_ptr<Connection> Connection::openReader(const std::filesystem::path& file) {
-    if (isServerText(file.string())) {
-        std::shared_ptr<Connection> c(new Connection(file, ""));
-        std::string password;
-        {
-            std::lock_guard lock(registryMutex);
-            if (auto it = serverPasswords().find(file.string()); it != serverPasswords().end())
-                password = it->second;
-        }
-        c->server_ = ServerSession::connect(file.string(), password);
-        return c;
-    }
     // Under no key of the registry: no handle shares it, and letting go of it frees nothing.
+    if (isServerText(file.string())) return createServer(file.string(), "");
     return create(file, "", Kind::ReadOnly);
 }
 
@@ -725,6 +723,17 @@ Statement& Connection::cached(const std::string& sql) {
     return *st;
 }
 
+namespace {
+// Names in their order, each ended by "|": a catalog's part of its fingerprint.
+std::string sortedNames(const std::unordered_set<std::string>& names) {
+    std::vector<std::string> sorted(names.begin(), names.end());
+    std::sort(sorted.begin(), sorted.end());
+    std::string out;
+    for (const auto& n : sorted) out += n + "|";
+    return out;
+}
+}  // namespace
+
 const jet::Catalog& Connection::catalog() {
     if (!catalog_ && server_) {
         auto made = std::make_unique<jet::Catalog>();
@@ -741,15 +750,8 @@ const jet::Catalog& Connection::catalog() {
             "'integer', 'smallint', 'double precision', 'numeric', 'real'))");
         for (const auto& row : numbers.rows)
             if (row[0]) made->numberColumns.insert(text::lower(*row[0]));
-        std::vector<std::string> sorted(made->keyColumns.begin(), made->keyColumns.end());
-        std::sort(sorted.begin(), sorted.end());
-        made->fingerprint = "server|";
-        for (const auto& k : sorted) made->fingerprint += k + "|";
-        std::vector<std::string> numberNames(made->numberColumns.begin(),
-                                             made->numberColumns.end());
-        std::sort(numberNames.begin(), numberNames.end());
-        made->fingerprint += "#";
-        for (const auto& k : numberNames) made->fingerprint += k + "|";
+        made->fingerprint =
+            "server|" + sortedNames(made->keyColumns) + "#" + sortedNames(made->numberColumns);
         made->id = std::hash<std::string>{}(made->fingerprint);
         catalog_ = std::move(made);
     }
@@ -764,9 +766,7 @@ const jet::Catalog& Connection::catalog() {
             while (columns->step())
                 made->keyColumns.insert(text::lower(columns->column(0).toString()));
         }
-        std::vector<std::string> sorted(made->keyColumns.begin(), made->keyColumns.end());
-        std::sort(sorted.begin(), sorted.end());
-        for (const auto& k : sorted) made->fingerprint += k + "|";
+        made->fingerprint = sortedNames(made->keyColumns);
         made->id = std::hash<std::string>{}(made->fingerprint);
         catalog_ = std::move(made);
     }

@@ -252,6 +252,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     friend class Statement;
     Connection(std::filesystem::path file, std::string key);
     static std::shared_ptr<Connection> connectServer(const std::string& text);
+    static std::shared_ptr<Connection> createServer(const std::string& text,
+                                                    const std::string& key);
     // Opens and configures the file, under a key of the registry or none.
     static std::shared_ptr<Connection> create(const std::filesystem::path& file,
                                               const std::string& key, Kind kind);

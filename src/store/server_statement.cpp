@@ -16,12 +16,6 @@ bool isWordChar(char c) {
            static_cast<unsigned char>(c) >= 0x80;
 }
 
-std::string quoted(const std::string& name) {
-    std::string q = "\"";
-    for (char c : name) q += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return q + "\"";
-}
-
 // The server's type numbers (pg_type.oid) the program meets.
 constexpr unsigned kBool = 16, kInt8 = 20, kInt2 = 21, kInt4 = 23, kOid = 26, kFloat4 = 700,
                    kFloat8 = 701, kNumeric = 1700, kBytea = 17, kVarchar = 1043, kBpchar = 1042,
@@ -43,7 +37,7 @@ ServerSql toServerSql(std::string_view sql) {
     o.reserve(sql.size() + 16);
     std::string lastWord;  // the word before, in lower case; names after AS keep their case
     auto name = [&](const std::string& n) {
-        o += quoted(lastWord == "as" || lastWord == "collate" ? n : text::lowerAscii(n));
+        o += quoteIdentifier(lastWord == "as" || lastWord == "collate" ? n : text::lowerAscii(n));
         lastWord.clear();
     };
     auto namedParameter = [&](const std::string& n) {
