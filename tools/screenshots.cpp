@@ -130,6 +130,10 @@ void saveServerStore(tolma::ui::MainWindow& window, tolma::core::Globals& g, con
     tolma::ui::OptionsWindow options(g);
     options.activate();
     options.show();
+    // A window of its own: the window manager maps and frames it first.
+    QElapsedTimer mapping;
+    mapping.start();
+    while (mapping.elapsed() < 500) QApplication::processEvents();
     save(options, out, "server-optionen.png");
     options.close();
 }

@@ -28,14 +28,27 @@ std::vector<std::string> commonColumns(Connection& from, Connection& to, const s
     return out;
 }
 
+// Whether a table has row ids to keep: every table of a file has them, a server's table where
+// the program made it with one.
+bool keepsRowIds(Connection& c, const std::string& table) {
+    if (!c.isServer()) return true;
+    return !c.server()
+                ->query(
+                    "SELECT 1 FROM information_schema.columns WHERE table_schema = "
+                    "current_schema() AND table_name = $1 AND column_name = 'rowid'",
+                    {text::lowerAscii(table)})
+                .rows.empty();
+}
+
 ServerValue valueOf(const Statement& st, int i) {
     if (st.isNull(i)) return std::nullopt;
     return std::string(st.columnText(i));
 }
 
 long long copyToServer(Statement& rows, ServerSession& server, const std::string& table,
-                       const std::vector<std::string>& columns) {
-    std::vector<std::string> names = {"rowid"};
+                       const std::vector<std::string>& columns, bool ids) {
+    std::vector<std::string> names;
+    if (ids) names.push_back("rowid");
     names.insert(names.end(), columns.begin(), columns.end());
     std::vector<ServerRow> piece;
     long long written = 0;
@@ -52,6 +65,7 @@ long long copyToServer(Statement& rows, ServerSession& server, const std::string
         if (piece.size() >= kPiece) flush();
     }
     flush();
+    if (!ids) return written;
     // New rows written later take ids after the copied ones.
     server.execute("SELECT setval(pg_get_serial_sequence($1, 'rowid'), max(rowid)) FROM " +
                        quoteIdentifier(text::lowerAscii(table)) + " HAVING count(*) > 0",
@@ -60,16 +74,17 @@ long long copyToServer(Statement& rows, ServerSession& server, const std::string
 }
 
 long long copyToFile(Statement& rows, Connection& to, const std::string& table,
-                     const std::vector<std::string>& columns) {
-    std::string names = "rowid", marks = "?1";
+                     const std::vector<std::string>& columns, bool ids) {
+    std::string names = ids ? "rowid" : "", marks = ids ? "?1" : "";
     for (size_t i = 0; i < columns.size(); ++i) {
-        names += ", " + jet::quoteName(columns[i]);
-        marks += ", ?" + std::to_string(i + 2);
+        const int k = static_cast<int>(i) + (ids ? 2 : 1);
+        names += (names.empty() ? "" : ", ") + jet::quoteName(columns[i]);
+        marks += (marks.empty() ? "?" : ", ?") + std::to_string(k);
     }
     auto insert = to.prepare("INSERT INTO " + jet::quoteName(table) + " (" + names + ") VALUES (" +
                              marks + ")");
     long long written = 0;
-    const int n = static_cast<int>(columns.size()) + 1;
+    const int n = static_cast<int>(columns.size()) + (ids ? 1 : 0);
     while (rows.step()) {
         insert->reset();
         for (int i = 0; i < n; ++i) insert->bind(i + 1, rows.column(i));
@@ -105,19 +120,28 @@ long long rowsIn(Connection& c, const std::vector<std::string>& tables) {
 }
 
 std::vector<CopiedTable> copyTables(Connection& from, Connection& to,
-                                    const std::vector<std::string>& tables) {
+                                    const std::vector<std::string>& tables,
+                                    const std::function<void()>& prepareTarget,
+                                    std::vector<std::string>* left) {
     std::vector<CopiedTable> done;
     to.beginBatch();
     try {
+        if (prepareTarget) prepareTarget();
         for (const auto& table : tables) {
+            if (left && !to.hasTable(table)) {
+                left->push_back(table);
+                continue;
+            }
             const auto columns = commonColumns(from, to, table);
-            std::string list = "rowid";
-            for (const auto& c : columns) list += ", " + jet::quoteName(c);
+            if (columns.empty()) continue;
+            const bool ids = keepsRowIds(from, table) && keepsRowIds(to, table);
+            std::string list = ids ? "rowid" : "";
+            for (const auto& c : columns) list += (list.empty() ? "" : ", ") + jet::quoteName(c);
             auto rows = from.prepare("SELECT " + list + " FROM " + jet::quoteName(table) +
-                                     " ORDER BY rowid");
+                                     " ORDER BY " + (ids ? "rowid" : "1"));
             const long long written = to.isServer()
-                                          ? copyToServer(*rows, *to.server(), table, columns)
-                                          : copyToFile(*rows, to, table, columns);
+                                          ? copyToServer(*rows, *to.server(), table, columns, ids)
+                                          : copyToFile(*rows, to, table, columns, ids);
             const long long there = countOf(to, table), here = countOf(from, table);
             if (there != here || written != here)
                 throwDao("DAO.Database", err::kEngineError,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,9 +22,13 @@ std::vector<std::string> tableNames(Connection& c);
 long long rowsIn(Connection& c, const std::vector<std::string>& tables);
 
 // Copies every row of the tables, row ids and order kept, into the same tables of the target,
-// all in one transaction there: a failure leaves the target as it was. The copy is checked by
-// counting the rows per table on both sides; a difference raises and keeps nothing.
+// all in one transaction there: a failure leaves the target as it was. `prepareTarget` runs
+// first in that transaction, to make tables the target lacks; tables it still lacks then go
+// into `left` where given. The copy is checked by counting the rows per table on both sides;
+// a difference raises and keeps nothing.
 std::vector<CopiedTable> copyTables(Connection& from, Connection& to,
-                                    const std::vector<std::string>& tables);
+                                    const std::vector<std::string>& tables,
+                                    const std::function<void()>& prepareTarget = {},
+                                    std::vector<std::string>* left = nullptr);
 
 }  // namespace tolma::store

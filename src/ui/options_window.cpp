@@ -5,6 +5,7 @@
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -15,8 +16,10 @@
 
 #include "core/error_log.h"
 #include "protection/retention.h"
+#include "relocation/store_move.h"
 #include "search/search_index.h"
 #include "store/connection.h"
+#include "store/server_address.h"
 #include "transfer/import_driver.h"
 #include "transfer/journal.h"
 #include "ui/keyboard.h"
@@ -61,6 +64,7 @@ QVBoxLayout* OptionsWindow::buildStores() {
     stores->addWidget(buildRunsFrame());
     stores->addWidget(buildRetentionFrame());
     stores->addWidget(buildIndexFrame());
+    stores->addWidget(buildCopyFrame());
     stores->addStretch(1);
     auto* back = new QPushButton("Zurück", this);
     back->setObjectName("Command3_1");
@@ -184,6 +188,53 @@ QGroupBox* OptionsWindow::buildIndexFrame() {
         });
     });
     return index;
+}
+
+QGroupBox* OptionsWindow::buildCopyFrame() {
+    // The open store moved to a server, or from one back into a file.
+    auto* frame = new QGroupBox("Datenbank kopieren", this);
+    frame->setObjectName("Frame_Kopieren");
+    auto* row = new QHBoxLayout(frame);
+    auto* copy = new QPushButton("Kopieren nach ...", frame);
+    copy->setObjectName("Command_Kopieren");
+    copy->setToolTip(
+        "Kopiert die geöffnete Datenbank mit Importläufen, Protokoll und Suchindex in eine neue "
+        "Datei oder auf einen eingerichteten Datenbankserver");
+    row->addWidget(copy);
+    row->addStretch(1);
+    connect(copy, &QPushButton::clicked, this, [this] { run([&] { copyStore(); }); });
+    return frame;
+}
+
+void OptionsWindow::copyStore() {
+    if (!g_.stores.db_daten.isSet()) return;
+    const std::string title = "Datenbank kopieren";
+    bool given = false;
+    const std::string target =
+        QInputDialog::getText(this, QString::fromStdString(title),
+                              "Ziel der Kopie: eine neue Datei oder die Verbindungsangabe eines "
+                              "eingerichteten Datenbankservers\n(z. B. "
+                              "postgresql://rechner/datenbank oder service=tolma):",
+                              QLineEdit::Normal, QString(), &given)
+            .trimmed()
+            .toStdString();
+    if (!given || target.empty()) return;
+    if (store::isServerText(target) && !store::passwordIn(target).empty()) {
+        core::showMessage(g_,
+                          "Die Verbindungsangabe darf kein Kennwort enthalten. Es wurde nichts "
+                          "kopiert.",
+                          core::msg::vbExclamation, title);
+        return;
+    }
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    const auto report = relocation::copyOpenStore(g_, target);
+    QApplication::restoreOverrideCursor();
+    std::string text;
+    for (const auto& line : report.lines) text += (text.empty() ? "" : "\n") + line;
+    core::showMessage(g_, text,
+                      report.outcome == relocation::CopyOutcome::Copied ? core::msg::vbInformation
+                                                                        : core::msg::vbExclamation,
+                      title);
 }
 
 // The municipality filter: the list, its marks and the lookup by number.

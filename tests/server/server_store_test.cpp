@@ -45,7 +45,7 @@ std::string exported(const std::string& home) {
 }
 
 struct Readings {
-    std::string exportFile, evaluation, byName, persons, searches;
+    std::string exportFile, evaluation, byName, persons, searches, runs;
 };
 
 Readings readAll(const std::string& home) {
@@ -68,6 +68,7 @@ Readings readAll(const std::string& home) {
     // By spelling, by folded spelling, by sound, and the last word as a beginning.
     for (const char* query : {"petersen", "Baeckerei", "Husum Peter", "Mejer", "bäck"})
         r.searches += cli(home, {"search", query}).out;
+    r.runs = cli(home, {"imports"}).out;
     return r;
 }
 
@@ -108,6 +109,7 @@ TEST_F(ServerStore, AStoreMovedToTheServerAndBackReadsTheSameEverywhere) {
     EXPECT_EQ(fromServer.byName, fromFile.byName);
     EXPECT_EQ(fromServer.persons, fromFile.persons);
     EXPECT_EQ(fromServer.searches, fromFile.searches);
+    EXPECT_EQ(fromServer.runs, fromFile.runs);
     EXPECT_EQ(cli(home, {"print", "list", "betriebe", "--pdf", (dir / "b.pdf").string()}).code, 0);
     EXPECT_EQ(cli(home, {"print", "list", "personen", "--pdf", (dir / "p.pdf").string()}).code, 0);
 
@@ -117,7 +119,12 @@ TEST_F(ServerStore, AStoreMovedToTheServerAndBackReadsTheSameEverywhere) {
     const auto returned = cli(home, {"kopieren", "--nach", back});
     ASSERT_EQ(returned.code, 0) << returned.err;
     ASSERT_EQ(cli(home, {"options", "--db-betriebsbezogen", back}).code, 0);
-    EXPECT_EQ(readAll(home).exportFile, fromFile.exportFile);
+    const Readings inNewFile = readAll(home);
+    EXPECT_EQ(inNewFile.exportFile, fromFile.exportFile);
+    EXPECT_EQ(inNewFile.searches, fromFile.searches);
+    // The run came along with what it needs to be taken back.
+    EXPECT_EQ(cli(home, {"undo"}).code, 0);
+    EXPECT_EQ(cli(home, {"sql", "SELECT Count(*) AS n FROM betrieb"}).out, "n\n0\n");
 }
 
 TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
@@ -185,6 +192,14 @@ TEST_F(ServerStore, DeletionAfterThePeriodAndDisclosureGoAsInAFile) {
     ASSERT_EQ(cli(home, {"options", "--db-betriebsbezogen", server}).code, 0);
     ASSERT_EQ(cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
     EXPECT_EQ(protectionRound(home, (dir / "server.csv").string()), inFile);
+    // The record of deletions and disclosures moves with the store.
+    std::filesystem::create_directories(dir / "kopie");
+    const std::string copy = (dir / "kopie" / "tl_4x_b.mdb").string();
+    const auto copied = cli(home, {"kopieren", "--nach", copy});
+    ASSERT_EQ(copied.code, 0) << copied.err;
+    const std::string copyHome = (dir / "kopie").string();
+    ASSERT_EQ(cli(copyHome, {"options", "--db-betriebsbezogen", copy}).code, 0);
+    EXPECT_EQ(cli(copyHome, {"protokoll"}).out, cli(home, {"protokoll"}).out);
     // The deleted business does not come back with the run that brought it.
     ASSERT_EQ(cli(home, {"undo"}).code, 0);
     EXPECT_EQ(cli(home, {"sql",
