@@ -7,7 +7,9 @@
 #include <fstream>
 #include <sstream>
 
+#include "browse/list_form.h"
 #include "cli/cli.h"
+#include "cli/options.h"
 #include "cli/session.h"
 #include "options/options_form.h"
 #include "pg_cluster.h"
@@ -125,6 +127,46 @@ TEST_F(ServerStore, AStoreMovedToTheServerAndBackReadsTheSameEverywhere) {
     // The run came along with what it needs to be taken back.
     EXPECT_EQ(cli(home, {"undo"}).code, 0);
     EXPECT_EQ(cli(home, {"sql", "SELECT Count(*) AS n FROM betrieb"}).out, "n\n0\n");
+}
+
+// Where typing in each list puts the current row: the row's number, its name and its place
+// among the rows, after each text typed.
+std::string typedInLists(const std::string& home) {
+    cli::Options options;
+    options.home = home;
+    std::ostringstream out, err;
+    cli::Session session(options, out);
+    EXPECT_TRUE(session.startWithDataStore(err)) << err.str();
+    std::string said;
+    for (const bool persons : {false, true}) {
+        browse::ListForm list(persons);
+        EXPECT_TRUE(persons ? browse::menue_suchen_person(session.g, list)
+                            : browse::menue_suchen_betrieb(session.g, list));
+        const int box = persons ? 2 : 3;
+        for (const char* typed : {"b", "BÄ", "bäcK", "bo", "BOY", "ma", "MALER", "m", "mo", "pi",
+                                  "pe", "f", "fisch", "y", "zz", ""}) {
+            list.Text1[static_cast<size_t>(box)] = typed;
+            browse::Text1_Change(session.g, list, box);
+            auto& rs = list.data.Recordset();
+            said += std::string(typed) + " -> " + (rs.NoMatch() ? "keiner " : "") +
+                    std::to_string(rs.AbsolutePosition()) + " " +
+                    list.data.fieldText(persons ? "fam-name" : "b-eintr-name") + "\n";
+        }
+    }
+    return said;
+}
+
+TEST_F(ServerStore, TypingInTheListsFindsTheSameRowAsInAFile) {
+    const std::string fileHome = (dir / "datei").string();
+    ASSERT_EQ(cli(fileHome, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
+    const std::string inFile = typedInLists(fileHome);
+    ASSERT_NE(inFile.find("fisch -> 10 Fischhandel"), std::string::npos) << inFile;
+
+    const std::string server = PgCluster::get().createDatabase("tolma_tippen");
+    ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
+    ASSERT_EQ(cli(home, {"options", "--db-betriebsbezogen", server}).code, 0);
+    ASSERT_EQ(cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
+    EXPECT_EQ(typedInLists(home), inFile);
 }
 
 TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
