@@ -194,6 +194,20 @@ bool hasIndex(store::Connection& c) {
     return st->column(0).toInteger() == 0 && st->column(1).toInteger() == 1;
 }
 
+// The server gathers the new words of its index in a list that each query reads from end to
+// end; after a build they go into the index itself, and the planner learns the table anew. Only
+// the owner of the index may do the first: for another login the list is left to the server.
+void tidyServerIndex(store::Connection& c) {
+    c.execute("ANALYZE " + kRows);
+    c.execute("SAVEPOINT tolma_suchindex_ordnen");
+    try {
+        c.execute("SELECT gin_clean_pending_list(?1::regclass)", {Variant(kRows + "_worte")});
+    } catch (const std::exception&) {
+        c.execute("ROLLBACK TO tolma_suchindex_ordnen");
+    }
+    c.execute("RELEASE tolma_suchindex_ordnen");
+}
+
 void buildIndex(store::Connection& c, const std::function<void(long, long)>& progress) {
     inSavepoint(c, [&] {
         dropEarlierIndex(c);
@@ -229,6 +243,7 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
             done += writeRows(c, part, true);
             if (progress) progress(std::min(done, total), total);
         }
+        if (c.isServer()) tidyServerIndex(c);
         if (progress) progress(total, total);
     });
 }
