@@ -913,6 +913,11 @@ std::string Connection::columnList(const std::string& table, const std::string& 
     return out;
 }
 
+std::string Connection::rowIdAmong(const std::string& select, const std::string& rowid) const {
+    if (server_) return rowid + " = ANY (ARRAY(" + select + "))";
+    return rowid + " IN (" + select + ")";
+}
+
 bool Connection::isTextColumn(const std::string& table, const std::string& column) {
     auto& memo = memo_["text columns:" + text::lowerAscii(table)];
     if (!memo) {

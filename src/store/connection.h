@@ -207,6 +207,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // data that must be gone, not merely unreachable.
     void setSecureDelete(bool on);
 
+    // "rowid is one of the row ids `select` gives", as a condition. The server takes the ids
+    // as one array first, so that it looks the rows up by their index whatever it guesses of
+    // the row ids' table (one filled in the same transaction looks empty to it).
+    std::string rowIdAmong(const std::string& select, const std::string& rowid = "rowid") const;
+
     // A column as an ORDER BY term: a text in German order (the store's own collation where
     // `german` is false, for key columns), a number as a number; DESC where asked.
     std::string orderTerm(const std::string& table, const std::string& column, bool german,

@@ -163,11 +163,13 @@ class Comparison {
   private:
     // The rows deleted by the run (with some it wrote itself), or those it wrote; the row id
     // first.
-    static std::string source(const std::string& table, bool old) {
+    std::string source(const std::string& table, bool old) const {
         if (old) return oldImage(table);
         return "(SELECT rowid AS tolma_rid, * FROM main." + store::jet::quoteName(table) +
-               " WHERE rowid IN (SELECT rid FROM tolma_pruef_neu WHERE tabelle = " +
-               store::jet::quote(table) + ")) AS geschrieben";
+               " WHERE " +
+               c_.rowIdAmong("SELECT rid FROM tolma_pruef_neu WHERE tabelle = " +
+                             store::jet::quote(table)) +
+               ") AS geschrieben";
     }
 
     void read(const Tie& t, bool old) {

@@ -32,8 +32,8 @@ void takeBackRun(store::Connection& c, long lauf) {
         const std::vector<store::Variant> params{store::Variant(static_cast<long long>(lauf)),
                                                  store::Variant(mark)};
         // What the run inserted goes.
-        c.execute("DELETE FROM " + t + " WHERE rowid > ?2 OR rowid IN (SELECT rid FROM " + shadow +
-                      " WHERE lauf = ?1 AND art = 'I')",
+        c.execute("DELETE FROM " + t + " WHERE rowid > ?2 OR " +
+                      c.rowIdAmong("SELECT rid FROM " + shadow + " WHERE lauf = ?1 AND art = 'I'"),
                   params);
         // Every row it deleted or changed comes back as it was before its first change.
         const std::string cols = columnList(columnsOf(c, table));

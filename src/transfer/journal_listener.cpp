@@ -151,8 +151,8 @@ void ImportJournal::removeAhead(store::Connection& c, const BlockKeys& keys) {
                       " t ON " + belongs(r, keys.byState, "t"),
                   {store::Variant(static_cast<long long>(lauf_))});
         store::ChangeCapture::Quiet quiet(capture_.get());
-        c.execute("DELETE FROM main." + store::jet::quoteName(r.table) +
-                      " WHERE rowid IN (SELECT rid FROM " + shadow + " WHERE rowid > ?1)",
+        c.execute("DELETE FROM main." + store::jet::quoteName(r.table) + " WHERE " +
+                      c.rowIdAmong("SELECT rid FROM " + shadow + " WHERE rowid > ?1"),
                   {store::Variant(blockStarts_[i])});
     }
 }
