@@ -393,6 +393,14 @@ void Statement::stepWithoutAnswer(long long rowid) {
     connection_->serverLastId_ = rowid;
 }
 
+void Statement::copyInto(const std::string& table, const std::vector<std::string>& columns) {
+    if (!remote_) return;
+    std::string list;
+    for (const auto& c : columns)
+        list += (list.empty() ? "" : ", ") + quoteIdentifier(text::lowerAscii(c));
+    remote_->copyInto(quoteIdentifier(text::lowerAscii(table)), list);
+}
+
 void Statement::keep() {
     if (remote_) remote_->keep();
 }

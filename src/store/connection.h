@@ -61,6 +61,9 @@ class Statement {
     // sent without waiting (a failure shows at the next statement that waits); on a file it
     // runs at once.
     void stepWithoutAnswer(long long rowid);
+    // The statement inserts a row into `table`, its parameters the `columns` in order: on a
+    // server, stepWithoutAnswer() then gathers the row for COPY with others of the table.
+    void copyInto(const std::string& table, const std::vector<std::string>& columns);
     void reset();
     int columnCount() const;
     Variant column(int index) const;  // 0-based

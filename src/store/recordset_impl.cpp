@@ -327,6 +327,10 @@ Statement* RecordsetImpl::wholeRowInsert() {
             }
             wholeRow = conn->prepare(insertInto(cols, marks, fields().size()));
             wholeRow->keep();
+            std::vector<std::string> names;
+            for (const auto& f : fields()) names.push_back(f.column);
+            names.push_back("rowid");
+            wholeRow->copyInto(unbracket(baseTable), names);
             wholeRowKnown = 1;
         }
     }
@@ -344,15 +348,19 @@ Statement& RecordsetImpl::insertStatement(const std::string& pattern) {
     auto& st = inserts[pattern];
     if (!st) {
         std::string cols, marks;
+        std::vector<std::string> names;
         size_t n = 0;
         for (size_t i = 0; i < fields().size(); ++i) {
             if (pattern[i] != '1') continue;
             cols += (n ? ", " : "") + bracket(fields()[i].column);
             marks += (n ? ", ?" : "?") + std::to_string(n + 1);
+            names.push_back(fields()[i].column);
             ++n;
         }
         st = conn->prepare(insertInto(cols, marks, n));
         st->keep();
+        names.push_back("rowid");
+        st->copyInto(unbracket(baseTable), names);
     }
     st->reset();
     lastPattern = pattern;

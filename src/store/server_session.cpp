@@ -3,6 +3,7 @@
 #include <libpq-fe.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 
@@ -326,6 +327,8 @@ std::shared_ptr<PGresult> ServerSession::runPrepared(const std::string& name,
 }
 
 void ServerSession::sendPrepared(const std::string& name, const std::vector<const char*>& values) {
+    // Rows gathered before this statement are written before it.
+    if (!copies_.empty()) drain();
     if (!pipelined_) {
         if (PQenterPipelineMode(conn_) != 1)
             fail("Der Datenbankserver nimmt keine Folge von Anweisungen an.");
@@ -342,7 +345,44 @@ void ServerSession::sendPrepared(const std::string& name, const std::vector<cons
     }
 }
 
+void ServerSession::queueCopy(const std::string& table, const std::string& columns,
+                              const std::vector<ServerValue>& row) {
+    auto it = std::find_if(copies_.begin(), copies_.end(), [&](const CopyRows& c) {
+        return c.table == table && c.columns == columns;
+    });
+    if (it == copies_.end()) it = copies_.insert(copies_.end(), CopyRows{table, columns, {}});
+    const size_t before = it->data.size();
+    it->data += copyLine(row);
+    copyBytes_ += it->data.size() - before;
+    // Some megabytes at a time: the memory stays small, the server's cost per row too.
+    if (copyBytes_ >= (8u << 20)) drain();
+}
+
+void ServerSession::writeCopies() {
+    // Taken first: a failure leaves nothing to be written twice.
+    const std::vector<CopyRows> copies = std::move(copies_);
+    copies_.clear();
+    copyBytes_ = 0;
+    for (const auto& c : copies) {
+        const std::string sql = "COPY " + c.table + " (" + c.columns + ") FROM STDIN";
+        Result start(PQexec(conn_, sql.c_str()), &PQclear);
+        if (PQresultStatus(start.get()) != PGRES_COPY_IN)
+            failWith(conn_, start.release(), server_, secrets_);
+        const bool sent = PQputCopyData(conn_, c.data.data(), static_cast<int>(c.data.size())) == 1;
+        PQputCopyEnd(conn_, sent ? nullptr : "abgebrochen");
+        PGresult* res = PQgetResult(conn_);
+        while (PGresult* more = PQgetResult(conn_)) PQclear(more);
+        if (PQresultStatus(res) != PGRES_COMMAND_OK) failWith(conn_, res, server_, secrets_);
+        PQclear(res);
+    }
+}
+
 void ServerSession::drain() {
+    endPipeline();
+    if (!copies_.empty()) writeCopies();
+}
+
+void ServerSession::endPipeline() {
     if (!pipelined_) return;
     pipelined_ = false;
     unsent_ = 0;
@@ -405,6 +445,9 @@ void ServerSession::commit() {
 }
 
 void ServerSession::rollback() {
+    // What was gathered goes with the transaction, unwritten.
+    copies_.clear();
+    copyBytes_ = 0;
     try {
         drain();
     } catch (const DaoError&) {

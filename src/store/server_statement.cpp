@@ -291,6 +291,11 @@ void ServerStatement::hideRowIds() {
 }
 
 void ServerStatement::send() {
+    if (!copyColumns_.empty()) {
+        session_.queueCopy(copyTable_, copyColumns_, values_);
+        ran_ = false;
+        return;
+    }
     std::vector<const char*> pointers;
     pointers.reserve(values_.size());
     for (const auto& v : values_) pointers.push_back(v ? v->c_str() : nullptr);

@@ -42,6 +42,12 @@ class ServerStatement {
     bool step();
     // Sends the statement with its values without waiting for its answer.
     void send();
+    // The statement inserts one row into `table` (quoted), its values the `columns` (quoted,
+    // apart by commas) in order: send() gathers the row for COPY instead.
+    void copyInto(std::string table, std::string columns) {
+        copyTable_ = std::move(table);
+        copyColumns_ = std::move(columns);
+    }
     void reset();
     // The rows the statement changed when it ran at the step just made, once; -1 otherwise
     // (a query, or a step to a further row).
@@ -78,6 +84,7 @@ class ServerStatement {
     std::vector<int> shown_;
     int page_ = 0;
     bool keep_ = false;
+    std::string copyTable_, copyColumns_;
     std::string cursor_;  // the open cursor's name
     bool more_ = false;   // the cursor may hold rows beyond the page
     int row_ = -1;
