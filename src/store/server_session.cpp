@@ -4,10 +4,13 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 
 #include "store/server_address.h"
+#include "text/text.h"
 
 namespace tolma::store {
 namespace {
@@ -221,6 +224,31 @@ namespace {
     throw DaoError(kStatementSource, number, withoutSecrets(description, secrets));
 }
 
+// A statement that reads or writes only the tables it names: a query or a change of rows. Any
+// other (a savepoint, a transaction's end, a change of the tables) needs every row written.
+bool namesItsTables(const std::string& lowered) {
+    const size_t at = lowered.find_first_not_of(" \t\n(");
+    for (const char* word : {"select", "insert", "update", "delete"})
+        if (at != std::string::npos && lowered.compare(at, std::strlen(word), word) == 0)
+            return true;
+    return false;
+}
+
+// Whether the statement names the table (quoted, as rows are gathered under), quoted or bare.
+bool namesTable(const std::string& lowered, const std::string& quoted) {
+    const std::string bare = quoted.substr(1, quoted.size() - 2);
+    auto isNameChar = [](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$';
+    };
+    for (size_t at = lowered.find(bare); at != std::string::npos; at = lowered.find(bare, at + 1)) {
+        const size_t end = at + bare.size();
+        if ((at == 0 || !isNameChar(lowered[at - 1])) &&
+            (end >= lowered.size() || !isNameChar(lowered[end])))
+            return true;
+    }
+    return false;
+}
+
 std::vector<const char*> pointersTo(const std::vector<ServerValue>& params) {
     std::vector<const char*> out;
     for (const auto& p : params) out.push_back(p ? p->c_str() : nullptr);
@@ -230,7 +258,7 @@ std::vector<const char*> pointersTo(const std::vector<ServerValue>& params) {
 }  // namespace
 
 long long ServerSession::execute(const std::string& sql, const std::vector<ServerValue>& params) {
-    drain();
+    drainFor(sql);
     const auto values = pointersTo(params);
     PGresult* res = PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr,
                                  values.data(), nullptr, nullptr, 0);
@@ -243,7 +271,7 @@ long long ServerSession::execute(const std::string& sql, const std::vector<Serve
 }
 
 ServerResult ServerSession::query(const std::string& sql, const std::vector<ServerValue>& params) {
-    drain();
+    drainFor(sql);
     const auto values = pointersTo(params);
     Result res(PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr,
                             values.data(), nullptr, nullptr, 0),
@@ -271,7 +299,7 @@ ServerResult ServerSession::query(const std::string& sql, const std::vector<Serv
 std::shared_ptr<PGresult> ServerSession::run(const std::string& sql,
                                              const std::vector<const char*>& values,
                                              const std::vector<unsigned>& types) {
-    drain();
+    drainFor(sql);
     PGresult* res = PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()),
                                  types.size() == values.size() ? types.data() : nullptr,
                                  values.data(), nullptr, nullptr, 0);
@@ -293,7 +321,7 @@ std::shared_ptr<PGresult> ServerSession::describe(const std::string& sql,
 }
 
 bool ServerSession::inTransaction() {
-    drain();
+    endPipeline();
     return PQtransactionStatus(conn_) != PQTRANS_IDLE;
 }
 
@@ -301,7 +329,7 @@ const std::string& ServerSession::prepared(const std::string& sql,
                                            const std::vector<unsigned>& types) {
     auto& name = prepared_[sql];
     if (name.empty()) {
-        drain();
+        endPipeline();
         const std::string made = "tolma_s" + std::to_string(prepared_.size());
         PGresult* res = PQprepare(conn_, made.c_str(), sql.c_str(), static_cast<int>(types.size()),
                                   types.data());
@@ -311,13 +339,14 @@ const std::string& ServerSession::prepared(const std::string& sql,
         }
         PQclear(res);
         name = made;
+        textOf_[made] = sql;
     }
     return name;
 }
 
 std::shared_ptr<PGresult> ServerSession::runPrepared(const std::string& name,
                                                      const std::vector<const char*>& values) {
-    drain();
+    drainFor(textOf_[name]);
     PGresult* res = PQexecPrepared(conn_, name.c_str(), static_cast<int>(values.size()),
                                    values.data(), nullptr, nullptr, 0);
     const auto status = PQresultStatus(res);
@@ -327,8 +356,8 @@ std::shared_ptr<PGresult> ServerSession::runPrepared(const std::string& name,
 }
 
 void ServerSession::sendPrepared(const std::string& name, const std::vector<const char*>& values) {
-    // Rows gathered before this statement are written before it.
-    if (!copies_.empty()) drain();
+    // Rows gathered before this statement for the tables it names are written before it.
+    if (!copies_.empty()) drainFor(textOf_[name]);
     if (!pipelined_) {
         if (PQenterPipelineMode(conn_) != 1)
             fail("Der Datenbankserver nimmt keine Folge von Anweisungen an.");
@@ -358,11 +387,20 @@ void ServerSession::queueCopy(const std::string& table, const std::string& colum
     if (copyBytes_ >= (8u << 20)) drain();
 }
 
-void ServerSession::writeCopies() {
+void ServerSession::writeCopies(const std::string& sql) {
     // Taken first: a failure leaves nothing to be written twice.
-    const std::vector<CopyRows> copies = std::move(copies_);
-    copies_.clear();
-    copyBytes_ = 0;
+    std::vector<CopyRows> copies;
+    const std::string lowered = text::lowerAscii(sql);
+    const bool onlyNamed = !sql.empty() && namesItsTables(lowered);
+    if (lowered.find("create") != std::string::npos && lowered.find("trigger") != std::string::npos)
+        triggers_ = true;  // from now on a statement may write rows of any table
+    for (auto& c : copies_) {
+        if (onlyNamed && !triggers_ && !namesTable(lowered, c.table)) continue;
+        copyBytes_ -= c.data.size();
+        copies.push_back(std::move(c));
+        c.table.clear();
+    }
+    std::erase_if(copies_, [](const CopyRows& c) { return c.table.empty(); });
     for (const auto& c : copies) {
         const std::string sql = "COPY " + c.table + " (" + c.columns + ") FROM STDIN";
         Result start(PQexec(conn_, sql.c_str()), &PQclear);
@@ -378,8 +416,12 @@ void ServerSession::writeCopies() {
 }
 
 void ServerSession::drain() {
+    drainFor({});
+}
+
+void ServerSession::drainFor(const std::string& sql) {
     endPipeline();
-    if (!copies_.empty()) writeCopies();
+    if (!copies_.empty()) writeCopies(sql);
 }
 
 void ServerSession::endPipeline() {
@@ -445,11 +487,12 @@ void ServerSession::commit() {
 }
 
 void ServerSession::rollback() {
-    // What was gathered goes with the transaction, unwritten.
+    // What was gathered goes with the transaction, unwritten, and so do the triggers it made.
     copies_.clear();
     copyBytes_ = 0;
+    triggers_ = false;
     try {
-        drain();
+        endPipeline();
     } catch (const DaoError&) {
         // what failed among the sent statements goes with the transaction
     }

@@ -86,13 +86,18 @@ class ServerSession {
     ServerSession(PGconn* conn, std::string server, std::vector<std::string> secrets);
     [[noreturn]] void fail(const std::string& what) const;
     void endPipeline();
-    void writeCopies();
+    // Waits for what was sent and writes the rows gathered for the tables the statement names
+    // (all of them for another kind of statement, or an empty text).
+    void drainFor(const std::string& sql);
+    void writeCopies(const std::string& sql);
     // Rows gathered for COPY, by table and column list in the order they first came.
     struct CopyRows {
         std::string table, columns, data;
     };
     std::vector<CopyRows> copies_;
     size_t copyBytes_ = 0;
+    bool triggers_ = false;                      // the transaction made triggers
+    std::map<std::string, std::string> textOf_;  // prepared statement's name → text
 
     PGconn* conn_;
     std::string server_;                // describeServer of the connection text
