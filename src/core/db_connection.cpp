@@ -145,10 +145,11 @@ void forEachListIndex(Globals& g, Step step) {
 }  // namespace
 
 void ensureListIndexes(Globals& g) {
+    // A server store has them from its set-up, and keeps them.
+    if (!g.stores.db_daten.isSet() || g.stores.db_daten.connection()->isServer()) return;
     // An index built over a million rows sorts them in memory up to the cache's size, on top
     // of the cache itself: a smaller cache while they are built keeps the program's memory low.
-    if (g.stores.db_daten.isSet())
-        g.stores.db_daten.connection()->execute("PRAGMA cache_size = -16384");
+    g.stores.db_daten.connection()->execute("PRAGMA cache_size = -16384");
     forEachListIndex(g, [](store::Connection& c, const std::string& table,
                            const model::PrefixIndex& index) {
         long long found = 0;
@@ -163,11 +164,11 @@ void ensureListIndexes(Globals& g) {
         }
         if (found == 1) c.execute(index.create);  // the table stands, its index does not
     });
-    if (g.stores.db_daten.isSet())
-        g.stores.db_daten.connection()->execute("PRAGMA cache_size = -65536");
+    g.stores.db_daten.connection()->execute("PRAGMA cache_size = -65536");
 }
 
 void dropListIndexes(Globals& g) {
+    if (!g.stores.db_daten.isSet() || g.stores.db_daten.connection()->isServer()) return;
     forEachListIndex(g,
                      [](store::Connection& c, const std::string&, const model::PrefixIndex& index) {
                          c.execute("DROP INDEX IF EXISTS main.[" + index.name + "]");

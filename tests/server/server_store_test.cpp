@@ -169,6 +169,33 @@ TEST_F(ServerStore, TypingInTheListsFindsTheSameRowAsInAFile) {
     EXPECT_EQ(typedInLists(home), inFile);
 }
 
+// Data by state in a store on the server: the file's kind switches the program over to it in
+// the middle of reading in, and what is read reads as from a file.
+TEST_F(ServerStore, DataByStateGoesToItsServerStoreAsToAFile) {
+    std::ifstream in(TOLMA_SOURCE_DIR "/data/beispiel.tml", std::ios::binary);
+    std::string tml((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::string kind = "<struktur>BETRIEBSBEZOGEN</struktur>";
+    ASSERT_NE(tml.find(kind), std::string::npos);
+    tml.replace(tml.find(kind), kind.size(), "<struktur>MELDUNGSBEZOGEN</struktur>");
+    const std::string byState = (dir / "meldungen.tml").string();
+    std::ofstream(byState, std::ios::binary) << tml;
+
+    const std::string fileHome = (dir / "datei").string();
+    ASSERT_EQ(cli(fileHome, {"import", byState}).code, 0);
+    const Readings inFile = readAll(fileHome);
+
+    const std::string server = PgCluster::get().createDatabase("tolma_meldungen");
+    ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
+    ASSERT_EQ(cli(home, {"options", "--db-meldungsbezogen", server}).code, 0);
+    const auto read = cli(home, {"import", byState});
+    ASSERT_EQ(read.code, 0) << read.err;
+    EXPECT_NE(cli(home, {"options"}).out.find("Datenbank: " + server + "\n"), std::string::npos);
+    const Readings onServer = readAll(home);
+    EXPECT_EQ(onServer.exportFile, inFile.exportFile);
+    EXPECT_EQ(onServer.evaluation, inFile.evaluation);
+    EXPECT_EQ(onServer.searches, inFile.searches);
+}
+
 TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
     const std::string fileHome = (dir / "datei").string();
     ASSERT_EQ(cli(fileHome, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
