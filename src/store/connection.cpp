@@ -393,6 +393,13 @@ void Statement::stepWithoutAnswer(long long rowid) {
     connection_->serverLastId_ = rowid;
 }
 
+void Statement::addRow() {
+    if (remote_)
+        remote_->send();
+    else
+        step();
+}
+
 void Statement::copyInto(const std::string& table, const std::vector<std::string>& columns) {
     if (!remote_) return;
     std::string list;

@@ -64,6 +64,8 @@ class Statement {
     // The statement inserts a row into `table`, its parameters the `columns` in order: on a
     // server, stepWithoutAnswer() then gathers the row for COPY with others of the table.
     void copyInto(const std::string& table, const std::vector<std::string>& columns);
+    // Runs an insert of a row whose id no one needs, as stepWithoutAnswer() does.
+    void addRow();
     void reset();
     int columnCount() const;
     Variant column(int index) const;  // 0-based
