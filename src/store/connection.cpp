@@ -1062,6 +1062,12 @@ void Connection::rollbackOpen() noexcept {
     }
 }
 
+bool Connection::beginReading() {
+    if (!server_ || inTransaction()) return false;
+    server_->execute("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
+    return true;
+}
+
 void Connection::fail(const std::string& source, const std::string& context) const {
     if (server_)
         throwDao(source, err::kEngineError,

@@ -228,6 +228,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     bool inTransaction() const;
     // Ends the open transaction without its changes, if one is open; never raises.
     void rollbackOpen() noexcept;
+    // Many reads side by side that must see the store as it stood when they began, whatever
+    // another workstation commits meanwhile (the export's scans). On a server they read in a
+    // transaction of one snapshot, which its cursors need anyway; a file's reads need none.
+    // Returns whether a transaction was begun, for rollbackOpen() to end.
+    bool beginReading();
     bool inBatch() const { return batchDepth_ > 0; }
 
     [[noreturn]] void fail(const std::string& source, const std::string& context) const;

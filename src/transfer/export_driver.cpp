@@ -136,8 +136,7 @@ bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& qu
         ~Reading() {
             if (open) c.rollbackOpen();
         }
-    } reading{c, c.isServer() && !c.inTransaction()};
-    if (reading.open) c.execute("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
+    } reading{c, c.beginReading()};
     ExportScans scans(c);
     ctx.scans = &scans;
     SelectionScan businesses(*g.stores.db_daten.connection(), query);
