@@ -108,13 +108,27 @@ void refreshProcessingStatus(const core::Globals& g, const std::string& query) {
         }
     } commit{connection.get()};
     {
-        const auto update =
-            connection->prepare("UPDATE [betrieb] SET [bearb-status] = ?1 WHERE rowid = ?2");
-        for (const auto& [rowid, status] : changes) {
-            update->reset();
-            update->bind(1, store::Variant(std::string(1, status)));
-            update->bind(2, store::Variant(rowid));
-            update->step();
+        // One statement per status and list of rows: a statement per row costs a round trip
+        // each on a server.
+        const auto update = connection->prepare("UPDATE [betrieb] SET [bearb-status] = ?1 WHERE " +
+                                                connection->isOneOf("rowid", "?2", true));
+        constexpr size_t kRowsPerStatement = 10000;
+        for (const char status : {'E', 'A', 'H'}) {
+            std::vector<std::string> rowids;
+            auto flush = [&] {
+                if (rowids.empty()) return;
+                update->reset();
+                update->bind(1, store::Variant(std::string(1, status)));
+                update->bind(2, store::Variant(connection->listValue(rowids)));
+                update->step();
+                rowids.clear();
+            };
+            for (const auto& [rowid, changed] : changes) {
+                if (changed != status) continue;
+                rowids.push_back(std::to_string(rowid));
+                if (rowids.size() == kRowsPerStatement) flush();
+            }
+            flush();
         }
     }
     commit.now();
