@@ -12,6 +12,7 @@
 #include "options/options_form.h"
 #include "pg_cluster.h"
 #include "store/server_session.h"
+#include "tml_generator.h"
 
 namespace tolma {
 namespace {
@@ -118,6 +119,29 @@ TEST_F(ServerStore, AStoreMovedToTheServerAndBackReadsTheSameEverywhere) {
     ASSERT_EQ(returned.code, 0) << returned.err;
     ASSERT_EQ(cli(home, {"options", "--db-betriebsbezogen", back}).code, 0);
     EXPECT_EQ(readAll(home).exportFile, fromFile.exportFile);
+}
+
+// The server's export reads the rows of a block of businesses at once: states of a business and
+// persons of several businesses on either side of a block's end, and processing states still to
+// be set, come out as from the file.
+TEST_F(ServerStore, AnExportOfManyBusinessesWritesAsFromAFile) {
+    const std::string generated = (dir / "viele.tml").string();
+    {
+        std::ofstream out(generated, std::ios::binary);
+        bench::GeneratorOptions options;
+        options.businesses = 1100;
+        options.historyStates = 2;
+        bench::writeTransferFile(out, options);
+    }
+    ASSERT_EQ(cli(home, {"import", generated}).code, 0);
+    const std::string server = PgCluster::get().createDatabase("tolma_bloecke");
+    ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
+    ASSERT_EQ(cli(home, {"kopieren", "--nach", server}).code, 0);
+    ASSERT_EQ(cli(home, {"export"}).code, 0);
+    const std::string fromFile = exported(home);
+    ASSERT_EQ(cli(home, {"options", "--db-betriebsbezogen", server}).code, 0);
+    ASSERT_EQ(cli(home, {"export"}).code, 0);
+    EXPECT_EQ(exported(home), fromFile);
 }
 
 TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
