@@ -327,10 +327,28 @@ void ExportScans::readAhead(const std::vector<std::string>& betrNrs) {
     auto ofPersons = [](std::string_view table) {
         return model::relationOf(table)->owner == model::Owner::Person;
     };
-    // The block's numbers follow one another in the selection's order: the rows between its
-    // first and its last are read in one stretch of each table's index.
+    // The block's numbers follow one another in the selection's order. Where they fill most of
+    // the stretch from the first to the last (an export of all businesses), each table's rows
+    // are read as that stretch of its index; a scattered block (one key's businesses) by its
+    // list of numbers.
+    bool dense = false;
+    if (!betrNrs.empty()) {
+        const std::string number(model::relationOf("betrieb")->keys.number);
+        if (!stretch_) {
+            stretch_ = c_.prepare("SELECT count(*) FROM [betrieb] WHERE " +
+                                  c_.atLeast("betrieb", number, false, "?1") + " AND " +
+                                  c_.atMost("betrieb", number, false, "?2"));
+            stretch_->keep();
+        }
+        const auto [least, greatest] = std::minmax_element(betrNrs.begin(), betrNrs.end());
+        stretch_->reset();
+        stretch_->bind(1, store::Variant(*least));
+        stretch_->bind(2, store::Variant(*greatest));
+        dense = stretch_->step() &&
+                stretch_->columnInteger(0) <= 2 * static_cast<long long>(betrNrs.size());
+    }
     for (auto& [table, scan] : scans_)
-        if (!ofPersons(table)) scan->readAhead(betrNrs, true);
+        if (!ofPersons(table)) scan->readAhead(betrNrs, dense);
     // Then the persons the block's links name.
     std::vector<std::string> persNrs;
     std::unordered_set<std::string> seen;

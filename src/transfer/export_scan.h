@@ -157,6 +157,7 @@ class ExportScans {
 
   private:
     store::Connection& c_;
+    std::unique_ptr<store::Statement> stretch_;  // the businesses between two numbers
     std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scans_;
 
   public:
