@@ -327,26 +327,10 @@ void ExportScans::readAhead(const std::vector<std::string>& betrNrs) {
     auto ofPersons = [](std::string_view table) {
         return model::relationOf(table)->owner == model::Owner::Person;
     };
-    // The block's numbers follow one another in the selection's order. Where they fill most of
-    // the stretch from the first to the last (an export of all businesses), each table's rows
-    // are read as that stretch of its index; a scattered block (one key's businesses) by its
-    // list of numbers.
-    bool dense = false;
-    if (!betrNrs.empty()) {
-        const std::string number(model::relationOf("betrieb")->keys.number);
-        if (!stretch_) {
-            stretch_ = c_.prepare("SELECT count(*) FROM [betrieb] WHERE " +
-                                  c_.atLeast("betrieb", number, false, "?1") + " AND " +
-                                  c_.atMost("betrieb", number, false, "?2"));
-            stretch_->keep();
-        }
-        const auto [least, greatest] = std::minmax_element(betrNrs.begin(), betrNrs.end());
-        stretch_->reset();
-        stretch_->bind(1, store::Variant(*least));
-        stretch_->bind(2, store::Variant(*greatest));
-        dense = stretch_->step() &&
-                stretch_->columnInteger(0) <= 2 * static_cast<long long>(betrNrs.size());
-    }
+    // Where the block's numbers fill most of the stretch from the least to the greatest (an
+    // export of all businesses), each table's rows are read as that stretch of its index; a
+    // scattered block (one key's businesses) by its list of numbers. So are the persons.
+    const bool dense = fillsStretch(stretches_[0], "betrieb", "betr-nr", betrNrs);
     for (auto& [table, scan] : scans_)
         if (!ofPersons(table)) scan->readAhead(betrNrs, dense);
     // Then the persons the block's links name.
@@ -357,8 +341,25 @@ void ExportScans::readAhead(const std::vector<std::string>& betrNrs) {
     for (const auto& link : linked)
         if (!link[column].isNull() && seen.insert(link[column].toString()).second)
             persNrs.push_back(link[column].toString());
+    const bool densePersons = fillsStretch(stretches_[1], "person", "pers-nr", persNrs);
     for (auto& [table, scan] : scans_)
-        if (ofPersons(table)) scan->readAhead(persNrs, false);
+        if (ofPersons(table)) scan->readAhead(persNrs, densePersons);
+}
+
+bool ExportScans::fillsStretch(std::unique_ptr<store::Statement>& count, const std::string& table,
+                               const std::string& column, const std::vector<std::string>& values) {
+    if (values.empty()) return false;
+    if (!count) {
+        count = c_.prepare("SELECT count(*) FROM [" + table + "] WHERE " +
+                           c_.atLeast(table, column, false, "?1") + " AND " +
+                           c_.atMost(table, column, false, "?2"));
+        count->keep();
+    }
+    const auto [least, greatest] = std::minmax_element(values.begin(), values.end());
+    count->reset();
+    count->bind(1, store::Variant(*least));
+    count->bind(2, store::Variant(*greatest));
+    return count->step() && count->columnInteger(0) <= 2 * static_cast<long long>(values.size());
 }
 
 KeyedScan& ExportScans::of(std::string_view table) {

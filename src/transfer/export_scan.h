@@ -156,8 +156,13 @@ class ExportScans {
     void readAhead(const std::vector<std::string>& betrNrs);
 
   private:
+    // Whether `values` make up at least half of the table's rows from the least of them to the
+    // greatest (by its column).
+    bool fillsStretch(std::unique_ptr<store::Statement>& count, const std::string& table,
+                      const std::string& column, const std::vector<std::string>& values);
+
     store::Connection& c_;
-    std::unique_ptr<store::Statement> stretch_;  // the businesses between two numbers
+    std::unique_ptr<store::Statement> stretches_[2];  // counts of businesses, of persons
     std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scans_;
 
   public:
