@@ -22,6 +22,7 @@
 #include "store/server_address.h"
 #include "store/server_session.h"
 #include "store/server_statement.h"
+#include "store/text_list.h"
 #include "text/text.h"
 
 namespace tolma::store {
@@ -977,15 +978,55 @@ std::string Connection::orderTerm(const std::string& table, const std::string& c
 
 std::string Connection::atLeast(const std::string& table, const std::string& column, bool german,
                                 const std::string& parameter) {
+    return compared(table, column, german, ">=", parameter);
+}
+
+std::string Connection::atMost(const std::string& table, const std::string& column, bool german,
+                               const std::string& parameter) {
+    return compared(table, column, german, "<=", parameter);
+}
+
+std::string Connection::compared(const std::string& table, const std::string& column, bool german,
+                                 const std::string& op, const std::string& parameter) {
     const std::string name = "[" + column + "]";
     if (!server_)
-        return name + (german ? std::string(" COLLATE ") + german::kCollation : "") +
-               " >= " + parameter;
-    if (!isTextColumn(table, column)) return name + " >= " + parameter;
-    if (!german) return name + (serverSortsBytes_ ? "" : " COLLATE \"C\"") + " >= " + parameter;
-    return "(tolma_primary(" + name + ") COLLATE \"C\", tolma_fold(" + name +
-           ") COLLATE \"C\") >= (tolma_primary(" + parameter + ") COLLATE \"C\", tolma_fold(" +
-           parameter + ") COLLATE \"C\")";
+        return name + (german ? std::string(" COLLATE ") + german::kCollation : "") + " " + op +
+               " " + parameter;
+    if (!isTextColumn(table, column)) return name + " " + op + " " + parameter;
+    if (!german)
+        return name + (serverSortsBytes_ ? "" : " COLLATE \"C\"") + " " + op + " " + parameter;
+    return "(tolma_primary(" + name + ") COLLATE \"C\", tolma_fold(" + name + ") COLLATE \"C\") " +
+           op + " (tolma_primary(" + parameter + ") COLLATE \"C\", tolma_fold(" + parameter +
+           ") COLLATE \"C\")";
+}
+
+std::string Connection::isOneOf(const std::string& column, const std::string& parameter,
+                                bool wholeNumbers) {
+    const std::string name = column == "rowid" ? column : "[" + column + "]";
+    if (!server_)
+        return name + " IN (SELECT " + (wholeNumbers ? "CAST(value AS INTEGER)" : "value") +
+               " FROM json_each(" + parameter + "))";
+    // An array the server sees when it plans: it looks a short list up by the column's index
+    // and hashes a long one. A list it cannot see it compares value by value with every row
+    // wherever it takes the table for small, as it does just after an import. (An array type
+    // is spelled with ARRAY: brackets would be taken for a name.)
+    return name + " = ANY(CAST(" + parameter +
+           (wholeNumbers ? " AS bigint ARRAY))" : " AS text ARRAY))");
+}
+
+std::string Connection::listValue(const std::vector<std::string>& texts) const {
+    if (!server_) return jsonArray(texts);
+    std::string array = "{";
+    for (const auto& t : texts) {
+        if (array.size() > 1) array += ',';
+        array += '"';
+        for (const char ch : t) {
+            if (ch == '"' || ch == '\\') array += '\\';
+            array += ch;
+        }
+        array += '"';
+    }
+    return array + "}";
 }
 
 void Connection::setSecureDelete(bool on) {
@@ -1039,6 +1080,10 @@ TextCompare Connection::columnCompare(const std::string& table, const std::strin
     return binaryCompare;
 }
 
+bool Connection::comparesBytes(const std::string& table, const std::string& column) {
+    return columnCompare(table, column) == binaryCompare;
+}
+
 void Connection::beginBatch() {
     if (batchDepth_ == 0) execute("BEGIN");
     ++batchDepth_;
@@ -1080,6 +1125,12 @@ void Connection::rollbackOpen() noexcept {
     } catch (const DaoError&) {
         // A server that went away has taken the transaction back itself.
     }
+}
+
+bool Connection::beginReading() {
+    if (!server_ || inTransaction()) return false;
+    server_->execute("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
+    return true;
 }
 
 void Connection::fail(const std::string& source, const std::string& context) const {

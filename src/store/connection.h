@@ -221,12 +221,23 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // `german` is false, for key columns), a number as a number; DESC where asked.
     std::string orderTerm(const std::string& table, const std::string& column, bool german,
                           bool descending);
-    // A condition that a column is at or after a bound value in that order.
+    // A condition that a column is at or after (at or before) a bound value in that order.
     std::string atLeast(const std::string& table, const std::string& column, bool german,
                         const std::string& parameter);
+    std::string atMost(const std::string& table, const std::string& column, bool german,
+                       const std::string& parameter);
+    // A condition that a column holds one of a list bound as one value (listValue()), of whole
+    // numbers where asked. On a server the statement is best planned for its list, not kept.
+    std::string isOneOf(const std::string& column, const std::string& parameter,
+                        bool wholeNumbers = false);
+    // The texts of a list as the one value isOneOf() binds.
+    std::string listValue(const std::vector<std::string>& texts) const;
 
     // How the store compares texts of a table's column: by the column's collation.
     TextCompare columnCompare(const std::string& table, const std::string& column);
+    // Whether that collation compares by bytes, so that a client may look its values up as
+    // the store's "=" finds them.
+    bool comparesBytes(const std::string& table, const std::string& column);
 
     // The import writes in batches: one transaction over many records.
     void beginBatch();
@@ -238,6 +249,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     bool inTransaction() const;
     // Ends the open transaction without its changes, if one is open; never raises.
     void rollbackOpen() noexcept;
+    // Many reads side by side that must see the store as it stood when they began, whatever
+    // another workstation commits meanwhile (the export's scans). On a server they read in a
+    // transaction of one snapshot, which its cursors need anyway; a file's reads need none.
+    // Returns whether a transaction was begun, for rollbackOpen() to end.
+    bool beginReading();
     bool inBatch() const { return batchDepth_ > 0; }
 
     [[noreturn]] void fail(const std::string& source, const std::string& context) const;
@@ -268,6 +284,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     static std::shared_ptr<Connection> create(const std::filesystem::path& file,
                                               const std::string& key, Kind kind);
     void configure(Kind kind);
+    std::string compared(const std::string& table, const std::string& column, bool german,
+                         const std::string& op, const std::string& parameter);
 
     sqlite3* db_ = nullptr;
     std::unique_ptr<ServerSession> server_;

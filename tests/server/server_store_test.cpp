@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -14,6 +15,7 @@
 #include "options/options_form.h"
 #include "pg_cluster.h"
 #include "store/server_session.h"
+#include "tml_generator.h"
 
 namespace tolma {
 namespace {
@@ -44,6 +46,38 @@ std::string exported(const std::string& home) {
         if (line.find("<erstellzeit>") == std::string::npos) out += line + "\n";
     std::filesystem::remove(newest);
     return out;
+}
+
+// Every transfer file of the export directory, in the order of their names (a key's first),
+// each without its time of creation.
+std::string exportedAll(const std::string& home) {
+    std::vector<std::filesystem::path> files;
+    for (const auto& e : std::filesystem::directory_iterator(home + "/Dat")) files.push_back(e);
+    std::sort(files.begin(), files.end());
+    std::string out;
+    for (const auto& f : files) {
+        std::ifstream in(f, std::ios::binary);
+        std::string line;
+        while (std::getline(in, line))
+            if (line.find("<erstellzeit>") == std::string::npos) out += line + "\n";
+        in.close();
+        std::filesystem::remove(f);
+    }
+    return out;
+}
+
+// Where two exports part: the first line that differs, empty where none does. Exports of many
+// businesses are too long for a message of their whole difference.
+std::string firstDifference(const std::string& a, const std::string& b) {
+    std::istringstream left(a), right(b);
+    std::string l, r;
+    for (int line = 1;; ++line) {
+        const bool moreLeft = static_cast<bool>(std::getline(left, l));
+        const bool moreRight = static_cast<bool>(std::getline(right, r));
+        if (!moreLeft && !moreRight) return {};
+        if (moreLeft != moreRight || l != r)
+            return "line " + std::to_string(line) + ": '" + l + "' / '" + r + "'";
+    }
 }
 
 struct Readings {
@@ -194,6 +228,34 @@ TEST_F(ServerStore, DataByStateGoesToItsServerStoreAsToAFile) {
     EXPECT_EQ(onServer.exportFile, inFile.exportFile);
     EXPECT_EQ(onServer.evaluation, inFile.evaluation);
     EXPECT_EQ(onServer.searches, inFile.searches);
+}
+
+// The server's export reads the rows of a block of businesses at once: states of a business and
+// persons of several businesses on either side of a block's end, processing states still to be
+// set, and the scattered businesses of one key come out as from the file.
+TEST_F(ServerStore, AnExportOfManyBusinessesWritesAsFromAFile) {
+    const std::string generated = (dir / "viele.tml").string();
+    {
+        std::ofstream out(generated, std::ios::binary);
+        bench::GeneratorOptions options;
+        options.businesses = 1100;
+        options.historyStates = 2;
+        bench::writeTransferFile(out, options);
+    }
+    ASSERT_EQ(cli(home, {"import", generated}).code, 0);
+    const std::string server = PgCluster::get().createDatabase("tolma_bloecke");
+    ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
+    ASSERT_EQ(cli(home, {"kopieren", "--nach", server}).code, 0);
+    ASSERT_EQ(cli(home, {"export"}).code, 0);
+    const std::string fromFile = exported(home);
+    ASSERT_EQ(cli(home, {"export", "--by-key"}).code, 0);
+    const std::string byKeyFromFile = exportedAll(home);
+    ASSERT_NE(byKeyFromFile.find("</gewerbedatei>"), std::string::npos);
+    ASSERT_EQ(cli(home, {"options", "--db-betriebsbezogen", server}).code, 0);
+    ASSERT_EQ(cli(home, {"export"}).code, 0);
+    EXPECT_EQ(firstDifference(exported(home), fromFile), "");
+    ASSERT_EQ(cli(home, {"export", "--by-key"}).code, 0);
+    EXPECT_EQ(firstDifference(exportedAll(home), byKeyFromFile), "");
 }
 
 TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
