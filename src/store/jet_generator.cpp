@@ -567,6 +567,8 @@ class Generator {
                 if (server_ && !item.alias.empty()) aliasExprs_[text::lowerAscii(item.alias)] = o;
                 if (!item.alias.empty())
                     text += " AS " + ident(item.alias);
+                else if (item.expr->kind == ExprKind::Column && o.sql.starts_with("min("))
+                    text += " AS " + ident(item.expr->name);  // the column's own name, grouped
                 else if (item.expr->kind != ExprKind::Column) {
                     text += " AS " + quotedName(item.written);
                     if (item.written.find_first_of("'\"#") != std::string::npos)
