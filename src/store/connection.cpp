@@ -804,11 +804,21 @@ long long Connection::lastInsertId() const {
 long long Connection::reserveRowId(const std::string& table) {
     auto& ids = reservedIds_[table];
     if (ids.empty()) {
-        // A few hundred at a time: one round trip for many rows.
-        const auto r = server_->query(
-            "SELECT nextval(pg_get_serial_sequence($1, 'rowid')) FROM generate_series(1, 512) "
-            "ORDER BY 1 DESC",
-            {jet::quoteName(text::lowerAscii(table))});
+        // The table's sequence is looked up once: asked of each row, the look-up costs more
+        // than the number.
+        auto& sequence = sequences_[table];
+        if (sequence.empty()) {
+            const auto s = server_->query("SELECT pg_get_serial_sequence($1, 'rowid')",
+                                          {jet::quoteName(text::lowerAscii(table))});
+            if (!s.rows.empty() && s.rows[0][0]) sequence = jet::quote(*s.rows[0][0]);
+            if (sequence.empty())
+                throwDao("DAO.Database", err::kEngineError,
+                         "Der Datenbankserver gibt keine Zeilennummern für " + table + ".");
+        }
+        // A few thousand at a time: one round trip for many rows.
+        const auto r = server_->query("SELECT nextval(" + sequence +
+                                      "::regclass) FROM generate_series(1, 2048) ORDER BY 1 "
+                                      "DESC");
         for (const auto& row : r.rows) ids.push_back(std::atoll(row[0].value_or("0").c_str()));
         if (ids.empty())
             throwDao("DAO.Database", err::kEngineError,

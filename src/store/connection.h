@@ -294,6 +294,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // serve the orders the program compares byte by byte.
     bool serverSortsBytes_ = false;
     std::unordered_map<std::string, std::vector<long long>> reservedIds_;  // in reverse order
+    std::unordered_map<std::string, std::string> sequences_;  // of a table's row ids, quoted
     std::filesystem::path file_;
     std::string key_;
     int batchDepth_ = 0;
