@@ -939,6 +939,15 @@ std::string Connection::columnList(const std::string& table, const std::string& 
     return out;
 }
 
+void Connection::refreshStatistics() noexcept {
+    if (!server_) return;
+    try {
+        if (!server_->inTransaction()) server_->execute("ANALYZE");
+    } catch (const std::exception&) {
+        // planned by guesses until the server's own upkeep comes by
+    }
+}
+
 std::string Connection::rowIdAmong(const std::string& select, const std::string& rowid) const {
     if (server_) return rowid + " = ANY (ARRAY(" + select + "))";
     return rowid + " IN (" + select + ")";

@@ -212,6 +212,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // data that must be gone, not merely unreachable.
     void setSecureDelete(bool on);
 
+    // After many rows were written: a server learns its tables anew, so that it plans the
+    // next statements for what they hold (tables the login does not own are left out).
+    // Never raises: the rows are written either way.
+    void refreshStatistics() noexcept;
+
     // "rowid is one of the row ids `select` gives", as a condition. The server takes the ids
     // as one array first, so that it looks the rows up by their index whatever it guesses of
     // the row ids' table (one filled in the same transaction looks empty to it).
