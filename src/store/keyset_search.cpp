@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cctype>
 #include <unordered_set>
 
 #include "store/german_text.h"
@@ -374,9 +375,16 @@ std::optional<long> KeysetCursor::findOnServer(const TypedSearch& s, long after)
         if (c == '%' || c == '_' || c == '\\') prefix += '\\';
         prefix += c;
     }
-    auto range =
-        conn->prepare("SELECT rowid FROM [" + table + "] WHERE tolma_fold([" + s.column +
-                      "]) LIKE tolma_fold(?1) || '%' AND tolma_like([" + s.column + "], ?2)");
+    // A beginning without letters (a number) is the same folded or not: the column's own index
+    // answers it, where the server sorts by bytes.
+    const bool letters = std::any_of(s.beginning.begin(), s.beginning.end(), [](char c) {
+        return std::isalpha(static_cast<unsigned char>(c)) || static_cast<unsigned char>(c) >= 0x80;
+    });
+    const std::string column = "[" + s.column + "]";
+    auto range = conn->prepare("SELECT rowid FROM [" + table + "] WHERE " +
+                               (letters ? "tolma_fold(" + column + ") LIKE tolma_fold(?1) || '%'"
+                                        : column + " LIKE ?1 || '%'") +
+                               " AND tolma_like(" + column + ", ?2)");
     range->bind(1, Variant(prefix));
     range->bind(2, Variant(s.pattern));
     const Positions& where = positionsOf(s.table);

@@ -176,9 +176,15 @@ std::string typedInLists(const std::string& home) {
         browse::ListForm list(persons);
         EXPECT_TRUE(persons ? browse::menue_suchen_person(session.g, list)
                             : browse::menue_suchen_betrieb(session.g, list));
-        const int box = persons ? 2 : 3;
-        for (const char* typed : {"b", "BÄ", "bäcK", "bo", "BOY", "ma", "MALER", "m", "mo", "pi",
-                                  "pe", "f", "fisch", "y", "zz", ""}) {
+        // Names, and the business numbers, which hold no letters.
+        const std::vector<std::pair<int, const char*>> typing = {
+            {persons ? 2 : 3, "b"},  {persons ? 2 : 3, "BÄ"},    {persons ? 2 : 3, "bäcK"},
+            {persons ? 2 : 3, "bo"}, {persons ? 2 : 3, "BOY"},   {persons ? 2 : 3, "ma"},
+            {persons ? 2 : 3, "m"},  {persons ? 2 : 3, "MALER"}, {persons ? 2 : 3, "pe"},
+            {persons ? 2 : 3, "f"},  {persons ? 2 : 3, "fisch"}, {persons ? 2 : 3, "zz"},
+            {persons ? 2 : 3, ""},   {persons ? 2 : 1, "0105"},  {persons ? 2 : 1, "010540002"},
+            {persons ? 2 : 1, "9"},  {persons ? 2 : 1, ""}};
+        for (const auto& [box, typed] : typing) {
             list.Text1[static_cast<size_t>(box)] = typed;
             browse::Text1_Change(session.g, list, box);
             auto& rs = list.data.Recordset();
