@@ -234,6 +234,13 @@ bool namesItsTables(const std::string& lowered) {
     return false;
 }
 
+// Whether the statement makes a trigger.
+bool makesTrigger(const std::string& sql) {
+    const size_t at = sql.find_first_not_of(" \t\n");
+    if (at == std::string::npos || text::lowerAscii(sql.substr(at, 6)) != "create") return false;
+    return text::lowerAscii(sql).find("trigger") != std::string::npos;
+}
+
 // Whether the statement names the table (quoted, as rows are gathered under), quoted or bare.
 bool namesTable(const std::string& lowered, const std::string& quoted) {
     const std::string bare = quoted.substr(1, quoted.size() - 2);
@@ -392,8 +399,6 @@ void ServerSession::writeCopies(const std::string& sql) {
     std::vector<CopyRows> copies;
     const std::string lowered = text::lowerAscii(sql);
     const bool onlyNamed = !sql.empty() && namesItsTables(lowered);
-    if (lowered.find("create") != std::string::npos && lowered.find("trigger") != std::string::npos)
-        triggers_ = true;  // from now on a statement may write rows of any table
     for (auto& c : copies_) {
         if (onlyNamed && !triggers_ && !namesTable(lowered, c.table)) continue;
         copyBytes_ -= c.data.size();
@@ -401,18 +406,7 @@ void ServerSession::writeCopies(const std::string& sql) {
         c.table.clear();
     }
     std::erase_if(copies_, [](const CopyRows& c) { return c.table.empty(); });
-    for (const auto& c : copies) {
-        const std::string sql = "COPY " + c.table + " (" + c.columns + ") FROM STDIN";
-        Result start(PQexec(conn_, sql.c_str()), &PQclear);
-        if (PQresultStatus(start.get()) != PGRES_COPY_IN)
-            failWith(conn_, start.release(), server_, secrets_);
-        const bool sent = PQputCopyData(conn_, c.data.data(), static_cast<int>(c.data.size())) == 1;
-        PQputCopyEnd(conn_, sent ? nullptr : "abgebrochen");
-        PGresult* res = PQgetResult(conn_);
-        while (PGresult* more = PQgetResult(conn_)) PQclear(more);
-        if (PQresultStatus(res) != PGRES_COMMAND_OK) failWith(conn_, res, server_, secrets_);
-        PQclear(res);
-    }
+    for (const auto& c : copies) copyText(c.table, c.columns, c.data);
 }
 
 void ServerSession::drain() {
@@ -421,6 +415,8 @@ void ServerSession::drain() {
 
 void ServerSession::drainFor(const std::string& sql) {
     endPipeline();
+    // From a trigger on, a statement may write rows of tables it does not name.
+    if (!triggers_ && makesTrigger(sql)) triggers_ = true;
     if (!copies_.empty()) writeCopies(sql);
 }
 
@@ -502,25 +498,20 @@ void ServerSession::rollback() {
 long long ServerSession::copyIn(const std::string& table, const std::vector<std::string>& columns,
                                 const std::vector<ServerRow>& rows) {
     drain();
-    std::string sql = "COPY " + quoteIdentifier(table) + " (";
-    for (size_t i = 0; i < columns.size(); ++i)
-        sql += (i ? ", " : "") + quoteIdentifier(columns[i]);
-    sql += ") FROM STDIN";
+    std::string list;
+    for (const auto& c : columns) list += (list.empty() ? "" : ", ") + quoteIdentifier(c);
+    std::string data;
+    for (const auto& row : rows) data += copyLine(row);
+    return copyText(quoteIdentifier(table), list, data);
+}
+
+long long ServerSession::copyText(const std::string& table, const std::string& columns,
+                                  const std::string& data) {
+    const std::string sql = "COPY " + table + " (" + columns + ") FROM STDIN";
     Result start(PQexec(conn_, sql.c_str()), &PQclear);
     if (PQresultStatus(start.get()) != PGRES_COPY_IN)
         failWith(conn_, start.release(), server_, secrets_);
-
-    // Sent in pieces of some size: one call per row costs, one buffer for all rows is large.
-    constexpr size_t kPiece = 1 << 16;
-    std::string buffer;
-    bool sent = true;
-    for (size_t r = 0; r < rows.size() && sent; ++r) {
-        buffer += copyLine(rows[r]);
-        if (buffer.size() >= kPiece || r + 1 == rows.size()) {
-            sent = PQputCopyData(conn_, buffer.data(), static_cast<int>(buffer.size())) == 1;
-            buffer.clear();
-        }
-    }
+    const bool sent = PQputCopyData(conn_, data.data(), static_cast<int>(data.size())) == 1;
     PQputCopyEnd(conn_, sent ? nullptr : "abgebrochen");
     PGresult* res = PQgetResult(conn_);
     // The end of COPY leaves one result; anything after it is drained so the next statement runs.

@@ -90,6 +90,9 @@ class ServerSession {
     // (all of them for another kind of statement, or an empty text).
     void drainFor(const std::string& sql);
     void writeCopies(const std::string& sql);
+    // One COPY of rows in COPY's text form; returns the rows written.
+    long long copyText(const std::string& table, const std::string& columns,
+                       const std::string& data);
     // Rows gathered for COPY, by table and column list in the order they first came.
     struct CopyRows {
         std::string table, columns, data;

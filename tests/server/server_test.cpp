@@ -199,6 +199,18 @@ TEST(ServerSessionWriting, GatheredRowsAreThereWhenAStatementNeedsThem) {
     session->queueCopy("\"a\"", columns, {"5", "z"});
     session->rollback();
     EXPECT_EQ(cell(*session, "SELECT count(*) FROM a"), "3");
+    // A trigger writes where the statement that reads does not name the gathered rows' table:
+    // once one was made, every statement has all of them written first.
+    session->execute("CREATE TABLE protokoll (nr integer)");
+    session->begin();
+    session->execute(
+        "CREATE FUNCTION pg_temp.merken() RETURNS trigger LANGUAGE plpgsql AS $f$ BEGIN INSERT "
+        "INTO protokoll VALUES (NEW.nr); RETURN NEW; END $f$");
+    session->execute(
+        "CREATE TRIGGER merken AFTER INSERT ON a FOR EACH ROW EXECUTE FUNCTION pg_temp.merken()");
+    session->queueCopy("\"a\"", columns, {"6", "w"});
+    EXPECT_EQ(cell(*session, "SELECT count(*) FROM protokoll"), "1");
+    session->rollback();
 }
 
 // What a set-up leaves in the catalog: columns, indexes, the function, roles and rights.
