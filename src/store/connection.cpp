@@ -384,11 +384,8 @@ bool Statement::step() {
 }
 
 void Statement::stepWithoutAnswer(long long rowid) {
-    if (!remote_) {
-        step();
-        return;
-    }
-    remote_->send();
+    addRow();
+    if (!remote_) return;
     connection_->serverChanges_ = 1;
     ++connection_->serverTotalChanges_;
     connection_->serverLastId_ = rowid;

@@ -401,11 +401,12 @@ std::optional<std::optional<long>> KeysetCursor::findTyped(const std::string& cr
     const auto s = typedSearch(criteria);
     if (!s) return std::nullopt;
     std::optional<std::optional<long>> found;
-    if (conn->isServer()) found = findOnServer(*s, after);
-    if (found && *found) return found;
     const Order order = conn->isServer() ? Order::None : leadingOrder(*s);
-    if (order != Order::None && storeState() == keysState) found = findInOrder(*s, order, after);
-    if (!found && !conn->isServer()) {
+    if (conn->isServer())
+        found = findOnServer(*s, after);
+    else if (order != Order::None && storeState() == keysState)
+        found = findInOrder(*s, order, after);
+    if (!found) {
         // Where many rows match, the first is mostly near: tried before the index is read.
         const long near = std::max(after + 1, std::min<long>(origCount, after + 1 + kNearRows));
         for (long p = after + 1; p < near; ++p)

@@ -279,17 +279,26 @@ void RecordsetImpl::update() {
     storedRowsChanged();  // a stored row is read anew
 }
 
-// On a server a new row gets its row id from the program, taken from the table's sequence ahead:
-// the insert then needs no answer, and many of them go without a round trip each.
-std::string RecordsetImpl::insertInto(const std::string& cols, const std::string& marks,
-                                      size_t values) const {
-    if (!conn->isServer())
-        return cols.empty() ? "INSERT INTO " + baseTable + " DEFAULT VALUES"
-                            : "INSERT INTO " + baseTable + " (" + cols + ") VALUES (" + marks + ")";
-    const std::string id = "?" + std::to_string(values + 1);
-    return cols.empty() ? "INSERT INTO " + baseTable + " (rowid) VALUES (" + id + ")"
-                        : "INSERT INTO " + baseTable + " (" + cols + ", rowid) VALUES (" + marks +
-                              ", " + id + ")";
+// An insert of the columns, their values bound in order. On a server a new row gets its row id
+// from the program, taken from the table's sequence ahead and bound after the values: the insert
+// then needs no answer, and the rows go to the server through COPY, many at a time.
+std::unique_ptr<Statement> RecordsetImpl::insertOf(std::vector<std::string> columns) const {
+    std::string cols, marks;
+    for (size_t i = 0; i < columns.size(); ++i) {
+        cols += (i ? ", " : "") + bracket(columns[i]);
+        marks += (i ? ", ?" : "?") + std::to_string(i + 1);
+    }
+    if (conn->isServer()) {
+        cols += std::string(columns.empty() ? "" : ", ") + "rowid";
+        marks += (columns.empty() ? "?" : ", ?") + std::to_string(columns.size() + 1);
+        columns.push_back("rowid");
+    }
+    auto st = conn->prepare(cols.empty() ? "INSERT INTO " + baseTable + " DEFAULT VALUES"
+                                         : "INSERT INTO " + baseTable + " (" + cols + ") VALUES (" +
+                                               marks + ")");
+    st->keep();
+    st->copyInto(unbracket(baseTable), columns);
+    return st;
 }
 
 // Runs an insert whose values are bound, its row id after them on a server, and tells the
@@ -320,17 +329,9 @@ Statement* RecordsetImpl::wholeRowInsert() {
         bool allFields = columns == fields().size() && columns > 0;
         for (size_t i = 0; allFields && i < fields().size(); ++i) allFields = fields()[i].updatable;
         if (allFields && !defaults) {
-            std::string cols, marks;
-            for (size_t i = 0; i < fields().size(); ++i) {
-                cols += (i ? ", " : "") + bracket(fields()[i].column);
-                marks += (i ? ", ?" : "?") + std::to_string(i + 1);
-            }
-            wholeRow = conn->prepare(insertInto(cols, marks, fields().size()));
-            wholeRow->keep();
             std::vector<std::string> names;
             for (const auto& f : fields()) names.push_back(f.column);
-            names.push_back("rowid");
-            wholeRow->copyInto(unbracket(baseTable), names);
+            wholeRow = insertOf(std::move(names));
             wholeRowKnown = 1;
         }
     }
@@ -347,20 +348,10 @@ Statement& RecordsetImpl::insertStatement(const std::string& pattern) {
     }
     auto& st = inserts[pattern];
     if (!st) {
-        std::string cols, marks;
         std::vector<std::string> names;
-        size_t n = 0;
-        for (size_t i = 0; i < fields().size(); ++i) {
-            if (pattern[i] != '1') continue;
-            cols += (n ? ", " : "") + bracket(fields()[i].column);
-            marks += (n ? ", ?" : "?") + std::to_string(n + 1);
-            names.push_back(fields()[i].column);
-            ++n;
-        }
-        st = conn->prepare(insertInto(cols, marks, n));
-        st->keep();
-        names.push_back("rowid");
-        st->copyInto(unbracket(baseTable), names);
+        for (size_t i = 0; i < fields().size(); ++i)
+            if (pattern[i] == '1') names.push_back(fields()[i].column);
+        st = insertOf(std::move(names));
     }
     st->reset();
     lastPattern = pattern;

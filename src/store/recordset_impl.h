@@ -112,7 +112,7 @@ class RecordsetImpl {
     Variant converted(const FieldInfo& f, const Variant& v);
     Statement& insertStatement(const std::string& pattern);
     Statement* wholeRowInsert();
-    std::string insertInto(const std::string& cols, const std::string& marks, size_t values) const;
+    std::unique_ptr<Statement> insertOf(std::vector<std::string> columns) const;
     void writeRow(Statement& st, size_t values);
 
     std::function<void()> onMove;
