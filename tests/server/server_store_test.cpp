@@ -373,6 +373,30 @@ TEST_F(ServerStore, EmptyingAServerStoreEmptiesEveryTableAtOnce) {
               std::string::npos);
 }
 
+// The search index is built in the target after the copy's commit. Where that fails, the rows
+// stay copied, the clerk is told so and of the index, and the log has the cause.
+TEST_F(ServerStore, ACopyWhoseSearchIndexFailsKeepsItsRowsAndSaysSo) {
+    ASSERT_EQ(cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
+    ASSERT_EQ(cli(home, {"search", "petersen"}).code, 0);  // the source has an index
+    const std::string server = PgCluster::get().createDatabase("tolma_ohne_index");
+    ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
+    // A table of the index's name that cannot take its rows.
+    store::ServerSession::connect(server)->execute("CREATE TABLE tolma_suchtreffer (x integer)");
+    const auto copied = cli(home, {"kopieren", "--nach", server});
+    ASSERT_EQ(copied.code, 0) << copied.err;
+    EXPECT_NE(copied.out.find("  betrieb\t52\n"), std::string::npos) << copied.out;
+    EXPECT_NE(copied.out.find("Der Suchindex konnte im Ziel nicht aufgebaut werden"),
+              std::string::npos)
+        << copied.out;
+    std::ifstream log(home + "/Log/ERROR.LOG", std::ios::binary);
+    const std::string logged((std::istreambuf_iterator<char>(log)),
+                             std::istreambuf_iterator<char>());
+    EXPECT_NE(logged.find("Datenbank kopieren"), std::string::npos);
+    const std::string there = (dir / "ziel").string();
+    ASSERT_EQ(cli(there, {"options", "--db-betriebsbezogen", server}).code, 0);
+    EXPECT_EQ(cli(there, {"sql", "SELECT Count(*) AS n FROM betrieb"}).out, "n\n52\n");
+}
+
 TEST_F(ServerStore, AServerThatCannotBeUsedIsNamedAndNeverSwappedForTheDefaultFile) {
     ASSERT_EQ(cli(home, {"options"}).code, 0);
     // Not set up, not reachable, a password in the text: each refused with its cause.
