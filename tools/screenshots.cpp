@@ -1,6 +1,7 @@
 // Saves pictures of the program's windows for a look at them: the start view and the six tabs
-// of the record view with a business of the sample file loaded.
-//   tolma-screenshots OUTDIR HOME SAMPLE
+// of the record view with a business of the sample file loaded; with a connection text, the
+// main window and the options on a store on that server too.
+//   tolma-screenshots OUTDIR HOME SAMPLE [SERVER]
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
@@ -18,10 +19,12 @@
 #include "core/menu.h"
 #include "core/program_paths.h"
 #include "core/start.h"
+#include "options/options_form.h"
 #include "transfer/import_driver.h"
 #include "ui/disclosure_window.h"
 #include "ui/import_windows.h"
 #include "ui/main_window.h"
+#include "ui/options_window.h"
 #include "ui/protection_windows.h"
 #include "ui/search_window.h"
 
@@ -104,11 +107,42 @@ void saveForms(tolma::ui::MainWindow& window, tolma::core::Globals& g, const QSt
     retention.close();
 }
 
+// The same business read into a store on a server: the caption names the server, the options
+// show its connection text.
+void saveServerStore(tolma::ui::MainWindow& window, tolma::core::Globals& g, const QString& out,
+                     const char* sample, const std::string& server) {
+    g.shell->unloadForm("Frm_Info");
+    tolma::core::A_Fenster_schliessen(g);
+    tolma::options::OptionsForm form;
+    tolma::options::Form_Activate(g, form);
+    if (!tolma::options::changeStorePath(g, form, 0, server)) {
+        std::cerr << "Der Datenbankserver kann nicht verwendet werden: " << server << "\n";
+        return;
+    }
+    tolma::options::Form_Unload(g);
+    tolma::transfer::Upd_1_Start(g, sample);
+    g.forms.startView.Image2Visible = false;
+    g.forms.startView.SSTab1Visible = true;
+    g.view.satz_gewaehlt = "ja";
+    tolma::browse::DB_Load_DATA(g, "01054056", "010540001074", "1", "");
+    window.refreshFromCore();
+    save(window, out, "server-hauptfenster.png");
+    tolma::ui::OptionsWindow options(g);
+    options.activate();
+    options.show();
+    // A window of its own: the window manager maps and frames it first.
+    QElapsedTimer mapping;
+    mapping.start();
+    while (mapping.elapsed() < 500) QApplication::processEvents();
+    save(options, out, "server-optionen.png");
+    options.close();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     QApplication app(argc, argv);
-    if (argc != 4) return 2;
+    if (argc != 4 && argc != 5) return 2;
     const QString out = argv[1];
     QDir().mkpath(out);
     tolma::app::loadGermanQtTranslations(app);
@@ -158,5 +192,7 @@ int main(int argc, char** argv) {
     files.setNameFilters({"Alle Dateien (*.*)", "Update-Dateien (*.tml)"});
     files.show();
     save(files, out, "dateiauswahl.png");
+    files.close();
+    if (argc == 5) saveServerStore(window, g, out, argv[3], argv[4]);
     return 0;
 }

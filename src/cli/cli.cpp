@@ -86,6 +86,7 @@ int run(const std::vector<std::string>& allArgs, std::ostream& out, std::ostream
     if (command == "auskunft") return commandAuskunft(options, rest, out, err);
     if (command == "protokoll") return commandProtokoll(options, rest, out, err);
     if (command == "server") return commandServer(options, rest, out, err);
+    if (command == "kopieren") return commandKopieren(options, rest, out, err);
     err << "Unbekannter Befehl: " << command << "\nHilfe: tolma-cli --help\n";
     return kExitUsage;
 }

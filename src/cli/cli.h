@@ -43,6 +43,8 @@ int commandAuskunft(const Options& options, const std::vector<std::string>& args
                     std::ostream& err);
 int commandProtokoll(const Options& options, const std::vector<std::string>& args,
                      std::ostream& out, std::ostream& err);
+int commandKopieren(const Options& options, const std::vector<std::string>& args, std::ostream& out,
+                    std::ostream& err);
 int commandServer(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                   std::ostream& err);
 

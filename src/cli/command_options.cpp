@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <optional>
 #include <ostream>
 #include <set>
 
@@ -11,6 +12,7 @@ namespace tolma::cli {
 int commandOptions(const Options& options, const std::vector<std::string>& args, std::ostream& out,
                    std::ostream& err) {
     std::string datenart, filter;
+    std::optional<std::string> paths[2];
     std::set<std::string> gemeinden;
     bool setGemeinden = false;
     for (size_t i = 0; i < args.size(); ++i) {
@@ -21,13 +23,18 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
         } else if (args[i] == "--filter" && hasValue &&
                    (args[i + 1] == "on" || args[i + 1] == "off")) {
             filter = args[++i];
+        } else if ((args[i] == "--db-betriebsbezogen" || args[i] == "--db-meldungsbezogen") &&
+                   hasValue) {
+            const int which = args[i] == "--db-betriebsbezogen" ? 0 : 1;
+            paths[which] = args[++i];
         } else if (args[i] == "--gemeinde" && hasValue) {
             gemeinden.insert(args[++i]);
             setGemeinden = true;
         } else {
             err << "Aufruf: tolma-cli [--home VERZEICHNIS] options [--datenart "
                    "BETRIEBSBEZOGEN|MELDUNGSBEZOGEN] "
-                   "[--filter on|off] [--gemeinde KZ]...\n";
+                   "[--filter on|off] [--gemeinde KZ]... [--db-betriebsbezogen PFAD|VERBINDUNG] "
+                   "[--db-meldungsbezogen PFAD|VERBINDUNG]\n";
             return kExitUsage;
         }
     }
@@ -45,6 +52,9 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
     if (!datenart.empty() && datenart != g.settings.datenart_wert)
         options::Command12_Click(g, form,
                                  g.settings.datenart_wert == core::kBetriebsbezogen ? 0 : 1);
+    bool pathsTaken = true;
+    for (int i = 0; i < 2; ++i)
+        if (paths[i]) pathsTaken = options::changeStorePath(g, form, i, *paths[i]) && pathsTaken;
     if (!filter.empty()) options::Check1_Click(g, form, filter == "on");
     if (setGemeinden) {
         // The whole code table, with exactly the named municipalities selected.
@@ -61,6 +71,8 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
 
     out << "Daten-Art: " << g.settings.datenart_wert << "\n"
         << "Datenbank: " << g.settings.db_pfad_aktuell << "\n"
+        << "Datenbank betriebsbezogen: " << g.settings.db_betr_pfad << "\n"
+        << "Datenbank meldungsbezogen: " << g.settings.db_meld_pfad << "\n"
         << "Filter: " << (g.settings.filter_aktiv_flag == -1 ? "aktiviert" : "aus") << "\n";
     auto rs =
         g.stores.db_org.OpenRecordset("SELECT ALL * From aktuelleGemeinde ORDER BY [gem-kz];");
@@ -69,7 +81,7 @@ int commandOptions(const Options& options, const std::vector<std::string>& args,
         out << "Gemeinde: " << row[0].toString() << "  " << row[1].toString() << "\n";
     }
     session.finish(out, err);
-    return saved ? kExitOk : kExitFailed;
+    return saved && pathsTaken ? kExitOk : kExitFailed;
 }
 
 }  // namespace tolma::cli

@@ -161,6 +161,21 @@ constexpr Page kPages[] = {
      "\n"
      "Rückgabewerte: 0 ausgeführt, 1 Fehler in der Anweisung oder beim Ausführen,\n"
      "2 falscher Aufruf.\n"},
+    {"kopieren",
+     "Aufruf: tolma-cli [--home VERZEICHNIS] kopieren --nach ZIEL\n"
+     "\n"
+     "Kopiert die aktive Datenbank mit allen Zeilen und ihrer Reihenfolge nach ZIEL: in eine\n"
+     "Datei (eine neue wird angelegt) oder in einen mit „server einrichten“ eingerichteten\n"
+     "Datenspeicher auf einem PostgreSQL-Server, und ebenso vom Server zurück in eine Datei.\n"
+     "Mit kommen die Importläufe (sie lassen sich im Ziel zurücknehmen) und das Protokoll der\n"
+     "Löschungen und Auskünfte; der Suchindex wird im Ziel aus den kopierten Zeilen neu\n"
+     "aufgebaut. Ein Ziel, das schon Daten enthält, wird abgelehnt. Die Kopie geschieht in\n"
+     "einer Transaktion und wird geprüft (Zeilen je Tabelle in Quelle und Ziel).\n"
+     "\n"
+     "  ZIEL   Pfad einer Datei oder Verbindungsangabe (postgresql://…, service=NAME)\n"
+     "\n"
+     "Rückgabewerte: 0 kopiert, 1 Fehler oder Ziel nicht leer (nichts kopiert),\n"
+     "2 falscher Aufruf.\n"},
     {"server",
      "Aufruf: tolma-cli server einrichten VERBINDUNG\n"
      "\n"
@@ -201,6 +216,7 @@ void printOverview(std::ostream& out) {
            "  auskunft     schreibt eine Auskunft über die Daten einer Person\n"
            "  protokoll    zeigt das Protokoll der Löschungen und Auskünfte\n"
            "  server       richtet einen Datenspeicher auf einem PostgreSQL-Server ein\n"
+           "  kopieren     kopiert die aktive Datenbank in eine Datei oder auf einen Server\n"
            "\n"
            "Für jeden Befehl:\n"
            "  --home VERZEICHNIS  das Arbeitsverzeichnis mit DB, Dat und Log\n"

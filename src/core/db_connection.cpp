@@ -9,6 +9,8 @@
 #include "model/default_stores.h"
 #include "model/schema.h"
 #include "store/connection.h"
+#include "store/server_address.h"
+#include "store/server_session.h"
 
 namespace tolma::core {
 namespace {
@@ -71,6 +73,30 @@ std::string settingsStorePath(const Directories& paths) {
     return paths.pfad_db + model::kSettingsStoreFile;
 }
 
+namespace {
+
+// Opens the data store; a server that wants a password no one gave is asked for it once, and
+// the password is kept for this run of the program only, never written anywhere.
+store::Database openDataStore(Globals& g, const std::string& path) {
+    try {
+        return store::Database::OpenDatabase(path);
+    } catch (const store::DaoError& e) {
+        if (!askServerPassword(g, path, e)) throw;
+        return store::Database::OpenDatabase(path);
+    }
+}
+
+}  // namespace
+
+std::optional<std::string> askServerPassword(Globals& g, const std::string& path,
+                                             const store::DaoError& e) {
+    if (!store::needsPassword(e) || !g.dialogs) return std::nullopt;
+    auto password = g.dialogs->askPassword("Kennwort für den Datenbankserver " +
+                                           store::describeServer(path) + ":");
+    if (password) store::Connection::setServerPassword(path, *password);
+    return password;
+}
+
 void DB_Load(Globals& g) {
     g.log.akt_schritt = 0;
     try {
@@ -78,14 +104,26 @@ void DB_Load(Globals& g) {
         g.stores.db_org = store::Database::OpenDatabase(g.stores.db_name_org, true, false,
                                                         "; pwd=" + g.stores.db_passwort);
         g.stores.db_name_daten = g.settings.db_pfad_aktuell;
-        g.stores.db_daten = store::Database::OpenDatabase(g.stores.db_name_daten);
-        // Not while an import runs: it leaves them out until its end.
-        if (!g.forms.marks.menue_import_datenbank) ensureListIndexes(g);
+        g.stores.db_daten = openDataStore(g, g.stores.db_name_daten);
+        // Not while an import runs: it leaves them out until its end. A server store has them
+        // from its set-up.
+        if (!g.forms.marks.menue_import_datenbank && !g.stores.db_daten.connection()->isServer())
+            ensureListIndexes(g);
         DB_Handles_oeffnen(g);
         DB_Binden(g);
     } catch (const std::exception& e) {
         logTrapped(g, "DB_Load", e);
+        if (store::isServerText(g.stores.db_name_daten)) tellServerUnusable(g, e);
     }
+}
+
+void tellServerUnusable(Globals& g, const std::exception& e) {
+    showMessage(g,
+                "Die Datenbank auf dem Datenbankserver kann nicht verwendet werden:\n\n" +
+                    describeError(e).text +
+                    "\n\nDas Programm arbeitet ohne geöffnete Datenbank weiter. Die "
+                    "Verbindungsangabe bleibt in den Optionen eingetragen.",
+                msg::vbCritical, "Datenbank-Fehler!");
 }
 
 namespace {
@@ -107,10 +145,11 @@ void forEachListIndex(Globals& g, Step step) {
 }  // namespace
 
 void ensureListIndexes(Globals& g) {
+    // A server store has them from its set-up, and keeps them.
+    if (!g.stores.db_daten.isSet() || g.stores.db_daten.connection()->isServer()) return;
     // An index built over a million rows sorts them in memory up to the cache's size, on top
     // of the cache itself: a smaller cache while they are built keeps the program's memory low.
-    if (g.stores.db_daten.isSet())
-        g.stores.db_daten.connection()->execute("PRAGMA cache_size = -16384");
+    g.stores.db_daten.connection()->execute("PRAGMA cache_size = -16384");
     forEachListIndex(g, [](store::Connection& c, const std::string& table,
                            const model::PrefixIndex& index) {
         long long found = 0;
@@ -125,11 +164,11 @@ void ensureListIndexes(Globals& g) {
         }
         if (found == 1) c.execute(index.create);  // the table stands, its index does not
     });
-    if (g.stores.db_daten.isSet())
-        g.stores.db_daten.connection()->execute("PRAGMA cache_size = -65536");
+    g.stores.db_daten.connection()->execute("PRAGMA cache_size = -65536");
 }
 
 void dropListIndexes(Globals& g) {
+    if (!g.stores.db_daten.isSet() || g.stores.db_daten.connection()->isServer()) return;
     forEachListIndex(g,
                      [](store::Connection& c, const std::string&, const model::PrefixIndex& index) {
                          c.execute("DROP INDEX IF EXISTS main.[" + index.name + "]");
@@ -158,6 +197,7 @@ void DB_Binden_loesen(Globals& g) {
 
 void DB_Komprimieren(Globals& g) {
     g.log.akt_schritt = 0;
+    if (store::isServerText(g.settings.db_pfad_aktuell)) return;  // nothing to do, nothing to say
     try {
         DB_Schliessen(g);
         DB_Binden_loesen(g);
@@ -177,6 +217,8 @@ void reopenAfterFailedChange(Globals& g, const std::string& procedure, const std
 
 int A_Kompress(Globals& g, const std::string& path, const std::string& /*sourceConnect*/) {
     g.log.akt_schritt = 0;
+    // The server looks after its own files.
+    if (store::isServerText(path)) return 1;
     const std::filesystem::path temp = g.paths.pfad_app + "DATENBANK.NEU";
     try {
         if (!Dir(temp.string()).empty()) std::filesystem::remove(temp);

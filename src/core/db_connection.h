@@ -1,10 +1,12 @@
 #pragma once
 
 #include <exception>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "core/globals.h"
+#include "store/dao_error.h"
 
 // The connection to the stores: the two databases, the thirteen table handles and the binding
 // of the data controls. Every change of the open data store goes DB_Schliessen,
@@ -12,6 +14,12 @@
 namespace tolma::core {
 
 void DB_Load(Globals& g);
+// Asks for the password of a server when a connect failed for want of one, and keeps it for this
+// run of the program; nothing when the failure was another or the clerk cancelled.
+std::optional<std::string> askServerPassword(Globals& g, const std::string& path,
+                                             const store::DaoError& e);
+// Tells the clerk why the store on a server cannot be used; the program goes on without one.
+void tellServerUnusable(Globals& g, const std::exception& e);
 // Gives the data store the indexes the lists search names, towns and streets by, where they
 // are missing: in a store made before them, or after an import that left them out. A store
 // that cannot take them keeps its lists, which then search without them.

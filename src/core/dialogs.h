@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 // What the core needs of the user's side: message boxes with the system's styles and
@@ -43,6 +44,12 @@ class Dialogs {
                                        const std::string& filter) {
         (void)title, (void)proposed, (void)filter;
         return {};
+    }
+    // Asks for the password of a database server, with `prompt` naming it; nothing when the
+    // clerk cancels or no one can be asked (the command line uses libpq's own ways).
+    virtual std::optional<std::string> askPassword(const std::string& prompt) {
+        (void)prompt;
+        return std::nullopt;
     }
 };
 

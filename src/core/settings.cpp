@@ -1,5 +1,7 @@
 #include "core/settings.h"
 
+#include "store/server_address.h"
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -38,6 +40,9 @@ void failureMessage(Globals& g) {
 // Steps 3.1 to 3.3 for one of the two store paths.
 void checkStorePath(Globals& g, store::Recordset& rs, const char* field, const char* defaultName) {
     const store::Variant value = rs.Fields(field).Value();
+    // A store on a server has no file name to check: connecting checks it, and a server that
+    // cannot be reached must not send the clerk's data to the default file.
+    if (store::isServerText(value.toString())) return;
     if (isEmpty(value)) {
         rs.Edit();
         rs.Fields(field).setValue(g.paths.pfad_db + defaultName);

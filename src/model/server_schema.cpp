@@ -23,7 +23,8 @@ std::string columnType(const FieldDef& f) {
         case FieldType::Memo:
             return "text";
         case FieldType::Boolean:
-            return "boolean";
+            return "smallint";  // the engine's truth values, -1 and 0, as the embedded store keeps
+                                // them
         case FieldType::Long:
             return f.size > 4 ? "bigint" : "integer";
     }

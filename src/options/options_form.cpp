@@ -8,8 +8,13 @@
 #include "core/files.h"
 #include "core/settings.h"
 #include "core/version.h"
+#include "model/default_stores.h"
 #include "model/values.h"
+#include "store/connection.h"
 #include "store/jet_sql.h"
+#include "store/server_address.h"
+#include "store/server_session.h"
+#include "store/store_copy.h"
 #include "text/text.h"
 
 namespace tolma::options {
@@ -75,8 +80,53 @@ void Form_Activate(core::Globals& g, OptionsForm& form) {
     g.forms.optionen.Text6[1] = g.settings.db_meld_pfad;
 }
 
-void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
+namespace {
+
+// The path takes the place of the old one in the settings; the open store follows it.
+void usePath(core::Globals& g, OptionsForm& form, int index, const std::string& path) {
     (void)form;
+    g.forms.optionen.Text6[index == 0 ? 0 : 1] = path;
+    core::DB_Schliessen(g);
+    core::DB_Binden_loesen(g);
+    g.settings.db_pfad_aktuell = path;
+    core::A_org_update(g);
+    core::DB_Load(g);
+    core::showMessage(
+        g, "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + g.stores.db_name_daten + "''",
+        core::msg::vbInformation, "");
+    core::showMessage(g, "Der Datenbankpfad wurde geändert!", core::msg::vbOKOnly, kPfadTitel);
+}
+
+// A store on a server is emptied in one statement, every table of it, the record of the runs and
+// the search index too: as a file replaced by the empty one. Either all goes or nothing.
+void emptyServerStore(const std::string& path) {
+    auto c = store::Connection::open(path, store::Connection::Kind::Shared);
+    std::string tables;
+    for (const auto& t : store::tableNames(*c))
+        tables += (tables.empty() ? "" : ", ") + store::jet::quoteName(t);
+    if (!tables.empty()) c->execute("TRUNCATE " + tables + " RESTART IDENTITY");
+}
+
+// The empty store comes from the program's own copies; without one the old file stays.
+void replaceWithEmptyFile(core::Globals& g) {
+    const std::string empty = g.settings.db_kurzname + ".mdb";
+    const auto found = core::findIgnoringCase(g.paths.dataDir, empty);
+    if (!found)
+        throw std::filesystem::filesystem_error(
+            "FileCopy", g.paths.dataDir / empty,
+            std::make_error_code(std::errc::no_such_file_or_directory));
+    // Copied beside the store first and renamed over it: there is no moment without a store.
+    const std::filesystem::path target = g.stores.db_name_daten;
+    std::error_code ec;
+    const auto rights = std::filesystem::status(target, ec).permissions();
+    core::copyFileAtomically(*found, target);
+    std::filesystem::permissions(target, rights, ec);  // the owner's rights stay
+    for (const char* side : {"-wal", "-shm"}) std::filesystem::remove(target.string() + side, ec);
+}
+
+}  // namespace
+
+void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
     if (core::showMessage(g,
                           "Stellen sie sicher, daß sich in dem gewünschten Pfad eine entsprechende "
                           "Datenbank befindet!\nWeiter?\n",
@@ -90,16 +140,58 @@ void Command11_Click(core::Globals& g, OptionsForm& form, int index) {
                           core::msg::vbExclamation, kPfadTitel);
         return;
     }
-    g.forms.optionen.Text6[index == 0 ? 0 : 1] = file;
-    core::DB_Schliessen(g);
-    core::DB_Binden_loesen(g);
-    g.settings.db_pfad_aktuell = file;
-    core::A_org_update(g);
-    core::DB_Load(g);
-    core::showMessage(
-        g, "Der Datenbankpfad wurde geändert!\nNeuer Pfad: ''" + g.stores.db_name_daten + "''",
-        core::msg::vbInformation, "");
-    core::showMessage(g, "Der Datenbankpfad wurde geändert!", core::msg::vbOKOnly, kPfadTitel);
+    usePath(g, form, index, file);
+}
+
+bool changeStorePath(core::Globals& g, OptionsForm& form, int index, const std::string& value) {
+    const std::string path = text::trimBlanks(value);
+    if (path == g.forms.optionen.Text6[index == 0 ? 0 : 1]) return true;
+    if (store::isServerText(path) && !store::passwordIn(path).empty()) {
+        core::showMessage(g,
+                          "Die Verbindungsangabe enthält ein Kennwort. Kennwörter werden nicht in "
+                          "den Einstellungen gespeichert: das Programm fragt danach, oder es steht "
+                          "in der Datei ~/.pgpass.\n\nDer Datenbankpfad bleibt unverändert.",
+                          core::msg::vbExclamation, kPfadTitel);
+        return false;
+    }
+    if (store::isServerText(path)) {
+        try {
+            try {
+                store::checkServerStore(path);
+            } catch (const store::DaoError& e) {
+                const auto password = core::askServerPassword(g, path, e);
+                if (!password) throw;
+                store::checkServerStore(path, *password);
+            }
+        } catch (const std::exception& e) {
+            const auto info = core::describeError(e);
+            core::A_Error_Log(g, "Frm_Optionen.changeStorePath", info.source,
+                              std::to_string(info.number), info.text,
+                              "Datenbank: ", store::describeServer(path));
+            core::showMessage(g,
+                              "Die Datenbank auf dem Datenbankserver kann nicht verwendet "
+                              "werden:\n\n" +
+                                  info.text + "\n\nDer Datenbankpfad bleibt unverändert.",
+                              core::msg::vbCritical, kPfadTitel);
+            return false;
+        }
+    } else {
+        std::error_code ec;
+        const char* wanted = index == 0 ? model::kBusinessStoreFile : model::kNotificationStoreFile;
+        if (path.empty() || !std::filesystem::is_regular_file(path, ec) ||
+            text::upperAscii(core::Dir(path)) != text::upperAscii(wanted)) {
+            core::showMessage(g,
+                              "Die Datenbank wurde unter diesem Pfad nicht gefunden!\n\n"
+                              "Erwartet wird eine Datei '" +
+                                  std::string(wanted) +
+                                  "' oder die Verbindungsangabe eines Datenbankservers "
+                                  "(postgresql://rechner/datenbank oder service=NAME).",
+                              core::msg::vbExclamation, kPfadTitel);
+            return false;
+        }
+    }
+    usePath(g, form, index, path);
+    return true;
 }
 
 void Command12_Click(core::Globals& g, OptionsForm& form, int index) {
@@ -140,28 +232,20 @@ void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
                 "Datenbank ersetzen?\n",
             core::msg::vbCriticalYesNo, title) != core::msg::vbYes)
         return;
+    const std::string path = g.stores.db_name_daten;
+    const bool server = store::isServerText(path);
     std::error_code ec;
-    if (!std::filesystem::is_regular_file(g.stores.db_name_daten, ec)) return;
+    if (!server && !std::filesystem::is_regular_file(path, ec)) return;
     core::DB_Schliessen(g);
     core::DB_Binden_loesen(g);
-    // The empty store comes from the program's own copies; without one the old file stays.
-    const std::string empty = g.settings.db_kurzname + ".mdb";
     try {
-        const auto found = core::findIgnoringCase(g.paths.dataDir, empty);
-        if (!found)
-            throw std::filesystem::filesystem_error(
-                "FileCopy", g.paths.dataDir / empty,
-                std::make_error_code(std::errc::no_such_file_or_directory));
-        // Copied beside the store first and renamed over it: there is no moment without a store.
-        const std::filesystem::path target = g.stores.db_name_daten;
-        const auto rights = std::filesystem::status(target, ec).permissions();
-        core::copyFileAtomically(*found, target);
-        std::filesystem::permissions(target, rights, ec);  // the owner's rights stay
-        for (const char* side : {"-wal", "-shm"})
-            std::filesystem::remove(target.string() + side, ec);
+        if (server)
+            emptyServerStore(path);
+        else
+            replaceWithEmptyFile(g);
     } catch (const std::exception& e) {
-        // The handler has no trap of its own: the failed copy is a run-time error, written to
-        // the log and shown as the runtime shows one; the old store stays and is bound again.
+        // The handler has no trap of its own: the failure is a run-time error, written to the
+        // log and shown as the runtime shows one; the old store stays and is bound again.
         core::logTrapped(g, "Command4_Click", e);
         core::DB_Load(g);
         const auto info = core::describeError(e);

@@ -24,6 +24,10 @@ struct OptionsForm {
 
 void Form_Activate(core::Globals& g, OptionsForm& form);
 void Command11_Click(core::Globals& g, OptionsForm& form, int index);  // "Datenbank-Pfad ändern"
+// A store path typed into the path box (or given on the command line): a file of the store's
+// default name, or the connection text of a store on a server, which is checked by connecting.
+// False, with the clerk told why, when it cannot be used; the old path then stays.
+bool changeStorePath(core::Globals& g, OptionsForm& form, int index, const std::string& value);
 void Command12_Click(core::Globals& g, OptionsForm& form, int index);  // data kind change
 void Command4_Click(core::Globals& g, OptionsForm& form, int index);   // "Datenbank leeren"
 void Command2_Click(core::Globals& g, OptionsForm& form, int index);   // the error log

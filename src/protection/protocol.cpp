@@ -24,8 +24,12 @@ std::string workstationLogin() {
     return "unbekannt";
 }
 
-void writeProtocol(store::Connection& c, ProtocolEntry e) {
+void createProtocol(store::Connection& c) {
     c.execute(kCreate);
+}
+
+void writeProtocol(store::Connection& c, ProtocolEntry e) {
+    createProtocol(c);
     // Numbered by the store's own count rather than an automatic key, which the kinds of
     // store spell differently.
     c.execute(

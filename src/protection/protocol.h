@@ -24,6 +24,8 @@ struct ProtocolEntry {
 // The login of whoever runs the program, as the operating system knows it.
 std::string workstationLogin();
 
+// Makes the table of the entries where the store has none yet.
+void createProtocol(store::Connection& c);
 // Adds an entry inside the caller's transaction; numbers it.
 void writeProtocol(store::Connection& c, ProtocolEntry entry);
 // Every entry, oldest first; none where nothing was ever recorded.

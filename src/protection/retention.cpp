@@ -13,6 +13,7 @@
 #include "search/search_index.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
+#include "store/store_copy.h"
 #include "text/text.h"
 #include "transfer/element_fingerprint.h"
 #include "transfer/journal.h"
@@ -245,6 +246,23 @@ void deletePlanned(store::Connection& c, const DeletionPlan& plan, const std::st
     c.setSecureDelete(false);
 }
 
+// A server keeps deleted rows in its files until their space is used again; rewriting the
+// tables is what it offers to have them gone. It holds each table for a moment.
+static std::string rewriteServerTables(core::Globals& g) {
+    try {
+        store::Connection& c = *g.stores.db_daten.connection();
+        for (const auto& table : store::tableNames(c))
+            c.execute("VACUUM (FULL, ANALYZE) " + store::jet::quoteName(table));
+        return {};
+    } catch (const std::exception& e) {
+        core::logTrapped(g, "Loeschfristen", e);
+        return "\nDie Tabellen auf dem Datenbankserver konnten danach nicht neu geschrieben "
+               "werden; "
+               "die gelöschten Zeilen verschwinden aus seinen Dateien, wenn der Server ihren Platz "
+               "wieder verwendet.";
+    }
+}
+
 std::string describePlan(const DeletionPlan& plan) {
     std::string s = "Abgemeldet vor dem " + showDay(plan.before) + ": " +
                     std::to_string(plan.businesses.size()) +
@@ -318,6 +336,8 @@ DeletionResult deleteAfterPeriod(core::Globals& g, int before, bool checkOnly,
     std::string after = search::followChange(g);
     if (!after.empty()) after = "\n" + after;
     core::DB_Komprimieren(g);  // the freed pages leave the file
+    if (g.stores.db_daten.isSet() && g.stores.db_daten.connection()->isServer())
+        after += rewriteServerTables(g);
     if (!g.stores.db_daten.isSet())
         after += "\nDie Datenbank konnte danach nicht wieder geöffnet werden.";
     core::showMessage(g,

@@ -9,6 +9,7 @@
 
 #include "search/index_rows.h"
 #include "store/connection.h"
+#include "store/text_list.h"
 
 // Reading the business states whose index rows are written: from the store by a list of their
 // numbers, and for businesses new to the store from the rows their block wrote.
@@ -57,8 +58,7 @@ std::vector<State> readStates(store::Connection& c, const std::string& listed,
                               const NewBusinesses* added,
                               const std::unordered_set<std::string>& addedKeys);
 
-// A list as a JSON array, for json_each(): one statement takes the whole list.
-std::string jsonArray(const std::vector<std::string>& texts);
+using store::jsonArray;
 // The rows of the store met by a list's numbers bound to ?1 (a JSON array).
 std::string byList(const std::string& table, const std::string& column);
 inline bool isNull(store::Statement& st, int i) {

@@ -272,14 +272,19 @@ void writeRows(store::Connection& c, const RowsToWrite& rows) {
     auto oldRow = old.begin();
     for (const bool removed : {false, true}) {
         // The index is told which words a row had when it goes.
-        auto& going = c.cached("INSERT INTO " + words + " (" + words +
-                               ", rowid, worte) VALUES ('delete', ?1, ?2)");
+        // The server's index over the rows' words follows the rows by itself.
+        const bool server = c.isServer();
+        auto* going = server ? nullptr
+                             : &c.cached("INSERT INTO " + words + " (" + words +
+                                         ", rowid, worte) VALUES ('delete', ?1, ?2)");
         auto& gone = c.cached("DELETE FROM " + table + " WHERE zeile = ?1");
         for (; oldRow != old.end() && (oldRow->first >= kRemoved) == removed; ++oldRow) {
-            going.reset();
-            going.bindInteger(1, oldRow->first);
-            bindText(going, 2, oldRow->second);
-            going.step();
+            if (going) {
+                going->reset();
+                going->bindInteger(1, oldRow->first);
+                bindText(*going, 2, oldRow->second);
+                going->step();
+            }
             gone.reset();
             gone.bindInteger(1, oldRow->first);
             gone.step();
@@ -316,6 +321,7 @@ void writeRows(store::Connection& c, const RowsToWrite& rows) {
             }
             st.step();
         }
+        if (server) continue;
         auto& index = c.cached("INSERT INTO " + words + " (rowid, worte) VALUES (?1, ?2)");
         for (const Numbered& n : coming) {
             index.reset();

@@ -12,6 +12,7 @@
 #include "search/index_words.h"
 #include "search/phonetic.h"
 #include "store/connection.h"
+#include "store/dao_error.h"
 #include "store/german_text.h"
 #include "text/text.h"
 
@@ -25,11 +26,24 @@ std::string text(store::Statement& st, int i) {
 }
 
 const std::string kRows = kRowsTable, kWords = kWordsTable;
+// The words of an index row as the server's index takes them: each word a lexeme as it stands.
+const std::string kServerWords = "array_to_tsvector(array_remove(string_to_array(worte, ' '), ''))";
 
 // The words are split at blanks and are in lower case already, which the plain ASCII tokenizer
 // does; every byte beyond ASCII is part of a word for it, as for wordsOf(), and so are the marks
 // of folded spellings and sounds. The index keeps no positions: a query asks for single words.
 void createIndex(store::Connection& c) {
+    if (c.isServer()) {
+        // The server keeps no second table of words: an index over the row's words, each one
+        // a lexeme as the program wrote it, answers the questions by itself.
+        c.execute("CREATE TABLE IF NOT EXISTS " + kRows +
+                  " (zeile bigint PRIMARY KEY, art text, betr_nr text, hist text, pers_nr text, "
+                  "name text, strasse text, ort text, gem_kz text, worte text)");
+        c.execute("CREATE INDEX IF NOT EXISTS " + kRows + "_nr ON " + kRows + " (betr_nr)");
+        c.execute("CREATE INDEX IF NOT EXISTS " + kRows + "_worte ON " + kRows + " USING gin (" +
+                  kServerWords + ")");
+        return;
+    }
     c.execute("CREATE TABLE IF NOT EXISTS " + kRows +
               " (zeile INTEGER PRIMARY KEY, art TEXT, betr_nr TEXT COLLATE NOCASE, hist TEXT, "
               "pers_nr TEXT, name TEXT, strasse TEXT, ort TEXT, gem_kz TEXT, worte TEXT)");
@@ -44,15 +58,14 @@ void createIndex(store::Connection& c) {
 }
 
 bool tableExists(store::Connection& c, const std::string& name) {
-    auto st = c.prepare("SELECT 1 FROM sqlite_master WHERE name = ?1");
-    st->bind(1, Variant(name));
-    return st->step();
+    return c.hasTable(name);
 }
 
 // The indexes of earlier forms, under names of their own: one that kept a copy of its rows, and
 // one with a column for each form of the words. They go where no recordset of the program reads
 // the store; otherwise they are emptied.
 void dropEarlierIndex(store::Connection& c) {
+    if (c.isServer()) return;  // the server never had one
     struct Form {
         std::string words, rows;
         bool external;  // the words' index reads its rows from the rows table
@@ -76,10 +89,14 @@ void dropEarlierIndex(store::Connection& c) {
 // Runs `work` in a transaction of its own or, inside one, as a part of it that goes as a whole.
 template <typename Work>
 void inSavepoint(store::Connection& c, Work&& work) {
+    // The server keeps a savepoint only inside a transaction.
+    const bool own = c.isServer() && !c.inTransaction();
+    if (own) c.execute("BEGIN");
     c.execute("SAVEPOINT tolma_suchindex");
     try {
         work();
         c.execute("RELEASE tolma_suchindex");
+        if (own) c.execute("COMMIT");
     } catch (...) {
         // After a full disk SQLite may have rolled back the whole transaction itself; the
         // cause raised is the failure, never the savepoint that is gone with it.
@@ -90,9 +107,46 @@ void inSavepoint(store::Connection& c, Work&& work) {
             } catch (const std::exception&) {
                 c.rollbackOpen();
             }
+            if (own) c.rollbackOpen();
         }
         throw;
     }
+}
+
+// A question to the full-text index as the server asks it: "a"* AND ("b" OR "c") becomes
+// 'a':* & ( 'b' | 'c' ), every word a lexeme as written.
+std::string serverQuery(const std::string& fts) {
+    std::string out;
+    for (size_t i = 0; i < fts.size(); ++i) {
+        const char ch = fts[i];
+        if (ch == '"') {
+            std::string word;
+            for (++i; i < fts.size(); ++i) {
+                if (fts[i] == '"' && i + 1 < fts.size() && fts[i + 1] == '"') {
+                    word += '"';
+                    ++i;
+                } else if (fts[i] == '"') {
+                    break;
+                } else {
+                    word += fts[i];
+                }
+            }
+            out += "'";
+            for (char w : word) out += w == '\'' ? "''" : w == '\\' ? "\\\\" : std::string(1, w);
+            out += "'";
+        } else if (ch == '*') {
+            out += ":*";
+        } else if (fts.compare(i, 5, " AND ") == 0) {
+            out += " & ";
+            i += 4;
+        } else if (fts.compare(i, 4, " OR ") == 0) {
+            out += " | ";
+            i += 3;
+        } else {
+            out += ch;
+        }
+    }
+    return out;
 }
 
 // An FTS5 string: the word in double quotes.
@@ -110,7 +164,8 @@ constexpr int kBuildPart = 2000;
 // Row 0 holds no business: it marks an index that does not follow the store, which the next
 // search builds anew.
 void markBehind(store::Connection& c) {
-    c.execute("INSERT OR REPLACE INTO " + kRows + " (zeile) VALUES (0)");
+    c.execute(c.isServer() ? "INSERT INTO " + kRows + " (zeile) VALUES (0) ON CONFLICT DO NOTHING"
+                           : "INSERT OR REPLACE INTO " + kRows + " (zeile) VALUES (0)");
 }
 
 void markFollowing(store::Connection& c) {
@@ -122,7 +177,7 @@ void markStale(store::Connection& c) {
 }
 
 bool indexKept(store::Connection& c) {
-    return tableExists(c, kWords);
+    return tableExists(c, c.isServer() ? kRows : kWords);
 }
 
 // Row -1 names the form of the words an index holds: an index of an earlier form (one without
@@ -130,13 +185,27 @@ bool indexKept(store::Connection& c) {
 const char* const kWordsForm = "Worte 2";
 
 bool hasIndex(store::Connection& c) {
-    if (!tableExists(c, kWords)) return false;
+    if (!indexKept(c)) return false;
     auto st = c.prepare("SELECT EXISTS (SELECT 1 FROM " + kRows +
                         " WHERE zeile = 0), EXISTS (SELECT 1 FROM " + kRows +
                         " WHERE zeile = -1 AND art = ?1)");
     st->bind(1, Variant(std::string(kWordsForm)));
     st->step();
     return st->column(0).toInteger() == 0 && st->column(1).toInteger() == 1;
+}
+
+// The server gathers the new words of its index in a list that each query reads from end to
+// end; after a build they go into the index itself, and the planner learns the table anew. Only
+// the owner of the index may do the first: for another login the list is left to the server.
+void tidyServerIndex(store::Connection& c) {
+    c.execute("ANALYZE " + kRows);
+    c.execute("SAVEPOINT tolma_suchindex_ordnen");
+    try {
+        c.execute("SELECT gin_clean_pending_list(?1::regclass)", {Variant(kRows + "_worte")});
+    } catch (const std::exception&) {
+        c.execute("ROLLBACK TO tolma_suchindex_ordnen");
+    }
+    c.execute("RELEASE tolma_suchindex_ordnen");
 }
 
 void buildIndex(store::Connection& c, const std::function<void(long, long)>& progress) {
@@ -147,7 +216,8 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
         c.execute("DELETE FROM " + kRows);
         c.execute("INSERT INTO " + kRows + " (zeile, art) VALUES (-1, ?1)",
                   {Variant(std::string(kWordsForm))});
-        c.execute("INSERT INTO " + kWords + " (" + kWords + ") VALUES ('delete-all')");
+        if (!c.isServer())
+            c.execute("INSERT INTO " + kWords + " (" + kWords + ") VALUES ('delete-all')");
         auto count = c.prepare("SELECT count(*) FROM betrieb");
         count->step();
         const long total = static_cast<long>(count->column(0).toInteger());
@@ -173,6 +243,7 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
             done += writeRows(c, part, true);
             if (progress) progress(std::min(done, total), total);
         }
+        if (c.isServer()) tidyServerIndex(c);
         if (progress) progress(total, total);
     });
 }
@@ -303,11 +374,15 @@ std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind,
     std::string exact, any;
     const std::vector<Forms> forms = formsOf(words, exact, any);
     std::string sql =
-        "SELECT rowid, art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, worte FROM " +
-        kWords + " WHERE " + kWords + " MATCH ?1";
+        c.isServer()
+            ? "SELECT zeile, art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, worte FROM " +
+                  kRows + " WHERE " + kServerWords + " @@ ?1::tsquery AND zeile > 0"
+            : "SELECT rowid, art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, worte FROM " +
+                  kWords + " WHERE " + kWords + " MATCH ?1";
     if (kind == Kind::Businesses) sql += " AND art = 'B'";
     if (kind == Kind::Persons) sql += " AND art = 'P'";
-    auto st = c.prepare(sql + " LIMIT 2000");
+    // The first rows by their numbers, as the full-text index gives them.
+    auto st = c.prepare(sql + (c.isServer() ? " ORDER BY zeile" : "") + " LIMIT 2000");
     std::vector<Hit> hits;
     std::set<long long> seen;
     for (const std::string* match : {&exact, &any}) {
@@ -315,7 +390,7 @@ std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind,
         // of them: when they fill the list, it is not asked.
         if (match == &any && limit > 0 && static_cast<int>(hits.size()) >= limit) break;
         st->reset();
-        st->bind(1, Variant(*match));
+        st->bind(1, Variant(c.isServer() ? serverQuery(*match) : *match));
         while (st->step()) {
             const long long rowid = st->column(0).toInteger();
             if (seen.insert(rowid).second) hits.push_back(hitOf(*st, rowid, forms));

@@ -54,7 +54,25 @@ void ChangeCapture::changing(Connection& c, const Change& change) {
         return;
     }
     if (quiet_) return;
-    Event e{target, change.kind == Kind::Delete ? 'D' : 'U', change.oldRow, {}};
+    const char art = change.kind == Kind::Delete ? 'D' : 'U';
+    if (c.isServer()) {
+        // The server tells of a row before it changes and lets a statement run meanwhile: its
+        // image is copied at once, after what came before it.
+        flush(c);
+        flushing_ = true;
+        struct Done {
+            bool& flag;
+            ~Done() { flag = false; }
+        } done{flushing_};
+        const Target& t = targets_[change.table];
+        auto& copy = c.cached(recordInsert(c, t) + " SELECT " + std::to_string(run_) + ", '" + art +
+                              "', rowid, " + c.columnList(t.table) + " FROM " +
+                              jet::quoteName(t.table) + " WHERE rowid = ?1");
+        copy.bindInteger(1, change.oldRow);
+        copy.step();
+        return;
+    }
+    Event e{target, art, change.oldRow, {}};
     sqlite3* db = c.handle();
     const int n = sqlite3_preupdate_count(db);
     e.values.reserve(static_cast<size_t>(n));
@@ -66,13 +84,20 @@ void ChangeCapture::changing(Connection& c, const Change& change) {
     events_.push_back(std::move(e));
 }
 
-const std::string& ChangeCapture::imageSelect(size_t target) {
+// The start of an insert into a record table, naming its columns: the server's record has a
+// row id of its own besides them.
+std::string ChangeCapture::recordInsert(Connection& c, const Target& t) {
+    return "INSERT INTO " + jet::quoteName(t.record) + " (lauf, art, rid, " +
+           c.columnList(t.table) + ")";
+}
+
+const std::string& ChangeCapture::imageSelect(Connection& c, size_t target) {
     imageSelects_.resize(targets_.size());
     std::string& text = imageSelects_[target];
     if (text.empty())
         // Rows above the mark are the run's own, which taking back removes in any case.
-        text = "INSERT INTO " + jet::quoteName(targets_[target].record) + " SELECT " +
-               std::to_string(run_) + ", 'D', rowid, * FROM main." +
+        text = recordInsert(c, targets_[target]) + " SELECT " + std::to_string(run_) +
+               ", 'D', rowid, " + c.columnList(targets_[target].table) + " FROM main." +
                jet::quoteName(targets_[target].table) +
                " WHERE rowid <= " + std::to_string(targets_[target].mark) + " AND ";
     return text;
@@ -84,7 +109,7 @@ bool ChangeCapture::deletingWhere(Connection& c, size_t table, const Condition& 
     // What the hook holds goes first, so that the record keeps the order in which rows came
     // and went.
     flush(c);
-    auto& copy = c.cached(imageSelect(table) + "(" + where.sql + ")");
+    auto& copy = c.cached(imageSelect(c, table) + "(" + where.sql + ")");
     copy.bindValues(where.values, where.numeric);
     copy.step();
     return true;
@@ -113,10 +138,10 @@ void ChangeCapture::flush(Connection& c) {
             }
             Statement& st = *kept;
             st.reset();
+            st.bindInteger(1, run_);
+            st.bindTextStatic(2, std::string_view(&e.art, 1));
+            st.bindInteger(3, e.rid);
             sqlite3_stmt* s = st.handle();
-            sqlite3_bind_int64(s, 1, run_);
-            sqlite3_bind_text(s, 2, &e.art, 1, SQLITE_STATIC);
-            sqlite3_bind_int64(s, 3, e.rid);
             for (size_t i = 0; i < e.values.size(); ++i) {
                 if (e.values[i])
                     sqlite3_bind_value(s, static_cast<int>(i + 4), e.values[i]);

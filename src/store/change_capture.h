@@ -73,7 +73,8 @@ class ChangeCapture final : private ChangeListener {
     void closing(Connection& c) noexcept override { detach(c); }
     // The text that copies the rows at or below the mark that a condition appended to it (in
     // parentheses) names into the record.
-    const std::string& imageSelect(size_t target);
+    const std::string& imageSelect(Connection& c, size_t target);
+    static std::string recordInsert(Connection& c, const Target& t);
     int targetOf(const std::string& table) const;
     void clear() noexcept;
 

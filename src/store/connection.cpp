@@ -14,10 +14,15 @@
 #include <ctime>
 #include <map>
 #include <mutex>
+#include <set>
 
 #include "store/dao_error.h"
 #include "store/german_text.h"
 #include "store/jet_sql.h"
+#include "store/server_address.h"
+#include "store/server_session.h"
+#include "store/server_statement.h"
+#include "store/text_list.h"
 #include "text/text.h"
 
 namespace tolma::store {
@@ -268,6 +273,10 @@ Statement::Statement(Connection& connection, const std::string& sql)
 }
 
 void Statement::prepareOn(const std::string& sql) {
+    if (connection_->server_) {
+        remote_ = std::make_unique<ServerStatement>(*connection_->server_, sql);
+        return;
+    }
     if (sqlite3_prepare_v2(connection_->handle(), sql.c_str(), static_cast<int>(sql.size()), &stmt_,
                            nullptr) != SQLITE_OK) {
         sqlite3_finalize(stmt_);
@@ -277,10 +286,25 @@ void Statement::prepareOn(const std::string& sql) {
 }
 
 Statement::~Statement() {
-    sqlite3_finalize(stmt_);
+    if (stmt_) sqlite3_finalize(stmt_);
 }
 
+namespace {
+// A value as the server reads a parameter: as text, in the type its place in the statement asks.
+std::optional<std::string> serverValue(const Variant& value) {
+    if (value.isNull()) return std::nullopt;
+    if (value.isReal()) {
+        char buf[32];
+        std::snprintf(buf, sizeof buf, "%.17g", value.toReal());
+        return std::string(buf);
+    }
+    if (const std::string* text = value.textPointer()) return *text;
+    return std::to_string(value.toInteger());
+}
+}  // namespace
+
 void Statement::bind(int index, const Variant& value) {
+    if (remote_) return remote_->bind(index, serverValue(value));
     if (value.isNull())
         sqlite3_bind_null(stmt_, index);
     else if (value.isInteger())
@@ -293,6 +317,7 @@ void Statement::bind(int index, const Variant& value) {
 }
 
 void Statement::bindStatic(int index, const Variant& value) {
+    if (remote_) return bind(index, value);
     if (const std::string* text = value.textPointer())
         sqlite3_bind_text(stmt_, index, text->data(), static_cast<int>(text->size()),
                           SQLITE_STATIC);
@@ -301,19 +326,28 @@ void Statement::bindStatic(int index, const Variant& value) {
 }
 
 void Statement::bindInteger(int index, long long value) {
+    if (remote_) return remote_->bind(index, std::to_string(value));
     sqlite3_bind_int64(stmt_, index, value);
 }
 
 void Statement::bindTextStatic(int index, std::string_view text) {
+    if (remote_) return remote_->bind(index, std::string(text));
     sqlite3_bind_text(stmt_, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
 }
 
 void Statement::bind(const char* name, const Variant& value) {
+    if (remote_) return bind(remote_->parameterIndex(name), value);
     bind(sqlite3_bind_parameter_index(stmt_, name), value);
 }
 
 void Statement::bindValues(const std::vector<std::string>& values,
                            const std::vector<bool>& numeric) {
+    if (remote_) {
+        // The server takes each as the type its place asks for.
+        for (size_t i = 0; i < values.size(); ++i)
+            remote_->bind(static_cast<int>(i + 1), values[i]);
+        return;
+    }
     for (size_t i = 0; i < values.size(); ++i) {
         const int index = static_cast<int>(i + 1);
         char* end = nullptr;
@@ -333,6 +367,15 @@ void Statement::bindValues(const std::vector<std::string>& values,
 }
 
 bool Statement::step() {
+    if (remote_) {
+        const bool row = remote_->step();
+        if (const long long n = remote_->takeChanges(); n >= 0) {
+            connection_->serverChanges_ = n;
+            connection_->serverTotalChanges_ += n;
+            if (remote_->returnedId()) connection_->serverLastId_ = remote_->returnedId();
+        }
+        return row;
+    }
     int rc = sqlite3_step(stmt_);
     if (rc == SQLITE_ROW) return true;
     if (rc == SQLITE_DONE) return false;
@@ -340,20 +383,74 @@ bool Statement::step() {
     connection_->fail("DAO.Recordset", sql_);
 }
 
+void Statement::stepWithoutAnswer(long long rowid) {
+    addRow();
+    if (!remote_) return;
+    connection_->serverChanges_ = 1;
+    ++connection_->serverTotalChanges_;
+    connection_->serverLastId_ = rowid;
+}
+
+void Statement::addRow() {
+    if (remote_)
+        remote_->send();
+    else
+        step();
+}
+
+void Statement::copyInto(const std::string& table, const std::vector<std::string>& columns) {
+    if (!remote_) return;
+    std::string list;
+    for (const auto& c : columns)
+        list += (list.empty() ? "" : ", ") + quoteIdentifier(text::lowerAscii(c));
+    remote_->copyInto(quoteIdentifier(text::lowerAscii(table)), list);
+}
+
+void Statement::keep() {
+    if (remote_) remote_->keep();
+}
+
+void Statement::readInPages(int rows) {
+    if (remote_) remote_->pageBy(rows);
+}
+
 void Statement::reset() {
     // Every use binds all its parameters anew, so old bindings need no clearing.
+    if (remote_) return remote_->reset();
     sqlite3_reset(stmt_);
 }
 
 int Statement::columnCount() const {
+    if (remote_) return remote_->columnCount();
     return sqlite3_column_count(stmt_);
 }
 
 std::string Statement::columnName(int index) const {
+    if (remote_) return remote_->columnName(index);
     return sqlite3_column_name(stmt_, index);
 }
 
+ColumnOrigin Statement::columnOrigin(int index) const {
+    if (remote_) return remote_->origin(index);
+    const char* t = sqlite3_column_table_name(stmt_, index);
+    const char* c = sqlite3_column_origin_name(stmt_, index);
+    const char* d = sqlite3_column_decltype(stmt_, index);
+    return {t ? t : "", c ? c : "", d ? d : ""};
+}
+
 Variant Statement::column(int index) const {
+    if (remote_) {
+        switch (columnType(index)) {
+            case ColumnType::Null:
+                return {};
+            case ColumnType::Integer:
+                return Variant(columnInteger(index));
+            case ColumnType::Real:
+                return Variant(columnReal(index));
+            default:
+                return Variant(std::string(remote_->text(index)));
+        }
+    }
     switch (sqlite3_column_type(stmt_, index)) {
         case SQLITE_NULL:
             return {};
@@ -369,6 +466,25 @@ Variant Statement::column(int index) const {
 }
 
 ColumnType Statement::columnType(int index) const {
+    if (remote_) {
+        if (remote_->isNull(index)) return ColumnType::Null;
+        switch (remote_->typeOf(index)) {
+            case 'i':
+            case 'l':
+                return ColumnType::Integer;
+            case 'r':
+                return ColumnType::Real;
+            case 'n':
+                // The server sums whole numbers into its numeric type: whole they stay.
+                return remote_->text(index).find_first_of(".eE") == std::string_view::npos
+                           ? ColumnType::Integer
+                           : ColumnType::Real;
+            case 'b':
+                return ColumnType::Blob;
+            default:
+                return ColumnType::Text;
+        }
+    }
     switch (sqlite3_column_type(stmt_, index)) {
         case SQLITE_NULL:
             return ColumnType::Null;
@@ -384,14 +500,24 @@ ColumnType Statement::columnType(int index) const {
 }
 
 long long Statement::columnInteger(int index) const {
+    if (remote_) {
+        const std::string_view t = remote_->text(index);
+        if (remote_->typeOf(index) == 'l') return t == "t" ? 1 : 0;
+        return t.empty() ? 0 : std::atoll(std::string(t).c_str());
+    }
     return sqlite3_column_int64(stmt_, index);
 }
 
 double Statement::columnReal(int index) const {
+    if (remote_) return std::strtod(std::string(remote_->text(index)).c_str(), nullptr);
     return sqlite3_column_double(stmt_, index);
 }
 
 std::string_view Statement::columnText(int index) const {
+    if (remote_) {
+        if (remote_->typeOf(index) == 'l') return remote_->text(index) == "t" ? "1" : "0";
+        return remote_->text(index);
+    }
     const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(stmt_, index));
     return p ? std::string_view(p, static_cast<size_t>(sqlite3_column_bytes(stmt_, index)))
              : std::string_view();
@@ -404,6 +530,13 @@ Connection::~Connection() {
     // What the listeners hold of the open batch goes with it.
     tellWatchersNoexcept([&](ChangeListener& l) { l.closing(*this); });
     cache_.clear();
+    if (server_ && batchDepth_ > 0) {
+        try {
+            server_->commit();
+        } catch (const DaoError&) {
+            // The server takes back what it could not keep.
+        }
+    }
     if (db_) {
         if (batchDepth_ > 0) sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
         sqlite3_close_v2(db_);
@@ -415,11 +548,56 @@ Connection::~Connection() {
 
 bool Connection::isOpen(const std::filesystem::path& file) {
     std::lock_guard lock(registryMutex);
-    auto it = registry().find(registryKey(file));
+    auto it = registry().find(isServerText(file.string()) ? file.string() : registryKey(file));
     return it != registry().end() && !it->second.expired();
 }
 
+namespace {
+std::map<std::string, std::string>& serverPasswords() {
+    static std::map<std::string, std::string> passwords;
+    return passwords;
+}
+}  // namespace
+
+void Connection::setServerPassword(const std::string& connectionText, const std::string& password) {
+    std::lock_guard lock(registryMutex);
+    serverPasswords()[connectionText] = password;
+}
+
+// A connection of its own to the server a connection text names, with the password the window
+// was given for it, if any.
+std::shared_ptr<Connection> Connection::createServer(const std::string& text,
+                                                     const std::string& key) {
+    std::string password;
+    {
+        std::lock_guard lock(registryMutex);
+        if (auto it = serverPasswords().find(text); it != serverPasswords().end())
+            password = it->second;
+    }
+    std::shared_ptr<Connection> c(new Connection(text, key));
+    c->server_ = ServerSession::connect(text, password);
+    const auto collation =
+        c->server_->query("SELECT datcollate FROM pg_database WHERE datname = current_database()");
+    const std::string name = collation.rows.empty() ? "" : collation.rows[0][0].value_or("");
+    c->serverSortsBytes_ = name == "C" || name == "POSIX" || name.rfind("C.", 0) == 0;
+    return c;
+}
+
+std::shared_ptr<Connection> Connection::connectServer(const std::string& text) {
+    {
+        std::lock_guard lock(registryMutex);
+        auto it = registry().find(text);
+        if (it != registry().end())
+            if (auto existing = it->second.lock()) return existing;
+    }
+    std::shared_ptr<Connection> c = createServer(text, text);
+    std::lock_guard lock(registryMutex);
+    registry()[text] = c;
+    return c;
+}
+
 std::shared_ptr<Connection> Connection::open(const std::filesystem::path& file, Kind kind) {
+    if (isServerText(file.string())) return connectServer(file.string());
     const std::string key = registryKey(file);
     {
         std::lock_guard lock(registryMutex);
@@ -444,6 +622,7 @@ std::shared_ptr<Connection> Connection::open(const std::filesystem::path& file, 
 
 std::shared_ptr<Connection> Connection::openReader(const std::filesystem::path& file) {
     // Under no key of the registry: no handle shares it, and letting go of it frees nothing.
+    if (isServerText(file.string())) return createServer(file.string(), "");
     return create(file, "", Kind::ReadOnly);
 }
 
@@ -544,17 +723,51 @@ long long Connection::execute(const std::string& sql, const std::vector<Variant>
     for (size_t i = 0; i < params.size(); ++i) st.bind(static_cast<int>(i + 1), params[i]);
     while (st.step()) {
     }
-    return sqlite3_changes64(db_);
+    return changes();
 }
 
 Statement& Connection::cached(const std::string& sql) {
     auto& st = cache_[sql];
-    if (!st) st = std::make_unique<Statement>(*this, sql);
+    if (!st) {
+        st = std::make_unique<Statement>(*this, sql);
+        st->keep();
+    }
     st->reset();
     return *st;
 }
 
+namespace {
+// Names in their order, each ended by "|": a catalog's part of its fingerprint.
+std::string sortedNames(const std::unordered_set<std::string>& names) {
+    std::vector<std::string> sorted(names.begin(), names.end());
+    std::sort(sorted.begin(), sorted.end());
+    std::string out;
+    for (const auto& n : sorted) out += n + "|";
+    return out;
+}
+}  // namespace
+
 const jet::Catalog& Connection::catalog() {
+    if (!catalog_ && server_) {
+        auto made = std::make_unique<jet::Catalog>();
+        made->server = true;
+        const auto columns = server_->query(
+            "SELECT DISTINCT a.attname FROM pg_index i JOIN pg_class t ON t.oid = i.indrelid "
+            "JOIN pg_attribute a ON a.attrelid = t.oid AND a.attnum = ANY(i.indkey) "
+            "WHERE t.relnamespace = current_schema()::regnamespace AND a.attname <> 'rowid'");
+        for (const auto& row : columns.rows)
+            if (row[0]) made->keyColumns.insert(text::lower(*row[0]));
+        const auto numbers = server_->query(
+            "SELECT column_name FROM information_schema.columns WHERE table_schema = "
+            "current_schema() GROUP BY column_name HAVING bool_and(data_type IN ('bigint', "
+            "'integer', 'smallint', 'double precision', 'numeric', 'real'))");
+        for (const auto& row : numbers.rows)
+            if (row[0]) made->numberColumns.insert(text::lower(*row[0]));
+        made->fingerprint =
+            "server|" + sortedNames(made->keyColumns) + "#" + sortedNames(made->numberColumns);
+        made->id = std::hash<std::string>{}(made->fingerprint);
+        catalog_ = std::move(made);
+    }
     if (!catalog_) {
         auto made = std::make_unique<jet::Catalog>();
         auto indexes = prepare("SELECT name FROM sqlite_master WHERE type = 'index'");
@@ -566,9 +779,7 @@ const jet::Catalog& Connection::catalog() {
             while (columns->step())
                 made->keyColumns.insert(text::lower(columns->column(0).toString()));
         }
-        std::vector<std::string> sorted(made->keyColumns.begin(), made->keyColumns.end());
-        std::sort(sorted.begin(), sorted.end());
-        for (const auto& k : sorted) made->fingerprint += k + "|";
+        made->fingerprint = sortedNames(made->keyColumns);
         made->id = std::hash<std::string>{}(made->fingerprint);
         catalog_ = std::move(made);
     }
@@ -576,17 +787,66 @@ const jet::Catalog& Connection::catalog() {
 }
 
 long long Connection::totalChanges() const {
-    return sqlite3_total_changes64(db_);
+    return server_ ? serverTotalChanges_ : sqlite3_total_changes64(db_);
 }
 
 long long Connection::changes() const {
-    return sqlite3_changes64(db_);
+    return server_ ? serverChanges_ : sqlite3_changes64(db_);
+}
+
+long long Connection::lastInsertId() const {
+    return server_ ? serverLastId_ : sqlite3_last_insert_rowid(db_);
+}
+
+long long Connection::reserveRowId(const std::string& table) {
+    auto& ids = reservedIds_[table];
+    if (ids.empty()) {
+        // The table's sequence is looked up once: asked of each row, the look-up costs more
+        // than the number.
+        auto& sequence = sequences_[table];
+        if (sequence.empty()) {
+            const auto s = server_->query("SELECT pg_get_serial_sequence($1, 'rowid')",
+                                          {jet::quoteName(text::lowerAscii(table))});
+            if (!s.rows.empty() && s.rows[0][0]) sequence = jet::quote(*s.rows[0][0]);
+            if (sequence.empty())
+                throwDao("DAO.Database", err::kEngineError,
+                         "Der Datenbankserver gibt keine Zeilennummern für " + table + ".");
+        }
+        // A few thousand at a time: one round trip for many rows.
+        const auto r = server_->query("SELECT nextval(" + sequence +
+                                      "::regclass) FROM generate_series(1, 2048) ORDER BY 1 "
+                                      "DESC");
+        for (const auto& row : r.rows) ids.push_back(std::atoll(row[0].value_or("0").c_str()));
+        if (ids.empty())
+            throwDao("DAO.Database", err::kEngineError,
+                     "Der Datenbankserver gibt keine Zeilennummern für " + table + ".");
+    }
+    const long long id = ids.back();
+    ids.pop_back();
+    return id;
+}
+
+std::vector<Connection::ColumnInfo> Connection::columnsOf(const std::string& table) {
+    std::vector<ColumnInfo> out;
+    if (server_) {
+        const auto r = server_->query(
+            "SELECT column_name, column_default IS NOT NULL FROM information_schema.columns "
+            "WHERE table_schema = current_schema() AND table_name = $1 AND column_name <> 'rowid' "
+            "ORDER BY ordinal_position",
+            {text::lowerAscii(table)});
+        for (const auto& row : r.rows) out.push_back({row[0].value_or(""), row[1] == "t"});
+        return out;
+    }
+    auto info = prepare("SELECT name, dflt_value FROM pragma_table_info(?1)");
+    info->bind(1, Variant(table));
+    while (info->step()) out.push_back({info->column(0).toString(), !info->column(1).isNull()});
+    return out;
 }
 
 void Connection::watch(ChangeListener& listener, std::vector<std::string> tables) {
     unwatch(listener);
     watchers_.push_back({&listener, std::move(tables)});
-    if (watchers_.size() == 1) sqlite3_preupdate_hook(db_, &Connection::changeHook, this);
+    if (watchers_.size() == 1 && db_) sqlite3_preupdate_hook(db_, &Connection::changeHook, this);
 }
 
 bool Connection::unwatch(ChangeListener& listener) {
@@ -594,7 +854,7 @@ bool Connection::unwatch(ChangeListener& listener) {
                                  [&](const Watcher& w) { return w.listener == &listener; });
     if (it == watchers_.end()) return false;
     watchers_.erase(it);
-    if (watchers_.empty()) sqlite3_preupdate_hook(db_, nullptr, nullptr);
+    if (watchers_.empty() && db_) sqlite3_preupdate_hook(db_, nullptr, nullptr);
     return true;
 }
 
@@ -623,6 +883,20 @@ long long Connection::deleteWhere(const std::string& table, const jet::Prepared&
             w.quiet = w.listener->deletingWhere(*this, static_cast<size_t>(t - w.tables.begin()),
                                                 condition);
     }
+    if (server_)
+        for (Watcher& w : watchers_) {
+            const auto t = std::find(w.tables.begin(), w.tables.end(), table);
+            if (t == w.tables.end() || w.quiet) continue;
+            // No hook tells the rows one by one: they are looked up first.
+            auto ids = prepare("SELECT rowid FROM " + jet::quoteName(table) + " WHERE " +
+                               where.shape->sql);
+            ids->bindValues(where.values, where.shape->numeric);
+            std::vector<long long> rows;
+            while (ids->step()) rows.push_back(ids->columnInteger(0));
+            for (long long id : rows)
+                w.listener->changing(*this, {ChangeListener::Kind::Delete,
+                                             static_cast<size_t>(t - w.tables.begin()), id, id});
+        }
     auto& st = cached("DELETE FROM main." + jet::quoteName(table) + " WHERE " + where.shape->sql);
     st.bindValues(where.values, where.shape->numeric);
     struct Loud {
@@ -636,6 +910,12 @@ long long Connection::deleteWhere(const std::string& table, const jet::Prepared&
 }
 
 bool Connection::hasTable(const std::string& name) {
+    if (server_)
+        return server_
+                   ->query("SELECT to_regclass(quote_ident($1)) IS NOT NULL",
+                           {text::lowerAscii(name)})
+                   .rows.at(0)
+                   .at(0) == "t";
     auto& st = cached("SELECT 1 FROM main.sqlite_master WHERE type = 'table' AND name = ?1");
     st.bind(1, Variant(name));
     const bool found = st.step();
@@ -643,19 +923,152 @@ bool Connection::hasTable(const std::string& name) {
     return found;
 }
 
+std::string Connection::columnList(const std::string& table, const std::string& prefix) {
+    auto& memo = memo_["column list:" + text::lowerAscii(table)];
+    if (!memo) {
+        auto names = std::make_shared<std::vector<std::string>>();
+        for (const auto& c : columnsOf(table)) names->push_back(jet::quoteName(c.name));
+        memo = names;
+    }
+    std::string out;
+    for (const auto& n : *std::static_pointer_cast<const std::vector<std::string>>(memo))
+        out += (out.empty() ? "" : ", ") + prefix + n;
+    return out;
+}
+
+void Connection::refreshStatistics() noexcept {
+    if (!server_) return;
+    try {
+        if (!server_->inTransaction()) server_->execute("ANALYZE");
+    } catch (const std::exception&) {
+        // planned by guesses until the server's own upkeep comes by
+    }
+}
+
+std::string Connection::rowIdAmong(const std::string& select, const std::string& rowid) const {
+    if (server_) return rowid + " = ANY (ARRAY(" + select + "))";
+    return rowid + " IN (" + select + ")";
+}
+
+bool Connection::isTextColumn(const std::string& table, const std::string& column) {
+    auto& memo = memo_["text columns:" + text::lowerAscii(table)];
+    if (!memo) {
+        auto names = std::make_shared<std::set<std::string>>();
+        if (server_) {
+            const auto r = server_->query(
+                "SELECT column_name FROM information_schema.columns WHERE table_schema = "
+                "current_schema() AND table_name = $1 AND data_type IN ('text', 'character "
+                "varying', 'character')",
+                {text::lowerAscii(table)});
+            for (const auto& row : r.rows) names->insert(text::lowerAscii(row[0].value_or("")));
+        } else {
+            auto st = prepare("SELECT name, type FROM pragma_table_info(?1)");
+            st->bind(1, Variant(table));
+            while (st->step()) {
+                const std::string type = text::upperAscii(st->column(1).toString());
+                if (type.find("CHAR") != std::string::npos ||
+                    type.find("TEXT") != std::string::npos ||
+                    type.find("CLOB") != std::string::npos)
+                    names->insert(text::lowerAscii(st->column(0).toString()));
+            }
+        }
+        memo = names;
+    }
+    return std::static_pointer_cast<const std::set<std::string>>(memo)->count(
+               text::lowerAscii(column)) > 0;
+}
+
+std::string Connection::orderTerm(const std::string& table, const std::string& column, bool german,
+                                  bool descending) {
+    const std::string direction = descending ? " DESC" : "";
+    const std::string name = "[" + column + "]";
+    if (!server_)
+        return name + (german ? std::string(" COLLATE ") + german::kCollation : "") + direction;
+    if (!isTextColumn(table, column)) return name + direction;
+    // Letters first, then marks and case: the embedded store's German order. A key column
+    // compares by its bytes.
+    if (!german) return name + (serverSortsBytes_ ? "" : " COLLATE \"C\"") + direction;
+    return "tolma_primary(" + name + ") COLLATE \"C\"" + direction + ", tolma_fold(" + name +
+           ") COLLATE \"C\"" + direction;
+}
+
+std::string Connection::atLeast(const std::string& table, const std::string& column, bool german,
+                                const std::string& parameter) {
+    return compared(table, column, german, ">=", parameter);
+}
+
+std::string Connection::atMost(const std::string& table, const std::string& column, bool german,
+                               const std::string& parameter) {
+    return compared(table, column, german, "<=", parameter);
+}
+
+std::string Connection::compared(const std::string& table, const std::string& column, bool german,
+                                 const std::string& op, const std::string& parameter) {
+    const std::string name = "[" + column + "]";
+    if (!server_)
+        return name + (german ? std::string(" COLLATE ") + german::kCollation : "") + " " + op +
+               " " + parameter;
+    if (!isTextColumn(table, column)) return name + " " + op + " " + parameter;
+    if (!german)
+        return name + (serverSortsBytes_ ? "" : " COLLATE \"C\"") + " " + op + " " + parameter;
+    return "(tolma_primary(" + name + ") COLLATE \"C\", tolma_fold(" + name + ") COLLATE \"C\") " +
+           op + " (tolma_primary(" + parameter + ") COLLATE \"C\", tolma_fold(" + parameter +
+           ") COLLATE \"C\")";
+}
+
+std::string Connection::isOneOf(const std::string& column, const std::string& parameter,
+                                bool wholeNumbers) {
+    const std::string name = column == "rowid" ? column : "[" + column + "]";
+    if (!server_)
+        return name + " IN (SELECT " + (wholeNumbers ? "CAST(value AS INTEGER)" : "value") +
+               " FROM json_each(" + parameter + "))";
+    // An array the server sees when it plans: it looks a short list up by the column's index
+    // and hashes a long one. A list it cannot see it compares value by value with every row
+    // wherever it takes the table for small, as it does just after an import. (An array type
+    // is spelled with ARRAY: brackets would be taken for a name.)
+    return name + " = ANY(CAST(" + parameter +
+           (wholeNumbers ? " AS bigint ARRAY))" : " AS text ARRAY))");
+}
+
+std::string Connection::listValue(const std::vector<std::string>& texts) const {
+    if (!server_) return jsonArray(texts);
+    std::string array = "{";
+    for (const auto& t : texts) {
+        if (array.size() > 1) array += ',';
+        array += '"';
+        for (const char ch : t) {
+            if (ch == '"' || ch == '\\') array += '\\';
+            array += ch;
+        }
+        array += '"';
+    }
+    return array + "}";
+}
+
 void Connection::setSecureDelete(bool on) {
+    // The server keeps its own files; what it frees it overwrites when it reuses the space.
+    if (server_) return;
     execute(on ? "PRAGMA secure_delete = ON" : "PRAGMA secure_delete = OFF");
 }
 
 void Connection::changeHook(void* self, sqlite3*, int op, const char* database, const char* table,
                             long long oldRow, long long newRow) {
     if (std::strcmp(database, "main") != 0) return;
-    auto& c = *static_cast<Connection*>(self);
     const ChangeListener::Kind kind = op == SQLITE_INSERT   ? ChangeListener::Kind::Insert
                                       : op == SQLITE_DELETE ? ChangeListener::Kind::Delete
                                                             : ChangeListener::Kind::Update;
-    for (size_t w = 0; w < c.watchers_.size(); ++w) {
-        Watcher& watcher = c.watchers_[w];
+    static_cast<Connection*>(self)->tellWatchersOfRow(kind, table, oldRow, newRow);
+}
+
+void Connection::tellRow(ChangeListener::Kind kind, const std::string& table, long long oldRow,
+                         long long newRow) {
+    if (server_ && !watchers_.empty()) tellWatchersOfRow(kind, table.c_str(), oldRow, newRow);
+}
+
+void Connection::tellWatchersOfRow(ChangeListener::Kind kind, const char* table, long long oldRow,
+                                   long long newRow) {
+    for (size_t w = 0; w < watchers_.size(); ++w) {
+        Watcher& watcher = watchers_[w];
         // Rows come table by table: the table of the last row is tried first.
         const auto& tables = watcher.tables;
         size_t t = watcher.lastTable;
@@ -665,11 +1078,13 @@ void Connection::changeHook(void* self, sqlite3*, int op, const char* database, 
             if (t < tables.size()) watcher.lastTable = t;
         }
         if (t < watcher.tables.size() && !(watcher.quiet && kind != ChangeListener::Kind::Insert))
-            watcher.listener->changing(c, {kind, t, oldRow, newRow});
+            watcher.listener->changing(*this, {kind, t, oldRow, newRow});
     }
 }
 
 TextCompare Connection::columnCompare(const std::string& table, const std::string& column) {
+    // The server's texts compare by their bytes, as its plain ORDER BY sorts them.
+    if (server_) return binaryCompare;
     const char* collation = nullptr;
     if (sqlite3_table_column_metadata(db_, "main", table.c_str(), column.c_str(), nullptr,
                                       &collation, nullptr, nullptr, nullptr) != SQLITE_OK ||
@@ -679,6 +1094,10 @@ TextCompare Connection::columnCompare(const std::string& table, const std::strin
     if (sqlite3_stricmp(collation, "RTRIM") == 0) return rtrimCompare;
     if (sqlite3_stricmp(collation, german::kCollation) == 0) return germanCompare;
     return binaryCompare;
+}
+
+bool Connection::comparesBytes(const std::string& table, const std::string& column) {
+    return columnCompare(table, column) == binaryCompare;
 }
 
 void Connection::beginBatch() {
@@ -708,14 +1127,33 @@ void Connection::rollbackBatch() noexcept {
 }
 
 bool Connection::inTransaction() const {
-    return !sqlite3_get_autocommit(db_);
+    return server_ ? server_->inTransaction() : !sqlite3_get_autocommit(db_);
 }
 
 void Connection::rollbackOpen() noexcept {
-    if (inTransaction()) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+    if (!inTransaction()) return;
+    if (!server_) {
+        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        return;
+    }
+    try {
+        server_->rollback();
+    } catch (const DaoError&) {
+        // A server that went away has taken the transaction back itself.
+    }
+}
+
+bool Connection::beginReading() {
+    if (!server_ || inTransaction()) return false;
+    server_->execute("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
+    return true;
 }
 
 void Connection::fail(const std::string& source, const std::string& context) const {
+    if (server_)
+        throwDao(source, err::kEngineError,
+                 "Fehler auf dem Datenbankserver " + describeServer(file_.string()) + " (" +
+                     context + ").");
     const int code = sqlite3_errcode(db_);
     const std::string msg = sqlite3_errmsg(db_);
     auto starts = [&](const char* p) { return msg.rfind(p, 0) == 0; };

@@ -17,6 +17,14 @@ struct sqlite3_stmt;
 namespace tolma::store {
 
 class Connection;
+class ServerSession;
+class ServerStatement;
+
+// Where a column of a result comes from: its table and column, empty for a computed one, and
+// its type as a declaration of the embedded store would name it (empty when unknown).
+struct ColumnOrigin {
+    std::string table, column, declaredType;
+};
 
 // The kinds of values a column of a result row holds.
 enum class ColumnType { Null, Integer, Real, Text, Blob };
@@ -44,6 +52,20 @@ class Statement {
     // Binds without copying: the text must live until the statement has run.
     void bindTextStatic(int index, std::string_view text);
     bool step();  // true while a row is there
+    // A walk over many rows that seeks now and then: on a server, inside a transaction, the
+    // rows come `rows` at a time. Nothing changes on a file.
+    void readInPages(int rows);
+    // The statement is run many times: on a server it is prepared there once.
+    void keep();
+    // Runs an insert no one needs an answer from, which wrote the row `rowid`: on a server it is
+    // sent without waiting (a failure shows at the next statement that waits); on a file it
+    // runs at once.
+    void stepWithoutAnswer(long long rowid);
+    // The statement inserts a row into `table`, its parameters the `columns` in order: on a
+    // server, stepWithoutAnswer() then gathers the row for COPY with others of the table.
+    void copyInto(const std::string& table, const std::vector<std::string>& columns);
+    // Runs an insert of a row whose id no one needs, as stepWithoutAnswer() does.
+    void addRow();
     void reset();
     int columnCount() const;
     Variant column(int index) const;  // 0-based
@@ -55,6 +77,7 @@ class Statement {
     // The text of a column (a number as text); valid until the statement steps or resets.
     std::string_view columnText(int index) const;
     std::string columnName(int index) const;
+    ColumnOrigin columnOrigin(int index) const;
     sqlite3_stmt* handle() const { return stmt_; }
     const std::string& sql() const { return sql_; }
 
@@ -64,6 +87,7 @@ class Statement {
     std::shared_ptr<Connection> owner_;
     Connection* connection_;
     sqlite3_stmt* stmt_ = nullptr;
+    std::unique_ptr<ServerStatement> remote_;  // on a server store instead of stmt_
     std::string sql_;
 };
 
@@ -103,15 +127,20 @@ class ChangeListener {
     ~ChangeListener() = default;
 };
 
-// One SQLite connection per store file and process. Every database handle and recordset on
-// the same file shares it; it closes when the last of them lets go, and only then is the file
-// free to be compacted, replaced or deleted.
+// One connection per store and process: to a file through SQLite, or to a database on a
+// PostgreSQL server when the store's path is a connection text. Every database handle and
+// recordset on the same store shares it; it closes when the last of them lets go, and only then
+// is a file free to be compacted, replaced or deleted.
 class Connection : public std::enable_shared_from_this<Connection> {
   public:
     enum class Kind { Shared, Exclusive, ReadOnly };
 
-    // Opens the file, or shares the connection this process already holds on it.
+    // Opens the file or connects to the server, or shares the connection this process already
+    // holds on it.
     static std::shared_ptr<Connection> open(const std::filesystem::path& file, Kind kind);
+    // The password for a server's connection text, kept for the running program only: the
+    // window asks for it when the server wants one that libpq's own ways do not give.
+    static void setServerPassword(const std::string& connectionText, const std::string& password);
     // A connection of its own for reading the file on another thread, beside the one this
     // process shares; it sees what the shared one has committed.
     static std::shared_ptr<Connection> openReader(const std::filesystem::path& file);
@@ -123,7 +152,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     Connection& operator=(const Connection&) = delete;
 
     sqlite3* handle() const { return db_; }
+    // The file, or for a server store its connection text.
     const std::filesystem::path& file() const { return file_; }
+    // Whether the store is on a server; its SQL then differs in places.
+    bool isServer() const { return server_ != nullptr; }
+    ServerSession* server() const { return server_.get(); }
     std::unique_ptr<Statement> prepare(const std::string& sql);
     // Runs one statement without result rows; returns the number of rows it changed.
     long long execute(const std::string& sql, const std::vector<Variant>& params = {});
@@ -140,11 +173,31 @@ class Connection : public std::enable_shared_from_this<Connection> {
     long long totalChanges() const;
     // Rows changed by the last statement that changed any.
     long long changes() const;
+    // The row id of the row the last insert wrote.
+    long long lastInsertId() const;
+    // On a server: a row id for a new row of the table, from its sequence.
+    long long reserveRowId(const std::string& table);
+
+    struct ColumnInfo {
+        std::string name;
+        bool hasDefault;
+    };
+    // The columns of a table, in their order; the server's row id column is none of them.
+    std::vector<ColumnInfo> columnsOf(const std::string& table);
+    // Those columns quoted and apart by commas, each after `prefix` ("t."): what "*" names in
+    // the embedded store, where the server's "*" would add its row id.
+    std::string columnList(const std::string& table, const std::string& prefix = {});
 
     // The listener hears of every change to these tables of the main database from now on;
     // several listeners may watch at once. unwatch() tells whether it was watching.
     void watch(ChangeListener& listener, std::vector<std::string> tables);
     bool unwatch(ChangeListener& listener);
+
+    // On a server store nothing hears the rows as they change: the recordsets tell of each
+    // before it changes (of an insert after it), as SQLite's hook does for a file. Nothing
+    // happens on a file store, whose hook tells already.
+    void tellRow(ChangeListener::Kind kind, const std::string& table, long long oldRow,
+                 long long newRow);
 
     // Deletes the rows of a table that a condition names, in one statement; the listeners that
     // watch the table hear of it first. Returns the number of rows deleted.
@@ -152,13 +205,44 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     // Whether the store holds a table of that name.
     bool hasTable(const std::string& name);
+    // Whether a column of a table holds texts.
+    bool isTextColumn(const std::string& table, const std::string& column);
 
     // While on, what is deleted is overwritten in the file rather than only marked free: for
     // data that must be gone, not merely unreachable.
     void setSecureDelete(bool on);
 
+    // After many rows were written: a server learns its tables anew, so that it plans the
+    // next statements for what they hold (tables the login does not own are left out).
+    // Never raises: the rows are written either way.
+    void refreshStatistics() noexcept;
+
+    // "rowid is one of the row ids `select` gives", as a condition. The server takes the ids
+    // as one array first, so that it looks the rows up by their index whatever it guesses of
+    // the row ids' table (one filled in the same transaction looks empty to it).
+    std::string rowIdAmong(const std::string& select, const std::string& rowid = "rowid") const;
+
+    // A column as an ORDER BY term: a text in German order (the store's own collation where
+    // `german` is false, for key columns), a number as a number; DESC where asked.
+    std::string orderTerm(const std::string& table, const std::string& column, bool german,
+                          bool descending);
+    // A condition that a column is at or after (at or before) a bound value in that order.
+    std::string atLeast(const std::string& table, const std::string& column, bool german,
+                        const std::string& parameter);
+    std::string atMost(const std::string& table, const std::string& column, bool german,
+                       const std::string& parameter);
+    // A condition that a column holds one of a list bound as one value (listValue()), of whole
+    // numbers where asked. On a server the statement is best planned for its list, not kept.
+    std::string isOneOf(const std::string& column, const std::string& parameter,
+                        bool wholeNumbers = false);
+    // The texts of a list as the one value isOneOf() binds.
+    std::string listValue(const std::vector<std::string>& texts) const;
+
     // How the store compares texts of a table's column: by the column's collation.
     TextCompare columnCompare(const std::string& table, const std::string& column);
+    // Whether that collation compares by bytes, so that a client may look its values up as
+    // the store's "=" finds them.
+    bool comparesBytes(const std::string& table, const std::string& column);
 
     // The import writes in batches: one transaction over many records.
     void beginBatch();
@@ -170,6 +254,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     bool inTransaction() const;
     // Ends the open transaction without its changes, if one is open; never raises.
     void rollbackOpen() noexcept;
+    // Many reads side by side that must see the store as it stood when they began, whatever
+    // another workstation commits meanwhile (the export's scans). On a server they read in a
+    // transaction of one snapshot, which its cursors need anyway; a file's reads need none.
+    // Returns whether a transaction was begun, for rollbackOpen() to end.
+    bool beginReading();
     bool inBatch() const { return batchDepth_ > 0; }
 
     [[noreturn]] void fail(const std::string& source, const std::string& context) const;
@@ -188,14 +277,29 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void tellWatchersNoexcept(Tell tell) noexcept;
     static void changeHook(void* self, ::sqlite3* db, int op, const char* database,
                            const char* table, long long oldRow, long long newRow);
+    void tellWatchersOfRow(ChangeListener::Kind kind, const char* table, long long oldRow,
+                           long long newRow);
 
+    friend class Statement;
     Connection(std::filesystem::path file, std::string key);
+    static std::shared_ptr<Connection> connectServer(const std::string& text);
+    static std::shared_ptr<Connection> createServer(const std::string& text,
+                                                    const std::string& key);
     // Opens and configures the file, under a key of the registry or none.
     static std::shared_ptr<Connection> create(const std::filesystem::path& file,
                                               const std::string& key, Kind kind);
     void configure(Kind kind);
+    std::string compared(const std::string& table, const std::string& column, bool german,
+                         const std::string& op, const std::string& parameter);
 
     sqlite3* db_ = nullptr;
+    std::unique_ptr<ServerSession> server_;
+    long long serverChanges_ = 0, serverTotalChanges_ = 0, serverLastId_ = 0;
+    // The server's database compares texts by their bytes (a "C" collation): its indexes then
+    // serve the orders the program compares byte by byte.
+    bool serverSortsBytes_ = false;
+    std::unordered_map<std::string, std::vector<long long>> reservedIds_;  // in reverse order
+    std::unordered_map<std::string, std::string> sequences_;  // of a table's row ids, quoted
     std::filesystem::path file_;
     std::string key_;
     int batchDepth_ = 0;

@@ -78,7 +78,7 @@ long long Database::Execute(const std::string& sql) const {
     st->bindValues(p.values, p.shape->numeric);
     while (st->step()) {
     }
-    return sqlite3_changes64(c->handle());
+    return c->changes();
 }
 
 std::optional<Variant> Database::lookup(const std::string& query, const std::string& field) const {

@@ -4,6 +4,8 @@
 #include <cctype>
 #include <functional>
 #include <unordered_map>
+#include <unordered_set>
+#include <utility>
 
 #include "store/german_text.h"
 #include "text/text.h"
@@ -19,7 +21,8 @@ enum class Type { Unknown, Number, Text, Null };
 struct Out {
     std::string sql;
     Type type = Type::Unknown;
-    bool key = false;  // a plain reference to a key column: compared by its own collation
+    bool key = false;    // a plain reference to a key column: compared by its own collation
+    bool truth = false;  // a condition: the server's truth value, a number in the embedded store
 };
 
 std::string bracket(const std::string& name) {
@@ -49,6 +52,10 @@ bool isOneOf(const std::string& u, std::initializer_list<const char*> words) {
     return false;
 }
 
+bool isAggregate(const std::string& f) {
+    return isOneOf(f, {"COUNT", "SUM", "AVG", "MIN", "MAX", "FIRST", "LAST", "STDEV", "VAR"});
+}
+
 class Generator {
   public:
     Generator(const Catalog* catalog, int values)
@@ -64,7 +71,7 @@ class Generator {
                 g.sql = select(*s.select, &g.parts);
                 break;
             case ast::Statement::Kind::Condition:
-                g.sql = expr(*s.where).sql;
+                g.sql = condition(expr(*s.where));
                 break;
             case ast::Statement::Kind::Insert: {
                 g.sql = "INSERT INTO " + ident(s.table);
@@ -88,11 +95,11 @@ class Generator {
                 g.sql = "UPDATE " + ident(s.table) + " SET ";
                 for (size_t i = 0; i < s.columns.size(); ++i)
                     g.sql += (i ? ", " : "") + ident(s.columns[i]) + " = " + expr(*s.values[i]).sql;
-                if (s.where) g.sql += " WHERE " + expr(*s.where).sql;
+                if (s.where) g.sql += " WHERE " + condition(expr(*s.where));
                 break;
             case ast::Statement::Kind::Delete:
                 g.sql = "DELETE FROM " + ident(s.table);
-                if (s.where) g.sql += " WHERE " + expr(*s.where).sql;
+                if (s.where) g.sql += " WHERE " + condition(expr(*s.where));
                 break;
             case ast::Statement::Kind::Other:
                 break;
@@ -122,6 +129,9 @@ class Generator {
 
     // ---- values --------------------------------------------------------------------------
     std::string number(const std::string& written) {
+        // The server takes a number as written, so that a grouping and its select list read
+        // the same; the shape of a text keeps its numbers, so nothing else is lost.
+        if (server_) return written.starts_with("-") ? "(" + written + ")" : written;
         numbers_.push_back(written);
         numeric_.push_back(true);
         return param(values_ + static_cast<int>(numbers_.size()));
@@ -144,8 +154,28 @@ class Generator {
                ") COLLATE \"C\")";
     }
 
+    // A condition of the server from a number, which the old engine takes as true unless 0.
+    std::string condition(const Out& o) const {
+        return server_ && !o.truth && o.type == Type::Number ? "(" + o.sql + " <> 0)" : o.sql;
+    }
+    // A quoted value beside a number that is no column: one that reads as a number is that
+    // number; any other text stands above every number, as in the embedded store.
+    static std::string numberOrAbove(const std::string& value) {
+        return "(CASE WHEN " + value +
+               " ~ '^ *[-+]?([0-9]+[.]?[0-9]*|[.][0-9]+)([eE][-+]?[0-9]+)? *$' THEN CAST(" + value +
+               " AS double precision) ELSE 'Infinity' END)";
+    }
+
     // ---- expressions ---------------------------------------------------------------------
+    // Within a grouping by text on the server, the text itself is the first of its group's.
     Out expr(const Expr& e) {
+        Out o = exprOf(e);
+        if (wrapGroups_ && aggregateDepth_ == 0 && foldedGroups_.count(o.sql))
+            o.sql = "min(" + o.sql + ")";
+        return o;
+    }
+
+    Out exprOf(const Expr& e) {
         switch (e.kind) {
             case ExprKind::Value:
                 return {param(e.value + 1), Type::Text};
@@ -155,14 +185,20 @@ class Generator {
                 return {"NULL", Type::Null};
             case ExprKind::Column:
                 return {(e.qualifier.empty() ? "" : ident(e.qualifier) + ".") + ident(e.name),
-                        Type::Unknown, isKeyColumn(e)};
+                        server_ && catalog_->isNumber(e.name) ? Type::Number : Type::Unknown,
+                        isKeyColumn(e)};
             case ExprKind::Star:
                 return {"*", Type::Unknown};
             case ExprKind::Unary: {
                 Out a = expr(*e.args[0]);
-                if (e.op == "NOT") return {"(NOT " + a.sql + ")", Type::Number};
+                if (e.op == "NOT") {
+                    if (server_ && !a.truth && a.type == Type::Number)
+                        return {"(" + a.sql + " = 0)", Type::Number, false, true};
+                    return {"(NOT " + a.sql + ")", Type::Number, false, true};
+                }
                 // A plus keeps its operand as it is: it only keeps SQLite off an index.
-                if (e.op == "+") return {"+" + a.sql, a.type};
+                // The server takes no plus before a text and plans by itself.
+                if (e.op == "+") return {server_ ? a.sql : "+" + a.sql, a.type};
                 return {"(-" + a.sql + ")", Type::Number};
             }
             case ExprKind::Binary:
@@ -172,9 +208,9 @@ class Generator {
                 if (server_)
                     return {std::string("(") + (e.negated ? "NOT " : "") + "tolma_like(" + a.sql +
                                 ", " + p.sql + "))",
-                            Type::Number};
+                            Type::Number, false, true};
                 return {"(" + a.sql + (e.negated ? " NOT LIKE " : " LIKE ") + p.sql + ")",
-                        Type::Number};
+                        Type::Number, false, true};
             }
             case ExprKind::In: {
                 const Out a = expr(*e.args[0]);
@@ -204,7 +240,7 @@ class Generator {
                 }
                 const std::string left = numeric || a.key ? a.sql : german(a);
                 return {"(" + left + (e.negated ? " NOT IN (" : " IN (") + list + "))",
-                        Type::Number};
+                        Type::Number, false, true};
             }
             case ExprKind::Between: {
                 const Out a = expr(*e.args[0]);
@@ -218,21 +254,21 @@ class Generator {
                 if (server_ && !numeric && !a.key)
                     return {"(" + serverOrder(a.sql) + (e.negated ? " NOT BETWEEN " : " BETWEEN ") +
                                 serverOrder(lo.sql) + " AND " + serverOrder(hi.sql) + ")",
-                            Type::Number};
+                            Type::Number, false, true};
                 const std::string left = numeric || a.key ? a.sql : german(a);
                 return {"(" + left + (e.negated ? " NOT BETWEEN " : " BETWEEN ") + lo.sql +
                             " AND " + hi.sql + ")",
-                        Type::Number};
+                        Type::Number, false, true};
             }
             case ExprKind::IsNull:
                 return {"(" + expr(*e.args[0]).sql + (e.negated ? " IS NOT NULL)" : " IS NULL)"),
-                        Type::Number};
+                        Type::Number, false, true};
             case ExprKind::Call:
                 return call(e);
             case ExprKind::Subquery:
                 return {"(" + select(*e.sub, nullptr) + ")", Type::Unknown};
             case ExprKind::Exists:
-                return {"(EXISTS (" + select(*e.sub, nullptr) + "))", Type::Number};
+                return {"(EXISTS (" + select(*e.sub, nullptr) + "))", Type::Number, false, true};
         }
         return {};
     }
@@ -245,24 +281,34 @@ class Generator {
             Out a = expr(l), b = expr(r);
             if (a.type == Type::Number) readAsNumber(r);
             if (b.type == Type::Number) readAsNumber(l);
+            if (server_) {
+                if (a.type == Type::Number && l.kind != ExprKind::Column &&
+                    r.kind == ExprKind::Value)
+                    b.sql = numberOrAbove(b.sql);
+                if (b.type == Type::Number && r.kind != ExprKind::Column &&
+                    l.kind == ExprKind::Value)
+                    a.sql = numberOrAbove(a.sql);
+            }
             const bool plain = a.type == Type::Number || b.type == Type::Number || a.key || b.key;
             if (server_ && !plain) {
                 if (op == "=" || op == "<>")
-                    return {"(" + german(a) + " " + op + " " + german(b) + ")", Type::Number};
+                    return {"(" + german(a) + " " + op + " " + german(b) + ")", Type::Number, false,
+                            true};
                 return {"(" + serverOrder(a.sql) + " " + op + " " + serverOrder(b.sql) + ")",
-                        Type::Number};
+                        Type::Number, false, true};
             }
-            return {"(" + a.sql + " " + op + " " + (plain ? b.sql : german(b)) + ")", Type::Number};
+            return {"(" + a.sql + " " + op + " " + (plain ? b.sql : german(b)) + ")", Type::Number,
+                    false, true};
         }
         Out a = expr(l), b = expr(r);
         if (server_ && !isOneOf(op, {"AND", "OR", "&"})) {
             // A bound number has no type of its own on the server: arithmetic reads it as one.
-            for (Out* o : {&a, &b})
-                if (o->type == Type::Number && o->sql.starts_with("$"))
-                    o->sql = "CAST(" + o->sql + " AS double precision)";
+            if (l.kind == ExprKind::Number) a.sql = "CAST(" + a.sql + " AS double precision)";
+            if (r.kind == ExprKind::Number) b.sql = "CAST(" + b.sql + " AS double precision)";
         }
         if (op == "AND" || op == "OR")
-            return {"(" + a.sql + " " + op + " " + b.sql + ")", Type::Number};
+            return {"(" + condition(a) + " " + op + " " + condition(b) + ")", Type::Number, false,
+                    true};
         // "&" joins texts; Null reads as empty text.
         if (op == "&") {
             if (server_)
@@ -274,11 +320,19 @@ class Generator {
         if (op == "+") {
             // With a number on either side the sum is a number: a text on the other side is read as
             // one.
+            if (server_ && (a.type == Type::Number) != (b.type == Type::Number)) {
+                // The server adds no text to a number: the text is read as one first.
+                const Out& t = a.type == Type::Number ? b : a;
+                const Out& n = a.type == Type::Number ? a : b;
+                return {"(CAST(" + t.sql + " AS numeric) + " + n.sql + ")", Type::Number};
+            }
             if (a.type == Type::Number || b.type == Type::Number)
                 return {"(" + a.sql + " + " + b.sql + ")", Type::Number};
             if (a.type == Type::Text && b.type == Type::Text)
                 return {"(" + a.sql + " || " + b.sql + ")", Type::Text};
-            if (server_) return {"(" + a.sql + " + " + b.sql + ")", Type::Number};
+            // Two texts on the server are joined; Null on either side gives Null, as "+" does.
+            if (server_)
+                return {"(CAST(" + a.sql + " AS text) || CAST(" + b.sql + " AS text))", Type::Text};
             return {"jet_plus(" + a.sql + ", " + b.sql + ")",
                     Type::Unknown};  // decided by the values
         }
@@ -301,7 +355,10 @@ class Generator {
 
     Out call(const Expr& e) {
         std::vector<Out> a;
+        const bool aggregate = isAggregate(e.op);
+        aggregateDepth_ += aggregate;
         for (const auto& arg : e.args) a.push_back(expr(*arg));
+        aggregateDepth_ -= aggregate;
         std::function<std::string(size_t)> args = [&](size_t from) {
             std::string s;
             for (size_t i = from; i < a.size(); ++i) s += (i > from ? ", " : "") + a[i].sql;
@@ -329,7 +386,8 @@ class Generator {
                 a.size() > 1 ? a[1].type : Type::Text};
         if (f == "VAL") return fn("jet_val", Type::Number);
         if (f == "IIF" && a.size() == 3)
-            return {"(CASE WHEN " + a[0].sql + " THEN " + a[1].sql + " ELSE " + a[2].sql + " END)",
+            return {"(CASE WHEN " + condition(a[0]) + " THEN " + a[1].sql + " ELSE " + a[2].sql +
+                        " END)",
                     a[1].type == a[2].type ? a[1].type : Type::Unknown};
         if (f == "INSTR") return fn("jet_instr", Type::Number);
         if (f == "FORMAT") return fn("jet_format", Type::Text);
@@ -395,7 +453,8 @@ class Generator {
         if (parts && s.join != "INNER") parts->outerJoin = true;
         const std::string left = source(*s.left, parts, false);
         const std::string right = source(*s.right, parts, true);
-        const std::string text = left + " " + s.join + " JOIN " + right + " ON " + expr(*s.on).sql;
+        const std::string text =
+            left + " " + s.join + " JOIN " + right + " ON " + condition(expr(*s.on));
         return nested ? "(" + text + ")" : text;
     }
 
@@ -411,7 +470,14 @@ class Generator {
             // the functions that order German text: the aliased expression stands in.
             if (auto it = aliasExprs_.find(text::lowerAscii(e.name)); it != aliasExprs_.end())
                 o = it->second;
-        if (o.type == Type::Number || o.key) return o.sql + dir;
+        // The embedded store sorts Null before every value; the server, unless told, after.
+        const std::string nulls =
+            server_ && ordering_ ? (descending ? " NULLS LAST" : " NULLS FIRST") : "";
+        if (o.type == Type::Number || o.key) return o.sql + dir + nulls;
+        if (server_ && nulls.size())
+            return compound ? o.sql + dir + nulls
+                            : "tolma_primary(" + o.sql + ") COLLATE \"C\"" + dir + nulls +
+                                  ", tolma_fold(" + o.sql + ") COLLATE \"C\"" + dir;
         if (server_)
             // The letters first, then the marks; a grouping keeps the text as it stands, which
             // its select list names.
@@ -422,15 +488,44 @@ class Generator {
     }
 
     static bool aggregateCall(const Expr& e) {
-        if (e.kind == ExprKind::Call &&
-            isOneOf(e.op, {"COUNT", "SUM", "AVG", "MIN", "MAX", "FIRST", "LAST", "STDEV", "VAR"}))
-            return true;
+        if (e.kind == ExprKind::Call && isAggregate(e.op)) return true;
         for (const auto& a : e.args)
             if (aggregateCall(*a)) return true;
         return false;
     }
 
+    // The server groups a text by its folded form, as the embedded store's collation compares:
+    // the grouping's terms, with the texts among them kept in foldedGroups_.
+    std::string serverGroups(const std::vector<const Expr*>& terms) {
+        std::string out;
+        for (const Expr* t : terms) {
+            std::string one;
+            if (t->kind == ExprKind::Number) {
+                one = t->number;
+            } else {
+                const Out o = expr(*t);
+                const bool text = o.type != Type::Number && o.type != Type::Null && !o.key;
+                if (text) foldedGroups_.insert(o.sql);
+                one = text ? "tolma_fold(" + o.sql + ")" : o.sql;
+            }
+            out += (out.empty() ? "" : ", ") + one;
+        }
+        return out;
+    }
+
     std::string select(const ast::Select& s, SelectParts* parts) {
+        // A nested query has groups of its own.
+        const auto outerGroups = std::exchange(foldedGroups_, {});
+        const bool outerWrap = std::exchange(wrapGroups_, false);
+        const int outerDepth = std::exchange(aggregateDepth_, 0);
+        std::string sql = selectOf(s, parts);
+        foldedGroups_ = outerGroups;
+        wrapGroups_ = outerWrap;
+        aggregateDepth_ = outerDepth;
+        return sql;
+    }
+
+    std::string selectOf(const ast::Select& s, SelectParts* parts) {
         SelectParts local;
         SelectParts& p = parts ? *parts : local;
         p.isSelect = true;
@@ -447,12 +542,20 @@ class Generator {
         std::string items;
         // DISTINCT over plain items becomes a grouping, so that the German comparison decides
         // which rows are the same; a * leaves it to SQLite.
-        bool groupForDistinct = s.distinct && s.groupBy.empty() && !server_;
+        bool groupForDistinct = s.distinct && s.groupBy.empty();
         for (const auto& item : s.items) {
             if (!item.expr || aggregateCall(*item.expr)) groupForDistinct = false;
             if (item.expr && aggregateCall(*item.expr)) p.aggregate = true;
         }
-        std::string distinctGroups;
+        std::string distinctGroups, groups;
+        if (server_) {
+            std::vector<const Expr*> terms;
+            if (groupForDistinct)
+                for (const auto& item : s.items) terms.push_back(item.expr.get());
+            for (const auto& g : s.groupBy) terms.push_back(g.get());
+            groups = serverGroups(terms);
+            wrapGroups_ = true;
+        }
         for (size_t i = 0; i < s.items.size(); ++i) {
             const auto& item = s.items[i];
             std::string text;
@@ -464,17 +567,20 @@ class Generator {
                 if (server_ && !item.alias.empty()) aliasExprs_[text::lowerAscii(item.alias)] = o;
                 if (!item.alias.empty())
                     text += " AS " + ident(item.alias);
+                else if (item.expr->kind == ExprKind::Column && o.sql.starts_with("min("))
+                    text += " AS " + ident(item.expr->name);  // the column's own name, grouped
                 else if (item.expr->kind != ExprKind::Column) {
                     text += " AS " + quotedName(item.written);
                     if (item.written.find_first_of("'\"#") != std::string::npos)
                         valuesInNames_ = true;
                 }
-                if (groupForDistinct)
+                if (groupForDistinct && !server_)
                     distinctGroups += (distinctGroups.empty() ? "" : ", ") +
                                       (o.type == Type::Number || o.key ? o.sql : german(o));
             }
             items += (i ? ", " : "") + text;
         }
+        wrapGroups_ = false;
         p.selectList = items;
         std::string sql = "SELECT ";
         if (s.distinct && !groupForDistinct) sql += "DISTINCT ";
@@ -489,18 +595,22 @@ class Generator {
             sql += " FROM " + from;
         }
         if (s.where) {
-            p.where = expr(*s.where).sql;
+            p.where = condition(expr(*s.where));
             sql += " WHERE " + p.where;
         }
-        if (!s.groupBy.empty()) {
+        if (groupForDistinct) p.aggregate = true;
+        if (server_ && !groups.empty()) {
+            sql += " GROUP BY " + groups;
+        } else if (!s.groupBy.empty()) {
             sql += " GROUP BY ";
             for (size_t i = 0; i < s.groupBy.size(); ++i)
                 sql += (i ? ", " : "") + term(*s.groupBy[i]);
         } else if (groupForDistinct) {
-            p.aggregate = true;
             sql += " GROUP BY " + distinctGroups;
         }
-        if (s.having) sql += " HAVING " + expr(*s.having).sql;
+        wrapGroups_ = server_ && s.unions.empty();
+        if (s.having) sql += " HAVING " + condition(expr(*s.having));
+        wrapGroups_ = false;
         for (const auto& u : s.unions) {
             p.aggregate = true;  // rows of several queries are no rows of one table
             sql += (u.all ? " UNION ALL " : " UNION ") + select(*u.select, nullptr);
@@ -508,10 +618,12 @@ class Generator {
         if (!s.orderBy.empty()) {
             std::string order;
             ordering_ = true;
+            wrapGroups_ = server_ && s.unions.empty();
             for (size_t i = 0; i < s.orderBy.size(); ++i)
                 order += (i ? ", " : "") +
                          term(*s.orderBy[i].expr, !s.unions.empty(), s.orderBy[i].descending);
             ordering_ = false;
+            wrapGroups_ = false;
             p.orderBy = order;
             sql += " ORDER BY " + order;
         }
@@ -522,6 +634,9 @@ class Generator {
     const Catalog* catalog_;
     bool server_;
     bool ordering_ = false;
+    std::unordered_set<std::string> foldedGroups_;  // the server's texts grouped by folded form
+    bool wrapGroups_ = false;                       // in a select list, HAVING or ORDER BY
+    int aggregateDepth_ = 0;                        // within an aggregate's arguments
     std::unordered_map<std::string, std::string> aliases_;  // folded name, as written
     std::unordered_map<std::string, Out> aliasExprs_;       // folded name, its expression
     int values_;

@@ -239,6 +239,10 @@ bool Catalog::isKey(std::string_view column) const {
     return keyColumns.count(text::lower(column)) > 0;
 }
 
+bool Catalog::isNumber(std::string_view column) const {
+    return !numberColumns.empty() && numberColumns.count(text::lower(column)) > 0;
+}
+
 std::string translate(std::string_view jetSql, const Catalog* catalog) {
     if (passesAsItStands(jetSql)) return withoutClosingSemicolon(jetSql);
     const Prepared p = prepare(jetSql, catalog);

@@ -26,12 +26,16 @@ std::vector<Token> tokenize(std::string_view sql);
 // comparison would, and keeps look-ups and lists on their indexes.
 struct Catalog {
     std::unordered_set<std::string> keyColumns;  // folded names
-    std::string fingerprint;                     // tells catalogs apart among the cached shapes
-    std::size_t id = 0;                          // the fingerprint's hash, for the shapes' keys
+    // On a server: the names of columns that hold numbers in every table that has them, which
+    // are compared and sorted as numbers, not as German text.
+    std::unordered_set<std::string> numberColumns;
+    std::string fingerprint;  // tells catalogs apart among the cached shapes
+    std::size_t id = 0;       // the fingerprint's hash, for the shapes' keys
     // The store is on a PostgreSQL server: texts are generated in its SQL (the fingerprint says
     // so too, so that the two kinds never share a shape).
     bool server = false;
     bool isKey(std::string_view column) const;
+    bool isNumber(std::string_view column) const;
 };
 
 // SQLite's text for a statement or a condition of the old engine's language, generated from its

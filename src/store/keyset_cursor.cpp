@@ -14,6 +14,8 @@ namespace {
 // Whether SQLite reads a query by a whole table or index rather than by looking up a part of
 // it: such a query gives as many rows as the store holds, or a few from a small table.
 bool scansWholeTable(Connection& conn, const std::string& sql) {
+    // The server's plans are its own; its rows are read by key, a screen at a time.
+    if (conn.isServer()) return true;
     try {
         auto plan = conn.prepare("EXPLAIN QUERY PLAN " + sql);
         while (plan->step()) {
@@ -177,7 +179,7 @@ long long KeysetCursor::currentRowid() {
 }
 
 void KeysetCursor::inserted() {
-    const long long id = sqlite3_last_insert_rowid(conn->handle());
+    const long long id = conn->lastInsertId();
     keys.push_back(id);
     if (keyIndexValid) keyIndex.emplace(keyString(&keys.back()), count() - 1);
     // Appending to an empty recordset leaves it without a current row, at its end.

@@ -68,6 +68,7 @@ class KeysetCursor : public IndexedCursor {
     PrefixIndex prefixIndex(const TypedSearch& s);
     std::optional<std::optional<long>> findInOrder(const TypedSearch& s, Order order, long after);
     std::optional<std::optional<long>> findByIndex(const TypedSearch& s, long after);
+    std::optional<long> findOnServer(const TypedSearch& s, long after);
     Statement& valueStatement(const TypedSearch& s);
     std::pair<Variant, bool> valueAt(const TypedSearch& s, long p);
     const Positions& positionsOf(int table);

@@ -5,6 +5,8 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cctype>
+#include <unordered_set>
 
 #include "store/german_text.h"
 #include "store/keyset_cursor.h"
@@ -107,15 +109,17 @@ std::optional<KeysetCursor::TypedSearch> KeysetCursor::typedSearch(const std::st
     const std::string q = nameOf(t[0]);
     s.table = -1;
     for (int j = 0; j < stride; ++j)
-        if (sameName(q, tables()[static_cast<size_t>(j)].qualifier) ||
-            sameName("[" + q + "]", tables()[static_cast<size_t>(j)].qualifier))
+        if (const std::string& own = tables()[static_cast<size_t>(j)].qualifier;
+            sameName(q, own) || sameName("[" + q + "]", own) || sameName("\"" + q + "\"", own))
             s.table = s.table == -1 ? j : -2;  // a qualifier named twice is left to the query
     if (s.table < 0) return std::nullopt;
     s.column = nameOf(t[2]);
     const std::string& table = tables()[static_cast<size_t>(s.table)].name;
-    if (sqlite3_table_column_metadata(conn->handle(), nullptr, table.c_str(), s.column.c_str(),
-                                      nullptr, nullptr, nullptr, nullptr, nullptr) != SQLITE_OK)
-        return std::nullopt;  // an alias of the select list, or no column at all
+    if (conn->isServer() ? !conn->isTextColumn(table, s.column)
+                         : sqlite3_table_column_metadata(conn->handle(), nullptr, table.c_str(),
+                                                         s.column.c_str(), nullptr, nullptr,
+                                                         nullptr, nullptr, nullptr) != SQLITE_OK)
+        return std::nullopt;  // an alias of the select list, or no text column at all
     const std::string& quoted = t[4].text;
     for (size_t i = 1; i + 1 < quoted.size(); ++i) {
         s.pattern += quoted[i];
@@ -174,10 +178,11 @@ KeysetCursor::Order KeysetCursor::leadingOrder(const TypedSearch& s) {
 
 // Changes to the store since the keys were read: by this connection, or committed by another.
 long long KeysetCursor::storeState() {
+    if (conn->isServer()) return conn->totalChanges();
     auto& version = conn->cached("PRAGMA data_version");
     long long v = version.step() ? version.column(0).toInteger() : 0;
     version.reset();
-    return v * 1000003 + sqlite3_total_changes64(conn->handle());
+    return v * 1000003 + conn->totalChanges();
 }
 
 const KeysetCursor::Positions& KeysetCursor::positionsOf(int table) {
@@ -246,6 +251,9 @@ KeysetCursor::PrefixIndex KeysetCursor::prefixIndex(const TypedSearch& s) {
 
 Statement& KeysetCursor::valueStatement(const TypedSearch& s) {
     const std::string& table = tables()[static_cast<size_t>(s.table)].name;
+    if (conn->isServer())
+        return stmt("SELECT [" + s.column + "], tolma_like([" + s.column + "], ?2) FROM [" + table +
+                    "] WHERE rowid = ?1");
     return stmt("SELECT [" + s.column + "], [" + s.column + "] LIKE ?2 FROM [" + table +
                 "] WHERE rowid = ?1");
 }
@@ -339,13 +347,65 @@ std::optional<std::optional<long>> KeysetCursor::findByIndex(const TypedSearch& 
     return best >= 0 ? std::optional<long>(best) : std::optional<long>();
 }
 
+// On a server each question is a round trip: the next rows of the keyset are asked at once,
+// then the rows whose folded value begins with the typed text, through the index on it.
+std::optional<long> KeysetCursor::findOnServer(const TypedSearch& s, long after) {
+    const std::string& table = tables()[static_cast<size_t>(s.table)].name;
+    const long near = std::max(after + 1, std::min<long>(origCount, after + 1 + kNearRows));
+    std::string ids;
+    for (long p = after + 1; p < near; ++p)
+        ids += (ids.empty() ? "{" : ",") +
+               std::to_string(keys[static_cast<size_t>(p) * stride + s.table]);
+    if (!ids.empty()) {
+        auto& nearRows = stmt("SELECT rowid FROM [" + table + "] WHERE rowid = ANY(?1) AND " +
+                              "tolma_like([" + s.column + "], ?2)");
+        nearRows.bind(1, Variant(ids + "}"));
+        nearRows.bind(2, Variant(s.pattern));
+        std::unordered_set<long long> matching;
+        while (nearRows.step()) matching.insert(nearRows.column(0).toInteger());
+        nearRows.reset();
+        // A row of the table may stand in several places of a join: each place is asked.
+        for (long p = after + 1; p < near; ++p)
+            if (matching.count(keys[static_cast<size_t>(p) * stride + s.table])) return p;
+    }
+    // The beginning as a prefix of LIKE, its own % and _ escaped. Asked anew each time, so that
+    // the server plans with the prefix and takes the index on the folded column.
+    std::string prefix;
+    for (const char c : s.beginning) {
+        if (c == '%' || c == '_' || c == '\\') prefix += '\\';
+        prefix += c;
+    }
+    // A beginning without letters (a number) is the same folded or not: the column's own index
+    // answers it, where the server sorts by bytes.
+    const bool letters = std::any_of(s.beginning.begin(), s.beginning.end(), [](char c) {
+        return std::isalpha(static_cast<unsigned char>(c)) || static_cast<unsigned char>(c) >= 0x80;
+    });
+    const std::string column = "[" + s.column + "]";
+    auto range = conn->prepare("SELECT rowid FROM [" + table + "] WHERE " +
+                               (letters ? "tolma_fold(" + column + ") LIKE tolma_fold(?1) || '%'"
+                                        : column + " LIKE ?1 || '%'") +
+                               " AND tolma_like(" + column + ", ?2)");
+    range->bind(1, Variant(prefix));
+    range->bind(2, Variant(s.pattern));
+    const Positions& where = positionsOf(s.table);
+    long best = -1;
+    while (range->step()) {
+        const long p = where.of(range->column(0).toInteger());
+        if (p >= near && (best < 0 || p < best)) best = p;
+    }
+    return best >= 0 ? std::optional<long>(best) : std::nullopt;
+}
+
 std::optional<std::optional<long>> KeysetCursor::findTyped(const std::string& criteria,
                                                            long after) {
     const auto s = typedSearch(criteria);
     if (!s) return std::nullopt;
     std::optional<std::optional<long>> found;
-    const Order order = leadingOrder(*s);
-    if (order != Order::None && storeState() == keysState) found = findInOrder(*s, order, after);
+    const Order order = conn->isServer() ? Order::None : leadingOrder(*s);
+    if (conn->isServer())
+        found = findOnServer(*s, after);
+    else if (order != Order::None && storeState() == keysState)
+        found = findInOrder(*s, order, after);
     if (!found) {
         // Where many rows match, the first is mostly near: tried before the index is read.
         const long near = std::max(after + 1, std::min<long>(origCount, after + 1 + kNearRows));

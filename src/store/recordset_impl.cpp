@@ -47,8 +47,11 @@ void typeFromDeclaration(const char* declared, FieldInfo& f) {
     }
 }
 
+// A name without its brackets, or the double quotes a server's query text gives it.
 std::string unbracket(const std::string& s) {
-    if (s.size() >= 2 && s.front() == '[' && s.back() == ']') return s.substr(1, s.size() - 2);
+    if (s.size() >= 2 &&
+        ((s.front() == '[' && s.back() == ']') || (s.front() == '"' && s.back() == '"')))
+        return s.substr(1, s.size() - 2);
     return s;
 }
 
@@ -70,7 +73,10 @@ void RecordsetImpl::check() const {
 
 Statement& RecordsetImpl::stmt(const std::string& sql) {
     auto& s = statements[sql];
-    if (!s) s = conn->prepare(sql);
+    if (!s) {
+        s = conn->prepare(sql);
+        s->keep();
+    }
     s->reset();
     return *s;
 }
@@ -95,17 +101,15 @@ void RecordsetImpl::describe(Statement& statement, const std::string& key,
         return;
     }
     auto set = std::make_shared<FieldSet>();
-    sqlite3_stmt* st = statement.handle();
-    const int n = sqlite3_column_count(st);
+    const int n = statement.columnCount();
     std::unordered_map<std::string, int> seen;
     for (int i = 0; i < n; ++i) {
         FieldInfo f;
-        f.name = sqlite3_column_name(st, i);
-        const char* t = sqlite3_column_table_name(st, i);
-        const char* c = sqlite3_column_origin_name(st, i);
-        f.table = t ? t : "";
-        f.column = c ? c : "";
-        typeFromDeclaration(sqlite3_column_decltype(st, i), f);
+        f.name = statement.columnName(i);
+        const ColumnOrigin origin = statement.columnOrigin(i);
+        f.table = origin.table;
+        f.column = origin.column;
+        typeFromDeclaration(origin.declaredType.empty() ? nullptr : origin.declaredType.c_str(), f);
         f.updatable =
             !writable.empty() && !f.column.empty() && text::lower(f.table) == text::lower(writable);
         ++seen[text::lower(f.name)];
@@ -231,7 +235,7 @@ void RecordsetImpl::update() {
                 else
                     whole->bind(static_cast<int>(i + 1), Variant());
             }
-            whole->step();
+            writeRow(*whole, fields().size());
             inserted();
             edit = EditMode::None;
             pending.clear();
@@ -252,7 +256,7 @@ void RecordsetImpl::update() {
         // The pending values live until the row is stored.
         for (size_t i = 0; i < values.size(); ++i)
             st.bindStatic(static_cast<int>(i + 1), *values[i]);
-        st.step();
+        writeRow(st, values.size());
         inserted();
     } else if (!values.empty()) {
         std::string sets;
@@ -266,6 +270,7 @@ void RecordsetImpl::update() {
                         std::to_string(values.size() + 1));
         for (size_t i = 0; i < values.size(); ++i) st.bind(static_cast<int>(i + 1), *values[i]);
         st.bind(static_cast<int>(values.size() + 1), Variant(id));
+        conn->tellRow(ChangeListener::Kind::Update, unbracket(baseTable), id, id);
         st.step();
         rowCache.reset();
     }
@@ -274,30 +279,59 @@ void RecordsetImpl::update() {
     storedRowsChanged();  // a stored row is read anew
 }
 
+// An insert of the columns, their values bound in order. On a server a new row gets its row id
+// from the program, taken from the table's sequence ahead and bound after the values: the insert
+// then needs no answer, and the rows go to the server through COPY, many at a time.
+std::unique_ptr<Statement> RecordsetImpl::insertOf(std::vector<std::string> columns) const {
+    std::string cols, marks;
+    for (size_t i = 0; i < columns.size(); ++i) {
+        cols += (i ? ", " : "") + bracket(columns[i]);
+        marks += (i ? ", ?" : "?") + std::to_string(i + 1);
+    }
+    if (conn->isServer()) {
+        cols += std::string(columns.empty() ? "" : ", ") + "rowid";
+        marks += (columns.empty() ? "?" : ", ?") + std::to_string(columns.size() + 1);
+        columns.push_back("rowid");
+    }
+    auto st = conn->prepare(cols.empty() ? "INSERT INTO " + baseTable + " DEFAULT VALUES"
+                                         : "INSERT INTO " + baseTable + " (" + cols + ") VALUES (" +
+                                               marks + ")");
+    st->keep();
+    st->copyInto(unbracket(baseTable), columns);
+    return st;
+}
+
+// Runs an insert whose values are bound, its row id after them on a server, and tells the
+// listeners of the new row.
+void RecordsetImpl::writeRow(Statement& st, size_t values) {
+    if (conn->isServer()) {
+        const long long id = conn->reserveRowId(unbracket(baseTable));
+        st.bindInteger(static_cast<int>(values + 1), id);
+        st.stepWithoutAnswer(id);
+    } else {
+        st.step();
+    }
+    conn->tellRow(ChangeListener::Kind::Insert, unbracket(baseTable), 0, conn->lastInsertId());
+}
+
 // A table whose columns have no defaults takes a new row through one statement that names
 // every column: an unset column is Null either way, and the statement need not be looked up
 // anew for each set of columns a row happens to fill.
 Statement* RecordsetImpl::wholeRowInsert() {
     if (wholeRowKnown == 0) {
         wholeRowKnown = -1;
-        auto info = conn->prepare("SELECT name, dflt_value FROM pragma_table_info(?1)");
-        info->bind(1, Variant(unbracket(baseTable)));
         size_t columns = 0;
         bool defaults = false;
-        while (info->step()) {
+        for (const auto& column : conn->columnsOf(unbracket(baseTable))) {
             ++columns;
-            defaults = defaults || !info->column(1).isNull();
+            defaults = defaults || column.hasDefault;
         }
         bool allFields = columns == fields().size() && columns > 0;
         for (size_t i = 0; allFields && i < fields().size(); ++i) allFields = fields()[i].updatable;
         if (allFields && !defaults) {
-            std::string cols, marks;
-            for (size_t i = 0; i < fields().size(); ++i) {
-                cols += (i ? ", " : "") + bracket(fields()[i].column);
-                marks += (i ? ", ?" : "?") + std::to_string(i + 1);
-            }
-            wholeRow = conn->prepare("INSERT INTO " + baseTable + " (" + cols + ") VALUES (" +
-                                     marks + ")");
+            std::vector<std::string> names;
+            for (const auto& f : fields()) names.push_back(f.column);
+            wholeRow = insertOf(std::move(names));
             wholeRowKnown = 1;
         }
     }
@@ -314,16 +348,10 @@ Statement& RecordsetImpl::insertStatement(const std::string& pattern) {
     }
     auto& st = inserts[pattern];
     if (!st) {
-        std::string cols, marks;
-        for (size_t i = 0, n = 0; i < fields().size(); ++i) {
-            if (pattern[i] != '1') continue;
-            cols += (n ? ", " : "") + bracket(fields()[i].column);
-            marks += (n ? ", ?" : "?") + std::to_string(n + 1);
-            ++n;
-        }
-        st = conn->prepare(cols.empty() ? "INSERT INTO " + baseTable + " DEFAULT VALUES"
-                                        : "INSERT INTO " + baseTable + " (" + cols + ") VALUES (" +
-                                              marks + ")");
+        std::vector<std::string> names;
+        for (size_t i = 0; i < fields().size(); ++i)
+            if (pattern[i] == '1') names.push_back(fields()[i].column);
+        st = insertOf(std::move(names));
     }
     st->reset();
     lastPattern = pattern;
@@ -353,6 +381,7 @@ void RecordsetImpl::remove() {
     const long long id = currentRowid();
     auto& st = stmt("DELETE FROM " + baseTable + " WHERE rowid = ?1");
     st.bind(1, Variant(id));
+    conn->tellRow(ChangeListener::Kind::Delete, unbracket(baseTable), id, id);
     st.step();
     rowCache.reset();
     removed();

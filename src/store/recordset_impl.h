@@ -112,6 +112,8 @@ class RecordsetImpl {
     Variant converted(const FieldInfo& f, const Variant& v);
     Statement& insertStatement(const std::string& pattern);
     Statement* wholeRowInsert();
+    std::unique_ptr<Statement> insertOf(std::vector<std::string> columns) const;
+    void writeRow(Statement& st, size_t values);
 
     std::function<void()> onMove;
     std::map<std::string, std::unique_ptr<Statement>> statements;

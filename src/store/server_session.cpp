@@ -3,10 +3,14 @@
 #include <libpq-fe.h>
 #include <poll.h>
 
+#include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 
 #include "store/server_address.h"
+#include "text/text.h"
 
 namespace tolma::store {
 namespace {
@@ -220,6 +224,38 @@ namespace {
     throw DaoError(kStatementSource, number, withoutSecrets(description, secrets));
 }
 
+// A statement that reads or writes only the tables it names: a query or a change of rows. Any
+// other (a savepoint, a transaction's end, a change of the tables) needs every row written.
+bool namesItsTables(const std::string& lowered) {
+    const size_t at = lowered.find_first_not_of(" \t\n(");
+    for (const char* word : {"select", "insert", "update", "delete"})
+        if (at != std::string::npos && lowered.compare(at, std::strlen(word), word) == 0)
+            return true;
+    return false;
+}
+
+// Whether the statement makes a trigger.
+bool makesTrigger(const std::string& sql) {
+    const size_t at = sql.find_first_not_of(" \t\n");
+    if (at == std::string::npos || text::lowerAscii(sql.substr(at, 6)) != "create") return false;
+    return text::lowerAscii(sql).find("trigger") != std::string::npos;
+}
+
+// Whether the statement names the table (quoted, as rows are gathered under), quoted or bare.
+bool namesTable(const std::string& lowered, const std::string& quoted) {
+    const std::string bare = quoted.substr(1, quoted.size() - 2);
+    auto isNameChar = [](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$';
+    };
+    for (size_t at = lowered.find(bare); at != std::string::npos; at = lowered.find(bare, at + 1)) {
+        const size_t end = at + bare.size();
+        if ((at == 0 || !isNameChar(lowered[at - 1])) &&
+            (end >= lowered.size() || !isNameChar(lowered[end])))
+            return true;
+    }
+    return false;
+}
+
 std::vector<const char*> pointersTo(const std::vector<ServerValue>& params) {
     std::vector<const char*> out;
     for (const auto& p : params) out.push_back(p ? p->c_str() : nullptr);
@@ -229,6 +265,7 @@ std::vector<const char*> pointersTo(const std::vector<ServerValue>& params) {
 }  // namespace
 
 long long ServerSession::execute(const std::string& sql, const std::vector<ServerValue>& params) {
+    drainFor(sql);
     const auto values = pointersTo(params);
     PGresult* res = PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr,
                                  values.data(), nullptr, nullptr, 0);
@@ -241,6 +278,7 @@ long long ServerSession::execute(const std::string& sql, const std::vector<Serve
 }
 
 ServerResult ServerSession::query(const std::string& sql, const std::vector<ServerValue>& params) {
+    drainFor(sql);
     const auto values = pointersTo(params);
     Result res(PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr,
                             values.data(), nullptr, nullptr, 0),
@@ -265,11 +303,176 @@ ServerResult ServerSession::query(const std::string& sql, const std::vector<Serv
     return out;
 }
 
+std::shared_ptr<PGresult> ServerSession::run(const std::string& sql,
+                                             const std::vector<const char*>& values,
+                                             const std::vector<unsigned>& types) {
+    drainFor(sql);
+    PGresult* res = PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()),
+                                 types.size() == values.size() ? types.data() : nullptr,
+                                 values.data(), nullptr, nullptr, 0);
+    const auto status = PQresultStatus(res);
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
+        failWith(conn_, res, server_, secrets_);
+    return std::shared_ptr<PGresult>(res, &PQclear);
+}
+
+std::shared_ptr<PGresult> ServerSession::describe(const std::string& sql,
+                                                  const std::vector<unsigned>& types) {
+    PGresult* prepared =
+        PQprepare(conn_, "", sql.c_str(), static_cast<int>(types.size()), types.data());
+    if (PQresultStatus(prepared) != PGRES_COMMAND_OK) failWith(conn_, prepared, server_, secrets_);
+    PQclear(prepared);
+    PGresult* res = PQdescribePrepared(conn_, "");
+    if (PQresultStatus(res) != PGRES_COMMAND_OK) failWith(conn_, res, server_, secrets_);
+    return std::shared_ptr<PGresult>(res, &PQclear);
+}
+
+bool ServerSession::inTransaction() {
+    endPipeline();
+    return PQtransactionStatus(conn_) != PQTRANS_IDLE;
+}
+
+const std::string& ServerSession::prepared(const std::string& sql,
+                                           const std::vector<unsigned>& types) {
+    auto& name = prepared_[sql];
+    if (name.empty()) {
+        endPipeline();
+        const std::string made = "tolma_s" + std::to_string(prepared_.size());
+        PGresult* res = PQprepare(conn_, made.c_str(), sql.c_str(), static_cast<int>(types.size()),
+                                  types.data());
+        if (PQresultStatus(res) != PGRES_COMMAND_OK) {
+            prepared_.erase(sql);
+            failWith(conn_, res, server_, secrets_);
+        }
+        PQclear(res);
+        name = made;
+        textOf_[made] = sql;
+    }
+    return name;
+}
+
+std::shared_ptr<PGresult> ServerSession::runPrepared(const std::string& name,
+                                                     const std::vector<const char*>& values) {
+    drainFor(textOf_[name]);
+    PGresult* res = PQexecPrepared(conn_, name.c_str(), static_cast<int>(values.size()),
+                                   values.data(), nullptr, nullptr, 0);
+    const auto status = PQresultStatus(res);
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
+        failWith(conn_, res, server_, secrets_);
+    return std::shared_ptr<PGresult>(res, &PQclear);
+}
+
+void ServerSession::sendPrepared(const std::string& name, const std::vector<const char*>& values) {
+    // Rows gathered before this statement for the tables it names are written before it.
+    if (!copies_.empty()) drainFor(textOf_[name]);
+    if (!pipelined_) {
+        if (PQenterPipelineMode(conn_) != 1)
+            fail("Der Datenbankserver nimmt keine Folge von Anweisungen an.");
+        pipelined_ = true;
+    }
+    if (PQsendQueryPrepared(conn_, name.c_str(), static_cast<int>(values.size()), values.data(),
+                            nullptr, nullptr, 0) != 1)
+        failWith(conn_, nullptr, server_, secrets_);
+    // libpq keeps what it cannot send at once; a long walk is sent in pieces as it goes.
+    if (++unsent_ >= 256) {
+        PQsendFlushRequest(conn_);
+        PQflush(conn_);
+        unsent_ = 0;
+    }
+}
+
+void ServerSession::queueCopy(const std::string& table, const std::string& columns,
+                              const std::vector<ServerValue>& row) {
+    auto it = std::find_if(copies_.begin(), copies_.end(), [&](const CopyRows& c) {
+        return c.table == table && c.columns == columns;
+    });
+    if (it == copies_.end()) it = copies_.insert(copies_.end(), CopyRows{table, columns, {}});
+    const size_t before = it->data.size();
+    it->data += copyLine(row);
+    copyBytes_ += it->data.size() - before;
+    // Some megabytes at a time: the memory stays small, the server's cost per row too.
+    if (copyBytes_ >= (8u << 20)) drain();
+}
+
+void ServerSession::writeCopies(const std::string& sql) {
+    // Taken first: a failure leaves nothing to be written twice.
+    std::vector<CopyRows> copies;
+    const std::string lowered = text::lowerAscii(sql);
+    const bool onlyNamed = !sql.empty() && namesItsTables(lowered);
+    for (auto& c : copies_) {
+        if (onlyNamed && !triggers_ && !namesTable(lowered, c.table)) continue;
+        copyBytes_ -= c.data.size();
+        copies.push_back(std::move(c));
+        c.table.clear();
+    }
+    std::erase_if(copies_, [](const CopyRows& c) { return c.table.empty(); });
+    for (const auto& c : copies) copyText(c.table, c.columns, c.data);
+}
+
+void ServerSession::drain() {
+    drainFor({});
+}
+
+void ServerSession::drainFor(const std::string& sql) {
+    endPipeline();
+    // From a trigger on, a statement may write rows of tables it does not name.
+    if (!triggers_ && makesTrigger(sql)) triggers_ = true;
+    if (!copies_.empty()) writeCopies(sql);
+}
+
+void ServerSession::endPipeline() {
+    if (!pipelined_) return;
+    pipelined_ = false;
+    unsent_ = 0;
+    PQpipelineSync(conn_);
+    PGresult* failed = nullptr;
+    // Every statement sent has its result, then a null; the sync ends the walk.
+    for (;;) {
+        PGresult* res = PQgetResult(conn_);
+        if (!res) {
+            if (PQstatus(conn_) == CONNECTION_BAD) break;
+            continue;
+        }
+        const auto status = PQresultStatus(res);
+        if (status == PGRES_PIPELINE_SYNC) {
+            PQclear(res);
+            break;
+        }
+        if (status == PGRES_FATAL_ERROR && !failed)
+            failed = res;
+        else
+            PQclear(res);
+        if (PQstatus(conn_) == CONNECTION_BAD) break;
+    }
+    PQexitPipelineMode(conn_);
+    if (failed) failWith(conn_, failed, server_, secrets_);
+}
+
+std::string ServerSession::tableName(unsigned oid) {
+    auto& name = names_[{oid, 0}];
+    if (name.empty()) {
+        const auto r = query("SELECT relname FROM pg_class WHERE oid = $1", {std::to_string(oid)});
+        name = r.rows.empty() ? "?" : r.rows[0][0].value_or("?");
+    }
+    return name;
+}
+
+std::string ServerSession::columnName(unsigned oid, int number) {
+    auto& name = names_[{oid, number}];
+    if (name.empty()) {
+        const auto r = query("SELECT attname FROM pg_attribute WHERE attrelid = $1 AND attnum = $2",
+                             {std::to_string(oid), std::to_string(number)});
+        name = r.rows.empty() ? "?" : r.rows[0][0].value_or("?");
+    }
+    return name;
+}
+
 void ServerSession::begin() {
     execute("BEGIN");
 }
 
 void ServerSession::commit() {
+    drain();
     Result res(PQexec(conn_, "COMMIT"), &PQclear);
     if (PQresultStatus(res.get()) != PGRES_COMMAND_OK)
         failWith(conn_, res.release(), server_, secrets_);
@@ -280,30 +483,35 @@ void ServerSession::commit() {
 }
 
 void ServerSession::rollback() {
+    // What was gathered goes with the transaction, unwritten, and so do the triggers it made.
+    copies_.clear();
+    copyBytes_ = 0;
+    triggers_ = false;
+    try {
+        endPipeline();
+    } catch (const DaoError&) {
+        // what failed among the sent statements goes with the transaction
+    }
     execute("ROLLBACK");
 }
 
 long long ServerSession::copyIn(const std::string& table, const std::vector<std::string>& columns,
                                 const std::vector<ServerRow>& rows) {
-    std::string sql = "COPY " + quoteIdentifier(table) + " (";
-    for (size_t i = 0; i < columns.size(); ++i)
-        sql += (i ? ", " : "") + quoteIdentifier(columns[i]);
-    sql += ") FROM STDIN";
+    drain();
+    std::string list;
+    for (const auto& c : columns) list += (list.empty() ? "" : ", ") + quoteIdentifier(c);
+    std::string data;
+    for (const auto& row : rows) data += copyLine(row);
+    return copyText(quoteIdentifier(table), list, data);
+}
+
+long long ServerSession::copyText(const std::string& table, const std::string& columns,
+                                  const std::string& data) {
+    const std::string sql = "COPY " + table + " (" + columns + ") FROM STDIN";
     Result start(PQexec(conn_, sql.c_str()), &PQclear);
     if (PQresultStatus(start.get()) != PGRES_COPY_IN)
         failWith(conn_, start.release(), server_, secrets_);
-
-    // Sent in pieces of some size: one call per row costs, one buffer for all rows is large.
-    constexpr size_t kPiece = 1 << 16;
-    std::string buffer;
-    bool sent = true;
-    for (size_t r = 0; r < rows.size() && sent; ++r) {
-        buffer += copyLine(rows[r]);
-        if (buffer.size() >= kPiece || r + 1 == rows.size()) {
-            sent = PQputCopyData(conn_, buffer.data(), static_cast<int>(buffer.size())) == 1;
-            buffer.clear();
-        }
-    }
+    const bool sent = PQputCopyData(conn_, data.data(), static_cast<int>(data.size())) == 1;
     PQputCopyEnd(conn_, sent ? nullptr : "abgebrochen");
     PGresult* res = PQgetResult(conn_);
     // The end of COPY leaves one result; anything after it is drained so the next statement runs.
@@ -312,6 +520,16 @@ long long ServerSession::copyIn(const std::string& table, const std::vector<std:
     const std::string written = PQcmdTuples(res);
     PQclear(res);
     return written.empty() ? 0 : std::atoll(written.c_str());
+}
+
+void checkServerStore(const std::string& text, const std::string& password) {
+    auto session = ServerSession::connect(text, password);
+    const auto found = session->query("SELECT to_regclass('betrieb') IS NOT NULL");
+    if (found.rows.empty() || found.rows[0][0] != "t")
+        throw DaoError(
+            kConnectSource, err::kTableNotFound,
+            "Der Datenspeicher auf dem Datenbankserver " + session->server() +
+                " ist nicht eingerichtet; „tolma-cli server einrichten“ richtet ihn ein.");
 }
 
 bool needsPassword(const DaoError& e) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -8,6 +9,7 @@
 #include "store/dao_error.h"
 
 typedef struct pg_conn PGconn;
+typedef struct pg_result PGresult;
 
 namespace tolma::store {
 
@@ -35,9 +37,44 @@ class ServerSession {
     long long execute(const std::string& sql, const std::vector<ServerValue>& params = {});
     ServerResult query(const std::string& sql, const std::vector<ServerValue>& params = {});
 
+    // Runs a statement with its parameters as text (null for NULL) and keeps the result as the
+    // server gave it; a failure raises.
+    // `types` gives a parameter's type number where the text does not show it (0: inferred).
+    std::shared_ptr<PGresult> run(const std::string& sql, const std::vector<const char*>& values,
+                                  const std::vector<unsigned>& types = {});
+
+    // The columns a statement's rows would have, without running it.
+    std::shared_ptr<PGresult> describe(const std::string& sql, const std::vector<unsigned>& types);
+
     void begin();
     void commit();
     void rollback();
+    // Whether a transaction is open on the connection (also one that failed and waits for its
+    // ROLLBACK).
+    bool inTransaction();
+
+    // The name of the statement prepared on the server for a text, prepared at its first use:
+    // a statement run many times is parsed and planned once.
+    const std::string& prepared(const std::string& sql, const std::vector<unsigned>& types);
+    // Runs a prepared statement, or sends it without waiting for its answer (an insert with its
+    // row id given): such statements go one after the other without a round trip each, and a
+    // failure among them is raised by the next statement that waits.
+    std::shared_ptr<PGresult> runPrepared(const std::string& name,
+                                          const std::vector<const char*>& values);
+    void sendPrepared(const std::string& name, const std::vector<const char*>& values);
+    // Gathers a row for `table` (its `columns` quoted and apart by commas) that is written
+    // through COPY with the others of the same table before the next statement runs: many
+    // rows at a time cost the server far less than an insert each. A failure among them is
+    // raised by that statement.
+    void queueCopy(const std::string& table, const std::string& columns,
+                   const std::vector<ServerValue>& row);
+
+    // Waits for what was sent and writes the rows gathered; raises the first failure.
+    void drain();
+
+    // The name of a table and of its column from the numbers a result gives for them.
+    std::string tableName(unsigned oid);
+    std::string columnName(unsigned oid, int number);
 
     // Writes rows into a table through COPY in text format; returns the rows written.
     long long copyIn(const std::string& table, const std::vector<std::string>& columns,
@@ -48,11 +85,35 @@ class ServerSession {
   private:
     ServerSession(PGconn* conn, std::string server, std::vector<std::string> secrets);
     [[noreturn]] void fail(const std::string& what) const;
+    void endPipeline();
+    // Waits for what was sent and writes the rows gathered for the tables the statement names
+    // (all of them for another kind of statement, or an empty text).
+    void drainFor(const std::string& sql);
+    void writeCopies(const std::string& sql);
+    // One COPY of rows in COPY's text form; returns the rows written.
+    long long copyText(const std::string& table, const std::string& columns,
+                       const std::string& data);
+    // Rows gathered for COPY, by table and column list in the order they first came.
+    struct CopyRows {
+        std::string table, columns, data;
+    };
+    std::vector<CopyRows> copies_;
+    size_t copyBytes_ = 0;
+    bool triggers_ = false;                      // the transaction made triggers
+    std::map<std::string, std::string> textOf_;  // prepared statement's name → text
 
     PGconn* conn_;
     std::string server_;                // describeServer of the connection text
     std::vector<std::string> secrets_;  // passwords, kept only to clean messages of them
+    std::map<std::pair<unsigned, int>, std::string> names_;  // (table, 0) and (table, column)
+    bool pipelined_ = false;
+    std::map<std::string, std::string> prepared_;  // text → name
+    int unsent_ = 0;
 };
+
+// Connects and makes sure the database holds a store that was set up; raises a DaoError with
+// the cause otherwise.
+void checkServerStore(const std::string& text, const std::string& password = {});
 
 // Whether a failed connect wants a password that neither the text nor the caller gave: the
 // GUI asks for one and connects again.

@@ -128,8 +128,12 @@ void TableCursor::find(const std::string& criteria, bool fromStart) {
     if (fromStart || bof || !eof) {
         const bool after = !(fromStart || bof);
         // The criteria's parameters come first: a named one ahead of them would take ?1.
-        auto& st = conn->cached("SELECT rowid FROM " + baseTable + " WHERE (" + p.shape->sql + ")" +
-                                (after ? " AND rowid > @after" : "") + " ORDER BY rowid LIMIT 1");
+        // A server would walk the row id's index for the order and test every row against the
+        // criteria; ordered by an expression, it finds the rows by their index and sorts them.
+        auto& st = conn->cached(
+            "SELECT rowid FROM " + baseTable + " WHERE (" + p.shape->sql + ")" +
+            (after ? " AND rowid > @after" : "") +
+            (conn->isServer() ? " ORDER BY rowid + 0 LIMIT 1" : " ORDER BY rowid LIMIT 1"));
         st.bindValues(p.values, p.shape->numeric);
         if (after) st.bind("@after", Variant(rowid));
         if (st.step()) r = st.column(0).toInteger();

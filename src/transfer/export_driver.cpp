@@ -108,13 +108,27 @@ void refreshProcessingStatus(const core::Globals& g, const std::string& query) {
         }
     } commit{connection.get()};
     {
-        const auto update =
-            connection->prepare("UPDATE [betrieb] SET [bearb-status] = ?1 WHERE rowid = ?2");
-        for (const auto& [rowid, status] : changes) {
-            update->reset();
-            update->bind(1, store::Variant(std::string(1, status)));
-            update->bind(2, store::Variant(rowid));
-            update->step();
+        // One statement per status and list of rows: a statement per row costs a round trip
+        // each on a server.
+        const auto update = connection->prepare("UPDATE [betrieb] SET [bearb-status] = ?1 WHERE " +
+                                                connection->isOneOf("rowid", "?2", true));
+        constexpr size_t kRowsPerStatement = 10000;
+        for (const char status : {'E', 'A', 'H'}) {
+            std::vector<std::string> rowids;
+            auto flush = [&] {
+                if (rowids.empty()) return;
+                update->reset();
+                update->bind(1, store::Variant(std::string(1, status)));
+                update->bind(2, store::Variant(connection->listValue(rowids)));
+                update->step();
+                rowids.clear();
+            };
+            for (const auto& [rowid, changed] : changes) {
+                if (changed != status) continue;
+                rowids.push_back(std::to_string(rowid));
+                if (rowids.size() == kRowsPerStatement) flush();
+            }
+            flush();
         }
     }
     commit.now();
@@ -126,34 +140,58 @@ bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& qu
                      store::Recordset& rs, long total) {
     auto& view = g.forms.startView;
     const std::string mask(std::to_string(total).size() + 1, '@');
-    // The subordinate tables are read alongside the businesses, each once in key order.
-    ExportScans scans(*g.stores.db_daten.connection());
+    // The subordinate tables are read alongside the businesses, each in key order. The walk
+    // sees the store as it stood at its start, whatever another workstation commits meanwhile.
+    store::Connection& c = *g.stores.db_daten.connection();
+    struct Reading {
+        store::Connection& c;
+        bool open;
+        ~Reading() {
+            if (open) c.rollbackOpen();
+        }
+    } reading{c, c.beginReading()};
+    ExportScans scans(c);
     ctx.scans = &scans;
     SelectionScan businesses(*g.stores.db_daten.connection(), query);
     const size_t nrColumn = businesses.column("betr-nr");
     long counter = 0;
     g.log.akt_schritt = 1;
-    while (businesses.next()) {
-        g.shell->doEvents();
-        if (g.view.taste == 27) {
-            g.view.taste = 0;
-            core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation,
-                              kTitel);
-            view.ProgressBar1Value = 0;
-            rs.setAbsolutePosition(counter);
-            ctx.scans = nullptr;
-            return false;
+    // The businesses come a block at a time, so that the scans may read the block's rows of
+    // each table at once.
+    constexpr size_t kBlock = 2000;
+    std::vector<KeyedScan::Row> block(kBlock);
+    std::vector<std::string> numbers;
+    for (bool more = true; more;) {
+        size_t n = 0;
+        numbers.clear();
+        while (n < kBlock && (more = businesses.next())) {
+            businesses.readRow(block[n]);
+            numbers.push_back(block[n][nrColumn].toString());
+            ++n;
         }
-        ++counter;
-        ctx.line("<betrieb>");
-        view.ProgressBar1Value = static_cast<int>(counter);
-        view.Label2 = "Übertrage Satz " + masked(counter, mask) + " von " + masked(total, mask) +
-                      " (ESC = Abbrechen)";
-        g.shell->refreshView();
-        const KeyedScan::Row& row = businesses.readRow();
-        ctx.betrNr = row[nrColumn].toString();
-        TML_Exp_2_Tabellen(ctx, businesses, row);
-        ctx.line("</betrieb>");
+        scans.readAhead(numbers);
+        for (size_t i = 0; i < n; ++i) {
+            g.shell->doEvents();
+            if (g.view.taste == 27) {
+                g.view.taste = 0;
+                core::showMessage(g, "Der Vorgang wurde abgebrochen!", core::msg::vbInformation,
+                                  kTitel);
+                view.ProgressBar1Value = 0;
+                rs.setAbsolutePosition(counter);
+                ctx.scans = nullptr;
+                return false;
+            }
+            ++counter;
+            ctx.line("<betrieb>");
+            view.ProgressBar1Value = static_cast<int>(counter);
+            view.Label2 = "Übertrage Satz " + masked(counter, mask) + " von " +
+                          masked(total, mask) + " (ESC = Abbrechen)";
+            g.shell->refreshView();
+            const KeyedScan::Row& row = block[i];
+            ctx.betrNr = row[nrColumn].toString();
+            TML_Exp_2_Tabellen(ctx, businesses, row);
+            ctx.line("</betrieb>");
+        }
     }
     ctx.scans = nullptr;
     return true;

@@ -29,12 +29,10 @@ std::string bracket(const std::string& name) {
 }
 
 // An ORDER BY term as the per-key queries write it: a key column by its own collation.
-std::string orderTerm(store::Connection& c, const std::string& column) {
+std::string orderTerm(store::Connection& c, const std::string& table, const std::string& column) {
     const bool descending = column.ends_with(" DESC");
     const std::string name = descending ? column.substr(0, column.size() - 5) : column;
-    return bracket(name) +
-           (c.catalog().isKey(name) ? "" : std::string(" COLLATE ") + store::german::kCollation) +
-           (descending ? " DESC" : "");
+    return c.orderTerm(table, name, !c.catalog().isKey(name), descending);
 }
 
 }  // namespace
@@ -79,17 +77,20 @@ KeyedScan::KeyedScan(store::Connection& c, std::string table, std::vector<std::s
 
 KeyedScan::~KeyedScan() = default;
 
+// The per-key query's order, key by key.
+std::string KeyedScan::order() {
+    std::string terms;
+    for (const auto& k : keyColumns_) terms += orderTerm(c_, table_, k) + ", ";
+    for (const auto& t : orderTail_) terms += orderTerm(c_, table_, t) + ", ";
+    return terms + "rowid";
+}
+
 void KeyedScan::open() {
-    // The first key column bounds the seek; the order is the per-key query's, key by key.
-    std::string sql = "SELECT * FROM " + bracket(table_) + " WHERE " + bracket(keyColumns_[0]) +
-                      (c_.catalog().isKey(keyColumns_[0])
-                           ? ""
-                           : std::string(" COLLATE ") + store::german::kCollation) +
-                      " >= ?1 ORDER BY ";
-    for (const auto& k : keyColumns_) sql += orderTerm(c_, k) + ", ";
-    for (const auto& t : orderTail_) sql += orderTerm(c_, t) + ", ";
-    sql += "rowid";
-    st_ = c_.prepare(sql);
+    // The first key column bounds the seek.
+    st_ = c_.prepare("SELECT * FROM " + bracket(table_) + " WHERE " +
+                     c_.atLeast(table_, keyColumns_[0], !c_.catalog().isKey(keyColumns_[0]), "?1") +
+                     " ORDER BY " + order());
+    st_->readInPages(256);
     names_.clear();
     for (int i = 0; i < st_->columnCount(); ++i) names_.push_back(st_->columnName(i));
     keyIndex_.clear();
@@ -148,6 +149,11 @@ int KeyedScan::compareKeys(const std::vector<std::string>& a,
 }
 
 std::span<const KeyedScan::Row> KeyedScan::rows(const std::vector<std::string>& key) {
+    if (heldFirsts_.count(key[0]) > 0) {
+        const auto at = heldGroups_.find(key);
+        if (at == heldGroups_.end()) return {};
+        return {held_.data() + at->second.first, at->second.second};
+    }
     try {
         if (!st_) open();
         if (haveLast_ && compareKeys(key, last_) == 0) return {group_.data(), groupSize_};
@@ -185,6 +191,54 @@ std::span<const KeyedScan::Row> KeyedScan::rows(const std::vector<std::string>& 
     }
 }
 
+void KeyedScan::readAhead(const std::vector<std::string>& firsts, bool asRange) {
+    heldFirsts_.clear();
+    heldGroups_.clear();
+    heldSize_ = 0;
+    if (firsts.empty()) return;
+    // The rows are met by the store's "=" and order, which a look-up by bytes agrees with only
+    // where the column compares by its bytes too.
+    for (const auto& k : keyColumns_)
+        if (!c_.catalog().isKey(k) || !c_.comparesBytes(table_, k)) return;
+    if (!st_) open();
+    if (!ahead_ || aheadByRange_ != asRange) {
+        const std::string& first = keyColumns_[0];
+        const std::string where = asRange ? c_.atLeast(table_, first, false, "?1") + " AND " +
+                                                c_.atMost(table_, first, false, "?2")
+                                          : c_.isOneOf(first, "?1");
+        ahead_ = c_.prepare("SELECT * FROM " + bracket(table_) + " WHERE " + where + " ORDER BY " +
+                            order());
+        if (asRange) ahead_->keep();
+        aheadByRange_ = asRange;
+    }
+    heldFirsts_.insert(firsts.begin(), firsts.end());
+    ahead_->reset();
+    if (asRange) {
+        const auto [least, greatest] = std::minmax_element(firsts.begin(), firsts.end());
+        ahead_->bind(1, store::Variant(*least));
+        ahead_->bind(2, store::Variant(*greatest));
+    } else {
+        std::vector<std::string> distinct(heldFirsts_.begin(), heldFirsts_.end());
+        ahead_->bind(1, store::Variant(c_.listValue(distinct)));
+    }
+    std::vector<std::string> key(keyIndex_.size());
+    while (ahead_->step()) {
+        if (heldSize_ == held_.size()) held_.emplace_back();
+        Row& row = held_[heldSize_];
+        row.read(*ahead_, 0, names_.size());
+        bool held = true;
+        for (size_t i = 0; i < keyIndex_.size(); ++i) {
+            const Cell cell = row[keyIndex_[i]];
+            held = held && !cell.isNull();  // a null equals no key
+            key[i].assign(cell.text);
+        }
+        if (!held || heldFirsts_.count(key[0]) == 0) continue;
+        // The order of the keys keeps a key's rows together.
+        ++heldGroups_.try_emplace(key, heldSize_, 0).first->second.second;
+        ++heldSize_;
+    }
+}
+
 SelectionScan::SelectionScan(store::Connection& c, const std::string& jetQuery,
                              const std::string& columns) {
     const store::jet::Prepared query = store::jet::prepare(jetQuery, &c.catalog());
@@ -195,6 +249,7 @@ SelectionScan::SelectionScan(store::Connection& c, const std::string& jetQuery,
     st_ = c.prepare("SELECT " + rowid + ", " + (columns.empty() ? parts.selectList : columns) +
                     " FROM " + parts.from + (parts.where.empty() ? "" : " WHERE " + parts.where) +
                     " ORDER BY " + (parts.orderBy.empty() ? "" : parts.orderBy + ", ") + rowid);
+    st_->readInPages(2000);
     st_->bindValues(query.values, query.shape->numeric);
     for (int i = 1; i < st_->columnCount(); ++i) names_.push_back(st_->columnName(i));
 }
@@ -210,8 +265,12 @@ long long SelectionScan::rowid() const {
 }
 
 const KeyedScan::Row& SelectionScan::readRow() {
-    row_.read(*st_, 1, names_.size());
+    readRow(row_);
     return row_;
+}
+
+void SelectionScan::readRow(KeyedScan::Row& into) const {
+    into.read(*st_, 1, names_.size());
 }
 
 size_t SelectionScan::column(const std::string& name) const {
@@ -250,7 +309,8 @@ std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scansOf(sto
 }  // namespace
 
 ExportScans::ExportScans(store::Connection& c)
-    : scans_(scansOf(c)),
+    : c_(c),
+      scans_(scansOf(c)),
       meldGruende(of("betrieb_meldgrundsonst")),
       adressen(of("betrieb_adresse")),
       taetigkeiten(of("betrieb_taetigkeit")),
@@ -261,6 +321,46 @@ ExportScans::ExportScans(store::Connection& c)
       staatsang(of("person_staatsang")),
       personErlaubnis(of("person_erlaubnis")),
       personHandwerkskarte(of("person_handwerkskarte")) {}
+
+void ExportScans::readAhead(const std::vector<std::string>& betrNrs) {
+    if (!c_.isServer()) return;
+    auto ofPersons = [](std::string_view table) {
+        return model::relationOf(table)->owner == model::Owner::Person;
+    };
+    // Where the block's numbers fill most of the stretch from the least to the greatest (an
+    // export of all businesses), each table's rows are read as that stretch of its index; a
+    // scattered block (one key's businesses) by its list of numbers. So are the persons.
+    const bool dense = fillsStretch(stretches_[0], "betrieb", "betr-nr", betrNrs);
+    for (auto& [table, scan] : scans_)
+        if (!ofPersons(table)) scan->readAhead(betrNrs, dense);
+    // Then the persons the block's links name.
+    std::vector<std::string> persNrs;
+    std::unordered_set<std::string> seen;
+    const auto linked = links.heldRows();
+    const size_t column = linked.empty() ? 0 : links.column("bez-pers-nr");
+    for (const auto& link : linked)
+        if (!link[column].isNull() && seen.insert(link[column].toString()).second)
+            persNrs.push_back(link[column].toString());
+    const bool densePersons = fillsStretch(stretches_[1], "person", "pers-nr", persNrs);
+    for (auto& [table, scan] : scans_)
+        if (ofPersons(table)) scan->readAhead(persNrs, densePersons);
+}
+
+bool ExportScans::fillsStretch(std::unique_ptr<store::Statement>& count, const std::string& table,
+                               const std::string& column, const std::vector<std::string>& values) {
+    if (values.empty()) return false;
+    if (!count) {
+        count = c_.prepare("SELECT count(*) FROM [" + table + "] WHERE " +
+                           c_.atLeast(table, column, false, "?1") + " AND " +
+                           c_.atMost(table, column, false, "?2"));
+        count->keep();
+    }
+    const auto [least, greatest] = std::minmax_element(values.begin(), values.end());
+    count->reset();
+    count->bind(1, store::Variant(*least));
+    count->bind(2, store::Variant(*greatest));
+    return count->step() && count->columnInteger(0) <= 2 * static_cast<long long>(values.size());
+}
 
 KeyedScan& ExportScans::of(std::string_view table) {
     for (auto& [name, scan] : scans_)

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "store/connection.h"
@@ -62,8 +64,15 @@ class KeyedScan {
     KeyedScan(const KeyedScan&) = delete;
     KeyedScan& operator=(const KeyedScan&) = delete;
 
-    // The rows whose key equals `key`; valid until the next call.
+    // The rows whose key equals `key`; valid until the next call (of rows() or readAhead()).
     std::span<const Row> rows(const std::vector<std::string>& key);
+    // Reads the rows of every key whose first column is one of `firsts`, all in one statement;
+    // rows() answers those keys from them until the next call. asRange: the firsts lie close
+    // together in the table's order, and the rows from the least to the greatest are read.
+    // Where a key column compares otherwise than by its bytes, nothing is read ahead.
+    void readAhead(const std::vector<std::string>& firsts, bool asRange);
+    // The rows read ahead, of every key.
+    std::span<const Row> heldRows() const { return {held_.data(), heldSize_}; }
     const std::vector<std::string>& names() const { return names_; }
     // The position of a column among names(); throws "item not found" like a field read.
     size_t column(const std::string& name) const;
@@ -71,6 +80,7 @@ class KeyedScan {
     TextCompare compareOf(const std::string& column);
 
   private:
+    std::string order();
     void open();
     void seek(const std::vector<std::string>& key);
     void advance();
@@ -93,6 +103,13 @@ class KeyedScan {
     std::vector<bool> aheadNull_;
     std::vector<Row> group_;
     size_t groupSize_ = 0;
+
+    std::unique_ptr<store::Statement> ahead_;
+    bool aheadByRange_ = false;
+    std::unordered_set<std::string> heldFirsts_;  // the first key columns read ahead
+    std::vector<Row> held_;                       // their rows in the order of the keys
+    size_t heldSize_ = 0;
+    std::map<std::vector<std::string>, std::pair<size_t, size_t>> heldGroups_;  // first, count
 };
 
 // The export's selection of businesses, a query on the table "betrieb" in the old engine's
@@ -112,6 +129,7 @@ class SelectionScan {
     long long rowid() const;
     // The columns of the current row.
     const KeyedScan::Row& readRow();
+    void readRow(KeyedScan::Row& into) const;
     const std::vector<std::string>& names() const { return names_; }
     // The position of a column among names(), its name compared without regard to case as a
     // field's is; throws "item not found" like a field read.
@@ -132,8 +150,19 @@ class ExportScans {
     explicit ExportScans(store::Connection& c);
 
     KeyedScan& of(std::string_view table);
+    // Before a block of businesses, by their numbers: on a server the scans read the block's
+    // rows of each table at once, where a seek would cost a round trip and a cursor of its own.
+    // A file's scans seek for next to nothing and read on as the walk goes.
+    void readAhead(const std::vector<std::string>& betrNrs);
 
   private:
+    // Whether `values` make up at least half of the table's rows from the least of them to the
+    // greatest (by its column).
+    bool fillsStretch(std::unique_ptr<store::Statement>& count, const std::string& table,
+                      const std::string& column, const std::vector<std::string>& values);
+
+    store::Connection& c_;
+    std::unique_ptr<store::Statement> stretches_[2];  // counts of businesses, of persons
     std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scans_;
 
   public:

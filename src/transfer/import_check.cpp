@@ -29,14 +29,20 @@ std::string oldImage(const std::string& table) {
 // Counts per table what the run writes and deletes, and keeps the rows it deletes and the ids
 // of the rows it writes, through triggers and tables of the connection that go with the dropped
 // transaction.
+void countChangesOnServer(store::Connection& c);
+
 void countChanges(store::Connection& c) {
+    if (c.isServer()) return countChangesOnServer(c);
     c.execute(
-        "CREATE TEMP TABLE tolma_pruefung (tabelle TEXT PRIMARY KEY, geschrieben INTEGER, "
+        "CREATE TEMP TABLE tolma_pruefung (tabelle TEXT PRIMARY KEY, nr INTEGER, geschrieben "
+        "INTEGER, "
         "geloescht INTEGER)");
     c.execute("CREATE TEMP TABLE tolma_pruef_neu (tabelle TEXT, rid INTEGER)");
     for (const auto& t : model::dataTables()) {
         const std::string table = "main." + store::jet::quoteName(t.name);
-        c.execute("INSERT INTO tolma_pruefung VALUES (?1, 0, 0)", {store::Variant(t.name)});
+        c.execute("INSERT INTO tolma_pruefung VALUES (?1, ?2, 0, 0)",
+                  {store::Variant(t.name),
+                   store::Variant(static_cast<long long>(&t - model::dataTables().data()))});
         c.execute("CREATE TEMP TABLE " + oldImage(t.name) +
                   " AS SELECT rowid AS tolma_rid, * FROM " + table + " WHERE 0");
         std::string values = "OLD.rowid";
@@ -54,6 +60,39 @@ void countChanges(store::Connection& c) {
                   " AFTER DELETE" + on + "geloescht = geloescht + 1" + where + "INSERT INTO " +
                   store::jet::quoteName("tolma_pruef_alt_" + t.name) + " VALUES (" + values +
                   "); END");
+    }
+}
+
+// The same on a server: one trigger function of the session's own for every table; the triggers
+// go with the transaction that is dropped.
+void countChangesOnServer(store::Connection& c) {
+    c.execute(
+        "CREATE TEMP TABLE tolma_pruefung (tabelle text PRIMARY KEY, nr bigint, geschrieben "
+        "bigint, "
+        "geloescht bigint)");
+    c.execute("CREATE TEMP TABLE tolma_pruef_neu (tabelle text, rid bigint)");
+    c.execute(
+        "CREATE FUNCTION pg_temp.tolma_pruef() RETURNS trigger LANGUAGE plpgsql AS $f$ BEGIN "
+        "IF TG_OP = 'INSERT' THEN "
+        "UPDATE pg_temp.tolma_pruefung SET geschrieben = geschrieben + 1 WHERE tabelle = "
+        "TG_TABLE_NAME; "
+        "INSERT INTO pg_temp.tolma_pruef_neu VALUES (TG_TABLE_NAME, NEW.rowid); "
+        "ELSE "
+        "UPDATE pg_temp.tolma_pruefung SET geloescht = geloescht + 1 WHERE tabelle = "
+        "TG_TABLE_NAME; "
+        "EXECUTE format('INSERT INTO pg_temp.%I SELECT ($1).rowid, ($1).*', "
+        "'tolma_pruef_alt_' || TG_TABLE_NAME) USING OLD; "
+        "END IF; RETURN NULL; END $f$");
+    for (const auto& t : model::dataTables()) {
+        const std::string table = store::jet::quoteName(t.name);
+        c.execute("INSERT INTO tolma_pruefung VALUES (?1, ?2, 0, 0)",
+                  {store::Variant(t.name),
+                   store::Variant(static_cast<long long>(&t - model::dataTables().data()))});
+        // The server's row of a table ends in its row id: the image keeps it there too.
+        c.execute("CREATE TEMP TABLE " + oldImage(t.name) +
+                  " AS SELECT rowid AS tolma_rid, * FROM " + table + " WITH NO DATA");
+        c.execute("CREATE TRIGGER tolma_pruef AFTER INSERT OR DELETE ON " + table +
+                  " FOR EACH ROW EXECUTE FUNCTION pg_temp.tolma_pruef()");
     }
 }
 
@@ -124,11 +163,13 @@ class Comparison {
   private:
     // The rows deleted by the run (with some it wrote itself), or those it wrote; the row id
     // first.
-    static std::string source(const std::string& table, bool old) {
+    std::string source(const std::string& table, bool old) const {
         if (old) return oldImage(table);
         return "(SELECT rowid AS tolma_rid, * FROM main." + store::jet::quoteName(table) +
-               " WHERE rowid IN (SELECT rid FROM tolma_pruef_neu WHERE tabelle = " +
-               store::jet::quote(table) + "))";
+               " WHERE " +
+               c_.rowIdAmong("SELECT rid FROM tolma_pruef_neu WHERE tabelle = " +
+                             store::jet::quote(table)) +
+               ") AS geschrieben";
     }
 
     void read(const Tie& t, bool old) {
@@ -365,7 +406,8 @@ ImportOutcome checkTransferFile(core::Globals& g, const std::string& path, Impor
         ImportListener* const listeners[] = {&listener};
         StartViewScreen screen(g);
         outcome = runImport(g, path, screen, listeners, true);
-        auto st = c->prepare("SELECT tabelle, geschrieben, geloescht FROM tolma_pruefung");
+        auto st =
+            c->prepare("SELECT tabelle, geschrieben, geloescht FROM tolma_pruefung ORDER BY nr");
         while (st->step()) {
             const ImportCheck::TableCount count{st->column(0).toString(), st->column(1).toInteger(),
                                                 st->column(2).toInteger()};

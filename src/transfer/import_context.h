@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -29,6 +30,11 @@ struct ImportContext {
     // The business whose persons' permits and craft cards went already, with its other rows:
     // a removal of a person's ones then meets only rows of the run.
     std::string personPermitsGoneOf;
+    // The business state whose links to persons the store is known to hold only as written in
+    // this element (its old ones went, or there were none), and the keys of those written: a
+    // link that stands already is then found without asking the store.
+    std::string linksKnownOf;
+    std::set<std::string> linksWritten;
     // The key of a business's rows: its number, and its state where the data are by state;
     // without regard to case.
     std::string businessKey(const std::string& betrNr, const std::string& betrHistNr) const;

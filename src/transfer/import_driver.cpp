@@ -330,6 +330,7 @@ class Run {
     ImportOutcome end() {
         const std::string message = g_.lastMessage.msg_text;
         for (ImportListener* l : listeners_) l->runEnding();
+        if (!dryRun_ && store()) store()->refreshStatistics();
         screen_.ended("Auswahl von Gewerbedaten!");
         if (!message.empty() && !dryRun_)
             core::showMessage(g_, message, core::msg::vbInformation, kTitel);

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "core/db_connection.h"
+#include "core/error_log.h"
 #include "transfer/import_driver.h"
 #include "transfer/import_index.h"
 #include "transfer/journal_listener.h"
@@ -20,10 +21,12 @@ class ListIndexesLeftOut final : public ImportListener {
 
     void runStarts(const std::string& file) override { file_ = file; }
     void readingStarts(store::Connection* c) override {
-        if (!c) return;
+        // A server keeps its indexes; the store read into may differ from the one the settings
+        // named before the file's kind of data was known.
+        if (!c || c->isServer()) return;
         std::error_code e1, e2;
         const auto fileSize = std::filesystem::file_size(file_, e1);
-        const auto storeSize = std::filesystem::file_size(g_.settings.db_pfad_aktuell, e2);
+        const auto storeSize = std::filesystem::file_size(c->file(), e2);
         if (e1 || e2 || fileSize <= storeSize / 2) return;
         core::dropListIndexes(g_);
         leftOut_ = true;
@@ -34,7 +37,12 @@ class ListIndexesLeftOut final : public ImportListener {
         core::ensureListIndexes(g_);
     }
     void runFailed() override {
-        if (leftOut_) core::ensureListIndexes(g_);  // the mark stays set here
+        if (!leftOut_) return;
+        try {
+            core::ensureListIndexes(g_);  // the mark stays set here
+        } catch (const std::exception& e) {
+            core::logTrapped(g_, "Upd_1_Start", e);  // the failure told already stays the one
+        }
     }
 
   private:

@@ -33,17 +33,27 @@ void takeBackRun(store::Connection& c, long lauf) {
         const std::vector<store::Variant> params{store::Variant(static_cast<long long>(lauf)),
                                                  store::Variant(mark)};
         // What the run inserted goes.
-        c.execute("DELETE FROM " + t + " WHERE rowid > ?2 OR rowid IN (SELECT rid FROM " + shadow +
-                      " WHERE lauf = ?1 AND art = 'I')",
+        c.execute("DELETE FROM " + t + " WHERE rowid > ?2 OR " +
+                      c.rowIdAmong("SELECT rid FROM " + shadow + " WHERE lauf = ?1 AND art = 'I'"),
                   params);
         // Every row it deleted or changed comes back as it was before its first change.
         const std::string cols = columnList(columnsOf(c, table));
-        c.execute("INSERT OR REPLACE INTO " + t + " (rowid, " + cols + ") SELECT s.rid, " +
-                      columnList(columnsOf(c, table), "s.") + " FROM " + shadow +
-                      " s JOIN (SELECT min(rowid) AS erste FROM " + shadow +
-                      " WHERE lauf = ?1 GROUP BY rid) f ON s.rowid = f.erste WHERE s.art IN ('D', "
-                      "'U') AND s.rid <= ?2",
-                  params);
+        const std::string images = " SELECT s.rid, " + columnList(columnsOf(c, table), "s.") +
+                                   " FROM " + shadow + " s JOIN (SELECT min(rowid) AS erste FROM " +
+                                   shadow +
+                                   " WHERE lauf = ?1 GROUP BY rid) f ON s.rowid = f.erste WHERE "
+                                   "s.art IN ('D', 'U') AND s.rid <= ?2";
+        if (c.isServer()) {
+            std::string sets;
+            for (const auto& column : columnsOf(c, table))
+                sets += (sets.empty() ? "" : ", ") + store::jet::quoteName(column) +
+                        " = EXCLUDED." + store::jet::quoteName(column);
+            c.execute("INSERT INTO " + t + " (rowid, " + cols + ")" + images +
+                          " ON CONFLICT (rowid) DO UPDATE SET " + sets,
+                      params);
+        } else {
+            c.execute("INSERT OR REPLACE INTO " + t + " (rowid, " + cols + ")" + images, params);
+        }
     }
     dropRecordsOf(c, "lauf = ?1", {store::Variant(static_cast<long long>(lauf))});
     c.execute("UPDATE tolma_import_lauf SET zurueckgenommen = 1 WHERE lauf = ?1",

@@ -93,20 +93,27 @@ bool removeBusinessAhead(ImportContext& ctx, const std::string& nr, const std::s
     // The permits and craft cards of persons carry no history number: they go for all states
     // of the business at once, and count as gone only when each of them went.
     bool permitsGone = true;
+    bool linksGone = false;
     for (const model::Relation* r : model::removalOrder()) {
         const model::KeyColumns& k = r->keys;
         if (k.number.empty()) continue;
         const bool byNumberAlone = k.state.empty();
         if (byNumberAlone && !permitsGone) continue;
-        if (!(held & ImportContext::tableBit(*r)) || (byNumberAlone ? number : state)) continue;
+        const bool links = r->owner == model::Owner::Link;
+        if (!(held & ImportContext::tableBit(*r)) || (byNumberAlone ? number : state)) {
+            linksGone = linksGone || links;
+            continue;
+        }
         std::string criteria = "[" + std::string(k.number) + "] = " + quote(nr);
         if (byState && !byNumberAlone)
             criteria += " AND [" + std::string(k.state) + "] = " + quote(hist);
         const long long removed = Upd_6_Kill(ctx, criteria, ctx.g.stores.*core::handleOf(r->table));
         if (byNumberAlone && removed < 0) permitsGone = false;
+        if (links && removed >= 0) linksGone = true;
         if (r->table == "betrieb" && removed > 0) replaced = true;
     }
     if (permitsGone) ctx.personPermitsGoneOf = nr;
+    if (linksGone) ctx.linksKnownOf = ImportContext::foldedKey(nr + '\n' + hist);
     return replaced;
 }
 
@@ -120,6 +127,8 @@ void Upd_3_Betr(ImportContext& ctx, const std::vector<std::string_view>& lines,
     ctx.akt_jp_nr_vorher.clear();
     ctx.akt_bez_sort_nr = 0;
     ctx.personPermitsGoneOf.clear();
+    ctx.linksKnownOf.clear();
+    ctx.linksWritten.clear();
     size_t i = 0;
 
     // The trap: an element that the table doesn't know costs one entry and is skipped; any

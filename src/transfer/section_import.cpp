@@ -151,16 +151,26 @@ void writeLink(ImportContext& ctx, Section& s, store::Recordset& table, const Pe
             }
         });
     }
+    // A link without a legal person never matches one: a missing value equals nothing.
+    auto linkKey = [](const std::string& persNr, const std::string& funktion,
+                      const std::string& jp) {
+        return text::lower(persNr) + '\n' + text::lower(funktion) + '\n' + text::lower(jp);
+    };
+    const bool known = ctx.linksKnownOf == ImportContext::foldedKey(betrNr + '\n' + betrHistNr);
     s.attempt([&] {
         auto& rs = g.stores.rs_beziehung;
-        // The person is what tells links apart: a business may have thousands of them. The
-        // plus signs keep SQLite off the business's index, which would make storing a
-        // business quadratic in its persons.
-        rs.FindFirst("[bez-pers-nr] = " + quote(k.persNr) + "AND [p-funktion] = " +
-                     quote(k.pFunktion) + "AND +[bez-betr-nr] = " + quote(betrNr) +
-                     "AND +[bez-betr-hist-nr] = " + quote(betrHistNr) +
-                     "AND [pers-nr-jp] = " + quote(ctx.akt_jp_nr));
-        if (!rs.NoMatch()) return;  // the same link stands already
+        if (known) {
+            if (ctx.linksWritten.count(linkKey(k.persNr, k.pFunktion, ctx.akt_jp_nr))) return;
+        } else {
+            // The person is what tells links apart: a business may have thousands of them.
+            // The plus signs keep SQLite off the business's index, which would make storing
+            // a business quadratic in its persons.
+            rs.FindFirst("[bez-pers-nr] = " + quote(k.persNr) + "AND [p-funktion] = " +
+                         quote(k.pFunktion) + "AND +[bez-betr-nr] = " + quote(betrNr) +
+                         "AND +[bez-betr-hist-nr] = " + quote(betrHistNr) +
+                         "AND [pers-nr-jp] = " + quote(ctx.akt_jp_nr));
+            if (!rs.NoMatch()) return;  // the same link stands already
+        }
         rs.AddNew();
         rs.Fields("bez-betr-nr").setValue(betrNr);
         rs.Fields("bez-sort-nr").setValue(store::Variant(static_cast<int>(ctx.akt_bez_sort_nr)));
@@ -169,12 +179,15 @@ void writeLink(ImportContext& ctx, Section& s, store::Recordset& table, const Pe
         rs.Fields("p-funktion").setValue(k.pFunktion);
         Upd_5_Felder(ctx, rs.Fields("p-eintr-datum"), k.pEintrDatum);
         Upd_5_Felder(ctx, rs.Fields("p-austr-datum"), k.pAustrDatum);
+        bool withJp = false;
         if (text::upperAscii(table.Fields("p-art").Value().toString()) == "NP" ||
             hangsUnderEarlierJp) {
             rs.Fields("pers-nr-jp").setValue(ctx.akt_jp_nr);
             hangsUnderEarlierJp = false;
+            withJp = true;
         }
         rs.Update();
+        if (known && withJp) ctx.linksWritten.insert(linkKey(k.persNr, k.pFunktion, ctx.akt_jp_nr));
     });
 }
 

@@ -16,6 +16,7 @@
 #include "core/error_log.h"
 #include "core/menu.h"
 #include "core/version.h"
+#include "store/server_address.h"
 #include "transfer/import_driver.h"
 #include "ui/disclosure_window.h"
 #include "ui/evaluation_window.h"
@@ -83,7 +84,7 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
       mdiArea_(new QMdiArea(this)),
       recordView_(new RecordView(g, this)) {
     setObjectName("MDIForm1");
-    setWindowTitle(QString::fromStdString(g_.settings.caption));
+    setWindowTitle(caption());
     setCentralWidget(mdiArea_);
     mdiArea_->setMinimumSize(200, 150);
     // The record view stays maximized behind the forms; a form that gets the focus keeps its size.
@@ -408,8 +409,18 @@ void MainWindow::trigger(const std::string& name) {
     refreshFromCore();
 }
 
+// The data kind's caption; a store on a server is named after it, so that a clerk always sees
+// which store the window shows.
+QString MainWindow::caption() const {
+    QString title = QString::fromStdString(g_.settings.caption);
+    if (store::isServerText(g_.settings.db_pfad_aktuell))
+        title += QString::fromStdString("  –  Datenbankserver " +
+                                        store::describeServer(g_.settings.db_pfad_aktuell));
+    return title;
+}
+
 void MainWindow::refreshFromCore() {
-    setWindowTitle(QString::fromStdString(g_.settings.caption));
+    setWindowTitle(caption());
     const bool enabled = g_.forms.startView.MDIForm1Enabled;
     menuBar()->setEnabled(enabled);
     mdiArea_->setEnabled(enabled);

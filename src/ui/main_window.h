@@ -54,6 +54,7 @@ class MainWindow : public QMainWindow, public core::Shell {
     void resizeEvent(QResizeEvent* event) override;
 
   private:
+    QString caption() const;
     void buildMenu();
     void openList(bool persons);
     void openWalk();

@@ -5,6 +5,7 @@
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -15,8 +16,10 @@
 
 #include "core/error_log.h"
 #include "protection/retention.h"
+#include "relocation/store_move.h"
 #include "search/search_index.h"
 #include "store/connection.h"
+#include "store/server_address.h"
 #include "transfer/import_driver.h"
 #include "transfer/journal.h"
 #include "ui/keyboard.h"
@@ -61,13 +64,22 @@ QVBoxLayout* OptionsWindow::buildStores() {
     stores->addWidget(buildRunsFrame());
     stores->addWidget(buildRetentionFrame());
     stores->addWidget(buildIndexFrame());
+    stores->addWidget(buildCopyFrame());
     stores->addStretch(1);
     auto* back = new QPushButton("Zurück", this);
     back->setObjectName("Command3_1");
     connect(back, &QPushButton::clicked, this, [this] {
         takeSelection();
         bool close = false;
-        run([&] { close = options::Command3_Click(g_, form_, 1); });
+        run([&] {
+            // A path typed into a box counts as given when the window is left.
+            bool pathsTaken = true;
+            for (int i = 0; i < 2; ++i)
+                pathsTaken =
+                    options::changeStorePath(g_, form_, i, paths_[i]->text().toStdString()) &&
+                    pathsTaken;
+            close = pathsTaken && options::Command3_Click(g_, form_, 1);
+        });
         if (close) emit closeRequested();
     });
     stores->addWidget(back, 0, Qt::AlignRight);
@@ -85,7 +97,10 @@ QGroupBox* OptionsWindow::buildStoreFrame(int i) {
     auto* grid = new QGridLayout(frame);
     paths_[i] = new QLineEdit(frame);
     paths_[i]->setObjectName(QString("Text6_%1").arg(i));
-    paths_[i]->setReadOnly(true);
+    paths_[i]->setPlaceholderText("Datei oder postgresql://rechner/datenbank");
+    paths_[i]->setToolTip(
+        "Pfad der Datenbankdatei oder Verbindungsangabe eines Datenbankservers, z. B. "
+        "postgresql://benutzer@rechner/tolma oder service=tolma");
     paths_[i]->setAccessibleName(i == 0 ? "Pfad der betriebsbezogenen Datenbank"
                                         : "Pfad der meldungsbezogenen Datenbank");
     grid->addWidget(paths_[i], 0, 0, 1, 3);
@@ -173,6 +188,53 @@ QGroupBox* OptionsWindow::buildIndexFrame() {
         });
     });
     return index;
+}
+
+QGroupBox* OptionsWindow::buildCopyFrame() {
+    // The open store moved to a server, or from one back into a file.
+    auto* frame = new QGroupBox("Datenbank kopieren", this);
+    frame->setObjectName("Frame_Kopieren");
+    auto* row = new QHBoxLayout(frame);
+    auto* copy = new QPushButton("Kopieren nach ...", frame);
+    copy->setObjectName("Command_Kopieren");
+    copy->setToolTip(
+        "Kopiert die geöffnete Datenbank mit Importläufen, Protokoll und Suchindex in eine neue "
+        "Datei oder auf einen eingerichteten Datenbankserver");
+    row->addWidget(copy);
+    row->addStretch(1);
+    connect(copy, &QPushButton::clicked, this, [this] { run([&] { copyStore(); }); });
+    return frame;
+}
+
+void OptionsWindow::copyStore() {
+    if (!g_.stores.db_daten.isSet()) return;
+    const std::string title = "Datenbank kopieren";
+    bool given = false;
+    const std::string target =
+        QInputDialog::getText(this, QString::fromStdString(title),
+                              "Ziel der Kopie: eine neue Datei oder die Verbindungsangabe eines "
+                              "eingerichteten Datenbankservers\n(z. B. "
+                              "postgresql://rechner/datenbank oder service=tolma):",
+                              QLineEdit::Normal, QString(), &given)
+            .trimmed()
+            .toStdString();
+    if (!given || target.empty()) return;
+    if (store::isServerText(target) && !store::passwordIn(target).empty()) {
+        core::showMessage(g_,
+                          "Die Verbindungsangabe darf kein Kennwort enthalten. Es wurde nichts "
+                          "kopiert.",
+                          core::msg::vbExclamation, title);
+        return;
+    }
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    const auto report = relocation::copyOpenStore(g_, target);
+    QApplication::restoreOverrideCursor();
+    std::string text;
+    for (const auto& line : report.lines) text += (text.empty() ? "" : "\n") + line;
+    core::showMessage(g_, text,
+                      report.outcome == relocation::CopyOutcome::Copied ? core::msg::vbInformation
+                                                                        : core::msg::vbExclamation,
+                      title);
 }
 
 // The municipality filter: the list, its marks and the lookup by number.

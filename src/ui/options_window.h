@@ -41,6 +41,8 @@ class OptionsWindow : public QWidget {
     QGroupBox* buildRunsFrame();
     QGroupBox* buildRetentionFrame();
     QGroupBox* buildIndexFrame();
+    QGroupBox* buildCopyFrame();
+    void copyStore();
     QGroupBox* buildFilter();
 
     core::Globals& g_;

@@ -1,5 +1,8 @@
 #include "ui/qt_dialogs.h"
 
+#include <QInputDialog>
+#include <QLineEdit>
+
 #include <QDesktopServices>
 #include <QDialog>
 #include <QFile>
@@ -83,6 +86,15 @@ std::string QtDialogs::chooseSaveFile(const std::string& title, const std::strin
                                         QString::fromStdString(proposed),
                                         nameFilters(filter).join(";;"))
         .toStdString();
+}
+
+std::optional<std::string> QtDialogs::askPassword(const std::string& prompt) {
+    bool ok = false;
+    const QString password =
+        QInputDialog::getText(parent_, "Anmeldung am Datenbankserver",
+                              QString::fromStdString(prompt), QLineEdit::Password, QString(), &ok);
+    if (!ok) return std::nullopt;
+    return password.toStdString();
 }
 
 void QtDialogs::openInViewer(const std::string& path) {

@@ -20,6 +20,7 @@ class QtDialogs : public core::Dialogs {
                            int filterIndex) override;
     std::string chooseSaveFile(const std::string& title, const std::string& proposed,
                                const std::string& filter) override;
+    std::optional<std::string> askPassword(const std::string& prompt) override;
 
   private:
     QWidget* parent_;

@@ -167,6 +167,52 @@ TEST(ServerSessionWriting, CopyKeepsEveryCharacterAndTransactionsHold) {
     EXPECT_EQ(session->execute("INSERT INTO \"text-probe\" (nr) VALUES (6)"), 1);
 }
 
+// Rows gathered for COPY are in the table for every statement that names it, never written
+// twice, and gone with a savepoint or transaction that is taken back.
+TEST(ServerSessionWriting, GatheredRowsAreThereWhenAStatementNeedsThem) {
+    auto session = ServerSession::connect(PgCluster::get().createDatabase("sammeln"));
+    session->execute("CREATE TABLE a (nr integer, name text)");
+    session->execute("CREATE TABLE b (nr integer)");
+    session->execute("CREATE TABLE a_b (nr integer)");
+    const std::string columns = "\"nr\", \"name\"";
+    session->begin();
+    session->queueCopy("\"a\"", columns, {"1", "Grüße\taus"});
+    session->queueCopy("\"a\"", columns, {"2", std::nullopt});
+    // Another table, and one whose name only begins the same, need nothing of them.
+    EXPECT_EQ(cell(*session, "SELECT count(*) FROM b"), "0");
+    EXPECT_EQ(cell(*session, "SELECT count(*) FROM a_b"), "0");
+    EXPECT_EQ(cell(*session, "SELECT count(*) FROM \"a\" WHERE name IS NULL"), "1");
+    EXPECT_EQ(cell(*session, "SELECT name FROM a WHERE nr = 1"), "Grüße\taus");
+    // Taken back with the savepoint, though the statement names no table.
+    session->execute("SAVEPOINT s");
+    session->queueCopy("\"a\"", columns, {"3", "x"});
+    session->execute("ROLLBACK TO s");
+    session->queueCopy("\"a\"", columns, {"4", "y"});
+    session->commit();
+    EXPECT_EQ(cell(*session, "SELECT string_agg(nr::text, ',' ORDER BY nr) FROM a"), "1,2,4");
+    // A failing row is raised by the next statement that needs the table.
+    session->begin();
+    session->queueCopy("\"a\"", columns, {"keine Zahl", "z"});
+    EXPECT_THROW(cell(*session, "SELECT count(*) FROM a"), DaoError);
+    session->rollback();
+    session->begin();
+    session->queueCopy("\"a\"", columns, {"5", "z"});
+    session->rollback();
+    EXPECT_EQ(cell(*session, "SELECT count(*) FROM a"), "3");
+    // A trigger writes where the statement that reads does not name the gathered rows' table:
+    // once one was made, every statement has all of them written first.
+    session->execute("CREATE TABLE protokoll (nr integer)");
+    session->begin();
+    session->execute(
+        "CREATE FUNCTION pg_temp.merken() RETURNS trigger LANGUAGE plpgsql AS $f$ BEGIN INSERT "
+        "INTO protokoll VALUES (NEW.nr); RETURN NEW; END $f$");
+    session->execute(
+        "CREATE TRIGGER merken AFTER INSERT ON a FOR EACH ROW EXECUTE FUNCTION pg_temp.merken()");
+    session->queueCopy("\"a\"", columns, {"6", "w"});
+    EXPECT_EQ(cell(*session, "SELECT count(*) FROM protokoll"), "1");
+    session->rollback();
+}
+
 // What a set-up leaves in the catalog: columns, indexes, the function, roles and rights.
 std::string catalogOf(ServerSession& s) {
     std::string out;
