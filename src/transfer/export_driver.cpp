@@ -6,6 +6,7 @@
 #include "model/values.h"
 #include "store/connection.h"
 #include "text/text.h"
+#include "transfer/element_fingerprint.h"
 #include "transfer/export_form.h"
 #include "transfer/export_record.h"
 #include "transfer/export_scan.h"
@@ -107,6 +108,9 @@ void refreshProcessingStatus(const core::Globals& g, const std::string& query) {
             }
         }
     } commit{connection.get()};
+    // A business whose status changes no longer holds what its element wrote: read again, the
+    // element must write its rows anew, with the status it carries.
+    forgetFingerprints(*connection);
     {
         // One statement per status and list of rows: a statement per row costs a round trip
         // each on a server.

@@ -12,6 +12,7 @@
 #include "store/connection.h"
 #include "store/jet_sql.h"
 #include "tml_generator.h"
+#include "transfer/export_form.h"
 #include "transfer/journal.h"
 
 namespace tolma::test {
@@ -63,6 +64,11 @@ struct ReplaceFixture : ImportFixture {
     }
     std::vector<transfer::ImportRun> runs() {
         return transfer::importRuns(*g().stores.db_daten.connection());
+    }
+    void exportAll() {
+        transfer::VerwaltungsblockForm form = transfer::Frm_Verwaltungsblock_Load(g());
+        ASSERT_EQ(transfer::Frm_Verwaltungsblock_Command1_Click(g(), form, 0).outcome,
+                  transfer::ExportResult::Outcome::Finished);
     }
     void takeBack() {
         dialogs.answers = {core::msg::vbYes};
@@ -208,6 +214,20 @@ TEST(ReplaceTest, AfterTakingBackTheSameChangedFileIsStoredAgain) {
     const auto again = f.run(generated(200, 10));
     EXPECT_EQ(again.store, changed.store);
     EXPECT_EQ(again.log, changed.log);
+}
+
+// The export sets the processing status of the businesses it wrote. Read again, the file's
+// elements write their rows anew, the status they carry with them.
+TEST(ReplaceTest, AfterAnExportTheSameFileAgainWritesItsRowsAsTheFirstTime) {
+    for (const std::string& bytes : {generated(200), hardCases().text()}) {
+        ReplaceFixture f;
+        const auto first = f.run(bytes);
+        f.exportAll();
+        ASSERT_NE(f.dump(), first.store);
+        const auto again = f.run(bytes);
+        EXPECT_EQ(again.store, first.store);
+        EXPECT_EQ(again.log, first.log);
+    }
 }
 
 }  // namespace
