@@ -12,6 +12,7 @@
 #include "search/search_index.h"
 #include "store/server_address.h"
 #include "store/server_session.h"
+#include "transfer/element_fingerprint.h"
 #include "transfer/journal_tables.h"
 
 namespace tolma::relocation {
@@ -23,10 +24,12 @@ bool belongsToSearchIndex(const std::string& table) {
     return table.starts_with(search::kRowsTable) || table.starts_with(search::kWordsTable);
 }
 
+// The fingerprints of the import stay behind: they vouch for the rows of the store they were
+// written in, and a target without them reads the next file in full.
 std::vector<std::string> tablesToCopy(store::Connection& from) {
     std::vector<std::string> out;
     for (const auto& t : store::tableNames(from))
-        if (!belongsToSearchIndex(t)) out.push_back(t);
+        if (!belongsToSearchIndex(t) && t != transfer::kFingerprintTable) out.push_back(t);
     return out;
 }
 
@@ -83,6 +86,8 @@ MoveResult moveStore(store::Connection& from, store::Connection& to) {
     MoveResult result;
     // The program's own tables are made as the program makes them on that kind of store.
     auto makeOwnTables = [&] {
+        // Rows come into the target: no fingerprint it might hold may vouch for them.
+        transfer::forgetFingerprints(to);
         if (from.hasTable("tolma_import_lauf")) transfer::journal::createRecordTables(to);
         if (from.hasTable("tolma_protokoll")) protection::createProtocol(to);
     };

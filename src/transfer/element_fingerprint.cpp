@@ -12,8 +12,6 @@
 namespace tolma::transfer {
 namespace {
 
-const char* const kTable = "tolma_abdruck";
-
 std::uint64_t mix(std::uint64_t x, std::uint64_t y) {
     const unsigned __int128 r = static_cast<unsigned __int128>(x) * y;
     return static_cast<std::uint64_t>(r) ^ static_cast<std::uint64_t>(r >> 64);
@@ -66,7 +64,7 @@ Fingerprint combined(const Fingerprint& element, const Fingerprint& run) {
 }
 
 void forgetFingerprints(store::Connection& c) {
-    if (c.hasTable(kTable)) c.execute(std::string("DELETE FROM ") + kTable);
+    if (c.hasTable(kFingerprintTable)) c.execute(std::string("DELETE FROM ") + kFingerprintTable);
 }
 
 ElementFingerprints::ElementFingerprints(ImportContext& ctx, const Fingerprint& run)
@@ -92,10 +90,10 @@ std::vector<bool> ElementFingerprints::unchanged(store::Connection& c,
     std::vector<bool> result(elements.size(), false);
     if (!known_) return result;
     c.execute(
-        std::string("CREATE TABLE IF NOT EXISTS ") + kTable +
+        std::string("CREATE TABLE IF NOT EXISTS ") + kFingerprintTable +
         " (schluessel TEXT PRIMARY KEY, a INTEGER NOT NULL, b INTEGER NOT NULL) WITHOUT ROWID");
     store::Statement& find =
-        c.cached(std::string("SELECT a, b FROM ") + kTable + " WHERE schluessel = ?1");
+        c.cached(std::string("SELECT a, b FROM ") + kFingerprintTable + " WHERE schluessel = ?1");
     std::vector<std::vector<std::string>> keys(elements.size());
     // Each key's rows end as its last element in the block leaves them: every element removes
     // what its keys hold before it writes. An earlier element's rows of a number or person are
@@ -145,10 +143,10 @@ void ElementFingerprints::write(store::Connection& c) {
     // The last word on a key is its last element's.
     std::stable_sort(pending_.begin(), pending_.end(),
                      [](const Written& x, const Written& y) { return x.key < y.key; });
-    store::Statement& put = c.cached(std::string("INSERT OR REPLACE INTO ") + kTable +
+    store::Statement& put = c.cached(std::string("INSERT OR REPLACE INTO ") + kFingerprintTable +
                                      " (schluessel, a, b) VALUES (?1, ?2, ?3)");
     store::Statement& drop =
-        c.cached(std::string("DELETE FROM ") + kTable + " WHERE schluessel = ?1");
+        c.cached(std::string("DELETE FROM ") + kFingerprintTable + " WHERE schluessel = ?1");
     for (size_t i = 0; i < pending_.size(); ++i) {
         const Written& w = pending_[i];
         if (i + 1 < pending_.size() && pending_[i + 1].key == w.key) continue;

@@ -24,6 +24,9 @@ Fingerprint fingerprintOf(const std::vector<std::string_view>& lines);
 // The element's fingerprint under the run's conditions (see ElementFingerprints).
 Fingerprint combined(const Fingerprint& element, const Fingerprint& run);
 
+// The table of the program's own that holds them, in a store file only.
+inline constexpr const char* kFingerprintTable = "tolma_abdruck";
+
 // Drops every fingerprint of the store. Whatever changes the businesses' rows outside an
 // import calls it, inside its own transaction: a fingerprint must never vouch for rows that
 // changed since.

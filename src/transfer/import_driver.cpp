@@ -229,7 +229,8 @@ class Run {
         Batch batch(g_.stores.db_daten);
         ImportBlock block{
             chunk.block, chunk.elements, 0, 0, 0, std::vector<bool>(chunk.elements.size(), false)};
-        if (!dryRun_ && store()) {
+        // A server store keeps no fingerprints: every element there is read as it comes.
+        if (!dryRun_ && store() && !store()->isServer()) {
             if (!fingerprints_) fingerprints_.emplace(ctx_, runFingerprint());
             block.unchanged = fingerprints_->unchanged(*store(), chunk.elements);
         }

@@ -131,6 +131,7 @@ TEST_F(ServerStore, AStoreMovedToTheServerAndBackReadsTheSameEverywhere) {
     const auto copied = cli(home, {"kopieren", "--nach", server});
     ASSERT_EQ(copied.code, 0) << copied.err;
     EXPECT_NE(copied.out.find("  betrieb\t52\n"), std::string::npos) << copied.out;
+    EXPECT_EQ(copied.out.find("Nicht kopiert"), std::string::npos) << copied.out;
     // A target that holds data is refused, and stays as it was.
     const auto again = cli(home, {"kopieren", "--nach", server});
     EXPECT_EQ(again.code, 1);
