@@ -176,8 +176,10 @@ void ImportJournal::recordUnchanged(store::Connection& c, const BlockKeys& keys)
             removed.kind != KeyKind::State || !recorded(removed.table))
             continue;
         c.execute("INSERT INTO " + store::jet::quoteName(recordTableOf(removed.table)) +
-                      " SELECT ?1, 'U', t.rowid, t.* FROM " + keyTable(KeyKind::State) +
-                      " k CROSS JOIN main." + store::jet::quoteName(removed.table) + " t ON " +
+                      " (lauf, art, rid, " + c.columnList(removed.table) + ") SELECT ?1, 'U', " +
+                      "t.rowid, " + c.columnList(removed.table, "t.") + " FROM " +
+                      keyTable(KeyKind::State) + " k CROSS JOIN main." +
+                      store::jet::quoteName(removed.table) + " t ON " +
                       belongs(removed, keys.byState, "t"),
                   {store::Variant(static_cast<long long>(lauf_))});
     }
