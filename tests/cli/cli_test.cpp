@@ -205,6 +205,19 @@ TEST_F(CliTest, ImportsListsTheRunsAndUndoTakesBackARunAndEveryLaterOne) {
     EXPECT_EQ(runCli({"--home", home, "undo", "--yes"}).code, 1);
 }
 
+// Rows changed by a statement are written anew from the file when it is read again.
+TEST_F(CliTest, TheSameFileReadAgainUndoesWhatAStatementChanged) {
+    const std::string file = transferFile(home + "/eins.tml", {"900001", "900002"});
+    ASSERT_EQ(runCli({"--home", home, "import", "--yes", file}).code, 0);
+    const std::string dump = "SELECT [betr-nr], [b-eintr-name] FROM betrieb ORDER BY [betr-nr]";
+    const std::string before = runCli({"--home", home, "sql", dump}).out;
+    ASSERT_EQ(runCli({"--home", home, "sql", "UPDATE betrieb SET [b-eintr-name] = 'Anders'"}).out,
+              "2\n");
+    ASSERT_NE(runCli({"--home", home, "sql", dump}).out, before);
+    ASSERT_EQ(runCli({"--home", home, "import", "--yes", file}).code, 0);
+    EXPECT_EQ(runCli({"--home", home, "sql", dump}).out, before);
+}
+
 TEST_F(CliTest, ImportCheckPrintsTheReportAndKeepsNothing) {
     const std::string sample = std::string(TOLMA_SOURCE_DIR) + "/data/beispiel.tml";
     ASSERT_EQ(
