@@ -12,6 +12,7 @@
 #include "core/error_log.h"
 #include "core/files.h"
 #include "model/codepage.h"
+#include "model/schema.h"
 #include "model/values.h"
 #include "store/connection.h"
 #include "text/text.h"
@@ -360,10 +361,17 @@ class Run {
         return ImportOutcome::Failed;
     }
 
-    // What decides an element's rows besides its lines: the kind of data, the legal forms that
-    // tell where a legal person hangs, and the rules themselves (their version below).
+    // What decides an element's rows besides its lines: the kind of data, the columns the store
+    // has for them, the legal forms that tell where a legal person hangs, and the rules
+    // themselves (their version below).
     Fingerprint runFingerprint() {
         std::string conditions = "1\n" + ctx_.akt_struktur + "\n";
+        for (const auto& t : model::dataTables()) {
+            if (!store()->hasTable(t.name)) continue;
+            conditions += t.name + ":";
+            for (const auto& column : store()->columnsOf(t.name)) conditions += column.name + ",";
+            conditions += "\n";
+        }
         try {
             if (g_.stores.db_org.isSet()) {
                 auto st = g_.stores.db_org.connection()->prepare(

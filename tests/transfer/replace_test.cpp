@@ -230,5 +230,21 @@ TEST(ReplaceTest, AfterAnExportTheSameFileAgainWritesItsRowsAsTheFirstTime) {
     }
 }
 
+// A store whose table lost a column since the last read: every element that fills it is told
+// of in the log again, as a store that never had it tells.
+TEST(ReplaceTest, AColumnGoneSinceTheLastReadIsLoggedAgain) {
+    const std::string bytes = hardCases().text();
+    const std::string drop = "ALTER TABLE betrieb DROP COLUMN [b-rechtsform]";
+    ReplaceFixture replaced, fresh;
+    replaced.run(bytes);
+    replaced.g().stores.db_daten.connection()->execute(drop);
+    fresh.g().stores.db_daten.connection()->execute(drop);
+    const auto again = replaced.run(bytes);
+    const auto reference = fresh.run(bytes);
+    EXPECT_NE(reference.log.find("BetrNr: 2002"), std::string::npos) << reference.log;
+    EXPECT_EQ(again.log, reference.log);
+    EXPECT_EQ(again.store, reference.store);
+}
+
 }  // namespace
 }  // namespace tolma::test
