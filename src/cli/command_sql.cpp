@@ -7,6 +7,7 @@
 #include "store/dao_error.h"
 #include "store/database.h"
 #include "store/jet_sql.h"
+#include "store/server_work.h"
 
 namespace tolma::cli {
 namespace {
@@ -86,6 +87,11 @@ int runStatement(const store::Database& db, const std::string& statement, std::o
                 out << "\n";
             }
             return kExitOk;
+        }
+        // The server would refuse it too, but after the question what the login may do.
+        if (const std::string why = store::writeRefusal(*db.connection()); !why.empty()) {
+            err << why << "\n";
+            return kExitFailed;
         }
         auto st = db.connection()->prepare(prepared.shape->sql);
         st->bindValues(prepared.values, prepared.shape->numeric);

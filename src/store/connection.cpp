@@ -583,6 +583,16 @@ std::shared_ptr<Connection> Connection::createServer(const std::string& text,
     return c;
 }
 
+std::unique_ptr<ServerSession> Connection::connectAnother() const {
+    std::string password;
+    {
+        std::lock_guard lock(registryMutex);
+        if (auto it = serverPasswords().find(file_.string()); it != serverPasswords().end())
+            password = it->second;
+    }
+    return ServerSession::connect(file_.string(), password);
+}
+
 std::shared_ptr<Connection> Connection::connectServer(const std::string& text) {
     {
         std::lock_guard lock(registryMutex);
@@ -907,6 +917,11 @@ long long Connection::deleteWhere(const std::string& table, const jet::Prepared&
     } loud{watchers_};
     st.step();
     return changes();
+}
+
+void Connection::createIfMissing(const std::string& table, const std::vector<std::string>& create) {
+    if (hasTable(table)) return;
+    for (const auto& sql : create) execute(sql);
 }
 
 bool Connection::hasTable(const std::string& name) {
