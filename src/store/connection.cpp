@@ -597,8 +597,11 @@ std::shared_ptr<Connection> Connection::connectServer(const std::string& text) {
     {
         std::lock_guard lock(registryMutex);
         auto it = registry().find(text);
+        // A connection the server dropped (a restart, the network) is left to those who hold
+        // it; whoever opens the store now is connected anew.
         if (it != registry().end())
-            if (auto existing = it->second.lock()) return existing;
+            if (auto existing = it->second.lock(); existing && !existing->server()->isBroken())
+                return existing;
     }
     std::shared_ptr<Connection> c = createServer(text, text);
     std::lock_guard lock(registryMutex);
