@@ -137,9 +137,10 @@ std::string writeRefusal(Connection& c) {
                "Lesen). Geändert werden kann der Datenbestand nur auf dem Server, der Änderungen "
                "annimmt (in der Verbindungsangabe: target_session_attrs=read-write).";
     if (row.at(3) == "f")
-        return "Die Anmeldung " + row.at(2).value_or("") + " am Datenbankserver " + s->server() +
-               " darf den Datenbestand nur lesen. Einlesen, Zurücknehmen, Leeren und Löschen "
-               "sind Anmeldungen mit der Rolle tolma_import vorbehalten.";
+        return "Die Anmeldung „" + row.at(2).value_or("") +
+               "“ darf den Datenbestand auf dem Datenbankserver nur lesen. Einlesen, "
+               "Zurücknehmen, Leeren und Löschen sind Anmeldungen mit der Rolle tolma_import "
+               "vorbehalten.";
     return {};
 }
 
