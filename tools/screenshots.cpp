@@ -20,12 +20,15 @@
 #include "core/program_paths.h"
 #include "core/start.h"
 #include "options/options_form.h"
+#include "store/connection.h"
+#include "store/server_work.h"
 #include "transfer/import_driver.h"
 #include "ui/disclosure_window.h"
 #include "ui/import_windows.h"
 #include "ui/main_window.h"
 #include "ui/options_window.h"
 #include "ui/protection_windows.h"
+#include "ui/qt_dialogs.h"
 #include "ui/search_window.h"
 
 namespace {
@@ -36,6 +39,30 @@ class Silent : public tolma::core::Dialogs {
         return tolma::core::msg::hasYesNo(style) ? tolma::core::msg::vbYes : tolma::core::msg::vbOK;
     }
     void openInViewer(const std::string&) override {}
+};
+
+// Questions are answered Yes unseen; the warnings show as the program shows them, and each is
+// saved under the next name and closed.
+class WarningsShown : public tolma::core::Dialogs {
+  public:
+    WarningsShown(QWidget* parent, QString dir) : real_(parent), dir_(std::move(dir)) {}
+    void expect(const QString& name) { name_ = name; }
+    int MsgBox(const std::string& text, int style, const std::string& title) override {
+        if (tolma::core::msg::hasYesNo(style)) return tolma::core::msg::vbYes;
+        QTimer::singleShot(400, [this] {
+            if (QWidget* box = QApplication::activeModalWidget()) {
+                if (!name_.isEmpty()) box->grab().save(dir_ + "/" + name_);
+                name_.clear();
+                box->close();
+            }
+        });
+        return real_.MsgBox(text, style, title);
+    }
+    void openInViewer(const std::string&) override {}
+
+  private:
+    tolma::ui::QtDialogs real_;
+    QString dir_, name_;
 };
 
 void save(QWidget& window, const QString& dir, const QString& name) {
@@ -107,6 +134,39 @@ void saveForms(tolma::ui::MainWindow& window, tolma::core::Globals& g, const QSt
     retention.close();
 }
 
+// What a workstation meets beside others on the same server: the note of their change in the
+// status line, the refusal of a second import, and the refusal for a login that only reads.
+void saveWorkstations(tolma::ui::MainWindow& window, tolma::core::Globals& g, const QString& out,
+                      const char* sample, const std::string& server) {
+    auto other = tolma::store::Connection::openReader(server);
+    QElapsedTimer waiting;
+    other->execute("SELECT pg_notify('tolma_aenderung', 'I')");
+    waiting.start();
+    while (waiting.elapsed() < 1500) QApplication::processEvents();
+    save(window, out, "server-aenderung.png");
+
+    WarningsShown warnings(&window, out);
+    tolma::core::Dialogs* const before = g.dialogs;
+    g.dialogs = &warnings;
+    {
+        const auto held = tolma::store::WorkLock::take(*other, tolma::store::StoreWork::Import);
+        warnings.expect("server-import-abgelehnt.png");
+        tolma::transfer::Upd_1_Start(g, sample);
+    }
+    // A login in the reading role, on the same store.
+    other->execute(
+        "DO $$ BEGIN IF NOT EXISTS (SELECT 1 FROM pg_roles WHERE rolname = 'lena') THEN CREATE "
+        "ROLE lena LOGIN IN ROLE tolma_lesen; END IF; END $$");
+    tolma::options::OptionsForm form;
+    tolma::options::Form_Activate(g, form);
+    if (tolma::options::changeStorePath(g, form, 0, server + " user=lena")) {
+        tolma::options::Form_Unload(g);
+        warnings.expect("server-nur-lesen.png");
+        tolma::transfer::Upd_1_Start(g, sample);
+    }
+    g.dialogs = before;
+}
+
 // The same business read into a store on a server: the caption names the server, the options
 // show its connection text.
 void saveServerStore(tolma::ui::MainWindow& window, tolma::core::Globals& g, const QString& out,
@@ -136,6 +196,7 @@ void saveServerStore(tolma::ui::MainWindow& window, tolma::core::Globals& g, con
     while (mapping.elapsed() < 500) QApplication::processEvents();
     save(options, out, "server-optionen.png");
     options.close();
+    saveWorkstations(window, g, out, sample, server);
 }
 
 }  // namespace

@@ -139,6 +139,7 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
             return kExitCancelled;
         case transfer::ImportOutcome::Failed:
         case transfer::ImportOutcome::StoreFailed:
+        case transfer::ImportOutcome::Refused:
             return kExitFailed;
     }
     return kExitFailed;

@@ -7,8 +7,13 @@
 #include "core/error_log.h"
 #include "core/program_paths.h"
 #include "model/server_schema.h"
+#include "protection/protocol.h"
+#include "search/search_index.h"
+#include "store/connection.h"
 #include "store/dao_error.h"
 #include "store/server_address.h"
+#include "store/store_copy.h"
+#include "transfer/journal_tables.h"
 
 namespace tolma::cli {
 namespace {
@@ -45,6 +50,25 @@ void report(const model::ServerSetUp& done, const std::string& server, std::ostr
     }
 }
 
+// The program's own tables (the record of the runs, the protocol, the search index) are made
+// here, by the login that sets up: the clerks' logins may write into tables, not create them.
+// Returns how many were made.
+int makeOwnTables(const std::string& text) {
+    auto c = store::Connection::open(text, store::Connection::Kind::Shared);
+    const size_t before = store::tableNames(*c).size();
+    c->beginBatch();
+    try {
+        transfer::journal::createRecordTables(*c);
+        protection::createProtocol(*c);
+        search::prepareIndexTables(*c);
+        c->commitBatch();
+    } catch (...) {
+        c->rollbackBatch();
+        throw;
+    }
+    return static_cast<int>(store::tableNames(*c).size() - before);
+}
+
 }  // namespace
 
 int commandServer(const Options& options, const std::vector<std::string>& args, std::ostream& out,
@@ -60,7 +84,10 @@ int commandServer(const Options& options, const std::vector<std::string>& args, 
         return badCall(err, "server",
                        "„" + text + "“ ist keine Verbindungsangabe eines Datenbankservers.");
     try {
-        report(model::setUpServerStore(text), store::describeServer(text), out);
+        model::ServerSetUp done = model::setUpServerStore(text);
+        done.tablesCreated += makeOwnTables(text);
+        model::grantServerRights(text);
+        report(done, store::describeServer(text), out);
         return kExitOk;
     } catch (const store::DaoError& e) {
         err << kTitle << ": " << e.description() << "\n";

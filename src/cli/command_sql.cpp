@@ -7,6 +7,7 @@
 #include "store/dao_error.h"
 #include "store/database.h"
 #include "store/jet_sql.h"
+#include "store/server_work.h"
 #include "transfer/element_fingerprint.h"
 
 namespace tolma::cli {
@@ -87,6 +88,11 @@ int runStatement(const store::Database& db, const std::string& statement, std::o
                 out << "\n";
             }
             return kExitOk;
+        }
+        // The server would refuse it too, but after the question what the login may do.
+        if (const std::string why = store::writeRefusal(*db.connection()); !why.empty()) {
+            err << why << "\n";
+            return kExitFailed;
         }
         // A statement that may change rows leaves no fingerprint to vouch for them; the settings
         // store holds none, its legal forms go into every run's fingerprint.

@@ -63,19 +63,22 @@ void grantRights(store::ServerSession& session) {
         session.query("SELECT current_schema()").rows.at(0).at(0).value_or("public");
     session.execute("GRANT USAGE ON SCHEMA " + quoteIdentifier(schema) + " TO " + importRole +
                     ", " + readRole);
-    const std::string tables = storeTableList();
-    session.execute("GRANT SELECT, INSERT, UPDATE, DELETE, TRUNCATE ON " + tables + " TO " +
+    const std::string in = " IN SCHEMA " + quoteIdentifier(schema) + " TO ";
+    // TRIGGER: the check of a transfer file watches the tables with triggers of its session.
+    session.execute("GRANT SELECT, INSERT, UPDATE, DELETE, TRUNCATE, TRIGGER ON ALL TABLES" + in +
                     importRole);
-    session.execute("GRANT SELECT ON " + tables + " TO " + readRole);
-    for (const auto& t : dataTables()) {
-        const auto sequence =
-            session.query("SELECT pg_get_serial_sequence($1, 'rowid')", {quoteIdentifier(t.name)})
-                .rows.at(0)
-                .at(0);
-        if (sequence)
-            session.execute("GRANT USAGE, SELECT, UPDATE ON SEQUENCE " + *sequence + " TO " +
-                            importRole);
-    }
+    session.execute("GRANT USAGE, SELECT, UPDATE ON ALL SEQUENCES" + in + importRole);
+    session.execute("GRANT SELECT ON ALL TABLES" + in + readRole);
+    const auto has = [&](const char* table) {
+        return session.query("SELECT to_regclass($1) IS NOT NULL", {quoteIdentifier(table)})
+                   .rows.at(0)
+                   .at(0) == "t";
+    };
+    if (has("betrieb"))
+        session.execute("GRANT UPDATE (\"bearb-status\") ON betrieb TO " + readRole);
+    if (has("tolma_protokoll")) session.execute("GRANT INSERT ON tolma_protokoll TO " + readRole);
+    if (has("tolma_suchtreffer"))
+        session.execute("GRANT INSERT, UPDATE, DELETE ON tolma_suchtreffer TO " + readRole);
 }
 
 long long indexCount(store::ServerSession& session) {
@@ -140,6 +143,21 @@ ServerSetUp setUpServerStore(const std::string& connectionText, const std::strin
         throw;
     }
     return done;
+}
+
+void grantServerRights(const std::string& connectionText, const std::string& password) {
+    auto session = store::ServerSession::connect(connectionText, password);
+    session->begin();
+    try {
+        grantRights(*session);
+        session->commit();
+    } catch (...) {
+        try {
+            session->rollback();
+        } catch (const store::DaoError&) {
+        }
+        throw;
+    }
 }
 
 }  // namespace tolma::model

@@ -30,4 +30,9 @@ struct ServerSetUp {
 // what is missing is made. Failures are store::DaoError.
 ServerSetUp setUpServerStore(const std::string& connectionText, const std::string& password = {});
 
+// Grants the roles their rights on every table and sequence of the store, the program's own
+// tables made after the data tables too. A reading login may still mark what it exported,
+// write the protocol of a disclosure and build the search index anew: these belong to reading.
+void grantServerRights(const std::string& connectionText, const std::string& password = {});
+
 }  // namespace tolma::model

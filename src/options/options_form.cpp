@@ -7,6 +7,7 @@
 #include "core/error_log.h"
 #include "core/files.h"
 #include "core/settings.h"
+#include "core/store_work.h"
 #include "core/version.h"
 #include "model/default_stores.h"
 #include "model/values.h"
@@ -101,10 +102,7 @@ void usePath(core::Globals& g, OptionsForm& form, int index, const std::string& 
 // the search index too: as a file replaced by the empty one. Either all goes or nothing.
 void emptyServerStore(const std::string& path) {
     auto c = store::Connection::open(path, store::Connection::Kind::Shared);
-    std::string tables;
-    for (const auto& t : store::tableNames(*c))
-        tables += (tables.empty() ? "" : ", ") + store::jet::quoteName(t);
-    if (!tables.empty()) c->execute("TRUNCATE " + tables + " RESTART IDENTITY");
+    store::emptyServerStore(*c);
 }
 
 // The empty store comes from the program's own copies; without one the old file stays.
@@ -223,6 +221,10 @@ void Command12_Click(core::Globals& g, OptionsForm& form, int index) {
 void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
     (void)form, (void)index;
     const char* title = "Datenbank leeren!";
+    // The lock is held from before the question to the end: no import may begin meanwhile.
+    const core::WorkLeave leave =
+        core::askWorkLeave(g, store::StoreWork::Emptying, "Command4_Click", title);
+    if (!leave.granted) return;
     if (core::showMessage(
             g,
             std::string("Die Tolma-Access-Datenbank wird gelöscht und durch eine neue ersetzt.\n") +
@@ -255,6 +257,7 @@ void Command4_Click(core::Globals& g, OptionsForm& form, int index) {
         return;
     }
     core::DB_Load(g);
+    if (server) core::announceStoreChange(g, store::StoreWork::Emptying);
     core::showMessage(g, "Die Datenbank wurde gelöscht und ersetzt!", core::msg::vbInformation,
                       title);
 }

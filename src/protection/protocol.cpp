@@ -25,7 +25,7 @@ std::string workstationLogin() {
 }
 
 void createProtocol(store::Connection& c) {
-    c.execute(kCreate);
+    c.createIfMissing("tolma_protokoll", {kCreate});
 }
 
 void writeProtocol(store::Connection& c, ProtocolEntry e) {

@@ -8,6 +8,7 @@
 #include "core/error_log.h"
 #include "core/globals.h"
 #include "core/settings.h"
+#include "core/store_work.h"
 #include "model/relations.h"
 #include "protection/protocol.h"
 #include "search/search_index.h"
@@ -306,6 +307,12 @@ DeletionResult deleteAfterPeriod(core::Globals& g, int before, bool checkOnly,
         result.outcome = DeletionOutcome::Checked;
         return result;
     }
+    const core::WorkLeave leave =
+        core::askWorkLeave(g, store::StoreWork::Deletion, "Loeschfristen", kTitle);
+    if (!leave.granted) {
+        result.outcome = DeletionOutcome::Failed;
+        return result;
+    }
     if (core::showMessage(
             g,
             "Es werden " + counted(plan.businesses.size(), "Betrieb", "Betriebe") +
@@ -333,6 +340,7 @@ DeletionResult deleteAfterPeriod(core::Globals& g, int before, bool checkOnly,
     }
     // From here on the businesses are gone, whatever fails after; the message says so.
     result.outcome = DeletionOutcome::Deleted;
+    core::announceStoreChange(g, store::StoreWork::Deletion);
     std::string after = search::followChange(g);
     if (!after.empty()) after = "\n" + after;
     core::DB_Komprimieren(g);  // the freed pages leave the file

@@ -36,12 +36,14 @@ void createIndex(store::Connection& c) {
     if (c.isServer()) {
         // The server keeps no second table of words: an index over the row's words, each one
         // a lexeme as the program wrote it, answers the questions by itself.
-        c.execute("CREATE TABLE IF NOT EXISTS " + kRows +
-                  " (zeile bigint PRIMARY KEY, art text, betr_nr text, hist text, pers_nr text, "
-                  "name text, strasse text, ort text, gem_kz text, worte text)");
-        c.execute("CREATE INDEX IF NOT EXISTS " + kRows + "_nr ON " + kRows + " (betr_nr)");
-        c.execute("CREATE INDEX IF NOT EXISTS " + kRows + "_worte ON " + kRows + " USING gin (" +
-                  kServerWords + ")");
+        c.createIfMissing(
+            kRows,
+            {"CREATE TABLE IF NOT EXISTS " + kRows +
+                 " (zeile bigint PRIMARY KEY, art text, betr_nr text, hist text, pers_nr text, "
+                 "name text, strasse text, ort text, gem_kz text, worte text)",
+             "CREATE INDEX IF NOT EXISTS " + kRows + "_nr ON " + kRows + " (betr_nr)",
+             "CREATE INDEX IF NOT EXISTS " + kRows + "_worte ON " + kRows + " USING gin (" +
+                 kServerWords + ")"});
         return;
     }
     c.execute("CREATE TABLE IF NOT EXISTS " + kRows +
@@ -170,6 +172,10 @@ void markBehind(store::Connection& c) {
 
 void markFollowing(store::Connection& c) {
     c.execute("DELETE FROM " + kRows + " WHERE zeile = 0");
+}
+
+void prepareIndexTables(store::Connection& c) {
+    createIndex(c);
 }
 
 void markStale(store::Connection& c) {

@@ -40,6 +40,9 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
 // marked as behind in the same transaction, so that the next search builds it anew however
 // what comes after the change ends.
 void markStale(store::Connection& c);
+// Makes the index's tables, empty: built at the first search. For a server store's set-up,
+// since its logins may write into tables but not create them.
+void prepareIndexTables(store::Connection& c);
 // After such a change has committed: the index is built anew where the store keeps one. Empty
 // when it follows again; else the sentence for the clerk, with the failure logged.
 std::string followChange(core::Globals& g);

@@ -583,12 +583,25 @@ std::shared_ptr<Connection> Connection::createServer(const std::string& text,
     return c;
 }
 
+std::unique_ptr<ServerSession> Connection::connectAnother() const {
+    std::string password;
+    {
+        std::lock_guard lock(registryMutex);
+        if (auto it = serverPasswords().find(file_.string()); it != serverPasswords().end())
+            password = it->second;
+    }
+    return ServerSession::connect(file_.string(), password);
+}
+
 std::shared_ptr<Connection> Connection::connectServer(const std::string& text) {
     {
         std::lock_guard lock(registryMutex);
         auto it = registry().find(text);
+        // A connection the server dropped (a restart, the network) is left to those who hold
+        // it; whoever opens the store now is connected anew.
         if (it != registry().end())
-            if (auto existing = it->second.lock()) return existing;
+            if (auto existing = it->second.lock(); existing && !existing->server()->isBroken())
+                return existing;
     }
     std::shared_ptr<Connection> c = createServer(text, text);
     std::lock_guard lock(registryMutex);
@@ -907,6 +920,11 @@ long long Connection::deleteWhere(const std::string& table, const jet::Prepared&
     } loud{watchers_};
     st.step();
     return changes();
+}
+
+void Connection::createIfMissing(const std::string& table, const std::vector<std::string>& create) {
+    if (hasTable(table)) return;
+    for (const auto& sql : create) execute(sql);
 }
 
 bool Connection::hasTable(const std::string& name) {

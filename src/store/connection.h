@@ -157,6 +157,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // Whether the store is on a server; its SQL then differs in places.
     bool isServer() const { return server_ != nullptr; }
     ServerSession* server() const { return server_.get(); }
+    // On a server store: a second session to the same database, with the password this one
+    // was given (for what must not share the first one's transactions).
+    std::unique_ptr<ServerSession> connectAnother() const;
     std::unique_ptr<Statement> prepare(const std::string& sql);
     // Runs one statement without result rows; returns the number of rows it changed.
     long long execute(const std::string& sql, const std::vector<Variant>& params = {});
@@ -205,6 +208,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     // Whether the store holds a table of that name.
     bool hasTable(const std::string& name);
+    // Runs `create` (a CREATE TABLE … of `table`, with what goes with it) where the store
+    // lacks the table. A server refuses even CREATE … IF NOT EXISTS to a login that may write
+    // into the tables but not create any, as the set-up's roles are.
+    void createIfMissing(const std::string& table, const std::vector<std::string>& create);
     // Whether a column of a table holds texts.
     bool isTextColumn(const std::string& table, const std::string& column);
 

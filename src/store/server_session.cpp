@@ -327,6 +327,23 @@ std::shared_ptr<PGresult> ServerSession::describe(const std::string& sql,
     return std::shared_ptr<PGresult>(res, &PQclear);
 }
 
+std::vector<ServerSession::Notice> ServerSession::notices() {
+    std::vector<Notice> out;
+    if (pipelined_ || !copies_.empty() || PQisBusy(conn_) || PQstatus(conn_) != CONNECTION_OK)
+        return out;
+    if (PQconsumeInput(conn_) == 0) return out;  // a broken connection shows in isBroken()
+    const int own = PQbackendPID(conn_);
+    while (PGnotify* n = PQnotifies(conn_)) {
+        if (n->be_pid != own) out.push_back({n->relname, n->extra ? n->extra : ""});
+        PQfreemem(n);
+    }
+    return out;
+}
+
+bool ServerSession::isBroken() const {
+    return PQstatus(conn_) == CONNECTION_BAD;
+}
+
 bool ServerSession::inTransaction() {
     endPipeline();
     return PQtransactionStatus(conn_) != PQTRANS_IDLE;

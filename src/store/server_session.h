@@ -82,6 +82,16 @@ class ServerSession {
 
     const std::string& server() const { return server_; }
 
+    // A notification of another session, as LISTEN hears it.
+    struct Notice {
+        std::string channel, payload;
+    };
+    // The notifications that came since the last call, without waiting; those this session
+    // sent itself are left out. Reads only while no statement waits for its answer.
+    std::vector<Notice> notices();
+    // Whether the connection to the server broke (a restart, the network).
+    bool isBroken() const;
+
   private:
     ServerSession(PGconn* conn, std::string server, std::vector<std::string> secrets);
     [[noreturn]] void fail(const std::string& what) const;

@@ -11,6 +11,7 @@
 #include "core/db_connection.h"
 #include "core/error_log.h"
 #include "core/files.h"
+#include "core/store_work.h"
 #include "model/codepage.h"
 #include "model/schema.h"
 #include "model/values.h"
@@ -87,7 +88,9 @@ class Run {
             outcome = failed(e);
         }
         if (counts_) *counts_ = {records_, removals_};
-        return outcome;
+        if (committed_) core::announceStoreChange(g_, store::StoreWork::Import);
+        leave_ = {};
+        return refused_ ? ImportOutcome::Refused : outcome;
     }
 
   private:
@@ -144,11 +147,23 @@ class Run {
                 continue;
             }
             if (records_ == 0 && !readHead(*chunk->text)) return false;
+            if (records_ == 0 && !takeLeave()) return false;
             g_.log.akt_schritt = 5;
             if (!storeRecords(*chunk)) return false;
             g_.log.akt_schritt = 6;
         }
         return true;
+    }
+
+    // Before the first record, once the store the file goes into is known for good: the
+    // login's rights and the lock of the server, held to the end of the run.
+    bool takeLeave() {
+        if (dryRun_ || leave_.granted) return true;
+        leave_ = core::askWorkLeave(g_, store::StoreWork::Import, "Upd_1_Start", kTitel);
+        if (leave_.granted) return true;
+        refused_ = true;
+        g_.lastMessage.msg_text.clear();
+        return false;
     }
 
     // The head, the text ahead of the first <betrieb>: the kind of data and the version.
@@ -300,6 +315,7 @@ class Run {
         if (!cancelled && chunk.broken) throw core::invalidCall();
         for (ImportListener* l : listeners_) l->blockCommitting(store(), block);
         batch.commit();
+        committed_ = true;
         for (ImportListener* l : listeners_) l->blockCommitted(store(), block);
         return !cancelled;
     }
@@ -405,6 +421,9 @@ class Run {
     std::string announced_;
     long records_ = 0;
     long removals_ = 0;  // notifications of removal among the elements read
+    core::WorkLeave leave_;
+    bool refused_ = false;    // the store refused the work: another holds it, or no rights
+    bool committed_ = false;  // a block was committed
 };
 
 }  // namespace

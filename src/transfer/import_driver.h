@@ -11,7 +11,8 @@ namespace tolma::transfer {
 // How a run of the import driver ended. StoreFailed: the driver ran to its end, but the store
 // could not be opened or written (full disk, read-only, locked, broken); `storeFault` of the
 // globals names the first cause.
-enum class ImportOutcome { Finished, Cancelled, Failed, StoreFailed };
+// Refused: the store took no changes (another workstation imports, or the login may only read).
+enum class ImportOutcome { Finished, Cancelled, Failed, StoreFailed, Refused };
 
 inline constexpr size_t kBlockSize = 5'120'000;
 inline constexpr long kProgramTmlVersion = 151;

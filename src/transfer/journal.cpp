@@ -8,6 +8,7 @@
 #include "core/error_log.h"
 #include "core/globals.h"
 #include "core/settings.h"
+#include "core/store_work.h"
 #include "search/search_index.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
@@ -19,7 +20,6 @@ using namespace journal;
 namespace {
 
 // The runs whose record lost old images to a deletion for good.
-constexpr const char* kImagesDeleted = "tolma_import_geloescht";
 
 void takeBackRun(store::Connection& c, long lauf) {
     auto marks = c.prepare("SELECT tabelle, hoechste FROM tolma_import_marke WHERE lauf = ?1");
@@ -92,7 +92,7 @@ void forgetImages(store::Connection& c, const std::string& table, const std::str
     const std::string record = recordTableOf(table);
     if (!tableExists(c, record)) return;
     std::vector<store::Variant> values(params.begin(), params.end());
-    c.execute(std::string("CREATE TABLE IF NOT EXISTS ") + kImagesDeleted + " (lauf INTEGER)");
+    createImagesDeleted(c);
     c.execute(std::string("INSERT INTO ") + kImagesDeleted + " SELECT DISTINCT lauf FROM " +
                   store::jet::quoteName(record) + " WHERE (" + condition +
                   ") AND lauf NOT IN (SELECT lauf FROM " + kImagesDeleted + ")",
@@ -163,6 +163,12 @@ TakeBackResult askAndTakeBack(core::Globals& g, std::optional<long> from) {
     const char* title = "Import zurücknehmen";
     TakeBackResult result;
     std::string names;
+    const core::WorkLeave leave =
+        core::askWorkLeave(g, store::StoreWork::TakeBack, "Import_zuruecknehmen", title);
+    if (!leave.granted) {
+        result.outcome = TakeBackOutcome::Failed;
+        return result;
+    }
     try {
         store::Connection& c = *g.stores.db_daten.connection();
         std::vector<ImportRun> open;
@@ -198,6 +204,7 @@ TakeBackResult askAndTakeBack(core::Globals& g, std::optional<long> from) {
     }
     // From here on the runs are taken back, whatever fails after; the message says so.
     result.outcome = TakeBackOutcome::Done;
+    core::announceStoreChange(g, store::StoreWork::TakeBack);
     std::string after = search::followChange(g);
     try {
         core::DB_Load(g);  // lists and record view read the restored rows

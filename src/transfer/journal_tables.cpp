@@ -35,14 +35,20 @@ std::string columnList(const std::vector<std::string>& columns, const std::strin
     return s;
 }
 
+void createImagesDeleted(store::Connection& c) {
+    c.createIfMissing(kImagesDeleted, {std::string("CREATE TABLE IF NOT EXISTS ") + kImagesDeleted +
+                                       " (lauf INTEGER)"});
+}
+
 void createRecordTables(store::Connection& c) {
-    c.execute(
-        "CREATE TABLE IF NOT EXISTS tolma_import_lauf (lauf INTEGER PRIMARY KEY, datum TEXT, datei "
-        "TEXT, "
-        "betriebe INTEGER, zurueckgenommen INTEGER DEFAULT 0)");
-    c.execute(
-        "CREATE TABLE IF NOT EXISTS tolma_import_marke (lauf INTEGER, tabelle TEXT, hoechste "
-        "INTEGER)");
+    createImagesDeleted(c);
+    c.createIfMissing("tolma_import_lauf",
+                      {"CREATE TABLE IF NOT EXISTS tolma_import_lauf (lauf INTEGER PRIMARY KEY, "
+                       "datum TEXT, datei TEXT, betriebe INTEGER, zurueckgenommen INTEGER "
+                       "DEFAULT 0)"});
+    c.createIfMissing("tolma_import_marke",
+                      {"CREATE TABLE IF NOT EXISTS tolma_import_marke (lauf INTEGER, tabelle "
+                       "TEXT, hoechste INTEGER)"});
     for (const auto& table : recordedTables(c)) {
         const std::string record = store::jet::quoteName(recordTableOf(table));
         if (!c.isServer()) {

@@ -26,6 +26,10 @@ std::vector<std::string> columnsOf(store::Connection& c, const std::string& tabl
 std::vector<std::string> recordedTables(store::Connection& c);
 std::string columnList(const std::vector<std::string>& columns, const std::string& prefix = "");
 void createRecordTables(store::Connection& c);
+// The runs whose images went with a deletion after the period: made with the record, or at
+// the first such deletion.
+inline constexpr const char* kImagesDeleted = "tolma_import_geloescht";
+void createImagesDeleted(store::Connection& c);
 // Drops the records (not the runs) that a condition on `lauf` names.
 void dropRecordsOf(store::Connection& c, const std::string& condition,
                    const std::vector<store::Variant>& params);

@@ -8,15 +8,21 @@
 #include <QMdiSubWindow>
 #include <QMenuBar>
 #include <QScreen>
+#include <QStatusBar>
+#include <QTime>
 #include <QTimer>
 #include <QUrl>
 
 #include <filesystem>
 
+#include "core/db_connection.h"
 #include "core/error_log.h"
 #include "core/menu.h"
 #include "core/version.h"
+#include "store/connection.h"
 #include "store/server_address.h"
+#include "store/server_session.h"
+#include "store/server_work.h"
 #include "transfer/import_driver.h"
 #include "ui/disclosure_window.h"
 #include "ui/evaluation_window.h"
@@ -48,6 +54,7 @@ const MenuDef kMenu[] = {
     {2, "menue_suchen_person", "öffnen (&Person)"},
     {2, "menue_suchen_alle", "&Suchen..."},
     {2, "menue_auskunft", "&Auskunft über eine Person..."},
+    {2, "menue_neu_laden", "&Neu laden"},
     {2, "menue_drucken", "&drucken..."},
     {3, "menue_druck_betrieb", "aktueller &Betrieb"},
     {3, "menue_druck_Person", "aktuelle &Person"},
@@ -105,6 +112,10 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     mdiArea_->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     resize(keptSize_);
     buildMenu();
+    // Another workstation's changes, and a server that went away, are noticed within a second.
+    auto* watch = new QTimer(this);
+    connect(watch, &QTimer::timeout, this, [this] { watchStore(); });
+    watch->start(1000);
     startWindow_ = mdiArea_->addSubWindow(recordView_, Qt::SubWindow | Qt::WindowTitleHint);
     startWindow_->setObjectName("Frm_Start_Window");
     startWindow_->setWindowTitle(QString());  // the form has no caption of its own
@@ -353,12 +364,15 @@ void MainWindow::buildMenu() {
     entries_["menue_druck_betrieb"]->setShortcut(QKeySequence::Print);
     entries_["menue_druck_Person"]->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
     entries_["menue_hilfe_suchen"]->setShortcut(QKeySequence::HelpContents);
+    entries_["menue_neu_laden"]->setShortcut(QKeySequence::Refresh);
 }
 
 void MainWindow::trigger(const std::string& name) {
     // No exception may cross the event loop: a failure is logged as the program's own.
     try {
-        if (name == "menue_import_datenbank") {
+        if (name == "menue_neu_laden") {
+            reload();
+        } else if (name == "menue_import_datenbank") {
             core::menue_import_datenbank(g_, transfer::startImport);
         } else if (name == "menue_beenden") {
             core::A_Log_anbieten(g_);  // the menu's own door, before the windows' two
@@ -434,6 +448,51 @@ void MainWindow::refreshFromCore() {
     };
     for (const auto& [name, marked] : marks) entries_[name]->setChecked(marked);
     recordView_->refreshFromCore();
+}
+
+void MainWindow::watchStore() {
+    if (!g_.stores.db_daten.isSet()) return;
+    const auto c = g_.stores.db_daten.connection();
+    // Not while this workstation works on the store itself: the import asks between its
+    // blocks, and the connection then serves the import alone.
+    if (!c->isServer() || c->inBatch() || g_.forms.marks.menue_import_datenbank) return;
+    if (c->server()->isBroken()) {
+        note(
+            QStringLiteral("Die Verbindung zum Datenbankserver ist unterbrochen. „Neu laden“ "
+                           "(F5) verbindet neu."));
+        return;
+    }
+    try {
+        if (watched_.lock() != c) {
+            if (c->inTransaction()) return;
+            store::listenForChanges(*c);
+            watched_ = c;
+            // The rights are the login's for as long as the connection lasts.
+            const QString refusal = QString::fromStdString(store::writeRefusal(*c));
+            for (const char* entry : {"menue_import_datenbank", "menue_import_zuruecknehmen",
+                                      "menue_extras_loeschfristen"}) {
+                entries_[entry]->setEnabled(refusal.isEmpty());
+                entries_[entry]->setStatusTip(refusal);
+            }
+        }
+        if (!store::changesHeard(*c).empty())
+            note("Der Datenbestand wurde an einem anderen Arbeitsplatz geändert (" +
+                 QTime::currentTime().toString("HH:mm") + " Uhr).");
+    } catch (const std::exception& e) {
+        core::logTrapped(g_, "Datenbankserver", e);
+    }
+}
+
+void MainWindow::note(const QString& text) {
+    statusBar()->showMessage(text);
+}
+
+void MainWindow::reload() {
+    statusBar()->clearMessage();
+    core::DB_Load(g_);
+    for (QMdiSubWindow* window : mdiArea_->subWindowList())
+        if (auto* list = qobject_cast<ListWindow*>(window->widget())) list->refreshFromCore();
+    refreshFromCore();
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

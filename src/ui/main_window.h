@@ -3,12 +3,17 @@
 #include <QMainWindow>
 #include <functional>
 #include <map>
+#include <memory>
 
 #include "core/globals.h"
 
 class QAction;
 class QMdiArea;
 class QMdiSubWindow;
+
+namespace tolma::store {
+class Connection;
+}
 
 namespace tolma::ui {
 
@@ -65,6 +70,12 @@ class MainWindow : public QMainWindow, public core::Shell {
     void openEvaluation();
     void openSearch();
     void openDisclosure();
+    // A server store: notes in the status line what other workstations changed and whether
+    // the server went away; greys what the login may not do.
+    void watchStore();
+    void note(const QString& text);
+    // "Neu laden": the store opened again, the open lists and the record view read anew.
+    void reload();
     QMdiSubWindow* addChild(QWidget* widget, const QSize& size);
     void fitListWindow(QMdiSubWindow* window, ListWindow* list);
 
@@ -75,6 +86,7 @@ class MainWindow : public QMainWindow, public core::Shell {
     std::map<std::string, QAction*> entries_;
     std::map<std::string, QMdiSubWindow*> children_;  // open forms by their names
     bool closing_ = false;
+    std::weak_ptr<store::Connection> watched_;  // the connection that listens for changes
     QSize keptSize_;
     bool wholeScreen_ = false;
 };

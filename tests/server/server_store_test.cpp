@@ -382,7 +382,9 @@ TEST_F(ServerStore, ACopyWhoseSearchIndexFailsKeepsItsRowsAndSaysSo) {
     const std::string server = PgCluster::get().createDatabase("tolma_ohne_index");
     ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
     // A table of the index's name that cannot take its rows.
-    store::ServerSession::connect(server)->execute("CREATE TABLE tolma_suchtreffer (x integer)");
+    auto admin = store::ServerSession::connect(server);
+    admin->execute("DROP TABLE tolma_suchtreffer");
+    admin->execute("CREATE TABLE tolma_suchtreffer (x integer)");
     const auto copied = cli(home, {"kopieren", "--nach", server});
     ASSERT_EQ(copied.code, 0) << copied.err;
     EXPECT_NE(copied.out.find("  betrieb\t52\n"), std::string::npos) << copied.out;

@@ -1,0 +1,266 @@
+// Several workstations on one server store: one import at a time, rights by role, notice of
+// changes, a connection that breaks, a text that names two servers.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "cli/cli.h"
+#include "cli/options.h"
+#include "cli/session.h"
+#include "options/options_form.h"
+#include "pg_cluster.h"
+#include "store/connection.h"
+#include "store/server_session.h"
+#include "store/server_work.h"
+#include "tml_generator.h"
+
+namespace tolma {
+namespace {
+
+using testing::PgCluster;
+
+struct CliResult {
+    int code;
+    std::string out, err;
+};
+
+CliResult cli(const std::string& home, std::vector<std::string> args) {
+    args.insert(args.begin(), {"--home", home, "--yes"});
+    std::ostringstream out, err;
+    const int code = cli::run(args, out, err);
+    return {code, out.str(), err.str()};
+}
+
+std::string count(const std::string& home, const std::string& table) {
+    return cli(home, {"sql", "SELECT Count(*) AS n FROM " + table}).out;
+}
+
+// A login of the cluster in one of the set-up's roles; the cluster trusts its socket.
+std::string loginAs(const std::string& database, const std::string& user, const std::string& role) {
+    auto& cluster = PgCluster::get();
+    auto admin = store::ServerSession::connect(cluster.connectionText("postgres"));
+    if (admin->query("SELECT 1 FROM pg_roles WHERE rolname = $1", {user}).rows.empty())
+        admin->execute("CREATE ROLE " + user + " LOGIN IN ROLE " + role);
+    return cluster.connectionText(database, user);
+}
+
+class Workstations : public ::testing::Test {
+  protected:
+    const std::filesystem::path dir = std::filesystem::temp_directory_path() /
+                                      ("tolma-workstations-" + std::to_string(::getpid()));
+    const std::string home = (dir / "a").string(), other = (dir / "b").string();
+    std::string server;
+
+    void SetUp() override {
+        std::filesystem::remove_all(dir);
+        std::filesystem::create_directories(dir);
+        server = PgCluster::get().createDatabase("tolma_arbeitsplaetze");
+        ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
+        ASSERT_EQ(cli(home, {"options", "--db-betriebsbezogen", server}).code, 0);
+    }
+    void TearDown() override { std::filesystem::remove_all(dir); }
+
+    std::string generated(long businesses) {
+        const std::string path = (dir / ("gen" + std::to_string(businesses) + ".tml")).string();
+        std::ofstream out(path, std::ios::binary);
+        bench::GeneratorOptions o;
+        o.businesses = businesses;
+        bench::writeTransferFile(out, o);
+        return path;
+    }
+
+    // Empties the store through the options' command, as the clerk does; returns what it said.
+    std::string emptyStore(const std::string& at) {
+        cli::Options o;
+        o.home = at;
+        o.answers = cli::TerminalDialogs::Mode::Yes;
+        std::ostringstream out, err;
+        cli::Session session(o, out);
+        EXPECT_TRUE(session.startWithDataStore(err)) << err.str();
+        options::OptionsForm form;
+        options::Form_Activate(session.g, form);
+        options::Command4_Click(session.g, form, 0);
+        return out.str();
+    }
+};
+
+TEST_F(Workstations, OneImportAtATimeAndTheOtherIsToldWhoSinceWhen) {
+    const std::string file = generated(2500);
+    {
+        // Another workstation holds the lock: refused at once, the store untouched.
+        auto c = store::Connection::openReader(server);
+        const auto held = store::WorkLock::take(*c, store::StoreWork::Import);
+        const auto refused = cli(home, {"import", file});
+        EXPECT_EQ(refused.code, 1);
+        EXPECT_NE(refused.out.find("Ein anderer Arbeitsplatz ("), std::string::npos) << refused.out;
+        EXPECT_NE(refused.out.find(" Uhr Daten ein. Bitte versuchen Sie es später erneut."),
+                  std::string::npos)
+            << refused.out;
+        EXPECT_EQ(count(home, "betrieb"), "n\n0\n");
+        EXPECT_EQ(cli(home, {"imports"}).out.find("gen2500"), std::string::npos);
+        // Taking back and emptying wait for it as well; a check needs no lock.
+        EXPECT_NE(emptyStore(home).find("liest seit"), std::string::npos);
+        EXPECT_EQ(cli(home, {"import", "--check", file}).code, 0);
+        std::ifstream log(home + "/Log/ERROR.LOG", std::ios::binary);
+        std::stringstream logged;
+        logged << log.rdbuf();
+        EXPECT_NE(logged.str().find("Daten ein"), std::string::npos);
+    }
+    // Two workstations start the same file together: one reads it, the other is refused.
+    ASSERT_EQ(cli(other, {"options", "--db-betriebsbezogen", server}).code, 0);
+    const std::string cliPath = TOLMA_CLI;
+    pid_t pids[2];
+    for (int i = 0; i < 2; ++i) {
+        pids[i] = ::fork();
+        if (pids[i] == 0) {
+            const std::string at = i == 0 ? home : other;
+            const std::string log = at + "/import.out";
+            FILE* f = std::freopen(log.c_str(), "w", stdout);
+            (void)f;
+            ::execl(cliPath.c_str(), cliPath.c_str(), "--home", at.c_str(), "--yes", "import",
+                    file.c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+    }
+    int codes[2];
+    for (int i = 0; i < 2; ++i) {
+        int status = 0;
+        ::waitpid(pids[i], &status, 0);
+        codes[i] = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    EXPECT_EQ(std::min(codes[0], codes[1]), 0);
+    EXPECT_EQ(std::max(codes[0], codes[1]), 1);
+    EXPECT_EQ(count(home, "betrieb"), "n\n2500\n");
+    const auto runs = cli(home, {"imports"}).out;
+    EXPECT_EQ(std::count(runs.begin(), runs.end(), '\n'), 2) << runs;  // the head and one run
+}
+
+TEST_F(Workstations, AReadingLoginReadsAndIsRefusedEveryChangeUpFront) {
+    ASSERT_EQ(cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
+    ASSERT_EQ(cli(other, {"options", "--db-betriebsbezogen",
+                          loginAs("tolma_arbeitsplaetze", "lena_lesen", "tolma_lesen")})
+                  .code,
+              0);
+    // Reading, searching, exporting and evaluating work.
+    EXPECT_EQ(count(other, "betrieb"), "n\n52\n");
+    EXPECT_NE(cli(other, {"search", "petersen"}).out.find("Petersen"), std::string::npos);
+    const auto exported = cli(other, {"export"});
+    EXPECT_EQ(exported.code, 0) << exported.out << exported.err;
+    EXPECT_EQ(cli(other, {"auswertung", "--von", "2000-01", "--bis", "2026-12"}).code, 0);
+    // Every change is refused with the reason, and nothing changes.
+    const auto import = cli(other, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"});
+    EXPECT_EQ(import.code, 1);
+    EXPECT_NE(import.out.find("lena_lesen"), std::string::npos) << import.out;
+    EXPECT_NE(import.out.find("nur lesen"), std::string::npos);
+    EXPECT_EQ(cli(other, {"undo"}).code, 1);
+    const auto deleted = cli(other, {"sql", "DELETE FROM beziehung_betrieb_person"});
+    EXPECT_EQ(deleted.code, 1);
+    EXPECT_NE(deleted.err.find("nur lesen"), std::string::npos);
+    EXPECT_NE(emptyStore(other).find("nur lesen"), std::string::npos);
+    EXPECT_EQ(count(home, "beziehung_betrieb_person"), "n\n75\n");
+    EXPECT_EQ(count(home, "betrieb"), "n\n52\n");
+    const auto runs = cli(home, {"imports"}).out;
+    EXPECT_NE(runs.find("\tnein\tnein"), std::string::npos) << runs;
+}
+
+TEST_F(Workstations, AnImportLoginDoesAllTheWorkWithoutOwningATable) {
+    ASSERT_EQ(cli(other, {"options", "--db-betriebsbezogen",
+                          loginAs("tolma_arbeitsplaetze", "ina_import", "tolma_import")})
+                  .code,
+              0);
+    const std::string file = TOLMA_SOURCE_DIR "/data/beispiel.tml";
+    const auto check = cli(other, {"import", "--check", file});
+    EXPECT_EQ(check.code, 0) << check.out << check.err;
+    const auto first = cli(other, {"import", file});
+    ASSERT_EQ(first.code, 0) << first.out << first.err;
+    EXPECT_EQ(cli(other, {"import", file}).code, 0);  // a replace, with its record
+    EXPECT_NE(cli(other, {"search", "petersen"}).out.find("Petersen"), std::string::npos);
+    const auto undo = cli(other, {"undo"});
+    EXPECT_EQ(undo.code, 0) << undo.out << undo.err;
+    EXPECT_EQ(count(other, "betrieb"), "n\n52\n");
+    EXPECT_NE(emptyStore(other).find("gelöscht und ersetzt"), std::string::npos);
+    EXPECT_EQ(count(other, "betrieb"), "n\n0\n");
+    EXPECT_NE(cli(other, {"import", file}).out.find("neu: 52"), std::string::npos);
+}
+
+TEST_F(Workstations, AnIdleWorkstationHearsOfEachChangeAndAStandbyTakesNone) {
+    auto idle = store::Connection::openReader(server);
+    store::listenForChanges(*idle);
+    const auto heardWithin = [&](std::chrono::seconds limit) {
+        const auto until = std::chrono::steady_clock::now() + limit;
+        std::vector<store::StoreWork> heard;
+        while (heard.empty() && std::chrono::steady_clock::now() < until) {
+            heard = store::changesHeard(*idle);
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return heard;
+    };
+    ASSERT_EQ(cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
+    EXPECT_EQ(heardWithin(std::chrono::seconds(2)),
+              std::vector<store::StoreWork>{store::StoreWork::Import});
+    ASSERT_EQ(cli(home, {"undo"}).code, 0);
+    EXPECT_EQ(heardWithin(std::chrono::seconds(2)),
+              std::vector<store::StoreWork>{store::StoreWork::TakeBack});
+    // A server that takes no writes, as a standby: the import is refused and nobody hears.
+    store::ServerSession::connect(PgCluster::get().connectionText("postgres"))
+        ->execute("ALTER DATABASE tolma_arbeitsplaetze SET default_transaction_read_only = on");
+    const auto standby = cli((dir / "c").string(), {"options", "--db-betriebsbezogen", server});
+    const auto onStandby =
+        cli((dir / "c").string(), {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"});
+    EXPECT_EQ(onStandby.code, 1);
+    EXPECT_NE(onStandby.out.find("nimmt keine Änderungen an"), std::string::npos)
+        << standby.out << onStandby.out;
+    EXPECT_TRUE(heardWithin(std::chrono::seconds(1)).empty());
+    store::ServerSession::connect(PgCluster::get().connectionText("postgres"))
+        ->execute("ALTER DATABASE tolma_arbeitsplaetze RESET default_transaction_read_only");
+}
+
+TEST_F(Workstations, AConnectionTextWithAClosedFirstServerReachesTheSecond) {
+    ASSERT_EQ(cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
+    std::string twoHosts = server;
+    const std::string hostKey = "?host=";
+    twoHosts.insert(twoHosts.find(hostKey) + hostKey.size(), "/nonexistent/tolma,");
+    const auto set = cli(other, {"options", "--db-betriebsbezogen", twoHosts});
+    ASSERT_EQ(set.code, 0) << set.out << set.err;
+    EXPECT_EQ(count(other, "betrieb"), "n\n52\n");
+}
+
+TEST_F(Workstations, ABrokenConnectionStopsTheImportAndKeepsTheCommittedBlocks) {
+    const std::string file = generated(6000);  // three blocks
+    std::atomic<bool> done{false};
+    std::thread cutter([&] {
+        auto watcher = store::ServerSession::connect(server);
+        while (!done) {
+            if (watcher->query("SELECT count(*) > 0 FROM betrieb").rows.at(0).at(0) == "t") {
+                watcher->query(
+                    "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = "
+                    "current_database() AND pid <> pg_backend_pid()");
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    });
+    const auto cut = cli(home, {"import", file});
+    done = true;
+    cutter.join();
+    EXPECT_EQ(cut.code, 1) << cut.out << cut.err;
+    EXPECT_NE(cut.err.find("Der Import ist gescheitert"), std::string::npos) << cut.err;
+    // The blocks committed before stay, whole, and are taken back as a run.
+    const std::string kept = count(home, "betrieb");
+    EXPECT_NE(kept, "n\n0\n");
+    EXPECT_NE(kept, "n\n6000\n");
+    const auto undo = cli(home, {"undo"});
+    EXPECT_EQ(undo.code, 0) << undo.out << undo.err;
+    EXPECT_EQ(count(home, "betrieb"), "n\n0\n");
+}
+
+}  // namespace
+}  // namespace tolma
