@@ -259,6 +259,12 @@ class Run {
                 ctx_.removedAhead = ahead;
                 keepWhole = true;
             }
+        // ESC within a block that leaves elements as they stand takes effect at its end. Stopped
+        // midway, a person that such an element shares with one not read yet was removed ahead
+        // and would come back as it stood, not as that element writes it.
+        const bool readWhole = std::find(block.unchanged.begin(), block.unchanged.end(), true) !=
+                               block.unchanged.end();
+        bool escHeard = false;
         bool cancelled = false;
         try {
             for (size_t k = 0; k < chunk.elements.size(); ++k) {
@@ -275,6 +281,9 @@ class Run {
                 g_.shell->doEvents();
                 if (g_.view.taste == 27) {
                     g_.view.taste = 0;
+                    escHeard = true;
+                }
+                if (escHeard && (!readWhole || k + 1 == chunk.elements.size())) {
                     g_.lastMessage.msg_text = kAbgebrochen;
                     cancelled = true;
                     // The rows of the elements not read may come back under new row ids.

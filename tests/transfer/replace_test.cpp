@@ -274,5 +274,36 @@ TEST(ReplaceTest, ByStateTheSameFileKeepsAndAChangedTenthWritesAsAFreshImport) {
     EXPECT_NE(after.store, first.store);
 }
 
+// ESC after a business left as it stands, while a later business of the same block, changed,
+// shares a person with it: the block is read to its end, as if ESC had come there, and the
+// person is not put back as the store held it before.
+TEST(ReplaceTest, EscWithinABlockThatLeavesBusinessesAsTheyStandTakesEffectAtItsEnd) {
+    auto file = [](const std::string& secondName) {
+        auto business = [](const std::string& nr, const std::string& name,
+                           const std::string& familyName) {
+            return "<gem-kz>01001000</gem-kz>\n<betr-nr>" + nr +
+                   "</betr-nr>\n<betr-hist-nr>1</betr-hist-nr>\n<b-eintr-name>" + name +
+                   "</b-eintr-name>\n<personen>\n" +
+                   person("7001", "NP", "1", "<fam-name>" + familyName + "</fam-name>\n") +
+                   "</personen>\n";
+        };
+        TmlFile f;
+        f.betriebe = {business("3001", "Erster", "Alt"), business("3002", secondName, "Neu")};
+        return f.text();
+    };
+    ReplaceFixture f, reference;
+    f.run(file("Zweiter"));
+    reference.run(file("Zweiter"));
+    int calls = 0;
+    f.shell.onEvents = [&] {
+        if (++calls == 1) f.g().view.taste = 27;
+    };
+    f.dialogs.answers = {core::msg::vbYes};
+    EXPECT_EQ(transfer::Upd_1_Start(f.g(), f.write(file("Zweiter, umbenannt"))),
+              transfer::ImportOutcome::Cancelled);
+    const auto expected = reference.run(file("Zweiter, umbenannt"));
+    EXPECT_EQ(f.dump(), expected.store);
+}
+
 }  // namespace
 }  // namespace tolma::test
