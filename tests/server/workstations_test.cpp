@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -141,6 +142,48 @@ TEST_F(Workstations, OneImportAtATimeAndTheOtherIsToldWhoSinceWhen) {
     EXPECT_EQ(count(home, "betrieb"), "n\n2500\n");
     const auto runs = cli(home, {"imports"}).out;
     EXPECT_EQ(std::count(runs.begin(), runs.end(), '\n'), 2) << runs;  // the head and one run
+}
+
+// Persons per business, as another workstation reads them.
+std::map<std::string, std::string> personsPerBusiness(store::ServerSession& s) {
+    std::map<std::string, std::string> out;
+    for (const auto& row :
+         s.query("SELECT b.\"betr-nr\", count(l.\"bez-pers-nr\") FROM betrieb b LEFT JOIN "
+                 "beziehung_betrieb_person l ON l.\"bez-betr-nr\" = b.\"betr-nr\" GROUP BY 1")
+             .rows)
+        out[row.at(0).value_or("")] = row.at(1).value_or("");
+    return out;
+}
+
+TEST_F(Workstations, AReaderSeesOnlyWholeBlocksWhileAFileIsReadInAndReplaced) {
+    const std::string file = generated(5000);  // blocks of some two thousand businesses
+    std::vector<std::map<std::string, std::string>> seen;
+    for (int round = 0; round < 2; ++round) {
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            FILE* f = std::freopen("/dev/null", "w", stdout);
+            (void)f;
+            const std::string cliPath = TOLMA_CLI;
+            ::execl(cliPath.c_str(), cliPath.c_str(), "--home", home.c_str(), "--yes", "import",
+                    file.c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        auto reader = store::ServerSession::connect(server);
+        int status = 0;
+        while (::waitpid(pid, &status, WNOHANG) == 0) seen.push_back(personsPerBusiness(*reader));
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    auto reader = store::ServerSession::connect(server);
+    const auto whole = personsPerBusiness(*reader);
+    ASSERT_EQ(whole.size(), 5000u);
+    size_t partial = 0;
+    for (const auto& view : seen) {
+        if (view.size() != 0 && view.size() != whole.size()) ++partial;
+        for (const auto& [nr, persons] : view) {
+            ASSERT_EQ(persons, whole.at(nr)) << "Betrieb " << nr;
+        }
+    }
+    EXPECT_GT(partial, 0u);  // it did look between two blocks
 }
 
 TEST_F(Workstations, AReadingLoginReadsAndIsRefusedEveryChangeUpFront) {
