@@ -198,12 +198,17 @@ TEST_F(Workstations, AReadingLoginReadsAndIsRefusedEveryChangeUpFront) {
     const auto exported = cli(other, {"export"});
     EXPECT_EQ(exported.code, 0) << exported.out << exported.err;
     EXPECT_EQ(cli(other, {"auswertung", "--von", "2000-01", "--bis", "2026-12"}).code, 0);
+    const auto disclosed = cli(other, {"auskunft", "--name", "Petersen", "--vornamen", "Jens",
+                                       "--csv", (dir / "auskunft.csv").string()});
+    EXPECT_EQ(disclosed.code, 0) << disclosed.out << disclosed.err;
+    EXPECT_NE(cli(other, {"protokoll"}).out.find("Auskunft"), std::string::npos);
     // Every change is refused with the reason, and nothing changes.
     const auto import = cli(other, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"});
     EXPECT_EQ(import.code, 1);
     EXPECT_NE(import.out.find("lena_lesen"), std::string::npos) << import.out;
     EXPECT_NE(import.out.find("nur lesen"), std::string::npos);
     EXPECT_EQ(cli(other, {"undo"}).code, 1);
+    EXPECT_EQ(cli(other, {"loeschen", "--abgemeldet-vor", "2030-01-01"}).code, 1);
     const auto deleted = cli(other, {"sql", "DELETE FROM beziehung_betrieb_person"});
     EXPECT_EQ(deleted.code, 1);
     EXPECT_NE(deleted.err.find("nur lesen"), std::string::npos);
@@ -229,6 +234,9 @@ TEST_F(Workstations, AnImportLoginDoesAllTheWorkWithoutOwningATable) {
     const auto undo = cli(other, {"undo"});
     EXPECT_EQ(undo.code, 0) << undo.out << undo.err;
     EXPECT_EQ(count(other, "betrieb"), "n\n52\n");
+    const auto deleted = cli(other, {"loeschen", "--abgemeldet-vor", "2030-01-01"});
+    EXPECT_EQ(deleted.code, 0) << deleted.out << deleted.err;
+    EXPECT_NE(deleted.out.find("Gelöscht: "), std::string::npos) << deleted.out;
     EXPECT_NE(emptyStore(other).find("gelöscht und ersetzt"), std::string::npos);
     EXPECT_EQ(count(other, "betrieb"), "n\n0\n");
     EXPECT_NE(cli(other, {"import", file}).out.find("neu: 52"), std::string::npos);
