@@ -303,7 +303,10 @@ TEST_F(Workstations, ABrokenConnectionStopsTheImportAndKeepsTheCommittedBlocks) 
     done = true;
     cutter.join();
     EXPECT_EQ(cut.code, 1) << cut.out << cut.err;
-    EXPECT_NE(cut.err.find("Der Import ist gescheitert"), std::string::npos) << cut.err;
+    EXPECT_NE(cut.err.find("Der Import ist gescheitert: Der Datenbankserver ist nicht erreichbar"),
+              std::string::npos)
+        << cut.err;
+    EXPECT_NE(cut.err.find("„tolma-cli undo“ nimmt den Lauf zurück"), std::string::npos);
     // The blocks committed before stay, whole, and are taken back as a run.
     const std::string kept = count(home, "betrieb");
     EXPECT_NE(kept, "n\n0\n");
