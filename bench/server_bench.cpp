@@ -128,7 +128,12 @@ int reader(const std::string& home, const std::string& text, const std::string& 
     const char* typed[] = {"M", "Mü", "Müller", "W", "We", "Weber"};
     for (int round = 0; !std::filesystem::exists(stop); ++round) {
         tolma::browse::ListForm list(false);
-        tolma::browse::menue_suchen_betrieb(g, list);
+        // An empty store opens no list: the reader looks again a moment later.
+        if (!tolma::browse::menue_suchen_betrieb(g, list) || !list.data.Recordset().isSet()) {
+            tolma::browse::Form_Unload(g, list);
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            continue;
+        }
         for (const char* t : typed) {
             list.Text1[3] = t;
             times << timed([&] { tolma::browse::Text1_Change(g, list, 3); }) << "\n";
@@ -136,6 +141,7 @@ int reader(const std::string& home, const std::string& text, const std::string& 
         }
         tolma::search::find(*g.stores.db_daten.connection(), typed[round % 6],
                             tolma::search::Kind::Both, 50);
+        tolma::browse::Form_Unload(g, list);
     }
     return 0;
 }
@@ -144,6 +150,7 @@ struct Workstations {
     double alone = 0, withReaders = 0;  // ms of the import
     std::vector<double> keystrokes;
     double notice = -1;  // ms from the import's return to the idle workstation's hearing
+    int failedReaders = 0;
 };
 
 Workstations measureWorkstations(const char* self, const std::filesystem::path& file) {
@@ -202,6 +209,7 @@ Workstations measureWorkstations(const char* self, const std::filesystem::path& 
     for (size_t i = 0; i < readers.size(); ++i) {
         int status = 0;
         ::waitpid(readers[i], &status, 0);
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) ++w.failedReaders;
         std::ifstream in(dir / ("leser" + std::to_string(i) + ".txt"));
         for (double ms; in >> ms;) w.keystrokes.push_back(ms);
     }
@@ -239,6 +247,7 @@ int main(int argc, char** argv) {
                   << " Tastendrücke)\n"
                   << "Nachricht an einen ruhenden Arbeitsplatz (ms nach dem Ende)\t" << w.notice
                   << "\n";
+        if (w.failedReaders > 0) std::cout << "Leser gescheitert: " << w.failedReaders << "\n";
     };
     if (onlyWorkstations) {
         workstations();
