@@ -116,9 +116,10 @@ void startOnServer(tolma::core::Globals& g, tolma::bench::AnswerYes& dialogs,
     tolma::options::Form_Unload(g);
 }
 
-// One reading workstation: until the file `stop` appears, it opens the business list, types
-// into its name box and searches, at the pace of a quick clerk (a key every 100 ms); each
-// keystroke's time goes into `out`, one per line.
+// One reading workstation: until the file `stop` appears, it opens the business list, types a
+// name into its name box, reads, searches and reads again, at the pace of a quick clerk (a key
+// every 150 ms, three seconds on a screen, a round every five seconds or so); each keystroke's
+// time goes into `out`, one per line.
 int reader(const std::string& home, const std::string& text, const std::string& stop,
            const std::string& out) {
     tolma::bench::AnswerYes dialogs;
@@ -137,11 +138,13 @@ int reader(const std::string& home, const std::string& text, const std::string& 
         for (const char* t : typed) {
             list.Text1[3] = t;
             times << timed([&] { tolma::browse::Text1_Change(g, list, 3); }) << "\n";
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            std::this_thread::sleep_for(std::chrono::milliseconds(150));
         }
+        std::this_thread::sleep_for(std::chrono::seconds(3));
         tolma::search::find(*g.stores.db_daten.connection(), typed[round % 6],
                             tolma::search::Kind::Both, 50);
         tolma::browse::Form_Unload(g, list);
+        std::this_thread::sleep_for(std::chrono::seconds(1));
     }
     return 0;
 }
