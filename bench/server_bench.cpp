@@ -1,12 +1,23 @@
 // The store on a server beside the store file, in one sitting: a throwaway PostgreSQL cluster
 // of its own (socket in a temporary directory, no TCP port), N generated businesses read in,
 // read in again, exported, listed, searched and evaluated on each kind of store.
-//   tolma-server-bench [N]
+// Then several workstations on the server store: the same file read in alone, and again while
+// five reading workstations (processes of their own) open the list, type and search; and how
+// soon an idle workstation hears of the import's commit.
+//   tolma-server-bench [N] [--nur-arbeitsplaetze]
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <map>
+#include <numeric>
+#include <thread>
 #include <vector>
 
 #include "bench_store.h"
@@ -17,6 +28,8 @@
 #include "options/options_form.h"
 #include "pg_cluster.h"
 #include "search/search_index.h"
+#include "store/connection.h"
+#include "store/server_work.h"
 #include "transfer/export_form.h"
 #include "transfer/import_driver.h"
 
@@ -93,13 +106,156 @@ Figures measure(const std::string& kind, const std::filesystem::path& file, long
     return f;
 }
 
+// A program started on a home of its own whose store is the server's database `text`.
+void startOnServer(tolma::core::Globals& g, tolma::bench::AnswerYes& dialogs,
+                   const std::filesystem::path& home, const std::string& text) {
+    tolma::bench::startProgram(g, dialogs, home);
+    tolma::options::OptionsForm form;
+    tolma::options::Form_Activate(g, form);
+    if (!tolma::options::changeStorePath(g, form, 0, text)) std::exit(1);
+    tolma::options::Form_Unload(g);
+}
+
+// One reading workstation: until the file `stop` appears, it opens the business list, types a
+// name into its name box, reads, searches and reads again, at the pace of a quick clerk (a key
+// every 150 ms, three seconds on a screen, a round every five seconds or so); each keystroke's
+// time goes into `out`, one per line.
+int reader(const std::string& home, const std::string& text, const std::string& stop,
+           const std::string& out) {
+    tolma::bench::AnswerYes dialogs;
+    tolma::core::Globals g;
+    startOnServer(g, dialogs, home, text);
+    std::ofstream times(out);
+    const char* typed[] = {"M", "Mü", "Müller", "W", "We", "Weber"};
+    for (int round = 0; !std::filesystem::exists(stop); ++round) {
+        tolma::browse::ListForm list(false);
+        // An empty store opens no list: the reader looks again a moment later.
+        if (!tolma::browse::menue_suchen_betrieb(g, list) || !list.data.Recordset().isSet()) {
+            tolma::browse::Form_Unload(g, list);
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            continue;
+        }
+        for (const char* t : typed) {
+            list.Text1[3] = t;
+            times << timed([&] { tolma::browse::Text1_Change(g, list, 3); }) << "\n";
+            std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(3));
+        tolma::search::find(*g.stores.db_daten.connection(), typed[round % 6],
+                            tolma::search::Kind::Both, 50);
+        tolma::browse::Form_Unload(g, list);
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+    return 0;
+}
+
+struct Workstations {
+    double alone = 0, withReaders = 0;  // ms of the import
+    std::vector<double> keystrokes;
+    double notice = -1;  // ms from the import's return to the idle workstation's hearing
+    int failedReaders = 0;
+};
+
+Workstations measureWorkstations(const char* self, const std::filesystem::path& file) {
+    Workstations w;
+    const auto dir = tolma::bench::freshDirectory("tolma-server-bench-arbeitsplaetze");
+    auto& cluster = tolma::testing::PgCluster::get();
+    tolma::bench::AnswerYes dialogs;
+    tolma::core::Globals g;
+    {
+        const std::string text = cluster.createDatabase("tolma_allein");
+        tolma::model::setUpServerStore(text);
+        startOnServer(g, dialogs, dir / "allein", text);
+        w.alone = timed([&] { tolma::transfer::Upd_1_Start(g, file.string()); });
+    }
+    const std::string text = cluster.createDatabase("tolma_gemeinsam");
+    tolma::model::setUpServerStore(text);
+    tolma::search::prepareIndexTables(*tolma::store::Connection::openReader(text));
+    const auto stop = dir / "halt";
+    std::vector<pid_t> readers;
+    for (int i = 0; i < 5; ++i) {
+        const std::string home = (dir / ("leser" + std::to_string(i))).string();
+        const std::string out = (dir / ("leser" + std::to_string(i) + ".txt")).string();
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            ::execl(self, self, "--leser", home.c_str(), text.c_str(), stop.c_str(), out.c_str(),
+                    static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        readers.push_back(pid);
+    }
+    // The idle workstation listens on a connection of its own, as the window's timer asks.
+    std::atomic<bool> listening{false}, heard{false};
+    Clock::time_point heardAt;
+    std::thread idle([&] {
+        auto c = tolma::store::Connection::openReader(text);
+        tolma::store::listenForChanges(*c);
+        listening = true;
+        const auto until = Clock::now() + std::chrono::hours(1);
+        while (Clock::now() < until && tolma::store::changesHeard(*c).empty())
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        heardAt = Clock::now();
+        heard = true;
+    });
+    while (!listening) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    tolma::core::Globals importer;
+    tolma::bench::AnswerYes importerDialogs;
+    startOnServer(importer, importerDialogs, dir / "import", text);
+    std::this_thread::sleep_for(std::chrono::seconds(2));  // the readers have their lists open
+    const auto start = Clock::now();
+    tolma::transfer::Upd_1_Start(importer, file.string());
+    const auto returned = Clock::now();
+    w.withReaders = std::chrono::duration<double, std::milli>(returned - start).count();
+    idle.join();
+    w.notice = std::chrono::duration<double, std::milli>(heardAt - returned).count();
+    std::ofstream(stop).put('\n');
+    for (size_t i = 0; i < readers.size(); ++i) {
+        int status = 0;
+        ::waitpid(readers[i], &status, 0);
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) ++w.failedReaders;
+        std::ifstream in(dir / ("leser" + std::to_string(i) + ".txt"));
+        for (double ms; in >> ms;) w.keystrokes.push_back(ms);
+    }
+    return w;
+}
+
+double percentile(std::vector<double> v, double p) {
+    if (v.empty()) return 0;
+    std::sort(v.begin(), v.end());
+    return v[std::min(v.size() - 1, static_cast<size_t>(p * static_cast<double>(v.size())))];
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 6 && std::string(argv[1]) == "--leser")
+        return reader(argv[2], argv[3], argv[4], argv[5]);
     const long n = argc > 1 ? std::atol(argv[1]) : 100000;
+    const bool onlyWorkstations = argc > 2 && std::string(argv[2]) == "--nur-arbeitsplaetze";
     const auto dir = tolma::bench::freshDirectory("tolma-server-bench");
     const auto file = dir / "bench.tml";
     tolma::bench::writeFile(file, n);
+    const auto workstations = [&] {
+        const Workstations w = measureWorkstations(argv[0], file);
+        std::cout << std::fixed << std::setprecision(1) << "Mehrere Arbeitsplätze (Server)\n"
+                  << "Import allein (Betriebe/s)\t" << n / (w.alone / 1000.0) << "\n"
+                  << "Import neben 5 Lesern (Betriebe/s)\t" << n / (w.withReaders / 1000.0)
+                  << "\t(+" << (w.withReaders / w.alone - 1) * 100 << " %)\n"
+                  << "Tastendruck der Leser (ms, Mittel / 95 %)\t"
+                  << (w.keystrokes.empty()
+                          ? 0
+                          : std::accumulate(w.keystrokes.begin(), w.keystrokes.end(), 0.0) /
+                                static_cast<double>(w.keystrokes.size()))
+                  << "\t" << percentile(w.keystrokes, 0.95) << "\t(" << w.keystrokes.size()
+                  << " Tastendrücke)\n"
+                  << "Nachricht an einen ruhenden Arbeitsplatz (ms nach dem Ende)\t" << w.notice
+                  << "\n";
+        if (w.failedReaders > 0) std::cout << "Leser gescheitert: " << w.failedReaders << "\n";
+    };
+    if (onlyWorkstations) {
+        workstations();
+        return 0;
+    }
     const Figures file_ = measure("Datei", file, n);
     const Figures server = measure("Server", file, n);
     std::cout << std::fixed << std::setprecision(1) << n << " Betriebe\t"
@@ -117,5 +273,6 @@ int main(int argc, char** argv) {
                                     {"search", "Suche (ms je Anfrage)"},
                                     {"evaluation", "Auswertung (ms)"}})
         std::cout << name << "\t" << file_.at(key) << "\t" << server.at(key) << "\n";
+    workstations();
     return 0;
 }

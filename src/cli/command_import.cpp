@@ -127,6 +127,10 @@ int commandImport(const Options& options, const std::vector<std::string>& args, 
     if (outcome == transfer::ImportOutcome::Failed) {
         out << "Import: " << g.forms.startView.Label2 << "\n";
         err << "Der Import ist gescheitert: " << session.cause() << "\n";
+        // Each block was committed on its own: what came before the failure is kept.
+        if (counts.read > 0)
+            err << "Die Blöcke vor dem Fehler sind gespeichert; „tolma-cli undo“ nimmt den Lauf "
+                   "zurück.\n";
     } else if (outcome == transfer::ImportOutcome::StoreFailed) {
         err << "Die Daten wurden nicht oder nicht vollständig gespeichert: " << g.log.storeFault
             << "\n";

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <set>
 #include <stdexcept>
+#include <unordered_map>
 
 #include "core/error_log.h"
 #include "model/values.h"
@@ -149,11 +150,11 @@ const char* groupingCaption(Grouping g) {
 
 // The line of the table a notification counts in.
 std::string lineOf(Grouping grouping, const store::Statement& st, const std::string& gemKz,
-                   const std::map<std::string, std::string>& names,
+                   const std::string& activity, const std::map<std::string, std::string>& names,
                    const std::vector<Section>& sections) {
     switch (grouping) {
         case Grouping::Section: {
-            const Section* s = sectionOf(sections, st.column(8).toString());
+            const Section* s = sectionOf(sections, activity);
             return s ? s->letter + " " + s->title : kNoSection;
         }
         case Grouping::Municipality: {
@@ -190,15 +191,26 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
         }
     }
 
-    // One pass over the notifications, with each one's main activity beside it.
+    // The main activity of each state: the first of its rows marked so, in the order they were
+    // stored. One pass over the activities costs far less than a look-up per state, most of all
+    // on a server. Business numbers match as the file store's key columns compare them.
+    const bool byBytes = c.isServer();
+    const auto stateKey = [&](const store::Statement& s) {
+        const std::string nr = s.column(0).toString();
+        return (byBytes ? nr : text::upperAscii(nr)) + '\x1f' + s.column(1).toString();
+    };
+    std::unordered_map<std::string, std::string> mainActivity;
+    if (query.grouping == Grouping::Section) {
+        auto activities = c.prepare(
+            "SELECT t.[betr-nr], t.[betr-hist-nr], t.[tk-schl] FROM betrieb_taetigkeit t WHERE "
+            "trim(t.[tk-schwerp]) = '1' ORDER BY t.rowid");
+        while (activities->step())
+            mainActivity.emplace(stateKey(*activities), activities->column(2).toString());
+    }
+    // One pass over the notifications.
     auto st = c.prepare(
         "SELECT b.[betr-nr], b.[betr-hist-nr], b.[meld-art], b.[meld-datum], b.[gem-kz], "
-        "b.[b-rechtsform-text], "
-        "b.[meld-grund-text], b.[b-nebenerwerb], (SELECT t.[tk-schl] FROM betrieb_taetigkeit t "
-        "WHERE "
-        "t.[betr-nr] = b.[betr-nr] AND t.[betr-hist-nr] = b.[betr-hist-nr] AND "
-        "trim(t.[tk-schwerp]) = '1' "
-        "ORDER BY t.rowid LIMIT 1) FROM betrieb b");
+        "b.[b-rechtsform-text], b.[meld-grund-text], b.[b-nebenerwerb] FROM betrieb b");
     std::map<std::string, Counts> byLine;
     std::map<Month, Counts> byMonth;
     for (Month m = query.from; m <= query.to; m = next(m)) byMonth[m];
@@ -211,7 +223,11 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
         if (query.scope == Query::Scope::One && gemKz != query.municipality) continue;
         if (query.scope == Query::Scope::Filter && !scope.count(gemKz)) continue;
 
-        const std::string line = lineOf(query.grouping, *st, gemKz, names, sections);
+        std::string activity;
+        if (query.grouping == Grouping::Section)
+            if (auto it = mainActivity.find(stateKey(*st)); it != mainActivity.end())
+                activity = it->second;
+        const std::string line = lineOf(query.grouping, *st, gemKz, activity, names, sections);
         const std::string side = text::lower(text::trimBlanks(st->column(7).toString()));
         const bool nebenerwerb = kind == 1 && (side == "ja" || side == "j");
         for (Counts* counts : {&byLine[line], &byMonth[*month], &r.sum}) {

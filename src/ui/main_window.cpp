@@ -370,6 +370,12 @@ void MainWindow::buildMenu() {
 void MainWindow::trigger(const std::string& name) {
     // No exception may cross the event loop: a failure is logged as the program's own.
     try {
+        // A server that went away is connected anew by the clerk's next action.
+        if (g_.stores.db_daten.isSet() && g_.stores.db_daten.connection()->isServer() &&
+            g_.stores.db_daten.connection()->server()->isBroken() && name != "menue_neu_laden") {
+            reload();
+            if (!g_.stores.db_daten.isSet()) return;
+        }
         if (name == "menue_neu_laden") {
             reload();
         } else if (name == "menue_import_datenbank") {
@@ -457,6 +463,7 @@ void MainWindow::watchStore() {
     // blocks, and the connection then serves the import alone.
     if (!c->isServer() || c->inBatch() || g_.forms.marks.menue_import_datenbank) return;
     if (c->server()->isBroken()) {
+        lostConnection_ = true;
         note(
             QStringLiteral("Die Verbindung zum Datenbankserver ist unterbrochen. „Neu laden“ "
                            "(F5) verbindet neu."));
@@ -465,6 +472,12 @@ void MainWindow::watchStore() {
     try {
         if (watched_.lock() != c) {
             if (c->inTransaction()) return;
+            // Whatever others changed while this workstation was cut off, it read anew.
+            if (lostConnection_)
+                note(
+                    QStringLiteral("Die Verbindung zum Datenbankserver wurde neu aufgebaut; "
+                                   "der Datenbestand wurde neu gelesen."));
+            lostConnection_ = false;
             store::listenForChanges(*c);
             watched_ = c;
             // The rights are the login's for as long as the connection lasts.

@@ -87,6 +87,7 @@ class MainWindow : public QMainWindow, public core::Shell {
     std::map<std::string, QMdiSubWindow*> children_;  // open forms by their names
     bool closing_ = false;
     std::weak_ptr<store::Connection> watched_;  // the connection that listens for changes
+    bool lostConnection_ = false;
     QSize keptSize_;
     bool wholeScreen_ = false;
 };
