@@ -127,8 +127,7 @@ std::vector<std::string> serverTableSql(const TableDef& table) {
 ServerSetUp setUpServerStore(const std::string& connectionText, const std::string& password) {
     auto session = store::ServerSession::connect(connectionText, password);
     ServerSetUp done;
-    session->begin();
-    try {
+    session->transaction([&] {
         const long long indexesBefore = indexCount(*session);
         for (const auto& sql : store::serverTextFunctionSql()) session->execute(sql);
         for (const auto& table : dataTables()) {
@@ -143,31 +142,13 @@ ServerSetUp setUpServerStore(const std::string& connectionText, const std::strin
         done.rolesCreated = createMissingRoles(*session);
         grantRights(*session);
         done.indexesCreated = static_cast<int>(indexCount(*session) - indexesBefore);
-        session->commit();
-    } catch (...) {
-        // A session whose server went away cannot roll back; the server does it then.
-        try {
-            session->rollback();
-        } catch (const store::DaoError&) {
-        }
-        throw;
-    }
+    });
     return done;
 }
 
 void grantServerRights(const std::string& connectionText, const std::string& password) {
     auto session = store::ServerSession::connect(connectionText, password);
-    session->begin();
-    try {
-        grantRights(*session);
-        session->commit();
-    } catch (...) {
-        try {
-            session->rollback();
-        } catch (const store::DaoError&) {
-        }
-        throw;
-    }
+    session->transaction([&] { grantRights(*session); });
 }
 
 }  // namespace tolma::model

@@ -344,6 +344,21 @@ bool ServerSession::isBroken() const {
     return PQstatus(conn_) == CONNECTION_BAD;
 }
 
+void ServerSession::transaction(const std::function<void()>& work) {
+    begin();
+    try {
+        work();
+        commit();
+    } catch (...) {
+        // A session whose server went away cannot roll back; the server does it then.
+        try {
+            rollback();
+        } catch (const DaoError&) {
+        }
+        throw;
+    }
+}
+
 bool ServerSession::inTransaction() {
     endPipeline();
     return PQtransactionStatus(conn_) != PQTRANS_IDLE;

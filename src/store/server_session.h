@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -49,6 +50,8 @@ class ServerSession {
     void begin();
     void commit();
     void rollback();
+    // Runs `work` in one transaction: committed when it returns, rolled back when it raises.
+    void transaction(const std::function<void()>& work);
     // Whether a transaction is open on the connection (also one that failed and waits for its
     // ROLLBACK).
     bool inTransaction();

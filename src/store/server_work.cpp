@@ -152,8 +152,7 @@ void emptyServerStore(Connection& c) {
     if (tables.rows.empty()) return;
     std::string list;
     for (const auto& row : tables.rows) list += (list.empty() ? "" : ", ") + row.at(0).value_or("");
-    s.begin();
-    try {
+    s.transaction([&] {
         // RESTART IDENTITY would need the sequences' owner; the import role may set them.
         s.execute("TRUNCATE " + list);
         const auto sequences = s.query(
@@ -162,14 +161,7 @@ void emptyServerStore(Connection& c) {
             "AND c.relnamespace = current_schema()::regnamespace AND a.attidentity <> ''");
         for (const auto& row : sequences.rows)
             if (row.at(0)) s.query("SELECT setval($1::regclass, 1, false)", {row[0]});
-        s.commit();
-    } catch (...) {
-        try {
-            s.rollback();
-        } catch (const DaoError&) {
-        }
-        throw;
-    }
+    });
 }
 
 void announceChange(Connection& c, StoreWork work) noexcept {

@@ -12,6 +12,7 @@
 #include "cli/cli.h"
 #include "cli/options.h"
 #include "cli/session.h"
+#include "home_cli.h"
 #include "options/options_form.h"
 #include "pg_cluster.h"
 #include "store/server_session.h"
@@ -22,17 +23,7 @@ namespace {
 
 using testing::PgCluster;
 
-struct CliResult {
-    int code;
-    std::string out, err;
-};
-
-CliResult cli(const std::string& home, std::vector<std::string> args) {
-    args.insert(args.begin(), {"--home", home, "--yes"});
-    std::ostringstream out, err;
-    const int code = cli::run(args, out, err);
-    return {code, out.str(), err.str()};
-}
+using testing::cli;
 
 // The newest transfer file in the home's export directory, without its time of creation.
 std::string exported(const std::string& home) {

@@ -16,6 +16,7 @@
 #include "cli/cli.h"
 #include "cli/options.h"
 #include "cli/session.h"
+#include "home_cli.h"
 #include "options/options_form.h"
 #include "pg_cluster.h"
 #include "store/connection.h"
@@ -28,17 +29,7 @@ namespace {
 
 using testing::PgCluster;
 
-struct CliResult {
-    int code;
-    std::string out, err;
-};
-
-CliResult cli(const std::string& home, std::vector<std::string> args) {
-    args.insert(args.begin(), {"--home", home, "--yes"});
-    std::ostringstream out, err;
-    const int code = cli::run(args, out, err);
-    return {code, out.str(), err.str()};
-}
+using testing::cli;
 
 std::string count(const std::string& home, const std::string& table) {
     return cli(home, {"sql", "SELECT Count(*) AS n FROM " + table}).out;
