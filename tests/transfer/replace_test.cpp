@@ -305,5 +305,37 @@ TEST(ReplaceTest, EscWithinABlockThatLeavesBusinessesAsTheyStandTakesEffectAtIts
     EXPECT_EQ(f.dump(), expected.store);
 }
 
+// By state, a person's permits belong to the number, not to a state: a file that changes only
+// the later state of a business leaves them as a fresh import of it does.
+TEST(ReplaceTest, ByStateOneStateChangedLeavesThePermitsAsAFreshImport) {
+    auto file = [](const std::string& laterName) {
+        const std::string permit =
+            "<p-erlaubnisse>\n<p-erlaubnis>\n<p-erl-art>§ 34c</p-erl-art>\n</p-erlaubnis>\n"
+            "</p-erlaubnisse>\n";
+        auto state = [&](const std::string& hist, const std::string& name,
+                         const std::string& familyName) {
+            return "<gem-kz>01001000</gem-kz>\n<betr-nr>4001</betr-nr>\n<betr-hist-nr>" + hist +
+                   "</betr-hist-nr>\n<b-eintr-name>" + name + "</b-eintr-name>\n<personen>\n" +
+                   person("8001", "NP", "1", "<fam-name>" + familyName + "</fam-name>\n" + permit) +
+                   person("800" + hist + "0", "NP", "3", permit) + "</personen>\n";
+        };
+        TmlFile f;
+        f.struktur = "MELDUNGSBEZOGEN";
+        f.betriebe = {state("1", "Früher", "Alt"), state("2", laterName, "Neu")};
+        return f.text();
+    };
+    const std::deque<int> switchStore{core::msg::vbYes, core::msg::vbYes};
+    for (const auto& [original, changed] : {std::pair{file("Später"), file("Später, umbenannt")},
+                                            std::pair{file("Später, umbenannt"), file("Später")}}) {
+        ReplaceFixture replaced, fresh;
+        replaced.run(original, switchStore);
+        replaced.g().settings.datenart_wert = "MELDUNGSBEZOGEN";
+        const auto after = replaced.run(changed);
+        const auto reference = fresh.run(changed, switchStore);
+        EXPECT_EQ(after.store, reference.store);
+        EXPECT_EQ(after.log, reference.log);
+    }
+}
+
 }  // namespace
 }  // namespace tolma::test
