@@ -192,15 +192,14 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
     }
 
     // The main activity of each state: the first of its rows marked so, in the order they were
-    // stored. One pass over the activities costs far less than a look-up per state, most of all
-    // on a server. Business numbers match as the file store's key columns compare them.
-    const bool byBytes = c.isServer();
-    const auto stateKey = [&](const store::Statement& s) {
-        const std::string nr = s.column(0).toString();
-        return (byBytes ? nr : text::upperAscii(nr)) + '\x1f' + s.column(1).toString();
-    };
+    // stored. A file answers it by a look-up per state beside the pass; a server, for which
+    // each look-up is a step of its own, reads the activities in one pass first.
+    const bool server = c.isServer();
     std::unordered_map<std::string, std::string> mainActivity;
-    if (query.grouping == Grouping::Section) {
+    const auto stateKey = [](const store::Statement& s) {
+        return s.column(0).toString() + '\x1f' + s.column(1).toString();
+    };
+    if (server && query.grouping == Grouping::Section) {
         auto activities = c.prepare(
             "SELECT t.[betr-nr], t.[betr-hist-nr], t.[tk-schl] FROM betrieb_taetigkeit t WHERE "
             "trim(t.[tk-schwerp]) = '1' ORDER BY t.rowid");
@@ -210,7 +209,13 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
     // One pass over the notifications.
     auto st = c.prepare(
         "SELECT b.[betr-nr], b.[betr-hist-nr], b.[meld-art], b.[meld-datum], b.[gem-kz], "
-        "b.[b-rechtsform-text], b.[meld-grund-text], b.[b-nebenerwerb] FROM betrieb b");
+        "b.[b-rechtsform-text], b.[meld-grund-text], b.[b-nebenerwerb]" +
+        std::string(server || query.grouping != Grouping::Section
+                        ? ""
+                        : ", (SELECT t.[tk-schl] FROM betrieb_taetigkeit t WHERE t.[betr-nr] = "
+                          "b.[betr-nr] AND t.[betr-hist-nr] = b.[betr-hist-nr] AND "
+                          "trim(t.[tk-schwerp]) = '1' ORDER BY t.rowid LIMIT 1)") +
+        " FROM betrieb b");
     std::map<std::string, Counts> byLine;
     std::map<Month, Counts> byMonth;
     for (Month m = query.from; m <= query.to; m = next(m)) byMonth[m];
@@ -224,7 +229,9 @@ Result evaluate(core::Globals& g, const Query& query, const std::vector<Section>
         if (query.scope == Query::Scope::Filter && !scope.count(gemKz)) continue;
 
         std::string activity;
-        if (query.grouping == Grouping::Section)
+        if (query.grouping == Grouping::Section && !server)
+            activity = st->column(8).toString();
+        else if (query.grouping == Grouping::Section)
             if (auto it = mainActivity.find(stateKey(*st)); it != mainActivity.end())
                 activity = it->second;
         const std::string line = lineOf(query.grouping, *st, gemKz, activity, names, sections);

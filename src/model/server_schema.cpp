@@ -37,12 +37,6 @@ std::string indexSql(const TableDef& table, const std::string& name, const std::
            quoteIdentifier(name) + " ON " + quoteIdentifier(table.name) + " (" + columns + ")";
 }
 
-std::string storeTableList() {
-    std::string list;
-    for (const auto& t : dataTables()) list += (list.empty() ? "" : ", ") + quoteIdentifier(t.name);
-    return list;
-}
-
 // Roles belong to the whole cluster and may come from another database's set-up.
 std::vector<std::string> createMissingRoles(store::ServerSession& session) {
     std::vector<std::string> created;
