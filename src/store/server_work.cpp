@@ -164,6 +164,22 @@ void emptyServerStore(Connection& c) {
     });
 }
 
+std::vector<std::string> rewriteServerTables(Connection& c) {
+    ServerSession& s = *c.server();
+    std::vector<std::string> left;
+    const auto tables = s.query(
+        "SELECT quote_ident(tablename), tableowner = current_user OR pg_has_role(tableowner, "
+        "'USAGE') FROM pg_tables WHERE schemaname = current_schema() ORDER BY tablename");
+    for (const auto& row : tables.rows) {
+        const std::string table = row.at(0).value_or("");
+        if (row.at(1) == "t")
+            s.execute("VACUUM (FULL, ANALYZE) " + table);
+        else
+            left.push_back(table);
+    }
+    return left;
+}
+
 void announceChange(Connection& c, StoreWork work) noexcept {
     if (!c.isServer()) return;
     try {

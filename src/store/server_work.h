@@ -43,6 +43,10 @@ std::string writeRefusal(Connection& c);
 // Empties every table of a server store in one transaction, its row ids counted from 1 again.
 void emptyServerStore(Connection& c);
 
+// Rewrites the tables of a server store, so that deleted rows leave the server's files too.
+// Only a table's owner may: returns the tables this login had to leave as they are.
+std::vector<std::string> rewriteServerTables(Connection& c);
+
 // Tells the other workstations that the store changed: at the commit of the open transaction,
 // or at once outside one. Never raises: the change is made either way.
 void announceChange(Connection& c, StoreWork work) noexcept;
