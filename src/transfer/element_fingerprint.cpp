@@ -29,7 +29,8 @@ struct Lane {
             add(w);
         }
         std::uint64_t tail = 0;
-        std::memcpy(&tail, text.data() + i, text.size() - i);
+        // An empty view may have no data at all, which memcpy must not be given.
+        if (i < text.size()) std::memcpy(&tail, text.data() + i, text.size() - i);
         add(tail ^ (static_cast<std::uint64_t>(text.size()) << 56));
     }
 };
