@@ -557,6 +557,13 @@ std::map<std::string, std::string>& serverPasswords() {
     static std::map<std::string, std::string> passwords;
     return passwords;
 }
+
+// The password the window was given for a connection text, if any.
+std::string keptPassword(const std::string& text) {
+    std::lock_guard lock(registryMutex);
+    const auto it = serverPasswords().find(text);
+    return it != serverPasswords().end() ? it->second : std::string();
+}
 }  // namespace
 
 void Connection::setServerPassword(const std::string& connectionText, const std::string& password) {
@@ -568,14 +575,8 @@ void Connection::setServerPassword(const std::string& connectionText, const std:
 // was given for it, if any.
 std::shared_ptr<Connection> Connection::createServer(const std::string& text,
                                                      const std::string& key) {
-    std::string password;
-    {
-        std::lock_guard lock(registryMutex);
-        if (auto it = serverPasswords().find(text); it != serverPasswords().end())
-            password = it->second;
-    }
     std::shared_ptr<Connection> c(new Connection(text, key));
-    c->server_ = ServerSession::connect(text, password);
+    c->server_ = ServerSession::connect(text, keptPassword(text));
     const auto collation =
         c->server_->query("SELECT datcollate FROM pg_database WHERE datname = current_database()");
     const std::string name = collation.rows.empty() ? "" : collation.rows[0][0].value_or("");
@@ -584,13 +585,7 @@ std::shared_ptr<Connection> Connection::createServer(const std::string& text,
 }
 
 std::unique_ptr<ServerSession> Connection::connectAnother() const {
-    std::string password;
-    {
-        std::lock_guard lock(registryMutex);
-        if (auto it = serverPasswords().find(file_.string()); it != serverPasswords().end())
-            password = it->second;
-    }
-    return ServerSession::connect(file_.string(), password);
+    return ServerSession::connect(file_.string(), keptPassword(file_.string()));
 }
 
 std::shared_ptr<Connection> Connection::connectServer(const std::string& text) {

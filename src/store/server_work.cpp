@@ -3,6 +3,7 @@
 #include <chrono>
 #include <ctime>
 #include <optional>
+#include <string_view>
 
 #include "store/connection.h"
 #include "store/dao_error.h"
@@ -16,7 +17,7 @@ namespace {
 constexpr long long kLockKey = 0x746F6C6D61LL;
 constexpr const char* kLockHalves = "l.classid = 116 AND l.objid = 1869376865 AND l.objsubid = 1";
 constexpr const char* kChannel = "tolma_aenderung";
-constexpr const char* kNamePrefix = "tolma/";
+constexpr std::string_view kNamePrefix = "tolma/";
 
 const char* codeOf(StoreWork work) {
     switch (work) {
@@ -78,9 +79,10 @@ std::string workSessionName(StoreWork work, long long since) {
 
 std::string busyMessage(const std::string& sessionName, const std::string& user) {
     const std::string who = "Ein anderer Arbeitsplatz (" + user + ")";
-    const size_t slash = sessionName.find('/', std::string(kNamePrefix).size());
-    if (sessionName.rfind(kNamePrefix, 0) == 0 && slash != std::string::npos) {
-        const auto work = workOf(sessionName.substr(6, slash - 6));
+    const size_t slash = sessionName.find('/', kNamePrefix.size());
+    if (sessionName.starts_with(kNamePrefix) && slash != std::string::npos) {
+        const auto work =
+            workOf(sessionName.substr(kNamePrefix.size(), slash - kNamePrefix.size()));
         char* end = nullptr;
         const long long since = std::strtoll(sessionName.c_str() + slash + 1, &end, 10);
         if (work && end && *end == '\0')
