@@ -110,6 +110,9 @@ MainWindow::MainWindow(core::Globals& g, QWidget* parent)
     mdiArea_->setActivationOrder(QMdiArea::ActivationHistoryOrder);
     mdiArea_->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     mdiArea_->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    // The status line is there from the start: a note of another workstation's change must not
+    // shrink the views under the clerk's hands, nor grow the window past the screen.
+    statusBar()->setObjectName("Statuszeile");
     resize(keptSize_);
     buildMenu();
     // Another workstation's changes, and a server that went away, are noticed within a second.
