@@ -28,6 +28,12 @@ std::string counterPrefix(const ListForm& form) {
     return form.persons ? "Person Nr. " : "Betrieb Nr. ";
 }
 
+// The count behind "von": a long list shows its first screen while the rest is read, and its
+// count once it is whole.
+std::string countText(const store::Recordset& rs) {
+    return rs.CountFinal() ? std::to_string(rs.KnownCount()) : "…";
+}
+
 std::string cellText(const store::Recordset& rs, long row, const char* field) {
     const int index = rs.fieldIndex(field);
     return index < 0 ? std::string() : rs.rowAt(row)[static_cast<size_t>(index)].toString();
@@ -188,13 +194,12 @@ bool menue_suchen_betrieb(core::Globals& g, ListForm& form) {
             g.view.sql_text = businessListQuery(BusinessQuery::Menu, true, g.view.gem_filter_text);
         }
         refreshData(g, form, g.view.sql_text);
-        if (form.data.Recordset().RecordCount() == 0) {
+        if (form.data.Recordset().KnownCount() == 0) {
             emptyBusinessCase(g, form);
             return;
         }
-        form.data.Recordset().MoveLast();  // so that the count is whole
-        form.Label1 = "Betrieb Nr. " + std::to_string(1) + " von " +
-                      std::to_string(form.data.Recordset().RecordCount());
+        form.data.Recordset().MoveFirst();
+        form.Label1 = "Betrieb Nr. 1 von " + countText(form.data.Recordset());
         shown = true;
     });
     if (!shown) g.forms.marks.menue_suchen_betrieb = false;
@@ -209,12 +214,12 @@ bool menue_suchen_person(core::Globals& g, ListForm& form) {
     guarded(g, "menue_suchen_person", [&] {
         g.view.gem_filter_text = personFilter(g);
         refreshData(g, form, personListQuery(g.view.gem_filter_text, ""));
-        if (form.data.Recordset().RecordCount() == 0) {
+        if (form.data.Recordset().KnownCount() == 0) {
             core::showMessage(g, kNoRows, core::msg::vbInformation, kTitlePers);
             Form_Unload(g, form);
             return;
         }
-        form.data.Recordset().MoveLast();
+        form.data.Recordset().MoveFirst();
         shown = true;
     });
     if (!shown) g.forms.marks.menue_suchen_person = false;
@@ -360,8 +365,7 @@ void Text1_Click(core::Globals& g, ListForm& form, int index) {
             }
         }
         auto& sorted = form.data.Recordset();
-        if (sorted.RecordCount() != 0) {
-            sorted.MoveLast();
+        if (sorted.KnownCount() != 0) {
             sorted.MoveFirst();
             updateCounter(form);
         }
@@ -372,8 +376,16 @@ void Text1_Click(core::Globals& g, ListForm& form, int index) {
 void updateCounter(ListForm& form) {
     const auto& rs = form.data.Recordset();
     if (!rs.isSet() || rs.Eof() || rs.Bof()) return;
-    form.Label1 = counterPrefix(form) + std::to_string(rs.AbsolutePosition() + 1) + " von " +
-                  std::to_string(rs.RecordCount());
+    form.Label1 =
+        counterPrefix(form) + std::to_string(rs.AbsolutePosition() + 1) + " von " + countText(rs);
+}
+
+bool readAhead(ListForm& form, int milliseconds) {
+    const auto& rs = form.data.Recordset();
+    if (!rs.isSet() || rs.CountFinal()) return true;
+    const bool whole = rs.ReadAhead(milliseconds);
+    if (whole) updateCounter(form);
+    return whole;
 }
 
 bool Command1_Click(core::Globals& g, ListForm& form, int index) {

@@ -65,6 +65,9 @@ void Text1_Click(core::Globals& g, ListForm& form, int index);
 void Form_Activate(core::Globals& g, ListForm& form);
 // The counter as the grid's place changes.
 void updateCounter(ListForm& form);
+// Reads on behind the first screen of a long list for about this long; when the list is whole,
+// the counter says its count. True once it is whole.
+bool readAhead(ListForm& form, int milliseconds);
 // "OK" 0, "Abbrechen" 1, "Satz" 3, "Liste" 4; true when the form is to close.
 bool Command1_Click(core::Globals& g, ListForm& form, int index);
 // The form goes: its mark is cleared.

@@ -1,5 +1,7 @@
 #include "store/indexed_cursor.h"
 
+#include <algorithm>
+
 #include "store/dao_error.h"
 
 namespace tolma::store {
@@ -7,7 +9,8 @@ namespace tolma::store {
 void IndexedCursor::moveToIndex(long i) {
     rowCache.reset();
     deleted = false;
-    const long n = count();
+    // A place past the rows read so far makes them be read up to it, or to the end.
+    const long n = reach(std::max(i + 1, 1L));
     index = i;
     if (n == 0) {
         bof = eof = true;
@@ -26,7 +29,7 @@ void IndexedCursor::moveToIndex(long i) {
 }
 
 void IndexedCursor::moveFirst() {
-    if (count() == 0) throwNoCurrentRecord();
+    if (reach(1) == 0) throwNoCurrentRecord();
     moveToIndex(0);
 }
 
@@ -47,7 +50,7 @@ void IndexedCursor::movePrevious() {
 }
 
 void IndexedCursor::setPosition(long p) {
-    if (p < 0 || p >= count())
+    if (p < 0 || p >= reach(p + 1))
         throwDao(kRecordsetSource, err::kInvalidArgument, "Ungültiges Argument.");
     moveToIndex(p);
 }

@@ -20,6 +20,8 @@ class IndexedCursor : public RecordsetImpl {
   protected:
     // The first row after `after` (-1: from the first row) that meets the criteria.
     virtual std::optional<long> findIndex(const std::string& criteria, long after) = 0;
+    // The count, or at least `rows` where the rest is not read yet.
+    virtual long reach(long /*rows*/) { return count(); }
     void moveToIndex(long i);
 
     long index = -1;

@@ -441,10 +441,11 @@ class Generator {
     std::string source(const ast::TableSource& s, SelectParts* parts, bool nested) {
         using Kind = ast::TableSource::Kind;
         if (s.kind == Kind::Table) {
+            std::string text = ident(s.name) + (s.alias.empty() ? "" : " AS " + ident(s.alias));
             if (parts)
                 parts->tables.push_back(
-                    {s.name, tableQualifier(s.alias.empty() ? s.name : s.alias)});
-            return ident(s.name) + (s.alias.empty() ? "" : " AS " + ident(s.alias));
+                    {s.name, tableQualifier(s.alias.empty() ? s.name : s.alias), text});
+            return text;
         }
         if (s.kind == Kind::Derived) {
             if (parts) parts->derivedTable = true;
@@ -453,8 +454,9 @@ class Generator {
         if (parts && s.join != "INNER") parts->outerJoin = true;
         const std::string left = source(*s.left, parts, false);
         const std::string right = source(*s.right, parts, true);
-        const std::string text =
-            left + " " + s.join + " JOIN " + right + " ON " + condition(expr(*s.on));
+        const std::string on = condition(expr(*s.on));
+        if (parts) parts->joinConditions.push_back(on);
+        const std::string text = left + " " + s.join + " JOIN " + right + " ON " + on;
         return nested ? "(" + text + ")" : text;
     }
 

@@ -52,6 +52,7 @@ std::string soleQualifier(std::string_view condition);
 struct TableRef {
     std::string name;       // as written, brackets removed
     std::string qualifier;  // alias, or the name as written
+    std::string source;     // as it stands in the translated FROM, its alias included
 };
 
 // The parts of a plain SELECT, taken from a translated text at the top nesting level.
@@ -66,6 +67,7 @@ struct SelectParts {
     std::string where;
     std::string orderBy;
     std::vector<TableRef> tables;
+    std::vector<std::string> joinConditions;  // the translated ON of each join
 
     // Rows of such a query can be told by the row ids of its base tables.
     bool keyable() const {

@@ -28,6 +28,30 @@ bool scansWholeTable(Connection& conn, const std::string& sql) {
     return false;
 }
 
+// Whether SQLite's plan gives the rows in their order as it reads them: no sort of the whole
+// result ahead of the first row, and every table after the first reached through an index.
+bool streams(Connection& conn, const std::string& sql) {
+    try {
+        auto plan = conn.prepare("EXPLAIN QUERY PLAN " + sql);
+        int loops = 0;
+        while (plan->step()) {
+            if (plan->column(1).toInteger() != 0) continue;  // inside a subquery
+            const std::string detail = plan->column(3).toString();
+            if (detail == "USE TEMP B-TREE FOR ORDER BY") return false;
+            const bool scan = detail.rfind("SCAN", 0) == 0;
+            if (scan || detail.rfind("SEARCH", 0) == 0)
+                if (loops++ > 0 && scan) return false;
+        }
+        return loops > 0;
+    } catch (const DaoError&) {
+        return false;
+    }
+}
+
+bool mentions(const std::string& condition, const std::string& qualifier) {
+    return text::lower(condition).find(text::lower(qualifier) + ".") != std::string::npos;
+}
+
 }  // namespace
 
 struct QueryPlan {
@@ -42,6 +66,9 @@ struct QueryPlan {
     // Whether the query may give many rows: then its keys are read alone, since reading the
     // first rows whole with them would read every row whole to sort them.
     bool manyRows = false;
+    // The keyset's statement in a form that gives its rows in order as it reads them, so that
+    // a long list is read in steps; empty: read whole.
+    std::string streamSql;
 };
 
 KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string source,
@@ -76,6 +103,7 @@ KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string s
                         orderBy() + " LIMIT " + std::to_string(kPrefetchRows + 1);
         made->rows = &conn->cached(made->rowsSql);
         made->manyRows = scansWholeTable(*conn, keysetSql());
+        if (made->manyRows && !conn->isServer()) made->streamSql = streamingSql(parts);
         memo = made;
     }
     plan = std::static_pointer_cast<const QueryPlan>(memo);
@@ -102,10 +130,104 @@ const std::string& KeysetCursor::orderClause() const {
 void KeysetCursor::readKeys() {
     // Most queries give a few rows: read them whole with their keys in one statement, and
     // fall back to a keyset of their keys alone when there are more. A query over a whole
-    // table (a list) reads its keys alone at once.
+    // table (a list) reads its keys alone at once, or its first screen of them where its
+    // plan gives them in order.
     if (!plan->manyRows && readFirstRows()) return;
-    readKeyset();
     keysState = storeState();
+    if (!plan->streamSql.empty()) {
+        pending = conn->prepare(plan->streamSql);
+        bindParams(*pending);
+        readMore(kFirstScreen);
+        return;
+    }
+    readKeyset();
+}
+
+// The SQL of the keyset whose plan streams, from the query as written or with its inner
+// joins read from the table its order begins with; empty if neither streams.
+std::string KeysetCursor::streamingSql(const jet::SelectParts& parts) const {
+    const std::string asWritten = keysetSql();
+    if (streams(*conn, asWritten)) return asWritten;
+    const int lead = orderedFirstBy();
+    if (lead < 0 || stride < 2 || parts.outerJoin || parts.derivedTable) return {};
+    // Inner joins may be read in any order: their conditions join the others' WHERE, and each
+    // table comes after one it is joined to, so that it is looked up by its index.
+    std::vector<int> order{lead};
+    std::vector<bool> placed(static_cast<size_t>(stride), false);
+    placed[static_cast<size_t>(lead)] = true;
+    while (order.size() < static_cast<size_t>(stride)) {
+        int next = -1;
+        for (int j = 0; j < stride && next < 0; ++j) {
+            if (placed[static_cast<size_t>(j)]) continue;
+            for (const auto& on : parts.joinConditions)
+                if (mentions(on, parts.tables[static_cast<size_t>(j)].qualifier))
+                    for (int k : order)
+                        if (mentions(on, parts.tables[static_cast<size_t>(k)].qualifier)) next = j;
+        }
+        if (next < 0)
+            for (int j = 0; j < stride && next < 0; ++j)
+                if (!placed[static_cast<size_t>(j)]) next = j;
+        placed[static_cast<size_t>(next)] = true;
+        order.push_back(next);
+    }
+    std::string from, where;
+    for (int j : order)
+        from += (from.empty() ? "" : " CROSS JOIN ") + parts.tables[static_cast<size_t>(j)].source;
+    for (const auto& on : parts.joinConditions)
+        where += (where.empty() ? "(" : " AND (") + on + ")";
+    if (!parts.where.empty()) where += (where.empty() ? "(" : " AND (") + parts.where + ")";
+    const std::string reordered = "SELECT " + plan->keyColumns + " FROM " + from +
+                                  (where.empty() ? "" : " WHERE " + where) + orderBy();
+    return streams(*conn, reordered) ? reordered : std::string();
+}
+
+void KeysetCursor::readMore(long rows) {
+    if (!pending) return;
+    if (storeState() != keysState) {
+        // The store changed under the statement: read anew, as far as before.
+        const long before = knownCount();
+        keys.clear();
+        origCount = 0;
+        positions.clear();
+        keyIndexValid = false;
+        pending->reset();
+        keysState = storeState();
+        rows = std::max(rows, before);
+    }
+    long read = 0;
+    while (read < rows) {
+        if (!pending->step()) {
+            pending.reset();
+            break;
+        }
+        for (int i = 0; i < stride; ++i) keys.push_back(pending->column(i).toInteger());
+        ++read;
+    }
+    origCount = knownCount();
+}
+
+void KeysetCursor::readUntil(long rows) {
+    while (pending && knownCount() < rows)
+        readMore(std::min(rows - knownCount(), std::max(knownCount(), 4096L)));
+}
+
+bool KeysetCursor::readAhead(std::chrono::milliseconds budget) {
+    const auto end = std::chrono::steady_clock::now() + budget;
+    while (pending) {
+        readMore(4096);
+        if (std::chrono::steady_clock::now() >= end) break;
+    }
+    return !pending;
+}
+
+long KeysetCursor::count() {
+    readAll();
+    return knownCount();
+}
+
+long KeysetCursor::reach(long rows) {
+    readUntil(rows);
+    return knownCount();
 }
 
 bool KeysetCursor::readFirstRows() {
@@ -168,7 +290,7 @@ std::string KeysetCursor::keysetSql() const {
 }
 
 std::vector<Variant> KeysetCursor::rowAt(long p) {
-    if (p < 0 || p >= count()) throwNoCurrentRecord();
+    if (p < 0 || p >= reach(p + 1)) throwNoCurrentRecord();
     if (static_cast<size_t>(p) < prefetched.size()) return prefetched[static_cast<size_t>(p)];
     return fetchByKeys(&keys[static_cast<size_t>(p) * stride]);
 }
@@ -179,6 +301,7 @@ long long KeysetCursor::currentRowid() {
 }
 
 void KeysetCursor::inserted() {
+    readAll();  // rows added stand behind every row of the query
     const long long id = conn->lastInsertId();
     keys.push_back(id);
     if (keyIndexValid) keyIndex.emplace(keyString(&keys.back()), count() - 1);
@@ -199,6 +322,7 @@ std::string KeysetCursor::keyString(const long long* k) const {
 }
 
 void KeysetCursor::buildKeyIndex() {
+    readAll();
     if (keyIndexValid) return;
     keyIndex.clear();
     keyIndex.reserve(keys.size() / stride);
@@ -209,6 +333,7 @@ void KeysetCursor::buildKeyIndex() {
 
 std::optional<long> KeysetCursor::findIndex(const std::string& criteria, long after) {
     if (auto typed = findTyped(criteria, after)) return *typed;
+    readAll();
     const std::string crit = jet::translate(criteria, &conn->catalog());
     // A condition on one table's columns is run on that table alone, and the first row of
     // the recordset's order whose row of that table matched is the answer.

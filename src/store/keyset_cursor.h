@@ -1,5 +1,8 @@
 #pragma once
 
+#include <chrono>
+#include <climits>
+#include <functional>
 #include <unordered_map>
 
 #include "store/indexed_cursor.h"
@@ -19,8 +22,13 @@ class KeysetCursor : public IndexedCursor {
     KeysetCursor(std::shared_ptr<Connection> connection, std::string source,
                  const jet::Prepared& query);
 
-    long count() override { return static_cast<long>(keys.size() / stride); }
+    static constexpr long kFirstScreen = 256;
+
+    long count() override;
     std::vector<Variant> rowAt(long p) override;
+    long knownCount() override { return static_cast<long>(keys.size() / stride); }
+    bool countFinal() override { return !pending; }
+    bool readAhead(std::chrono::milliseconds budget) override;
 
   protected:
     std::vector<Variant> loadCurrent() override { return rowAt(index); }
@@ -29,6 +37,7 @@ class KeysetCursor : public IndexedCursor {
     void inserted() override;
     void removed() override;
     void storedRowsChanged() override { prefetched.clear(); }
+    long reach(long rows) override;
 
   private:
     const std::vector<jet::TableRef>& tables() const;
@@ -36,11 +45,18 @@ class KeysetCursor : public IndexedCursor {
     void readKeys();
     bool readFirstRows();  // false: more than kPrefetchRows
     void readKeyset();
+    // The keyset of a long list read in steps, so that its first screen needs no more.
+    void readMore(long rows);
+    void readUntil(long rows);  // until that many rows are known, or every row
+    void readAll() { readUntil(LONG_MAX); }
+    // Which table of the query its order begins with, -1 if none.
+    int orderedFirstBy() const;
     // The row ids of one row, as parameters after the query's own values.
     std::string keyCondition() const;
     // The order of the rows: the query's own, made total by the row ids.
     std::string orderBy() const;
     std::string keysetSql() const;
+    std::string streamingSql(const jet::SelectParts& parts) const;
     std::string keyString(const long long* k) const;
     void buildKeyIndex();
     std::optional<long> findAppended(const std::string& crit, long after);
@@ -60,6 +76,7 @@ class KeysetCursor : public IndexedCursor {
         std::vector<long> dense;                         // by row id - first, -1: none
         std::vector<std::pair<long long, long>> sparse;  // sorted by row id
         long of(long long rowid) const;                  // -1: none
+        long rows = 0;                                   // of the keyset, when they were taken
     };
     // nullopt: not such a search, or no fast way to it; the plain search answers it.
     std::optional<std::optional<long>> findTyped(const std::string& criteria, long after);
@@ -67,6 +84,7 @@ class KeysetCursor : public IndexedCursor {
     Order leadingOrder(const TypedSearch& s);
     PrefixIndex prefixIndex(const TypedSearch& s);
     std::optional<std::optional<long>> findInOrder(const TypedSearch& s, Order order, long after);
+    bool eachByIndex(const TypedSearch& s, const std::function<bool(long long)>& each);
     std::optional<std::optional<long>> findByIndex(const TypedSearch& s, long after);
     std::optional<long> findOnServer(const TypedSearch& s, long after);
     Statement& valueStatement(const TypedSearch& s);
@@ -84,6 +102,8 @@ class KeysetCursor : public IndexedCursor {
     std::vector<std::vector<Variant>> prefetched;
     std::vector<Positions> positions;  // per table, built when a search first needs them
     long long keysState = -1;          // storeState() when the keys were read
+    // The keyset's statement while rows of it are unread; stepped on as they are wanted.
+    std::unique_ptr<Statement> pending;
 };
 
 }  // namespace tolma::store

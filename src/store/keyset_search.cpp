@@ -176,6 +176,19 @@ KeysetCursor::Order KeysetCursor::leadingOrder(const TypedSearch& s) {
                   : (descending ? Order::NoCaseDown : Order::NoCaseUp);
 }
 
+int KeysetCursor::orderedFirstBy() const {
+    const auto t = significant(orderClause());
+    const size_t i = !t.empty() && isPunct(t[0], "(") ? 1 : 0;
+    if (i + 2 >= t.size() || !isName(t[i]) || !isPunct(t[i + 1], ".") || !isName(t[i + 2]))
+        return -1;
+    const std::string q = nameOf(t[i]);
+    for (int j = 0; j < stride; ++j)
+        if (const std::string& own = tables()[static_cast<size_t>(j)].qualifier;
+            sameName(q, own) || sameName("[" + q + "]", own) || sameName("\"" + q + "\"", own))
+            return j;
+    return -1;
+}
+
 // Changes to the store since the keys were read: by this connection, or committed by another.
 long long KeysetCursor::storeState() {
     if (conn->isServer()) return conn->totalChanges();
@@ -188,8 +201,9 @@ long long KeysetCursor::storeState() {
 const KeysetCursor::Positions& KeysetCursor::positionsOf(int table) {
     if (positions.size() != static_cast<size_t>(stride)) positions.assign(stride, {});
     Positions& p = positions[static_cast<size_t>(table)];
-    if (p.valid) return p;
+    if (p.valid && p.rows == origCount) return p;
     p = Positions{};
+    p.rows = origCount;  // while a long list is read, of the rows read so far
     long long lo = 0, hi = -1;
     for (long i = 0; i < origCount; ++i) {
         const long long id = keys[static_cast<size_t>(i) * stride + table];
@@ -291,39 +305,49 @@ std::optional<std::optional<long>> KeysetCursor::findInOrder(const TypedSearch& 
         return c < 0 ? -1 : c > 0 ? 1 : 0;
     };
     auto before = [&](int sideOf) { return down ? sideOf > 0 : sideOf < 0; };
-    long lo = after + 1, hi = origCount;
-    while (lo < hi) {
-        const long mid = lo + (hi - lo) / 2;
-        if (before(side(valueAt(s, mid).first)))
-            lo = mid + 1;
-        else
-            hi = mid;
+    // While a long list is still read, where no row of the table begins so, there is nothing
+    // to read on for.
+    if (pending) {
+        bool any = false;
+        if (eachByIndex(s, [&](long long) { return !(any = true); }) && !any)
+            return std::optional<long>();
     }
-    for (long p = lo; p < origCount; ++p) {
-        if (p - lo >= kNearRows) return findByIndex(s, p - 1);
-        const auto [value, matches] = valueAt(s, p);
-        if (side(value) != 0) break;
-        if (matches) return std::optional<long>(p);
+    for (;;) {
+        long lo = after + 1, hi = origCount;
+        while (lo < hi) {
+            const long mid = lo + (hi - lo) / 2;
+            if (before(side(valueAt(s, mid).first)))
+                lo = mid + 1;
+            else
+                hi = mid;
+        }
+        for (long p = lo; p < origCount; ++p) {
+            if (p - lo >= kNearRows) return findByIndex(s, p - 1);
+            const auto [value, matches] = valueAt(s, p);
+            if (side(value) != 0) return std::optional<long>();
+            if (matches) return std::optional<long>(p);
+        }
+        // The rows read so far end before the rows that begin so, or among them: read on.
+        if (!pending) return std::optional<long>();
+        readMore(std::max(origCount, 4096L));
     }
-    return std::optional<long>();
 }
 
-// The rows whose value begins with the typed text, in any spelling, from the index; the first
-// of them in the keyset's order.
-std::optional<std::optional<long>> KeysetCursor::findByIndex(const TypedSearch& s, long after) {
-    if (s.beginning.empty()) return std::nullopt;  // the index would give every row
+// The rows of the table whose value begins with the typed text, in any spelling, from the
+// index: each row id is handed to `each` until it says to stop. False: no index answers it.
+bool KeysetCursor::eachByIndex(const TypedSearch& s, const std::function<bool(long long)>& each) {
+    if (s.beginning.empty()) return false;  // the index would give every row
     const PrefixIndex index = prefixIndex(s);
-    if (index == PrefixIndex::None) return std::nullopt;
+    if (index == PrefixIndex::None) return false;
     const auto forms = spellings(s.beginning);
-    if (forms.empty()) return std::nullopt;
+    if (forms.empty()) return false;
     const std::string& table = tables()[static_cast<size_t>(s.table)].name;
     const std::string column = index == PrefixIndex::Lower ? "lower([" + s.column + "])"
                                                            : "[" + s.column + "] COLLATE NOCASE";
     auto& range = stmt("SELECT rowid FROM [" + table + "] WHERE " + column + " >= ?1 AND " +
                        column + " < ?2 AND [" + s.column + "] LIKE ?3");
     auto& lower = stmt("SELECT lower(?1)");
-    const Positions& where = positionsOf(s.table);
-    long best = -1;
+    std::vector<std::pair<std::string, std::string>> bounds;
     for (const auto& form : forms) {
         // The bounds as the index holds its values: lowered as SQLite lowers, or as NOCASE folds.
         std::string from = form;
@@ -333,16 +357,39 @@ std::optional<std::optional<long>> KeysetCursor::findByIndex(const TypedSearch& 
             from = lower.column(0).toString();
             lower.reset();
         }
-        const std::string to = successor(text::lowerAscii(from));
-        if (to.empty()) return std::nullopt;
+        std::string to = successor(text::lowerAscii(from));
+        if (to.empty()) return false;
+        bounds.emplace_back(std::move(from), std::move(to));
+    }
+    for (const auto& [from, to] : bounds) {
         range.bind(1, Variant(from));
         range.bind(2, Variant(to));
         range.bind(3, Variant(s.pattern));
-        while (range.step()) {
-            const long p = where.of(range.column(0).toInteger());
-            if (p > after && (best < 0 || p < best)) best = p;
-        }
+        bool more = true;
+        while (more && range.step()) more = each(range.column(0).toInteger());
         range.reset();
+        if (!more) break;
+    }
+    return true;
+}
+
+// The first of the index's rows in the keyset's order.
+std::optional<std::optional<long>> KeysetCursor::findByIndex(const TypedSearch& s, long after) {
+    const Positions* where = nullptr;
+    long best = -1;
+    bool any = false;
+    if (!eachByIndex(s, [&](long long rowid) {
+            any = true;
+            if (!where) where = &positionsOf(s.table);
+            const long p = where->of(rowid);
+            if (p > after && (best < 0 || p < best)) best = p;
+            return true;
+        }))
+        return std::nullopt;
+    // The rows read so far come first in the order: a match among them is the first one.
+    if (best < 0 && any && pending) {
+        readAll();
+        return findByIndex(s, after);
     }
     return best >= 0 ? std::optional<long>(best) : std::optional<long>();
 }
@@ -414,7 +461,7 @@ std::optional<std::optional<long>> KeysetCursor::findTyped(const std::string& cr
         found = findByIndex(*s, near - 1);
         if (!found) return std::nullopt;
     }
-    if (*found) return found;
+    if (*found || pending) return found;  // while rows are unread, none was added
     // Rows added through this recordset stand at its end, whatever the order says.
     for (long p = std::max(after + 1, origCount); p < count(); ++p)
         if (valueAt(*s, p).second) return std::optional<long>(p);

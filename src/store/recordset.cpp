@@ -40,6 +40,15 @@ bool Recordset::Updatable() const {
 long Recordset::RecordCount() const {
     return impl().count();
 }
+long Recordset::KnownCount() const {
+    return impl().knownCount();
+}
+bool Recordset::CountFinal() const {
+    return impl().countFinal();
+}
+bool Recordset::ReadAhead(int milliseconds) const {
+    return impl().readAhead(std::chrono::milliseconds(milliseconds));
+}
 bool Recordset::Eof() const {
     return impl().eof;
 }

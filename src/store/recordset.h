@@ -63,7 +63,12 @@ class Recordset {
     const std::string& Name() const;
     bool Updatable() const;
 
-    long RecordCount() const;
+    long RecordCount() const;  // whole: a long query is read to its end first
+    // The rows known so far: a long list shows its first screen before the rest is read.
+    long KnownCount() const;
+    bool CountFinal() const;  // whether KnownCount() is the whole count
+    // Reads on behind the first screen for about this long; true once every row is known.
+    bool ReadAhead(int milliseconds) const;
     bool Eof() const;
     bool Bof() const;
     long AbsolutePosition() const;  // -1 without a current row

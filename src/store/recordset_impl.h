@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+
 #include <functional>
 #include <map>
 #include <memory>
@@ -59,6 +61,12 @@ class RecordsetImpl {
     virtual void setPosition(long p) = 0;
     virtual std::vector<Variant> rowAt(long p) = 0;
     virtual void find(const std::string& criteria, bool fromStart) = 0;
+    // The rows read so far, while a long query is still read behind its first screen; the
+    // whole count once readAhead() said it is done.
+    virtual long knownCount() { return count(); }
+    virtual bool countFinal() { return true; }
+    // Reads on for about this long; true once every row is known.
+    virtual bool readAhead(std::chrono::milliseconds) { return true; }
 
     // ---- common to all kinds -------------------------------------------------------------
     void check() const;

@@ -11,7 +11,7 @@ TableCursor::TableCursor(std::shared_ptr<Connection> connection, std::string sou
     updatable = true;
     const std::string fetchSql = "SELECT * FROM " + baseTable + " WHERE rowid = ?1";
     fetchStmt = &conn->cached(fetchSql);
-    describe(*fetchStmt, fetchSql, {{table, table}}, table);
+    describe(*fetchStmt, fetchSql, {{table, table, baseTable}}, table);
     positionAt(rowidBy("SELECT rowid FROM " + baseTable + " ORDER BY rowid LIMIT 1", {}));
 }
 

@@ -20,10 +20,20 @@ void RecordsetTableModel::reload() {
     rows_ = 0;
     const auto& rs = control_.Recordset();
     if (rs.isSet()) {
-        rows_ = static_cast<int>(rs.RecordCount());
+        rows_ = static_cast<int>(rs.KnownCount());
         for (const auto& c : columns_) fieldIndex_.push_back(rs.fieldIndex(c.field));
     }
     endResetModel();
+}
+
+void RecordsetTableModel::grow() {
+    const auto& rs = control_.Recordset();
+    if (!rs.isSet()) return;
+    const int known = static_cast<int>(rs.KnownCount());
+    if (known <= rows_) return;
+    beginInsertRows({}, rows_, known - 1);
+    rows_ = known;
+    endInsertRows();
 }
 
 int RecordsetTableModel::rowCount(const QModelIndex& parent) const {

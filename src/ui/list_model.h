@@ -20,6 +20,8 @@ class RecordsetTableModel : public QAbstractTableModel {
 
     // The data control has a new recordset.
     void reload();
+    // The rows read since behind a long list's first screen join the grid.
+    void grow();
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;

@@ -12,6 +12,7 @@
 #include <QRadioButton>
 #include <QShortcut>
 #include <QTableView>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <string_view>
@@ -60,7 +61,11 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
       grid_(new QTableView(this)),
       model_(nullptr),
       blaettern_(nullptr),
-      label1_(new QLabel(this)) {
+      label1_(new QLabel(this)),
+      reader_(new QTimer(this)) {
+    reader_->setSingleShot(true);
+    reader_->setInterval(0);  // between the clerk's events
+    connect(reader_, &QTimer::timeout, this, [this] { readOn(); });
     setObjectName(form_->name());
     setWindowTitle(form_->persons ? "  TOLMA_3x_Access  (Auswahlliste - Personen)"
                                   : " TOLMA_3x_Access  (Auswahlliste - Betriebe)");
@@ -188,7 +193,7 @@ QHBoxLayout* ListWindow::buildButtons() {
         }
         connect(options_, &QButtonGroup::idClicked, this, [this](int index) {
             browse::Option1_Click(g_, *form_, index);
-            model_->reload();
+            reloadModel();
             selectCurrentRow();
         });
     }
@@ -263,7 +268,7 @@ void ListWindow::setUpKeyboard() {
 void ListWindow::sortBy(int column) {
     browse::Text1_Click(g_, *form_, column);
     for (auto* box : boxes_) box->clear();
-    model_->reload();
+    reloadModel();
     selectCurrentRow();
 }
 
@@ -302,9 +307,28 @@ void ListWindow::fitColumns() {
 
 void ListWindow::refreshFromCore() {
     frame1_->setVisible(form_->Frame1Visible);
-    model_->reload();
+    reloadModel();
     selectCurrentRow();
     label1_->setText(QString::fromStdString(form_->Label1));
+}
+
+void ListWindow::reloadModel() {
+    model_->reload();
+    reader_->start();
+}
+
+// In slices short enough that typing and scrolling stay smooth while the rest is read.
+void ListWindow::readOn() {
+    const bool whole = browse::readAhead(*form_, 30);
+    model_->grow();
+    if (!whole) {
+        reader_->start();
+        return;
+    }
+    syncing_ = true;
+    label1_->setText(QString::fromStdString(form_->Label1));
+    blaettern_->refresh();
+    syncing_ = false;
 }
 
 void ListWindow::selectCurrentRow() {

@@ -13,6 +13,7 @@ class QGroupBox;
 class QLabel;
 class QLineEdit;
 class QTableView;
+class QTimer;
 
 namespace tolma::ui {
 
@@ -56,6 +57,9 @@ class ListWindow : public QWidget {
     void command(int index);
     void sortBy(int column);
     void selectCurrentRow();
+    // The grid gets the recordset anew; a long list's rest is read behind its first screen.
+    void reloadModel();
+    void readOn();
 
     core::Globals& g_;
     std::unique_ptr<browse::ListForm> form_;
@@ -69,6 +73,7 @@ class ListWindow : public QWidget {
     QLabel* label1_;
     QButtonGroup* options_ = nullptr;
     bool syncing_ = false;
+    QTimer* reader_;
 };
 
 }  // namespace tolma::ui

@@ -397,6 +397,64 @@ TEST_F(TypedSearchTest, UmlautsAndCaseAsTheGermanRulesTellThem) {
     EXPECT_EQ(table.AbsolutePosition(), 400);  // behind the 400 businesses
 }
 
+TEST_F(TypedSearchTest, ALongListShowsItsFirstScreenAndReadsTheRestAsItIsWanted) {
+    auto rows = [](Recordset& rs) {
+        std::vector<std::string> out;
+        for (long p = 0; p < rs.RecordCount(); ++p) {
+            std::string line;
+            for (const auto& v : rs.rowAt(p)) line += v.toString() + "|";
+            out.push_back(line);
+        }
+        return out;
+    };
+    // The same order by an expression that no index gives: read whole at once.
+    Recordset whole = list(db, "betrieb.[betr-nr] & ''");
+    EXPECT_TRUE(whole.CountFinal());
+    const auto expected = rows(whole);
+    ASSERT_EQ(expected.size(), 401u);
+
+    Recordset lazy = list(db, "betrieb.[betr-nr]");
+    EXPECT_FALSE(lazy.CountFinal());
+    EXPECT_GT(lazy.KnownCount(), 20);
+    EXPECT_LT(lazy.KnownCount(), 401);
+    lazy.setAbsolutePosition(330);  // past the rows read: read on up to it
+    EXPECT_EQ(lazy.AbsolutePosition(), 330);
+    EXPECT_EQ(rows(lazy), expected);  // the count makes it whole
+    EXPECT_TRUE(lazy.CountFinal());
+
+    Recordset stepwise = list(db, "betrieb.[betr-nr]");
+    EXPECT_TRUE(stepwise.ReadAhead(0));  // a slice at least
+    EXPECT_EQ(stepwise.KnownCount(), 401);
+
+    // Typed into a list still being read: the row the whole list gives, without reading on
+    // where no row can match.
+    Recordset read = list(db, "betrieb.[betr-nr]");
+    read.RecordCount();
+    for (const char* crit :
+         {"betrieb.[betr-nr] LIKE '00000000039*'", "betrieb.[betr-nr] LIKE '9*'",
+          "betrieb.[b-eintr-name] LIKE 'ébè*'", "betrieb.[b-eintr-name] LIKE 'M*'",
+          "betrieb_adresse.[b-ort] LIKE 'Zwi*'", "betrieb.[b-eintr-name] LIKE 'q*'",
+          "(betrieb.[b-eintr-name] LIKE 'Œu*')"}) {
+        Recordset fresh = list(db, "betrieb.[betr-nr]");
+        fresh.FindFirst(crit);
+        const long at = fresh.NoMatch() ? -1 : fresh.AbsolutePosition();
+        if (std::string(crit).find("'9*'") != std::string::npos) {
+            EXPECT_FALSE(fresh.CountFinal());
+        }
+        read.MoveFirst();
+        read.FindFirst(crit);
+        EXPECT_EQ(at, read.NoMatch() ? -1 : read.AbsolutePosition()) << crit;
+    }
+
+    // The store changes while the list is read: what it reads on is read anew.
+    Recordset changing = list(db, "betrieb.[betr-nr]");
+    db.connection()->execute("DELETE FROM betrieb_adresse WHERE [betr-nr] = '000000000002'");
+    EXPECT_EQ(changing.RecordCount(), 400);
+    auto shorter = expected;
+    shorter.erase(shorter.begin() + 1);
+    EXPECT_EQ(rows(changing), shorter);
+}
+
 TEST_F(RecordsetTest, MissingTableOrBrokenQueryIsAnError) {
     EXPECT_EQ(errorNumber([&] { db.OpenRecordset("gibtsnicht"); }), 3078);
     EXPECT_EQ(

@@ -32,6 +32,7 @@
 #include "browse/record_view.h"
 #include "core/menu.h"
 #include "core/start.h"
+#include "store/connection.h"
 #include "transfer/import_driver.h"
 #include "transfer/journal.h"
 #include "ui/disclosure_window.h"
@@ -163,6 +164,36 @@ class MainWindowTest : public QObject {
         QCOMPARE(text("TextPers_1"), text("TextPers_88"));
         tabs->setCurrentIndex(1);
         QVERIFY(!window->findChild<QWidget*>("Frame_Anzahl")->isVisible());
+    }
+
+    void aLongListShowsItsFirstScreenAndReadsTheRestBehindIt() {
+        tolma::transfer::Upd_1_Start(
+            *g, (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
+        auto& c = *g->stores.db_daten.connection();
+        for (const char* table : {"betrieb", "betrieb_adresse"})
+            c.execute(
+                std::string("INSERT INTO ") + table +
+                " ([betr-nr], [betr-hist-nr]) WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
+                "SELECT i + 1 FROM n WHERE i < 2000) SELECT printf('99%010d', i), '1' FROM n");
+        c.execute("UPDATE betrieb_adresse SET [b-adr-art] = '1' WHERE [betr-nr] LIKE '99*'");
+        c.execute("UPDATE betrieb SET [meld-art] = '1' WHERE [betr-nr] LIKE '99*'");
+        auto before = c.prepare(
+            "SELECT count(*) FROM betrieb INNER JOIN betrieb_adresse USING ([betr-nr], "
+            "[betr-hist-nr]) WHERE [b-adr-art] = '1' AND [meld-art] <> '999'");
+        before->step();
+        const long all = before->column(0).toInteger();
+        window->trigger("menue_suchen_betrieb");
+        auto* list = window->findChild<tolma::ui::ListWindow*>("Frm_Auswahl_Betr");
+        QVERIFY(list != nullptr);
+        auto* grid = list->findChild<QTableView*>("DBGrid1");
+        auto* label = list->findChild<QLabel*>("Label1");
+        new QAbstractItemModelTester(grid->model(),
+                                     QAbstractItemModelTester::FailureReportingMode::QtTest, list);
+        QVERIFY(grid->model()->rowCount() < all);  // the first screen, before the rest is read
+        QCOMPARE(label->text(), QString("Betrieb Nr. 1 von …"));
+        QTRY_COMPARE(grid->model()->rowCount(), static_cast<int>(all));
+        QCOMPARE(label->text(), QString("Betrieb Nr. 1 von %1").arg(all));
+        QCOMPARE(grid->currentIndex().row(), 0);
     }
 
     void listsFindAndOpenABusinessAndTheWalkGoesToTheRepresentatives() {
