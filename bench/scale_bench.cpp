@@ -71,7 +71,10 @@ void openAndType(tolma::core::Globals& g) {
     for (auto [box, text] : typed) {
         if (box < 0) {
             box = -box;
+            const auto click = Clock::now();
             tolma::browse::Text1_Click(g, form, box);
+            std::cout << "Sortieren nach Spalte " << box << ": erster Bildschirm nach "
+                      << secondsSince(click) * 1000 << " ms\n";
         }
         form.Text1[static_cast<size_t>(box)] = text;
         start = Clock::now();
