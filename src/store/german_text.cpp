@@ -46,31 +46,25 @@ struct Letters {
     }
 };
 
-bool ascii(std::string_view s) {
-    for (unsigned char c : s)
-        if (c >= 0x80) return false;
-    return true;
-}
+}  // namespace
 
-int asciiCompare(std::string_view a, std::string_view b) {
+int compare(std::string_view a, std::string_view b) {
+    // Most values (keys, dates, many names) are plain ASCII, and most others are so up to
+    // their first umlaut: that part is compared byte by byte, case aside. It has no marks, so
+    // where it differs, its letters decide, and where it ends, the rest is weighed from there.
     const size_t n = a.size() < b.size() ? a.size() : b.size();
-    for (size_t i = 0; i < n; ++i) {
+    size_t i = 0;
+    for (; i < n; ++i) {
         int x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
+        if ((x | y) >= 0x80) break;
         if (x >= 'A' && x <= 'Z') x += 32;
         if (y >= 'A' && y <= 'Z') y += 32;
         if (x != y) return x < y ? -1 : 1;
     }
-    return a.size() == b.size() ? 0 : a.size() < b.size() ? -1 : 1;
-}
-
-}  // namespace
-
-int compare(std::string_view a, std::string_view b) {
-    // Most values (keys, dates, many names) are plain ASCII: compared without building keys.
-    if (ascii(a) && ascii(b)) return asciiCompare(a, b);
+    if (i == n) return a.size() == b.size() ? 0 : a.size() < b.size() ? -1 : 1;
     // The letters decide; at equal letters the first mark that differs. Nothing is allocated:
     // a sort calls this for every pair it weighs.
-    Letters x{a}, y{b};
+    Letters x{a.substr(i)}, y{b.substr(i)};
     int marks = 0;
     for (;;) {
         char32_t px = 0, mx = 0, py = 0, my = 0;
