@@ -292,6 +292,24 @@ TEST(ServerSetUp, EinrichtenMakesEveryTableOnceAndTheRolesHoldTheirRights) {
     EXPECT_EQ(cell(*reader, "SELECT count(DISTINCT rowid) FROM betrieb"), "2");
 }
 
+// A store set up before the records had an index on their row ids gets it from a second set-up,
+// which then says it changed something.
+TEST(ServerSetUp, EinrichtenGivesTheRecordsOfAnOlderStoreTheirIndex) {
+    const std::string text = PgCluster::get().createDatabase("aeltere");
+    ASSERT_EQ(runCli({"server", "einrichten", text}).code, 0);
+    auto admin = ServerSession::connect(text);
+    const std::string present =
+        "SELECT count(*) FROM pg_indexes WHERE tablename LIKE 'tolma_rueck_%' AND indexdef LIKE "
+        "'%(rowid)'";
+    const std::string records = cell(*admin, present);
+    EXPECT_EQ(records, std::to_string(model::dataTables().size()));
+    admin->execute("DROP INDEX idx_tolma_rueck_person_rowid");
+    const auto again = runCli({"server", "einrichten", text});
+    ASSERT_EQ(again.code, 0) << again.err;
+    EXPECT_EQ(again.out.find("schon eingerichtet"), std::string::npos) << again.out;
+    EXPECT_EQ(cell(*admin, present), records);
+}
+
 // Equality and order on the server as the embedded store's collation gives them.
 TEST(ServerText, FoldAndPrimaryCompareAndSortAsTheEmbeddedStore) {
     const std::string text = PgCluster::get().createDatabase("texte");
