@@ -4,13 +4,15 @@
 // Then several workstations on the server store: the same file read in alone, and again while
 // five reading workstations (processes of their own) open the list, type and search; and how
 // soon an idle workstation hears of the import's commit.
-//   tolma-server-bench [N] [--nur-arbeitsplaetze]
+//   tolma-server-bench [N] [--nur-arbeitsplaetze | --nur-server]
+// --nur-server measures the server store alone, without the store file and the workstations.
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <iomanip>
@@ -232,6 +234,7 @@ int main(int argc, char** argv) {
         return reader(argv[2], argv[3], argv[4], argv[5]);
     const long n = argc > 1 ? std::atol(argv[1]) : 100000;
     const bool onlyWorkstations = argc > 2 && std::string(argv[2]) == "--nur-arbeitsplaetze";
+    const bool onlyServer = argc > 2 && std::string(argv[2]) == "--nur-server";
     const auto dir = tolma::bench::freshDirectory("tolma-server-bench");
     const auto file = dir / "bench.tml";
     tolma::bench::writeFile(file, n);
@@ -256,14 +259,18 @@ int main(int argc, char** argv) {
         workstations();
         return 0;
     }
-    const Figures file_ = measure("Datei", file, n);
+    // The file store's figures stand beside the server's; without it its column stays empty.
+    const Figures file_ = onlyServer ? Figures{} : measure("Datei", file, n);
     const Figures server = measure("Server", file, n);
+    const auto of = [&](const Figures& f, const char* k) {
+        return f.count(k) ? f.at(k) : std::nan("");
+    };
     std::cout << std::fixed << std::setprecision(1) << n << " Betriebe\t"
               << "Datei\tServer\n";
-    auto perSecond = [&](const Figures& f, const char* k) { return n / (f.at(k) / 1000.0); };
+    auto perSecond = [&](const Figures& f, const char* k) { return n / (of(f, k) / 1000.0); };
     std::cout << "Import (Betriebe/s)\t" << perSecond(file_, "import") << "\t"
               << perSecond(server, "import") << "\n"
-              << "Ersetzen (× Import)\t" << file_.at("replace") / file_.at("import") << "\t"
+              << "Ersetzen (× Import)\t" << of(file_, "replace") / of(file_, "import") << "\t"
               << server.at("replace") / server.at("import") << "\n"
               << "Export (Betriebe/s)\t" << perSecond(file_, "export") << "\t"
               << perSecond(server, "export") << "\n";
@@ -272,7 +279,7 @@ int main(int argc, char** argv) {
                                     {"index", "Suchindex aufbauen (ms)"},
                                     {"search", "Suche (ms je Anfrage)"},
                                     {"evaluation", "Auswertung (ms)"}})
-        std::cout << name << "\t" << file_.at(key) << "\t" << server.at(key) << "\n";
-    workstations();
+        std::cout << name << "\t" << of(file_, key) << "\t" << server.at(key) << "\n";
+    if (!onlyServer) workstations();
     return 0;
 }

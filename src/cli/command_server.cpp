@@ -52,13 +52,14 @@ void report(const model::ServerSetUp& done, const std::string& server, std::ostr
 
 // The program's own tables (the record of the runs, the protocol, the search index) are made
 // here, by the login that sets up: the clerks' logins may write into tables, not create them.
-// Returns how many were made.
-int makeOwnTables(const std::string& text) {
+// Counts what was made into `done`.
+void makeOwnTables(const std::string& text, model::ServerSetUp& done) {
     auto c = store::Connection::open(text, store::Connection::Kind::Shared);
     const size_t before = store::tableNames(*c).size();
     c->beginBatch();
     try {
         transfer::journal::createRecordTables(*c);
+        done.indexesCreated += transfer::journal::indexRecordTables(*c);
         protection::createProtocol(*c);
         search::prepareIndexTables(*c);
         c->commitBatch();
@@ -66,7 +67,7 @@ int makeOwnTables(const std::string& text) {
         c->rollbackBatch();
         throw;
     }
-    return static_cast<int>(store::tableNames(*c).size() - before);
+    done.tablesCreated += static_cast<int>(store::tableNames(*c).size() - before);
 }
 
 }  // namespace
@@ -85,7 +86,7 @@ int commandServer(const Options& options, const std::vector<std::string>& args, 
                        "„" + text + "“ ist keine Verbindungsangabe eines Datenbankservers.");
     try {
         model::ServerSetUp done = model::setUpServerStore(text);
-        done.tablesCreated += makeOwnTables(text);
+        makeOwnTables(text, done);
         model::grantServerRights(text);
         report(done, store::describeServer(text), out);
         return kExitOk;

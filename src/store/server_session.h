@@ -134,8 +134,8 @@ bool needsPassword(const DaoError& e);
 
 // A name quoted for SQL: "betr-nr".
 std::string quoteIdentifier(const std::string& name);
-// One line of COPY's text format: values apart by tabs, NULL as \N, and backslash, tab
-// and line ends escaped.
-std::string copyLine(const ServerRow& row);
+// One line of COPY's text format appended to `out`: values apart by tabs, NULL as \N, and
+// backslash, tab and line ends escaped.
+void appendCopyLine(std::string& out, const ServerRow& row);
 
 }  // namespace tolma::store

@@ -7,6 +7,12 @@ namespace {
 // translate() rather than lower(), so that the answer depends on no locale of the server.
 constexpr const char* kUpper = "ABCDEFGHIJKLMNOPQRSTUVWXYZÀÁÂÃÄÅÆÇÈÉÊËÌÍÎÏÐÑÒÓÔÕÖØÙÚÛÜÝÞ";
 constexpr const char* kLower = "abcdefghijklmnopqrstuvwxyzàáâãäåæçèéêëìíîïðñòóôõöøùúûüýþ";
+// The Latin-1 part alone: lower() under the collation "C" folds A–Z and nothing else.
+constexpr const char* kUpperLatin1 = "ÀÁÂÃÄÅÆÇÈÉÊËÌÍÎÏÐÑÒÓÔÕÖØÙÚÛÜÝÞ";
+constexpr const char* kLowerLatin1 = "àáâãäåæçèéêëìíîïðñòóôõöøùúûüýþ";
+// As ranges of a bracket expression: the capitals above, and every Latin-1 letter (ß too).
+constexpr const char* kLatin1Capitals = "À-ÖØ-Þ";
+constexpr const char* kLatin1Letters = "À-ÿ";
 // Each lower-case Latin-1 letter with a mark and its base letter, as the collation weighs them.
 constexpr const char* kMarked = "àáâãäåæçèéêëìíîïðñòóôõöøùúûüýþÿ";
 constexpr const char* kBase = "aaaaaaaceeeeiiiidnoooooouuuuyty";
@@ -112,9 +118,15 @@ $$)";
 
 std::vector<std::string> serverTextFunctionSql() {
     return {
+        // Every row written passes through here once per index on a folded column, so the
+        // common text pays for no translate(): its cost grows with the length of the list of
+        // letters, lower() under "C" and the test for a Latin-1 capital do not. Not STRICT: a
+        // STRICT function whose body holds a CASE is not inlined, and then runs as a query of
+        // its own for each row; a Null gives Null either way.
         std::string("CREATE OR REPLACE FUNCTION tolma_fold(text) RETURNS text LANGUAGE sql "
-                    "IMMUTABLE STRICT PARALLEL SAFE AS $$SELECT translate($1, '") +
-            kUpper + "', '" + kLower + "')$$",
+                    "IMMUTABLE PARALLEL SAFE AS $$SELECT CASE WHEN $1 COLLATE \"C\" ~ '[") +
+            kLatin1Capitals + "]' THEN translate(lower($1 COLLATE \"C\"), '" + kUpperLatin1 +
+            "', '" + kLowerLatin1 + "') ELSE lower($1 COLLATE \"C\") END$$",
         std::string("CREATE OR REPLACE FUNCTION tolma_upper(text) RETURNS text LANGUAGE sql "
                     "IMMUTABLE STRICT PARALLEL SAFE AS $$SELECT translate($1, '") +
             kLower + "', '" + kUpper + "')$$",
@@ -130,13 +142,17 @@ std::vector<std::string> serverTextFunctionSql() {
         "IMMUTABLE STRICT PARALLEL SAFE AS $$SELECT CASE WHEN $1 < 1 OR $1 > char_length($2) "
         "THEN 0 ELSE coalesce(nullif(strpos(substr(tolma_fold($2), $1::int), tolma_fold($3)), "
         "0) + $1 - 1, 0) END$$",
+        // Not STRICT, for its body calls tolma_fold(), which is not: else it would not be
+        // inlined. A Null still gives Null.
         "CREATE OR REPLACE FUNCTION tolma_like(text, text) RETURNS boolean LANGUAGE sql "
-        "IMMUTABLE STRICT PARALLEL SAFE AS $$SELECT tolma_fold($1) ~ "
+        "IMMUTABLE PARALLEL SAFE AS $$SELECT tolma_fold($1) ~ "
         "tolma_like_regex(tolma_fold($2))$$",
+        // A text without a Latin-1 letter has no mark and no ß: its folded form is all. Not
+        // STRICT, as tolma_fold().
         std::string("CREATE OR REPLACE FUNCTION tolma_primary(text) RETURNS text LANGUAGE sql "
-                    "IMMUTABLE STRICT PARALLEL SAFE AS $$SELECT replace(translate(tolma_fold($1), "
-                    "'") +
-            kMarked + "', '" + kBase + "'), 'ß', 'ss')$$",
+                    "IMMUTABLE PARALLEL SAFE AS $$SELECT CASE WHEN $1 COLLATE \"C\" ~ '[") +
+            kLatin1Letters + "]' THEN replace(translate(tolma_fold($1), '" + kMarked + "', '" +
+            kBase + "'), 'ß', 'ss') ELSE lower($1 COLLATE \"C\") END$$",
     };
 }
 

@@ -133,6 +133,20 @@ std::string belongs(const Removed& r, bool byState, const std::string& alias) {
     return sql;
 }
 
+// The rows of `r`'s table, as t, that belong to a number of its key table, as k: the keys
+// drive, the table answers each by its index. A server, knowing nothing of the key table,
+// joins by reading the whole table once for each block, which grows with the store; the
+// subquery, kept whole by OFFSET 0, is asked once for each key.
+std::string keyedRows(store::Connection& c, const Removed& r, bool byState) {
+    const std::string table = "main." + store::jet::quoteName(r.table);
+    if (!c.isServer())
+        return std::string(keyTable(r.kind)) + " k CROSS JOIN " + table + " t ON " +
+               belongs(r, byState, "t");
+    return std::string(keyTable(r.kind)) + " k CROSS JOIN LATERAL (SELECT t.rowid, " +
+           c.columnList(r.table, "t.") + " FROM " + table + " t WHERE " + belongs(r, byState, "t") +
+           " OFFSET 0) t ON true";
+}
+
 }  // namespace
 
 void ImportJournal::removeAhead(store::Connection& c, const BlockKeys& keys) {
@@ -151,8 +165,7 @@ void ImportJournal::removeAhead(store::Connection& c, const BlockKeys& keys) {
         // The keys drive, the table answers by its index; then the rows copied go, by row id.
         c.execute("INSERT INTO " + shadow + " (lauf, art, rid, " + c.columnList(r.table) +
                       ") SELECT ?1, 'D', t.rowid, " + c.columnList(r.table, "t.") + " FROM " +
-                      keyTable(r.kind) + " k CROSS JOIN main." + store::jet::quoteName(r.table) +
-                      " t ON " + belongs(r, keys.byState, "t"),
+                      keyedRows(c, r, keys.byState),
                   {store::Variant(static_cast<long long>(lauf_))});
         store::ChangeCapture::Quiet quiet(capture_.get());
         c.execute("DELETE FROM main." + store::jet::quoteName(r.table) + " WHERE " +
@@ -178,9 +191,7 @@ void ImportJournal::recordUnchanged(store::Connection& c, const BlockKeys& keys)
         c.execute("INSERT INTO " + store::jet::quoteName(recordTableOf(removed.table)) +
                       " (lauf, art, rid, " + c.columnList(removed.table) + ") SELECT ?1, 'U', " +
                       "t.rowid, " + c.columnList(removed.table, "t.") + " FROM " +
-                      keyTable(KeyKind::State) + " k CROSS JOIN main." +
-                      store::jet::quoteName(removed.table) + " t ON " +
-                      belongs(removed, keys.byState, "t"),
+                      keyedRows(c, removed, keys.byState),
                   {store::Variant(static_cast<long long>(lauf_))});
     }
 }

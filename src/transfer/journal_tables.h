@@ -26,6 +26,9 @@ std::vector<std::string> columnsOf(store::Connection& c, const std::string& tabl
 std::vector<std::string> recordedTables(store::Connection& c);
 std::string columnList(const std::vector<std::string>& columns, const std::string& prefix = "");
 void createRecordTables(store::Connection& c);
+// On a server, the index of each record's row ids, where a record made before has none; only
+// the owner of the records may make it. Returns how many were made.
+int indexRecordTables(store::Connection& c);
 // The runs whose images went with a deletion after the period: made with the record, or at
 // the first such deletion.
 inline constexpr const char* kImagesDeleted = "tolma_import_geloescht";

@@ -16,6 +16,7 @@
 #include "store/server_address.h"
 #include "store/server_session.h"
 #include "store/server_text.h"
+#include "text/text.h"
 
 namespace tolma {
 namespace {
@@ -291,6 +292,24 @@ TEST(ServerSetUp, EinrichtenMakesEveryTableOnceAndTheRolesHoldTheirRights) {
     EXPECT_EQ(cell(*reader, "SELECT count(DISTINCT rowid) FROM betrieb"), "2");
 }
 
+// A store set up before the records had an index on their row ids gets it from a second set-up,
+// which then says it changed something.
+TEST(ServerSetUp, EinrichtenGivesTheRecordsOfAnOlderStoreTheirIndex) {
+    const std::string text = PgCluster::get().createDatabase("aeltere");
+    ASSERT_EQ(runCli({"server", "einrichten", text}).code, 0);
+    auto admin = ServerSession::connect(text);
+    const std::string present =
+        "SELECT count(*) FROM pg_indexes WHERE tablename LIKE 'tolma_rueck_%' AND indexdef LIKE "
+        "'%(rowid)'";
+    const std::string records = cell(*admin, present);
+    EXPECT_EQ(records, std::to_string(model::dataTables().size()));
+    admin->execute("DROP INDEX idx_tolma_rueck_person_rowid");
+    const auto again = runCli({"server", "einrichten", text});
+    ASSERT_EQ(again.code, 0) << again.err;
+    EXPECT_EQ(again.out.find("schon eingerichtet"), std::string::npos) << again.out;
+    EXPECT_EQ(cell(*admin, present), records);
+}
+
 // Equality and order on the server as the embedded store's collation gives them.
 TEST(ServerText, FoldAndPrimaryCompareAndSortAsTheEmbeddedStore) {
     const std::string text = PgCluster::get().createDatabase("texte");
@@ -322,6 +341,42 @@ TEST(ServerText, FoldAndPrimaryCompareAndSortAsTheEmbeddedStore) {
                 s->query("SELECT tolma_fold($1) = tolma_fold($2)", {a, b}).rows.at(0).at(0);
             EXPECT_EQ(*same == "t", store::german::compare(a, b) == 0) << a << " / " << b;
         }
+}
+
+// The server's folded and primary forms letter by letter as the program's own: every code
+// point of the first pages of Unicode and a few that some locales fold, alone, among ASCII
+// letters and beside a Latin-1 capital, so that each way through the functions is taken.
+TEST(ServerText, FoldAndPrimaryGiveTheProgramsOwnFormsOfEveryLetter) {
+    const std::string text = PgCluster::get().createDatabase("buchstaben");
+    auto s = ServerSession::connect(text);
+    for (const auto& sql : store::serverTextFunctionSql()) s->execute(sql);
+    std::vector<char32_t> letters;
+    for (char32_t c = 1; c < 0x250; ++c) letters.push_back(c);
+    for (char32_t c : {0x130, 0x131, 0x1E9E, 0x2126, 0x212A, 0x0391, 0x0410}) letters.push_back(c);
+    std::vector<std::string> texts;
+    for (char32_t c : letters) {
+        std::string one;
+        text::appendUtf8(one, c);
+        texts.push_back(one);
+        texts.push_back("aB" + one + "Zy");
+        texts.push_back("Ö" + one + "ß");
+    }
+    s->execute("CREATE TABLE w (n integer, t text)");
+    std::vector<store::ServerRow> rows;
+    for (size_t i = 0; i < texts.size(); ++i) rows.push_back({std::to_string(i), texts[i]});
+    s->copyIn("w", {"n", "t"}, rows);
+    const auto got = s->query("SELECT tolma_fold(t), tolma_primary(t) FROM w ORDER BY n");
+    ASSERT_EQ(got.rows.size(), texts.size());
+    for (size_t i = 0; i < texts.size(); ++i) {
+        std::string primary;
+        for (char32_t c : store::german::primary(texts[i])) text::appendUtf8(primary, c);
+        EXPECT_EQ(got.rows[i][0], text::lower(texts[i])) << texts[i];
+        EXPECT_EQ(got.rows[i][1], primary) << texts[i];
+    }
+    const auto nulls = s->query(
+        "SELECT tolma_fold(NULL) IS NULL AND tolma_primary(NULL) IS NULL AND tolma_like(NULL, "
+        "'a') IS NULL AND tolma_like('a', NULL) IS NULL");
+    EXPECT_EQ(nulls.rows.at(0).at(0), "t");
 }
 
 TEST(ServerSetUp, EinrichtenRefusesWrongCallsAndTellsFailures) {
