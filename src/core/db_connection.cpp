@@ -152,6 +152,8 @@ void ensureListIndexes(Globals& g) {
     g.stores.db_daten.connection()->execute("PRAGMA cache_size = -16384");
     forEachListIndex(g, [](store::Connection& c, const std::string& table,
                            const model::PrefixIndex& index) {
+        // The index by lower() that an older build kept in its place serves no list now.
+        if (!index.retired.empty()) c.execute("DROP INDEX IF EXISTS main.[" + index.retired + "]");
         long long found = 0;
         {
             auto st = c.prepare(
@@ -172,6 +174,8 @@ void dropListIndexes(Globals& g) {
     forEachListIndex(g,
                      [](store::Connection& c, const std::string&, const model::PrefixIndex& index) {
                          c.execute("DROP INDEX IF EXISTS main.[" + index.name + "]");
+                         if (!index.retired.empty())
+                             c.execute("DROP INDEX IF EXISTS main.[" + index.retired + "]");
                      });
 }
 

@@ -1,5 +1,7 @@
 #include "model/schema.h"
 
+#include "store/german_text.h"
+
 #include <cctype>
 
 namespace tolma::model {
@@ -271,10 +273,27 @@ std::vector<std::string> createIndexSql(const TableDef& table) {
 std::vector<PrefixIndex> prefixIndexesOf(const TableDef& table) {
     std::vector<PrefixIndex> out;
     for (const auto& field : table.prefixIndexes) {
-        const std::string name =
+        const std::string byLower =
             "idx_" + identifierPart(table.name) + "_lower_" + identifierPart(field);
-        out.push_back(
-            {name, "CREATE INDEX [" + name + "] ON [" + table.name + "] (lower([" + field + "]))"});
+        if (field == "gem-kz") {
+            // The municipality key is digits, which lower() leaves as they are. An index of it
+            // in the German order would draw the filter's look-ups by key away from the list's
+            // order of business numbers.
+            out.push_back(
+                {byLower,
+                 "CREATE INDEX [" + byLower + "] ON [" + table.name + "] (lower([" + field + "]))",
+                 ""});
+            continue;
+        }
+        // Names, towns, streets in the German order: a list sorted by one reads it from the
+        // front and shows its first screen at once, and typing finds the rows that begin so
+        // within it.
+        const std::string name =
+            "idx_" + identifierPart(table.name) + "_" + identifierPart(field) + "_deutsch";
+        out.push_back({name,
+                       "CREATE INDEX [" + name + "] ON [" + table.name + "] ([" + field +
+                           "] COLLATE " + store::german::kCollation + ")",
+                       byLower});
     }
     return out;
 }

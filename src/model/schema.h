@@ -34,9 +34,10 @@ const TableDef* findTable(std::string_view tableName);
 // SQL that creates a table and its indexes. Text columns compare without regard to case.
 std::string createTableSql(const TableDef& table);
 std::vector<std::string> createIndexSql(const TableDef& table);
-// The indexes by lower() of the fields the lists search, with the statement that makes each.
+// The indexes of the fields the lists sort and search, with the statement that makes each and
+// the name of an index that stores of older builds have in its place (empty: none).
 struct PrefixIndex {
-    std::string name, create;
+    std::string name, create, retired;
 };
 std::vector<PrefixIndex> prefixIndexesOf(const TableDef& table);
 

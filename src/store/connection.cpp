@@ -782,8 +782,12 @@ const jet::Catalog& Connection::catalog() {
         std::vector<std::string> names;
         while (indexes->step()) names.push_back(indexes->column(0).toString());
         for (const auto& index : names) {
-            auto columns = prepare("SELECT name FROM pragma_index_info(?1)");
+            // A column indexed in the German order is text the lists sort, not a key.
+            auto columns = prepare(
+                "SELECT name FROM pragma_index_xinfo(?1) WHERE key = 1 AND name IS NOT NULL AND "
+                "coll <> ?2 COLLATE NOCASE");
             columns->bind(1, Variant(index));
+            columns->bind(2, Variant(std::string(german::kCollation)));
             while (columns->step())
                 made->keyColumns.insert(text::lower(columns->column(0).toString()));
         }

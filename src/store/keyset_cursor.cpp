@@ -3,9 +3,13 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <unordered_set>
 
 #include "store/dao_error.h"
+#include "store/german_text.h"
 #include "text/text.h"
 
 namespace tolma::store {
@@ -48,6 +52,13 @@ bool streams(Connection& conn, const std::string& sql) {
     }
 }
 
+// Whether the store keeps a write-ahead log: then a second connection reads the store as it
+// stood when it began, while this one writes on unhindered.
+bool writesAhead(Connection& conn) {
+    auto mode = conn.prepare("PRAGMA journal_mode");
+    return mode->step() && text::lower(mode->column(0).toString()) == "wal";
+}
+
 bool mentions(const std::string& condition, const std::string& qualifier) {
     return text::lower(condition).find(text::lower(qualifier) + ".") != std::string::npos;
 }
@@ -69,6 +80,20 @@ struct QueryPlan {
     // The keyset's statement in a form that gives its rows in order as it reads them, so that
     // a long list is read in steps; empty: read whole.
     std::string streamSql;
+    // The statement for all the keys behind the first screen: the same where reading on in its
+    // order costs no more than a sort, the query as written (sorted at once) where the order
+    // is German and the rows would be fetched all over the store one by one.
+    std::string restSql;
+};
+
+// What the thread that reads a long list's keys hands over.
+struct KeysetFill {
+    std::mutex m;
+    std::condition_variable cv;
+    bool firstDone = false, done = false, failed = false;
+    bool firstIsAll = false;  // the list ended within its first screen
+    std::atomic<bool> cancel{false};
+    std::vector<long long> first, all;
 };
 
 KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string source,
@@ -103,7 +128,22 @@ KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string s
                         orderBy() + " LIMIT " + std::to_string(kPrefetchRows + 1);
         made->rows = &conn->cached(made->rowsSql);
         made->manyRows = scansWholeTable(*conn, keysetSql());
-        if (made->manyRows && !conn->isServer()) made->streamSql = streamingSql(parts);
+        if (made->manyRows && !conn->isServer() && writesAhead(*conn)) {
+            made->streamSql = streamingSql(parts);
+            const std::string lead = made->orderClause.substr(0, made->orderClause.find(','));
+            made->restSql = made->streamSql;
+            if (text::lower(lead).find(std::string("collate ") + german::kCollation) !=
+                    std::string::npos &&
+                lead.starts_with("(")) {
+                // Sorted at once, each table read in its own order: "+" keeps the German index
+                // from the order, which would fetch the rows one by one all over the store.
+                std::string sorted = made->orderClause;
+                sorted.insert(1, "+");
+                made->restSql = "SELECT " + made->keyColumns + " FROM " + made->fromClause +
+                                (made->whereClause.empty() ? "" : " WHERE " + made->whereClause) +
+                                " ORDER BY " + sorted + ", " + made->keyColumns;
+            }
+        }
         memo = made;
     }
     plan = std::static_pointer_cast<const QueryPlan>(memo);
@@ -134,13 +174,119 @@ void KeysetCursor::readKeys() {
     // plan gives them in order.
     if (!plan->manyRows && readFirstRows()) return;
     keysState = storeState();
-    if (!plan->streamSql.empty()) {
-        pending = conn->prepare(plan->streamSql);
-        bindParams(*pending);
-        readMore(kFirstScreen);
-        return;
+    if (!plan->streamSql.empty() && !conn->inTransaction()) {
+        // Read on a connection of its own, in one snapshot: the keys are the store's as it stood
+        // at opening, however this connection writes meanwhile.
+        try {
+            reader = Connection::openReader(conn->file());
+            std::shared_ptr<Statement> first = reader->prepare(plan->streamSql);
+            bindParams(*first);
+            std::shared_ptr<Statement> rest;
+            if (plan->restSql != plan->streamSql) {
+                rest = reader->prepare(plan->restSql);
+                bindParams(*rest);
+            }
+            reader->execute("BEGIN");
+            fill = std::make_shared<KeysetFill>();
+            worker = std::thread([f = fill, c = reader, first, rest, n = stride]() mutable {
+                try {
+                    std::vector<long long> got;
+                    long rows = 0;
+                    while (rows < kFirstScreen && first->step()) {
+                        for (int i = 0; i < n; ++i) got.push_back(first->column(i).toInteger());
+                        ++rows;
+                    }
+                    const bool whole = rows < kFirstScreen;
+                    {
+                        std::lock_guard lock(f->m);
+                        f->first = got;
+                        f->firstIsAll = whole;
+                        f->firstDone = true;
+                    }
+                    f->cv.notify_all();
+                    if (!whole) {
+                        Statement* from = first.get();
+                        if (rest) {
+                            first->reset();
+                            got.clear();
+                            from = rest.get();
+                        }
+                        while (!f->cancel && from->step())
+                            for (int i = 0; i < n; ++i) got.push_back(from->column(i).toInteger());
+                    }
+                    first.reset();
+                    rest.reset();
+                    c->execute("COMMIT");
+                    std::lock_guard lock(f->m);
+                    f->all = std::move(got);
+                    f->failed = f->cancel;
+                    f->done = true;
+                } catch (const std::exception&) {
+                    std::lock_guard lock(f->m);
+                    f->failed = f->firstDone = f->done = true;
+                }
+                f->cv.notify_all();
+            });
+            std::unique_lock lock(fill->m);
+            fill->cv.wait(lock, [&] { return fill->firstDone; });
+            if (!fill->failed) {
+                keys = fill->first;
+                filling = true;
+                const bool all = fill->firstIsAll;
+                lock.unlock();
+                if (all) takeRest();  // the thread only ends its reading
+                return;
+            }
+        } catch (const DaoError&) {
+            // The store held by another: read the keys here, at once.
+        }
+        endFill();
+        keys.clear();
     }
     readKeyset();
+}
+
+void KeysetCursor::endFill() {
+    if (worker.joinable()) {
+        fill->cancel = true;
+        sqlite3_interrupt(reader->handle());  // a sort of a million rows ends at once
+        worker.join();
+    }
+    fill.reset();
+    reader.reset();
+    filling = false;
+}
+
+KeysetCursor::~KeysetCursor() {
+    endFill();
+}
+
+bool KeysetCursor::takeRest(std::optional<std::chrono::milliseconds> wait) {
+    if (!filling) return true;
+    {
+        std::unique_lock lock(fill->m);
+        const auto ready = [&] { return fill->done; };
+        if (wait)
+            fill->cv.wait_for(lock, *wait, ready);
+        else
+            fill->cv.wait(lock, ready);
+        if (!fill->done) return false;
+    }
+    const bool failed = fill->failed;
+    std::vector<long long> all = std::move(fill->all);
+    worker.join();
+    endFill();
+    if (failed) {
+        // The reading connection failed: the keys are read here, as they stand now.
+        keys.clear();
+        readKeyset();
+    } else {
+        keys = std::move(all);
+    }
+    origCount = knownCount();
+    positions.clear();
+    keyIndexValid = false;
+    return true;
 }
 
 // The SQL of the keyset whose plan streams, from the query as written or with its inner
@@ -181,43 +327,8 @@ std::string KeysetCursor::streamingSql(const jet::SelectParts& parts) const {
     return streams(*conn, reordered) ? reordered : std::string();
 }
 
-void KeysetCursor::readMore(long rows) {
-    if (!pending) return;
-    if (storeState() != keysState) {
-        // The store changed under the statement: read anew, as far as before.
-        const long before = knownCount();
-        keys.clear();
-        origCount = 0;
-        positions.clear();
-        keyIndexValid = false;
-        pending->reset();
-        keysState = storeState();
-        rows = std::max(rows, before);
-    }
-    long read = 0;
-    while (read < rows) {
-        if (!pending->step()) {
-            pending.reset();
-            break;
-        }
-        for (int i = 0; i < stride; ++i) keys.push_back(pending->column(i).toInteger());
-        ++read;
-    }
-    origCount = knownCount();
-}
-
-void KeysetCursor::readUntil(long rows) {
-    while (pending && knownCount() < rows)
-        readMore(std::min(rows - knownCount(), std::max(knownCount(), 4096L)));
-}
-
 bool KeysetCursor::readAhead(std::chrono::milliseconds budget) {
-    const auto end = std::chrono::steady_clock::now() + budget;
-    while (pending) {
-        readMore(4096);
-        if (std::chrono::steady_clock::now() >= end) break;
-    }
-    return !pending;
+    return takeRest(budget);
 }
 
 long KeysetCursor::count() {

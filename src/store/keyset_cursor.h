@@ -3,6 +3,8 @@
 #include <chrono>
 #include <climits>
 #include <functional>
+#include <optional>
+#include <thread>
 #include <unordered_map>
 
 #include "store/indexed_cursor.h"
@@ -21,13 +23,14 @@ class KeysetCursor : public IndexedCursor {
 
     KeysetCursor(std::shared_ptr<Connection> connection, std::string source,
                  const jet::Prepared& query);
+    ~KeysetCursor() override;
 
     static constexpr long kFirstScreen = 256;
 
     long count() override;
     std::vector<Variant> rowAt(long p) override;
     long knownCount() override { return static_cast<long>(keys.size() / stride); }
-    bool countFinal() override { return !pending; }
+    bool countFinal() override { return !filling; }
     bool readAhead(std::chrono::milliseconds budget) override;
 
   protected:
@@ -45,10 +48,15 @@ class KeysetCursor : public IndexedCursor {
     void readKeys();
     bool readFirstRows();  // false: more than kPrefetchRows
     void readKeyset();
-    // The keyset of a long list read in steps, so that its first screen needs no more.
-    void readMore(long rows);
-    void readUntil(long rows);  // until that many rows are known, or every row
-    void readAll() { readUntil(LONG_MAX); }
+    // A long list's keys are read by a thread of their own: its first screen at once, the rest
+    // behind it. Waits for the rest, or as long as given; true once every key is here.
+    bool takeRest(std::optional<std::chrono::milliseconds> wait = std::nullopt);
+    void readMore(long) { takeRest(); }
+    void readUntil(long rows) {
+        if (filling && knownCount() < rows) takeRest();
+    }
+    void readAll() { takeRest(); }
+    void endFill();  // stops the thread, if it still reads
     // Which table of the query its order begins with, -1 if none.
     int orderedFirstBy() const;
     // The row ids of one row, as parameters after the query's own values.
@@ -68,7 +76,7 @@ class KeysetCursor : public IndexedCursor {
         std::string beginning;  // the pattern up to its first wildcard
     };
     enum class Order { None, GermanUp, GermanDown, NoCaseUp, NoCaseDown };
-    enum class PrefixIndex { None, Column, Lower };
+    enum class PrefixIndex { None, Column, Lower, German };
     // Where the original rows stand, by the row ids of one table (the first place of each).
     struct Positions {
         bool valid = false;
@@ -102,8 +110,12 @@ class KeysetCursor : public IndexedCursor {
     std::vector<std::vector<Variant>> prefetched;
     std::vector<Positions> positions;  // per table, built when a search first needs them
     long long keysState = -1;          // storeState() when the keys were read
-    // The keyset's statement while rows of it are unread; stepped on as they are wanted.
-    std::unique_ptr<Statement> pending;
+    // While the rest of the keys is read: the reading connection (whose snapshot is the
+    // store as it stood at opening), the thread and what it hands over.
+    bool filling = false;
+    std::shared_ptr<Connection> reader;
+    std::shared_ptr<struct KeysetFill> fill;
+    std::thread worker;
 };
 
 }  // namespace tolma::store

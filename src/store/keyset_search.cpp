@@ -253,6 +253,9 @@ KeysetCursor::PrefixIndex KeysetCursor::prefixIndex(const TypedSearch& s) {
             found = PrefixIndex::Column;
             break;
         }
+        if (cid >= 0 && sameName(indexes.column(1).toString(), s.column) &&
+            sameName(indexes.column(2).toString(), german::kCollation))
+            found = PrefixIndex::German;
         std::string sql = text::lower(indexes.column(3).toString());
         sql.erase(std::remove(sql.begin(), sql.end(), ' '), sql.end());
         if (cid == -2 && sql.size() >= expression.size() &&
@@ -307,7 +310,7 @@ std::optional<std::optional<long>> KeysetCursor::findInOrder(const TypedSearch& 
     auto before = [&](int sideOf) { return down ? sideOf > 0 : sideOf < 0; };
     // While a long list is still read, where no row of the table begins so, there is nothing
     // to read on for.
-    if (pending) {
+    if (filling) {
         bool any = false;
         if (eachByIndex(s, [&](long long) { return !(any = true); }) && !any)
             return std::optional<long>();
@@ -328,7 +331,7 @@ std::optional<std::optional<long>> KeysetCursor::findInOrder(const TypedSearch& 
             if (matches) return std::optional<long>(p);
         }
         // The rows read so far end before the rows that begin so, or among them: read on.
-        if (!pending) return std::optional<long>();
+        if (!filling) return std::optional<long>();
         readMore(std::max(origCount, 4096L));
     }
 }
@@ -339,9 +342,30 @@ bool KeysetCursor::eachByIndex(const TypedSearch& s, const std::function<bool(lo
     if (s.beginning.empty()) return false;  // the index would give every row
     const PrefixIndex index = prefixIndex(s);
     if (index == PrefixIndex::None) return false;
+    const std::string& table = tables()[static_cast<size_t>(s.table)].name;
+    if (index == PrefixIndex::German) {
+        // Every text that begins so, in any case and with or without its marks, has letters
+        // that begin with the typed text's: they stand together from those letters without a
+        // mark up to the next letter after the last.
+        const std::u32string letters = german::primary(s.beginning);
+        if (letters.empty() || letters.back() >= 0x10FFFF) return false;
+        std::string from, to;
+        for (const char32_t c : letters) text::appendUtf8(from, c);
+        for (size_t i = 0; i + 1 < letters.size(); ++i) text::appendUtf8(to, letters[i]);
+        text::appendUtf8(to, letters.back() + 1);
+        const std::string column = "[" + s.column + "] COLLATE " + german::kCollation;
+        auto& range = stmt("SELECT rowid FROM [" + table + "] WHERE " + column + " >= ?1 AND " +
+                           column + " < ?2 AND [" + s.column + "] LIKE ?3");
+        range.bind(1, Variant(from));
+        range.bind(2, Variant(to));
+        range.bind(3, Variant(s.pattern));
+        while (range.step())
+            if (!each(range.column(0).toInteger())) break;
+        range.reset();
+        return true;
+    }
     const auto forms = spellings(s.beginning);
     if (forms.empty()) return false;
-    const std::string& table = tables()[static_cast<size_t>(s.table)].name;
     const std::string column = index == PrefixIndex::Lower ? "lower([" + s.column + "])"
                                                            : "[" + s.column + "] COLLATE NOCASE";
     auto& range = stmt("SELECT rowid FROM [" + table + "] WHERE " + column + " >= ?1 AND " +
@@ -387,7 +411,7 @@ std::optional<std::optional<long>> KeysetCursor::findByIndex(const TypedSearch& 
         }))
         return std::nullopt;
     // The rows read so far come first in the order: a match among them is the first one.
-    if (best < 0 && any && pending) {
+    if (best < 0 && any && filling) {
         readAll();
         return findByIndex(s, after);
     }
@@ -461,7 +485,7 @@ std::optional<std::optional<long>> KeysetCursor::findTyped(const std::string& cr
         found = findByIndex(*s, near - 1);
         if (!found) return std::nullopt;
     }
-    if (*found || pending) return found;  // while rows are unread, none was added
+    if (*found || filling) return found;  // while rows are unread, none was added
     // Rows added through this recordset stand at its end, whatever the order says.
     for (long p = std::max(after + 1, origCount); p < count(); ++p)
         if (valueAt(*s, p).second) return std::optional<long>(p);

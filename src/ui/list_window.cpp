@@ -64,7 +64,7 @@ ListWindow::ListWindow(core::Globals& g, std::unique_ptr<browse::ListForm> form,
       label1_(new QLabel(this)),
       reader_(new QTimer(this)) {
     reader_->setSingleShot(true);
-    reader_->setInterval(0);  // between the clerk's events
+    reader_->setInterval(50);  // asks now and then whether the rest of a long list is read
     connect(reader_, &QTimer::timeout, this, [this] { readOn(); });
     setObjectName(form_->name());
     setWindowTitle(form_->persons ? "  TOLMA_3x_Access  (Auswahlliste - Personen)"
@@ -317,9 +317,10 @@ void ListWindow::reloadModel() {
     reader_->start();
 }
 
-// In slices short enough that typing and scrolling stay smooth while the rest is read.
+// The rest of a long list is read behind its first screen: once it is all there, the grid and
+// the counter show it.
 void ListWindow::readOn() {
-    const bool whole = browse::readAhead(*form_, 30);
+    const bool whole = browse::readAhead(*form_, 0);
     model_->grow();
     if (!whole) {
         reader_->start();

@@ -11,6 +11,7 @@
 
 #include "core/db_connection.h"
 #include "import_fixture.h"
+#include "store/connection.h"
 #include "store/database.h"
 
 namespace tolma::test {
@@ -29,13 +30,15 @@ TmlFile twoBusinesses() {
     return f;
 }
 
-// The lists search names, towns and streets through indexes by lower() of them. A large file
-// is read in without them; they must stand again after it, however it ends, and a store that
-// lacks them gets them when it is opened.
+// The lists sort and search names, towns and streets through indexes of them in the German
+// order (the municipality key by lower()). A large file is read in without them; they must
+// stand again after it, however it ends, and a store that lacks them, or has an older build's
+// index by lower() in a place, gets them when it is opened.
 TEST(ImportDriverTest, TheListsNameIndexesStandAfterEveryImportAndInEveryOpenedStore) {
     ImportFixture f;
     const std::string sql =
-        "SELECT count(*) FROM sqlite_master WHERE type = 'index' AND name LIKE 'idx*lower*'";
+        "SELECT count(*) FROM sqlite_master WHERE type = 'index' AND (name LIKE 'idx*deutsch' "
+        "OR name = 'idx_betrieb_lower_gem_kz')";
     const Strings six{"6"};
     EXPECT_EQ(f.rows(sql), six);
     // Larger than the empty store: read in without them.
@@ -53,10 +56,17 @@ TEST(ImportDriverTest, TheListsNameIndexesStandAfterEveryImportAndInEveryOpenedS
     EXPECT_EQ(f.rows(sql), six);
     core::DB_Schliessen(f.g());
     core::DB_Binden_loesen(f.g());
-    store::Database::OpenDatabase(f.g().settings.db_pfad_aktuell)
-        .Execute("DROP INDEX idx_betrieb_lower_b_eintr_name");
+    {
+        auto older = store::Database::OpenDatabase(f.g().settings.db_pfad_aktuell);
+        older.Execute("DROP INDEX idx_betrieb_b_eintr_name_deutsch");
+        older.Execute("DROP INDEX idx_betrieb_adresse_b_ort_deutsch");
+        older.connection()->execute(
+            "CREATE INDEX idx_betrieb_adresse_lower_b_ort ON betrieb_adresse (lower([b-ort]))");
+    }
     core::DB_Load(f.g());
     EXPECT_EQ(f.rows(sql), six);
+    EXPECT_EQ(f.rows("SELECT count(*) FROM sqlite_master WHERE name LIKE 'idx*lower*'"),
+              Strings{"1"});
 }
 
 TEST(ImportDriverTest, ConsentRefusedStoresNothing) {
