@@ -326,6 +326,7 @@ void ListWindow::readOn() {
         reader_->start();
         return;
     }
+    // The count is whole now; the grid stays where the clerk has scrolled it.
     syncing_ = true;
     label1_->setText(QString::fromStdString(form_->Label1));
     blaettern_->refresh();
@@ -333,6 +334,8 @@ void ListWindow::readOn() {
 }
 
 void ListWindow::selectCurrentRow() {
+    // A search may have read the rest of a long list to reach its row.
+    model_->grow();
     syncing_ = true;
     const auto& rs = form_->data.Recordset();
     if (rs.isSet() && !rs.Eof() && !rs.Bof()) {
