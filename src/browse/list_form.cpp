@@ -329,7 +329,7 @@ void Form_Activate(core::Globals& g, ListForm& form) {
         Text1_Change(g, form, static_cast<int>(i));
     }
     if (form.persons && form.data.Recordset().isSet())
-        form.Label1 = "Person Nr. 1 von " + std::to_string(form.data.Recordset().RecordCount());
+        form.Label1 = "Person Nr. 1 von " + countText(form.data.Recordset());
 }
 
 void Text1_Click(core::Globals& g, ListForm& form, int index) {

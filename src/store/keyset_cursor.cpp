@@ -421,6 +421,7 @@ void KeysetCursor::inserted() {
 }
 
 void KeysetCursor::removed() {
+    readAll();  // the rest, read as the store stood at opening, still holds the row
     prefetched.clear();
     keys.erase(keys.begin() + index);
     if (index < origCount) --origCount;
