@@ -63,6 +63,19 @@ void openAndType(tolma::core::Globals& g) {
                   << secondsSince(start) * 1000 << " ms\n";
         g.forms.marks.menue_suchen_betrieb = false;
     }
+    {
+        // The person list, opened the same way.
+        tolma::browse::ListForm persons(true);
+        const auto open = Clock::now();
+        tolma::browse::menue_suchen_person(g, persons);
+        const double first = secondsSince(open) * 1000;
+        while (!tolma::browse::readAhead(persons, 30)) {
+        }
+        std::cout << "Personenliste mit " << persons.data.Recordset().RecordCount()
+                  << " Zeilen: erster Bildschirm nach " << first << " ms, ganz gelesen nach "
+                  << secondsSince(open) * 1000 << " ms\n";
+        g.forms.marks.menue_suchen_person = false;
+    }
     double worst = 0, total = 0;
     int keys = 0;
     const std::pair<int, std::string> typed[] = {{3, "W"},        {3, "We"},    {3, "Weber"},
