@@ -676,8 +676,8 @@ void Connection::configure(Kind kind) {
     for (const auto& fn : functions)
         sqlite3_create_function(db_, fn.name, fn.args, fn.deterministic ? f : SQLITE_UTF8, nullptr,
                                 fn.call, nullptr, nullptr);
-    // Registered on the connection only: a store's schema never names it, so that any SQLite
-    // tool can read and check the store.
+    // The lists' indexes of names, towns and streets are kept in this order: a tool without it
+    // reads the store, but cannot write those tables or check those indexes.
     sqlite3_create_collation(db_, german::kCollation, SQLITE_UTF8, nullptr, germanCollation);
 
     auto run = [&](const char* sql) {
