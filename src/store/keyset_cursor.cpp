@@ -9,47 +9,44 @@
 #include <unordered_set>
 
 #include "store/dao_error.h"
-#include "store/german_text.h"
 #include "text/text.h"
 
 namespace tolma::store {
 namespace {
 
-// Whether SQLite reads a query by a whole table or index rather than by looking up a part of
-// it: such a query gives as many rows as the store holds, or a few from a small table.
-bool scansWholeTable(Connection& conn, const std::string& sql) {
-    // The server's plans are its own; its rows are read by key, a screen at a time.
-    if (conn.isServer()) return true;
+// The loops of SQLite's plan for a statement and what it does beside them, outermost first;
+// none where it cannot be planned alone (an ORDER BY by an alias: the keys are then read with
+// the select list anyway).
+std::vector<std::string> planOf(Connection& conn, const std::string& sql) {
+    std::vector<std::string> lines;
     try {
         auto plan = conn.prepare("EXPLAIN QUERY PLAN " + sql);
-        while (plan->step()) {
-            if (plan->column(1).toInteger() != 0) continue;  // a loop inside another
-            return plan->column(3).toString().rfind("SCAN", 0) == 0;
-        }
+        while (plan->step())
+            if (plan->column(1).toInteger() == 0)  // not a loop inside another
+                lines.push_back(plan->column(3).toString());
     } catch (const DaoError&) {
-        // An ORDER BY by an alias: the keys are read with the select list anyway.
+        lines.clear();
     }
-    return false;
+    return lines;
+}
+
+// Whether SQLite reads a query by a whole table or index rather than by looking up a part of
+// it: such a query gives as many rows as the store holds, or a few from a small table.
+bool scansWholeTable(const std::vector<std::string>& plan) {
+    return !plan.empty() && plan.front().rfind("SCAN", 0) == 0;
 }
 
 // Whether SQLite's plan gives the rows in their order as it reads them: no sort of the whole
 // result ahead of the first row, and every table after the first reached through an index.
-bool streams(Connection& conn, const std::string& sql) {
-    try {
-        auto plan = conn.prepare("EXPLAIN QUERY PLAN " + sql);
-        int loops = 0;
-        while (plan->step()) {
-            if (plan->column(1).toInteger() != 0) continue;  // inside a subquery
-            const std::string detail = plan->column(3).toString();
-            if (detail == "USE TEMP B-TREE FOR ORDER BY") return false;
-            const bool scan = detail.rfind("SCAN", 0) == 0;
-            if (scan || detail.rfind("SEARCH", 0) == 0)
-                if (loops++ > 0 && scan) return false;
-        }
-        return loops > 0;
-    } catch (const DaoError&) {
-        return false;
+bool streams(const std::vector<std::string>& plan) {
+    int loops = 0;
+    for (const auto& detail : plan) {
+        if (detail == "USE TEMP B-TREE FOR ORDER BY") return false;
+        const bool scan = detail.rfind("SCAN", 0) == 0;
+        if (scan || detail.rfind("SEARCH", 0) == 0)
+            if (loops++ > 0 && scan) return false;
     }
+    return loops > 0;
 }
 
 // Whether the store keeps a write-ahead log: then a second connection reads the store as it
@@ -127,21 +124,19 @@ KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string s
                         (made->whereClause.empty() ? "" : " WHERE " + made->whereClause) +
                         orderBy() + " LIMIT " + std::to_string(kPrefetchRows + 1);
         made->rows = &conn->cached(made->rowsSql);
-        made->manyRows = scansWholeTable(*conn, keysetSql());
+        // The server's plans are its own; its rows are read by key, a screen at a time.
+        const auto asWritten =
+            conn->isServer() ? std::vector<std::string>() : planOf(*conn, keysetSql());
+        made->manyRows = conn->isServer() || scansWholeTable(asWritten);
         if (made->manyRows && !conn->isServer() && writesAhead(*conn)) {
-            made->streamSql = streamingSql(parts);
-            const std::string lead = made->orderClause.substr(0, made->orderClause.find(','));
+            made->streamSql = streams(asWritten) ? keysetSql() : reorderedSql(parts);
             made->restSql = made->streamSql;
-            if (text::lower(lead).find(std::string("collate ") + german::kCollation) !=
-                    std::string::npos &&
-                lead.starts_with("(")) {
+            if (const LeadingTerm lead = leadingTerm(); lead.german && lead.parenthesised) {
                 // Sorted at once, each table read in its own order: "+" keeps the German index
                 // from the order, which would fetch the rows one by one all over the store.
                 std::string sorted = made->orderClause;
                 sorted.insert(1, "+");
-                made->restSql = "SELECT " + made->keyColumns + " FROM " + made->fromClause +
-                                (made->whereClause.empty() ? "" : " WHERE " + made->whereClause) +
-                                " ORDER BY " + sorted + ", " + made->keyColumns;
+                made->restSql = keysetSql(sorted);
             }
         }
         memo = made;
@@ -289,12 +284,10 @@ bool KeysetCursor::takeRest(std::optional<std::chrono::milliseconds> wait) {
     return true;
 }
 
-// The SQL of the keyset whose plan streams, from the query as written or with its inner
-// joins read from the table its order begins with; empty if neither streams.
-std::string KeysetCursor::streamingSql(const jet::SelectParts& parts) const {
-    const std::string asWritten = keysetSql();
-    if (streams(*conn, asWritten)) return asWritten;
-    const int lead = orderedFirstBy();
+// The SQL of the keyset with its inner joins read from the table its order begins with, if
+// its plan then streams; empty otherwise.
+std::string KeysetCursor::reorderedSql(const jet::SelectParts& parts) const {
+    const int lead = leadingTerm().table;
     if (lead < 0 || stride < 2 || parts.outerJoin || parts.derivedTable) return {};
     // Inner joins may be read in any order: their conditions join the others' WHERE, and each
     // table comes after one it is joined to, so that it is looked up by its index.
@@ -324,7 +317,7 @@ std::string KeysetCursor::streamingSql(const jet::SelectParts& parts) const {
     if (!parts.where.empty()) where += (where.empty() ? "(" : " AND (") + parts.where + ")";
     const std::string reordered = "SELECT " + plan->keyColumns + " FROM " + from +
                                   (where.empty() ? "" : " WHERE " + where) + orderBy();
-    return streams(*conn, reordered) ? reordered : std::string();
+    return streams(planOf(*conn, reordered)) ? reordered : std::string();
 }
 
 bool KeysetCursor::readAhead(std::chrono::milliseconds budget) {
@@ -390,14 +383,21 @@ std::string KeysetCursor::keyCondition() const {
 
 // Without an order of its own, the order in which the rows were stored.
 std::string KeysetCursor::orderBy() const {
-    return " ORDER BY " + (plan->orderClause.empty() ? "" : plan->orderClause + ", ") +
-           plan->keyColumns;
+    return orderBy(plan->orderClause);
+}
+
+std::string KeysetCursor::orderBy(const std::string& order) const {
+    return " ORDER BY " + (order.empty() ? "" : order + ", ") + plan->keyColumns;
 }
 
 std::string KeysetCursor::keysetSql() const {
+    return keysetSql(plan->orderClause);
+}
+
+std::string KeysetCursor::keysetSql(const std::string& order) const {
     const std::string& where = plan->whereClause;
     return "SELECT " + plan->keyColumns + " FROM " + plan->fromClause +
-           (where.empty() ? "" : " WHERE " + where) + orderBy();
+           (where.empty() ? "" : " WHERE " + where) + orderBy(order);
 }
 
 std::vector<Variant> KeysetCursor::rowAt(long p) {

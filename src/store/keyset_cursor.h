@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <climits>
 #include <functional>
 #include <optional>
 #include <thread>
@@ -51,20 +50,29 @@ class KeysetCursor : public IndexedCursor {
     // A long list's keys are read by a thread of their own: its first screen at once, the rest
     // behind it. Waits for the rest, or as long as given; true once every key is here.
     bool takeRest(std::optional<std::chrono::milliseconds> wait = std::nullopt);
-    void readMore(long) { takeRest(); }
     void readUntil(long rows) {
         if (filling && knownCount() < rows) takeRest();
     }
     void readAll() { takeRest(); }
     void endFill();  // stops the thread, if it still reads
-    // Which table of the query its order begins with, -1 if none.
-    int orderedFirstBy() const;
+    // The first term of the query's order as the generator writes a column in it:
+    // "q.[c]", "(q.[c]) COLLATE jetde", either with ASC or DESC.
+    struct LeadingTerm {
+        int table = -1;  // among the query's tables; -1: the order begins otherwise
+        std::string column;
+        bool parenthesised = false, german = false, descending = false;
+        bool whole = false;  // the term is no more than that
+    };
+    LeadingTerm leadingTerm() const;
     // The row ids of one row, as parameters after the query's own values.
     std::string keyCondition() const;
     // The order of the rows: the query's own, made total by the row ids.
     std::string orderBy() const;
+    std::string orderBy(const std::string& order) const;
+    // The keys in the query's order, or in another one written as its order clause.
     std::string keysetSql() const;
-    std::string streamingSql(const jet::SelectParts& parts) const;
+    std::string keysetSql(const std::string& order) const;
+    std::string reorderedSql(const jet::SelectParts& parts) const;
     std::string keyString(const long long* k) const;
     void buildKeyIndex();
     std::optional<long> findAppended(const std::string& crit, long after);
@@ -84,7 +92,6 @@ class KeysetCursor : public IndexedCursor {
         std::vector<long> dense;                         // by row id - first, -1: none
         std::vector<std::pair<long long, long>> sparse;  // sorted by row id
         long of(long long rowid) const;                  // -1: none
-        long rows = 0;                                   // of the keyset, when they were taken
     };
     // nullopt: not such a search, or no fast way to it; the plain search answers it.
     std::optional<std::optional<long>> findTyped(const std::string& criteria, long after);

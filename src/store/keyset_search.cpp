@@ -129,40 +129,47 @@ std::optional<KeysetCursor::TypedSearch> KeysetCursor::typedSearch(const std::st
     return s;
 }
 
+KeysetCursor::LeadingTerm KeysetCursor::leadingTerm() const {
+    LeadingTerm term;
+    const auto t = significant(orderClause());
+    size_t i = 0;
+    term.parenthesised = !t.empty() && isPunct(t[0], "(");
+    if (term.parenthesised) ++i;
+    if (i + 2 >= t.size() || !isName(t[i]) || !isPunct(t[i + 1], ".") || !isName(t[i + 2]))
+        return term;
+    const std::string q = nameOf(t[i]);
+    for (int j = 0; j < stride && term.table < 0; ++j)
+        if (const std::string& own = tables()[static_cast<size_t>(j)].qualifier;
+            sameName(q, own) || sameName("[" + q + "]", own) || sameName("\"" + q + "\"", own))
+            term.table = j;
+    term.column = nameOf(t[i + 2]);
+    i += 3;
+    if (term.parenthesised) {
+        if (i >= t.size() || !isPunct(t[i], ")")) return term;
+        ++i;
+    }
+    if (i + 1 < t.size() && isWord(t[i], "collate")) {
+        if (!sameName(nameOf(t[i + 1]), german::kCollation)) return term;
+        term.german = true;
+        i += 2;
+    } else if (term.parenthesised) {
+        return term;
+    }
+    if (i < t.size() && (isWord(t[i], "asc") || isWord(t[i], "desc"))) {
+        term.descending = isWord(t[i], "desc");
+        ++i;
+    }
+    term.whole = i == t.size() || isPunct(t[i], ",");
+    return term;
+}
+
 // How the keyset is ordered first: by this column, in German order or by its own collation
 // (a key column), ascending or not. None if its first term is anything else.
 KeysetCursor::Order KeysetCursor::leadingOrder(const TypedSearch& s) {
-    const auto t = significant(orderClause());
-    size_t i = 0;
-    const bool parenthesised = !t.empty() && isPunct(t[0], "(");
-    if (parenthesised) ++i;
-    if (i + 2 >= t.size() || !isName(t[i]) || !isPunct(t[i + 1], ".") || !isName(t[i + 2]))
+    const LeadingTerm term = leadingTerm();
+    if (!term.whole || term.table != s.table || !sameName(term.column, s.column))
         return Order::None;
-    const std::string q = nameOf(t[i]);
-    const std::string& own = tables()[static_cast<size_t>(s.table)].qualifier;
-    if (!(sameName(q, own) || sameName("[" + q + "]", own)) ||
-        !sameName(nameOf(t[i + 2]), s.column))
-        return Order::None;
-    i += 3;
-    if (parenthesised) {
-        if (i >= t.size() || !isPunct(t[i], ")")) return Order::None;
-        ++i;
-    }
-    bool german = false;
-    if (i + 1 < t.size() && isWord(t[i], "collate")) {
-        if (!sameName(nameOf(t[i + 1]), german::kCollation)) return Order::None;
-        german = true;
-        i += 2;
-    } else if (parenthesised) {
-        return Order::None;
-    }
-    bool descending = false;
-    if (i < t.size() && (isWord(t[i], "asc") || isWord(t[i], "desc"))) {
-        descending = isWord(t[i], "desc");
-        ++i;
-    }
-    if (i < t.size() && !isPunct(t[i], ",")) return Order::None;
-    if (!german) {
+    if (!term.german) {
         // A key column is ordered by its own collation; only NOCASE is known here.
         const char* collation = nullptr;
         const std::string& table = tables()[static_cast<size_t>(s.table)].name;
@@ -172,21 +179,8 @@ KeysetCursor::Order KeysetCursor::leadingOrder(const TypedSearch& s) {
             !collation || !sameName(collation, "nocase"))
             return Order::None;
     }
-    return german ? (descending ? Order::GermanDown : Order::GermanUp)
-                  : (descending ? Order::NoCaseDown : Order::NoCaseUp);
-}
-
-int KeysetCursor::orderedFirstBy() const {
-    const auto t = significant(orderClause());
-    const size_t i = !t.empty() && isPunct(t[0], "(") ? 1 : 0;
-    if (i + 2 >= t.size() || !isName(t[i]) || !isPunct(t[i + 1], ".") || !isName(t[i + 2]))
-        return -1;
-    const std::string q = nameOf(t[i]);
-    for (int j = 0; j < stride; ++j)
-        if (const std::string& own = tables()[static_cast<size_t>(j)].qualifier;
-            sameName(q, own) || sameName("[" + q + "]", own) || sameName("\"" + q + "\"", own))
-            return j;
-    return -1;
+    return term.german ? (term.descending ? Order::GermanDown : Order::GermanUp)
+                       : (term.descending ? Order::NoCaseDown : Order::NoCaseUp);
 }
 
 // Changes to the store since the keys were read: by this connection, or committed by another.
@@ -201,9 +195,8 @@ long long KeysetCursor::storeState() {
 const KeysetCursor::Positions& KeysetCursor::positionsOf(int table) {
     if (positions.size() != static_cast<size_t>(stride)) positions.assign(stride, {});
     Positions& p = positions[static_cast<size_t>(table)];
-    if (p.valid && p.rows == origCount) return p;
+    if (p.valid) return p;
     p = Positions{};
-    p.rows = origCount;  // while a long list is read, of the rows read so far
     long long lo = 0, hi = -1;
     for (long i = 0; i < origCount; ++i) {
         const long long id = keys[static_cast<size_t>(i) * stride + table];
@@ -330,9 +323,9 @@ std::optional<std::optional<long>> KeysetCursor::findInOrder(const TypedSearch& 
             if (side(value) != 0) return std::optional<long>();
             if (matches) return std::optional<long>(p);
         }
-        // The rows read so far end before the rows that begin so, or among them: read on.
+        // The rows read so far end before the rows that begin so, or among them: the rest.
         if (!filling) return std::optional<long>();
-        readMore(std::max(origCount, 4096L));
+        readAll();
     }
 }
 
