@@ -51,16 +51,18 @@ void openAndType(tolma::core::Globals& g) {
               << " Zeilen: erster Bildschirm nach " << firstScreen << " ms, ganz gelesen nach "
               << secondsSince(start) * 1000 << " ms (" << slices + 1 << " Abschnitte); "
               << form.Label1 << "\n";
-    {
-        // A key typed into the business number at once, while the rest is still unread.
+    // A key typed into the business number at once, while the rest is still unread: a number
+    // no business has, and one in the middle of the list.
+    for (const char* number : {"00000500", "0000005"}) {
         tolma::browse::ListForm early(false);
         g.forms.marks.menue_suchen_betrieb = false;
         tolma::browse::menue_suchen_betrieb(g, early);
-        early.Text1[1] = "00000500";
+        early.Text1[1] = number;
         start = Clock::now();
         tolma::browse::Text1_Change(g, early, 1);
-        std::cout << "Tastendruck gleich nach dem Öffnen (Betriebsnummer): "
-                  << secondsSince(start) * 1000 << " ms\n";
+        std::cout << "Tastendruck gleich nach dem Öffnen (Betriebsnummer " << number
+                  << "): " << secondsSince(start) * 1000 << " ms, Zeile "
+                  << early.data.Recordset().AbsolutePosition() + 1 << "\n";
         g.forms.marks.menue_suchen_betrieb = false;
     }
     {

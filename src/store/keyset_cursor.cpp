@@ -90,7 +90,8 @@ struct KeysetFill {
     bool firstDone = false, done = false, failed = false;
     bool firstIsAll = false;  // the list ended within its first screen
     std::atomic<bool> cancel{false};
-    std::vector<long long> first, all;
+    std::vector<long long> first;
+    std::vector<long long> more;  // read behind what was handed over, in the list's order
 };
 
 KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string source,
@@ -199,21 +200,40 @@ void KeysetCursor::readKeys() {
                         f->firstDone = true;
                     }
                     f->cv.notify_all();
+                    got.clear();
                     if (!whole) {
                         Statement* from = first.get();
+                        // The sorted rest begins with the first screen again, in the same order.
+                        long skip = 0;
                         if (rest) {
                             first->reset();
-                            got.clear();
                             from = rest.get();
+                            skip = rows;
                         }
-                        while (!f->cancel && from->step())
+                        // Handed over in pieces, each as long as all before it, so that a
+                        // search goes on with the beginning of the list while its end is read.
+                        size_t handed = static_cast<size_t>(rows * n);
+                        while (!f->cancel && from->step()) {
+                            if (skip > 0) {
+                                --skip;
+                                continue;
+                            }
                             for (int i = 0; i < n; ++i) got.push_back(from->column(i).toInteger());
+                            if (got.size() < handed) continue;
+                            {
+                                std::lock_guard lock(f->m);
+                                f->more.insert(f->more.end(), got.begin(), got.end());
+                            }
+                            f->cv.notify_all();
+                            handed += got.size();
+                            got.clear();
+                        }
                     }
                     first.reset();
                     rest.reset();
                     c->execute("COMMIT");
                     std::lock_guard lock(f->m);
-                    f->all = std::move(got);
+                    f->more.insert(f->more.end(), got.begin(), got.end());
                     f->failed = f->cancel;
                     f->done = true;
                 } catch (const std::exception&) {
@@ -257,31 +277,54 @@ KeysetCursor::~KeysetCursor() {
 }
 
 bool KeysetCursor::takeRest(std::optional<std::chrono::milliseconds> wait) {
+    if (!wait) {
+        while (!takeMore(std::nullopt)) {
+        }
+        return true;
+    }
+    const auto until = std::chrono::steady_clock::now() + *wait;
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            until - std::chrono::steady_clock::now());
+        if (takeMore(std::max(left, std::chrono::milliseconds(0)))) return true;
+        if (left.count() <= 0) return false;
+    }
+}
+
+bool KeysetCursor::takeMore(std::optional<std::chrono::milliseconds> wait) {
     if (!filling) return true;
+    std::vector<long long> more;
+    bool done = false, failed = false;
     {
         std::unique_lock lock(fill->m);
-        const auto ready = [&] { return fill->done; };
+        const auto ready = [&] { return fill->done || !fill->more.empty(); };
         if (wait)
             fill->cv.wait_for(lock, *wait, ready);
         else
             fill->cv.wait(lock, ready);
-        if (!fill->done) return false;
+        more.swap(fill->more);
+        done = fill->done;
+        failed = fill->failed;
     }
-    const bool failed = fill->failed;
-    std::vector<long long> all = std::move(fill->all);
-    worker.join();
-    endFill();
     if (failed) {
         // The reading connection failed: the keys are read here, as they stand now.
+        worker.join();
+        endFill();
         keys.clear();
         readKeyset();
     } else {
-        keys = std::move(all);
+        keys.insert(keys.end(), more.begin(), more.end());
+        if (done) {
+            worker.join();
+            endFill();
+        }
     }
-    origCount = knownCount();
-    positions.clear();
-    keyIndexValid = false;
-    return true;
+    if (!more.empty() || done) {
+        origCount = knownCount();
+        positions.clear();
+        keyIndexValid = false;
+    }
+    return done;
 }
 
 // The SQL of the keyset with its inner joins read from the table its order begins with, if

@@ -50,8 +50,11 @@ class KeysetCursor : public IndexedCursor {
     // A long list's keys are read by a thread of their own: its first screen at once, the rest
     // behind it. Waits for the rest, or as long as given; true once every key is here.
     bool takeRest(std::optional<std::chrono::milliseconds> wait = std::nullopt);
+    // Takes the keys read meanwhile; with none there, waits for the next piece (or as long as
+    // given). True once every key is here.
+    bool takeMore(std::optional<std::chrono::milliseconds> wait = std::nullopt);
     void readUntil(long rows) {
-        if (filling && knownCount() < rows) takeRest();
+        while (filling && knownCount() < rows) takeMore();
     }
     void readAll() { takeRest(); }
     void endFill();  // stops the thread, if it still reads

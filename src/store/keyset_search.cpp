@@ -323,9 +323,9 @@ std::optional<std::optional<long>> KeysetCursor::findInOrder(const TypedSearch& 
             if (side(value) != 0) return std::optional<long>();
             if (matches) return std::optional<long>(p);
         }
-        // The rows read so far end before the rows that begin so, or among them: the rest.
+        // The rows read so far end before the rows that begin so, or among them: the next ones.
         if (!filling) return std::optional<long>();
-        readAll();
+        takeMore();
     }
 }
 
@@ -405,7 +405,7 @@ std::optional<std::optional<long>> KeysetCursor::findByIndex(const TypedSearch& 
         return std::nullopt;
     // The rows read so far come first in the order: a match among them is the first one.
     if (best < 0 && any && filling) {
-        readAll();
+        takeMore();
         return findByIndex(s, after);
     }
     return best >= 0 ? std::optional<long>(best) : std::optional<long>();
