@@ -343,10 +343,12 @@ void Text1_Click(core::Globals& g, ListForm& form, int index) {
         }
         form.gridColumn = index;
         auto& rs = form.data.Recordset();
-        if (!rs.isSet() || rs.RecordCount() == 0) return;
+        // The first screen is read at once: an empty one is an empty list.
+        if (!rs.isSet() || rs.KnownCount() == 0) return;
         const std::string first = cellText(rs, 0, column.field);
-        rs.MoveLast();
-        const std::string last = cellText(rs, rs.RecordCount() - 1, column.field);
+        const int field = rs.fieldIndex(column.field);
+        const std::string last =
+            field < 0 ? std::string() : rs.LastRow()[static_cast<size_t>(field)].toString();
         // The column keeps the direction it shows: no toggling on a second click.
         const std::string direction = first > last ? " DESC" : "";
         if (form.persons) {

@@ -56,6 +56,48 @@ bool writesAhead(Connection& conn) {
     return mode->step() && text::lower(mode->column(0).toString()) == "wal";
 }
 
+// An order clause the other way round: each term's direction turned.
+std::string reversed(const std::string& order) {
+    std::string out, term;
+    auto turn = [&] {
+        std::string t(text::trimmed(term, " "));
+        const std::string lower = text::lower(t);
+        auto endsWith = [&](const std::string& end) {
+            return lower.size() >= end.size() &&
+                   lower.compare(lower.size() - end.size(), end.size(), end) == 0;
+        };
+        if (endsWith(" desc"))
+            t.resize(t.size() - 5);
+        else if (endsWith(" asc"))
+            t.replace(t.size() - 4, 4, " DESC");
+        else
+            t += " DESC";
+        out += (out.empty() ? "" : ", ") + t;
+        term.clear();
+    };
+    int depth = 0;
+    char quote = 0;
+    for (const char ch : order) {
+        if (quote) {
+            if (ch == quote) quote = 0;
+        } else if (ch == '\'' || ch == '"') {
+            quote = ch;
+        } else if (ch == '[') {
+            quote = ']';
+        } else if (ch == '(') {
+            ++depth;
+        } else if (ch == ')') {
+            --depth;
+        } else if (ch == ',' && depth == 0) {
+            turn();
+            continue;
+        }
+        term += ch;
+    }
+    turn();
+    return out;
+}
+
 bool mentions(const std::string& condition, const std::string& qualifier) {
     return text::lower(condition).find(text::lower(qualifier) + ".") != std::string::npos;
 }
@@ -447,6 +489,34 @@ std::vector<Variant> KeysetCursor::rowAt(long p) {
     if (p < 0 || p >= reach(p + 1)) throwNoCurrentRecord();
     if (static_cast<size_t>(p) < prefetched.size()) return prefetched[static_cast<size_t>(p)];
     return fetchByKeys(&keys[static_cast<size_t>(p) * stride]);
+}
+
+std::vector<Variant> KeysetCursor::lastRow() {
+    if (filling && !lastSql) {
+        // The statement that reads the list in order, read backwards: it streams as well.
+        const std::string& forward = plan->streamSql;
+        const std::string order = orderBy();
+        lastSql.emplace();
+        if (forward.size() > order.size() &&
+            forward.compare(forward.size() - order.size(), order.size(), order) == 0) {
+            const std::string backward =
+                forward.substr(0, forward.size() - order.size()) + " ORDER BY " +
+                reversed((orderClause().empty() ? "" : orderClause() + ", ") + plan->keyColumns);
+            if (streams(planOf(*conn, backward))) *lastSql = backward + " LIMIT 1";
+        }
+    }
+    if (!filling || lastSql->empty()) return rowAt(count() - 1);
+    // The store as it stands now, which is the list's unless it changed since it was opened.
+    auto& last = stmt(*lastSql);
+    bindParams(last);
+    if (!last.step()) {
+        last.reset();
+        throwNoCurrentRecord();
+    }
+    std::vector<long long> k(static_cast<size_t>(stride));
+    for (int i = 0; i < stride; ++i) k[static_cast<size_t>(i)] = last.column(i).toInteger();
+    last.reset();
+    return fetchByKeys(k.data());
 }
 
 long long KeysetCursor::currentRowid() {

@@ -28,6 +28,7 @@ class KeysetCursor : public IndexedCursor {
 
     long count() override;
     std::vector<Variant> rowAt(long p) override;
+    std::vector<Variant> lastRow() override;
     long knownCount() override { return static_cast<long>(keys.size() / stride); }
     bool countFinal() override { return !filling; }
     bool readAhead(std::chrono::milliseconds budget) override;
@@ -126,6 +127,9 @@ class KeysetCursor : public IndexedCursor {
     std::shared_ptr<Connection> reader;
     std::shared_ptr<struct KeysetFill> fill;
     std::thread worker;
+    // The keyset's statement in the reverse order, giving the last row first; empty where it
+    // would sort every row for it. Worked out when first wanted.
+    std::optional<std::string> lastSql;
 };
 
 }  // namespace tolma::store

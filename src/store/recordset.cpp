@@ -122,6 +122,9 @@ const std::vector<FieldInfo>& Recordset::fieldInfos() const {
 std::vector<Variant> Recordset::rowAt(long position) const {
     return impl().rowAt(position);
 }
+std::vector<Variant> Recordset::LastRow() const {
+    return impl().lastRow();
+}
 const std::vector<Variant>& Recordset::currentRow() const {
     return impl().currentRow();
 }

@@ -103,6 +103,9 @@ class Recordset {
     const std::vector<Variant>& currentRow() const;
     // A row by its place, without moving the current row (for grids that fetch lazily).
     std::vector<Variant> rowAt(long position) const;
+    // The last row, without moving there: a long list still read behind its first screen is
+    // asked for it rather than read to its end.
+    std::vector<Variant> LastRow() const;
 
     void Close();
 

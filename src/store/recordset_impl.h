@@ -60,6 +60,8 @@ class RecordsetImpl {
     virtual long position() = 0;  // -1 without a current row
     virtual void setPosition(long p) = 0;
     virtual std::vector<Variant> rowAt(long p) = 0;
+    // The last row, without moving to it.
+    virtual std::vector<Variant> lastRow() { return rowAt(count() - 1); }
     virtual void find(const std::string& criteria, bool fromStart) = 0;
     // The rows read so far, while a long query is still read behind its first screen; the
     // whole count once readAhead() said it is done.

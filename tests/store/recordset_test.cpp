@@ -469,6 +469,19 @@ TEST_F(TypedSearchTest, ALongListShowsItsFirstScreenAndReadsTheRestAsItIsWanted)
         EXPECT_EQ(at, read.NoMatch() ? -1 : read.AbsolutePosition()) << crit;
     }
 
+    // The last row of a list still being read, in any order, without reading on to it.
+    for (const char* order : {"betrieb.[betr-nr]", "betrieb.[betr-nr] DESC",
+                              "betrieb.[b-eintr-name]", "betrieb_adresse.[b-ort] DESC"}) {
+        Recordset all = list(db, order);
+        const auto want = all.rowAt(all.RecordCount() - 1);
+        Recordset open = list(db, order);
+        const auto last = open.LastRow();
+        ASSERT_EQ(last.size(), want.size());
+        for (size_t i = 0; i < want.size(); ++i)
+            EXPECT_EQ(last[i].toString(), want[i].toString()) << order << " " << i;
+        if (std::string(order) == "betrieb.[betr-nr]") EXPECT_FALSE(open.CountFinal());
+    }
+
     // The store changes while the list is read: the list keeps the rows as they stood when it
     // was opened, as one read whole at opening does; the next list has the change.
     Recordset changing = list(db, "betrieb.[betr-nr]");
