@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 #include <cstdio>
+#include <vector>
 
 #include "core/error_log.h"
 #include "core/files.h"
@@ -147,26 +148,49 @@ void forEachListIndex(Globals& g, Step step) {
 void ensureListIndexes(Globals& g) {
     // A server store has them from its set-up, and keeps them.
     if (!g.stores.db_daten.isSet() || g.stores.db_daten.connection()->isServer()) return;
-    // An index built over a million rows sorts them in memory up to the cache's size, on top
-    // of the cache itself: a smaller cache while they are built keeps the program's memory low.
-    g.stores.db_daten.connection()->execute("PRAGMA cache_size = -16384");
-    forEachListIndex(g, [](store::Connection& c, const std::string& table,
-                           const model::PrefixIndex& index) {
-        // The index by lower() that an older build kept in its place serves no list now.
-        if (!index.retired.empty()) c.execute("DROP INDEX IF EXISTS main.[" + index.retired + "]");
-        long long found = 0;
-        {
+    // The indexes the store lacks: an older build or a large import left them out.
+    std::vector<std::string> missing;
+    forEachListIndex(
+        g, [&](store::Connection& c, const std::string& table, const model::PrefixIndex& index) {
+            // The index by lower() that an older build kept in its place serves no list now.
+            if (!index.retired.empty())
+                c.execute("DROP INDEX IF EXISTS main.[" + index.retired + "]");
             auto st = c.prepare(
                 "SELECT count(*) FROM main.sqlite_master WHERE (type = 'index' AND name = ?1) OR "
                 "(type = 'table' AND name = ?2)");
             st->bind(1, store::Variant(index.name));
             st->bind(2, store::Variant(table));
             st->step();
-            found = st->column(0).toInteger();
+            if (st->column(0).toInteger() == 1) missing.push_back(index.create);  // only the table
+        });
+    if (missing.empty()) return;
+    store::Connection& c = *g.stores.db_daten.connection();
+    // Over a large store each takes a while: the clerk sees what the program does meanwhile.
+    StartViewState& view = g.forms.startView;
+    const StartViewState before = view;
+    view.MousePointer = 11;
+    view.ProgressBar1Max = static_cast<int>(missing.size());
+    // An index built over a million rows sorts them in memory up to the cache's size, on top
+    // of the cache itself: a smaller cache while they are built keeps the program's memory low.
+    c.execute("PRAGMA cache_size = -16384");
+    for (size_t i = 0; i < missing.size(); ++i) {
+        view.Label2 = "Die Auswahllisten werden vorbereitet (" + std::to_string(i + 1) + " von " +
+                      std::to_string(missing.size()) + ") ...";
+        view.ProgressBar1Value = static_cast<int>(i);
+        g.shell->refreshView();
+        g.shell->doEvents();
+        try {
+            c.execute(missing[i]);
+        } catch (const std::exception&) {
+            // a read-only or held store: the lists search without
         }
-        if (found == 1) c.execute(index.create);  // the table stands, its index does not
-    });
-    g.stores.db_daten.connection()->execute("PRAGMA cache_size = -65536");
+    }
+    c.execute("PRAGMA cache_size = -65536");
+    view.Label2 = before.Label2;
+    view.MousePointer = before.MousePointer;
+    view.ProgressBar1Max = before.ProgressBar1Max;
+    view.ProgressBar1Value = before.ProgressBar1Value;
+    g.shell->refreshView();
 }
 
 void dropListIndexes(Globals& g) {
