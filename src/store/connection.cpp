@@ -968,6 +968,28 @@ void Connection::refreshStatistics() noexcept {
     }
 }
 
+void Connection::measureNewTables() noexcept {
+    if (!server_) return;
+    try {
+        if (server_->inTransaction()) return;
+        // Never measured: reltuples is -1. Those of other owners are the server's to measure.
+        const auto tables = server_->query(
+            "SELECT quote_ident(c.relname) FROM pg_class c WHERE c.relkind = 'r' AND "
+            "c.relnamespace = current_schema()::regnamespace AND c.reltuples < 0 AND "
+            "pg_has_role(c.relowner, 'USAGE')");
+        if (tables.rows.empty()) return;
+        std::string list;
+        for (const auto& row : tables.rows)
+            list += (list.empty() ? "" : ", ") + row.at(0).value_or("");
+        server_->transaction([&] {
+            server_->execute("SET LOCAL default_statistics_target = 25");
+            server_->execute("ANALYZE " + list);
+        });
+    } catch (const std::exception&) {
+        // planned by guesses until the server's own upkeep comes by
+    }
+}
+
 std::string Connection::rowIdAmong(const std::string& select, const std::string& rowid) const {
     if (server_) return rowid + " = ANY (ARRAY(" + select + "))";
     return rowid + " IN (" + select + ")";

@@ -223,6 +223,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // next statements for what they hold (tables the login does not own are left out).
     // Never raises: the rows are written either way.
     void refreshStatistics() noexcept;
+    // After the first rows went into tables the server has never measured: it measures those.
+    // Until then it plans for each as if it held a row or two, and a look-up by a list of
+    // numbers reads a whole table for each list. Never raises.
+    void measureNewTables() noexcept;
 
     // "rowid is one of the row ids `select` gives", as a condition. The server takes the ids
     // as one array first, so that it looks the rows up by their index whatever it guesses of

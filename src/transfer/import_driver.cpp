@@ -324,6 +324,7 @@ class Run {
         if (!cancelled && chunk.broken) throw core::invalidCall();
         for (ImportListener* l : listeners_) l->blockCommitting(store(), block);
         batch.commit();
+        if (!committed_ && store()) store()->measureNewTables();
         committed_ = true;
         for (ImportListener* l : listeners_) l->blockCommitted(store(), block);
         return !cancelled;
