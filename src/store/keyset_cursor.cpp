@@ -128,7 +128,14 @@ KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string s
         const auto asWritten =
             conn->isServer() ? std::vector<std::string>() : planOf(*conn, keysetSql());
         made->manyRows = conn->isServer() || scansWholeTable(asWritten);
-        if (made->manyRows && !conn->isServer() && writesAhead(*conn)) {
+        // Asked outside a transaction only: a statement the server refuses would end it.
+        if (conn->isServer() && !conn->inTransaction() &&
+            expectedRows(keysetSql()) > kFirstScreen) {
+            // Through a cursor the server plans for the first rows: where an index gives the
+            // order, the first screen comes before the rest is read.
+            made->streamSql = keysetSql();
+            made->restSql = made->streamSql;
+        } else if (made->manyRows && !conn->isServer() && writesAhead(*conn)) {
             made->streamSql = streams(asWritten) ? keysetSql() : reorderedSql(parts);
             made->restSql = made->streamSql;
             if (const LeadingTerm lead = leadingTerm(); lead.german && lead.parenthesised) {
@@ -176,12 +183,14 @@ void KeysetCursor::readKeys() {
             reader = Connection::openReader(conn->file());
             std::shared_ptr<Statement> first = reader->prepare(plan->streamSql);
             bindParams(*first);
+            // On a server the first screen is one page of a cursor, the rest a few large ones.
+            first->readInPages(static_cast<int>(kFirstScreen));
             std::shared_ptr<Statement> rest;
             if (plan->restSql != plan->streamSql) {
                 rest = reader->prepare(plan->restSql);
                 bindParams(*rest);
             }
-            reader->execute("BEGIN");
+            if (!reader->beginReading()) reader->execute("BEGIN");
             fill = std::make_shared<KeysetFill>();
             worker = std::thread([f = fill, c = reader, first, rest, n = stride]() mutable {
                 try {
@@ -200,6 +209,7 @@ void KeysetCursor::readKeys() {
                     }
                     f->cv.notify_all();
                     if (!whole) {
+                        first->readInPages(kRestPage);  // the cursor's next pages
                         Statement* from = first.get();
                         if (rest) {
                             first->reset();
@@ -244,7 +254,8 @@ void KeysetCursor::readKeys() {
 void KeysetCursor::endFill() {
     if (worker.joinable()) {
         fill->cancel = true;
-        sqlite3_interrupt(reader->handle());  // a sort of a million rows ends at once
+        // A sort of a million rows ends at once; a server's cursor stops after its page.
+        if (!reader->isServer()) sqlite3_interrupt(reader->handle());
         worker.join();
     }
     fill.reset();
@@ -282,6 +293,21 @@ bool KeysetCursor::takeRest(std::optional<std::chrono::milliseconds> wait) {
     positions.clear();
     keyIndexValid = false;
     return true;
+}
+
+// The rows the server expects a statement to give, from its plan for the query's values; none
+// where it cannot plan it alone.
+long long KeysetCursor::expectedRows(const std::string& sql) {
+    try {
+        auto explain = conn->prepare("EXPLAIN " + sql);
+        bindParams(*explain);
+        if (!explain->step()) return 0;
+        const std::string top = explain->column(0).toString();
+        const size_t at = top.find(" rows=");
+        return at == std::string::npos ? 0 : std::atoll(top.c_str() + at + 6);
+    } catch (const DaoError&) {
+        return 0;
+    }
 }
 
 // The SQL of the keyset with its inner joins read from the table its order begins with, if

@@ -453,9 +453,17 @@ std::optional<long> KeysetCursor::findOnServer(const TypedSearch& s, long after)
     range->bind(2, Variant(s.pattern));
     const Positions& where = positionsOf(s.table);
     long best = -1;
+    bool any = false;
     while (range->step()) {
+        any = true;
         const long p = where.of(range->column(0).toInteger());
         if (p >= near && (best < 0 || p < best)) best = p;
+    }
+    // The rows read so far come first in the order: a match among them is the first one;
+    // otherwise it may stand among the rest.
+    if (best < 0 && any && filling) {
+        readAll();
+        return findOnServer(s, after);
     }
     return best >= 0 ? std::optional<long>(best) : std::nullopt;
 }
