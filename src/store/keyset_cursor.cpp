@@ -9,6 +9,7 @@
 #include <unordered_set>
 
 #include "store/dao_error.h"
+#include "store/server_session.h"
 #include "text/text.h"
 
 namespace tolma::store {
@@ -61,6 +62,9 @@ bool mentions(const std::string& condition, const std::string& qualifier) {
 }
 
 }  // namespace
+
+// Under this key a server's connection keeps the reading session of its last long list.
+constexpr const char* kSpareReader = "keyset:reader";
 
 struct QueryPlan {
     std::shared_ptr<const jet::Shape> shape;  // kept alive, so that its address stays its own
@@ -180,7 +184,7 @@ void KeysetCursor::readKeys() {
         // Read on a connection of its own, in one snapshot: the keys are the store's as it stood
         // at opening, however this connection writes meanwhile.
         try {
-            reader = Connection::openReader(conn->file());
+            reader = spareReader();
             std::shared_ptr<Statement> first = reader->prepare(plan->streamSql);
             bindParams(*first);
             // On a server the first screen is one page of a cursor, the rest a few large ones.
@@ -258,9 +262,25 @@ void KeysetCursor::endFill() {
         if (!reader->isServer()) sqlite3_interrupt(reader->handle());
         worker.join();
     }
+    // A server's session that ended its reading serves the next list: a new one costs a
+    // connection's set-up, about as long as reading the first screen.
+    if (reader && reader->isServer() && !reader->inTransaction() && !reader->server()->isBroken()) {
+        auto& spare = conn->memo(kSpareReader);
+        if (!spare) spare = reader;
+    }
     fill.reset();
     reader.reset();
     filling = false;
+}
+
+std::shared_ptr<Connection> KeysetCursor::spareReader() {
+    auto& spare = conn->memo(kSpareReader);
+    if (!spare) return Connection::openReader(conn->file());
+    auto kept =
+        std::const_pointer_cast<Connection>(std::static_pointer_cast<const Connection>(spare));
+    spare.reset();
+    if (kept->server()->isBroken()) return Connection::openReader(conn->file());
+    return kept;
 }
 
 KeysetCursor::~KeysetCursor() {

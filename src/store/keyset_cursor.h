@@ -56,7 +56,8 @@ class KeysetCursor : public IndexedCursor {
         if (filling && knownCount() < rows) takeRest();
     }
     void readAll() { takeRest(); }
-    void endFill();  // stops the thread, if it still reads
+    void endFill();                             // stops the thread, if it still reads
+    std::shared_ptr<Connection> spareReader();  // a reading connection, kept or new
     // The first term of the query's order as the generator writes a column in it:
     // "q.[c]", "(q.[c]) COLLATE jetde", either with ASC or DESC.
     struct LeadingTerm {
