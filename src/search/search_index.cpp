@@ -237,7 +237,7 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
         unnumbered.reset();
         auto numbers = c.prepare(
             "SELECT DISTINCT [betr-nr] FROM betrieb WHERE [betr-nr] > ?1 ORDER BY [betr-nr] "
-            "LIMIT ?2");
+            "NULLS FIRST LIMIT ?2");  // as a server's index sorts
         for (std::string last;;) {
             numbers->reset();
             numbers->bind(1, Variant(last));

@@ -1007,10 +1007,13 @@ std::string Connection::orderTerm(const std::string& table, const std::string& c
     const std::string name = "[" + column + "]";
     if (!server_)
         return name + (german ? std::string(" COLLATE ") + german::kCollation : "") + direction;
-    if (!isTextColumn(table, column)) return name + direction;
+    // Null first, as in the embedded store: the server's indexes sort so, and only an order
+    // that says so too is read from them.
+    const std::string nulls = descending ? " NULLS LAST" : " NULLS FIRST";
+    if (!isTextColumn(table, column)) return name + direction + nulls;
     // Letters first, then marks and case: the embedded store's German order. A key column
     // compares by its bytes.
-    if (!german) return name + (serverSortsBytes_ ? "" : " COLLATE \"C\"") + direction;
+    if (!german) return name + (serverSortsBytes_ ? "" : " COLLATE \"C\"") + direction + nulls;
     return "tolma_primary(" + name + ") COLLATE \"C\"" + direction + ", tolma_fold(" + name +
            ") COLLATE \"C\"" + direction;
 }
