@@ -170,7 +170,10 @@ bool menue_suchen_betrieb(core::Globals& g, ListForm& form) {
     guarded(g, "menue_suchen_betrieb", [&] {
         dataControls(g).DATA_BETR.RecordSource = "betrieb";
         dataControls(g).DATA_BETR.Refresh();
-        if (dataControls(g).DATA_BETR.Recordset().RecordCount() == 0) {
+        // An empty table leaves the new recordset at its beginning and its end at once: a
+        // count would read all of a server's table for it.
+        const auto& businesses = dataControls(g).DATA_BETR.Recordset();
+        if (businesses.Bof() && businesses.Eof()) {
             emptyBusinessCase(g, form);
             return;
         }

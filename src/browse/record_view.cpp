@@ -17,8 +17,10 @@ std::string currentText(const DataControl& c, const std::string& field) {
     return c.fieldText(field);
 }
 
+// Without a count, which reads a server's whole table: a recordset without rows stands at its
+// beginning and its end at once.
 bool hasRows(const DataControl& c) {
-    return c.Recordset().isSet() && c.Recordset().RecordCount() > 0;
+    return c.Recordset().isSet() && !(c.Recordset().Bof() && c.Recordset().Eof());
 }
 
 // Val() of the old platform: the leading number of a text.

@@ -37,6 +37,26 @@ std::string indexSql(const TableDef& table, const std::string& name, const std::
            quoteIdentifier(name) + " ON " + quoteIdentifier(table.name) + " (" + columns + ")";
 }
 
+std::string indexName(const TableDef& table, const std::vector<std::string>& columns) {
+    std::string name = "idx_" + identifierPart(table.name);
+    for (const auto& c : columns) name += "_" + identifierPart(c);
+    return name;
+}
+
+// A store set up before its indexes sorted Null first has them made anew.
+void dropIndexesSortingNullLast(store::ServerSession& session, const TableDef& table) {
+    for (const auto& index : table.indexes) {
+        const std::string name = indexName(table, index);
+        const auto def = session.query(
+            "SELECT indexdef FROM pg_indexes WHERE schemaname = current_schema() AND "
+            "indexname = $1",
+            {name});
+        if (!def.rows.empty() &&
+            def.rows[0][0].value_or("").find("NULLS FIRST") == std::string::npos)
+            session.execute("DROP INDEX " + quoteIdentifier(name));
+    }
+}
+
 // Roles belong to the whole cluster and may come from another database's set-up.
 std::vector<std::string> createMissingRoles(store::ServerSession& session) {
     std::vector<std::string> created;
@@ -102,12 +122,12 @@ std::vector<std::string> serverTableSql(const TableDef& table) {
     if (table.name == "betrieb")
         out.push_back("ALTER TABLE " + quoteIdentifier(table.name) + " SET (fillfactor = 50)");
     for (const auto& index : table.indexes) {
-        std::string name = base, columns;
-        for (const auto& c : index) {
-            name += "_" + identifierPart(c);
-            columns += (columns.empty() ? "" : ", ") + quoteIdentifier(c);
-        }
-        out.push_back(indexSql(table, name, columns));
+        // The embedded store sorts Null before every value, and the server's ORDER BY says so:
+        // only an index that sorts alike gives a list its rows in order as it reads them.
+        std::string columns;
+        for (const auto& c : index)
+            columns += (columns.empty() ? "" : ", ") + quoteIdentifier(c) + " NULLS FIRST";
+        out.push_back(indexSql(table, indexName(table, index), columns));
     }
     for (const auto& field : table.prefixIndexes)
         out.push_back(indexSql(table, base + "_fold_" + identifierPart(field),
@@ -134,10 +154,12 @@ ServerSetUp setUpServerStore(const std::string& connectionText, const std::strin
         for (const auto& table : dataTables()) {
             const auto present =
                 session->query("SELECT to_regclass($1) IS NOT NULL", {quoteIdentifier(table.name)});
-            if (present.rows.at(0).at(0) == "t")
+            if (present.rows.at(0).at(0) == "t") {
                 ++done.tablesPresent;
-            else
+                dropIndexesSortingNullLast(*session, table);
+            } else {
                 ++done.tablesCreated;
+            }
             for (const auto& sql : serverTableSql(table)) session->execute(sql);
         }
         done.rolesCreated = createMissingRoles(*session);

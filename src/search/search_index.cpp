@@ -235,9 +235,9 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
             c.prepare("SELECT 1 FROM betrieb WHERE [betr-nr] IS NULL OR [betr-nr] = ''");
         if (unnumbered->step()) done += writeRows(c, {""}, true);
         unnumbered.reset();
-        auto numbers = c.prepare(
-            "SELECT DISTINCT [betr-nr] FROM betrieb WHERE [betr-nr] > ?1 ORDER BY [betr-nr] "
-            "LIMIT ?2");
+        auto numbers =
+            c.prepare("SELECT DISTINCT [betr-nr] FROM betrieb WHERE [betr-nr] > ?1 ORDER BY " +
+                      c.orderTerm("betrieb", "betr-nr", false, false) + " LIMIT ?2");
         for (std::string last;;) {
             numbers->reset();
             numbers->bind(1, Variant(last));

@@ -9,6 +9,7 @@
 #include <unordered_set>
 
 #include "store/dao_error.h"
+#include "store/server_session.h"
 #include "text/text.h"
 
 namespace tolma::store {
@@ -104,6 +105,9 @@ bool mentions(const std::string& condition, const std::string& qualifier) {
 
 }  // namespace
 
+// Under this key a server's connection keeps the reading session of its last long list.
+constexpr const char* kSpareReader = "keyset:reader";
+
 struct QueryPlan {
     std::shared_ptr<const jet::Shape> shape;  // kept alive, so that its address stays its own
     int stride = 1;
@@ -171,7 +175,14 @@ KeysetCursor::KeysetCursor(std::shared_ptr<Connection> connection, std::string s
         const auto asWritten =
             conn->isServer() ? std::vector<std::string>() : planOf(*conn, keysetSql());
         made->manyRows = conn->isServer() || scansWholeTable(asWritten);
-        if (made->manyRows && !conn->isServer() && writesAhead(*conn)) {
+        // Asked outside a transaction only: a statement the server refuses would end it.
+        if (conn->isServer() && !conn->inTransaction() &&
+            expectedRows(keysetSql()) > kFirstScreen) {
+            // Through a cursor the server plans for the first rows: where an index gives the
+            // order, the first screen comes before the rest is read.
+            made->streamSql = keysetSql();
+            made->restSql = made->streamSql;
+        } else if (made->manyRows && !conn->isServer() && writesAhead(*conn)) {
             made->streamSql = streams(asWritten) ? keysetSql() : reorderedSql(parts);
             made->restSql = made->streamSql;
             if (const LeadingTerm lead = leadingTerm(); lead.german && lead.parenthesised) {
@@ -216,15 +227,17 @@ void KeysetCursor::readKeys() {
         // Read on a connection of its own, in one snapshot: the keys are the store's as it stood
         // at opening, however this connection writes meanwhile.
         try {
-            reader = Connection::openReader(conn->file());
+            reader = spareReader();
             std::shared_ptr<Statement> first = reader->prepare(plan->streamSql);
             bindParams(*first);
+            // On a server the first screen is one page of a cursor, the rest a few large ones.
+            first->readInPages(static_cast<int>(kFirstScreen));
             std::shared_ptr<Statement> rest;
             if (plan->restSql != plan->streamSql) {
                 rest = reader->prepare(plan->restSql);
                 bindParams(*rest);
             }
-            reader->execute("BEGIN");
+            if (!reader->beginReading()) reader->execute("BEGIN");
             fill = std::make_shared<KeysetFill>();
             worker = std::thread([f = fill, c = reader, first, rest, n = stride]() mutable {
                 try {
@@ -244,6 +257,7 @@ void KeysetCursor::readKeys() {
                     f->cv.notify_all();
                     got.clear();
                     if (!whole) {
+                        first->readInPages(kRestPage);  // the cursor's next pages
                         Statement* from = first.get();
                         // The sorted rest begins with the first screen again, in the same order.
                         long skip = 0;
@@ -306,12 +320,29 @@ void KeysetCursor::readKeys() {
 void KeysetCursor::endFill() {
     if (worker.joinable()) {
         fill->cancel = true;
-        sqlite3_interrupt(reader->handle());  // a sort of a million rows ends at once
+        // A sort of a million rows ends at once; a server's cursor stops after its page.
+        if (!reader->isServer()) sqlite3_interrupt(reader->handle());
         worker.join();
+    }
+    // A server's session that ended its reading serves the next list: a new one costs a
+    // connection's set-up, about as long as reading the first screen.
+    if (reader && reader->isServer() && !reader->inTransaction() && !reader->server()->isBroken()) {
+        auto& spare = conn->memo(kSpareReader);
+        if (!spare) spare = reader;
     }
     fill.reset();
     reader.reset();
     filling = false;
+}
+
+std::shared_ptr<Connection> KeysetCursor::spareReader() {
+    auto& spare = conn->memo(kSpareReader);
+    if (!spare) return Connection::openReader(conn->file());
+    auto kept =
+        std::const_pointer_cast<Connection>(std::static_pointer_cast<const Connection>(spare));
+    spare.reset();
+    if (kept->server()->isBroken()) return Connection::openReader(conn->file());
+    return kept;
 }
 
 KeysetCursor::~KeysetCursor() {
@@ -367,6 +398,21 @@ bool KeysetCursor::takeMore(std::optional<std::chrono::milliseconds> wait) {
         keyIndexValid = false;
     }
     return done;
+}
+
+// The rows the server expects a statement to give, from its plan for the query's values; none
+// where it cannot plan it alone.
+long long KeysetCursor::expectedRows(const std::string& sql) {
+    try {
+        auto explain = conn->prepare("EXPLAIN " + sql);
+        bindParams(*explain);
+        if (!explain->step()) return 0;
+        const std::string top = explain->column(0).toString();
+        const size_t at = top.find(" rows=");
+        return at == std::string::npos ? 0 : std::atoll(top.c_str() + at + 6);
+    } catch (const DaoError&) {
+        return 0;
+    }
 }
 
 // The SQL of the keyset with its inner joins read from the table its order begins with, if

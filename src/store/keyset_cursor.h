@@ -25,6 +25,8 @@ class KeysetCursor : public IndexedCursor {
     ~KeysetCursor() override;
 
     static constexpr long kFirstScreen = 256;
+    // The rows of a server's cursor fetched at a time behind the first screen.
+    static constexpr int kRestPage = 16384;
 
     long count() override;
     std::vector<Variant> rowAt(long p) override;
@@ -58,7 +60,8 @@ class KeysetCursor : public IndexedCursor {
         while (filling && knownCount() < rows) takeMore();
     }
     void readAll() { takeRest(); }
-    void endFill();  // stops the thread, if it still reads
+    void endFill();                             // stops the thread, if it still reads
+    std::shared_ptr<Connection> spareReader();  // a reading connection, kept or new
     // The first term of the query's order as the generator writes a column in it:
     // "q.[c]", "(q.[c]) COLLATE jetde", either with ASC or DESC.
     struct LeadingTerm {
@@ -77,6 +80,7 @@ class KeysetCursor : public IndexedCursor {
     std::string keysetSql() const;
     std::string keysetSql(const std::string& order) const;
     std::string reorderedSql(const jet::SelectParts& parts) const;
+    long long expectedRows(const std::string& sql);
     std::string keyString(const long long* k) const;
     void buildKeyIndex();
     std::optional<long> findAppended(const std::string& crit, long after);

@@ -445,17 +445,37 @@ std::optional<long> KeysetCursor::findOnServer(const TypedSearch& s, long after)
         return std::isalpha(static_cast<unsigned char>(c)) || static_cast<unsigned char>(c) >= 0x80;
     });
     const std::string column = "[" + s.column + "]";
+    // The server takes its index for a LIKE only in the "C" collation; between the beginning
+    // and the text just after it, the index answers in any collation that sorts by bytes.
+    std::string upTo = s.beginning;
+    const bool bounded = !letters && !upTo.empty() && upTo.back() < 0x7f;
+    if (bounded) ++upTo.back();
     auto range = conn->prepare("SELECT rowid FROM [" + table + "] WHERE " +
                                (letters ? "tolma_fold(" + column + ") LIKE tolma_fold(?1) || '%'"
                                         : column + " LIKE ?1 || '%'") +
+                               (bounded ? " AND " + conn->atLeast(table, s.column, false, "?3") +
+                                              " AND " + conn->atMost(table, s.column, false, "?4")
+                                        : "") +
                                " AND tolma_like(" + column + ", ?2)");
     range->bind(1, Variant(prefix));
     range->bind(2, Variant(s.pattern));
+    if (bounded) {
+        range->bind(3, Variant(s.beginning));
+        range->bind(4, Variant(upTo));
+    }
     const Positions& where = positionsOf(s.table);
     long best = -1;
+    bool any = false;
     while (range->step()) {
+        any = true;
         const long p = where.of(range->column(0).toInteger());
         if (p >= near && (best < 0 || p < best)) best = p;
+    }
+    // The rows read so far come first in the order: a match among them is the first one;
+    // otherwise it may stand among the rest.
+    if (best < 0 && any && filling) {
+        readAll();
+        return findOnServer(s, after);
     }
     return best >= 0 ? std::optional<long>(best) : std::nullopt;
 }

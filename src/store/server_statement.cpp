@@ -3,6 +3,7 @@
 #include <libpq-fe.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstdlib>
 
@@ -236,7 +237,7 @@ void ServerStatement::run() {
     pointers.reserve(values_.size());
     for (const auto& v : values_) pointers.push_back(v ? v->c_str() : nullptr);
     if (page_ > 0 && session_.inTransaction()) {
-        static long cursors = 0;
+        static std::atomic<long> cursors = 0;  // a list's keys are read on a thread of their own
         cursor_ = "tolma_c" + std::to_string(++cursors);
         session_.run("DECLARE " + cursor_ + " NO SCROLL CURSOR FOR " + sql_.text, pointers,
                      parameterTypes());
