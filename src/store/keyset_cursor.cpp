@@ -543,7 +543,8 @@ std::vector<Variant> KeysetCursor::lastRow() {
         const std::string& forward = plan->streamSql;
         const std::string order = orderBy();
         lastSql.emplace();
-        if (forward.size() > order.size() &&
+        // A server plans on its own (a statement it refuses ends a transaction): it reads on.
+        if (!conn->isServer() && forward.size() > order.size() &&
             forward.compare(forward.size() - order.size(), order.size(), order) == 0) {
             const std::string backward =
                 forward.substr(0, forward.size() - order.size()) + " ORDER BY " +
