@@ -34,9 +34,10 @@ std::string countText(const store::Recordset& rs) {
     return rs.CountFinal() ? std::to_string(rs.KnownCount()) : "…";
 }
 
-std::string cellText(const store::Recordset& rs, long row, const char* field) {
+std::string cellOf(const store::Recordset& rs, const std::vector<store::Variant>& row,
+                   const char* field) {
     const int index = rs.fieldIndex(field);
-    return index < 0 ? std::string() : rs.rowAt(row)[static_cast<size_t>(index)].toString();
+    return index < 0 ? std::string() : row[static_cast<size_t>(index)].toString();
 }
 
 void refreshData(core::Globals& g, ListForm& form, const std::string& source) {
@@ -348,10 +349,8 @@ void Text1_Click(core::Globals& g, ListForm& form, int index) {
         auto& rs = form.data.Recordset();
         // The first screen is read at once: an empty one is an empty list.
         if (!rs.isSet() || rs.KnownCount() == 0) return;
-        const std::string first = cellText(rs, 0, column.field);
-        const int field = rs.fieldIndex(column.field);
-        const std::string last =
-            field < 0 ? std::string() : rs.LastRow()[static_cast<size_t>(field)].toString();
+        const std::string first = cellOf(rs, rs.rowAt(0), column.field);
+        const std::string last = cellOf(rs, rs.LastRow(), column.field);
         // The column keeps the direction it shows: no toggling on a second click.
         const std::string direction = first > last ? " DESC" : "";
         if (form.persons) {

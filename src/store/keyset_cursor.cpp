@@ -379,18 +379,16 @@ bool KeysetCursor::takeMore(std::optional<std::chrono::milliseconds> wait) {
         done = fill->done;
         failed = fill->failed;
     }
+    if (done) {
+        worker.join();  // ended: nothing to interrupt
+        endFill();
+    }
     if (failed) {
         // The reading connection failed: the keys are read here, as they stand now.
-        worker.join();
-        endFill();
         keys.clear();
         readKeyset();
     } else {
         keys.insert(keys.end(), more.begin(), more.end());
-        if (done) {
-            worker.join();
-            endFill();
-        }
     }
     if (!more.empty() || done) {
         origCount = knownCount();

@@ -474,7 +474,7 @@ std::optional<long> KeysetCursor::findOnServer(const TypedSearch& s, long after)
     // The rows read so far come first in the order: a match among them is the first one;
     // otherwise it may stand among the rest.
     if (best < 0 && any && filling) {
-        readAll();
+        takeMore();
         return findOnServer(s, after);
     }
     return best >= 0 ? std::optional<long>(best) : std::nullopt;
