@@ -472,6 +472,7 @@ class Parser {
     ExprPtr call(const std::string& function) {
         auto e = make(ExprKind::Call, peek().position);
         e->op = function;
+        const std::string written = peek().text;
         i_ += 2;  // the name and "("
         if (!acceptPunct(")")) {
             do {
@@ -484,7 +485,32 @@ class Parser {
             } while (acceptPunct(","));
             expectPunct(")");
         }
+        checkArguments(*e, written);
         return finish(e);
+    }
+
+    // The engine's own functions take a fixed number of arguments; a wrong number is the
+    // query's fault and is named here, before any store sees the text.
+    void checkArguments(const Expr& e, const std::string& written) const {
+        struct Arity {
+            const char* name;
+            size_t least, most;
+        };
+        static constexpr Arity kArities[] = {
+            {"LEN", 1, 1},   {"UCASE", 1, 1}, {"LCASE", 1, 1}, {"TRIM", 1, 1},   {"LTRIM", 1, 1},
+            {"RTRIM", 1, 1}, {"LEFT", 2, 2},  {"RIGHT", 2, 2}, {"MID", 2, 3},    {"NZ", 1, 2},
+            {"VAL", 1, 1},   {"IIF", 3, 3},   {"INSTR", 2, 3}, {"FORMAT", 1, 2}, {"NOW", 0, 0},
+            {"DATE", 0, 0},  {"ABS", 1, 1},   {"INT", 1, 1},   {"FIX", 1, 1},    {"YEAR", 1, 1},
+            {"MONTH", 1, 1}, {"DAY", 1, 1},   {"ASC", 1, 1},   {"ROUND", 1, 2},  {"COUNT", 1, 1},
+            {"SUM", 1, 1},   {"AVG", 1, 1},   {"MIN", 1, 1},   {"MAX", 1, 1},
+        };
+        for (const auto& a : kArities) {
+            if (e.op != a.name) continue;
+            if (e.args.size() < a.least || e.args.size() > a.most)
+                syntaxError(text_, e.begin,
+                            "falsche Anzahl von Argumenten für die Funktion " + written);
+            return;
+        }
     }
 
     std::string_view text_;

@@ -349,6 +349,8 @@ TEST_P(JetLanguage, SyntaxErrorsNameTheTextAsWrittenAndThePlace) {
         {"SELECT TOP x id FROM t", "erwartet wird eine ganze Zahl hinter TOP"},
         {"SELECT 12abc", "ungültige Zahl"},
         {"SELECT * FROM t INNER JOIN u", "erwartet wird ON"},
+        {"SELECT Nz() FROM t", "an Stelle 8: falsche Anzahl von Argumenten für die Funktion Nz"},
+        {"SELECT IIf(n = 1, 'a') FROM t", "falsche Anzahl von Argumenten für die Funktion IIf"},
     };
     for (const auto& e : errors) {
         try {
