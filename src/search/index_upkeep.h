@@ -72,6 +72,8 @@ class IndexUpkeep final : private store::ChangeListener {
     void watch(store::Connection& c);
     bool watchedBlock(store::Connection& c);  // and stops watching
     void changing(store::Connection& c, const Change& change) override;
+    // Only the rows a block writes tell where to read again; a delete needs nothing of its rows.
+    bool deletingWhere(store::Connection&, size_t, const Condition&) override { return true; }
 
     // What a block leaves to be read once it is committed.
     struct Noted {

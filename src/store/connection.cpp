@@ -885,8 +885,68 @@ void Connection::tellWatchersNoexcept(Tell tell) noexcept {
     for (ChangeListener* l : listeners) tell(*l);
 }
 
+namespace {
+
+// The columns and texts of a condition that is nothing but equalities of columns with texts,
+// ("a" = $1) AND ("b" = $2), as the server's SQL writes it; nothing for any other condition.
+std::optional<std::vector<std::pair<std::string, std::string>>> equalities(
+    const std::string& sql, const std::vector<std::string>& values,
+    const std::vector<bool>& numeric) {
+    std::vector<std::pair<std::string, std::string>> out;
+    size_t at = 0;
+    auto skip = [&](char c) {
+        while (at < sql.size() && sql[at] == c) ++at;
+    };
+    for (;;) {
+        skip('(');
+        if (at >= sql.size() || sql[at] != '"') return std::nullopt;
+        const size_t close = sql.find('"', at + 1);
+        if (close == std::string::npos) return std::nullopt;
+        std::string column = sql.substr(at + 1, close - at - 1);
+        at = close + 1;
+        if (sql.compare(at, 3, " = ") != 0 || at + 3 >= sql.size() ||
+            (sql[at + 3] != '$' && sql[at + 3] != '?'))
+            return std::nullopt;
+        at += 4;
+        size_t number = 0;
+        const size_t digits = at;
+        while (at < sql.size() && std::isdigit(static_cast<unsigned char>(sql[at])))
+            number = number * 10 + static_cast<size_t>(sql[at++] - '0');
+        if (at == digits || number == 0 || number > values.size() ||
+            (number <= numeric.size() && numeric[number - 1]))
+            return std::nullopt;
+        out.emplace_back(std::move(column), values[number - 1]);
+        skip(')');
+        if (at == sql.size()) return out;
+        if (sql.compare(at, 5, " AND ") != 0) return std::nullopt;
+        at += 5;
+    }
+}
+
+}  // namespace
+
 long long Connection::deleteWhere(const std::string& table, const jet::Prepared& where,
                                   bool rowsAreNew) {
+    // On a server, rows gathered for COPY that the condition names are taken out unwritten
+    // (a person met again in the same block is replaced there), and the rest of the table's
+    // gathered rows, which the condition cannot meet, wait for their COPY with the others.
+    long long dropped = 0;
+    struct Spared {
+        ServerSession* session = nullptr;
+        ~Spared() {
+            if (session) session->spareNone();
+        }
+    } spared;
+    if (server_ && !server_->madeTriggers()) {
+        const auto equal = equalities(where.shape->sql, where.values, where.shape->numeric);
+        const std::string quoted = quoteIdentifier(text::lowerAscii(table));
+        if (equal && (dropped = server_->dropGathered(quoted, *equal)) >= 0) {
+            server_->spare(quoted);
+            spared.session = server_.get();
+        } else {
+            dropped = 0;
+        }
+    }
     const ChangeListener::Condition condition{where.shape->sql, where.values, where.shape->numeric,
                                               rowsAreNew};
     for (Watcher& w : watchers_) {
@@ -918,7 +978,7 @@ long long Connection::deleteWhere(const std::string& table, const jet::Prepared&
         }
     } loud{watchers_};
     st.step();
-    return changes();
+    return dropped + changes();
 }
 
 void Connection::createIfMissing(const std::string& table, const std::vector<std::string>& create) {

@@ -432,13 +432,110 @@ void ServerSession::writeCopies(const std::string& sql) {
     const std::string lowered = text::lowerAscii(sql);
     const bool onlyNamed = !sql.empty() && namesItsTables(lowered);
     for (auto& c : copies_) {
-        if (onlyNamed && !triggers_ && !namesTable(lowered, c.table)) continue;
-        copyBytes_ -= c.data.size();
+        if (onlyNamed && !triggers_ && (c.table == spared_ || !namesTable(lowered, c.table)))
+            continue;
+        copyBytes_ -= c.data.size() - c.droppedBytes;
         copies.push_back(std::move(c));
         c.table.clear();
     }
     std::erase_if(copies_, [](const CopyRows& c) { return c.table.empty(); });
-    for (const auto& c : copies) copyText(c.table, c.columns, c.data);
+    for (const auto& c : copies) {
+        if (c.dropped.empty()) {
+            copyText(c.table, c.columns, c.data);
+        } else if (c.droppedBytes < c.data.size()) {
+            copyText(c.table, c.columns, c.kept());
+        }
+    }
+}
+
+namespace {
+
+// The fields of one line of COPY's text form, as escaped there; or the names of a column list.
+std::vector<std::string_view> fieldsOf(std::string_view line, char apart = '\t') {
+    std::vector<std::string_view> out;
+    for (size_t from = 0;;) {
+        const size_t tab = line.find(apart, from);
+        out.push_back(line.substr(from, tab == std::string_view::npos ? tab : tab - from));
+        if (tab == std::string_view::npos) return out;
+        from = tab + 1;
+    }
+}
+
+}  // namespace
+
+std::string ServerSession::CopyRows::kept() const {
+    if (dropped.empty()) return data;
+    auto gone = dropped;
+    std::sort(gone.begin(), gone.end());
+    std::string out;
+    out.reserve(data.size());
+    size_t from = 0;
+    for (const auto& [begin, end] : gone) {
+        out.append(data, from, begin - from);
+        from = end;
+    }
+    out.append(data, from, std::string::npos);
+    return out;
+}
+
+long long ServerSession::dropGathered(
+    const std::string& table, const std::vector<std::pair<std::string, std::string>>& equal) {
+    // For each gathered list of the table: where each named column stands in its rows, and the
+    // text as a line holds it. A list without one of the columns cannot be judged.
+    std::vector<std::pair<CopyRows*, std::vector<std::pair<size_t, std::string>>>> lists;
+    if (equal.empty()) return -1;
+    for (auto& c : copies_) {
+        if (c.table != table) continue;
+        const std::vector<std::string_view> columns = fieldsOf(c.columns, ',');
+        auto& wanted = lists.emplace_back(&c, std::vector<std::pair<size_t, std::string>>{}).second;
+        for (const auto& [column, value] : equal) {
+            const std::string quoted = quoteIdentifier(column);
+            const auto at = std::find_if(columns.begin(), columns.end(), [&](std::string_view l) {
+                return l.substr(l.find_first_not_of(' ')) == quoted;
+            });
+            if (at == columns.end()) return -1;
+            std::string escaped;
+            appendCopyLine(escaped, {value});
+            escaped.pop_back();
+            wanted.emplace_back(static_cast<size_t>(at - columns.begin()), std::move(escaped));
+        }
+    }
+    long long dropped = 0;
+    for (auto& [c, wanted] : lists) {
+        // The lines are learnt by the first column named, once each: a block deletes thousands
+        // of times among the thousands of rows it gathered.
+        const size_t column = wanted[0].first;
+        if (c->indexedColumn != static_cast<int>(column)) {
+            c->indexedColumn = static_cast<int>(column);
+            c->indexedTo = 0;
+            c->lineAt.clear();
+        }
+        const std::string_view data = c->data;
+        for (size_t begin = c->indexedTo; begin < data.size();) {
+            const size_t end = data.find('\n', begin);
+            if (end == std::string_view::npos) break;  // every line ends with one
+            const auto fields = fieldsOf(data.substr(begin, end - begin));
+            if (column < fields.size()) c->lineAt.emplace(fields[column], begin);
+            begin = c->indexedTo = end + 1;
+        }
+        const auto [first, last] = c->lineAt.equal_range(wanted[0].second);
+        for (auto it = first; it != last;) {
+            const size_t begin = it->second, end = data.find('\n', begin);
+            const auto fields = fieldsOf(data.substr(begin, end - begin));
+            if (!std::all_of(wanted.begin(), wanted.end(), [&](const auto& w) {
+                    return w.first < fields.size() && fields[w.first] == w.second;
+                })) {
+                ++it;
+                continue;
+            }
+            c->dropped.emplace_back(begin, end + 1);
+            copyBytes_ -= end + 1 - begin;
+            c->droppedBytes += end + 1 - begin;
+            ++dropped;
+            it = c->lineAt.erase(it);
+        }
+    }
+    return dropped;
 }
 
 void ServerSession::drain() {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "store/dao_error.h"
@@ -75,6 +76,18 @@ class ServerSession {
     // Waits for what was sent and writes the rows gathered; raises the first failure.
     void drain();
 
+    // Takes out of the rows gathered for `table` those whose columns hold exactly the texts
+    // given (column name, unquoted, and its text); returns how many. A row deleted before it
+    // was ever written costs no COPY of its own.
+    long long dropGathered(const std::string& table,
+                           const std::vector<std::pair<std::string, std::string>>& equal);
+    // While a table is spared, statements leave its gathered rows unwritten: they are known to
+    // look only at rows that none of them can be.
+    void spare(const std::string& table) { spared_ = table; }
+    void spareNone() { spared_.clear(); }
+    // Whether the open transaction made triggers, which may write where a statement does not say.
+    bool madeTriggers() const { return triggers_; }
+
     // The name of a table and of its column from the numbers a result gives for them.
     std::string tableName(unsigned oid);
     std::string columnName(unsigned oid, int number);
@@ -109,10 +122,20 @@ class ServerSession {
     // Rows gathered for COPY, by table and column list in the order they first came.
     struct CopyRows {
         std::string table, columns, data;
+        // Lines taken out before they were written (begin, end), and where the lines stand by
+        // the text of one column, learnt as far as `indexedTo` once a delete asks.
+        std::vector<std::pair<size_t, size_t>> dropped;
+        size_t droppedBytes = 0;
+        int indexedColumn = -1;
+        size_t indexedTo = 0;
+        std::unordered_multimap<std::string, size_t> lineAt;
+        // The lines still to be written.
+        std::string kept() const;
     };
     std::vector<CopyRows> copies_;
     size_t copyBytes_ = 0;
     bool triggers_ = false;                      // the transaction made triggers
+    std::string spared_;                         // a table whose gathered rows stay unwritten
     std::map<std::string, std::string> textOf_;  // prepared statement's name → text
 
     PGconn* conn_;

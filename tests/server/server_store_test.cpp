@@ -256,6 +256,40 @@ TEST_F(ServerStore, AnExportOfManyBusinessesWritesAsFromAFile) {
     EXPECT_EQ(firstDifference(exportedAll(home), byKeyFromFile), "");
 }
 
+// Persons met again in the same block, with permits and craft cards by business, replaced on
+// the server before their rows were ever written there.
+TEST_F(ServerStore, AGeneratedFileImportedOnTheServerStoresWhatAFileStores) {
+    const std::string generated = (dir / "personen.tml").string();
+    {
+        std::ofstream out(generated, std::ios::binary);
+        bench::GeneratorOptions options;
+        options.businesses = 1500;
+        bench::writeTransferFile(out, options);
+    }
+    const std::string fileHome = (dir / "datei").string();
+    const std::string server = PgCluster::get().createDatabase("tolma_personen");
+    ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
+    ASSERT_EQ(cli(home, {"options", "--db-betriebsbezogen", server}).code, 0);
+    const char* persons =
+        "SELECT p.[pers-nr], p.[fam-name], (SELECT Count(*) FROM person_erlaubnis AS e WHERE "
+        "e.[pers-nr] = p.[pers-nr]) AS e, (SELECT Count(*) FROM person_handwerkskarte AS h "
+        "WHERE h.[pers-nr] = p.[pers-nr]) AS h, (SELECT Count(*) FROM person_staatsang AS s "
+        "WHERE s.[pers-nr] = p.[pers-nr]) AS s FROM person AS p ORDER BY p.[pers-nr]";
+    for (int round = 0; round < 2; ++round) {  // new, then replaced
+        const auto inFile = cli(fileHome, {"import", generated});
+        const auto onServer = cli(home, {"import", generated});
+        ASSERT_EQ(onServer.code, 0) << onServer.err;
+        EXPECT_EQ(onServer.out, inFile.out);
+        const std::string listed = cli(home, {"sql", persons}).out;
+        EXPECT_EQ(listed, cli(fileHome, {"sql", persons}).out);
+        EXPECT_GT(std::count(listed.begin(), listed.end(), '\n'), 1000);
+        ASSERT_EQ(cli(fileHome, {"export"}).code, 0);
+        const std::string fromFile = exported(fileHome);
+        ASSERT_EQ(cli(home, {"export"}).code, 0);
+        EXPECT_EQ(firstDifference(exported(home), fromFile), "");
+    }
+}
+
 TEST_F(ServerStore, ImportsOnTheServerAreRecordedAndTakenBackAsInAFile) {
     const std::string fileHome = (dir / "datei").string();
     ASSERT_EQ(cli(fileHome, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
