@@ -33,6 +33,7 @@
 #include "search/search_index.h"
 #include "store/connection.h"
 #include "store/server_work.h"
+#include "transfer/element_fingerprint.h"
 #include "transfer/export_form.h"
 #include "transfer/import_driver.h"
 
@@ -54,6 +55,19 @@ double timed(Work&& work) {
 // The figures of one kind of store, by name.
 using Figures = std::map<std::string, double>;
 
+// A database set up as `server einrichten` sets it up, with the tables of the program's own
+// that only the set-up makes.
+void setUp(const std::string& text) {
+    tolma::model::setUpServerStore(text);
+    {
+        auto c = tolma::store::Connection::open(text, tolma::store::Connection::Kind::Shared);
+        c->beginBatch();
+        tolma::transfer::createFingerprintTable(*c);
+        c->commitBatch();
+    }
+    tolma::model::grantServerRights(text);
+}
+
 Figures measure(const std::string& kind, const std::filesystem::path& file, bool listOnly) {
     Figures f;
     tolma::bench::AnswerYes dialogs;
@@ -62,7 +76,7 @@ Figures measure(const std::string& kind, const std::filesystem::path& file, bool
     tolma::bench::startProgram(g, dialogs, dir / "home");
     if (kind == "Server") {
         const std::string text = tolma::testing::PgCluster::get().createDatabase("tolma_bench");
-        tolma::model::setUpServerStore(text);
+        setUp(text);
         tolma::options::OptionsForm form;
         tolma::options::Form_Activate(g, form);
         if (!tolma::options::changeStorePath(g, form, 0, text)) std::exit(1);
@@ -172,12 +186,12 @@ Workstations measureWorkstations(const char* self, const std::filesystem::path& 
     tolma::core::Globals g;
     {
         const std::string text = cluster.createDatabase("tolma_allein");
-        tolma::model::setUpServerStore(text);
+        setUp(text);
         startOnServer(g, dialogs, dir / "allein", text);
         w.alone = timed([&] { tolma::transfer::Upd_1_Start(g, file.string()); });
     }
     const std::string text = cluster.createDatabase("tolma_gemeinsam");
-    tolma::model::setUpServerStore(text);
+    setUp(text);
     tolma::search::prepareIndexTables(*tolma::store::Connection::openReader(text));
     const auto stop = dir / "halt";
     std::vector<pid_t> readers;

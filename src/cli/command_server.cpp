@@ -13,6 +13,7 @@
 #include "store/dao_error.h"
 #include "store/server_address.h"
 #include "store/store_copy.h"
+#include "transfer/element_fingerprint.h"
 #include "transfer/journal_tables.h"
 
 namespace tolma::cli {
@@ -62,6 +63,7 @@ void makeOwnTables(const std::string& text, model::ServerSetUp& done) {
         done.indexesCreated += transfer::journal::indexRecordTables(*c);
         protection::createProtocol(*c);
         search::prepareIndexTables(*c);
+        transfer::createFingerprintTable(*c);
         c->commitBatch();
     } catch (...) {
         c->rollbackBatch();

@@ -91,6 +91,9 @@ void grantRights(store::ServerSession& session) {
     if (has("betrieb"))
         session.execute("GRANT UPDATE (\"bearb-status\") ON betrieb TO " + readRole);
     if (has("tolma_protokoll")) session.execute("GRANT INSERT ON tolma_protokoll TO " + readRole);
+    // What marks its businesses as exported changes their rows: no fingerprint may vouch for
+    // them since.
+    if (has("tolma_abdruck")) session.execute("GRANT DELETE ON tolma_abdruck TO " + readRole);
     if (has("tolma_suchtreffer"))
         session.execute("GRANT INSERT, UPDATE, DELETE ON tolma_suchtreffer TO " + readRole);
 }

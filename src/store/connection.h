@@ -219,9 +219,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // data that must be gone, not merely unreachable.
     void setSecureDelete(bool on);
 
-    // After many rows were written: a server learns its tables anew, so that it plans the
-    // next statements for what they hold (tables the login does not own are left out).
-    // Never raises: the rows are written either way.
+    // After many rows were written: a server whose own upkeep is off learns its tables anew,
+    // so that it plans the next statements for what they hold (tables the login does not own
+    // are left out). Where the upkeep is on, it measures them in its own process, and the clerk
+    // does not wait. Never raises: the rows are written either way.
     void refreshStatistics() noexcept;
     // After the first rows went into tables the server has never measured: it measures those.
     // Until then it plans for each as if it held a row or two, and a look-up by a list of

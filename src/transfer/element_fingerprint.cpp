@@ -6,6 +6,7 @@
 #include <unordered_set>
 
 #include "store/connection.h"
+#include "store/text_list.h"
 #include "transfer/element_reader.h"
 #include "transfer/import_context.h"
 
@@ -68,6 +69,21 @@ void forgetFingerprints(store::Connection& c) {
     if (c.hasTable(kFingerprintTable)) c.execute(std::string("DELETE FROM ") + kFingerprintTable);
 }
 
+void createFingerprintTable(store::Connection& c) {
+    c.createIfMissing(kFingerprintTable,
+                      {std::string("CREATE TABLE IF NOT EXISTS ") + kFingerprintTable +
+                       " (schluessel TEXT PRIMARY KEY, a INTEGER NOT NULL, b INTEGER NOT NULL)" +
+                       (c.isServer() ? "" : " WITHOUT ROWID")});
+}
+
+bool keepsFingerprints(store::Connection& c) {
+    // A server's table is made by its set-up, with the rights of every role that changes rows:
+    // a store set up before it reads every element as it comes.
+    if (c.isServer()) return c.hasTable(kFingerprintTable);
+    createFingerprintTable(c);
+    return true;
+}
+
 ElementFingerprints::ElementFingerprints(ImportContext& ctx, const Fingerprint& run)
     : ctx_(ctx),
       run_(run),
@@ -90,11 +106,6 @@ std::vector<bool> ElementFingerprints::unchanged(store::Connection& c,
                                                  const std::vector<ReadElement>& elements) {
     std::vector<bool> result(elements.size(), false);
     if (!known_) return result;
-    c.execute(
-        std::string("CREATE TABLE IF NOT EXISTS ") + kFingerprintTable +
-        " (schluessel TEXT PRIMARY KEY, a INTEGER NOT NULL, b INTEGER NOT NULL) WITHOUT ROWID");
-    store::Statement& find =
-        c.cached(std::string("SELECT a, b FROM ") + kFingerprintTable + " WHERE schluessel = ?1");
     std::vector<std::vector<std::string>> keys(elements.size());
     // Each key's rows end as its last element in the block leaves them: every element removes
     // what its keys hold before it writes. An earlier element's rows of a number or person are
@@ -106,6 +117,22 @@ std::vector<bool> ElementFingerprints::unchanged(store::Connection& c,
         keys[i] = keysOf(elements[i]);
         for (const std::string& key : keys[i]) last[key] = i;
     }
+    // What the store holds for the block's keys, asked at once: nothing of the block is
+    // written before the answer is used, and a server answers a list as fast as one key.
+    std::vector<std::string> asked;
+    asked.reserve(last.size());
+    for (const auto& [key, i] : last) asked.push_back(key);
+    std::unordered_map<std::string, Fingerprint> held;
+    {
+        auto st = c.prepare(std::string("SELECT f.schluessel, f.a, f.b FROM json_each(?1) k "
+                                        "CROSS JOIN ") +
+                            kFingerprintTable + " f ON f.schluessel = k.value");
+        st->bind(1, store::Variant(store::jsonArray(asked)));
+        while (st->step())
+            held[std::string(st->columnText(0))] = {
+                static_cast<std::uint64_t>(st->column(1).toInteger()),
+                static_cast<std::uint64_t>(st->column(2).toInteger())};
+    }
     // Keys that an element of the block writes anew: their last element must write too.
     std::unordered_set<std::string> written;
     for (size_t i = 0; i < elements.size(); ++i) {
@@ -115,16 +142,11 @@ std::vector<bool> ElementFingerprints::unchanged(store::Connection& c,
         for (size_t k = 0; k < keys[i].size(); ++k) {
             const std::string& key = keys[i][k];
             if (k > 0 && last[key] != i) continue;
-            if (written.contains(key)) {
+            const auto found = held.find(key);
+            if (written.contains(key) || found == held.end() || !(found->second == fp)) {
                 same = false;
                 break;
             }
-            find.reset();
-            find.bindTextStatic(1, key);
-            same = find.step() && static_cast<std::uint64_t>(find.column(0).toInteger()) == fp.a &&
-                   static_cast<std::uint64_t>(find.column(1).toInteger()) == fp.b;
-            find.reset();
-            if (!same) break;
         }
         if (same)
             result[i] = true;
@@ -141,26 +163,34 @@ void ElementFingerprints::stored(const ReadElement& element, bool logged) {
 }
 
 void ElementFingerprints::write(store::Connection& c) {
+    if (pending_.empty()) return;
     // The last word on a key is its last element's.
     std::stable_sort(pending_.begin(), pending_.end(),
                      [](const Written& x, const Written& y) { return x.key < y.key; });
-    store::Statement& put = c.cached(std::string("INSERT OR REPLACE INTO ") + kFingerprintTable +
-                                     " (schluessel, a, b) VALUES (?1, ?2, ?3)");
-    store::Statement& drop =
-        c.cached(std::string("DELETE FROM ") + kFingerprintTable + " WHERE schluessel = ?1");
+    std::vector<const Written*> last;
+    std::vector<std::string> keys;
     for (size_t i = 0; i < pending_.size(); ++i) {
-        const Written& w = pending_[i];
-        if (i + 1 < pending_.size() && pending_[i + 1].key == w.key) continue;
-        store::Statement& st = w.logged ? drop : put;
-        st.reset();
-        st.bindTextStatic(1, w.key);
-        if (!w.logged) {
-            st.bindInteger(2, static_cast<long long>(w.fp.a));
-            st.bindInteger(3, static_cast<long long>(w.fp.b));
-        }
-        st.step();
-        st.reset();
+        if (i + 1 < pending_.size() && pending_[i + 1].key == pending_[i].key) continue;
+        last.push_back(&pending_[i]);
+        keys.push_back(pending_[i].key);
     }
+    // The keys' old fingerprints go in one statement; the new ones come in as rows, which a
+    // server takes through COPY.
+    c.execute(std::string("DELETE FROM ") + kFingerprintTable +
+                  " WHERE schluessel IN (SELECT value FROM json_each(?1))",
+              {store::Variant(store::jsonArray(keys))});
+    store::Statement& put = c.cached(std::string("INSERT INTO ") + kFingerprintTable +
+                                     " (schluessel, a, b) VALUES (?1, ?2, ?3)");
+    put.copyInto(kFingerprintTable, {"schluessel", "a", "b"});
+    for (const Written* w : last) {
+        if (w->logged) continue;
+        put.reset();
+        put.bindTextStatic(1, w->key);
+        put.bindInteger(2, static_cast<long long>(w->fp.a));
+        put.bindInteger(3, static_cast<long long>(w->fp.b));
+        put.addRow();
+    }
+    put.reset();
     pending_.clear();
 }
 

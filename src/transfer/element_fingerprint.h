@@ -24,13 +24,18 @@ Fingerprint fingerprintOf(const std::vector<std::string_view>& lines);
 // The element's fingerprint under the run's conditions (see ElementFingerprints).
 Fingerprint combined(const Fingerprint& element, const Fingerprint& run);
 
-// The table of the program's own that holds them, in a store file only.
+// The table of the program's own that holds them.
 inline constexpr const char* kFingerprintTable = "tolma_abdruck";
 
 // Drops every fingerprint of the store. Whatever changes the businesses' rows outside an
 // import calls it, inside its own transaction: a fingerprint must never vouch for rows that
 // changed since.
 void forgetFingerprints(store::Connection& c);
+
+// Makes the table where it is missing; a server's is made when the server is set up.
+void createFingerprintTable(store::Connection& c);
+// Whether the store keeps fingerprints, making their table in a store file where it is missing.
+bool keepsFingerprints(store::Connection& c);
 
 // What each business state, business number and person of the store was last written from: the
 // fingerprint of the element that wrote it, kept in a table of the program's own. An element

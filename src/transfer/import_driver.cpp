@@ -245,10 +245,10 @@ class Run {
         Batch batch(g_.stores.db_daten);
         ImportBlock block{
             chunk.block, chunk.elements, 0, 0, 0, std::vector<bool>(chunk.elements.size(), false)};
-        // A server store keeps no fingerprints: every element there is read as it comes.
-        if (!dryRun_ && store() && !store()->isServer()) {
-            if (!fingerprints_) fingerprints_.emplace(ctx_, runFingerprint());
-            block.unchanged = fingerprints_->unchanged(*store(), chunk.elements);
+        if (!dryRun_ && store()) {
+            if (!fingerprints_ && keepsFingerprints(*store()))
+                fingerprints_.emplace(ctx_, runFingerprint());
+            if (fingerprints_) block.unchanged = fingerprints_->unchanged(*store(), chunk.elements);
         }
         for (ImportListener* l : listeners_) l->blockBegins(store(), block);
         const BlockKeys keys = blockKeys(ctx_, chunk.elements, block.unchanged);
