@@ -246,8 +246,9 @@ class Run {
         ImportBlock block{
             chunk.block, chunk.elements, 0, 0, 0, std::vector<bool>(chunk.elements.size(), false)};
         if (!dryRun_ && store()) {
-            if (!fingerprints_ && keepsFingerprints(*store()))
+            if (!fingerprintsAsked_ && keepsFingerprints(*store()))
                 fingerprints_.emplace(ctx_, runFingerprint());
+            fingerprintsAsked_ = true;
             if (fingerprints_) block.unchanged = fingerprints_->unchanged(*store(), chunk.elements);
         }
         for (ImportListener* l : listeners_) l->blockBegins(store(), block);
@@ -425,6 +426,7 @@ class Run {
     std::span<ImportListener* const> listeners_;
     ImportContext ctx_;
     std::optional<ElementFingerprints> fingerprints_;
+    bool fingerprintsAsked_ = false;  // whether the store keeps them, asked once a run
     bool dryRun_;
     ImportCounts* counts_;
     std::string path_;
