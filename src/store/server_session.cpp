@@ -418,7 +418,11 @@ void ServerSession::queueCopy(const std::string& table, const std::string& colum
     auto it = std::find_if(copies_.begin(), copies_.end(), [&](const CopyRows& c) {
         return c.table == table && c.columns == columns;
     });
-    if (it == copies_.end()) it = copies_.insert(copies_.end(), CopyRows{table, columns, {}});
+    if (it == copies_.end()) {
+        it = copies_.emplace(copies_.end());
+        it->table = table;
+        it->columns = columns;
+    }
     const size_t before = it->data.size();
     appendCopyLine(it->data, row);
     copyBytes_ += it->data.size() - before;
@@ -491,7 +495,8 @@ long long ServerSession::dropGathered(
         for (const auto& [column, value] : equal) {
             const std::string quoted = quoteIdentifier(column);
             const auto at = std::find_if(columns.begin(), columns.end(), [&](std::string_view l) {
-                return l.substr(l.find_first_not_of(' ')) == quoted;
+                const size_t name = l.find_first_not_of(' ');
+                return name != std::string_view::npos && l.substr(name) == quoted;
             });
             if (at == columns.end()) return -1;
             std::string escaped;
