@@ -149,10 +149,21 @@ int KeyedScan::compareKeys(const std::vector<std::string>& a,
 }
 
 std::span<const KeyedScan::Row> KeyedScan::rows(const std::vector<std::string>& key) {
-    if (heldFirsts_.count(key[0]) > 0) {
-        const auto at = heldGroups_.find(key);
-        if (at == heldGroups_.end()) return {};
-        return {held_.data() + at->second.first, at->second.second};
+    if (holds(key[0])) {
+        auto before = [](const Group& g, const std::vector<std::string>& k) { return g.key < k; };
+        size_t at = groupAt_;
+        if (at < groupCount_ && before(groups_[at], key)) ++at;
+        const bool found = (at == groupCount_ || !before(groups_[at], key)) &&
+                           (at == 0 || before(groups_[at - 1], key));
+        if (!found)
+            at = static_cast<size_t>(
+                std::lower_bound(groups_.begin(),
+                                 groups_.begin() + static_cast<std::ptrdiff_t>(groupCount_), key,
+                                 before) -
+                groups_.begin());
+        groupAt_ = at;
+        if (at == groupCount_ || groups_[at].key != key) return {};
+        return {held_.data() + groups_[at].first, groups_[at].count};
     }
     try {
         if (!st_) open();
@@ -191,10 +202,17 @@ std::span<const KeyedScan::Row> KeyedScan::rows(const std::vector<std::string>& 
     }
 }
 
+bool KeyedScan::holds(std::string_view first) const {
+    if (heldFirsts_.empty()) return false;
+    if (heldRange_) return heldFirsts_.front() <= first && first <= heldFirsts_.back();
+    return std::binary_search(heldFirsts_.begin(), heldFirsts_.end(), first);
+}
+
 void KeyedScan::readAhead(const std::vector<std::string>& firsts, bool asRange) {
     heldFirsts_.clear();
-    heldGroups_.clear();
     heldSize_ = 0;
+    groupCount_ = 0;
+    groupAt_ = 0;
     if (firsts.empty()) return;
     // The rows are met by the store's "=" and order, which a look-up by bytes agrees with only
     // where the column compares by its bytes too.
@@ -211,30 +229,40 @@ void KeyedScan::readAhead(const std::vector<std::string>& firsts, bool asRange) 
         if (asRange) ahead_->keep();
         aheadByRange_ = asRange;
     }
-    heldFirsts_.insert(firsts.begin(), firsts.end());
+    heldFirsts_.assign(firsts.begin(), firsts.end());
+    std::sort(heldFirsts_.begin(), heldFirsts_.end());
+    heldFirsts_.erase(std::unique(heldFirsts_.begin(), heldFirsts_.end()), heldFirsts_.end());
+    // A range gives the rows of every key within it, as a statement for one of them would.
+    heldRange_ = asRange;
     ahead_->reset();
     if (asRange) {
-        const auto [least, greatest] = std::minmax_element(firsts.begin(), firsts.end());
-        ahead_->bind(1, store::Variant(*least));
-        ahead_->bind(2, store::Variant(*greatest));
+        ahead_->bind(1, store::Variant(heldFirsts_.front()));
+        ahead_->bind(2, store::Variant(heldFirsts_.back()));
     } else {
-        std::vector<std::string> distinct(heldFirsts_.begin(), heldFirsts_.end());
-        ahead_->bind(1, store::Variant(c_.listValue(distinct)));
+        ahead_->bind(1, store::Variant(c_.listValue(heldFirsts_)));
     }
-    std::vector<std::string> key(keyIndex_.size());
     while (ahead_->step()) {
         if (heldSize_ == held_.size()) held_.emplace_back();
         Row& row = held_[heldSize_];
         row.read(*ahead_, 0, names_.size());
         bool held = true;
-        for (size_t i = 0; i < keyIndex_.size(); ++i) {
-            const Cell cell = row[keyIndex_[i]];
-            held = held && !cell.isNull();  // a null equals no key
-            key[i].assign(cell.text);
-        }
-        if (!held || heldFirsts_.count(key[0]) == 0) continue;
+        for (const size_t k : keyIndex_) held = held && !row[k].isNull();  // null equals no key
+        if (!held) continue;
         // The order of the keys keeps a key's rows together.
-        ++heldGroups_.try_emplace(key, heldSize_, 0).first->second.second;
+        Group* last = groupCount_ > 0 ? &groups_[groupCount_ - 1] : nullptr;
+        bool same = last != nullptr;
+        for (size_t i = 0; same && i < keyIndex_.size(); ++i)
+            same = last->key[i] == row[keyIndex_[i]].text;
+        if (!same) {
+            if (groupCount_ == groups_.size()) groups_.emplace_back();
+            last = &groups_[groupCount_++];
+            last->key.resize(keyIndex_.size());
+            for (size_t i = 0; i < keyIndex_.size(); ++i)
+                last->key[i].assign(row[keyIndex_[i]].text);
+            last->first = heldSize_;
+            last->count = 0;
+        }
+        ++last->count;
         ++heldSize_;
     }
 }

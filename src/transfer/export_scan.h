@@ -1,11 +1,9 @@
 #pragma once
 
-#include <map>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "store/connection.h"
@@ -104,12 +102,27 @@ class KeyedScan {
     std::vector<Row> group_;
     size_t groupSize_ = 0;
 
+    // Whether the rows of a key whose first column is `first` were read ahead.
+    bool holds(std::string_view first) const;
+
     std::unique_ptr<store::Statement> ahead_;
     bool aheadByRange_ = false;
-    std::unordered_set<std::string> heldFirsts_;  // the first key columns read ahead
-    std::vector<Row> held_;                       // their rows in the order of the keys
+    // The first key columns read ahead, sorted: every one from the least to the greatest where
+    // they were read as a range, else these alone.
+    std::vector<std::string> heldFirsts_;
+    bool heldRange_ = false;
+    std::vector<Row> held_;  // their rows in the order of the keys
     size_t heldSize_ = 0;
-    std::map<std::vector<std::string>, std::pair<size_t, size_t>> heldGroups_;  // first, count
+    // The keys of the rows read ahead, in the order of the keys (which is their bytes' order,
+    // as nothing is read ahead otherwise), each with its first row and count. The walk asks
+    // for them in order mostly: it is looked for from where the last one was found.
+    struct Group {
+        std::vector<std::string> key;
+        size_t first = 0, count = 0;
+    };
+    std::vector<Group> groups_;
+    size_t groupCount_ = 0;
+    size_t groupAt_ = 0;
 };
 
 // The export's selection of businesses, a query on the table "betrieb" in the old engine's
