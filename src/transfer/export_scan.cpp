@@ -68,9 +68,10 @@ TextCompare keyCompare(store::Connection& c, const std::string& table, const std
     return c.columnCompare(table, column);
 }
 
-KeyedScan::KeyedScan(store::Connection& c, std::string table, std::vector<std::string> keyColumns,
-                     std::vector<std::string> orderTail)
+KeyedScan::KeyedScan(store::Connection& c, store::Connection& reader, std::string table,
+                     std::vector<std::string> keyColumns, std::vector<std::string> orderTail)
     : c_(c),
+      reader_(reader),
       table_(std::move(table)),
       keyColumns_(std::move(keyColumns)),
       orderTail_(std::move(orderTail)) {}
@@ -78,10 +79,10 @@ KeyedScan::KeyedScan(store::Connection& c, std::string table, std::vector<std::s
 KeyedScan::~KeyedScan() = default;
 
 // The per-key query's order, key by key.
-std::string KeyedScan::order() {
+std::string KeyedScan::order(store::Connection& c) {
     std::string terms;
-    for (const auto& k : keyColumns_) terms += orderTerm(c_, table_, k) + ", ";
-    for (const auto& t : orderTail_) terms += orderTerm(c_, table_, t) + ", ";
+    for (const auto& k : keyColumns_) terms += orderTerm(c, table_, k) + ", ";
+    for (const auto& t : orderTail_) terms += orderTerm(c, table_, t) + ", ";
     return terms + "rowid";
 }
 
@@ -89,16 +90,19 @@ void KeyedScan::open() {
     // The first key column bounds the seek.
     st_ = c_.prepare("SELECT * FROM " + bracket(table_) + " WHERE " +
                      c_.atLeast(table_, keyColumns_[0], !c_.catalog().isKey(keyColumns_[0]), "?1") +
-                     " ORDER BY " + order());
+                     " ORDER BY " + order(c_));
     st_->readInPages(256);
-    names_.clear();
-    for (int i = 0; i < st_->columnCount(); ++i) names_.push_back(st_->columnName(i));
-    keyIndex_.clear();
+    learnColumns(*st_);
     compare_.clear();
-    for (const auto& k : keyColumns_) {
-        keyIndex_.push_back(column(k));
-        compare_.push_back(keyCompare(c_, table_, k));
-    }
+    for (const auto& k : keyColumns_) compare_.push_back(keyCompare(c_, table_, k));
+}
+
+// The table's columns, the same by either connection.
+void KeyedScan::learnColumns(const store::Statement& st) {
+    names_.clear();
+    for (int i = 0; i < st.columnCount(); ++i) names_.push_back(st.columnName(i));
+    keyIndex_.clear();
+    for (const auto& k : keyColumns_) keyIndex_.push_back(column(k));
 }
 
 size_t KeyedScan::column(const std::string& name) const {
@@ -216,18 +220,19 @@ void KeyedScan::readAhead(const std::vector<std::string>& firsts, bool asRange) 
     if (firsts.empty()) return;
     // The rows are met by the store's "=" and order, which a look-up by bytes agrees with only
     // where the column compares by its bytes too.
+    store::Connection& r = reader_;
     for (const auto& k : keyColumns_)
-        if (!c_.catalog().isKey(k) || !c_.comparesBytes(table_, k)) return;
-    if (!st_) open();
+        if (!r.catalog().isKey(k) || !r.comparesBytes(table_, k)) return;
     if (!ahead_ || aheadByRange_ != asRange) {
         const std::string& first = keyColumns_[0];
-        const std::string where = asRange ? c_.atLeast(table_, first, false, "?1") + " AND " +
-                                                c_.atMost(table_, first, false, "?2")
-                                          : c_.isOneOf(first, "?1");
-        ahead_ = c_.prepare("SELECT * FROM " + bracket(table_) + " WHERE " + where + " ORDER BY " +
-                            order());
+        const std::string where = asRange ? r.atLeast(table_, first, false, "?1") + " AND " +
+                                                r.atMost(table_, first, false, "?2")
+                                          : r.isOneOf(first, "?1");
+        ahead_ = r.prepare("SELECT * FROM " + bracket(table_) + " WHERE " + where + " ORDER BY " +
+                           order(r));
         if (asRange) ahead_->keep();
         aheadByRange_ = asRange;
+        learnColumns(*ahead_);
     }
     heldFirsts_.assign(firsts.begin(), firsts.end());
     std::sort(heldFirsts_.begin(), heldFirsts_.end());
@@ -239,7 +244,7 @@ void KeyedScan::readAhead(const std::vector<std::string>& firsts, bool asRange) 
         ahead_->bind(1, store::Variant(heldFirsts_.front()));
         ahead_->bind(2, store::Variant(heldFirsts_.back()));
     } else {
-        ahead_->bind(1, store::Variant(c_.listValue(heldFirsts_)));
+        ahead_->bind(1, store::Variant(r.listValue(heldFirsts_)));
     }
     while (ahead_->step()) {
         if (heldSize_ == held_.size()) held_.emplace_back();
@@ -316,7 +321,8 @@ bool SelectionScan::isText(size_t column) const {
 
 namespace {
 
-std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scansOf(store::Connection& c) {
+std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scansOf(
+    store::Connection& c, store::Connection& reader) {
     std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scans;
     for (const model::Relation* r : model::exportOrder()) {
         if (r->exported == 0) continue;  // the business itself, which the selection reads
@@ -328,7 +334,7 @@ std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scansOf(sto
             key = {std::string(k.number), std::string(k.state)};
         std::vector<std::string> order;
         if (!r->rowOrder.empty()) order.emplace_back(r->rowOrder);
-        scans.emplace_back(r->table, std::make_unique<KeyedScan>(c, std::string(r->table),
+        scans.emplace_back(r->table, std::make_unique<KeyedScan>(c, reader, std::string(r->table),
                                                                  std::move(key), std::move(order)));
     }
     return scans;
@@ -336,9 +342,9 @@ std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scansOf(sto
 
 }  // namespace
 
-ExportScans::ExportScans(store::Connection& c)
-    : c_(c),
-      scans_(scansOf(c)),
+ExportScans::ExportScans(store::Connection& c, store::Connection& reader)
+    : reader_(reader),
+      scans_(scansOf(c, reader)),
       meldGruende(of("betrieb_meldgrundsonst")),
       adressen(of("betrieb_adresse")),
       taetigkeiten(of("betrieb_taetigkeit")),
@@ -351,7 +357,7 @@ ExportScans::ExportScans(store::Connection& c)
       personHandwerkskarte(of("person_handwerkskarte")) {}
 
 void ExportScans::readAhead(const std::vector<std::string>& betrNrs) {
-    if (!c_.isServer()) return;
+    if (!reader_.isServer()) return;
     auto ofPersons = [](std::string_view table) {
         return model::relationOf(table)->owner == model::Owner::Person;
     };
@@ -378,9 +384,9 @@ bool ExportScans::fillsStretch(std::unique_ptr<store::Statement>& count, const s
                                const std::string& column, const std::vector<std::string>& values) {
     if (values.empty()) return false;
     if (!count) {
-        count = c_.prepare("SELECT count(*) FROM [" + table + "] WHERE " +
-                           c_.atLeast(table, column, false, "?1") + " AND " +
-                           c_.atMost(table, column, false, "?2"));
+        count = reader_.prepare("SELECT count(*) FROM [" + table + "] WHERE " +
+                                reader_.atLeast(table, column, false, "?1") + " AND " +
+                                reader_.atMost(table, column, false, "?2"));
         count->keep();
     }
     const auto [least, greatest] = std::minmax_element(values.begin(), values.end());

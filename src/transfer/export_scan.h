@@ -55,9 +55,11 @@ class KeyedScan {
     using Row = ScanRow;
 
     // keyColumns: compared with "=" as the per-key query does; orderTail: the query's own order
-    // within a key (without the row id, which always comes last).
-    KeyedScan(store::Connection& c, std::string table, std::vector<std::string> keyColumns,
-              std::vector<std::string> orderTail = {});
+    // within a key (without the row id, which always comes last). `reader` reads ahead, `c`
+    // seeks: on a server the reading ahead may run on a connection and thread of its own, in
+    // the same snapshot.
+    KeyedScan(store::Connection& c, store::Connection& reader, std::string table,
+              std::vector<std::string> keyColumns, std::vector<std::string> orderTail = {});
     ~KeyedScan();
     KeyedScan(const KeyedScan&) = delete;
     KeyedScan& operator=(const KeyedScan&) = delete;
@@ -78,14 +80,16 @@ class KeyedScan {
     TextCompare compareOf(const std::string& column);
 
   private:
-    std::string order();
+    std::string order(store::Connection& c);
     void open();
+    void learnColumns(const store::Statement& st);
     void seek(const std::vector<std::string>& key);
     void advance();
     int compareAhead(const std::vector<std::string>& key) const;
     int compareKeys(const std::vector<std::string>& a, const std::vector<std::string>& b) const;
 
     store::Connection& c_;
+    store::Connection& reader_;
     std::string table_;
     std::vector<std::string> keyColumns_, orderTail_;
     std::unique_ptr<store::Statement> st_;
@@ -160,7 +164,9 @@ class SelectionScan {
 // one for each table the export writes beside the business itself, keyed as the table is tied.
 class ExportScans {
   public:
-    explicit ExportScans(store::Connection& c);
+    explicit ExportScans(store::Connection& c) : ExportScans(c, c) {}
+    // The blocks' rows are read ahead by `reader`, the rest is sought by `c`.
+    ExportScans(store::Connection& c, store::Connection& reader);
 
     KeyedScan& of(std::string_view table);
     // Before a block of businesses, by their numbers: on a server the scans read the block's
@@ -174,7 +180,7 @@ class ExportScans {
     bool fillsStretch(std::unique_ptr<store::Statement>& count, const std::string& table,
                       const std::string& column, const std::vector<std::string>& values);
 
-    store::Connection& c_;
+    store::Connection& reader_;
     std::unique_ptr<store::Statement> stretches_[2];  // counts of businesses, of persons
     std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scans_;
 
