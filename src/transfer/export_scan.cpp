@@ -78,11 +78,12 @@ KeyedScan::KeyedScan(store::Connection& c, store::Connection& reader, std::strin
 
 KeyedScan::~KeyedScan() = default;
 
-// The per-key query's order, key by key.
-std::string KeyedScan::order(store::Connection& c) {
+// The per-key query's order, key by key; without its own terms within a key, by row id alone.
+std::string KeyedScan::order(store::Connection& c, bool withinKey) {
     std::string terms;
     for (const auto& k : keyColumns_) terms += orderTerm(c, table_, k) + ", ";
-    for (const auto& t : orderTail_) terms += orderTerm(c, table_, t) + ", ";
+    if (withinKey)
+        for (const auto& t : orderTail_) terms += orderTerm(c, table_, t) + ", ";
     return terms + "rowid";
 }
 
@@ -90,7 +91,7 @@ void KeyedScan::open() {
     // The first key column bounds the seek.
     st_ = c_.prepare("SELECT * FROM " + bracket(table_) + " WHERE " +
                      c_.atLeast(table_, keyColumns_[0], !c_.catalog().isKey(keyColumns_[0]), "?1") +
-                     " ORDER BY " + order(c_));
+                     " ORDER BY " + order(c_, true));
     st_->readInPages(256);
     learnColumns(*st_);
     compare_.clear();
@@ -207,13 +208,13 @@ std::span<const KeyedScan::Row> KeyedScan::rows(const std::vector<std::string>& 
 }
 
 bool KeyedScan::holds(std::string_view first) const {
-    if (heldFirsts_.empty()) return false;
-    if (heldRange_) return heldFirsts_.front() <= first && first <= heldFirsts_.back();
-    return std::binary_search(heldFirsts_.begin(), heldFirsts_.end(), first);
+    if (!heldFirsts_ || heldFirsts_->empty()) return false;
+    if (heldRange_) return heldFirsts_->front() <= first && first <= heldFirsts_->back();
+    return std::binary_search(heldFirsts_->begin(), heldFirsts_->end(), first);
 }
 
 void KeyedScan::readAhead(const std::vector<std::string>& firsts, bool asRange) {
-    heldFirsts_.clear();
+    heldFirsts_ = nullptr;
     heldSize_ = 0;
     groupCount_ = 0;
     groupAt_ = 0;
@@ -228,23 +229,22 @@ void KeyedScan::readAhead(const std::vector<std::string>& firsts, bool asRange) 
         const std::string where = asRange ? r.atLeast(table_, first, false, "?1") + " AND " +
                                                 r.atMost(table_, first, false, "?2")
                                           : r.isOneOf(first, "?1");
+        // The order within a key comes after, for the keys of more than one row.
         ahead_ = r.prepare("SELECT * FROM " + bracket(table_) + " WHERE " + where + " ORDER BY " +
-                           order(r));
+                           order(r, false));
         if (asRange) ahead_->keep();
         aheadByRange_ = asRange;
         learnColumns(*ahead_);
     }
-    heldFirsts_.assign(firsts.begin(), firsts.end());
-    std::sort(heldFirsts_.begin(), heldFirsts_.end());
-    heldFirsts_.erase(std::unique(heldFirsts_.begin(), heldFirsts_.end()), heldFirsts_.end());
+    heldFirsts_ = &firsts;
     // A range gives the rows of every key within it, as a statement for one of them would.
     heldRange_ = asRange;
     ahead_->reset();
     if (asRange) {
-        ahead_->bind(1, store::Variant(heldFirsts_.front()));
-        ahead_->bind(2, store::Variant(heldFirsts_.back()));
+        ahead_->bind(1, store::Variant(firsts.front()));
+        ahead_->bind(2, store::Variant(firsts.back()));
     } else {
-        ahead_->bind(1, store::Variant(r.listValue(heldFirsts_)));
+        ahead_->bind(1, store::Variant(r.listValue(firsts)));
     }
     while (ahead_->step()) {
         if (heldSize_ == held_.size()) held_.emplace_back();
@@ -269,6 +269,41 @@ void KeyedScan::readAhead(const std::vector<std::string>& firsts, bool asRange) 
         }
         ++last->count;
         ++heldSize_;
+    }
+    orderWithinKeys();
+}
+
+// A table's own order within a key is German text, which the server weighs by functions of
+// every row it sorts; most keys have one row, so only the keys of more than one are read again
+// in that order, and their rows put so.
+void KeyedScan::orderWithinKeys() {
+    if (orderTail_.empty()) return;
+    std::vector<std::string> firsts;  // in the order of the keys already
+    for (size_t g = 0; g < groupCount_; ++g)
+        if (groups_[g].count > 1 && (firsts.empty() || firsts.back() != groups_[g].key[0]))
+            firsts.push_back(groups_[g].key[0]);
+    if (firsts.empty()) return;
+    store::Connection& r = reader_;
+    if (!ordered_)
+        ordered_ = r.prepare("SELECT * FROM " + bracket(table_) + " WHERE " +
+                             r.isOneOf(keyColumns_[0], "?1") + " ORDER BY " + order(r, true));
+    ordered_->reset();
+    ordered_->bind(1, store::Variant(r.listValue(firsts)));
+    Row row;
+    std::vector<std::string> key(keyIndex_.size());
+    size_t g = 0, placed = 0;
+    while (ordered_->step()) {
+        row.read(*ordered_, 0, names_.size());
+        bool held = true;
+        for (size_t i = 0; i < keyIndex_.size(); ++i) {
+            held = held && !row[keyIndex_[i]].isNull();
+            key[i].assign(row[keyIndex_[i]].text);
+        }
+        if (!held) continue;
+        for (; g < groupCount_ && groups_[g].key < key; ++g) placed = 0;
+        // The same snapshot gives the same rows: a key's rows only change places.
+        if (g < groupCount_ && groups_[g].key == key && placed < groups_[g].count)
+            std::swap(held_[groups_[g].first + placed++], row);
     }
 }
 
@@ -364,36 +399,45 @@ void ExportScans::readAhead(const std::vector<std::string>& betrNrs) {
     // Where the block's numbers fill most of the stretch from the least to the greatest (an
     // export of all businesses), each table's rows are read as that stretch of its index; a
     // scattered block (one key's businesses) by its list of numbers. So are the persons.
-    const bool dense = fillsStretch(stretches_[0], "betrieb", "betr-nr", betrNrs);
+    // Each table looks the numbers up sorted and once each.
+    auto sortDistinct = [](std::vector<std::string>& v) {
+        if (!std::is_sorted(v.begin(), v.end())) std::sort(v.begin(), v.end());
+        v.erase(std::unique(v.begin(), v.end()), v.end());
+    };
+    std::vector<std::string>& numbers = firsts_[0];
+    numbers.assign(betrNrs.begin(), betrNrs.end());
+    sortDistinct(numbers);
+    const bool dense = fillsStretch(stretches_[0], "betrieb", "betr-nr", numbers, betrNrs.size());
     for (auto& [table, scan] : scans_)
-        if (!ofPersons(table)) scan->readAhead(betrNrs, dense);
+        if (!ofPersons(table)) scan->readAhead(numbers, dense);
     // Then the persons the block's links name.
-    std::vector<std::string> persNrs;
-    std::unordered_set<std::string> seen;
+    std::vector<std::string>& persNrs = firsts_[1];
+    persNrs.clear();
     const auto linked = links.heldRows();
     const size_t column = linked.empty() ? 0 : links.column("bez-pers-nr");
     for (const auto& link : linked)
-        if (!link[column].isNull() && seen.insert(link[column].toString()).second)
-            persNrs.push_back(link[column].toString());
-    const bool densePersons = fillsStretch(stretches_[1], "person", "pers-nr", persNrs);
+        if (!link[column].isNull()) persNrs.emplace_back(link[column].text);
+    sortDistinct(persNrs);
+    const bool densePersons =
+        fillsStretch(stretches_[1], "person", "pers-nr", persNrs, persNrs.size());
     for (auto& [table, scan] : scans_)
         if (ofPersons(table)) scan->readAhead(persNrs, densePersons);
 }
 
 bool ExportScans::fillsStretch(std::unique_ptr<store::Statement>& count, const std::string& table,
-                               const std::string& column, const std::vector<std::string>& values) {
-    if (values.empty()) return false;
+                               const std::string& column, const std::vector<std::string>& sorted,
+                               size_t values) {
+    if (sorted.empty()) return false;
     if (!count) {
         count = reader_.prepare("SELECT count(*) FROM [" + table + "] WHERE " +
                                 reader_.atLeast(table, column, false, "?1") + " AND " +
                                 reader_.atMost(table, column, false, "?2"));
         count->keep();
     }
-    const auto [least, greatest] = std::minmax_element(values.begin(), values.end());
     count->reset();
-    count->bind(1, store::Variant(*least));
-    count->bind(2, store::Variant(*greatest));
-    return count->step() && count->columnInteger(0) <= 2 * static_cast<long long>(values.size());
+    count->bind(1, store::Variant(sorted.front()));
+    count->bind(2, store::Variant(sorted.back()));
+    return count->step() && count->columnInteger(0) <= 2 * static_cast<long long>(values);
 }
 
 KeyedScan& ExportScans::of(std::string_view table) {

@@ -67,7 +67,8 @@ class KeyedScan {
     // The rows whose key equals `key`; valid until the next call (of rows() or readAhead()).
     std::span<const Row> rows(const std::vector<std::string>& key);
     // Reads the rows of every key whose first column is one of `firsts`, all in one statement;
-    // rows() answers those keys from them until the next call. asRange: the firsts lie close
+    // rows() answers those keys from them until the next call. `firsts` are sorted, each once,
+    // and stay as they are until then. asRange: the firsts lie close
     // together in the table's order, and the rows from the least to the greatest are read.
     // Where a key column compares otherwise than by its bytes, nothing is read ahead.
     void readAhead(const std::vector<std::string>& firsts, bool asRange);
@@ -80,9 +81,10 @@ class KeyedScan {
     TextCompare compareOf(const std::string& column);
 
   private:
-    std::string order(store::Connection& c);
+    std::string order(store::Connection& c, bool withinKey);
     void open();
     void learnColumns(const store::Statement& st);
+    void orderWithinKeys();
     void seek(const std::vector<std::string>& key);
     void advance();
     int compareAhead(const std::vector<std::string>& key) const;
@@ -109,11 +111,11 @@ class KeyedScan {
     // Whether the rows of a key whose first column is `first` were read ahead.
     bool holds(std::string_view first) const;
 
-    std::unique_ptr<store::Statement> ahead_;
+    std::unique_ptr<store::Statement> ahead_, ordered_;
     bool aheadByRange_ = false;
     // The first key columns read ahead, sorted: every one from the least to the greatest where
     // they were read as a range, else these alone.
-    std::vector<std::string> heldFirsts_;
+    const std::vector<std::string>* heldFirsts_ = nullptr;
     bool heldRange_ = false;
     std::vector<Row> held_;  // their rows in the order of the keys
     size_t heldSize_ = 0;
@@ -175,13 +177,15 @@ class ExportScans {
     void readAhead(const std::vector<std::string>& betrNrs);
 
   private:
-    // Whether `values` make up at least half of the table's rows from the least of them to the
-    // greatest (by its column).
+    // Whether `values` rows make up at least half of the table's rows from the least of their
+    // numbers (`sorted`, each once) to the greatest, by its column.
     bool fillsStretch(std::unique_ptr<store::Statement>& count, const std::string& table,
-                      const std::string& column, const std::vector<std::string>& values);
+                      const std::string& column, const std::vector<std::string>& sorted,
+                      size_t values);
 
     store::Connection& reader_;
     std::unique_ptr<store::Statement> stretches_[2];  // counts of businesses, of persons
+    std::vector<std::string> firsts_[2];              // their numbers, sorted, each once
     std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scans_;
 
   public:
