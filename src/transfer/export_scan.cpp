@@ -229,9 +229,14 @@ void KeyedScan::readAhead(const std::vector<std::string>& firsts, bool asRange) 
         const std::string where = asRange ? r.atLeast(table_, first, false, "?1") + " AND " +
                                                 r.atMost(table_, first, false, "?2")
                                           : r.isOneOf(first, "?1");
-        // The order within a key comes after, for the keys of more than one row.
+        // An order within a key by German text comes after, for the keys of more than one row.
+        textOrder_ = false;
+        for (const auto& t : orderTail_) {
+            const std::string name = t.ends_with(" DESC") ? t.substr(0, t.size() - 5) : t;
+            textOrder_ = textOrder_ || (!r.catalog().isKey(name) && r.isTextColumn(table_, name));
+        }
         ahead_ = r.prepare("SELECT * FROM " + bracket(table_) + " WHERE " + where + " ORDER BY " +
-                           order(r, false));
+                           order(r, !textOrder_));
         if (asRange) ahead_->keep();
         aheadByRange_ = asRange;
         learnColumns(*ahead_);
@@ -277,7 +282,7 @@ void KeyedScan::readAhead(const std::vector<std::string>& firsts, bool asRange) 
 // every row it sorts; most keys have one row, so only the keys of more than one are read again
 // in that order, and their rows put so.
 void KeyedScan::orderWithinKeys() {
-    if (orderTail_.empty()) return;
+    if (!textOrder_) return;
     std::vector<std::string> firsts;  // in the order of the keys already
     for (size_t g = 0; g < groupCount_; ++g)
         if (groups_[g].count > 1 && (firsts.empty() || firsts.back() != groups_[g].key[0]))

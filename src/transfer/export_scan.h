@@ -113,6 +113,7 @@ class KeyedScan {
 
     std::unique_ptr<store::Statement> ahead_, ordered_;
     bool aheadByRange_ = false;
+    bool textOrder_ = false;  // the order within a key weighs German text
     // The first key columns read ahead, sorted: every one from the least to the greatest where
     // they were read as a range, else these alone.
     const std::vector<std::string>* heldFirsts_ = nullptr;
