@@ -1,5 +1,8 @@
 #include "model/codepage.h"
 
+#include <cstdint>
+#include <cstring>
+
 namespace tolma::model {
 namespace {
 
@@ -52,6 +55,10 @@ void appendUtf8AsCp1252(std::string& out, std::string_view utf8, int* lost) {
     for (size_t i = 0; i < utf8.size();) {
         // Runs of ASCII, nearly all of a file, go over as they are.
         size_t ascii = i;
+        for (std::uint64_t word = 0; ascii + sizeof word <= utf8.size(); ascii += sizeof word) {
+            std::memcpy(&word, utf8.data() + ascii, sizeof word);
+            if (word & 0x8080808080808080ULL) break;  // a byte of eight with its high bit
+        }
         while (ascii < utf8.size() && static_cast<unsigned char>(utf8[ascii]) < 0x80) ++ascii;
         if (ascii > i) {
             out.append(utf8.data() + i, ascii - i);

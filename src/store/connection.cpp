@@ -1288,6 +1288,21 @@ bool Connection::beginReading() {
     return true;
 }
 
+std::string Connection::shareReading() {
+    const auto r = server_->query("SELECT pg_export_snapshot()");
+    return r.rows.empty() ? std::string() : r.rows[0][0].value_or("");
+}
+
+void Connection::beginReadingIn(const std::string& snapshot) {
+    // The name is the server's own (hexadecimal digits and dashes); nothing else is sent.
+    if (snapshot.empty() ||
+        snapshot.find_first_not_of("0123456789ABCDEFabcdef-") != std::string::npos)
+        throwDao("DAO.Database", err::kEngineError,
+                 "Ungültiger Name eines Datenstands: '" + snapshot + "'.");
+    server_->execute("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
+    server_->execute("SET TRANSACTION SNAPSHOT '" + snapshot + "'");
+}
+
 void Connection::fail(const std::string& source, const std::string& context) const {
     if (server_)
         throwDao(source, err::kEngineError,

@@ -271,6 +271,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // transaction of one snapshot, which its cursors need anyway; a file's reads need none.
     // Returns whether a transaction was begun, for rollbackOpen() to end.
     bool beginReading();
+    // On a server, the snapshot of the reading this connection began, named for another
+    // connection to read in as well (beginReadingIn): both then see the same store.
+    std::string shareReading();
+    void beginReadingIn(const std::string& snapshot);
     bool inBatch() const { return batchDepth_ > 0; }
 
     [[noreturn]] void fail(const std::string& source, const std::string& context) const;

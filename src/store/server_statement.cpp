@@ -30,6 +30,28 @@ std::string nextWord(std::string_view sql, size_t at) {
     return std::string(sql.substr(at, end - at));
 }
 
+// The program's kind of a column of the server's type.
+char typeCode(unsigned type) {
+    switch (type) {
+        case kBool:
+            return 'l';
+        case kInt2:
+        case kInt4:
+        case kInt8:
+        case kOid:
+            return 'i';
+        case kFloat4:
+        case kFloat8:
+            return 'r';
+        case kNumeric:
+            return 'n';
+        case kBytea:
+            return 'b';
+        default:
+            return 't';
+    }
+}
+
 }  // namespace
 
 ServerSql toServerSql(std::string_view sql) {
@@ -289,6 +311,9 @@ void ServerStatement::hideRowIds() {
                             PQftablecol(r, i - 1) + 1 == PQftablecol(r, i);
         if (!hidden) shown_.push_back(i);
     }
+    // A walk asks a column's type for every row.
+    types_.clear();
+    for (const int c : shown_) types_.push_back(typeCode(PQftype(r, c)));
 }
 
 void ServerStatement::send() {
@@ -320,6 +345,7 @@ void ServerStatement::reset() {
     row_ = -1;
     result_.reset();
     shown_.clear();
+    types_.clear();
 }
 
 int ServerStatement::columnCount() {
@@ -340,26 +366,9 @@ std::string ServerStatement::columnName(int index) {
 }
 
 char ServerStatement::typeOf(int index) const {
-    const int c = at(index);
-    if (c < 0 || !result_) return 't';
-    switch (PQftype(result_.get(), c)) {
-        case kBool:
-            return 'l';
-        case kInt2:
-        case kInt4:
-        case kInt8:
-        case kOid:
-            return 'i';
-        case kFloat4:
-        case kFloat8:
-            return 'r';
-        case kNumeric:
-            return 'n';
-        case kBytea:
-            return 'b';
-        default:
-            return 't';
-    }
+    return index >= 0 && index < static_cast<int>(types_.size())
+               ? types_[static_cast<size_t>(index)]
+               : 't';
 }
 
 bool ServerStatement::isNull(int index) const {

@@ -82,6 +82,7 @@ class ServerStatement {
     std::vector<std::optional<std::string>> values_;
     std::shared_ptr<struct pg_result> result_;
     std::vector<int> shown_;
+    std::vector<char> types_;  // typeOf() of each column shown
     int page_ = 0;
     bool keep_ = false;
     std::string copyTable_, copyColumns_;

@@ -7,6 +7,7 @@
 #include "store/connection.h"
 #include "text/text.h"
 #include "transfer/element_fingerprint.h"
+#include "transfer/export_blocks.h"
 #include "transfer/export_form.h"
 #include "transfer/export_record.h"
 #include "transfer/export_scan.h"
@@ -154,27 +155,16 @@ bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& qu
             if (open) c.rollbackOpen();
         }
     } reading{c, c.beginReading()};
-    ExportScans scans(c);
-    ctx.scans = &scans;
-    SelectionScan businesses(*g.stores.db_daten.connection(), query);
-    const size_t nrColumn = businesses.column("betr-nr");
+    // The businesses come a block at a time, so that the scans may read the block's rows of
+    // each table at once; on a server the next block is read while this one is written.
+    ExportBlocks blocks(c, query, reading.open && total > static_cast<long>(ExportBlocks::kBlock));
+    const SelectionScan& businesses = blocks.selection();
+    const size_t nrColumn = blocks.numberColumn();
     long counter = 0;
     g.log.akt_schritt = 1;
-    // The businesses come a block at a time, so that the scans may read the block's rows of
-    // each table at once.
-    constexpr size_t kBlock = 2000;
-    std::vector<KeyedScan::Row> block(kBlock);
-    std::vector<std::string> numbers;
-    for (bool more = true; more;) {
-        size_t n = 0;
-        numbers.clear();
-        while (n < kBlock && (more = businesses.next())) {
-            businesses.readRow(block[n]);
-            numbers.push_back(block[n][nrColumn].toString());
-            ++n;
-        }
-        scans.readAhead(numbers);
-        for (size_t i = 0; i < n; ++i) {
+    while (const ExportBlocks::Block* block = blocks.next()) {
+        ctx.scans = block->scans.get();
+        for (size_t i = 0; i < block->size; ++i) {
             g.shell->doEvents();
             if (g.view.taste == 27) {
                 g.view.taste = 0;
@@ -191,7 +181,7 @@ bool writeBusinesses(core::Globals& g, ExportContext& ctx, const std::string& qu
             view.Label2 = "Übertrage Satz " + masked(counter, mask) + " von " +
                           masked(total, mask) + " (ESC = Abbrechen)";
             g.shell->refreshView();
-            const KeyedScan::Row& row = block[i];
+            const KeyedScan::Row& row = block->rows[i];
             ctx.betrNr = row[nrColumn].toString();
             TML_Exp_2_Tabellen(ctx, businesses, row);
             ctx.line("</betrieb>");

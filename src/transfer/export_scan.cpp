@@ -68,20 +68,22 @@ TextCompare keyCompare(store::Connection& c, const std::string& table, const std
     return c.columnCompare(table, column);
 }
 
-KeyedScan::KeyedScan(store::Connection& c, std::string table, std::vector<std::string> keyColumns,
-                     std::vector<std::string> orderTail)
+KeyedScan::KeyedScan(store::Connection& c, store::Connection& reader, std::string table,
+                     std::vector<std::string> keyColumns, std::vector<std::string> orderTail)
     : c_(c),
+      reader_(reader),
       table_(std::move(table)),
       keyColumns_(std::move(keyColumns)),
       orderTail_(std::move(orderTail)) {}
 
 KeyedScan::~KeyedScan() = default;
 
-// The per-key query's order, key by key.
-std::string KeyedScan::order() {
+// The per-key query's order, key by key; without its own terms within a key, by row id alone.
+std::string KeyedScan::order(store::Connection& c, bool withinKey) {
     std::string terms;
-    for (const auto& k : keyColumns_) terms += orderTerm(c_, table_, k) + ", ";
-    for (const auto& t : orderTail_) terms += orderTerm(c_, table_, t) + ", ";
+    for (const auto& k : keyColumns_) terms += orderTerm(c, table_, k) + ", ";
+    if (withinKey)
+        for (const auto& t : orderTail_) terms += orderTerm(c, table_, t) + ", ";
     return terms + "rowid";
 }
 
@@ -89,16 +91,19 @@ void KeyedScan::open() {
     // The first key column bounds the seek.
     st_ = c_.prepare("SELECT * FROM " + bracket(table_) + " WHERE " +
                      c_.atLeast(table_, keyColumns_[0], !c_.catalog().isKey(keyColumns_[0]), "?1") +
-                     " ORDER BY " + order());
+                     " ORDER BY " + order(c_, true));
     st_->readInPages(256);
-    names_.clear();
-    for (int i = 0; i < st_->columnCount(); ++i) names_.push_back(st_->columnName(i));
-    keyIndex_.clear();
+    learnColumns(*st_);
     compare_.clear();
-    for (const auto& k : keyColumns_) {
-        keyIndex_.push_back(column(k));
-        compare_.push_back(keyCompare(c_, table_, k));
-    }
+    for (const auto& k : keyColumns_) compare_.push_back(keyCompare(c_, table_, k));
+}
+
+// The table's columns, the same by either connection.
+void KeyedScan::learnColumns(const store::Statement& st) {
+    names_.clear();
+    for (int i = 0; i < st.columnCount(); ++i) names_.push_back(st.columnName(i));
+    keyIndex_.clear();
+    for (const auto& k : keyColumns_) keyIndex_.push_back(column(k));
 }
 
 size_t KeyedScan::column(const std::string& name) const {
@@ -149,10 +154,21 @@ int KeyedScan::compareKeys(const std::vector<std::string>& a,
 }
 
 std::span<const KeyedScan::Row> KeyedScan::rows(const std::vector<std::string>& key) {
-    if (heldFirsts_.count(key[0]) > 0) {
-        const auto at = heldGroups_.find(key);
-        if (at == heldGroups_.end()) return {};
-        return {held_.data() + at->second.first, at->second.second};
+    if (holds(key[0])) {
+        auto before = [](const Group& g, const std::vector<std::string>& k) { return g.key < k; };
+        size_t at = groupAt_;
+        if (at < groupCount_ && before(groups_[at], key)) ++at;
+        const bool found = (at == groupCount_ || !before(groups_[at], key)) &&
+                           (at == 0 || before(groups_[at - 1], key));
+        if (!found)
+            at = static_cast<size_t>(
+                std::lower_bound(groups_.begin(),
+                                 groups_.begin() + static_cast<std::ptrdiff_t>(groupCount_), key,
+                                 before) -
+                groups_.begin());
+        groupAt_ = at;
+        if (at == groupCount_ || groups_[at].key != key) return {};
+        return {held_.data() + groups_[at].first, groups_[at].count};
     }
     try {
         if (!st_) open();
@@ -191,51 +207,108 @@ std::span<const KeyedScan::Row> KeyedScan::rows(const std::vector<std::string>& 
     }
 }
 
+bool KeyedScan::holds(std::string_view first) const {
+    if (!heldFirsts_ || heldFirsts_->empty()) return false;
+    if (heldRange_) return heldFirsts_->front() <= first && first <= heldFirsts_->back();
+    return std::binary_search(heldFirsts_->begin(), heldFirsts_->end(), first);
+}
+
 void KeyedScan::readAhead(const std::vector<std::string>& firsts, bool asRange) {
-    heldFirsts_.clear();
-    heldGroups_.clear();
+    heldFirsts_ = nullptr;
     heldSize_ = 0;
+    groupCount_ = 0;
+    groupAt_ = 0;
     if (firsts.empty()) return;
     // The rows are met by the store's "=" and order, which a look-up by bytes agrees with only
     // where the column compares by its bytes too.
+    store::Connection& r = reader_;
     for (const auto& k : keyColumns_)
-        if (!c_.catalog().isKey(k) || !c_.comparesBytes(table_, k)) return;
-    if (!st_) open();
+        if (!r.catalog().isKey(k) || !r.comparesBytes(table_, k)) return;
     if (!ahead_ || aheadByRange_ != asRange) {
         const std::string& first = keyColumns_[0];
-        const std::string where = asRange ? c_.atLeast(table_, first, false, "?1") + " AND " +
-                                                c_.atMost(table_, first, false, "?2")
-                                          : c_.isOneOf(first, "?1");
-        ahead_ = c_.prepare("SELECT * FROM " + bracket(table_) + " WHERE " + where + " ORDER BY " +
-                            order());
+        const std::string where = asRange ? r.atLeast(table_, first, false, "?1") + " AND " +
+                                                r.atMost(table_, first, false, "?2")
+                                          : r.isOneOf(first, "?1");
+        // An order within a key by German text comes after, for the keys of more than one row.
+        textOrder_ = false;
+        for (const auto& t : orderTail_) {
+            const std::string name = t.ends_with(" DESC") ? t.substr(0, t.size() - 5) : t;
+            textOrder_ = textOrder_ || (!r.catalog().isKey(name) && r.isTextColumn(table_, name));
+        }
+        ahead_ = r.prepare("SELECT * FROM " + bracket(table_) + " WHERE " + where + " ORDER BY " +
+                           order(r, !textOrder_));
         if (asRange) ahead_->keep();
         aheadByRange_ = asRange;
+        learnColumns(*ahead_);
     }
-    heldFirsts_.insert(firsts.begin(), firsts.end());
+    heldFirsts_ = &firsts;
+    // A range gives the rows of every key within it, as a statement for one of them would.
+    heldRange_ = asRange;
     ahead_->reset();
     if (asRange) {
-        const auto [least, greatest] = std::minmax_element(firsts.begin(), firsts.end());
-        ahead_->bind(1, store::Variant(*least));
-        ahead_->bind(2, store::Variant(*greatest));
+        ahead_->bind(1, store::Variant(firsts.front()));
+        ahead_->bind(2, store::Variant(firsts.back()));
     } else {
-        std::vector<std::string> distinct(heldFirsts_.begin(), heldFirsts_.end());
-        ahead_->bind(1, store::Variant(c_.listValue(distinct)));
+        ahead_->bind(1, store::Variant(r.listValue(firsts)));
     }
-    std::vector<std::string> key(keyIndex_.size());
     while (ahead_->step()) {
         if (heldSize_ == held_.size()) held_.emplace_back();
         Row& row = held_[heldSize_];
         row.read(*ahead_, 0, names_.size());
         bool held = true;
-        for (size_t i = 0; i < keyIndex_.size(); ++i) {
-            const Cell cell = row[keyIndex_[i]];
-            held = held && !cell.isNull();  // a null equals no key
-            key[i].assign(cell.text);
-        }
-        if (!held || heldFirsts_.count(key[0]) == 0) continue;
+        for (const size_t k : keyIndex_) held = held && !row[k].isNull();  // null equals no key
+        if (!held) continue;
         // The order of the keys keeps a key's rows together.
-        ++heldGroups_.try_emplace(key, heldSize_, 0).first->second.second;
+        Group* last = groupCount_ > 0 ? &groups_[groupCount_ - 1] : nullptr;
+        bool same = last != nullptr;
+        for (size_t i = 0; same && i < keyIndex_.size(); ++i)
+            same = last->key[i] == row[keyIndex_[i]].text;
+        if (!same) {
+            if (groupCount_ == groups_.size()) groups_.emplace_back();
+            last = &groups_[groupCount_++];
+            last->key.resize(keyIndex_.size());
+            for (size_t i = 0; i < keyIndex_.size(); ++i)
+                last->key[i].assign(row[keyIndex_[i]].text);
+            last->first = heldSize_;
+            last->count = 0;
+        }
+        ++last->count;
         ++heldSize_;
+    }
+    orderWithinKeys();
+}
+
+// A table's own order within a key is German text, which the server weighs by functions of
+// every row it sorts; most keys have one row, so only the keys of more than one are read again
+// in that order, and their rows put so.
+void KeyedScan::orderWithinKeys() {
+    if (!textOrder_) return;
+    std::vector<std::string> firsts;  // in the order of the keys already
+    for (size_t g = 0; g < groupCount_; ++g)
+        if (groups_[g].count > 1 && (firsts.empty() || firsts.back() != groups_[g].key[0]))
+            firsts.push_back(groups_[g].key[0]);
+    if (firsts.empty()) return;
+    store::Connection& r = reader_;
+    if (!ordered_)
+        ordered_ = r.prepare("SELECT * FROM " + bracket(table_) + " WHERE " +
+                             r.isOneOf(keyColumns_[0], "?1") + " ORDER BY " + order(r, true));
+    ordered_->reset();
+    ordered_->bind(1, store::Variant(r.listValue(firsts)));
+    Row row;
+    std::vector<std::string> key(keyIndex_.size());
+    size_t g = 0, placed = 0;
+    while (ordered_->step()) {
+        row.read(*ordered_, 0, names_.size());
+        bool held = true;
+        for (size_t i = 0; i < keyIndex_.size(); ++i) {
+            held = held && !row[keyIndex_[i]].isNull();
+            key[i].assign(row[keyIndex_[i]].text);
+        }
+        if (!held) continue;
+        for (; g < groupCount_ && groups_[g].key < key; ++g) placed = 0;
+        // The same snapshot gives the same rows: a key's rows only change places.
+        if (g < groupCount_ && groups_[g].key == key && placed < groups_[g].count)
+            std::swap(held_[groups_[g].first + placed++], row);
     }
 }
 
@@ -288,7 +361,8 @@ bool SelectionScan::isText(size_t column) const {
 
 namespace {
 
-std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scansOf(store::Connection& c) {
+std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scansOf(
+    store::Connection& c, store::Connection& reader) {
     std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scans;
     for (const model::Relation* r : model::exportOrder()) {
         if (r->exported == 0) continue;  // the business itself, which the selection reads
@@ -300,7 +374,7 @@ std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scansOf(sto
             key = {std::string(k.number), std::string(k.state)};
         std::vector<std::string> order;
         if (!r->rowOrder.empty()) order.emplace_back(r->rowOrder);
-        scans.emplace_back(r->table, std::make_unique<KeyedScan>(c, std::string(r->table),
+        scans.emplace_back(r->table, std::make_unique<KeyedScan>(c, reader, std::string(r->table),
                                                                  std::move(key), std::move(order)));
     }
     return scans;
@@ -308,9 +382,9 @@ std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scansOf(sto
 
 }  // namespace
 
-ExportScans::ExportScans(store::Connection& c)
-    : c_(c),
-      scans_(scansOf(c)),
+ExportScans::ExportScans(store::Connection& c, store::Connection& reader)
+    : reader_(reader),
+      scans_(scansOf(c, reader)),
       meldGruende(of("betrieb_meldgrundsonst")),
       adressen(of("betrieb_adresse")),
       taetigkeiten(of("betrieb_taetigkeit")),
@@ -323,43 +397,52 @@ ExportScans::ExportScans(store::Connection& c)
       personHandwerkskarte(of("person_handwerkskarte")) {}
 
 void ExportScans::readAhead(const std::vector<std::string>& betrNrs) {
-    if (!c_.isServer()) return;
+    if (!reader_.isServer()) return;
     auto ofPersons = [](std::string_view table) {
         return model::relationOf(table)->owner == model::Owner::Person;
     };
     // Where the block's numbers fill most of the stretch from the least to the greatest (an
     // export of all businesses), each table's rows are read as that stretch of its index; a
     // scattered block (one key's businesses) by its list of numbers. So are the persons.
-    const bool dense = fillsStretch(stretches_[0], "betrieb", "betr-nr", betrNrs);
+    // Each table looks the numbers up sorted and once each.
+    auto sortDistinct = [](std::vector<std::string>& v) {
+        if (!std::is_sorted(v.begin(), v.end())) std::sort(v.begin(), v.end());
+        v.erase(std::unique(v.begin(), v.end()), v.end());
+    };
+    std::vector<std::string>& numbers = firsts_[0];
+    numbers.assign(betrNrs.begin(), betrNrs.end());
+    sortDistinct(numbers);
+    const bool dense = fillsStretch(stretches_[0], "betrieb", "betr-nr", numbers, betrNrs.size());
     for (auto& [table, scan] : scans_)
-        if (!ofPersons(table)) scan->readAhead(betrNrs, dense);
+        if (!ofPersons(table)) scan->readAhead(numbers, dense);
     // Then the persons the block's links name.
-    std::vector<std::string> persNrs;
-    std::unordered_set<std::string> seen;
+    std::vector<std::string>& persNrs = firsts_[1];
+    persNrs.clear();
     const auto linked = links.heldRows();
     const size_t column = linked.empty() ? 0 : links.column("bez-pers-nr");
     for (const auto& link : linked)
-        if (!link[column].isNull() && seen.insert(link[column].toString()).second)
-            persNrs.push_back(link[column].toString());
-    const bool densePersons = fillsStretch(stretches_[1], "person", "pers-nr", persNrs);
+        if (!link[column].isNull()) persNrs.emplace_back(link[column].text);
+    sortDistinct(persNrs);
+    const bool densePersons =
+        fillsStretch(stretches_[1], "person", "pers-nr", persNrs, persNrs.size());
     for (auto& [table, scan] : scans_)
         if (ofPersons(table)) scan->readAhead(persNrs, densePersons);
 }
 
 bool ExportScans::fillsStretch(std::unique_ptr<store::Statement>& count, const std::string& table,
-                               const std::string& column, const std::vector<std::string>& values) {
-    if (values.empty()) return false;
+                               const std::string& column, const std::vector<std::string>& sorted,
+                               size_t values) {
+    if (sorted.empty()) return false;
     if (!count) {
-        count = c_.prepare("SELECT count(*) FROM [" + table + "] WHERE " +
-                           c_.atLeast(table, column, false, "?1") + " AND " +
-                           c_.atMost(table, column, false, "?2"));
+        count = reader_.prepare("SELECT count(*) FROM [" + table + "] WHERE " +
+                                reader_.atLeast(table, column, false, "?1") + " AND " +
+                                reader_.atMost(table, column, false, "?2"));
         count->keep();
     }
-    const auto [least, greatest] = std::minmax_element(values.begin(), values.end());
     count->reset();
-    count->bind(1, store::Variant(*least));
-    count->bind(2, store::Variant(*greatest));
-    return count->step() && count->columnInteger(0) <= 2 * static_cast<long long>(values.size());
+    count->bind(1, store::Variant(sorted.front()));
+    count->bind(2, store::Variant(sorted.back()));
+    return count->step() && count->columnInteger(0) <= 2 * static_cast<long long>(values);
 }
 
 KeyedScan& ExportScans::of(std::string_view table) {

@@ -1,11 +1,9 @@
 #pragma once
 
-#include <map>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "store/connection.h"
@@ -57,9 +55,11 @@ class KeyedScan {
     using Row = ScanRow;
 
     // keyColumns: compared with "=" as the per-key query does; orderTail: the query's own order
-    // within a key (without the row id, which always comes last).
-    KeyedScan(store::Connection& c, std::string table, std::vector<std::string> keyColumns,
-              std::vector<std::string> orderTail = {});
+    // within a key (without the row id, which always comes last). `reader` reads ahead, `c`
+    // seeks: on a server the reading ahead may run on a connection and thread of its own, in
+    // the same snapshot.
+    KeyedScan(store::Connection& c, store::Connection& reader, std::string table,
+              std::vector<std::string> keyColumns, std::vector<std::string> orderTail = {});
     ~KeyedScan();
     KeyedScan(const KeyedScan&) = delete;
     KeyedScan& operator=(const KeyedScan&) = delete;
@@ -67,7 +67,8 @@ class KeyedScan {
     // The rows whose key equals `key`; valid until the next call (of rows() or readAhead()).
     std::span<const Row> rows(const std::vector<std::string>& key);
     // Reads the rows of every key whose first column is one of `firsts`, all in one statement;
-    // rows() answers those keys from them until the next call. asRange: the firsts lie close
+    // rows() answers those keys from them until the next call. `firsts` are sorted, each once,
+    // and stay as they are until then. asRange: the firsts lie close
     // together in the table's order, and the rows from the least to the greatest are read.
     // Where a key column compares otherwise than by its bytes, nothing is read ahead.
     void readAhead(const std::vector<std::string>& firsts, bool asRange);
@@ -80,14 +81,17 @@ class KeyedScan {
     TextCompare compareOf(const std::string& column);
 
   private:
-    std::string order();
+    std::string order(store::Connection& c, bool withinKey);
     void open();
+    void learnColumns(const store::Statement& st);
+    void orderWithinKeys();
     void seek(const std::vector<std::string>& key);
     void advance();
     int compareAhead(const std::vector<std::string>& key) const;
     int compareKeys(const std::vector<std::string>& a, const std::vector<std::string>& b) const;
 
     store::Connection& c_;
+    store::Connection& reader_;
     std::string table_;
     std::vector<std::string> keyColumns_, orderTail_;
     std::unique_ptr<store::Statement> st_;
@@ -104,12 +108,28 @@ class KeyedScan {
     std::vector<Row> group_;
     size_t groupSize_ = 0;
 
-    std::unique_ptr<store::Statement> ahead_;
+    // Whether the rows of a key whose first column is `first` were read ahead.
+    bool holds(std::string_view first) const;
+
+    std::unique_ptr<store::Statement> ahead_, ordered_;
     bool aheadByRange_ = false;
-    std::unordered_set<std::string> heldFirsts_;  // the first key columns read ahead
-    std::vector<Row> held_;                       // their rows in the order of the keys
+    bool textOrder_ = false;  // the order within a key weighs German text
+    // The first key columns read ahead, sorted: every one from the least to the greatest where
+    // they were read as a range, else these alone.
+    const std::vector<std::string>* heldFirsts_ = nullptr;
+    bool heldRange_ = false;
+    std::vector<Row> held_;  // their rows in the order of the keys
     size_t heldSize_ = 0;
-    std::map<std::vector<std::string>, std::pair<size_t, size_t>> heldGroups_;  // first, count
+    // The keys of the rows read ahead, in the order of the keys (which is their bytes' order,
+    // as nothing is read ahead otherwise), each with its first row and count. The walk asks
+    // for them in order mostly: it is looked for from where the last one was found.
+    struct Group {
+        std::vector<std::string> key;
+        size_t first = 0, count = 0;
+    };
+    std::vector<Group> groups_;
+    size_t groupCount_ = 0;
+    size_t groupAt_ = 0;
 };
 
 // The export's selection of businesses, a query on the table "betrieb" in the old engine's
@@ -147,7 +167,9 @@ class SelectionScan {
 // one for each table the export writes beside the business itself, keyed as the table is tied.
 class ExportScans {
   public:
-    explicit ExportScans(store::Connection& c);
+    explicit ExportScans(store::Connection& c) : ExportScans(c, c) {}
+    // The blocks' rows are read ahead by `reader`, the rest is sought by `c`.
+    ExportScans(store::Connection& c, store::Connection& reader);
 
     KeyedScan& of(std::string_view table);
     // Before a block of businesses, by their numbers: on a server the scans read the block's
@@ -156,13 +178,15 @@ class ExportScans {
     void readAhead(const std::vector<std::string>& betrNrs);
 
   private:
-    // Whether `values` make up at least half of the table's rows from the least of them to the
-    // greatest (by its column).
+    // Whether `values` rows make up at least half of the table's rows from the least of their
+    // numbers (`sorted`, each once) to the greatest, by its column.
     bool fillsStretch(std::unique_ptr<store::Statement>& count, const std::string& table,
-                      const std::string& column, const std::vector<std::string>& values);
+                      const std::string& column, const std::vector<std::string>& sorted,
+                      size_t values);
 
-    store::Connection& c_;
+    store::Connection& reader_;
     std::unique_ptr<store::Statement> stretches_[2];  // counts of businesses, of persons
+    std::vector<std::string> firsts_[2];              // their numbers, sorted, each once
     std::vector<std::pair<std::string_view, std::unique_ptr<KeyedScan>>> scans_;
 
   public:

@@ -24,9 +24,15 @@ int TmlWriter::line(std::string_view utf8) {
 
 void TmlWriter::flush() {
     if (!open_) return;
-    const std::string pending = std::move(buffer_);
+    // The buffer keeps its room for the next lines, which would grow it anew from nothing each
+    // time; what failed to be written is not tried again.
+    try {
+        file_.write(buffer_);
+    } catch (...) {
+        buffer_.clear();
+        throw;
+    }
     buffer_.clear();
-    file_.write(pending);
 }
 
 void TmlWriter::commit() {

@@ -228,9 +228,10 @@ TEST_F(ServerStore, DataByStateGoesToItsServerStoreAsToAFile) {
     EXPECT_EQ(onServer.searches, inFile.searches);
 }
 
-// The server's export reads the rows of a block of businesses at once: states of a business and
-// persons of several businesses on either side of a block's end, processing states still to be
-// set, and the scattered businesses of one key come out as from the file.
+// The server's export reads the rows of a block of businesses at once, the next block while it
+// writes one: states of a business and persons of several businesses on either side of a
+// block's end, persons stored more than once, processing states still to be set, and the
+// scattered businesses of one key come out as from the file.
 TEST_F(ServerStore, AnExportOfManyBusinessesWritesAsFromAFile) {
     const std::string generated = (dir / "viele.tml").string();
     {
@@ -241,11 +242,25 @@ TEST_F(ServerStore, AnExportOfManyBusinessesWritesAsFromAFile) {
         bench::writeTransferFile(out, options);
     }
     ASSERT_EQ(cli(home, {"import", generated}).code, 0);
+    // A person stored more than once is written once for each of its rows, each time as the
+    // first of them by its kind, descending in German order ("NP" the generated one's).
+    for (const char* row :
+         {"'000000000003', '0', 'Nullname'", "'000000000003', 'ZZ', 'Zweitname'",
+          "'000000001500', 'Ñz', 'Drittname'", "'000000001500', 'Na', 'Viertname'"})
+        ASSERT_EQ(cli(home, {"sql", std::string("INSERT INTO person ([pers-nr], [p-art], "
+                                                "[fam-name]) VALUES (") +
+                                        row + ")"})
+                      .code,
+                  0);
     const std::string server = PgCluster::get().createDatabase("tolma_bloecke");
     ASSERT_EQ(cli(home, {"server", "einrichten", server}).code, 0);
     ASSERT_EQ(cli(home, {"kopieren", "--nach", server}).code, 0);
     ASSERT_EQ(cli(home, {"export"}).code, 0);
     const std::string fromFile = exported(home);
+    for (const char* name : {"Zweitname", "Drittname"})
+        EXPECT_NE(fromFile.find(std::string("<fam-name>") + name + "</fam-name>"),
+                  std::string::npos)
+            << name;
     ASSERT_EQ(cli(home, {"export", "--by-key"}).code, 0);
     const std::string byKeyFromFile = exportedAll(home);
     ASSERT_NE(byKeyFromFile.find("</gewerbedatei>"), std::string::npos);
