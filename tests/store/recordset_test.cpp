@@ -479,7 +479,9 @@ TEST_F(TypedSearchTest, ALongListShowsItsFirstScreenAndReadsTheRestAsItIsWanted)
         ASSERT_EQ(last.size(), want.size());
         for (size_t i = 0; i < want.size(); ++i)
             EXPECT_EQ(last[i].toString(), want[i].toString()) << order << " " << i;
-        if (std::string(order) == "betrieb.[betr-nr]") EXPECT_FALSE(open.CountFinal());
+        if (std::string(order) == "betrieb.[betr-nr]") {
+            EXPECT_FALSE(open.CountFinal());
+        }
     }
 
     // The store changes while the list is read: the list keeps the rows as they stood when it
