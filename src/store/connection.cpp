@@ -940,11 +940,10 @@ long long Connection::deleteWhere(const std::string& table, const jet::Prepared&
     if (server_ && !server_->madeTriggers()) {
         const auto equal = equalities(where.shape->sql, where.values, where.shape->numeric);
         const std::string quoted = quoteIdentifier(text::lowerAscii(table));
-        if (equal && (dropped = server_->dropGathered(quoted, *equal)) >= 0) {
+        if (const auto n = equal ? server_->dropGathered(quoted, *equal) : std::nullopt) {
+            dropped = *n;
             server_->spare(quoted);
             spared.session = server_.get();
-        } else {
-            dropped = 0;
         }
     }
     const ChangeListener::Condition condition{where.shape->sql, where.values, where.shape->numeric,

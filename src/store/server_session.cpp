@@ -482,12 +482,12 @@ std::string ServerSession::CopyRows::kept() const {
     return out;
 }
 
-long long ServerSession::dropGathered(
+std::optional<long long> ServerSession::dropGathered(
     const std::string& table, const std::vector<std::pair<std::string, std::string>>& equal) {
     // For each gathered list of the table: where each named column stands in its rows, and the
     // text as a line holds it. A list without one of the columns cannot be judged.
     std::vector<std::pair<CopyRows*, std::vector<std::pair<size_t, std::string>>>> lists;
-    if (equal.empty()) return -1;
+    if (equal.empty()) return std::nullopt;
     for (auto& c : copies_) {
         if (c.table != table) continue;
         const std::vector<std::string_view> columns = fieldsOf(c.columns, ',');
@@ -498,7 +498,7 @@ long long ServerSession::dropGathered(
                 const size_t name = l.find_first_not_of(' ');
                 return name != std::string_view::npos && l.substr(name) == quoted;
             });
-            if (at == columns.end()) return -1;
+            if (at == columns.end()) return std::nullopt;
             std::string escaped;
             appendCopyLine(escaped, {value});
             escaped.pop_back();

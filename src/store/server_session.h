@@ -77,10 +77,11 @@ class ServerSession {
     void drain();
 
     // Takes out of the rows gathered for `table` those whose columns hold exactly the texts
-    // given (column name, unquoted, and its text); returns how many. A row deleted before it
-    // was ever written costs no COPY of its own.
-    long long dropGathered(const std::string& table,
-                           const std::vector<std::pair<std::string, std::string>>& equal);
+    // given (column name, unquoted, and its text); returns how many, or nothing where a list
+    // of the table's rows lacks one of the columns and cannot be judged. A row deleted before
+    // it was ever written costs no COPY of its own.
+    std::optional<long long> dropGathered(
+        const std::string& table, const std::vector<std::pair<std::string, std::string>>& equal);
     // While a table is spared, statements leave its gathered rows unwritten: they are known to
     // look only at rows that none of them can be.
     void spare(const std::string& table) { spared_ = table; }
