@@ -21,7 +21,8 @@ namespace {
 // The search index is made anew from the copied rows: each kind of store keeps its words in a
 // form of its own.
 bool belongsToSearchIndex(const std::string& table) {
-    return table.starts_with(search::kRowsTable) || table.starts_with(search::kWordsTable);
+    return table.starts_with(search::kRowsTable) || table.starts_with(search::kWordsTable) ||
+           table == search::kMarkTable;
 }
 
 // The fingerprints of the import stay behind: they vouch for the rows of the store they were

@@ -83,12 +83,15 @@ class WordsOfRows {
 
 // The first free row number for a current or a removed business.
 long long nextRowNumber(store::Connection& c, bool removed) {
-    auto& st = c.cached(std::string("SELECT max(zeile) FROM ") + kRowsTable +
-                        " WHERE zeile >= ?1 AND zeile < ?2");
+    auto& st =
+        c.cached("SELECT max(zeile) FROM " + rowsTable(c) + " WHERE zeile >= ?1 AND zeile < ?2");
     st.bind(1, Variant(removed ? kRemoved : 0LL));
     st.bind(2, Variant(removed ? std::numeric_limits<long long>::max() : kRemoved));
     st.step();
     const long long last = isNull(st, 0) ? 0 : st.columnInteger(0);
+    // A statement left standing would hold the index file as it was: another connection
+    // writes it during an import.
+    st.reset();
     return std::max(last + 1, removed ? kRemoved : 1LL);
 }
 
@@ -174,6 +177,16 @@ struct HeldRow {
 
 }  // namespace
 
+std::string rowsTable(const store::Connection& c) {
+    if (c.isServer()) return kRowsTable;
+    return std::string(store::Connection::kIndexSchema) + "." + kRowsTable;
+}
+
+std::string wordsTable(const store::Connection& c) {
+    if (c.isServer()) return kWordsTable;
+    return std::string(store::Connection::kIndexSchema) + "." + kWordsTable;
+}
+
 std::string numberKey(std::string_view nr) {
     return text::lowerAscii(std::string(nr));
 }
@@ -227,7 +240,7 @@ RowsToWrite readRows(store::Connection& c, const std::vector<std::string>& betrN
         auto& st = c.cached(
             "SELECT t.zeile, t.art, t.betr_nr, t.hist, t.pers_nr, t.name, "
             "t.strasse, t.ort, t.gem_kz, t.worte" +
-            byList(std::string(kRowsTable) + " t", "t.betr_nr"));
+            byList(rowsTable(c) + " t", "t.betr_nr"));
         st.bind(1, Variant(list));
         while (st.step()) {
             HeldRow& h = held.emplace_back();
@@ -267,7 +280,7 @@ void writeRows(store::Connection& c, const RowsToWrite& rows) {
     // The full-text index takes its changes best in the order of the row numbers: a step back
     // makes it write out what it holds in memory. So the current rows go before the removed
     // ones, and of each kind the old rows before the new.
-    const std::string table = kRowsTable, words = kWordsTable;
+    const std::string table = rowsTable(c), words = wordsTable(c);
     long long next[2] = {nextRowNumber(c, false), nextRowNumber(c, true)};
     auto oldRow = old.begin();
     for (const bool removed : {false, true}) {
@@ -275,7 +288,7 @@ void writeRows(store::Connection& c, const RowsToWrite& rows) {
         // The server's index over the rows' words follows the rows by itself.
         const bool server = c.isServer();
         auto* going = server ? nullptr
-                             : &c.cached("INSERT INTO " + words + " (" + words +
+                             : &c.cached("INSERT INTO " + words + " (" + kWordsTable +
                                          ", rowid, worte) VALUES ('delete', ?1, ?2)");
         auto& gone = c.cached("DELETE FROM " + table + " WHERE zeile = ?1");
         for (; oldRow != old.end() && (oldRow->first >= kRemoved) == removed; ++oldRow) {

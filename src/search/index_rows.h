@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -19,6 +20,17 @@ namespace tolma::search {
 // the full-text index over them, which keeps no copy of its own.
 inline constexpr const char* kRowsTable = "tolma_suchtreffer";
 inline constexpr const char* kWordsTable = "tolma_suchbegriffe";
+// In a store file: the token that says its index file follows it (see markBehind()).
+inline constexpr const char* kMarkTable = "tolma_suchstand";
+
+// The tables as statements on this connection name them: a store file keeps them in a file of
+// its own beside it (see store::Connection::holdIndexFile()).
+std::string rowsTable(const store::Connection& c);
+std::string wordsTable(const store::Connection& c);
+// A connection that holds the index of this store: for a store file a connection of its own
+// that holds the index file, made empty where `create`; none where the file is missing. For a
+// server store the connection itself.
+std::shared_ptr<store::Connection> indexConnection(store::Connection& c, bool create);
 
 // Rows of removed businesses are numbered from here on: the index hands out its rows in the
 // order of their numbers, so that of many hits the current businesses come first.
@@ -52,7 +64,8 @@ std::vector<std::string> businessesOfPersons(store::Connection& c,
 std::vector<std::string> personsOfBusinesses(store::Connection& c,
                                              const std::vector<std::string>& betrNrs);
 
-// The rows a refresh of these businesses writes (see refreshIndex()), read and worked out, in
+// The rows a refresh of these businesses writes, and of every business linked to one of the
+// persons (or, with Persons::OfTheBusinesses, to the businesses' persons), read and worked out, in
 // the order they are to be written. The index's mark is not looked at.
 struct RowsToWrite;
 enum class Persons;

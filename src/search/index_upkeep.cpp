@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -44,7 +45,7 @@ bool IndexUpkeep::Numbers::has(std::string_view nr) const {
 }
 
 IndexUpkeep::~IndexUpkeep() {
-    settle();
+    stop();
     if (auto c = watched_.lock()) watchedBlock(*c);
 }
 
@@ -62,7 +63,8 @@ void IndexUpkeep::keep(store::Connection& c, const std::vector<std::string>& bet
     const bool watched = watchedBlock(c);
     if (!started_) begin(c);
     if (!following_ || failed_) return;
-    settle();
+    // A server's rows are written into this block's transaction, so they must all be read.
+    if (c.isServer()) settle();
     Noted& noted = noted_.emplace();
     if (watched && learnt_) {
         for (const auto& nr : betrNrs)
@@ -99,35 +101,91 @@ void IndexUpkeep::committed(store::Connection& c) {
     n.added.personHeld = [fresh = std::move(fresh)](std::string_view nr) {
         return !fresh.count(numberKey(nr));
     };
-    auto read = [this, file = c.file()] {
-        // Behind the storing thread, which sets the pace: the reading has a block's time.
-        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 10);
-        try {
-            const auto reader = store::Connection::openReader(file);
-            // One snapshot: the store as the block's commit left it.
-            reader->execute("BEGIN");
-            const Noted& n = *noted_;
-            auto rows = readRefresh(*reader, n.listed, n.persons, Persons::Named,
-                                    n.added.numbers.empty() ? nullptr : &n.added);
-            reader->execute("COMMIT");
-            found_ = std::move(rows);
-        } catch (...) {
-            readFailed_ = std::current_exception();
-        }
-    };
+    // A store file's index is a file of its own, which the thread writes while the next block
+    // is stored; a server's index is written in the next block's transaction.
+    Task task{std::move(n), c.file(), !c.isServer()};
+    std::unique_lock lock(mutex_);
+    // One block waits behind the one at work at most: the storing must not run far ahead.
+    changed_.wait(lock, [&] { return !waiting_; });
+    waiting_.emplace(std::move(task));
+    changed_.notify_all();
+    if (worker_.joinable()) return;
     try {
-        reading_ = std::thread(std::move(read));
+        worker_ = std::thread([this] { work(); });
     } catch (const std::system_error&) {
+        waiting_.reset();
         failed_ = true;  // no thread to be had: the next search builds the index anew
     }
 }
 
+void IndexUpkeep::work() {
+    // Behind the storing thread, which sets the pace: the reading has a block's time.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 10);
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        changed_.wait(lock, [&] { return waiting_ || stopping_; });
+        if (!waiting_) return;
+        const Task task = std::move(*waiting_);
+        waiting_.reset();
+        busy_ = true;
+        changed_.notify_all();
+        const bool failedBefore = readFailed_ != nullptr;
+        lock.unlock();
+        std::exception_ptr failure;
+        // After a failure the index is built anew in any case.
+        if (!failedBefore) {
+            try {
+                run(task.noted, task.file, task.writes);
+            } catch (...) {
+                failure = std::current_exception();
+            }
+        }
+        lock.lock();
+        if (failure && !readFailed_) readFailed_ = failure;
+        busy_ = false;
+        changed_.notify_all();
+    }
+}
+
+void IndexUpkeep::run(const Noted& n, const std::filesystem::path& file, bool writes) {
+    std::shared_ptr<store::Connection> own =
+        writes ? store::Connection::openBeside(file) : store::Connection::openReader(file);
+    if (writes && !own->holdIndexFile(false))
+        throw std::runtime_error("Die Datei des Suchindex fehlt.");
+    try {
+        // One snapshot: the store as the block's commit left it, or a later one.
+        own->execute("BEGIN");
+        auto rows = readRefresh(*own, n.listed, n.persons, Persons::Named,
+                                n.added.numbers.empty() ? nullptr : &n.added);
+        if (writes)
+            for (const RowsToWrite& part : rows) writeRows(*own, part);
+        own->execute("COMMIT");
+        if (!writes) {
+            std::lock_guard lock(mutex_);
+            found_ = std::move(rows);
+        }
+    } catch (...) {
+        own->rollbackOpen();
+        throw;
+    }
+}
+
 void IndexUpkeep::settle() {
-    if (reading_.joinable()) reading_.join();
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return !waiting_ && !busy_; });
+}
+
+void IndexUpkeep::stop() {
+    {
+        std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    changed_.notify_all();
+    if (worker_.joinable()) worker_.join();
 }
 
 void IndexUpkeep::abandon() {
-    settle();
+    stop();
     finished_ = true;
     found_.clear();
 }
@@ -140,6 +198,30 @@ void IndexUpkeep::finish(store::Connection& c, const std::vector<std::string>& a
     // A block whose commit was not heard of: its rows are read now.
     if (noted_ && !launched_) committed(c);
     settle();
+    if (!c.isServer()) {
+        // The index file is written apart from the store's transactions, the token last.
+        write(c);
+        if (everything) {
+            buildIndex(c);
+        } else {
+            if (!also.empty()) {
+                const auto index = indexConnection(c, false);
+                if (!index) throw std::runtime_error("Suchindex fehlt");
+                index->execute("BEGIN");
+                try {
+                    for (const RowsToWrite& part :
+                         readRefresh(*index, also, {}, Persons::OfTheBusinesses, nullptr))
+                        writeRows(*index, part);
+                    index->execute("COMMIT");
+                } catch (...) {
+                    index->rollbackOpen();
+                    throw;
+                }
+            }
+            markFollowing(c);
+        }
+        return;
+    }
     const bool own = !c.inBatch();
     if (own) c.beginBatch();
     try {
@@ -165,7 +247,12 @@ void IndexUpkeep::finish(store::Connection& c, const std::vector<std::string>& a
 // Writes what was found; it stays held until a commit has kept it.
 void IndexUpkeep::write(store::Connection& c) {
     try {
-        if (readFailed_) std::rethrow_exception(std::exchange(readFailed_, nullptr));
+        std::exception_ptr failed;
+        {
+            std::lock_guard lock(mutex_);
+            failed = std::exchange(readFailed_, nullptr);
+        }
+        if (failed) std::rethrow_exception(failed);
         for (const RowsToWrite& part : found_) writeRows(c, part);
     } catch (...) {
         failed_ = true;

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <exception>
+#include <filesystem>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,11 +20,13 @@ namespace tolma::search {
 
 // Keeps the search index along the blocks of one import run. Reading a block's rows back and
 // working out their words takes as long as storing them; so a thread of its own does that on a
-// connection of its own, once the block is committed, while the next block is stored. What it
-// found is written in the next block's transaction, the last block's in one of its own, and it
-// is let go only once a commit has kept it. Every block's transaction marks the index as not
-// following the store, and only the run's last transaction takes the mark away: a crash, a
-// failure or a kill anywhere between leaves the next search to build the index anew.
+// connection of its own, once the block is committed, while the next blocks are stored. A store
+// file keeps its index in a file of its own, which that thread writes and commits itself, a
+// block behind the storing at most. On a server what it found is written in the next block's
+// transaction, the last block's in one of its own, and it is let go only once a commit has kept
+// it. Every block's transaction marks the index as not following the store, and only the end of
+// the run takes the mark away: a crash, a failure or a kill anywhere between leaves the next
+// search to build the index anew.
 //
 // A run that brings much against what the store holds learns once which numbers the store
 // holds; a business new to it then has only rows its block wrote, which are read in one pass
@@ -44,7 +49,7 @@ class IndexUpkeep final : private store::ChangeListener {
     // After the block's commit: what it wrote is let go; its rows are read, and those of the
     // businesses sharing one of its persons.
     void committed(store::Connection& c);
-    // Before the store's file is replaced (compaction): waits for the reading.
+    // Before the store's file is replaced (compaction): waits for the reading and writing.
     void settle();
     // At the end of a run that stored every block it began, outside a transaction: the last
     // block's rows, those of `also` and the businesses sharing their persons (or, with
@@ -82,13 +87,27 @@ class IndexUpkeep final : private store::ChangeListener {
         std::vector<std::string> freshPersons;  // of the block, new to the store
     };
     void write(store::Connection& c);
+    // The thread that reads the blocks, and for a store file writes their rows, in their order.
+    void work();
+    void run(const Noted& noted, const std::filesystem::path& file, bool writes);
+    void stop();
 
     bool manyNew_;
     bool learnt_ = false;
     bool started_ = false, following_ = false, failed_ = false, finished_ = false;
     bool launched_ = false;  // the noted block is being read
     std::optional<Noted> noted_;
-    std::thread reading_;
+    struct Task {
+        Noted noted;
+        std::filesystem::path file;
+        bool writes;  // the index file: written by the thread
+    };
+    std::thread worker_;
+    // Under the mutex: the block waiting, whether one is at work, and what came of it.
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::optional<Task> waiting_;
+    bool busy_ = false, stopping_ = false;
     std::vector<RowsToWrite> found_;  // read, and not yet kept by a commit
     std::exception_ptr readFailed_;
     Numbers businesses_, persons_;  // held by the store before the block

@@ -1,6 +1,9 @@
 #include "search/search_index.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <random>
 #include <set>
 #include <unordered_set>
 
@@ -26,6 +29,7 @@ std::string text(store::Statement& st, int i) {
 }
 
 const std::string kRows = kRowsTable, kWords = kWordsTable;
+const std::string kStand = kMarkTable;
 // The words of an index row as the server's index takes them: each word a lexeme as it stands.
 const std::string kServerWords = "array_to_tsvector(array_remove(string_to_array(worte, ' '), ''))";
 
@@ -46,12 +50,15 @@ void createIndex(store::Connection& c) {
                  kServerWords + ")"});
         return;
     }
-    c.execute("CREATE TABLE IF NOT EXISTS " + kRows +
+    // On a connection that holds the index file (see indexConnection()).
+    const std::string schema = store::Connection::kIndexSchema;
+    c.execute("CREATE TABLE IF NOT EXISTS " + rowsTable(c) +
               " (zeile INTEGER PRIMARY KEY, art TEXT, betr_nr TEXT COLLATE NOCASE, hist TEXT, "
               "pers_nr TEXT, name TEXT, strasse TEXT, ort TEXT, gem_kz TEXT, worte TEXT)");
-    c.execute("CREATE INDEX IF NOT EXISTS " + kRows + "_nr ON " + kRows + " (betr_nr)");
+    c.execute("CREATE INDEX IF NOT EXISTS " + schema + "." + kRows + "_nr ON " + kRows +
+              " (betr_nr)");
     const std::string marks{kFoldedMark, kSoundMark};
-    c.execute("CREATE VIRTUAL TABLE IF NOT EXISTS " + kWords +
+    c.execute("CREATE VIRTUAL TABLE IF NOT EXISTS " + wordsTable(c) +
               " USING fts5(art UNINDEXED, betr_nr UNINDEXED, hist UNINDEXED, pers_nr UNINDEXED, "
               "name UNINDEXED, strasse UNINDEXED, ort UNINDEXED, gem_kz UNINDEXED, worte, "
               "tokenize = 'ascii tokenchars ''" +
@@ -59,8 +66,9 @@ void createIndex(store::Connection& c) {
               "', content_rowid = 'zeile', detail = none, columnsize = 0)");
 }
 
-bool tableExists(store::Connection& c, const std::string& name) {
-    return c.hasTable(name);
+bool tableExists(store::Connection& c, const std::string& name,
+                 const std::string& schema = "main") {
+    return c.hasTable(name, schema);
 }
 
 // The indexes of earlier forms, under names of their own: one that kept a copy of its rows, and
@@ -72,18 +80,21 @@ void dropEarlierIndex(store::Connection& c) {
         std::string words, rows;
         bool external;  // the words' index reads its rows from the rows table
     };
-    for (const Form& f : {Form{"tolma_suchindex", "tolma_suchindex_zeilen", false},
-                          Form{"tolma_suchworte", "tolma_suchzeilen", true}}) {
+    // The last one is this form's, in the store file itself before it had a file of its own.
+    for (const Form& f :
+         {Form{"tolma_suchindex", "tolma_suchindex_zeilen", false},
+          Form{"tolma_suchworte", "tolma_suchzeilen", true}, Form{kWords, kRows, true}}) {
         if (!tableExists(c, f.words)) continue;
         try {
-            c.execute("DROP TABLE " + f.words);
-            c.execute("DROP TABLE IF EXISTS " + f.rows);
+            c.execute("DROP TABLE main." + f.words);
+            c.execute("DROP TABLE IF EXISTS main." + f.rows);
         } catch (const std::exception&) {
             if (f.external)
-                c.execute("INSERT INTO " + f.words + " (" + f.words + ") VALUES ('delete-all')");
+                c.execute("INSERT INTO main." + f.words + " (" + f.words +
+                          ") VALUES ('delete-all')");
             else
-                c.execute("DELETE FROM " + f.words);
-            if (tableExists(c, f.rows)) c.execute("DELETE FROM " + f.rows);
+                c.execute("DELETE FROM main." + f.words);
+            if (tableExists(c, f.rows)) c.execute("DELETE FROM main." + f.rows);
         }
     }
 }
@@ -163,15 +174,48 @@ constexpr int kBuildPart = 2000;
 
 }  // namespace
 
-// Row 0 holds no business: it marks an index that does not follow the store, which the next
-// search builds anew.
+// On a server, row 0 holds no business: it marks an index that does not follow the store, which
+// the next search builds anew. A store file and its index file cannot change in one step: the
+// index follows while both hold the same token, the index file in its row -1 and the store in a
+// table of its own. Taking the store's token marks the index as behind, in the transaction of
+// the change; an emptied, copied or restored store file holds no token of its index.
 void markBehind(store::Connection& c) {
-    c.execute(c.isServer() ? "INSERT INTO " + kRows + " (zeile) VALUES (0) ON CONFLICT DO NOTHING"
-                           : "INSERT OR REPLACE INTO " + kRows + " (zeile) VALUES (0)");
+    if (c.isServer())
+        c.execute("INSERT INTO " + kRows + " (zeile) VALUES (0) ON CONFLICT DO NOTHING");
+    else if (tableExists(c, kStand))
+        c.execute("DELETE FROM main." + kStand);
 }
 
+namespace {
+
+// The store's token, empty without one.
+std::string storeToken(store::Connection& c) {
+    if (!tableExists(c, kStand)) return {};
+    auto st = c.prepare("SELECT kennung FROM main." + kStand);
+    return st->step() ? text(*st, 0) : std::string();
+}
+
+}  // namespace
+
 void markFollowing(store::Connection& c) {
-    c.execute("DELETE FROM " + kRows + " WHERE zeile = 0");
+    if (c.isServer()) {
+        c.execute("DELETE FROM " + kRows + " WHERE zeile = 0");
+        return;
+    }
+    const auto index = indexConnection(c, false);
+    if (!index) return;
+    // The index file first: a token the store holds alone is one the index lacks.
+    std::random_device random;
+    const std::string token =
+        std::to_string(random()) + "-" + std::to_string(random()) + "-" +
+        std::to_string(std::chrono::system_clock::now().time_since_epoch().count());
+    index->execute("UPDATE " + rowsTable(*index) + " SET hist = ?1 WHERE zeile = -1",
+                   {Variant(token)});
+    inSavepoint(c, [&] {
+        c.execute("CREATE TABLE IF NOT EXISTS main." + kStand + " (kennung TEXT)");
+        c.execute("DELETE FROM main." + kStand);
+        c.execute("INSERT INTO main." + kStand + " (kennung) VALUES (?1)", {Variant(token)});
+    });
 }
 
 void prepareIndexTables(store::Connection& c) {
@@ -183,7 +227,9 @@ void markStale(store::Connection& c) {
 }
 
 bool indexKept(store::Connection& c) {
-    return tableExists(c, c.isServer() ? kRows : kWords);
+    if (c.isServer()) return tableExists(c, kRows);
+    const auto index = indexConnection(c, false);
+    return index && tableExists(*index, kWords, store::Connection::kIndexSchema);
 }
 
 // Row -1 names the form of the words an index holds: an index of an earlier form (one without
@@ -192,10 +238,15 @@ const char* const kWordsForm = "Worte 2";
 
 bool hasIndex(store::Connection& c) {
     if (!indexKept(c)) return false;
-    auto st = c.prepare("SELECT EXISTS (SELECT 1 FROM " + kRows +
-                        " WHERE zeile = 0), EXISTS (SELECT 1 FROM " + kRows +
-                        " WHERE zeile = -1 AND art = ?1)");
+    const std::string token = c.isServer() ? std::string() : storeToken(c);
+    if (!c.isServer() && token.empty()) return false;
+    const auto index = indexConnection(c, false);
+    const std::string rows = rowsTable(*index);
+    auto st = index->prepare(
+        "SELECT EXISTS (SELECT 1 FROM " + rows + " WHERE zeile = 0), EXISTS (SELECT 1 FROM " +
+        rows + " WHERE zeile = -1 AND art = ?1" + (c.isServer() ? ")" : " AND hist = ?2)"));
     st->bind(1, Variant(std::string(kWordsForm)));
+    if (!c.isServer()) st->bind(2, Variant(token));
     st->step();
     return st->column(0).toInteger() == 0 && st->column(1).toInteger() == 1;
 }
@@ -214,16 +265,19 @@ void tidyServerIndex(store::Connection& c) {
     c.execute("RELEASE tolma_suchindex_ordnen");
 }
 
-void buildIndex(store::Connection& c, const std::function<void(long, long)>& progress) {
-    inSavepoint(c, [&] {
-        dropEarlierIndex(c);
-        createIndex(c);
+namespace {
+
+// The rows of the whole index anew, on a connection that holds it.
+void fillIndex(store::Connection& c, const std::function<void(long, long)>& progress) {
+    createIndex(c);
+    {
+        const std::string rows = rowsTable(c), words = wordsTable(c);
         // Emptied rather than dropped: a table cannot go while the program's recordsets read.
-        c.execute("DELETE FROM " + kRows);
-        c.execute("INSERT INTO " + kRows + " (zeile, art) VALUES (-1, ?1)",
+        c.execute("DELETE FROM " + rows);
+        c.execute("INSERT INTO " + rows + " (zeile, art) VALUES (-1, ?1)",
                   {Variant(std::string(kWordsForm))});
         if (!c.isServer())
-            c.execute("INSERT INTO " + kWords + " (" + kWords + ") VALUES ('delete-all')");
+            c.execute("INSERT INTO " + words + " (" + kWords + ") VALUES ('delete-all')");
         auto count = c.prepare("SELECT count(*) FROM betrieb");
         count->step();
         const long total = static_cast<long>(count->column(0).toInteger());
@@ -251,7 +305,36 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
         }
         if (c.isServer()) tidyServerIndex(c);
         if (progress) progress(total, total);
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<store::Connection> indexConnection(store::Connection& c, bool create) {
+    if (c.isServer()) return c.shared_from_this();
+    // A store held by one connection alone keeps its index on that one.
+    auto index = c.exclusive() ? c.shared_from_this() : store::Connection::openBeside(c.file());
+    if (!index->holdIndexFile(create)) return nullptr;
+    return index;
+}
+
+void buildIndex(store::Connection& c, const std::function<void(long, long)>& progress) {
+    if (c.isServer()) {
+        inSavepoint(c, [&] {
+            fillIndex(c, progress);
+            markFollowing(c);
+        });
+        return;
+    }
+    // The store first forgets its token; the index file is filled on a connection of its own,
+    // and the store takes the token only once the index file holds it.
+    inSavepoint(c, [&] {
+        dropEarlierIndex(c);
+        markBehind(c);
     });
+    const auto index = indexConnection(c, true);
+    inSavepoint(*index, [&] { fillIndex(*index, progress); });
+    markFollowing(c);
 }
 
 std::vector<RowsToWrite> readRefresh(store::Connection& c, const std::vector<std::string>& betrNrs,
@@ -281,27 +364,6 @@ std::vector<RowsToWrite> readRefresh(store::Connection& c, const std::vector<std
         if (!done.count(numberKey(nr))) sharing.push_back(std::move(nr));
     if (!sharing.empty()) parts.push_back(readRows(c, sharing, false));
     return parts;
-}
-
-void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs,
-                  const std::vector<std::string>& persNrs, Persons persons,
-                  const NewBusinesses* added) {
-    if ((betrNrs.empty() && persNrs.empty() && !added) || !hasIndex(c)) return;
-    auto work = [&] {
-        for (const RowsToWrite& part : readRefresh(c, betrNrs, persNrs, persons, added))
-            writeRows(c, part);
-    };
-    try {
-        // Inside a transaction the work needs no savepoint, which would copy every page it
-        // changes once more: after a failure the index is built anew in any case.
-        if (!c.inTransaction())
-            inSavepoint(c, work);
-        else
-            work();
-    } catch (...) {
-        markBehind(c);
-        throw;
-    }
 }
 
 namespace {
@@ -367,13 +429,15 @@ Hit hitOf(store::Statement& st, long long rowid, const std::vector<Forms>& forms
 
 }  // namespace
 
-std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind, int limit) {
+std::vector<Hit> find(store::Connection& data, const std::string& query, Kind kind, int limit) {
     // A stray byte of a broken text is no word: as a beginning it would find every word that
     // starts with an umlaut.
     const std::vector<std::string> words = wordsOf(model::blankInvalidUtf8(query));
     // A search only reads: without an index it finds nothing, and building one is a step of
     // its own, with progress, that the window, the command line or the import takes.
-    if (words.empty() || !indexKept(c)) return {};
+    if (words.empty() || !indexKept(data)) return {};
+    const auto index = indexConnection(data, false);
+    store::Connection& c = *index;
     // Of many hits each question answers only its first rows, the current businesses first;
     // asking for the written words on their own keeps those hits among them however many others
     // agree by spelling or sound.
@@ -384,7 +448,7 @@ std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind,
             ? "SELECT zeile, art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, worte FROM " +
                   kRows + " WHERE " + kServerWords + " @@ ?1::tsquery AND zeile > 0"
             : "SELECT rowid, art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, worte FROM " +
-                  kWords + " WHERE " + kWords + " MATCH ?1";
+                  wordsTable(c) + " WHERE " + kWords + " MATCH ?1";
     if (kind == Kind::Businesses) sql += " AND art = 'B'";
     if (kind == Kind::Persons) sql += " AND art = 'P'";
     // The first rows by their numbers, as the full-text index gives them.

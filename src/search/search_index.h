@@ -11,8 +11,8 @@ class Connection;
 // One search across businesses and persons, through a full-text index of the data store
 // (SQLite FTS5) that holds every word three ways: as written (without regard to case), folded
 // (ä/ae/a, ß/ss, accents) and, for names, by sound (Kölner Phonetik), beside what a hit shows.
-// The index is two tables of its own, "tolma_suchtreffer" and "tolma_suchbegriffe"; no routine of
-// the system reads them.
+// The index is two tables of its own, "tolma_suchtreffer" and "tolma_suchbegriffe" (for a store
+// file in a file beside it); no routine of the system reads them.
 namespace tolma::core {
 struct Globals;
 }
@@ -49,13 +49,6 @@ std::string followChange(core::Globals& g);
 
 // Which persons a change of businesses wrote: those named, or any linked to the businesses.
 enum class Persons { Named, OfTheBusinesses };
-// Writes the rows of these businesses anew, and of every business linked to one of the persons,
-// since its rows show them: inside the transaction that is open, else in one of its own. An
-// index that cannot follow is left to the next search to build anew, and the failure is raised.
-// Businesses `added` to the store by the open transaction are read from the rows it wrote.
-void refreshIndex(store::Connection& c, const std::vector<std::string>& betrNrs,
-                  const std::vector<std::string>& persNrs = {}, Persons persons = Persons::Named,
-                  const NewBusinesses* added = nullptr);
 // The hits of a query, best first: every word must match; the last one also as a beginning.
 // It only reads: a store without the index gives no hits (see hasIndex and buildIndex).
 std::vector<Hit> find(store::Connection& c, const std::string& query, Kind kind, int limit);

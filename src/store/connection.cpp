@@ -634,6 +634,45 @@ std::shared_ptr<Connection> Connection::openReader(const std::filesystem::path& 
     return create(file, "", Kind::ReadOnly);
 }
 
+std::shared_ptr<Connection> Connection::openBeside(const std::filesystem::path& file) {
+    if (isServerText(file.string())) return createServer(file.string(), "");
+    return create(file, "", Kind::Beside);
+}
+
+std::filesystem::path Connection::indexFileOf(const std::filesystem::path& file) {
+    return file.string() + "-suche";
+}
+
+bool Connection::holdIndexFile(bool create) {
+    if (server_) return false;
+    if (holdsIndex_) return true;
+    const std::filesystem::path index = indexFileOf(file_);
+    std::error_code ec;
+    if (!std::filesystem::exists(index, ec)) {
+        if (!create) return false;
+        // Made apart, in the mode the store has: the attaching connection may not create files.
+        sqlite3* made = nullptr;
+        int rc = sqlite3_open_v2(index.c_str(), &made,
+                                 SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
+                                 nullptr);
+        if (rc == SQLITE_OK)
+            rc = sqlite3_exec(made, "PRAGMA journal_mode = WAL", nullptr, nullptr, nullptr);
+        const std::string msg = made ? sqlite3_errmsg(made) : "";
+        sqlite3_close(made);
+        if (rc != SQLITE_OK)
+            throwDao("DAO.DBEngine", err::kCannotOpen,
+                     "Die Datei '" + index.string() + "' kann nicht angelegt werden. " + msg);
+    }
+    char* sql = sqlite3_mprintf("ATTACH DATABASE %Q AS %s", index.c_str(), kIndexSchema);
+    const int rc = sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
+    sqlite3_free(sql);
+    if (rc != SQLITE_OK) fail("DAO.DBEngine", "");
+    sqlite3_exec(db_, "PRAGMA suche.synchronous = NORMAL", nullptr, nullptr, nullptr);
+    sqlite3_busy_timeout(db_, 2000);
+    holdsIndex_ = true;
+    return true;
+}
+
 std::shared_ptr<Connection> Connection::create(const std::filesystem::path& file,
                                                const std::string& key, Kind kind) {
     std::shared_ptr<Connection> c(new Connection(file, key));
@@ -719,7 +758,11 @@ void Connection::configure(Kind kind) {
         }
         run("PRAGMA synchronous = NORMAL");
         run("PRAGMA wal_autocheckpoint = 10000");
+    } else if (kind == Kind::Beside) {
+        sqlite3_busy_timeout(db_, 2000);
+        run("PRAGMA synchronous = NORMAL");
     }
+    kind_ = kind;
 }
 
 std::unique_ptr<Statement> Connection::prepare(const std::string& sql) {
@@ -985,14 +1028,16 @@ void Connection::createIfMissing(const std::string& table, const std::vector<std
     for (const auto& sql : create) execute(sql);
 }
 
-bool Connection::hasTable(const std::string& name) {
+bool Connection::hasTable(const std::string& name, const std::string& schema) {
     if (server_)
         return server_
                    ->query("SELECT to_regclass(quote_ident($1)) IS NOT NULL",
                            {text::lowerAscii(name)})
                    .rows.at(0)
                    .at(0) == "t";
-    auto& st = cached("SELECT 1 FROM main.sqlite_master WHERE type = 'table' AND name = ?1");
+    if (schema == kIndexSchema && !holdsIndex_) return false;
+    auto& st = cached("SELECT 1 FROM " + jet::quoteName(schema) +
+                      ".sqlite_master WHERE type = 'table' AND name = ?1");
     st.bind(1, Variant(name));
     const bool found = st.step();
     st.reset();

@@ -133,7 +133,9 @@ class ChangeListener {
 // is a file free to be compacted, replaced or deleted.
 class Connection : public std::enable_shared_from_this<Connection> {
   public:
-    enum class Kind { Shared, Exclusive, ReadOnly };
+    // Beside: a second connection of this process, beside the one it shares; it may write, and
+    // leaves the journal as the shared one set it.
+    enum class Kind { Shared, Exclusive, ReadOnly, Beside };
 
     // Opens the file or connects to the server, or shares the connection this process already
     // holds on it.
@@ -144,8 +146,24 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // A connection of its own for reading the file on another thread, beside the one this
     // process shares; it sees what the shared one has committed.
     static std::shared_ptr<Connection> openReader(const std::filesystem::path& file);
+    // A connection of its own that may also write, beside the one this process shares: for
+    // the search index, which another thread writes into its own file during an import.
+    static std::shared_ptr<Connection> openBeside(const std::filesystem::path& file);
     // True while some handle of this process holds the file.
     static bool isOpen(const std::filesystem::path& file);
+
+    // A store file keeps its search index in a file of its own beside it, so that one thread
+    // may write the index while another writes the data: SQLite lets one writer at a time into
+    // a file. Its tables are named "suche.…" on a connection that holds it.
+    static constexpr const char* kIndexSchema = "suche";
+    static std::filesystem::path indexFileOf(const std::filesystem::path& file);
+    // Holds the index file, made empty where `create` and it is missing; outside a transaction.
+    // Returns whether it is held. Held by connections of their own (openBeside()): a
+    // connection that reads the index while its recordsets read the store would go on seeing
+    // the index as it was when they began, and could not write it after another connection did.
+    bool holdIndexFile(bool create);
+    // Whether no other connection may open the file while this one holds it.
+    bool exclusive() const { return kind_ == Kind::Exclusive; }
 
     ~Connection();
     Connection(const Connection&) = delete;
@@ -206,8 +224,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // watch the table hear of it first. Returns the number of rows deleted.
     long long deleteWhere(const std::string& table, const jet::Prepared& where, bool rowsAreNew);
 
-    // Whether the store holds a table of that name.
-    bool hasTable(const std::string& name);
+    // Whether the store holds a table of that name (in a file store: in the given schema).
+    bool hasTable(const std::string& name, const std::string& schema = "main");
     // Runs `create` (a CREATE TABLE … of `table`, with what goes with it) where the store
     // lacks the table. A server refuses even CREATE … IF NOT EXISTS to a login that may write
     // into the tables but not create any, as the set-up's roles are.
@@ -314,6 +332,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // The server's database compares texts by their bytes (a "C" collation): its indexes then
     // serve the orders the program compares byte by byte.
     bool serverSortsBytes_ = false;
+    bool holdsIndex_ = false;
+    Kind kind_ = Kind::Shared;
     std::unordered_map<std::string, std::vector<long long>> reservedIds_;  // in reverse order
     std::unordered_map<std::string, std::string> sequences_;  // of a table's row ids, quoted
     std::filesystem::path file_;

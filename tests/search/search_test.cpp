@@ -127,6 +127,12 @@ std::string business(const std::string& nr, const std::string& name, const std::
 
 struct SearchFixture : ImportFixture {
     store::Connection& c() { return *g().stores.db_daten.connection(); }
+    // The connection that holds the index file.
+    store::Connection& ix() {
+        if (!index_) index_ = search::indexConnection(c(), true);
+        return *index_;
+    }
+    std::shared_ptr<store::Connection> index_;
     // A search as the window and the command line make it: the index is built first where it
     // does not follow the store, since a search itself only reads.
     std::vector<search::Hit> search(const std::string& query, search::Kind kind, int limit) {
@@ -141,9 +147,9 @@ struct SearchFixture : ImportFixture {
     }
     // The index's rows without their numbers, but with whether they are of removed businesses.
     std::vector<std::string> indexRows() {
-        auto st = c().prepare(
+        auto st = ix().prepare(
             "SELECT art, betr_nr, hist, pers_nr, name, strasse, ort, gem_kz, worte, zeile >= " +
-            std::to_string(search::kRemoved) + " FROM tolma_suchtreffer");
+            std::to_string(search::kRemoved) + " FROM tolma_suchtreffer WHERE zeile > 0");
         std::vector<std::string> out;
         while (st->step()) {
             std::string row;
@@ -153,13 +159,10 @@ struct SearchFixture : ImportFixture {
         std::sort(out.begin(), out.end());
         return out;
     }
-    // The rows an index built anew would have; the index stays as it is.
+    // The rows an index built anew has; it is built anew.
     std::vector<std::string> rebuiltRows() {
-        c().execute("BEGIN");
         search::buildIndex(c());
-        auto rows = indexRows();
-        c().execute("ROLLBACK");
-        return rows;
+        return indexRows();
     }
     // A generated file of `businesses` businesses, read in.
     transfer::ImportOutcome importGenerated(long businesses, unsigned seed) {
@@ -176,8 +179,8 @@ struct SearchFixture : ImportFixture {
         EXPECT_FALSE(kept.empty()) << step;
         // The full-text index agrees with its rows: no word of a replaced row is left behind.
         EXPECT_NO_THROW(
-            c().execute("INSERT INTO tolma_suchbegriffe (tolma_suchbegriffe, rank) "
-                        "VALUES ('integrity-check', 1)"))
+            ix().execute("INSERT INTO tolma_suchbegriffe (tolma_suchbegriffe, rank) "
+                         "VALUES ('integrity-check', 1)"))
             << step;
     }
 };
@@ -404,15 +407,16 @@ TEST(SearchTest, AnIndexThatCannotFollowAnImportIsBuiltBeforeTheNextSearch) {
     first.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer")};
     ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
     search::buildIndex(f.c());
-    f.c().execute(
-        "CREATE TRIGGER voll BEFORE INSERT ON tolma_suchtreffer WHEN NEW.zeile > 0 BEGIN SELECT "
+    f.ix().execute(
+        "CREATE TRIGGER suche.voll BEFORE INSERT ON tolma_suchtreffer WHEN NEW.zeile > 0 BEGIN "
+        "SELECT "
         "RAISE(ABORT, 'database or disk is full'); END");
     TmlFile second;
     second.betriebe = {business("1002", "Müller Spedition", "Am Hafen 1", "Müller")};
     ASSERT_EQ(f.import(second), transfer::ImportOutcome::Finished);  // the businesses are stored
     EXPECT_EQ(f.entries("Suchindex"), 1);
     EXPECT_FALSE(search::hasIndex(f.c()));
-    f.c().execute("DROP TRIGGER voll");
+    f.ix().execute("DROP TRIGGER suche.voll");
     // A search on its own only reads: it answers from what the index holds and leaves it
     // behind; the window's search builds it first.
     EXPECT_TRUE(search::find(f.c(), "Spedition", search::Kind::Businesses, 20).empty());
@@ -442,7 +446,7 @@ TEST(SearchTest, AnImportOfAFewBusinessesWritesOnlyTheirRowsAnew) {
                                         "Müller Spedition", "Maier Bau"}));
     EXPECT_EQ(f.names("Spedition", search::Kind::Persons), std::vector<std::string>{"Müller"});
     // The full-text index agrees with its rows: no word of a replaced row is left behind.
-    EXPECT_NO_THROW(f.c().execute(
+    EXPECT_NO_THROW(f.ix().execute(
         "INSERT INTO tolma_suchbegriffe (tolma_suchbegriffe, rank) VALUES ('integrity-check', 1)"));
 }
 
@@ -485,8 +489,9 @@ TEST(SearchTest, ATakingBackTellsTheTruthWhenTheIndexCannotBeBuiltAfterIt) {
     ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
     ASSERT_EQ(f.import(second), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.names("Petersen"), Strings{"Petersen Spedition"});  // builds the index
-    f.c().execute(
-        "CREATE TRIGGER voll BEFORE INSERT ON tolma_suchtreffer WHEN NEW.zeile > 0 BEGIN SELECT "
+    f.ix().execute(
+        "CREATE TRIGGER suche.voll BEFORE INSERT ON tolma_suchtreffer WHEN NEW.zeile > 0 BEGIN "
+        "SELECT "
         "RAISE(ABORT, 'database or disk is full'); END");
     f.dialogs.answers = {core::msg::vbYes};
     const auto result = transfer::askAndTakeBack(f.g(), std::nullopt);
@@ -497,7 +502,7 @@ TEST(SearchTest, ATakingBackTellsTheTruthWhenTheIndexCannotBeBuiltAfterIt) {
         << f.lastMessage();
     EXPECT_EQ(f.lastMessage().find("unverändert"), std::string::npos);
     EXPECT_TRUE(transfer::importRuns(f.c()).back().zurueckgenommen);
-    f.c().execute("DROP TRIGGER voll");
+    f.ix().execute("DROP TRIGGER suche.voll");
     EXPECT_TRUE(f.names("Petersen").empty());
     EXPECT_EQ(f.names("Transporte"), Strings{"Müller Transporte"});
     expectSearchAsBuilt(f, "after taking back");
@@ -511,8 +516,9 @@ TEST(SearchTest, ADeletionAfterThePeriodTellsTheTruthWhenTheIndexCannotBeBuiltAf
     file.betriebe = {gone, business("1002", "Müller Transporte", "Am Hafen 1", "Müller")};
     ASSERT_EQ(f.import(file), transfer::ImportOutcome::Finished);
     EXPECT_EQ(f.names("Quendtwick"), Strings{"Galerie Quendt"});  // builds the index
-    f.c().execute(
-        "CREATE TRIGGER voll BEFORE INSERT ON tolma_suchtreffer WHEN NEW.zeile > 0 BEGIN SELECT "
+    f.ix().execute(
+        "CREATE TRIGGER suche.voll BEFORE INSERT ON tolma_suchtreffer WHEN NEW.zeile > 0 BEGIN "
+        "SELECT "
         "RAISE(ABORT, 'database or disk is full'); END");
     f.dialogs.answers = {core::msg::vbYes};
     const auto result = protection::deleteAfterPeriod(f.g(), 20200101, false, nullptr);
@@ -526,7 +532,7 @@ TEST(SearchTest, ADeletionAfterThePeriodTellsTheTruthWhenTheIndexCannotBeBuiltAf
     left->step();
     EXPECT_EQ(left->column(0).toInteger(), 1);
     left.reset();
-    f.c().execute("DROP TRIGGER voll");
+    f.ix().execute("DROP TRIGGER suche.voll");
     // The next search builds the index anew: the deleted business is not found.
     EXPECT_TRUE(f.names("Quendtwick").empty());
     EXPECT_EQ(f.names("Transporte"), Strings{"Müller Transporte"});
