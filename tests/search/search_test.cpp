@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 #include <sstream>
 
@@ -296,6 +297,16 @@ TEST(SearchTest, TheIndexesOfEarlierFormsAreLetGoWhenTheIndexIsBuilt) {
           "'tolma_suchzeilen', content_rowid = 'zeile')",
           "INSERT INTO tolma_suchzeilen VALUES (1, 'Bäckerei Meyer', 'bäckerei meyer')",
           "INSERT INTO tolma_suchworte (tolma_suchworte) VALUES ('rebuild')"}},
+        // The index of this form as the store file itself held it.
+        {"tolma_suchbegriffe",
+         {"CREATE TABLE tolma_suchtreffer (zeile INTEGER PRIMARY KEY, art TEXT, betr_nr TEXT, "
+          "hist TEXT, pers_nr TEXT, name TEXT, strasse TEXT, ort TEXT, gem_kz TEXT, worte TEXT)",
+          "CREATE VIRTUAL TABLE tolma_suchbegriffe USING fts5(worte, content = "
+          "'tolma_suchtreffer', content_rowid = 'zeile')",
+          "INSERT INTO tolma_suchtreffer (zeile, art) VALUES (-1, 'Worte 2')",
+          "INSERT INTO tolma_suchtreffer (zeile, art, betr_nr, name, worte) VALUES (1, 'B', "
+          "'1001', 'Bäckerei Meyer', 'bäckerei meyer')",
+          "INSERT INTO tolma_suchbegriffe (tolma_suchbegriffe) VALUES ('rebuild')"}},
     };
     for (const auto& form : forms) {
         SearchFixture f;
@@ -312,6 +323,33 @@ TEST(SearchTest, TheIndexesOfEarlierFormsAreLetGoWhenTheIndexIsBuilt) {
             EXPECT_EQ(f.rows(std::string("SELECT count(*) FROM ") + form.words), Strings{"0"});
         }
     }
+}
+
+// The store and its index file change apart: a store file or an index file put back from a
+// backup, or an index file of another store, is no index of the store.
+TEST(SearchTest, AnIndexFileOfAnotherTimeIsBuiltAnew) {
+    SearchFixture f;
+    TmlFile first, second;
+    first.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer")};
+    second.betriebe = {business("1002", "Kiosk Petersen", "Am Markt 1", "Petersen")};
+    ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.names("Meyer"), Strings{"Bäckerei Meyer"});
+    const std::string indexFile = store::Connection::indexFileOf(f.c().file()).string();
+    f.ix().execute("VACUUM suche INTO ?1", {store::Variant(indexFile + ".alt")});
+    ASSERT_EQ(f.import(second), transfer::ImportOutcome::Finished);
+    EXPECT_TRUE(search::hasIndex(f.c()));  // kept by the import
+    EXPECT_EQ(search::find(f.c(), "Petersen", search::Kind::Businesses, 20).size(), 1u);
+
+    f.index_.reset();
+    for (const char* part : {"-wal", "-shm"}) std::filesystem::remove(indexFile + part);
+    std::filesystem::rename(indexFile + ".alt", indexFile);
+    EXPECT_FALSE(search::hasIndex(f.c()));
+    EXPECT_EQ(f.names("Petersen"), Strings{"Kiosk Petersen"});
+    EXPECT_TRUE(search::hasIndex(f.c()));
+
+    // The store without its token, as a store emptied or copied without its index.
+    f.c().execute("DELETE FROM tolma_suchstand");
+    EXPECT_FALSE(search::hasIndex(f.c()));
 }
 
 // A business with two addresses, the first of another kind, two activities and two persons, the
