@@ -120,6 +120,9 @@ void replaceWithEmptyFile(core::Globals& g) {
     core::copyFileAtomically(*found, target);
     std::filesystem::permissions(target, rights, ec);  // the owner's rights stay
     for (const char* side : {"-wal", "-shm"}) std::filesystem::remove(target.string() + side, ec);
+    // The search index of the old store goes with it: it holds names and addresses.
+    const std::string index = store::Connection::indexFileOf(target).string();
+    for (const char* side : {"", "-wal", "-shm"}) std::filesystem::remove(index + side, ec);
 }
 
 }  // namespace

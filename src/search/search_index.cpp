@@ -333,6 +333,10 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
         markBehind(c);
     });
     const auto index = indexConnection(c, true);
+    // What the index held goes from the file, not only from its tables: after a deletion it
+    // would otherwise keep names and addresses of what was deleted.
+    index->execute(std::string("PRAGMA ") + store::Connection::kIndexSchema +
+                   ".secure_delete = ON");
     inSavepoint(*index, [&] { fillIndex(*index, progress); });
     markFollowing(c);
 }

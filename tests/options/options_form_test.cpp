@@ -4,6 +4,8 @@
 #include "../transfer/import_fixture.h"
 #include "core/error_log.h"
 #include "options/options_form.h"
+#include "search/search_index.h"
+#include "store/connection.h"
 
 namespace tolma::test {
 namespace {
@@ -113,6 +115,9 @@ TEST(OptionsTest, EmptyingReplacesTheActiveStoreByAnEmptyOne) {
     transfer::Upd_1_Start(
         f.g(), (std::filesystem::path(TOLMA_SOURCE_DIR) / "data" / "beispiel.tml").string());
     ASSERT_GT(f.count("betrieb"), 0);
+    search::buildIndex(*f.g().stores.db_daten.connection());
+    const auto index = store::Connection::indexFileOf(f.g().stores.db_name_daten);
+    ASSERT_TRUE(std::filesystem::exists(index));
     options::Form_Activate(f.g(), f.form);
     f.dialogs.answers = {core::msg::vbNo};
     options::Command4_Click(f.g(), f.form, 0);
@@ -123,6 +128,7 @@ TEST(OptionsTest, EmptyingReplacesTheActiveStoreByAnEmptyOne) {
     f.dialogs.answers = {core::msg::vbYes};
     options::Command4_Click(f.g(), f.form, 0);
     EXPECT_EQ(f.count("betrieb"), 0);
+    EXPECT_FALSE(std::filesystem::exists(index));  // its names and addresses go with it
     EXPECT_EQ(f.lastMessage(), "Die Datenbank wurde gelöscht und ersetzt!");
     EXPECT_EQ(f.dialogs.shown[f.dialogs.shown.size() - 2].style, 20);
     EXPECT_FALSE(f.g().forms.startView.Image2Visible);
