@@ -18,9 +18,13 @@
 namespace tolma::search {
 namespace {
 
+// Of the number as numberKey() gives it, without making that text.
 std::uint64_t hashOf(std::string_view nr) {
     std::uint64_t h = 14695981039346656037ull;
-    for (const char ch : numberKey(nr)) h = (h ^ static_cast<unsigned char>(ch)) * 1099511628211ull;
+    for (char ch : nr) {
+        if (ch >= 'A' && ch <= 'Z') ch = static_cast<char>(ch + ('a' - 'A'));
+        h = (h ^ static_cast<unsigned char>(ch)) * 1099511628211ull;
+    }
     return h;
 }
 
@@ -148,10 +152,16 @@ void IndexUpkeep::work() {
 }
 
 void IndexUpkeep::run(const Noted& n, const std::filesystem::path& file, bool writes) {
-    std::shared_ptr<store::Connection> own =
-        writes ? store::Connection::openBeside(file) : store::Connection::openReader(file);
-    if (writes && !own->holdIndexFile(false))
-        throw std::runtime_error("Die Datei des Suchindex fehlt.");
+    // Kept from block to block: the last connection to the index file that closes writes its
+    // log into it.
+    if (!own_) {
+        auto opened =
+            writes ? store::Connection::openBeside(file) : store::Connection::openReader(file);
+        if (writes && !opened->holdIndexFile(false))
+            throw std::runtime_error("Die Datei des Suchindex fehlt.");
+        own_ = std::move(opened);
+    }
+    store::Connection* own = own_.get();
     try {
         // One snapshot: the store as the block's commit left it, or a later one.
         own->execute("BEGIN");
@@ -166,6 +176,7 @@ void IndexUpkeep::run(const Noted& n, const std::filesystem::path& file, bool wr
         }
     } catch (...) {
         own->rollbackOpen();
+        own_.reset();
         throw;
     }
 }
@@ -173,6 +184,8 @@ void IndexUpkeep::run(const Noted& n, const std::filesystem::path& file, bool wr
 void IndexUpkeep::settle() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return !waiting_ && !busy_; });
+    // Nothing of this run holds the store's file any more: it may be replaced.
+    own_.reset();
 }
 
 void IndexUpkeep::stop() {
@@ -182,6 +195,7 @@ void IndexUpkeep::stop() {
     }
     changed_.notify_all();
     if (worker_.joinable()) worker_.join();
+    own_.reset();
 }
 
 void IndexUpkeep::abandon() {

@@ -108,7 +108,8 @@ class IndexUpkeep final : private store::ChangeListener {
     std::condition_variable changed_;
     std::optional<Task> waiting_;
     bool busy_ = false, stopping_ = false;
-    std::vector<RowsToWrite> found_;  // read, and not yet kept by a commit
+    std::shared_ptr<store::Connection> own_;  // the thread's, while it has blocks to do
+    std::vector<RowsToWrite> found_;          // read, and not yet kept by a commit
     std::exception_ptr readFailed_;
     Numbers businesses_, persons_;  // held by the store before the block
     std::weak_ptr<store::Connection> watched_;

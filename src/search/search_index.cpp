@@ -1,8 +1,10 @@
 #include "search/search_index.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
+#include <mutex>
 #include <random>
 #include <set>
 #include <unordered_set>
@@ -226,10 +228,68 @@ void markStale(store::Connection& c) {
     if (hasIndex(c)) markBehind(c);
 }
 
+namespace {
+
+// The connection that reads the index file of the store last searched, with the file it
+// holds: one put in its place (emptying, a backup) is opened anew. Every statement on it runs
+// to its end, so that each one sees what the writers have committed.
+struct IndexReader {
+    std::mutex mutex;
+    std::string path;
+    dev_t device = 0;
+    ino_t inode = 0;
+    std::shared_ptr<store::Connection> connection;
+};
+
+IndexReader& indexReader() {
+    static IndexReader reader;
+    return reader;
+}
+
+std::shared_ptr<store::Connection> readingConnection(store::Connection& c) {
+    const std::string path = store::Connection::indexFileOf(c.file()).string();
+    struct stat st {};
+    IndexReader& r = indexReader();
+    std::lock_guard lock(r.mutex);
+    if (::stat(path.c_str(), &st) != 0) {
+        r.connection.reset();
+        return nullptr;
+    }
+    if (!r.connection || r.path != path || r.device != st.st_dev || r.inode != st.st_ino) {
+        r.connection.reset();
+        r.connection = store::Connection::openIndexReader(c.file());
+        r.path = path;
+        r.device = st.st_dev;
+        r.inode = st.st_ino;
+    }
+    return r.connection;
+}
+
+// After a build: the connection that wrote the index reads it next, with the pages it holds.
+void keepAsReader(const std::shared_ptr<store::Connection>& index) {
+    const std::string path = store::Connection::indexFileOf(index->file()).string();
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return;
+    IndexReader& r = indexReader();
+    std::lock_guard lock(r.mutex);
+    r.connection = index;
+    r.path = path;
+    r.device = st.st_dev;
+    r.inode = st.st_ino;
+}
+
+// The connection that reads the index where the store keeps one, else none.
+std::shared_ptr<store::Connection> keptIndex(store::Connection& c) {
+    if (c.isServer()) return tableExists(c, kRows) ? c.shared_from_this() : nullptr;
+    auto index = readingConnection(c);
+    if (!index || !tableExists(*index, kWords, store::Connection::kIndexSchema)) return nullptr;
+    return index;
+}
+
+}  // namespace
+
 bool indexKept(store::Connection& c) {
-    if (c.isServer()) return tableExists(c, kRows);
-    const auto index = indexConnection(c, false);
-    return index && tableExists(*index, kWords, store::Connection::kIndexSchema);
+    return keptIndex(c) != nullptr;
 }
 
 // Row -1 names the form of the words an index holds: an index of an earlier form (one without
@@ -237,10 +297,10 @@ bool indexKept(store::Connection& c) {
 const char* const kWordsForm = "Worte 2";
 
 bool hasIndex(store::Connection& c) {
-    if (!indexKept(c)) return false;
     const std::string token = c.isServer() ? std::string() : storeToken(c);
     if (!c.isServer() && token.empty()) return false;
-    const auto index = indexConnection(c, false);
+    const auto index = keptIndex(c);
+    if (!index) return false;
     const std::string rows = rowsTable(*index);
     auto st = index->prepare(
         "SELECT EXISTS (SELECT 1 FROM " + rows + " WHERE zeile = 0), EXISTS (SELECT 1 FROM " +
@@ -273,11 +333,17 @@ void fillIndex(store::Connection& c, const std::function<void(long, long)>& prog
     {
         const std::string rows = rowsTable(c), words = wordsTable(c);
         // Emptied rather than dropped: a table cannot go while the program's recordsets read.
+        // What the index held goes from the file, not only from its tables: after a deletion
+        // it would otherwise keep names and addresses of what was deleted.
+        const std::string secure =
+            std::string("PRAGMA ") + store::Connection::kIndexSchema + ".secure_delete = ";
+        if (!c.isServer()) c.execute(secure + "ON");
         c.execute("DELETE FROM " + rows);
-        c.execute("INSERT INTO " + rows + " (zeile, art) VALUES (-1, ?1)",
-                  {Variant(std::string(kWordsForm))});
         if (!c.isServer())
             c.execute("INSERT INTO " + words + " (" + kWords + ") VALUES ('delete-all')");
+        if (!c.isServer()) c.execute(secure + "OFF");
+        c.execute("INSERT INTO " + rows + " (zeile, art) VALUES (-1, ?1)",
+                  {Variant(std::string(kWordsForm))});
         auto count = c.prepare("SELECT count(*) FROM betrieb");
         count->step();
         const long total = static_cast<long>(count->column(0).toInteger());
@@ -333,12 +399,13 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
         markBehind(c);
     });
     const auto index = indexConnection(c, true);
-    // What the index held goes from the file, not only from its tables: after a deletion it
-    // would otherwise keep names and addresses of what was deleted.
-    index->execute(std::string("PRAGMA ") + store::Connection::kIndexSchema +
-                   ".secure_delete = ON");
     inSavepoint(*index, [&] { fillIndex(*index, progress); });
+    // The log of the index file goes too: its earlier pages hold what the index held before.
+    if (!index->inTransaction())
+        index->execute(std::string("PRAGMA ") + store::Connection::kIndexSchema +
+                       ".wal_checkpoint(TRUNCATE)");
     markFollowing(c);
+    if (!c.exclusive()) keepAsReader(index);
 }
 
 std::vector<RowsToWrite> readRefresh(store::Connection& c, const std::vector<std::string>& betrNrs,
@@ -439,8 +506,9 @@ std::vector<Hit> find(store::Connection& data, const std::string& query, Kind ki
     const std::vector<std::string> words = wordsOf(model::blankInvalidUtf8(query));
     // A search only reads: without an index it finds nothing, and building one is a step of
     // its own, with progress, that the window, the command line or the import takes.
-    if (words.empty() || !indexKept(data)) return {};
-    const auto index = indexConnection(data, false);
+    if (words.empty()) return {};
+    const auto index = keptIndex(data);
+    if (!index) return {};
     store::Connection& c = *index;
     // Of many hits each question answers only its first rows, the current businesses first;
     // asking for the written words on their own keeps those hits among them however many others

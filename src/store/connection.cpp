@@ -639,6 +639,16 @@ std::shared_ptr<Connection> Connection::openBeside(const std::filesystem::path& 
     return create(file, "", Kind::Beside);
 }
 
+std::shared_ptr<Connection> Connection::openIndexReader(const std::filesystem::path& file) {
+    std::shared_ptr<Connection> c(new Connection(file, ""));
+    if (sqlite3_open_v2(":memory:", &c->db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
+                        nullptr) != SQLITE_OK)
+        c->fail("DAO.DBEngine", "");
+    c->configure(Kind::Beside);
+    if (!c->holdIndexFile(false)) return nullptr;
+    return c;
+}
+
 std::filesystem::path Connection::indexFileOf(const std::filesystem::path& file) {
     return file.string() + "-suche";
 }
@@ -668,6 +678,7 @@ bool Connection::holdIndexFile(bool create) {
     sqlite3_free(sql);
     if (rc != SQLITE_OK) fail("DAO.DBEngine", "");
     sqlite3_exec(db_, "PRAGMA suche.synchronous = NORMAL", nullptr, nullptr, nullptr);
+    sqlite3_exec(db_, "PRAGMA suche.cache_size = -65536", nullptr, nullptr, nullptr);
     sqlite3_busy_timeout(db_, 2000);
     holdsIndex_ = true;
     return true;
@@ -761,6 +772,7 @@ void Connection::configure(Kind kind) {
     } else if (kind == Kind::Beside) {
         sqlite3_busy_timeout(db_, 2000);
         run("PRAGMA synchronous = NORMAL");
+        run("PRAGMA wal_autocheckpoint = 10000");
     }
     kind_ = kind;
 }

@@ -149,6 +149,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // A connection of its own that may also write, beside the one this process shares: for
     // the search index, which another thread writes into its own file during an import.
     static std::shared_ptr<Connection> openBeside(const std::filesystem::path& file);
+    // A connection that holds the index file of a store file and nothing of the store: for
+    // reading the index, kept between searches for the pages it has read. None without the file.
+    static std::shared_ptr<Connection> openIndexReader(const std::filesystem::path& file);
     // True while some handle of this process holds the file.
     static bool isOpen(const std::filesystem::path& file);
 

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <set>
 #include <sstream>
 
@@ -322,6 +324,29 @@ TEST(SearchTest, TheIndexesOfEarlierFormsAreLetGoWhenTheIndexIsBuilt) {
                  .empty()) {
             EXPECT_EQ(f.rows(std::string("SELECT count(*) FROM ") + form.words), Strings{"0"});
         }
+    }
+}
+
+// A deletion after the period leaves nothing of what it deleted in the index file or its log,
+// not even in pages the index no longer uses.
+TEST(SearchTest, ADeletionAfterThePeriodLeavesNoTraceInTheIndexFile) {
+    SearchFixture f;
+    TmlFile file;
+    std::string gone = business("1001", "Galerie Quendt", "Hafen 1", "Quendtwick", "20151231");
+    gone.insert(gone.find("<adressen>"), "<meld-art>03</meld-art>\n");
+    file.betriebe = {gone, business("1002", "Müller Transporte", "Am Hafen 1", "Müller")};
+    ASSERT_EQ(f.import(file), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.names("Quendtwick"), Strings{"Galerie Quendt"});  // builds the index
+    f.dialogs.answers = {core::msg::vbYes};
+    ASSERT_EQ(protection::deleteAfterPeriod(f.g(), 20200101, false, nullptr).outcome,
+              protection::DeletionOutcome::Deleted);
+    EXPECT_EQ(f.lastMessage().find("Suchindex"), std::string::npos) << f.lastMessage();
+    EXPECT_EQ(f.names("Transporte"), Strings{"Müller Transporte"});
+    const std::string index = store::Connection::indexFileOf(f.c().file()).string();
+    for (const char* part : {"", "-wal"}) {
+        std::ifstream in(index + part, std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(in)), {});
+        EXPECT_EQ(bytes.find("uendtwick"), std::string::npos) << part;
     }
 }
 
