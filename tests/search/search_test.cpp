@@ -327,16 +327,22 @@ TEST(SearchTest, TheIndexesOfEarlierFormsAreLetGoWhenTheIndexIsBuilt) {
     }
 }
 
-// A deletion after the period leaves nothing of what it deleted in the index file or its log,
-// not even in pages the index no longer uses.
-TEST(SearchTest, ADeletionAfterThePeriodLeavesNoTraceInTheIndexFile) {
-    SearchFixture f;
+// Two businesses, the first one deregistered long enough ago to be deleted after the period; the
+// index is built.
+void importOneToDelete(SearchFixture& f) {
     TmlFile file;
     std::string gone = business("1001", "Galerie Quendt", "Hafen 1", "Quendtwick", "20151231");
     gone.insert(gone.find("<adressen>"), "<meld-art>03</meld-art>\n");
     file.betriebe = {gone, business("1002", "Müller Transporte", "Am Hafen 1", "Müller")};
     ASSERT_EQ(f.import(file), transfer::ImportOutcome::Finished);
-    EXPECT_EQ(f.names("Quendtwick"), Strings{"Galerie Quendt"});  // builds the index
+    EXPECT_EQ(f.names("Quendtwick"), Strings{"Galerie Quendt"});
+}
+
+// A deletion after the period leaves nothing of what it deleted in the index file or its log,
+// not even in pages the index no longer uses.
+TEST(SearchTest, ADeletionAfterThePeriodLeavesNoTraceInTheIndexFile) {
+    SearchFixture f;
+    importOneToDelete(f);
     f.dialogs.answers = {core::msg::vbYes};
     ASSERT_EQ(protection::deleteAfterPeriod(f.g(), 20200101, false, nullptr).outcome,
               protection::DeletionOutcome::Deleted);
@@ -573,12 +579,7 @@ TEST(SearchTest, ATakingBackTellsTheTruthWhenTheIndexCannotBeBuiltAfterIt) {
 
 TEST(SearchTest, ADeletionAfterThePeriodTellsTheTruthWhenTheIndexCannotBeBuiltAfterIt) {
     SearchFixture f;
-    TmlFile file;
-    std::string gone = business("1001", "Galerie Quendt", "Hafen 1", "Quendtwick", "20151231");
-    gone.insert(gone.find("<adressen>"), "<meld-art>03</meld-art>\n");
-    file.betriebe = {gone, business("1002", "Müller Transporte", "Am Hafen 1", "Müller")};
-    ASSERT_EQ(f.import(file), transfer::ImportOutcome::Finished);
-    EXPECT_EQ(f.names("Quendtwick"), Strings{"Galerie Quendt"});  // builds the index
+    importOneToDelete(f);
     f.ix().execute(
         "CREATE TRIGGER suche.voll BEFORE INSERT ON tolma_suchtreffer WHEN NEW.zeile > 0 BEGIN "
         "SELECT "
