@@ -220,7 +220,7 @@ void IndexUpkeep::finish(store::Connection& c, const std::vector<std::string>& a
         } else {
             if (!also.empty()) {
                 const auto index = indexConnection(c, false);
-                if (!index) throw std::runtime_error("Suchindex fehlt");
+                if (!index) throw std::runtime_error("Die Datei des Suchindex fehlt.");
                 index->execute("BEGIN");
                 try {
                     for (const RowsToWrite& part :
