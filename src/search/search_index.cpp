@@ -246,6 +246,15 @@ IndexReader& indexReader() {
     return reader;
 }
 
+// Under the reader's mutex.
+void takeAsReader(IndexReader& r, std::shared_ptr<store::Connection> connection,
+                  const std::string& path, const struct stat& st) {
+    r.connection = std::move(connection);
+    r.path = path;
+    r.device = st.st_dev;
+    r.inode = st.st_ino;
+}
+
 std::shared_ptr<store::Connection> readingConnection(store::Connection& c) {
     const std::string path = store::Connection::indexFileOf(c.file()).string();
     struct stat st {};
@@ -257,10 +266,7 @@ std::shared_ptr<store::Connection> readingConnection(store::Connection& c) {
     }
     if (!r.connection || r.path != path || r.device != st.st_dev || r.inode != st.st_ino) {
         r.connection.reset();
-        r.connection = store::Connection::openIndexReader(c.file());
-        r.path = path;
-        r.device = st.st_dev;
-        r.inode = st.st_ino;
+        takeAsReader(r, store::Connection::openIndexReader(c.file()), path, st);
     }
     return r.connection;
 }
@@ -272,10 +278,7 @@ void keepAsReader(const std::shared_ptr<store::Connection>& index) {
     if (::stat(path.c_str(), &st) != 0) return;
     IndexReader& r = indexReader();
     std::lock_guard lock(r.mutex);
-    r.connection = index;
-    r.path = path;
-    r.device = st.st_dev;
-    r.inode = st.st_ino;
+    takeAsReader(r, index, path, st);
 }
 
 // The connection that reads the index where the store keeps one, else none.

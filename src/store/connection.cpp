@@ -679,7 +679,6 @@ bool Connection::holdIndexFile(bool create) {
     if (rc != SQLITE_OK) fail("DAO.DBEngine", "");
     sqlite3_exec(db_, "PRAGMA suche.synchronous = NORMAL", nullptr, nullptr, nullptr);
     sqlite3_exec(db_, "PRAGMA suche.cache_size = -65536", nullptr, nullptr, nullptr);
-    sqlite3_busy_timeout(db_, 2000);
     holdsIndex_ = true;
     return true;
 }
