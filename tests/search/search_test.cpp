@@ -494,6 +494,30 @@ TEST(SearchTest, AnIndexThatCannotFollowAnImportIsBuiltBeforeTheNextSearch) {
     EXPECT_EQ(f.names("Meyer"), Strings{"Bäckerei Meyer"});
 }
 
+// The last step of an import's upkeep, after its blocks are committed: the index file and the
+// store take their common token. Where that fails, the clerk is told the data were stored,
+// which they are, and the next search builds the index from them.
+TEST(SearchTest, AnIndexWhoseTokenCannotBeWrittenAfterTheImportIsBuiltBeforeTheNextSearch) {
+    SearchFixture f;
+    TmlFile first, second;
+    first.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer")};
+    second.betriebe = {business("1002", "Müller Spedition", "Am Hafen 1", "Müller")};
+    ASSERT_EQ(f.import(first), transfer::ImportOutcome::Finished);
+    search::buildIndex(f.c());
+    f.ix().execute(
+        "CREATE TRIGGER suche.voll BEFORE UPDATE ON tolma_suchtreffer BEGIN SELECT "
+        "RAISE(ABORT, 'database or disk is full'); END");
+    ASSERT_EQ(f.import(second), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.lastMessage(), "Die Daten wurden übertragen!");
+    EXPECT_EQ(f.entries("Suchindex"), 1);
+    EXPECT_EQ(f.rows("SELECT count(*) FROM betrieb"), Strings{"2"});
+    EXPECT_FALSE(search::hasIndex(f.c()));
+    f.ix().execute("DROP TRIGGER suche.voll");
+    EXPECT_EQ(f.names("Spedition"), Strings{"Müller Spedition"});
+    EXPECT_TRUE(search::hasIndex(f.c()));
+    f.expectKeptAsBuilt("after the token");
+}
+
 TEST(SearchTest, AnImportOfAFewBusinessesWritesOnlyTheirRowsAnew) {
     SearchFixture f;
     TmlFile first;
