@@ -271,16 +271,6 @@ std::shared_ptr<store::Connection> readingConnection(store::Connection& c) {
     return r.connection;
 }
 
-// After a build: the connection that wrote the index reads it next, with the pages it holds.
-void keepAsReader(const std::shared_ptr<store::Connection>& index) {
-    const std::string path = store::Connection::indexFileOf(index->file()).string();
-    struct stat st {};
-    if (::stat(path.c_str(), &st) != 0) return;
-    IndexReader& r = indexReader();
-    std::lock_guard lock(r.mutex);
-    takeAsReader(r, index, path, st);
-}
-
 // The connection that reads the index where the store keeps one, else none.
 std::shared_ptr<store::Connection> keptIndex(store::Connection& c) {
     if (c.isServer()) return tableExists(c, kRows) ? c.shared_from_this() : nullptr;
@@ -407,8 +397,10 @@ void buildIndex(store::Connection& c, const std::function<void(long, long)>& pro
     if (!index->inTransaction())
         index->execute(std::string("PRAGMA ") + store::Connection::kIndexSchema +
                        ".wal_checkpoint(TRUNCATE)");
+    // The building connection does not stay as the reader: it holds the store's file too, and
+    // a connection kept open on the store keeps the store's log beside it when the store is
+    // compacted and replaced.
     markFollowing(c);
-    if (!c.exclusive()) keepAsReader(index);
 }
 
 std::vector<RowsToWrite> readRefresh(store::Connection& c, const std::vector<std::string>& betrNrs,

@@ -4,6 +4,8 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "store/connection.h"
 #include "store/dao_error.h"
 #include "store/jet_sql.h"
@@ -109,6 +111,16 @@ void CompactDatabase(const std::filesystem::path& source,
     {
         auto c = Connection::open(source, Connection::Kind::Shared);
         c->execute("VACUUM INTO ?1", {Variant(destination.string())});
+    }
+    // The last connection to let go takes the log into the file and removes it. A log still
+    // there means a connection holds the store that this program does not count: the copy
+    // renamed over the store would meet that log, written for the old file, at its next opening.
+    std::error_code ec;
+    if (std::filesystem::file_size(source.string() + "-wal", ec) > 0 && !ec) {
+        std::filesystem::remove(destination, ec);
+        throwDao("DAO.DBEngine", err::kDatabaseInUse,
+                 "Die Datenbank '" + source.string() +
+                     "' ist noch geöffnet und kann nicht komprimiert werden.");
     }
     // The copy must be on disk before anyone renames it over the store.
     int fd = ::open(destination.c_str(), O_RDONLY);

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "../transfer/import_fixture.h"
+#include "core/db_connection.h"
 #include "protection/retention.h"
 #include "search/index_rows.h"
 #include "search/index_words.h"
@@ -283,6 +284,37 @@ TEST(SearchTest, TheIndexFollowsImportReplaceTakingBackAndRebuild) {
     });
     EXPECT_EQ(reported, 1);
     EXPECT_EQ(f.names("Meyer"), std::vector<std::string>{"Bäckerei Meyer"});
+}
+
+// A search leaves no connection to the store open: compacting the store after it replaces the
+// file whole, and the store opens again with what it held.
+TEST(SearchTest, AStoreSearchedAndThenCompactedOpensWithItsData) {
+    SearchFixture f;
+    TmlFile file;
+    file.betriebe = {business("1001", "Bäckerei Meyer", "Hauptstraße 5", "Meyer"),
+                     business("1002", "Kiosk Petersen", "Am Markt 1", "Petersen")};
+    ASSERT_EQ(f.import(file), transfer::ImportOutcome::Finished);
+    EXPECT_EQ(f.names("Meyer"), Strings{"Bäckerei Meyer"});  // built here
+    // Free pages worth compacting, and a change still in the store's log.
+    const std::string path = f.c().file().string();
+    core::DB_Schliessen(f.g());
+    core::DB_Binden_loesen(f.g());
+    {
+        auto db = store::Database::OpenDatabase(path);
+        db.Execute("CREATE TABLE ballast (x TEXT)");
+        db.Execute(
+            "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) "
+            "INSERT INTO ballast SELECT printf('%.500c', 'x') FROM n");
+        db.Execute("DROP TABLE ballast");
+    }
+    core::DB_Load(f.g());
+    f.c().execute("DELETE FROM betrieb WHERE [betr-nr] = '1002'");
+    const auto before = std::filesystem::file_size(path);
+    core::DB_Komprimieren(f.g());
+    ASSERT_TRUE(f.g().stores.db_daten.isSet()) << f.logText();
+    EXPECT_LT(std::filesystem::file_size(path), before);  // compacted indeed
+    EXPECT_EQ(f.count("betrieb"), 1);
+    EXPECT_EQ(f.logText(), "");
 }
 
 TEST(SearchTest, TheIndexesOfEarlierFormsAreLetGoWhenTheIndexIsBuilt) {

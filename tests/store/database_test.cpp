@@ -80,6 +80,31 @@ TEST(DatabaseTest, HandlesShareOneConnectionUntilTheLastLetsGo) {
         5);
 }
 
+// A connection beside the program's own, as the search opens one, keeps the store's log when
+// the program lets go: a copy renamed over the store would take that log as its own.
+TEST(DatabaseTest, CompactingRefusesAStoreThatAConnectionBesideStillHolds) {
+    TempDir dir;
+    const auto file = dir.path() / "tl_4x_b.mdb";
+    makeSampleStore(file).Close();
+    auto beside = store::Connection::openBeside(file);
+    {
+        Database db = Database::OpenDatabase(file);
+        db.Execute("DELETE FROM betrieb_adresse WHERE [betr-nr] = '1001'");
+    }
+    EXPECT_FALSE(store::Connection::isOpen(file));
+    try {
+        store::CompactDatabase(file, dir.path() / "DATENBANK.NEU");
+        FAIL();
+    } catch (const DaoError& e) {
+        EXPECT_EQ(e.number(), 3356);
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "DATENBANK.NEU"));
+    beside.reset();
+    store::CompactDatabase(file, dir.path() / "DATENBANK.NEU");
+    std::filesystem::rename(dir.path() / "DATENBANK.NEU", file);
+    EXPECT_EQ(Database::OpenDatabase(file).OpenRecordset("betrieb_adresse").RecordCount(), 2);
+}
+
 TEST(DatabaseTest, CompactingNeverOverwritesAnExistingFile) {
     TempDir dir;
     const auto file = dir.path() / "tl_4x_b.mdb";
