@@ -108,7 +108,8 @@ void DB_Load(Globals& g) {
         g.stores.db_daten = openDataStore(g, g.stores.db_name_daten);
         // Not while an import runs: it leaves them out until its end. A server store has them
         // from its set-up.
-        if (!g.forms.marks.menue_import_datenbank && !g.stores.db_daten.connection()->isServer())
+        if (!g.forms.marks.menue_import_datenbank && !g.stores.listIndexesLeftOut &&
+            !g.stores.db_daten.connection()->isServer())
             ensureListIndexes(g);
         DB_Handles_oeffnen(g);
         DB_Binden(g);
@@ -195,12 +196,19 @@ void ensureListIndexes(Globals& g) {
 
 void dropListIndexes(Globals& g) {
     if (!g.stores.db_daten.isSet() || g.stores.db_daten.connection()->isServer()) return;
+    // A handle's cursor that stands on a row holds its table: no index of it could go.
+    for (const auto& h : kHandles)
+        if (!h.settings) (g.stores.*(h.handle)).Close();
     forEachListIndex(g,
                      [](store::Connection& c, const std::string&, const model::PrefixIndex& index) {
                          c.execute("DROP INDEX IF EXISTS main.[" + index.name + "]");
                          if (!index.retired.empty())
                              c.execute("DROP INDEX IF EXISTS main.[" + index.retired + "]");
                      });
+    for (const auto& h : kHandles)
+        if (!h.settings)
+            g.stores.*(h.handle) =
+                g.stores.db_daten.OpenRecordset(h.table, store::dao::dbOpenDynaset);
 }
 
 void DB_Handles_oeffnen(Globals& g) {

@@ -99,6 +99,9 @@ struct OpenStores {
     store::Database db_org, db_daten;
     std::string db_name_org, db_name_daten;
     std::string db_passwort;
+    // While an import has left the lists' indexes out: opening the store again between its
+    // blocks must not build them, which would cost as much as the store is large each time.
+    bool listIndexesLeftOut = false;
     store::Recordset rs_aktuelleGemeinde, rs_optionen, rs_betrieb, rs_adresse, rs_meldgrund,
         rs_erlaubnis, rs_handwerkskarte, rs_taetigkeit, rs_beziehung, rs_person,
         rs_person_erlaubnis, rs_person_handwerkskarte, rs_person_staatsang;

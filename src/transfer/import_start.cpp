@@ -18,6 +18,10 @@ namespace {
 class ListIndexesLeftOut final : public ImportListener {
   public:
     explicit ListIndexesLeftOut(core::Globals& g) : g_(g) {}
+    // However the run ended, the next opening of the store builds what is missing.
+    ~ListIndexesLeftOut() override {
+        if (leftOut_) g_.stores.listIndexesLeftOut = false;
+    }
 
     void runStarts(const std::string& file) override { file_ = file; }
     void readingStarts(store::Connection* c) override {
@@ -28,16 +32,18 @@ class ListIndexesLeftOut final : public ImportListener {
         const auto fileSize = std::filesystem::file_size(file_, e1);
         const auto storeSize = std::filesystem::file_size(c->file(), e2);
         if (e1 || e2 || fileSize <= storeSize / 2) return;
+        leftOut_ = g_.stores.listIndexesLeftOut = true;
         core::dropListIndexes(g_);
-        leftOut_ = true;
     }
     void runEnding() override {
         if (!leftOut_) return;
+        g_.stores.listIndexesLeftOut = false;
         if (!g_.stores.db_daten.isSet()) core::DB_Load(g_);
         core::ensureListIndexes(g_);
     }
     void runFailed() override {
         if (!leftOut_) return;
+        g_.stores.listIndexesLeftOut = false;
         try {
             core::ensureListIndexes(g_);  // the mark stays set here
         } catch (const std::exception& e) {
