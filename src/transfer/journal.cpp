@@ -40,8 +40,8 @@ void takeBackRun(store::Connection& c, long lauf) {
         const std::string cols = columnList(columnsOf(c, table));
         const std::string images = " SELECT s.rid, " + columnList(columnsOf(c, table), "s.") +
                                    " FROM " + shadow + " s JOIN (SELECT min(rowid) AS erste FROM " +
-                                   shadow +
-                                   " WHERE lauf = ?1 GROUP BY rid) f ON s.rowid = f.erste WHERE "
+                                   shadow + " WHERE lauf = ?1 AND art <> '" + kLeftAsItStood +
+                                   "' GROUP BY rid) f ON s.rowid = f.erste WHERE "
                                    "s.art IN ('D', 'U') AND s.rid <= ?2";
         if (c.isServer()) {
             std::string sets;
@@ -145,7 +145,8 @@ std::optional<ImportRun> runThatWrote(store::Connection& c, const std::string& t
         "m.lauf = l.lauf AND m.tabelle = ?1 AND m.hoechste < ?2)";
     if (const std::string record = recordTableOf(table); tableExists(c, record))
         sql += " OR EXISTS (SELECT 1 FROM " + store::jet::quoteName(record) +
-               " r WHERE r.lauf = l.lauf AND r.rid = ?2 AND r.art IN ('I', 'U'))";
+               " r WHERE r.lauf = l.lauf AND r.rid = ?2 AND r.art IN ('I', 'U', '" +
+               kLeftAsItStood + "'))";
     auto st = c.prepare(sql + ") ORDER BY l.lauf DESC LIMIT 1");
     st->bind(1, store::Variant(table));
     st->bind(2, store::Variant(rowid));

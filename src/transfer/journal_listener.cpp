@@ -180,17 +180,16 @@ void ImportJournal::recordUnchanged(store::Connection& c, const BlockKeys& keys)
     states.byState = keys.byState;
     states.states = keys.unchanged;
     fillKeys(c, states);
-    // Written anew, these rows would name this run as the one they came from, and their
-    // deletion after the period would take images out of its record: an image that changes
-    // nothing keeps both so, and costs two rows where rewriting costs all of them.
+    // Written anew, these rows would name this run as the one they came from: a mark without
+    // the row's values says so at the cost of a row id, read from the key's index alone. It
+    // holds nothing to put back and nothing of a person.
     for (const model::Relation* r : model::removalOrder()) {
         const Removed removed = removedOf(*r);
         if ((r->table != "betrieb" && r->table != "beziehung_betrieb_person") ||
             removed.kind != KeyKind::State || !recorded(removed.table))
             continue;
         c.execute("INSERT INTO " + store::jet::quoteName(recordTableOf(removed.table)) +
-                      " (lauf, art, rid, " + c.columnList(removed.table) + ") SELECT ?1, 'U', " +
-                      "t.rowid, " + c.columnList(removed.table, "t.") + " FROM " +
+                      " (lauf, art, rid) SELECT ?1, '" + kLeftAsItStood + "', t.rowid FROM " +
                       keyedRows(c, removed, keys.byState),
                   {store::Variant(static_cast<long long>(lauf_))});
     }

@@ -29,6 +29,10 @@ void createRecordTables(store::Connection& c);
 // On a server, the index of each record's row ids, where a record made before has none; only
 // the owner of the records may make it. Returns how many were made.
 int indexRecordTables(store::Connection& c);
+// The art of a record's row that marks a row the run left as it stood, where writing it anew
+// would have changed nothing: the run counts as the one that wrote it, and taking the run back
+// leaves it. Such a row holds the row id alone.
+inline constexpr const char* kLeftAsItStood = "G";
 // The runs whose images went with a deletion after the period: made with the record, or at
 // the first such deletion.
 inline constexpr const char* kImagesDeleted = "tolma_import_geloescht";
