@@ -196,7 +196,9 @@ void ensureListIndexes(Globals& g) {
 
 void dropListIndexes(Globals& g) {
     if (!g.stores.db_daten.isSet() || g.stores.db_daten.connection()->isServer()) return;
-    // A handle's cursor that stands on a row holds its table: no index of it could go.
+    // A cursor that stands on a row holds its table: no index of it could go. The views stay
+    // unbound until the import that leaves the indexes out has ended.
+    DB_Binden_loesen(g);
     for (const auto& h : kHandles)
         if (!h.settings) (g.stores.*(h.handle)).Close();
     forEachListIndex(g,

@@ -1,6 +1,7 @@
 // The import as the menu and the command line start it: the driver, with the lists' indexes
 // left out for a large file, the run's record for taking it back and the search index
 // listening, in this order.
+#include <algorithm>
 #include <filesystem>
 
 #include "core/db_connection.h"
@@ -14,7 +15,8 @@ namespace {
 
 // A file that brings much against what the store holds is read in without the lists' indexes
 // by names, towns and streets; they are built anew at the end, however it ends. A small file
-// keeps them, since building them anew costs as much as the store is large.
+// keeps them, since building them anew costs as much as the store is large, and so does a file
+// read again that leaves nearly all it names as it stands: its first block tells.
 class ListIndexesLeftOut final : public ImportListener {
   public:
     explicit ListIndexesLeftOut(core::Globals& g) : g_(g) {}
@@ -24,14 +26,17 @@ class ListIndexesLeftOut final : public ImportListener {
     }
 
     void runStarts(const std::string& file) override { file_ = file; }
-    void readingStarts(store::Connection* c) override {
-        // A server keeps its indexes; the store read into may differ from the one the settings
-        // named before the file's kind of data was known.
-        if (!c || c->isServer()) return;
+    void blockBegins(store::Connection* c, const ImportBlock& block) override {
+        // A server keeps its indexes. The store is the one the file's kind of data named.
+        if (decided_ || !c || c->isServer()) return;
+        decided_ = true;
         std::error_code e1, e2;
         const auto fileSize = std::filesystem::file_size(file_, e1);
         const auto storeSize = std::filesystem::file_size(c->file(), e2);
         if (e1 || e2 || fileSize <= storeSize / 2) return;
+        const auto same = std::count(block.unchanged.begin(), block.unchanged.end(), true);
+        if ((block.unchanged.size() - static_cast<size_t>(same)) * 20 < block.unchanged.size())
+            return;
         leftOut_ = g_.stores.listIndexesLeftOut = true;
         core::dropListIndexes(g_);
     }
@@ -54,7 +59,7 @@ class ListIndexesLeftOut final : public ImportListener {
   private:
     core::Globals& g_;
     std::string file_;
-    bool leftOut_ = false;
+    bool decided_ = false, leftOut_ = false;
 };
 
 }  // namespace
