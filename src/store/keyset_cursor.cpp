@@ -239,7 +239,11 @@ void KeysetCursor::readKeys() {
             }
             if (!reader->beginReading()) reader->execute("BEGIN");
             fill = std::make_shared<KeysetFill>();
-            worker = std::thread([f = fill, c = reader, first, rest, n = stride]() mutable {
+            // The statements go over to the thread whole: the last one to let go of a server's
+            // statement closes its cursor on the session, which must never be this thread while
+            // the other one still talks to the server.
+            worker = std::thread([f = fill, c = reader, first = std::move(first),
+                                  rest = std::move(rest), n = stride]() mutable {
                 try {
                     std::vector<long long> got;
                     long rows = 0;
