@@ -21,6 +21,7 @@ long TableCursor::count() {
         auto& st = stmt("SELECT count(*) FROM " + baseTable);
         st.step();
         cachedCount = static_cast<long>(st.column(0).toInteger());
+        st.reset();  // a statement left standing holds its table against changes of its schema
         cachedCountChanges = changes;
     }
     return cachedCount;
@@ -30,8 +31,10 @@ std::optional<long long> TableCursor::rowidBy(const std::string& sql,
                                               std::optional<long long> bound) {
     auto& st = stmt(sql);
     if (bound) st.bind(1, Variant(*bound));
-    if (st.step()) return st.column(0).toInteger();
-    return std::nullopt;
+    std::optional<long long> found;
+    if (st.step()) found = st.column(0).toInteger();
+    st.reset();
+    return found;
 }
 
 void TableCursor::positionAt(std::optional<long long> r) {
@@ -99,13 +102,18 @@ long TableCursor::position() {
     auto& st = stmt("SELECT count(*) FROM " + baseTable + " WHERE rowid < ?1");
     st.bind(1, Variant(rowid));
     st.step();
-    return static_cast<long>(st.column(0).toInteger());
+    const long before = static_cast<long>(st.column(0).toInteger());
+    st.reset();
+    return before;
 }
 
 std::optional<long long> TableCursor::rowidAt(long p) {
     auto& st = stmt("SELECT rowid FROM " + baseTable + " ORDER BY rowid LIMIT 1 OFFSET ?1");
     st.bind(1, Variant(static_cast<long long>(p)));
-    return st.step() ? std::optional<long long>(st.column(0).toInteger()) : std::nullopt;
+    std::optional<long long> found;
+    if (st.step()) found = st.column(0).toInteger();
+    st.reset();
+    return found;
 }
 
 void TableCursor::setPosition(long p) {

@@ -105,6 +105,20 @@ TEST(DatabaseTest, CompactingRefusesAStoreThatAConnectionBesideStillHolds) {
     EXPECT_EQ(Database::OpenDatabase(file).OpenRecordset("betrieb_adresse").RecordCount(), 2);
 }
 
+// An open table that has counted its rows and stands on one holds no statement open: the
+// table's indexes can still go, as a large import has them go.
+TEST(DatabaseTest, AnOpenTableLeavesItsIndexesFreeToGo) {
+    TempDir dir;
+    Database db = makeSampleStore(dir.path() / "tl_4x_b.mdb");
+    store::Recordset rs = db.OpenRecordset("betrieb", store::dao::dbOpenDynaset);
+    EXPECT_EQ(rs.RecordCount(), 5);
+    rs.MoveNext();
+    EXPECT_FALSE(rs.Eof());
+    db.connection()->execute("CREATE INDEX probe ON betrieb ([gem-kz])");
+    EXPECT_NO_THROW(db.connection()->execute("DROP INDEX probe"));
+    EXPECT_EQ(rs.RecordCount(), 5);
+}
+
 TEST(DatabaseTest, CompactingNeverOverwritesAnExistingFile) {
     TempDir dir;
     const auto file = dir.path() / "tl_4x_b.mdb";
