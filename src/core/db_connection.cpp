@@ -39,6 +39,17 @@ const HandleDef kHandles[] = {
     {&OpenStores::rs_person_staatsang, "person_staatsang", false},
 };
 
+void openHandle(Globals& g, const HandleDef& h) {
+    g.stores.*(h.handle) = (h.settings ? g.stores.db_org : g.stores.db_daten)
+                               .OpenRecordset(h.table, store::dao::dbOpenDynaset);
+}
+
+// The settings' handles stay open while the data store is let go.
+void closeDataHandles(Globals& g) {
+    for (const auto& h : kHandles)
+        if (!h.settings) (g.stores.*(h.handle)).Close();
+}
+
 }  // namespace
 
 store::Recordset OpenStores::*handleOf(std::string_view table) {
@@ -199,8 +210,7 @@ void dropListIndexes(Globals& g) {
     // A cursor that stands on a row holds its table: no index of it could go. The views stay
     // unbound until the import that leaves the indexes out has ended.
     DB_Binden_loesen(g);
-    for (const auto& h : kHandles)
-        if (!h.settings) (g.stores.*(h.handle)).Close();
+    closeDataHandles(g);
     forEachListIndex(g,
                      [](store::Connection& c, const std::string&, const model::PrefixIndex& index) {
                          c.execute("DROP INDEX IF EXISTS main.[" + index.name + "]");
@@ -208,15 +218,11 @@ void dropListIndexes(Globals& g) {
                              c.execute("DROP INDEX IF EXISTS main.[" + index.retired + "]");
                      });
     for (const auto& h : kHandles)
-        if (!h.settings)
-            g.stores.*(h.handle) =
-                g.stores.db_daten.OpenRecordset(h.table, store::dao::dbOpenDynaset);
+        if (!h.settings) openHandle(g, h);
 }
 
 void DB_Handles_oeffnen(Globals& g) {
-    for (const auto& h : kHandles)
-        g.stores.*(h.handle) = (h.settings ? g.stores.db_org : g.stores.db_daten)
-                                   .OpenRecordset(h.table, store::dao::dbOpenDynaset);
+    for (const auto& h : kHandles) openHandle(g, h);
 }
 
 void DB_Binden(Globals& g) {
@@ -224,8 +230,7 @@ void DB_Binden(Globals& g) {
 }
 
 void DB_Schliessen(Globals& g) {
-    for (const auto& h : kHandles)
-        if (!h.settings) (g.stores.*(h.handle)).Close();
+    closeDataHandles(g);
     g.stores.db_daten.Close();
 }
 

@@ -246,15 +246,6 @@ IndexReader& indexReader() {
     return reader;
 }
 
-// Under the reader's mutex.
-void takeAsReader(IndexReader& r, std::shared_ptr<store::Connection> connection,
-                  const std::string& path, const struct stat& st) {
-    r.connection = std::move(connection);
-    r.path = path;
-    r.device = st.st_dev;
-    r.inode = st.st_ino;
-}
-
 std::shared_ptr<store::Connection> readingConnection(store::Connection& c) {
     const std::string path = store::Connection::indexFileOf(c.file()).string();
     struct stat st {};
@@ -266,7 +257,10 @@ std::shared_ptr<store::Connection> readingConnection(store::Connection& c) {
     }
     if (!r.connection || r.path != path || r.device != st.st_dev || r.inode != st.st_ino) {
         r.connection.reset();
-        takeAsReader(r, store::Connection::openIndexReader(c.file()), path, st);
+        r.connection = store::Connection::openIndexReader(c.file());
+        r.path = path;
+        r.device = st.st_dev;
+        r.inode = st.st_ino;
     }
     return r.connection;
 }
