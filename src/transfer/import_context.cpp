@@ -6,6 +6,7 @@
 #include "model/values.h"
 #include "store/connection.h"
 #include "store/jet_sql.h"
+#include "store/text_list.h"
 #include "text/text.h"
 
 namespace tolma::transfer {
@@ -72,10 +73,18 @@ void ImportContext::KeyTables::note(std::uint64_t hash) {
     stored_.swap(merged);
 }
 
+bool ImportContext::KeyTables::knows(std::uint64_t hash) const {
+    return noted_.count(hash) || std::binary_search(stored_.begin(), stored_.end(), hash) ||
+           std::binary_search(loaded_.begin(), loaded_.begin() + static_cast<long>(sorted_),
+                              std::make_pair(hash, 0u),
+                              [](const auto& x, const auto& y) { return x.first < y.first; });
+}
+
 unsigned ImportContext::KeyTables::tablesOf(std::uint64_t hash) const {
     if (noted_.count(hash) || std::binary_search(stored_.begin(), stored_.end(), hash)) return ~0u;
     auto it = std::lower_bound(loaded_.begin(), loaded_.end(), std::make_pair(hash, 0u));
-    return it != loaded_.end() && it->first == hash ? it->second : 0u;
+    if (it != loaded_.end() && it->first == hash) return it->second;
+    return partial ? ~0u : 0u;
 }
 
 void ImportContext::loadKeys() {
@@ -96,6 +105,57 @@ void ImportContext::loadKeys() {
     persons_.seal();
 }
 
+void ImportContext::lookUpKeys(const std::vector<ReadElement>& elements,
+                               const std::vector<bool>& unchanged) {
+    if (keysLoaded_) return;
+    std::vector<std::string> numbers, persons;
+    for (size_t i = 0; i < elements.size(); ++i) {
+        if (elements[i].failure || (i < unchanged.size() && unchanged[i])) continue;
+        numbers.push_back(elements[i].betrNr);
+        persons.insert(persons.end(), elements[i].persNrs.begin(), elements[i].persNrs.end());
+    }
+    if (!keysAsked_) {
+        // Asking costs a look-up for each number and table, loading a pass over each table:
+        // worth it while at most a quarter of the first block is read. A server compares its
+        // keys by bytes, which a look-up there would too; it loads them, folded.
+        if (!g.stores.db_daten.isSet() || g.stores.db_daten.connection()->isServer() ||
+            numbers.size() * 4 > elements.size())
+            return loadKeys();
+        keysAsked_ = businesses_.partial = persons_.partial = true;
+    }
+    try {
+        askFor(numbers, false);
+        askFor(persons, true);
+    } catch (const std::exception&) {
+        keysMissing_ = true;  // without the answers, every removal runs
+    }
+}
+
+void ImportContext::askFor(const std::vector<std::string>& keys, bool persons) {
+    KeyTables& tables = persons ? persons_ : businesses_;
+    std::vector<std::string> asked;
+    std::unordered_set<std::uint64_t> seen;
+    for (const std::string& key : keys) {
+        const std::uint64_t hash = keyHash(key);
+        if (tables.knows(hash) || !seen.insert(hash).second) continue;
+        asked.push_back(key);
+        tables.add(hash, 0);  // known from now on, in no table unless found below
+    }
+    if (asked.empty()) return;
+    const std::string list = store::jsonArray(asked);
+    for (const model::Relation* r : model::removalOrder()) {
+        const std::string_view column = persons ? r->keys.person : r->keys.number;
+        if (column.empty()) continue;
+        // The keys drive; the table answers each by its index, in the column's comparison.
+        auto st = g.stores.db_daten.connection()->prepare(
+            "SELECT DISTINCT t.[" + std::string(column) + "] FROM json_each(?1) k CROSS JOIN [" +
+            std::string(r->table) + "] t ON t.[" + std::string(column) + "] = k.value");
+        st->bind(1, store::Variant(list));
+        while (st->step()) tables.add(keyHash(st->column(0).toString()), tableBit(*r));
+    }
+    tables.seal();
+}
+
 bool ImportContext::mayHoldBusiness(const std::string& betrNr, unsigned tables) {
     return (businessTables(betrNr) & tables) != 0;
 }
@@ -105,12 +165,12 @@ bool ImportContext::mayHoldPerson(const std::string& persNr, unsigned tables) {
 }
 
 unsigned ImportContext::businessTables(const std::string& betrNr) {
-    loadKeys();
+    if (!keysAsked_) loadKeys();
     return keysMissing_ ? ~0u : businesses_.tablesOf(keyHash(betrNr));
 }
 
 unsigned ImportContext::personTables(const std::string& persNr) {
-    loadKeys();
+    if (!keysAsked_) loadKeys();
     return keysMissing_ ? ~0u : persons_.tablesOf(keyHash(persNr));
 }
 
@@ -126,7 +186,7 @@ bool ImportContext::isDateField(const std::string& fieldName) {
 }
 
 void ImportContext::noteBusiness(const std::string& betrNr) {
-    if (keysLoaded_) note(businesses_, betrNr);
+    if (keysLoaded_ || keysAsked_) note(businesses_, betrNr);
 }
 
 std::string ImportContext::businessKey(const std::string& betrNr,
@@ -139,7 +199,7 @@ std::string ImportContext::foldedKey(std::string key) {
 }
 
 void ImportContext::notePerson(const std::string& persNr) {
-    if (keysLoaded_) note(persons_, persNr);
+    if (keysLoaded_ || keysAsked_) note(persons_, persNr);
 }
 
 }  // namespace tolma::transfer

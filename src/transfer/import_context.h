@@ -50,6 +50,10 @@ struct ImportContext {
     // an empty store then runs no deletes at all, and a replace only those that meet rows.
     bool mayHoldBusiness(const std::string& betrNr, unsigned tables);
     bool mayHoldPerson(const std::string& persNr, unsigned tables);
+    // Before a block's elements are read: a run that leaves most of what it reads as it
+    // stands asks the store for the numbers of the block's other elements only, rather than
+    // loading every number the store holds. The first block decides.
+    void lookUpKeys(const std::vector<ReadElement>& elements, const std::vector<bool>& unchanged);
     // All the tables at once, for the removals of one business or person.
     unsigned businessTables(const std::string& betrNr);
     unsigned personTables(const std::string& persNr);
@@ -66,6 +70,9 @@ struct ImportContext {
         void seal();  // after the adds of a table: sorts and merges
         void note(std::uint64_t hash);
         unsigned tablesOf(std::uint64_t hash) const;
+        bool knows(std::uint64_t hash) const;  // noted, or loaded or asked for
+        // Only the numbers asked for are known: any other may be held anywhere.
+        bool partial = false;
 
       private:
         std::vector<std::pair<std::uint64_t, unsigned>> loaded_;
@@ -78,7 +85,8 @@ struct ImportContext {
 
   private:
     void loadKeys();
-    bool keysLoaded_ = false, keysMissing_ = false;
+    void askFor(const std::vector<std::string>& keys, bool persons);
+    bool keysLoaded_ = false, keysMissing_ = false, keysAsked_ = false;
     KeyTables businesses_, persons_;
     std::unordered_map<const std::string*, std::pair<std::string, bool>> dateFields_;
 };
