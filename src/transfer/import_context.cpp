@@ -114,15 +114,17 @@ void ImportContext::lookUpKeys(const std::vector<ReadElement>& elements,
         numbers.push_back(elements[i].betrNr);
         persons.insert(persons.end(), elements[i].persNrs.begin(), elements[i].persNrs.end());
     }
-    if (!keysAsked_) {
-        // Asking costs a look-up for each number and table, loading a pass over each table:
-        // worth it while at most a quarter of the first block is read. A server compares its
-        // keys by bytes, which a look-up there would too; it loads them, folded.
-        if (!g.stores.db_daten.isSet() || g.stores.db_daten.connection()->isServer() ||
-            numbers.size() * 4 > elements.size())
-            return loadKeys();
-        keysAsked_ = businesses_.partial = persons_.partial = true;
+    // Asking costs a look-up for each number and table, loading one pass over each table: worth
+    // it while the run reads at most a quarter of its elements so far. A server compares its
+    // keys by bytes, which a look-up there would too; it loads them, folded.
+    elementsSeen_ += elements.size();
+    elementsRead_ += numbers.size();
+    if (elementsRead_ * 4 > elementsSeen_ || !g.stores.db_daten.isSet() ||
+        g.stores.db_daten.connection()->isServer()) {
+        keysAsked_ = businesses_.partial = persons_.partial = false;
+        return loadKeys();  // what was asked and noted so far stays known
     }
+    keysAsked_ = businesses_.partial = persons_.partial = true;
     try {
         askFor(numbers, false);
         askFor(persons, true);

@@ -52,7 +52,7 @@ struct ImportContext {
     bool mayHoldPerson(const std::string& persNr, unsigned tables);
     // Before a block's elements are read: a run that leaves most of what it reads as it
     // stands asks the store for the numbers of the block's other elements only, rather than
-    // loading every number the store holds. The first block decides.
+    // loading every number the store holds. Once it reads more, it loads them after all.
     void lookUpKeys(const std::vector<ReadElement>& elements, const std::vector<bool>& unchanged);
     // All the tables at once, for the removals of one business or person.
     unsigned businessTables(const std::string& betrNr);
@@ -87,6 +87,7 @@ struct ImportContext {
     void loadKeys();
     void askFor(const std::vector<std::string>& keys, bool persons);
     bool keysLoaded_ = false, keysMissing_ = false, keysAsked_ = false;
+    size_t elementsSeen_ = 0, elementsRead_ = 0;  // by lookUpKeys
     KeyTables businesses_, persons_;
     std::unordered_map<const std::string*, std::pair<std::string, bool>> dateFields_;
 };
