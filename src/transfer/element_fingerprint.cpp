@@ -106,6 +106,11 @@ std::vector<bool> ElementFingerprints::unchanged(store::Connection& c,
                                                  const std::vector<ReadElement>& elements) {
     std::vector<bool> result(elements.size(), false);
     if (!known_) return result;
+    if (!noneHeld_) {
+        auto any = c.prepare(std::string("SELECT 1 FROM ") + kFingerprintTable + " LIMIT 1");
+        noneHeld_ = !any->step();
+    }
+    if (*noneHeld_) return result;
     std::vector<std::vector<std::string>> keys(elements.size());
     // Each key's rows end as its last element in the block leaves them: every element removes
     // what its keys hold before it writes. An earlier element's rows of a number or person are
@@ -167,20 +172,23 @@ void ElementFingerprints::write(store::Connection& c) {
     // The last word on a key is its last element's.
     std::stable_sort(pending_.begin(), pending_.end(),
                      [](const Written& x, const Written& y) { return x.key < y.key; });
+    // The old fingerprints of the keys go in one statement; the new ones come in as rows, which
+    // a server takes through COPY. A file replaces each key's row as it writes the new one, and
+    // only the keys of elements that logged, which get none, go first.
     std::vector<const Written*> last;
-    std::vector<std::string> keys;
+    std::vector<std::string> gone;
     for (size_t i = 0; i < pending_.size(); ++i) {
         if (i + 1 < pending_.size() && pending_[i + 1].key == pending_[i].key) continue;
         last.push_back(&pending_[i]);
-        keys.push_back(pending_[i].key);
+        if (c.isServer() || pending_[i].logged) gone.push_back(pending_[i].key);
     }
-    // The keys' old fingerprints go in one statement; the new ones come in as rows, which a
-    // server takes through COPY.
-    c.execute(std::string("DELETE FROM ") + kFingerprintTable +
-                  " WHERE schluessel IN (SELECT value FROM json_each(?1))",
-              {store::Variant(store::jsonArray(keys))});
-    store::Statement& put = c.cached(std::string("INSERT INTO ") + kFingerprintTable +
-                                     " (schluessel, a, b) VALUES (?1, ?2, ?3)");
+    if (!gone.empty())
+        c.execute(std::string("DELETE FROM ") + kFingerprintTable +
+                      " WHERE schluessel IN (SELECT value FROM json_each(?1))",
+                  {store::Variant(store::jsonArray(gone))});
+    store::Statement& put =
+        c.cached(std::string(c.isServer() ? "INSERT INTO " : "INSERT OR REPLACE INTO ") +
+                 kFingerprintTable + " (schluessel, a, b) VALUES (?1, ?2, ?3)");
     put.copyInto(kFingerprintTable, {"schluessel", "a", "b"});
     for (const Written* w : last) {
         if (w->logged) continue;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -65,6 +66,9 @@ class ElementFingerprints {
     Fingerprint run_;
     bool known_;  // a kind of data that replaces rows; otherwise every element is read
     bool byState_;
+    // The store held no fingerprint when the run began (a first import): every element is read,
+    // as it would be anyway, without asking.
+    std::optional<bool> noneHeld_;
     struct Written {
         std::string key;
         Fingerprint fp;

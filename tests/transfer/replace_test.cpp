@@ -380,5 +380,24 @@ TEST(ReplaceTest, ANumberNewInTheFirstBlockAndAgainInALaterOneEndsAsInAFreshImpo
     }
 }
 
+// An element that logged leaves no fingerprint, and the one it replaced goes: the element as it
+// stood before, read once more, is stored again rather than taken for what the store holds.
+TEST(ReplaceTest, AnElementAsBeforeAfterOneThatLoggedIsStoredAgain) {
+    auto file = [](const std::string& name, const std::string& more) {
+        TmlFile f;
+        f.betriebe = {
+            "<gem-kz>01001000</gem-kz>\n<betr-nr>5001</betr-nr>\n"
+            "<betr-hist-nr>1</betr-hist-nr>\n<b-eintr-name>" +
+            name + "</b-eintr-name>\n" + more};
+        return f.text();
+    };
+    ReplaceFixture f, fresh;
+    f.run(file("Vorher", ""));
+    const auto logged = f.run(file("Geloggt", "<unbekannt>1</unbekannt>\n"));
+    EXPECT_NE(logged.log.find("BetrNr: 5001"), std::string::npos) << logged.log;
+    const auto again = f.run(file("Vorher", ""));
+    EXPECT_EQ(again.store, fresh.run(file("Vorher", "")).store);
+}
+
 }  // namespace
 }  // namespace tolma::test
