@@ -108,12 +108,7 @@ long TableCursor::position() {
 }
 
 std::optional<long long> TableCursor::rowidAt(long p) {
-    auto& st = stmt("SELECT rowid FROM " + baseTable + " ORDER BY rowid LIMIT 1 OFFSET ?1");
-    st.bind(1, Variant(static_cast<long long>(p)));
-    std::optional<long long> found;
-    if (st.step()) found = st.column(0).toInteger();
-    st.reset();
-    return found;
+    return rowidBy("SELECT rowid FROM " + baseTable + " ORDER BY rowid LIMIT 1 OFFSET ?1", p);
 }
 
 void TableCursor::setPosition(long p) {

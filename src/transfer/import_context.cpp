@@ -73,18 +73,20 @@ void ImportContext::KeyTables::note(std::uint64_t hash) {
     stored_.swap(merged);
 }
 
+std::optional<unsigned> ImportContext::KeyTables::known(std::uint64_t hash) const {
+    if (noted_.count(hash) || std::binary_search(stored_.begin(), stored_.end(), hash)) return ~0u;
+    auto it = std::lower_bound(loaded_.begin(), loaded_.begin() + static_cast<long>(sorted_),
+                               std::make_pair(hash, 0u));
+    if (it != loaded_.begin() + static_cast<long>(sorted_) && it->first == hash) return it->second;
+    return std::nullopt;
+}
+
 bool ImportContext::KeyTables::knows(std::uint64_t hash) const {
-    return noted_.count(hash) || std::binary_search(stored_.begin(), stored_.end(), hash) ||
-           std::binary_search(loaded_.begin(), loaded_.begin() + static_cast<long>(sorted_),
-                              std::make_pair(hash, 0u),
-                              [](const auto& x, const auto& y) { return x.first < y.first; });
+    return known(hash).has_value();
 }
 
 unsigned ImportContext::KeyTables::tablesOf(std::uint64_t hash) const {
-    if (noted_.count(hash) || std::binary_search(stored_.begin(), stored_.end(), hash)) return ~0u;
-    auto it = std::lower_bound(loaded_.begin(), loaded_.end(), std::make_pair(hash, 0u));
-    if (it != loaded_.end() && it->first == hash) return it->second;
-    return partial ? ~0u : 0u;
+    return known(hash).value_or(partial ? ~0u : 0u);
 }
 
 void ImportContext::loadKeys() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -75,6 +76,7 @@ struct ImportContext {
         bool partial = false;
 
       private:
+        std::optional<unsigned> known(std::uint64_t hash) const;  // the tables, if known
         std::vector<std::pair<std::uint64_t, unsigned>> loaded_;
         size_t sorted_ = 0;  // the front of loaded_ that is sorted and merged
         // Stored by this run: every table. Gathered in a set and merged now and then into a
