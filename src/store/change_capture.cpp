@@ -111,7 +111,7 @@ bool ChangeCapture::deletingWhere(Connection& c, size_t table, const Condition& 
     flush(c);
     auto& copy = c.cached(imageSelect(c, table) + "(" + where.sql + ")");
     copy.bindValues(where.values, where.numeric);
-    copy.step();
+    copy.send();
     return true;
 }
 

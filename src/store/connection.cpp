@@ -391,7 +391,7 @@ void Statement::stepWithoutAnswer(long long rowid) {
     connection_->serverLastId_ = rowid;
 }
 
-void Statement::addRow() {
+void Statement::send() {
     if (remote_)
         remote_->send();
     else
@@ -870,18 +870,20 @@ long long Connection::reserveRowId(const std::string& table) {
         // The table's sequence is looked up once: asked of each row, the look-up costs more
         // than the number.
         auto& sequence = sequences_[table];
-        if (sequence.empty()) {
+        if (sequence.name.empty()) {
             const auto s = server_->query("SELECT pg_get_serial_sequence($1, 'rowid')",
                                           {jet::quoteName(text::lowerAscii(table))});
-            if (!s.rows.empty() && s.rows[0][0]) sequence = jet::quote(*s.rows[0][0]);
-            if (sequence.empty())
+            if (!s.rows.empty() && s.rows[0][0]) sequence.name = jet::quote(*s.rows[0][0]);
+            if (sequence.name.empty())
                 throwDao("DAO.Database", err::kEngineError,
                          "Der Datenbankserver gibt keine Zeilennummern für " + table + ".");
         }
-        // A few thousand at a time: one round trip for many rows.
-        const auto r = server_->query("SELECT nextval(" + sequence +
-                                      "::regclass) FROM generate_series(1, 2048) ORDER BY 1 "
-                                      "DESC");
+        // A few thousand at first, twice as many each time after: one round trip for many
+        // rows, and few of them in an import, each of which waits for the rows written behind.
+        sequence.ahead = std::min<long long>(65536, sequence.ahead ? sequence.ahead * 2 : 2048);
+        const auto r = server_->query("SELECT nextval(" + sequence.name +
+                                      "::regclass) FROM generate_series(1, " +
+                                      std::to_string(sequence.ahead) + ") ORDER BY 1 DESC");
         for (const auto& row : r.rows) ids.push_back(std::atoll(row[0].value_or("0").c_str()));
         if (ids.empty())
             throwDao("DAO.Database", err::kEngineError,
@@ -980,11 +982,12 @@ std::optional<std::vector<std::pair<std::string, std::string>>> equalities(
 }  // namespace
 
 long long Connection::deleteWhere(const std::string& table, const jet::Prepared& where,
-                                  bool rowsAreNew) {
+                                  bool rowsAreNew, bool counted) {
     // On a server, rows gathered for COPY that the condition names are taken out unwritten
     // (a person met again in the same block is replaced there), and the rest of the table's
     // gathered rows, which the condition cannot meet, wait for their COPY with the others.
     long long dropped = 0;
+    bool onlyGathered = false;
     struct Spared {
         ServerSession* session = nullptr;
         ~Spared() {
@@ -998,16 +1001,27 @@ long long Connection::deleteWhere(const std::string& table, const jet::Prepared&
             dropped = *n;
             server_->spare(quoted);
             spared.session = server_.get();
+            // Rows all written in this transaction, none of the table's sent yet: the server
+            // holds none that the condition meets, and no statement need tell it so.
+            onlyGathered = rowsAreNew && !server_->wroteTo(quoted);
         }
     }
+    struct Loud {
+        std::vector<Watcher>& watchers;
+        ~Loud() {
+            for (Watcher& w : watchers) w.quiet = false;
+        }
+    } loud{watchers_};
     const ChangeListener::Condition condition{where.shape->sql, where.values, where.shape->numeric,
                                               rowsAreNew};
     for (Watcher& w : watchers_) {
         const auto t = std::find(w.tables.begin(), w.tables.end(), table);
-        if (t != w.tables.end())
-            w.quiet = w.listener->deletingWhere(*this, static_cast<size_t>(t - w.tables.begin()),
-                                                condition);
+        if (t == w.tables.end()) continue;
+        w.quiet =
+            w.listener->deletingWhere(*this, static_cast<size_t>(t - w.tables.begin()), condition);
+        onlyGathered = onlyGathered && w.quiet;
     }
+    if (onlyGathered) return dropped;
     if (server_)
         for (Watcher& w : watchers_) {
             const auto t = std::find(w.tables.begin(), w.tables.end(), table);
@@ -1024,12 +1038,10 @@ long long Connection::deleteWhere(const std::string& table, const jet::Prepared&
         }
     auto& st = cached("DELETE FROM main." + jet::quoteName(table) + " WHERE " + where.shape->sql);
     st.bindValues(where.values, where.shape->numeric);
-    struct Loud {
-        std::vector<Watcher>& watchers;
-        ~Loud() {
-            for (Watcher& w : watchers) w.quiet = false;
-        }
-    } loud{watchers_};
+    if (server_ && !counted) {
+        st.send();
+        return dropped;
+    }
     st.step();
     return dropped + changes();
 }

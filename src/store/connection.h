@@ -65,7 +65,10 @@ class Statement {
     // server, stepWithoutAnswer() then gathers the row for COPY with others of the table.
     void copyInto(const std::string& table, const std::vector<std::string>& columns);
     // Runs an insert of a row whose id no one needs, as stepWithoutAnswer() does.
-    void addRow();
+    void addRow() { send(); }
+    // Runs a statement whose answer no one needs: on a server it is sent without waiting (a
+    // failure shows at the next statement that waits); on a file it runs at once.
+    void send();
     void reset();
     int columnCount() const;
     Variant column(int index) const;  // 0-based
@@ -224,8 +227,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
                  long long newRow);
 
     // Deletes the rows of a table that a condition names, in one statement; the listeners that
-    // watch the table hear of it first. Returns the number of rows deleted.
-    long long deleteWhere(const std::string& table, const jet::Prepared& where, bool rowsAreNew);
+    // watch the table hear of it first. Returns the number of rows deleted (see
+    // Recordset::deleteWhere for `counted`).
+    long long deleteWhere(const std::string& table, const jet::Prepared& where, bool rowsAreNew,
+                          bool counted = true);
 
     // Whether the store holds a table of that name (in a file store: in the given schema).
     bool hasTable(const std::string& name, const std::string& schema = "main");
@@ -338,7 +343,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     bool holdsIndex_ = false;
     Kind kind_ = Kind::Shared;
     std::unordered_map<std::string, std::vector<long long>> reservedIds_;  // in reverse order
-    std::unordered_map<std::string, std::string> sequences_;  // of a table's row ids, quoted
+    struct Sequence {
+        std::string name;     // of a table's row ids, quoted
+        long long ahead = 0;  // how many the last look-up took
+    };
+    std::unordered_map<std::string, Sequence> sequences_;
     std::filesystem::path file_;
     std::string key_;
     int batchDepth_ = 0;

@@ -107,8 +107,8 @@ void Recordset::CancelUpdate() {
 void Recordset::Delete() {
     impl().remove();
 }
-long long Recordset::deleteWhere(const std::string& criteria, bool rowsAreNew) {
-    return impl().deleteWhere(criteria, rowsAreNew);
+long long Recordset::deleteWhere(const std::string& criteria, bool rowsAreNew, bool counted) {
+    return impl().deleteWhere(criteria, rowsAreNew, counted);
 }
 bool Recordset::editing() const {
     return impl().edit != RecordsetImpl::EditMode::None;

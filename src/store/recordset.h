@@ -91,7 +91,11 @@ class Recordset {
     // Deletes every row of the base table that meets the criteria, in one statement; the
     // import's removal of old rows. Returns the number of rows deleted. `rowsAreNew` says that
     // every row met was written in the open transaction (listeners keeping old images need none).
-    long long deleteWhere(const std::string& criteria, bool rowsAreNew = false);
+    // Not `counted`, a server takes the statement without being waited for, and the count is
+    // only of the rows taken out before they were written (a failure shows at the next
+    // statement that waits).
+    long long deleteWhere(const std::string& criteria, bool rowsAreNew = false,
+                          bool counted = true);
 
     int FieldCount() const;
     Field Fields(int index) const;

@@ -359,11 +359,11 @@ Statement& RecordsetImpl::insertStatement(const std::string& pattern) {
     return *st;
 }
 
-long long RecordsetImpl::deleteWhere(const std::string& criteria, bool rowsAreNew) {
+long long RecordsetImpl::deleteWhere(const std::string& criteria, bool rowsAreNew, bool counted) {
     check();
     requireUpdatable();
     const long long deleted = conn->deleteWhere(
-        unbracket(baseTable), jet::prepare(criteria, &conn->catalog()), rowsAreNew);
+        unbracket(baseTable), jet::prepare(criteria, &conn->catalog()), rowsAreNew, counted);
     rowCache.reset();
     storedRowsChanged();
     return deleted;

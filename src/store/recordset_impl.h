@@ -84,7 +84,7 @@ class RecordsetImpl {
     void update();
     void cancelUpdate();
     void remove();
-    long long deleteWhere(const std::string& criteria, bool rowsAreNew);
+    long long deleteWhere(const std::string& criteria, bool rowsAreNew, bool counted);
     void close();
 
   protected:

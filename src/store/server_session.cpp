@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "store/server_address.h"
 #include "text/text.h"
@@ -183,6 +184,16 @@ ServerSession::ServerSession(PGconn* conn, std::string server, std::vector<std::
     : conn_(conn), server_(std::move(server)), secrets_(std::move(secrets)) {}
 
 ServerSession::~ServerSession() {
+    if (worker_.joinable()) {
+        {
+            // What waits behind goes with the connection, as the open transaction does.
+            std::lock_guard lock(behindLock_);
+            stopping_ = true;
+            jobs_.clear();
+        }
+        behindMoved_.notify_all();
+        worker_.join();
+    }
     PQfinish(conn_);
 }
 
@@ -256,6 +267,31 @@ bool namesTable(const std::string& lowered, const std::string& quoted) {
     return false;
 }
 
+// The table a statement adds or changes rows of, quoted as rows are gathered under; empty for
+// one that does neither, "*" where it cannot be told.
+std::string writtenTable(const std::string& lowered) {
+    const size_t at = lowered.find_first_not_of(" \t\n(");
+    if (at == std::string::npos) return {};
+    size_t from = std::string::npos;
+    for (const char* word : {"insert into ", "update ", "copy "})
+        if (lowered.compare(at, std::strlen(word), word) == 0) from = at + std::strlen(word);
+    if (from == std::string::npos) {
+        // A table made from a query is filled as it is made.
+        if (lowered.find(" as ") != std::string::npos) return "*";
+        for (const char* word :
+             {"select", "delete", "begin", "commit", "rollback", "savepoint", "release", "notify",
+              "listen", "set ", "show ", "create ", "drop ", "alter ", "truncate "})
+            if (lowered.compare(at, std::strlen(word), word) == 0) return {};
+        return "*";
+    }
+    std::string name;
+    for (size_t k = from; k < lowered.size() && lowered[k] != ' ' && lowered[k] != '('; ++k)
+        if (lowered[k] != '"') name += lowered[k];
+    for (const char* schema : {"main.", "public.", "temp.", "pg_temp."})
+        if (name.rfind(schema, 0) == 0) name.erase(0, std::strlen(schema));
+    return name.empty() || name.find('.') != std::string::npos ? "*" : quoteIdentifier(name);
+}
+
 std::vector<const char*> pointersTo(const std::vector<ServerValue>& params) {
     std::vector<const char*> out;
     for (const auto& p : params) out.push_back(p ? p->c_str() : nullptr);
@@ -318,6 +354,7 @@ std::shared_ptr<PGresult> ServerSession::run(const std::string& sql,
 
 std::shared_ptr<PGresult> ServerSession::describe(const std::string& sql,
                                                   const std::vector<unsigned>& types) {
+    awaitBehind();
     PGresult* prepared =
         PQprepare(conn_, "", sql.c_str(), static_cast<int>(types.size()), types.data());
     if (PQresultStatus(prepared) != PGRES_COMMAND_OK) failWith(conn_, prepared, server_, secrets_);
@@ -329,7 +366,7 @@ std::shared_ptr<PGresult> ServerSession::describe(const std::string& sql,
 
 std::vector<ServerSession::Notice> ServerSession::notices() {
     std::vector<Notice> out;
-    if (pipelined_ || !copies_.empty() || PQisBusy(conn_) || PQstatus(conn_) != CONNECTION_OK)
+    if (!idle() || !copies_.empty() || PQisBusy(conn_) || PQstatus(conn_) != CONNECTION_OK)
         return out;
     if (PQconsumeInput(conn_) == 0) return out;  // a broken connection shows in isBroken()
     const int own = PQbackendPID(conn_);
@@ -341,7 +378,8 @@ std::vector<ServerSession::Notice> ServerSession::notices() {
 }
 
 bool ServerSession::isBroken() const {
-    return PQstatus(conn_) == CONNECTION_BAD;
+    // While rows are being written behind, the next statement tells.
+    return idle() && PQstatus(conn_) == CONNECTION_BAD;
 }
 
 void ServerSession::transaction(const std::function<void()>& work) {
@@ -360,7 +398,7 @@ void ServerSession::transaction(const std::function<void()>& work) {
 }
 
 bool ServerSession::inTransaction() {
-    endPipeline();
+    awaitBehind();
     return PQtransactionStatus(conn_) != PQTRANS_IDLE;
 }
 
@@ -368,7 +406,7 @@ const std::string& ServerSession::prepared(const std::string& sql,
                                            const std::vector<unsigned>& types) {
     auto& name = prepared_[sql];
     if (name.empty()) {
-        endPipeline();
+        awaitBehind();
         const std::string made = "tolma_s" + std::to_string(prepared_.size());
         PGresult* res = PQprepare(conn_, made.c_str(), sql.c_str(), static_cast<int>(types.size()),
                                   types.data());
@@ -395,22 +433,22 @@ std::shared_ptr<PGresult> ServerSession::runPrepared(const std::string& name,
 }
 
 void ServerSession::sendPrepared(const std::string& name, const std::vector<const char*>& values) {
-    // Rows gathered before this statement for the tables it names are written before it.
-    if (!copies_.empty()) drainFor(textOf_[name]);
-    if (!pipelined_) {
-        if (PQenterPipelineMode(conn_) != 1)
-            fail("Der Datenbankserver nimmt keine Folge von Anweisungen an.");
-        pipelined_ = true;
-    }
-    if (PQsendQueryPrepared(conn_, name.c_str(), static_cast<int>(values.size()), values.data(),
-                            nullptr, nullptr, 0) != 1)
-        failWith(conn_, nullptr, server_, secrets_);
-    // libpq keeps what it cannot send at once; a long walk is sent in pieces as it goes.
-    if (++unsent_ >= 256) {
-        PQsendFlushRequest(conn_);
-        PQflush(conn_);
-        unsent_ = 0;
-    }
+    const std::string& sql = textOf_[name];
+    noteWrites(sql);
+    // Rows gathered before this statement for the tables it names go ahead of it.
+    if (!copies_.empty()) writeCopies(sql, true);
+    std::vector<ServerValue> kept;
+    kept.reserve(values.size());
+    for (const char* v : values) kept.push_back(v ? ServerValue(v) : ServerValue());
+    behind([this, name, kept = std::move(kept)] {
+        const auto pointers = pointersTo(kept);
+        Result res(PQexecPrepared(conn_, name.c_str(), static_cast<int>(pointers.size()),
+                                  pointers.data(), nullptr, nullptr, 0),
+                   &PQclear);
+        const auto status = PQresultStatus(res.get());
+        if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
+            failWith(conn_, res.release(), server_, secrets_);
+    });
 }
 
 void ServerSession::queueCopy(const std::string& table, const std::string& columns,
@@ -426,11 +464,13 @@ void ServerSession::queueCopy(const std::string& table, const std::string& colum
     const size_t before = it->data.size();
     appendCopyLine(it->data, row);
     copyBytes_ += it->data.size() - before;
-    // Some megabytes at a time: the memory stays small, the server's cost per row too.
-    if (copyBytes_ >= (8u << 20)) drain();
+    // Written behind once the server is done with the piece before: it stores one while the
+    // next is gathered. A piece of some hundred kilobytes at least, or each row costs it more;
+    // some megabytes at most, so the memory stays small.
+    if ((copyBytes_ >= (256u << 10) && idle()) || copyBytes_ >= (8u << 20)) writeCopies({}, true);
 }
 
-void ServerSession::writeCopies(const std::string& sql) {
+void ServerSession::writeCopies(const std::string& sql, bool behind) {
     // Taken first: a failure leaves nothing to be written twice.
     std::vector<CopyRows> copies;
     const std::string lowered = text::lowerAscii(sql);
@@ -443,6 +483,12 @@ void ServerSession::writeCopies(const std::string& sql) {
         c.table.clear();
     }
     std::erase_if(copies_, [](const CopyRows& c) { return c.table.empty(); });
+    for (const auto& c : copies) wrote_.insert(c.table);
+    if (behind) return this->behind([this, copies = std::move(copies)] { copyAll(copies); });
+    copyAll(copies);
+}
+
+void ServerSession::copyAll(const std::vector<CopyRows>& copies) {
     for (const auto& c : copies) {
         if (c.dropped.empty()) {
             copyText(c.table, c.columns, c.data);
@@ -450,6 +496,52 @@ void ServerSession::writeCopies(const std::string& sql) {
             copyText(c.table, c.columns, c.kept());
         }
     }
+}
+
+void ServerSession::behind(std::function<void()> job) {
+    {
+        std::lock_guard lock(behindLock_);
+        jobs_.push_back(std::move(job));
+    }
+    if (!worker_.joinable()) worker_ = std::thread([this] { work(); });
+    behindMoved_.notify_all();
+}
+
+void ServerSession::work() {
+    std::unique_lock lock(behindLock_);
+    for (;;) {
+        behindMoved_.wait(lock, [this] { return stopping_ || !jobs_.empty(); });
+        if (stopping_) return;
+        auto job = std::move(jobs_.front());
+        jobs_.pop_front();
+        working_ = true;
+        // After a failure the transaction is lost on the server: what follows is not tried.
+        const bool skipped = behindFailed_ != nullptr;
+        lock.unlock();
+        std::exception_ptr failed;
+        if (!skipped) try {
+                job();
+            } catch (...) {
+                failed = std::current_exception();
+            }
+        lock.lock();
+        if (failed) behindFailed_ = failed;
+        working_ = false;
+        if (jobs_.empty()) behindMoved_.notify_all();
+    }
+}
+
+void ServerSession::awaitBehind() {
+    if (!worker_.joinable()) return;
+    std::unique_lock lock(behindLock_);
+    behindMoved_.wait(lock, [this] { return jobs_.empty() && !working_; });
+    if (auto failed = std::exchange(behindFailed_, nullptr)) std::rethrow_exception(failed);
+}
+
+bool ServerSession::idle() const {
+    if (!worker_.joinable()) return true;
+    std::lock_guard lock(behindLock_);
+    return jobs_.empty() && !working_;
 }
 
 namespace {
@@ -547,39 +639,21 @@ void ServerSession::drain() {
     drainFor({});
 }
 
+bool ServerSession::wroteTo(const std::string& table) const {
+    return wrote_.count(table) || wrote_.count("*");
+}
+
+void ServerSession::noteWrites(const std::string& sql) {
+    if (auto table = writtenTable(text::lowerAscii(sql)); !table.empty())
+        wrote_.insert(std::move(table));
+}
+
 void ServerSession::drainFor(const std::string& sql) {
-    endPipeline();
+    awaitBehind();
+    noteWrites(sql);
     // From a trigger on, a statement may write rows of tables it does not name.
     if (!triggers_ && makesTrigger(sql)) triggers_ = true;
     if (!copies_.empty()) writeCopies(sql);
-}
-
-void ServerSession::endPipeline() {
-    if (!pipelined_) return;
-    pipelined_ = false;
-    unsent_ = 0;
-    PQpipelineSync(conn_);
-    PGresult* failed = nullptr;
-    // Every statement sent has its result, then a null; the sync ends the walk.
-    for (;;) {
-        PGresult* res = PQgetResult(conn_);
-        if (!res) {
-            if (PQstatus(conn_) == CONNECTION_BAD) break;
-            continue;
-        }
-        const auto status = PQresultStatus(res);
-        if (status == PGRES_PIPELINE_SYNC) {
-            PQclear(res);
-            break;
-        }
-        if (status == PGRES_FATAL_ERROR && !failed)
-            failed = res;
-        else
-            PQclear(res);
-        if (PQstatus(conn_) == CONNECTION_BAD) break;
-    }
-    PQexitPipelineMode(conn_);
-    if (failed) failWith(conn_, failed, server_, secrets_);
 }
 
 std::string ServerSession::tableName(unsigned oid) {
@@ -603,6 +677,7 @@ std::string ServerSession::columnName(unsigned oid, int number) {
 
 void ServerSession::begin() {
     execute("BEGIN");
+    wrote_.clear();
 }
 
 void ServerSession::commit() {
@@ -622,7 +697,7 @@ void ServerSession::rollback() {
     copyBytes_ = 0;
     triggers_ = false;
     try {
-        endPipeline();
+        awaitBehind();
     } catch (const DaoError&) {
         // what failed among the sent statements goes with the transaction
     }
@@ -632,6 +707,7 @@ void ServerSession::rollback() {
 long long ServerSession::copyIn(const std::string& table, const std::vector<std::string>& columns,
                                 const std::vector<ServerRow>& rows) {
     drain();
+    wrote_.insert(quoteIdentifier(text::lowerAscii(table)));
     std::string list;
     for (const auto& c : columns) list += (list.empty() ? "" : ", ") + quoteIdentifier(c);
     std::string data;

@@ -1,10 +1,16 @@
 #pragma once
 
+#include <condition_variable>
+#include <deque>
+#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -88,6 +94,9 @@ class ServerSession {
     void spareNone() { spared_.clear(); }
     // Whether the open transaction made triggers, which may write where a statement does not say.
     bool madeTriggers() const { return triggers_; }
+    // Whether rows of a table (quoted, as rows are gathered under) may have reached the server
+    // since the transaction began: through COPY, or a statement that inserts or updates.
+    bool wroteTo(const std::string& table) const;
 
     // The name of a table and of its column from the numbers a result gives for them.
     std::string tableName(unsigned oid);
@@ -112,11 +121,13 @@ class ServerSession {
   private:
     ServerSession(PGconn* conn, std::string server, std::vector<std::string> secrets);
     [[noreturn]] void fail(const std::string& what) const;
-    void endPipeline();
     // Waits for what was sent and writes the rows gathered for the tables the statement names
     // (all of them for another kind of statement, or an empty text).
     void drainFor(const std::string& sql);
-    void writeCopies(const std::string& sql);
+    // Writes the rows gathered for the tables `sql` names (all for an empty text); `behind`
+    // writes them on a thread of its own, see behind().
+    void writeCopies(const std::string& sql, bool behind = false);
+    void noteWrites(const std::string& sql);
     // One COPY of rows in COPY's text form; returns the rows written.
     long long copyText(const std::string& table, const std::string& columns,
                        const std::string& data);
@@ -134,8 +145,26 @@ class ServerSession {
         std::string kept() const;
     };
     std::vector<CopyRows> copies_;
+    // Work no one waits for, done in order on a thread of its own while this one goes on: the
+    // COPYs of gathered rows and the statements sent without waiting for their answer, so the
+    // server stores a piece while the program works out the next. Every other use of the
+    // connection waits for that work first (awaitBehind) and raises its failure there: to the
+    // caller, it was done in its place between the statements.
+    void behind(std::function<void()> job);
+    void work();
+    void awaitBehind();
+    bool idle() const;
+    void copyAll(const std::vector<CopyRows>& copies);
+    std::thread worker_;
+    mutable std::mutex behindLock_;
+    std::condition_variable behindMoved_;
+    std::deque<std::function<void()>> jobs_;
+    bool working_ = false, stopping_ = false;
+    std::exception_ptr behindFailed_;  // the first failure behind; what follows it is skipped
     size_t copyBytes_ = 0;
-    bool triggers_ = false;                      // the transaction made triggers
+    bool triggers_ = false;  // the transaction made triggers
+    // The tables rows went to since BEGIN (quoted); "*" where a statement's could not be told.
+    std::set<std::string> wrote_;
     std::string spared_;                         // a table whose gathered rows stay unwritten
     std::map<std::string, std::string> textOf_;  // prepared statement's name → text
 
@@ -143,9 +172,7 @@ class ServerSession {
     std::string server_;                // describeServer of the connection text
     std::vector<std::string> secrets_;  // passwords, kept only to clean messages of them
     std::map<std::pair<unsigned, int>, std::string> names_;  // (table, 0) and (table, column)
-    bool pipelined_ = false;
-    std::map<std::string, std::string> prepared_;  // text → name
-    int unsent_ = 0;
+    std::map<std::string, std::string> prepared_;            // text → name
 };
 
 // Connects and makes sure the database holds a store that was set up; raises a DaoError with

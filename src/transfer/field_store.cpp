@@ -33,9 +33,9 @@ bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value) {
 }
 
 long long Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Recordset& table,
-                     bool rowsAreNew) {
+                     bool rowsAreNew, bool counted) {
     try {
-        return table.deleteWhere(criteria, rowsAreNew);
+        return table.deleteWhere(criteria, rowsAreNew, counted);
     } catch (const std::exception& e) {
         const auto info = core::describeError(e);
         core::A_Error_Log(ctx.g, "Upd_6_Kill", info.source, std::to_string(info.number), info.text,

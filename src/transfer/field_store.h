@@ -13,9 +13,9 @@ namespace tolma::transfer {
 bool Upd_5_Felder(ImportContext& ctx, store::Field field, std::string value);
 
 // Deletes the rows that meet the criteria; returns how many, or -1 after a logged failure.
-// `rowsAreNew`: every row met was written in the open transaction, so no old image is kept.
+// `rowsAreNew` and `counted` as Recordset::deleteWhere takes them.
 long long Upd_6_Kill(ImportContext& ctx, const std::string& criteria, store::Recordset& table,
-                     bool rowsAreNew = false);
+                     bool rowsAreNew = false, bool counted = true);
 
 // Values go into criteria as quoted literals only.
 using store::jet::quote;

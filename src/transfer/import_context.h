@@ -36,6 +36,10 @@ struct ImportContext {
     // link that stands already is then found without asking the store.
     std::string linksKnownOf;
     std::set<std::string> linksWritten;
+    // The persons met before in the open block: the rows the store holds of them in the tables
+    // kept by person are the block's own (the old ones went at their first meet), so removing
+    // them keeps no image for taking back. Emptied when a block begins.
+    std::unordered_set<std::string> personsOfBlock;
     // The key of a business's rows: its number, and its state where the data are by state;
     // without regard to case.
     std::string businessKey(const std::string& betrNr, const std::string& betrHistNr) const;

@@ -252,6 +252,7 @@ class Run {
             if (fingerprints_) block.unchanged = fingerprints_->unchanged(*store(), chunk.elements);
         }
         for (ImportListener* l : listeners_) l->blockBegins(store(), block);
+        ctx_.personsOfBlock.clear();
         ctx_.lookUpKeys(chunk.elements, block.unchanged);
         const BlockKeys keys = blockKeys(ctx_, chunk.elements, block.unchanged);
         // A listener that removed the block's rows ahead wants the block whole or not at all.

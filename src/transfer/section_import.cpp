@@ -106,8 +106,13 @@ PersonKeys readPersonKeys(ImportContext& ctx, std::span<const std::string_view> 
 // A person is one row across all businesses; permits and craft cards are kept by business.
 void removePersonAhead(ImportContext& ctx, const std::string& persNr, const std::string& betrNr) {
     const unsigned person = ctx.personTables(persNr);
-    if (!person) return;
-    // Removed ahead with the block, once: a person that comes again meets the run's rows.
+    if (!person) {
+        ctx.personsOfBlock.insert(persNr);
+        return;
+    }
+    const bool ofBlock = ctx.personsOfBlock.contains(persNr);
+    bool removed = true;
+    // Removed ahead with the block, once: a person that comes again meets the block's rows.
     const bool gone = ctx.removedAhead && ctx.removedAhead->takePerson(persNr);
     // Those of the business went with it: what is left are the run's own rows.
     const bool permitsGone = !betrNr.empty() && ctx.personPermitsGoneOf == betrNr;
@@ -119,13 +124,15 @@ void removePersonAhead(ImportContext& ctx, const std::string& persNr, const std:
         const std::string byPerson = "[" + std::string(k.person) + "] = " + quote(persNr);
         store::Recordset& rs = ctx.g.stores.*core::handleOf(r->table);
         if (k.number.empty()) {
-            if (!gone) Upd_6_Kill(ctx, byPerson, rs);
+            if (!gone) removed = Upd_6_Kill(ctx, byPerson, rs, ofBlock, false) >= 0 && removed;
         } else if (ctx.mayHoldBusiness(betrNr, ImportContext::tableBit(*r))) {
             // A person's permits and craft cards are kept by business.
             Upd_6_Kill(ctx, byPerson + " AND [" + std::string(k.number) + "] = " + quote(betrNr),
-                       rs, permitsGone);
+                       rs, permitsGone, false);
         }
     }
+    // A removal that failed may have left old rows.
+    if (removed) ctx.personsOfBlock.insert(persNr);
 }
 
 // The link of a person's section to its business state, unless the same link stands already.

@@ -214,6 +214,45 @@ TEST(ServerSessionWriting, GatheredRowsAreThereWhenAStatementNeedsThem) {
     session->rollback();
 }
 
+// Rows and statements sent without waiting are written behind, in the order they were sent,
+// while the caller goes on; the next statement that waits finds them done, or raises the first
+// failure among them, and the transaction is then lost as a whole.
+TEST(ServerSessionWriting, WorkSentAheadIsDoneInOrderAndItsFailureRaisedLater) {
+    auto session = ServerSession::connect(PgCluster::get().createDatabase("voraus"));
+    session->execute("CREATE TABLE a (nr integer, name text)");
+    const std::string columns = "\"nr\", \"name\"";
+    const std::string filler(200, 'x');
+    const auto& remove = session->prepared("DELETE FROM a WHERE nr = $1", {});
+    const auto& rename = session->prepared("UPDATE a SET name = $2 WHERE nr = $1", {});
+    session->begin();
+    // Thousands of rows: pieces of them go to the server while more are gathered.
+    for (int nr = 1; nr <= 5000; ++nr) {
+        session->queueCopy("\"a\"", columns, {std::to_string(nr), filler});
+        if (nr % 1000 == 0) {
+            const std::string gone = std::to_string(nr - 1);
+            session->sendPrepared(remove, {gone.c_str()});
+            const std::string named = std::to_string(nr);
+            session->sendPrepared(rename, {named.c_str(), "benannt"});
+        }
+    }
+    session->commit();
+    EXPECT_EQ(cell(*session, "SELECT count(*) FROM a"), "4995");
+    EXPECT_EQ(cell(*session,
+                   "SELECT string_agg(nr::text, ',' ORDER BY nr) FROM a WHERE name = "
+                   "'benannt'"),
+              "1000,2000,3000,4000,5000");
+    EXPECT_EQ(cell(*session, "SELECT count(*) FROM a WHERE nr IN (999, 1999, 4999)"), "0");
+
+    session->begin();
+    session->queueCopy("\"a\"", columns, {"6000", "y"});
+    session->sendPrepared(remove, {"keine Zahl"});
+    session->sendPrepared(rename, {"1000", "nicht mehr"});
+    EXPECT_THROW(cell(*session, "SELECT count(*) FROM a"), DaoError);
+    session->rollback();
+    EXPECT_EQ(cell(*session, "SELECT count(*) FROM a"), "4995");
+    EXPECT_EQ(cell(*session, "SELECT name FROM a WHERE nr = 1000"), "benannt");
+}
+
 // What a set-up leaves in the catalog: columns, indexes, the function, roles and rights.
 std::string catalogOf(ServerSession& s) {
     std::string out;
