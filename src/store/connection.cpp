@@ -1316,7 +1316,12 @@ void Connection::commitBatch() {
     if (--batchDepth_ > 0) return;
     try {
         tellWatchers([&](ChangeListener& l) { l.committing(*this); });
-        execute("COMMIT");
+        // A server answers the COMMIT of a transaction that met an error with ROLLBACK, and
+        // says so only there.
+        if (server_)
+            server_->commit();
+        else
+            execute("COMMIT");
     } catch (...) {
         tellWatchersNoexcept([&](ChangeListener& l) { l.rolledBack(*this); });
         // A commit that failed (a full disk) may leave its transaction open; the block cannot

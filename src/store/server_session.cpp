@@ -398,7 +398,9 @@ void ServerSession::transaction(const std::function<void()>& work) {
 }
 
 bool ServerSession::inTransaction() {
-    awaitBehind();
+    // A failure behind stays for the next statement to raise: asked on the way to a rollback,
+    // the transaction is open either way.
+    awaitBehind(false);
     return PQtransactionStatus(conn_) != PQTRANS_IDLE;
 }
 
@@ -531,10 +533,11 @@ void ServerSession::work() {
     }
 }
 
-void ServerSession::awaitBehind() {
+void ServerSession::awaitBehind(bool raise) {
     if (!worker_.joinable()) return;
     std::unique_lock lock(behindLock_);
     behindMoved_.wait(lock, [this] { return jobs_.empty() && !working_; });
+    if (!raise) return;
     if (auto failed = std::exchange(behindFailed_, nullptr)) std::rethrow_exception(failed);
 }
 

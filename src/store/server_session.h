@@ -152,7 +152,7 @@ class ServerSession {
     // caller, it was done in its place between the statements.
     void behind(std::function<void()> job);
     void work();
-    void awaitBehind();
+    void awaitBehind(bool raise = true);
     bool idle() const;
     void copyAll(const std::vector<CopyRows>& copies);
     std::thread worker_;

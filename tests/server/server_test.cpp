@@ -12,6 +12,7 @@
 #include "cli/cli.h"
 #include "model/schema.h"
 #include "pg_cluster.h"
+#include "store/connection.h"
 #include "store/german_text.h"
 #include "store/server_address.h"
 #include "store/server_session.h"
@@ -251,6 +252,25 @@ TEST(ServerSessionWriting, WorkSentAheadIsDoneInOrderAndItsFailureRaisedLater) {
     session->rollback();
     EXPECT_EQ(cell(*session, "SELECT count(*) FROM a"), "4995");
     EXPECT_EQ(cell(*session, "SELECT name FROM a WHERE nr = 1000"), "benannt");
+
+    // A batch whose statement failed, sent ahead or caught by its caller, is not taken for
+    // committed: the server answers its COMMIT with ROLLBACK.
+    const std::string text = PgCluster::get().createDatabase("voraus_stapel");
+    auto c = store::Connection::open(text, store::Connection::Kind::Shared);
+    c->execute("CREATE TABLE b (nr integer)");
+    c->beginBatch();
+    c->execute("INSERT INTO b VALUES (1)");
+    EXPECT_THROW(c->execute("INSERT INTO b VALUES ('keine Zahl')"), DaoError);
+    EXPECT_THROW(c->commitBatch(), DaoError);
+    EXPECT_FALSE(c->inTransaction());
+    c->beginBatch();
+    auto& put = c->cached("DELETE FROM b WHERE nr = ?1");
+    put.bind(1, store::Variant(std::string("keine Zahl")));
+    put.send();
+    EXPECT_TRUE(c->inTransaction());
+    EXPECT_THROW(c->commitBatch(), DaoError);
+    c->execute("INSERT INTO b VALUES (2)");
+    EXPECT_EQ(c->execute("DELETE FROM b"), 1);
 }
 
 // What a set-up leaves in the catalog: columns, indexes, the function, roles and rights.
