@@ -145,8 +145,25 @@ class Parser {
     }
     ExprPtr finish(ExprPtr e) {
         e->end = endOfLast();
+        for (const auto& a : e->args) e->depth = std::max(e->depth, a->depth + 1);
+        if (e->depth > kMaxNesting) fail(kTooDeep);
         return e;
     }
+
+    // A query nests a few levels; a text of thousands, as "- - - … 1" or "((( … )))", would run
+    // the parser and every walk of its tree out of stack.
+    static constexpr int kMaxNesting = 200;
+    static constexpr const char* kTooDeep = "der Ausdruck ist zu tief verschachtelt";
+    int nesting_ = 0;
+    struct Nested {
+        explicit Nested(Parser& p) : parser(p) {
+            if (++parser.nesting_ > kMaxNesting) parser.fail(kTooDeep);
+        }
+        ~Nested() { --parser.nesting_; }
+        Nested(const Nested&) = delete;
+        Nested& operator=(const Nested&) = delete;
+        Parser& parser;
+    };
 
     // ---- SELECT --------------------------------------------------------------------------
     std::shared_ptr<Select> select() {
@@ -285,6 +302,7 @@ class Parser {
     }
 
     ExprPtr expression() {
+        Nested nested(*this);
         ExprPtr e = andExpr();
         while (acceptWord("OR")) e = binary("OR", e, andExpr());
         return e;
@@ -297,6 +315,7 @@ class Parser {
     ExprPtr notExpr() {
         const size_t begin = peek().position;
         if (acceptWord("NOT")) {
+            Nested nested(*this);
             auto e = make(ExprKind::Unary, begin);
             e->op = "NOT";
             e->args = {notExpr()};
@@ -390,6 +409,7 @@ class Parser {
     ExprPtr unary() {
         const size_t begin = peek().position;
         if (isPunct("-") || isPunct("+")) {
+            Nested nested(*this);
             auto e = make(ExprKind::Unary, begin);
             e->op = t_[i_++].text;
             e->args = {unary()};

@@ -42,6 +42,7 @@ struct Expr {
     std::vector<std::shared_ptr<Expr>> args;
     std::shared_ptr<Select> sub;
     size_t begin = 0, end = 0;  // where it stands in the text as written
+    int depth = 1;              // how far a walk of it descends
 };
 using ExprPtr = std::shared_ptr<Expr>;
 

@@ -365,6 +365,28 @@ TEST_P(JetLanguage, SyntaxErrorsNameTheTextAsWrittenAndThePlace) {
     }
     // The table is still there: nothing behind a ";" ran.
     EXPECT_EQ(rows("SELECT Count(*) FROM t"), Strings{"15"});
+
+    // Nested thousands deep, a text is refused rather than run out of stack; fifty terms
+    // in a row still run.
+    auto times = [](const std::string& part, int n) {
+        std::string out;
+        for (int i = 0; i < n; ++i) out += part;
+        return out;
+    };
+    for (const std::string& deep :
+         {"SELECT " + times("-", 3000) + "1", "SELECT " + times("(", 3000) + "1" + times(")", 3000),
+          "SELECT 1" + times(" + 1", 3000),
+          "SELECT id FROM t WHERE " + times("NOT ", 3000) + "n"}) {
+        try {
+            rows(deep);
+            ADD_FAILURE() << "no error: " << deep.substr(0, 40);
+        } catch (const store::DaoError& d) {
+            EXPECT_EQ(d.number(), 3075);
+            EXPECT_NE(d.description().find("zu tief verschachtelt"), std::string::npos)
+                << d.description().substr(0, 200);
+        }
+    }
+    EXPECT_EQ(rows("SELECT 1" + times(" + 1", 50)), Strings{"51"});
 }
 
 TEST(GermanText, OrderAndEqualityRules) {
