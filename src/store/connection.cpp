@@ -384,7 +384,7 @@ bool Statement::step() {
 }
 
 void Statement::stepWithoutAnswer(long long rowid) {
-    addRow();
+    send();
     if (!remote_) return;
     connection_->serverChanges_ = 1;
     ++connection_->serverTotalChanges_;

@@ -62,10 +62,9 @@ class Statement {
     // runs at once.
     void stepWithoutAnswer(long long rowid);
     // The statement inserts a row into `table`, its parameters the `columns` in order: on a
-    // server, stepWithoutAnswer() then gathers the row for COPY with others of the table.
+    // server, stepWithoutAnswer() and send() then gather the row for COPY with others of the
+    // table.
     void copyInto(const std::string& table, const std::vector<std::string>& columns);
-    // Runs an insert of a row whose id no one needs, as stepWithoutAnswer() does.
-    void addRow() { send(); }
     // Runs a statement whose answer no one needs: on a server it is sent without waiting (a
     // failure shows at the next statement that waits); on a file it runs at once.
     void send();

@@ -245,6 +245,12 @@ bool namesItsTables(const std::string& lowered) {
     return false;
 }
 
+// Whether the statement (in lower case) begins a transaction.
+bool beginsTransaction(const std::string& lowered) {
+    const size_t at = lowered.find_first_not_of(" \t\n");
+    return at != std::string::npos && lowered.compare(at, 5, "begin") == 0;
+}
+
 // Whether the statement makes a trigger.
 bool makesTrigger(const std::string& sql) {
     const size_t at = sql.find_first_not_of(" \t\n");
@@ -435,10 +441,8 @@ std::shared_ptr<PGresult> ServerSession::runPrepared(const std::string& name,
 }
 
 void ServerSession::sendPrepared(const std::string& name, const std::vector<const char*>& values) {
-    const std::string& sql = textOf_[name];
-    noteWrites(sql);
     // Rows gathered before this statement for the tables it names go ahead of it.
-    if (!copies_.empty()) writeCopies(sql, true);
+    drainFor(textOf_[name], true);
     std::vector<ServerValue> kept;
     kept.reserve(values.size());
     for (const char* v : values) kept.push_back(v ? ServerValue(v) : ServerValue());
@@ -646,17 +650,18 @@ bool ServerSession::wroteTo(const std::string& table) const {
     return wrote_.count(table) || wrote_.count("*");
 }
 
-void ServerSession::noteWrites(const std::string& sql) {
-    if (auto table = writtenTable(text::lowerAscii(sql)); !table.empty())
+void ServerSession::drainFor(const std::string& sql, bool behind) {
+    if (!behind) awaitBehind();
+    const std::string lowered = text::lowerAscii(sql);
+    if (auto table = writtenTable(lowered); !table.empty()) {
         wrote_.insert(std::move(table));
-}
-
-void ServerSession::drainFor(const std::string& sql) {
-    awaitBehind();
-    noteWrites(sql);
+    } else if (!behind && beginsTransaction(lowered) &&
+               PQtransactionStatus(conn_) == PQTRANS_IDLE) {
+        wrote_.clear();  // none of its rows went anywhere yet
+    }
     // From a trigger on, a statement may write rows of tables it does not name.
     if (!triggers_ && makesTrigger(sql)) triggers_ = true;
-    if (!copies_.empty()) writeCopies(sql);
+    if (!copies_.empty()) writeCopies(sql, behind);
 }
 
 std::string ServerSession::tableName(unsigned oid) {
@@ -680,7 +685,6 @@ std::string ServerSession::columnName(unsigned oid, int number) {
 
 void ServerSession::begin() {
     execute("BEGIN");
-    wrote_.clear();
 }
 
 void ServerSession::commit() {

@@ -122,12 +122,12 @@ class ServerSession {
     ServerSession(PGconn* conn, std::string server, std::vector<std::string> secrets);
     [[noreturn]] void fail(const std::string& what) const;
     // Waits for what was sent and writes the rows gathered for the tables the statement names
-    // (all of them for another kind of statement, or an empty text).
-    void drainFor(const std::string& sql);
+    // (all of them for another kind of statement, or an empty text); for a statement that is
+    // itself sent `behind`, the rows go ahead of it without waiting.
+    void drainFor(const std::string& sql, bool behind = false);
     // Writes the rows gathered for the tables `sql` names (all for an empty text); `behind`
     // writes them on a thread of its own, see behind().
     void writeCopies(const std::string& sql, bool behind = false);
-    void noteWrites(const std::string& sql);
     // One COPY of rows in COPY's text form; returns the rows written.
     long long copyText(const std::string& table, const std::string& columns,
                        const std::string& data);

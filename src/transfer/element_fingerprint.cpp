@@ -196,7 +196,7 @@ void ElementFingerprints::write(store::Connection& c) {
         put.bindTextStatic(1, w->key);
         put.bindInteger(2, static_cast<long long>(w->fp.a));
         put.bindInteger(3, static_cast<long long>(w->fp.b));
-        put.addRow();
+        put.send();
     }
     put.reset();
     pending_.clear();

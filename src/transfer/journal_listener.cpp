@@ -110,7 +110,7 @@ void fillKeys(store::Connection& c, const BlockKeys& keys) {
         state.reset();
         state.bind(1, store::Variant(nr));
         state.bind(2, store::Variant(hist));
-        state.addRow();
+        state.send();
     }
     auto fill = [&](KeyKind kind, const std::vector<std::string>& values) {
         auto& add = c.cached(std::string("INSERT INTO ") + keyTable(kind) + " VALUES (?1)");
@@ -118,7 +118,7 @@ void fillKeys(store::Connection& c, const BlockKeys& keys) {
         for (const auto& v : values) {
             add.reset();
             add.bind(1, store::Variant(v));
-            add.addRow();
+            add.send();
         }
     };
     fill(KeyKind::Number, keys.numbers);
