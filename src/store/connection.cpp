@@ -398,6 +398,13 @@ void Statement::send() {
         step();
 }
 
+void Statement::sendOnce() {
+    if (remote_)
+        remote_->send(false);
+    else
+        step();
+}
+
 void Statement::copyInto(const std::string& table, const std::vector<std::string>& columns) {
     if (!remote_) return;
     std::string list;
@@ -866,10 +873,16 @@ long long Connection::lastInsertId() const {
 
 long long Connection::reserveRowId(const std::string& table) {
     auto& ids = reservedIds_[table];
+    auto& sequence = sequences_[table];
+    if (ids.empty() && sequence.coming) {
+        server_->awaitJob(sequence.coming->job);
+        ids = std::move(sequence.coming->ids);
+        sequence.coming.reset();
+    }
+    // Where the piece asked for behind did not come (a failure behind), the query here raises.
     if (ids.empty()) {
         // The table's sequence is looked up once: asked of each row, the look-up costs more
         // than the number.
-        auto& sequence = sequences_[table];
         if (sequence.name.empty()) {
             const auto s = server_->query("SELECT pg_get_serial_sequence($1, 'rowid')",
                                           {jet::quoteName(text::lowerAscii(table))});
@@ -881,9 +894,7 @@ long long Connection::reserveRowId(const std::string& table) {
         // A few thousand at first, twice as many each time after: one round trip for many
         // rows, and few of them in an import, each of which waits for the rows written behind.
         sequence.ahead = std::min<long long>(65536, sequence.ahead ? sequence.ahead * 2 : 2048);
-        const auto r = server_->query("SELECT nextval(" + sequence.name +
-                                      "::regclass) FROM generate_series(1, " +
-                                      std::to_string(sequence.ahead) + ") ORDER BY 1 DESC");
+        const auto r = server_->query(piece(sequence));
         for (const auto& row : r.rows) ids.push_back(std::atoll(row[0].value_or("0").c_str()));
         if (ids.empty())
             throwDao("DAO.Database", err::kEngineError,
@@ -891,7 +902,24 @@ long long Connection::reserveRowId(const std::string& table) {
     }
     const long long id = ids.back();
     ids.pop_back();
+    // Half of a piece left, the next is asked for behind the work sent ahead: by the time it
+    // is needed the numbers are there, and an import does not wait for the server to store
+    // what went before. Its numbers are higher than this piece's.
+    if (!sequence.coming && static_cast<long long>(ids.size()) == sequence.ahead / 2) {
+        sequence.ahead = std::min<long long>(65536, sequence.ahead * 2);
+        auto coming = std::make_shared<Sequence::Coming>();
+        coming->job = server_->queryBehind(piece(sequence), [coming](ServerResult&& r) {
+            for (const auto& row : r.rows)
+                coming->ids.push_back(std::atoll(row[0].value_or("0").c_str()));
+        });
+        sequence.coming = std::move(coming);
+    }
     return id;
+}
+
+std::string Connection::piece(const Sequence& sequence) {
+    return "SELECT nextval(" + sequence.name + "::regclass) FROM generate_series(1, " +
+           std::to_string(sequence.ahead) + ") ORDER BY 1 DESC";
 }
 
 std::vector<Connection::ColumnInfo> Connection::columnsOf(const std::string& table) {
@@ -1307,28 +1335,60 @@ bool Connection::comparesBytes(const std::string& table, const std::string& colu
 }
 
 void Connection::beginBatch() {
-    if (batchDepth_ == 0) execute("BEGIN");
+    if (batchDepth_ == 0) {
+        if (server_)
+            server_->begin();
+        else
+            execute("BEGIN");
+    }
     ++batchDepth_;
 }
 
 void Connection::commitBatch() {
     if (batchDepth_ == 0) return;
     if (--batchDepth_ > 0) return;
+    commitOuterBatch(false);
+}
+
+size_t Connection::commitBatchBehind() {
+    if (batchDepth_ == 0) return 0;
+    if (--batchDepth_ > 0) return 0;
+    return commitOuterBatch(server_ != nullptr);
+}
+
+size_t Connection::commitOuterBatch(bool behind) {
     try {
         tellWatchers([&](ChangeListener& l) { l.committing(*this); });
         // A server answers the COMMIT of a transaction that met an error with ROLLBACK, and
         // says so only there.
+        if (behind) return server_->commitBehind();
         if (server_)
             server_->commit();
         else
             execute("COMMIT");
+        return 0;
     } catch (...) {
-        tellWatchersNoexcept([&](ChangeListener& l) { l.rolledBack(*this); });
-        // A commit that failed (a full disk) may leave its transaction open; the block cannot
-        // be kept, and the store must stay usable for what comes after.
-        rollbackOpen();
+        failedCommit();
         throw;
     }
+}
+
+void Connection::awaitCommit(size_t ticket) {
+    if (!server_ || ticket == 0) return;
+    try {
+        server_->awaitCommit(ticket);
+    } catch (...) {
+        failedCommit();
+        throw;
+    }
+}
+
+void Connection::failedCommit() noexcept {
+    tellWatchersNoexcept([&](ChangeListener& l) { l.rolledBack(*this); });
+    // A commit that failed (a full disk) may leave its transaction open; the block cannot be
+    // kept, and the store must stay usable for what comes after.
+    batchDepth_ = 0;
+    rollbackOpen();
 }
 
 void Connection::rollbackBatch() noexcept {

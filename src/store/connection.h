@@ -68,6 +68,10 @@ class Statement {
     // Runs a statement whose answer no one needs: on a server it is sent without waiting (a
     // failure shows at the next statement that waits); on a file it runs at once.
     void send();
+    // As send(), for a statement run once in a while over tables that grow meanwhile (an
+    // import's): a server plans each run for the data it finds, where a plan made once, while
+    // a table was small, would read all of it when it has grown.
+    void sendOnce();
     void reset();
     int columnCount() const;
     Variant column(int index) const;  // 0-based
@@ -284,6 +288,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // The import writes in batches: one transaction over many records.
     void beginBatch();
     void commitBatch();
+    // On a server, sends the outermost batch's COMMIT behind the work sent ahead and returns
+    // at once, so the next batch is worked out while the server stores this one; the number
+    // it returns goes to awaitCommit(), which raises where the commit failed. A file commits
+    // at once (and returns 0), as an inner batch only counts down.
+    size_t commitBatchBehind();
+    void awaitCommit(size_t ticket);
     // Drops everything since the outermost beginBatch(): a check that must leave no trace.
     void rollbackBatch() noexcept;
     // Whether a transaction is open. SQLite ends one on its own after some failures (a full
@@ -345,11 +355,20 @@ class Connection : public std::enable_shared_from_this<Connection> {
     struct Sequence {
         std::string name;     // of a table's row ids, quoted
         long long ahead = 0;  // how many the last look-up took
+        // The next piece, asked for behind the work sent ahead: filled on the thread doing it.
+        struct Coming {
+            size_t job = 0;
+            std::vector<long long> ids;  // in reverse order
+        };
+        std::shared_ptr<Coming> coming;
     };
     std::unordered_map<std::string, Sequence> sequences_;
+    static std::string piece(const Sequence& sequence);  // the query for its next numbers
     std::filesystem::path file_;
     std::string key_;
     int batchDepth_ = 0;
+    size_t commitOuterBatch(bool behind);
+    void failedCommit() noexcept;
     std::vector<Watcher> watchers_;
     std::unordered_map<std::string, std::unique_ptr<Statement>> cache_;
     std::unordered_map<std::string, std::shared_ptr<const void>> memo_;

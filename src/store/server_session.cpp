@@ -325,6 +325,11 @@ ServerResult ServerSession::query(const std::string& sql, const std::vector<Serv
     Result res(PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr,
                             values.data(), nullptr, nullptr, 0),
                &PQclear);
+    return rowsOf(res.release());
+}
+
+ServerResult ServerSession::rowsOf(PGresult* answer) const {
+    Result res(answer, &PQclear);
     const auto status = PQresultStatus(res.get());
     if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
         failWith(conn_, res.release(), server_, secrets_);
@@ -343,6 +348,19 @@ ServerResult ServerSession::query(const std::string& sql, const std::vector<Serv
         out.rows.push_back(std::move(row));
     }
     return out;
+}
+
+size_t ServerSession::queryBehind(const std::string& sql,
+                                  std::function<void(ServerResult&&)> take) {
+    drainFor(sql, true);
+    return behind(
+        [this, sql, take = std::move(take)] { take(rowsOf(PQexec(conn_, sql.c_str()))); });
+}
+
+void ServerSession::awaitJob(size_t number) {
+    if (number == 0 || !worker_.joinable()) return;
+    std::unique_lock lock(behindLock_);
+    behindMoved_.wait(lock, [&] { return jobsDone_ >= number; });
 }
 
 std::shared_ptr<PGresult> ServerSession::run(const std::string& sql,
@@ -457,6 +475,24 @@ void ServerSession::sendPrepared(const std::string& name, const std::vector<cons
     });
 }
 
+void ServerSession::sendText(const std::string& sql, const std::vector<const char*>& values,
+                             const std::vector<unsigned>& types) {
+    drainFor(sql, true);
+    std::vector<ServerValue> kept;
+    kept.reserve(values.size());
+    for (const char* v : values) kept.push_back(v ? ServerValue(v) : ServerValue());
+    behind([this, sql, types, kept = std::move(kept)] {
+        const auto pointers = pointersTo(kept);
+        Result res(PQexecParams(conn_, sql.c_str(), static_cast<int>(pointers.size()),
+                                types.size() == pointers.size() ? types.data() : nullptr,
+                                pointers.data(), nullptr, nullptr, 0),
+                   &PQclear);
+        const auto status = PQresultStatus(res.get());
+        if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
+            failWith(conn_, res.release(), server_, secrets_);
+    });
+}
+
 void ServerSession::queueCopy(const std::string& table, const std::string& columns,
                               const std::vector<ServerValue>& row) {
     auto it = std::find_if(copies_.begin(), copies_.end(), [&](const CopyRows& c) {
@@ -490,8 +526,10 @@ void ServerSession::writeCopies(const std::string& sql, bool behind) {
     }
     std::erase_if(copies_, [](const CopyRows& c) { return c.table.empty(); });
     for (const auto& c : copies) wrote_.insert(c.table);
-    if (behind) return this->behind([this, copies = std::move(copies)] { copyAll(copies); });
-    copyAll(copies);
+    if (behind)
+        this->behind([this, copies = std::move(copies)] { copyAll(copies); });
+    else
+        copyAll(copies);
 }
 
 void ServerSession::copyAll(const std::vector<CopyRows>& copies) {
@@ -504,13 +542,16 @@ void ServerSession::copyAll(const std::vector<CopyRows>& copies) {
     }
 }
 
-void ServerSession::behind(std::function<void()> job) {
+size_t ServerSession::behind(std::function<void()> job, bool commits) {
+    size_t number = 0;
     {
         std::lock_guard lock(behindLock_);
-        jobs_.push_back(std::move(job));
+        jobs_.push_back({std::move(job), commits});
+        number = ++jobsSent_;
     }
     if (!worker_.joinable()) worker_ = std::thread([this] { work(); });
     behindMoved_.notify_all();
+    return number;
 }
 
 void ServerSession::work() {
@@ -526,14 +567,16 @@ void ServerSession::work() {
         lock.unlock();
         std::exception_ptr failed;
         if (!skipped) try {
-                job();
+                job.run();
             } catch (...) {
                 failed = std::current_exception();
             }
         lock.lock();
+        ++jobsDone_;
         if (failed) behindFailed_ = failed;
+        if (job.commits && behindFailed_) lostCommits_[jobsDone_] = behindFailed_;
         working_ = false;
-        if (jobs_.empty()) behindMoved_.notify_all();
+        behindMoved_.notify_all();
     }
 }
 
@@ -543,6 +586,20 @@ void ServerSession::awaitBehind(bool raise) {
     behindMoved_.wait(lock, [this] { return jobs_.empty() && !working_; });
     if (!raise) return;
     if (auto failed = std::exchange(behindFailed_, nullptr)) std::rethrow_exception(failed);
+}
+
+void ServerSession::awaitCommit(size_t ticket) {
+    if (ticket == 0 || !worker_.joinable()) return;
+    std::unique_lock lock(behindLock_);
+    behindMoved_.wait(lock, [&] { return jobsDone_ >= ticket; });
+    // A failure after the commit belongs to the next transaction: the next use raises it. The
+    // one that stopped the commit is raised here, even where another use raised it before.
+    const auto lost = lostCommits_.find(ticket);
+    if (lost == lostCommits_.end()) return;
+    const std::exception_ptr failure = lost->second;
+    lostCommits_.erase(lost);
+    if (behindFailed_ == failure) behindFailed_ = nullptr;
+    std::rethrow_exception(failure);
 }
 
 bool ServerSession::idle() const {
@@ -684,11 +741,30 @@ std::string ServerSession::columnName(unsigned oid, int number) {
 }
 
 void ServerSession::begin() {
-    execute("BEGIN");
+    if (idle()) {
+        execute("BEGIN");
+        return;
+    }
+    // Behind the commit of the transaction before: none of its rows went anywhere yet.
+    wrote_.clear();
+    behind([this] {
+        Result res(PQexec(conn_, "BEGIN"), &PQclear);
+        if (PQresultStatus(res.get()) != PGRES_COMMAND_OK)
+            failWith(conn_, res.release(), server_, secrets_);
+    });
 }
 
 void ServerSession::commit() {
     drain();
+    sendCommit();
+}
+
+size_t ServerSession::commitBehind() {
+    drainFor({}, true);
+    return behind([this] { sendCommit(); }, true);
+}
+
+void ServerSession::sendCommit() {
     Result res(PQexec(conn_, "COMMIT"), &PQclear);
     if (PQresultStatus(res.get()) != PGRES_COMMAND_OK)
         failWith(conn_, res.release(), server_, secrets_);

@@ -54,8 +54,14 @@ class ServerSession {
     // The columns a statement's rows would have, without running it.
     std::shared_ptr<PGresult> describe(const std::string& sql, const std::vector<unsigned>& types);
 
+    // BEGIN; behind the work sent ahead where there is some (a commit sent behind).
     void begin();
     void commit();
+    // Sends COMMIT behind the work sent ahead and returns at once; the number it returns is
+    // for awaitCommit(), which raises where the commit failed. Any other use of the connection
+    // waits for it as for any work behind.
+    size_t commitBehind();
+    void awaitCommit(size_t ticket);
     void rollback();
     // Runs `work` in one transaction: committed when it returns, rolled back when it raises.
     void transaction(const std::function<void()>& work);
@@ -72,12 +78,21 @@ class ServerSession {
     std::shared_ptr<PGresult> runPrepared(const std::string& name,
                                           const std::vector<const char*>& values);
     void sendPrepared(const std::string& name, const std::vector<const char*>& values);
+    // Sends a statement as run() runs it, without waiting for its answer.
+    void sendText(const std::string& sql, const std::vector<const char*>& values,
+                  const std::vector<unsigned>& types);
     // Gathers a row for `table` (its `columns` quoted and apart by commas) that is written
     // through COPY with the others of the same table before the next statement runs: many
     // rows at a time cost the server far less than an insert each. A failure among them is
     // raised by that statement.
     void queueCopy(const std::string& table, const std::string& columns,
                    const std::vector<ServerValue>& row);
+
+    // Runs a query behind the work sent ahead and hands its rows to `take`, on the thread that
+    // does that work; returns the number for awaitJob(). A failure is raised as any behind.
+    size_t queryBehind(const std::string& sql, std::function<void(ServerResult&&)> take);
+    // Waits until the job of that number is done or skipped after a failure; raises nothing.
+    void awaitJob(size_t number);
 
     // Waits for what was sent and writes the rows gathered; raises the first failure.
     void drain();
@@ -125,6 +140,10 @@ class ServerSession {
     // (all of them for another kind of statement, or an empty text); for a statement that is
     // itself sent `behind`, the rows go ahead of it without waiting.
     void drainFor(const std::string& sql, bool behind = false);
+    // The rows of a result, which it frees; raises where the result is a failure.
+    ServerResult rowsOf(PGresult* answer) const;
+    // COMMIT, raising where the server refused it or took the transaction back.
+    void sendCommit();
     // Writes the rows gathered for the tables `sql` names (all for an empty text); `behind`
     // writes them on a thread of its own, see behind().
     void writeCopies(const std::string& sql, bool behind = false);
@@ -150,7 +169,9 @@ class ServerSession {
     // server stores a piece while the program works out the next. Every other use of the
     // connection waits for that work first (awaitBehind) and raises its failure there: to the
     // caller, it was done in its place between the statements.
-    void behind(std::function<void()> job);
+    // Returns the job's number, counted from 1 in the order the jobs are done. A job that
+    // commits is noted where it fails or is skipped, for awaitCommit() to raise.
+    size_t behind(std::function<void()> job, bool commits = false);
     void work();
     void awaitBehind(bool raise = true);
     bool idle() const;
@@ -158,9 +179,16 @@ class ServerSession {
     std::thread worker_;
     mutable std::mutex behindLock_;
     std::condition_variable behindMoved_;
-    std::deque<std::function<void()>> jobs_;
+    struct Job {
+        std::function<void()> run;
+        bool commits = false;
+    };
+    std::deque<Job> jobs_;
     bool working_ = false, stopping_ = false;
     std::exception_ptr behindFailed_;  // the first failure behind; what follows it is skipped
+    size_t jobsSent_ = 0, jobsDone_ = 0;
+    // The commits sent behind that were not done, by number, and the failure that stopped them.
+    std::map<size_t, std::exception_ptr> lostCommits_;
     size_t copyBytes_ = 0;
     bool triggers_ = false;  // the transaction made triggers
     // The tables rows went to since BEGIN (quoted); "*" where a statement's could not be told.

@@ -316,7 +316,7 @@ void ServerStatement::hideRowIds() {
     for (const int c : shown_) types_.push_back(typeCode(PQftype(r, c)));
 }
 
-void ServerStatement::send() {
+void ServerStatement::send(bool planned) {
     if (!copyColumns_.empty()) {
         session_.queueCopy(copyTable_, copyColumns_, values_);
         ran_ = false;
@@ -325,7 +325,10 @@ void ServerStatement::send() {
     std::vector<const char*> pointers;
     pointers.reserve(values_.size());
     for (const auto& v : values_) pointers.push_back(v ? v->c_str() : nullptr);
-    session_.sendPrepared(session_.prepared(sql_.text, parameterTypes()), pointers);
+    if (planned)
+        session_.sendPrepared(session_.prepared(sql_.text, parameterTypes()), pointers);
+    else
+        session_.sendText(sql_.text, pointers, parameterTypes());
     ran_ = false;
 }
 

@@ -40,8 +40,9 @@ class ServerStatement {
     void keep() { keep_ = true; }
     int parameterIndex(const std::string& name) const;  // 0 when the text has no such name
     bool step();
-    // Sends the statement with its values without waiting for its answer.
-    void send();
+    // Sends the statement with its values without waiting for its answer. `planned` prepares
+    // it once for all its runs; without, the server plans each run for the data it finds.
+    void send(bool planned = true);
     // The statement inserts one row into `table` (quoted), its values the `columns` (quoted,
     // apart by commas) in order: send() gathers the row for COPY instead.
     void copyInto(std::string table, std::string columns) {

@@ -54,6 +54,11 @@ class Batch {
     void commit() {
         if (auto c = std::move(connection_)) c->commitBatch();
     }
+    // On a server the commit goes behind the block's rows; see Connection::commitBatchBehind.
+    size_t commitBehind() {
+        auto c = std::move(connection_);
+        return c ? c->commitBatchBehind() : 0;
+    }
     void rollback() noexcept {
         if (auto c = std::move(connection_)) c->rollbackBatch();
     }
@@ -85,6 +90,7 @@ class Run {
             if (ask() && readBlocks()) finishRecords();
             outcome = end();
         } catch (const std::exception& e) {
+            settleQuietly();
             outcome = failed(e);
         }
         if (counts_) *counts_ = {records_, removals_};
@@ -131,6 +137,12 @@ class Run {
     // Steps 2 to 6: the file block by block, each block's records in one transaction. The
     // reading thread reads, converts and cuts the blocks ahead; this thread stores them.
     bool readBlocks() {
+        const bool whole = readEveryBlock();
+        settle();
+        return whole;
+    }
+
+    bool readEveryBlock() {
         // A missing file reads as an empty one.
         ElementReader reader(path_, kBlockSize);
         for (ImportListener* l : listeners_) l->readingStarts(store());
@@ -235,7 +247,7 @@ class Run {
     }
 
     // Step 5: the <betrieb> elements of the block, in one transaction; ESC between two of them.
-    bool storeRecords(const ReadChunk& chunk) {
+    bool storeRecords(ReadChunk& chunk) {
         const int progressMax = static_cast<int>(std::max(1L, leadingNumber(announced_)));
         screen_.progressRange(progressMax);
         // The announced count is a number; a file may hold megabytes there, which must not be
@@ -303,6 +315,7 @@ class Run {
             block.records = records_;
             for (ImportListener* l : listeners_) l->blockRead(store(), block);
         } catch (...) {
+            settleQuietly();
             ctx_.removedAhead = nullptr;
             // What the block wrote is committed on the way out: no fingerprint may vouch for
             // an element that got part of the way. Without them the block goes whole.
@@ -320,17 +333,44 @@ class Run {
         if (fingerprints_ && store()) try {
                 fingerprints_->write(*store());
             } catch (...) {
+                settleQuietly();
                 batch.rollback();
                 throw;
             }
         // A closing tag ahead of the opening one gives a negative length.
         if (!cancelled && chunk.broken) throw core::invalidCall();
+        // The block before is told as committed ahead of this one's commit.
+        settle();
         for (ImportListener* l : listeners_) l->blockCommitting(store(), block);
-        batch.commit();
+        const size_t ticket = batch.commitBehind();
         if (!committed_ && store()) store()->measureNewTables();
         committed_ = true;
-        for (ImportListener* l : listeners_) l->blockCommitted(store(), block);
+        if (ticket == 0) {
+            for (ImportListener* l : listeners_) l->blockCommitted(store(), block);
+        } else {
+            committing_ = {std::move(chunk), ticket,        block.read,
+                           block.replaced,   block.records, std::move(block.unchanged)};
+        }
         return !cancelled;
+    }
+
+    // The block whose commit a server stores while the next block is worked out: it is told as
+    // committed once the server has said so. A failed commit raises.
+    void settle() {
+        if (!committing_) return;
+        Committing done = std::move(*committing_);
+        committing_.reset();
+        if (store()) store()->awaitCommit(done.ticket);
+        const ImportBlock block{done.chunk.block, done.chunk.elements, done.read,
+                                done.replaced,    done.records,        std::move(done.unchanged)};
+        for (ImportListener* l : listeners_) l->blockCommitted(store(), block);
+    }
+    // On the way out of a failure: a commit that went through is still told.
+    void settleQuietly() noexcept {
+        try {
+            settle();
+        } catch (const std::exception&) {
+        }
     }
 
     // Steps 7 and 8: compaction, the store bound again, the log offered, the closing message.
@@ -428,6 +468,15 @@ class Run {
     std::span<ImportListener* const> listeners_;
     ImportContext ctx_;
     std::optional<ElementFingerprints> fingerprints_;
+    struct Committing {
+        ReadChunk chunk;
+        size_t ticket = 0;
+        size_t read = 0;
+        long replaced = 0;
+        long records = 0;
+        std::vector<bool> unchanged;
+    };
+    std::optional<Committing> committing_;
     bool fingerprintsAsked_ = false;  // whether the store keeps them, asked once a run
     bool dryRun_;
     ImportCounts* counts_;

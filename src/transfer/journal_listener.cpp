@@ -94,15 +94,23 @@ bool noKeys(const BlockKeys& keys, KeyKind kind) {
     return keys.persons.empty();
 }
 
+// Runs a statement no one needs an answer from: a server takes it behind the rows and
+// statements sent before, while the program goes on with the block.
+void send(store::Connection& c, const std::string& sql, const std::vector<long long>& values = {}) {
+    store::Statement st(c, sql);
+    for (size_t i = 0; i < values.size(); ++i) st.bindInteger(static_cast<int>(i + 1), values[i]);
+    st.sendOnce();
+}
+
 // The numbers into tables of the connection's own, compared as the key columns compare.
 void fillKeys(store::Connection& c, const BlockKeys& keys) {
-    c.execute(
-        "CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_betrieb (nr TEXT COLLATE NOCASE, hist TEXT "
-        "COLLATE NOCASE)");
-    c.execute("CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_nummer (nr TEXT COLLATE NOCASE)");
-    c.execute("CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_person (nr TEXT COLLATE NOCASE)");
+    send(c,
+         "CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_betrieb (nr TEXT COLLATE NOCASE, hist TEXT "
+         "COLLATE NOCASE)");
+    send(c, "CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_nummer (nr TEXT COLLATE NOCASE)");
+    send(c, "CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_person (nr TEXT COLLATE NOCASE)");
     for (const KeyKind kind : {KeyKind::State, KeyKind::Number, KeyKind::Person})
-        c.execute(std::string("DELETE FROM ") + keyTable(kind));
+        send(c, std::string("DELETE FROM ") + keyTable(kind));
     // Thousands of rows a block: on a server they go together, through COPY.
     auto& state = c.cached("INSERT INTO temp.tolma_vorab_betrieb VALUES (?1, ?2)");
     state.copyInto("tolma_vorab_betrieb", {"nr", "hist"});
@@ -147,30 +155,42 @@ std::string keyedRows(store::Connection& c, const Removed& r, bool byState) {
            " OFFSET 0) t ON true";
 }
 
+// The last row of a table's record before the block began; the table's number is ?1.
+constexpr const char* kBlockStart =
+    "(SELECT kopie FROM temp.tolma_vorab_anfang WHERE tabelle = ?1)";
+
 }  // namespace
 
 void ImportJournal::removeAhead(store::Connection& c, const BlockKeys& keys) {
     const auto& order = model::removalOrder();
-    blockStarts_.assign(order.size(), -1);
+    removedAhead_.assign(order.size(), false);
     if (!started() || keys.empty()) return;
     fillKeys(c, keys);
+    // Where each record stood before the block is kept beside the keys, not asked for: the
+    // block goes on without waiting for the server, and only a put-back reads it.
+    send(c, "CREATE TEMP TABLE IF NOT EXISTS tolma_vorab_anfang (tabelle INTEGER, kopie INTEGER)");
+    send(c, "DELETE FROM temp.tolma_vorab_anfang");
     for (size_t i = 0; i < order.size(); ++i) {
         const Removed r = removedOf(*order[i]);
         if (noKeys(keys, r.kind) || !recorded(r.table)) continue;
+        removedAhead_[i] = true;
         const std::string shadow = store::jet::quoteName(recordTableOf(r.table));
-        auto last = c.prepare("SELECT coalesce(max(rowid), 0) FROM " + shadow);
-        last->step();
-        blockStarts_[i] = last->column(0).toInteger();
-        last.reset();
+        const long long table = static_cast<long long>(i);
+        send(
+            c,
+            "INSERT INTO temp.tolma_vorab_anfang SELECT ?1, coalesce(max(rowid), 0) FROM " + shadow,
+            {table});
         // The keys drive, the table answers by its index; then the rows copied go, by row id.
-        c.execute("INSERT INTO " + shadow + " (lauf, art, rid, " + c.columnList(r.table) +
-                      ") SELECT ?1, 'D', t.rowid, " + c.columnList(r.table, "t.") + " FROM " +
-                      keyedRows(c, r, keys.byState),
-                  {store::Variant(static_cast<long long>(lauf_))});
+        send(c,
+             "INSERT INTO " + shadow + " (lauf, art, rid, " + c.columnList(r.table) +
+                 ") SELECT ?1, 'D', t.rowid, " + c.columnList(r.table, "t.") + " FROM " +
+                 keyedRows(c, r, keys.byState),
+             {lauf_});
         store::ChangeCapture::Quiet quiet(capture_.get());
-        c.execute("DELETE FROM main." + store::jet::quoteName(r.table) + " WHERE " +
-                      c.rowIdAmong("SELECT rid FROM " + shadow + " WHERE rowid > ?1"),
-                  {store::Variant(blockStarts_[i])});
+        send(c,
+             "DELETE FROM main." + store::jet::quoteName(r.table) + " WHERE " +
+                 c.rowIdAmong("SELECT rid FROM " + shadow + " WHERE rowid > " + kBlockStart),
+             {table});
     }
 }
 
@@ -196,20 +216,20 @@ void ImportJournal::recordUnchanged(store::Connection& c, const BlockKeys& keys)
 }
 
 void ImportJournal::putBack(store::Connection& c, const BlockKeys& left) {
-    if (!started() || left.empty() || blockStarts_.empty()) return;
+    if (!started() || left.empty() || removedAhead_.empty()) return;
     fillKeys(c, left);
     c.execute("CREATE TEMP TABLE IF NOT EXISTS tolma_rueck_neu (kopie INTEGER PRIMARY KEY)");
     const auto& order = model::removalOrder();
     for (size_t i = 0; i < order.size(); ++i) {
         const Removed r = removedOf(*order[i]);
-        if (blockStarts_[i] < 0 || noKeys(left, r.kind)) continue;
+        if (!removedAhead_[i] || noKeys(left, r.kind)) continue;
         const std::string table = "main." + store::jet::quoteName(r.table),
                           shadow = store::jet::quoteName(recordTableOf(r.table));
         const auto columns = columnsOf(c, r.table);
-        const std::string copies =
-            " FROM " + shadow + " s WHERE s.rowid > ?1 AND EXISTS (SELECT 1 FROM " +
-            keyTable(r.kind) + " k WHERE " + belongs(r, left.byState, "s") + ")";
-        const std::vector<store::Variant> from{store::Variant(blockStarts_[i])};
+        const std::string copies = " FROM " + shadow + " s WHERE s.rowid > " + kBlockStart +
+                                   " AND EXISTS (SELECT 1 FROM " + keyTable(r.kind) + " k WHERE " +
+                                   belongs(r, left.byState, "s") + ")";
+        const std::vector<store::Variant> from{store::Variant(static_cast<long long>(i))};
         // A row goes back under its old row id unless a row of the block took that id
         // meanwhile; those are noted first, before any row goes back. The others keep their
         // ids, and only then do the noted ones take new ids, after all of them: a new id given
@@ -311,9 +331,13 @@ BlockKeys ImportJournal::keysLeft() const {
 
 void ImportJournal::blockCommitting(store::Connection* c, const ImportBlock& block) {
     if (!c || !started()) return;
-    c->execute("UPDATE tolma_import_lauf SET betriebe = ?2 WHERE lauf = ?1",
-               {store::Variant(static_cast<long long>(lauf_)),
-                store::Variant(static_cast<long long>(block.records))});
+    // Sent behind the block's rows on a server: no answer is needed.
+    store::Statement& count =
+        c->cached("UPDATE tolma_import_lauf SET betriebe = ?2 WHERE lauf = ?1");
+    count.bindInteger(1, lauf_);
+    count.bindInteger(2, block.records);
+    count.send();
+    count.reset();
 }
 
 void ImportJournal::runEnds(store::Connection*) {

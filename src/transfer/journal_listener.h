@@ -64,8 +64,8 @@ class ImportJournal final : public ImportListener, private RemovedAhead {
     long lauf_ = 0;
     std::vector<std::pair<std::string, long long>> marks_;  // table, highest row id before the run
     std::unique_ptr<store::ChangeCapture> capture_;
-    std::vector<long long> blockStarts_;  // per removed table, the record's last row before
-                                          // the block; -1 where the block removed nothing
+    std::vector<bool> removedAhead_;  // per table in the order of removal, whether the block
+                                      // removed its rows ahead
     // The numbers whose rows the current block removed ahead and no element took yet, as the
     // key columns compare them, without regard to case.
     bool aheadThisBlock_ = false, byState_ = false;

@@ -273,6 +273,52 @@ TEST(ServerSessionWriting, WorkSentAheadIsDoneInOrderAndItsFailureRaisedLater) {
     EXPECT_EQ(c->execute("DELETE FROM b"), 1);
 }
 
+// A commit sent behind: the next transaction begins behind it, the commit's failure is its
+// own (raised where it is awaited, even after another use raised it), and a query sent behind
+// hands its rows over once its job is done.
+TEST(ServerSessionWriting, ACommitSentBehindIsAwaitedAndItsFailureIsItsOwn) {
+    auto session = ServerSession::connect(PgCluster::get().createDatabase("hinten"));
+    session->execute("CREATE TABLE a (nr integer)");
+    // Refuses 13, at the commit only.
+    session->execute(
+        "CREATE FUNCTION ohne13() RETURNS trigger LANGUAGE plpgsql AS $$BEGIN IF NEW.nr = 13 "
+        "THEN RAISE EXCEPTION 'die Dreizehn nicht'; END IF; RETURN NULL; END$$");
+    session->execute(
+        "CREATE CONSTRAINT TRIGGER ohne13 AFTER INSERT ON a DEFERRABLE INITIALLY DEFERRED FOR "
+        "EACH ROW EXECUTE FUNCTION ohne13()");
+    const auto& put = session->prepared("INSERT INTO a VALUES ($1)", {});
+
+    session->begin();
+    session->queueCopy("\"a\"", "\"nr\"", {"1"});
+    const size_t kept = session->commitBehind();
+    session->begin();
+    session->sendPrepared(put, {"keine Zahl"});
+    EXPECT_NO_THROW(session->awaitCommit(kept));
+    EXPECT_THROW(cell(*session, "SELECT count(*) FROM a"), DaoError);
+    session->rollback();
+    EXPECT_EQ(cell(*session, "SELECT count(*) FROM a"), "1");
+
+    session->begin();
+    session->sendPrepared(put, {"2"});
+    session->queueCopy("\"a\"", "\"nr\"", {"13"});
+    const size_t refused = session->commitBehind();
+    std::vector<std::string> seen;
+    const size_t asked = session->queryBehind(
+        "SELECT 7", [&](store::ServerResult&& r) { seen.push_back(*r.rows.at(0).at(0)); });
+    EXPECT_THROW(cell(*session, "SELECT 1"), DaoError);
+    const DaoError e = errorOf([&] { session->awaitCommit(refused); });
+    EXPECT_NE(std::string(e.what()).find("die Dreizehn nicht"), std::string::npos) << e.what();
+    session->awaitJob(asked);
+    EXPECT_TRUE(seen.empty());  // skipped: nothing after a failure is tried
+    EXPECT_FALSE(session->inTransaction());
+    EXPECT_EQ(cell(*session, "SELECT string_agg(nr::text, ',') FROM a"), "1");
+
+    const size_t again = session->queryBehind(
+        "SELECT 8", [&](store::ServerResult&& r) { seen.push_back(*r.rows.at(0).at(0)); });
+    session->awaitJob(again);
+    EXPECT_EQ(seen, std::vector<std::string>{"8"});
+}
+
 // What a set-up leaves in the catalog: columns, indexes, the function, roles and rights.
 std::string catalogOf(ServerSession& s) {
     std::string out;

@@ -7,8 +7,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <thread>
@@ -274,6 +276,39 @@ TEST_F(Workstations, AConnectionTextWithAClosedFirstServerReachesTheSecond) {
     const auto set = cli(other, {"options", "--db-betriebsbezogen", twoHosts});
     ASSERT_EQ(set.code, 0) << set.out << set.err;
     EXPECT_EQ(count(other, "betrieb"), "n\n52\n");
+}
+
+// A block's commit goes behind its rows while the next block is worked out; one the server
+// refuses fails the run there, and the run's record counts only the blocks committed before.
+TEST_F(Workstations, ACommitTheServerRefusesStopsTheImportAfterTheBlocksBefore) {
+    const std::string file = generated(6000);  // three blocks
+    std::string refused;
+    {
+        std::ifstream in(file, std::ios::binary);
+        const std::string text{std::istreambuf_iterator<char>(in), {}};
+        size_t at = 0;
+        for (int n = 0; n < 2500; ++n) at = text.find("<betrieb>", at) + 1;
+        at = text.find("<betr-nr>", at) + std::strlen("<betr-nr>");
+        refused = text.substr(at, text.find('<', at) - at);
+    }
+    auto admin = store::ServerSession::connect(server);
+    admin->execute(
+        "CREATE FUNCTION nicht_diesen() RETURNS trigger LANGUAGE plpgsql AS $$BEGIN IF "
+        "NEW.\"betr-nr\" = '" +
+        refused + "' THEN RAISE EXCEPTION 'Betrieb gesperrt'; END IF; RETURN NULL; END$$");
+    admin->execute(
+        "CREATE CONSTRAINT TRIGGER nicht_diesen AFTER INSERT ON betrieb DEFERRABLE INITIALLY "
+        "DEFERRED FOR EACH ROW EXECUTE FUNCTION nicht_diesen()");
+    const auto run = cli(home, {"import", file});
+    EXPECT_EQ(run.code, 1) << run.out << run.err;
+    EXPECT_NE(run.err.find("Betrieb gesperrt"), std::string::npos) << run.err;
+    const auto stored = admin->query("SELECT count(*) FROM betrieb").rows.at(0).at(0);
+    const auto counted = admin->query("SELECT betriebe FROM tolma_import_lauf").rows.at(0).at(0);
+    EXPECT_EQ(stored, counted);
+    EXPECT_GT(std::stol(stored.value_or("0")), 0);
+    EXPECT_LT(std::stol(stored.value_or("0")), 2500);
+    EXPECT_EQ(cli(home, {"undo"}).code, 0);
+    EXPECT_EQ(count(home, "betrieb"), "n\n0\n");
 }
 
 TEST_F(Workstations, ABrokenConnectionStopsTheImportAndKeepsTheCommittedBlocks) {
