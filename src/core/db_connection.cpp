@@ -62,16 +62,19 @@ namespace {
 
 // A store's free pages under a fifth of its size: rewriting it would change nothing a clerk
 // could see.
+bool worthCompacting(store::Connection& c) {
+    auto st = c.prepare("PRAGMA freelist_count");
+    st->step();
+    const long long free = st->column(0).toInteger();
+    auto pc = c.prepare("PRAGMA page_count");
+    pc->step();
+    const long long pages = pc->column(0).toInteger();
+    return pages > 0 && free * 5 >= pages;
+}
+
 bool worthCompacting(const std::string& path) {
     try {
-        auto c = store::Connection::open(path, store::Connection::Kind::Shared);
-        auto st = c->prepare("PRAGMA freelist_count");
-        st->step();
-        const long long free = st->column(0).toInteger();
-        auto pc = c->prepare("PRAGMA page_count");
-        pc->step();
-        const long long pages = pc->column(0).toInteger();
-        return pages > 0 && free * 5 >= pages;
+        return worthCompacting(*store::Connection::open(path, store::Connection::Kind::Shared));
     } catch (const std::exception&) {
         return true;  // let the compaction itself report what is wrong
     }
@@ -248,6 +251,15 @@ void DB_Komprimieren(Globals& g) {
         DB_Load(g);
     } catch (const std::exception& e) {
         logTrapped(g, "DB_Load", e);  // this routine logs under DB_Load's name
+    }
+}
+
+bool compactionWorthIt(Globals& g) {
+    if (!g.stores.db_daten.isSet() || g.stores.db_daten.connection()->isServer()) return false;
+    try {
+        return worthCompacting(*g.stores.db_daten.connection());
+    } catch (const std::exception&) {
+        return true;  // let the compaction itself report what is wrong
     }
 }
 

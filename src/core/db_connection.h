@@ -34,6 +34,8 @@ void DB_Binden(Globals& g);
 void DB_Schliessen(Globals& g);
 void DB_Binden_loesen(Globals& g);
 void DB_Komprimieren(Globals& g);
+// Whether the open data store file has free pages enough (a fifth) for a compaction to shrink it.
+bool compactionWorthIt(Globals& g);
 // After a change of the data store that failed: the connection is let go, which frees what it
 // held of the change (a connection that met a full disk stays in its error until opened anew),
 // the failure is logged under `procedure`, and the store is opened again.

@@ -148,7 +148,11 @@ class Run {
         for (ImportListener* l : listeners_) l->readingStarts(store());
         while (auto chunk = reader.next()) {
             g_.log.akt_schritt = 3;
-            if (!dryRun_ && (chunk->block == 1 || chunk->block % 10 == 0)) {
+            // Later in the run, a store that would not shrink stays open: closing it costs its
+            // cache and the writing of its log. The first block's opens the store anew for the
+            // run.
+            if (!dryRun_ &&
+                (chunk->block == 1 || (chunk->block % 10 == 0 && core::compactionWorthIt(g_)))) {
                 screen_.label("Datenbankkomprimierung, bitte warten!");
                 for (ImportListener* l : listeners_) l->compacting();
                 core::DB_Komprimieren(g_);
