@@ -1383,6 +1383,10 @@ void Connection::awaitCommit(size_t ticket) {
     }
 }
 
+bool Connection::commitEnded(size_t ticket) const {
+    return !server_ || ticket == 0 || server_->commitEnded(ticket);
+}
+
 void Connection::failedCommit() noexcept {
     tellWatchersNoexcept([&](ChangeListener& l) { l.rolledBack(*this); });
     // A commit that failed (a full disk) may leave its transaction open; the block cannot be

@@ -294,6 +294,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // at once (and returns 0), as an inner batch only counts down.
     size_t commitBatchBehind();
     void awaitCommit(size_t ticket);
+    // Whether awaitCommit() would return (or raise) at once.
+    bool commitEnded(size_t ticket) const;
     // Drops everything since the outermost beginBatch(): a check that must leave no trace.
     void rollbackBatch() noexcept;
     // Whether a transaction is open. SQLite ends one on its own after some failures (a full

@@ -588,6 +588,11 @@ void ServerSession::awaitBehind(bool raise) {
     if (auto failed = std::exchange(behindFailed_, nullptr)) std::rethrow_exception(failed);
 }
 
+bool ServerSession::commitEnded(size_t ticket) const {
+    std::lock_guard lock(behindLock_);
+    return jobsDone_ >= ticket;
+}
+
 void ServerSession::awaitCommit(size_t ticket) {
     if (ticket == 0 || !worker_.joinable()) return;
     std::unique_lock lock(behindLock_);

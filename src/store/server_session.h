@@ -62,6 +62,8 @@ class ServerSession {
     // waits for it as for any work behind.
     size_t commitBehind();
     void awaitCommit(size_t ticket);
+    // Whether that commit is done or given up, without waiting.
+    bool commitEnded(size_t ticket) const;
     void rollback();
     // Runs `work` in one transaction: committed when it returns, rolled back when it raises.
     void transaction(const std::function<void()>& work);

@@ -313,6 +313,9 @@ class Run {
                     break;
                 }
                 ++records_;
+                // The block before is told as committed as soon as the server has done so: a
+                // listener may read it on a connection of its own meanwhile.
+                if (committing_ && store() && store()->commitEnded(committing_->ticket)) settle();
                 screen_.record(static_cast<int>(std::min<long>(records_, progressMax)),
                                "Verarbeite Datensatz " + std::to_string(records_) + labelTail);
             }
@@ -343,7 +346,7 @@ class Run {
             }
         // A closing tag ahead of the opening one gives a negative length.
         if (!cancelled && chunk.broken) throw core::invalidCall();
-        // The block before is told as committed ahead of this one's commit.
+        // The block before is told as committed ahead of this one's commit, at the latest.
         settle();
         for (ImportListener* l : listeners_) l->blockCommitting(store(), block);
         const size_t ticket = batch.commitBehind();

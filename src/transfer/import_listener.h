@@ -75,6 +75,9 @@ class ImportListener {
     virtual void blockRead(store::Connection* /*c*/, const ImportBlock& /*block*/) {}
     // Just before the block's commit, inside its transaction.
     virtual void blockCommitting(store::Connection* /*c*/, const ImportBlock& /*block*/) {}
+    // The block's commit is done. A server stores a block while the next is worked out: there
+    // this comes once the server has said so, within the next block (before its commit ahead)
+    // or before the blocks are done. A commit that failed is never told so.
     virtual void blockCommitted(store::Connection* /*c*/, const ImportBlock& /*block*/) {}
     // Every block of the file is stored; the store is not yet compacted.
     virtual void blocksDone(store::Connection* /*c*/, long /*records*/) {}
