@@ -25,6 +25,8 @@
 #include "store/server_session.h"
 #include "store/server_work.h"
 #include "tml_generator.h"
+#include "transfer/import_driver.h"
+#include "transfer/import_listener.h"
 
 namespace tolma {
 namespace {
@@ -276,6 +278,60 @@ TEST_F(Workstations, AConnectionTextWithAClosedFirstServerReachesTheSecond) {
     const auto set = cli(other, {"options", "--db-betriebsbezogen", twoHosts});
     ASSERT_EQ(set.code, 0) << set.out << set.err;
     EXPECT_EQ(count(other, "betrieb"), "n\n52\n");
+}
+
+// Hears the blocks' commits.
+struct Commits : transfer::ImportListener {
+    std::vector<std::string> events;
+    void blockBegins(store::Connection*, const transfer::ImportBlock& b) override {
+        events.push_back("begins " + std::to_string(b.number));
+    }
+    void blockCommitting(store::Connection*, const transfer::ImportBlock& b) override {
+        events.push_back("committing " + std::to_string(b.number));
+    }
+    void blockCommitted(store::Connection*, const transfer::ImportBlock& b) override {
+        events.push_back("committed " + std::to_string(b.number) + " of " +
+                         std::to_string(b.elements.size()) + ", records " +
+                         std::to_string(b.records));
+    }
+    void blocksDone(store::Connection*, long records) override {
+        events.push_back("done " + std::to_string(records));
+    }
+};
+
+// On a server each block is told as committed once, in order, after the next block began and
+// before its commit; the last before the blocks are done.
+TEST_F(Workstations, EachBlockIsToldAsCommittedOnceTheServerHasCommittedIt) {
+    const std::string file = generated(6000);
+    cli::Options o;
+    o.home = home;
+    o.answers = cli::TerminalDialogs::Mode::Yes;
+    std::ostringstream out, err;
+    cli::Session session(o, out);
+    ASSERT_TRUE(session.startWithDataStore(err)) << err.str();
+    Commits commits;
+    transfer::StartViewScreen screen(session.g);
+    transfer::ImportListener* const listeners[] = {&commits};
+    ASSERT_EQ(transfer::runImport(session.g, file, screen, listeners),
+              transfer::ImportOutcome::Finished);
+    // Blocks of some 1,500 businesses: several of them.
+    std::vector<std::string> expected = {"begins 1", "committing 1"};
+    for (int n = 2; n <= 4; ++n)
+        for (const std::string& line :
+             {"begins " + std::to_string(n), "committed " + std::to_string(n - 1) + " of ",
+              "committing " + std::to_string(n)})
+            expected.push_back(line);
+    const auto& e = commits.events;
+    ASSERT_GE(e.size(), expected.size() + 2) << ::testing::PrintToString(e);
+    for (size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(e[i].rfind(expected[i], 0), 0u) << i << ": " << e[i];
+    EXPECT_NE(e[e.size() - 2].find(", records 6000"), std::string::npos) << e[e.size() - 2];
+    EXPECT_EQ(e.back(), "done 6000");
+    EXPECT_EQ(std::count_if(e.begin(), e.end(),
+                            [](const std::string& l) { return l.rfind("committed ", 0) == 0; }),
+              std::count_if(e.begin(), e.end(),
+                            [](const std::string& l) { return l.rfind("begins ", 0) == 0; }));
+    EXPECT_EQ(count(home, "betrieb"), "n\n6000\n");
 }
 
 // A block's commit goes behind its rows while the next block is worked out; one the server
