@@ -5,6 +5,8 @@
 #include <vector>
 
 #include "cli/cli.h"
+#include "cli/options.h"
+#include "cli/session.h"
 
 // tolma-cli's commands run in the test's process on a home of the test's own, every question
 // answered Yes.
@@ -21,5 +23,23 @@ inline CliResult cli(const std::string& home, std::vector<std::string> args) {
     const int code = cli::run(args, out, err);
     return {code, out.str(), err.str()};
 }
+
+// The program started on a home as a command starts it, every question answered Yes; open()
+// opens its data store, with the cause in `err` where it cannot.
+struct HomeSession {
+    explicit HomeSession(const std::string& home) : options(yesOn(home)), session(options, out) {}
+    bool open() { return session.startWithDataStore(err); }
+
+    static cli::Options yesOn(const std::string& home) {
+        cli::Options o;
+        o.home = home;
+        o.answers = cli::TerminalDialogs::Mode::Yes;
+        return o;
+    }
+
+    cli::Options options;
+    std::ostringstream out, err;
+    cli::Session session;
+};
 
 }  // namespace tolma::testing

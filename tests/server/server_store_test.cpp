@@ -412,16 +412,12 @@ TEST_F(ServerStore, EmptyingAServerStoreEmptiesEveryTableAtOnce) {
     ASSERT_EQ(cli(home, {"import", TOLMA_SOURCE_DIR "/data/beispiel.tml"}).code, 0);
     ASSERT_NE(cli(home, {"search", "petersen"}).out.find("Petersen"), std::string::npos);
     {
-        cli::Options o;
-        o.home = home;
-        o.answers = cli::TerminalDialogs::Mode::Yes;
-        std::ostringstream out, err;
-        cli::Session session(o, out);
-        ASSERT_TRUE(session.startWithDataStore(err)) << err.str();
+        testing::HomeSession at(home);
+        ASSERT_TRUE(at.open()) << at.err.str();
         options::OptionsForm form;
-        options::Form_Activate(session.g, form);
-        options::Command4_Click(session.g, form, 0);
-        EXPECT_NE(out.str().find("gelöscht und ersetzt"), std::string::npos) << out.str();
+        options::Form_Activate(at.session.g, form);
+        options::Command4_Click(at.session.g, form, 0);
+        EXPECT_NE(at.out.str().find("gelöscht und ersetzt"), std::string::npos) << at.out.str();
     }
     EXPECT_EQ(cli(home, {"sql", "SELECT Count(*) AS n FROM beziehung_betrieb_person"}).out,
               "n\n0\n");

@@ -75,16 +75,12 @@ class Workstations : public ::testing::Test {
 
     // Empties the store through the options' command, as the clerk does; returns what it said.
     std::string emptyStore(const std::string& at) {
-        cli::Options o;
-        o.home = at;
-        o.answers = cli::TerminalDialogs::Mode::Yes;
-        std::ostringstream out, err;
-        cli::Session session(o, out);
-        EXPECT_TRUE(session.startWithDataStore(err)) << err.str();
+        testing::HomeSession s(at);
+        EXPECT_TRUE(s.open()) << s.err.str();
         options::OptionsForm form;
-        options::Form_Activate(session.g, form);
-        options::Command4_Click(session.g, form, 0);
-        return out.str();
+        options::Form_Activate(s.session.g, form);
+        options::Command4_Click(s.session.g, form, 0);
+        return s.out.str();
     }
 };
 
@@ -303,16 +299,12 @@ struct Commits : transfer::ImportListener {
 // before its commit; the last before the blocks are done.
 TEST_F(Workstations, EachBlockIsToldAsCommittedOnceTheServerHasCommittedIt) {
     const std::string file = generated(6000);
-    cli::Options o;
-    o.home = home;
-    o.answers = cli::TerminalDialogs::Mode::Yes;
-    std::ostringstream out, err;
-    cli::Session session(o, out);
-    ASSERT_TRUE(session.startWithDataStore(err)) << err.str();
+    testing::HomeSession at(home);
+    ASSERT_TRUE(at.open()) << at.err.str();
     Commits commits;
-    transfer::StartViewScreen screen(session.g);
+    transfer::StartViewScreen screen(at.session.g);
     transfer::ImportListener* const listeners[] = {&commits};
-    ASSERT_EQ(transfer::runImport(session.g, file, screen, listeners),
+    ASSERT_EQ(transfer::runImport(at.session.g, file, screen, listeners),
               transfer::ImportOutcome::Finished);
     // Blocks of some 1,500 businesses: several of them.
     std::vector<std::string> expected = {"begins 1", "committing 1"};
