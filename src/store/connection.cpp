@@ -871,6 +871,15 @@ long long Connection::lastInsertId() const {
     return server_ ? serverLastId_ : sqlite3_last_insert_rowid(db_);
 }
 
+namespace {
+
+// The row ids of a piece of a sequence's numbers, as the server gave them, onto `ids`.
+void takeIds(const ServerResult& piece, std::vector<long long>& ids) {
+    for (const auto& row : piece.rows) ids.push_back(std::atoll(row[0].value_or("0").c_str()));
+}
+
+}  // namespace
+
 long long Connection::reserveRowId(const std::string& table) {
     auto& ids = reservedIds_[table];
     auto& sequence = sequences_[table];
@@ -894,8 +903,7 @@ long long Connection::reserveRowId(const std::string& table) {
         // A few thousand at first, twice as many each time after: one round trip for many
         // rows, and few of them in an import, each of which waits for the rows written behind.
         sequence.ahead = std::min<long long>(65536, sequence.ahead ? sequence.ahead * 2 : 2048);
-        const auto r = server_->query(piece(sequence));
-        for (const auto& row : r.rows) ids.push_back(std::atoll(row[0].value_or("0").c_str()));
+        takeIds(server_->query(piece(sequence)), ids);
         if (ids.empty())
             throwDao("DAO.Database", err::kEngineError,
                      "Der Datenbankserver gibt keine Zeilennummern für " + table + ".");
@@ -908,10 +916,8 @@ long long Connection::reserveRowId(const std::string& table) {
     if (!sequence.coming && static_cast<long long>(ids.size()) == sequence.ahead / 2) {
         sequence.ahead = std::min<long long>(65536, sequence.ahead * 2);
         auto coming = std::make_shared<Sequence::Coming>();
-        coming->job = server_->queryBehind(piece(sequence), [coming](ServerResult&& r) {
-            for (const auto& row : r.rows)
-                coming->ids.push_back(std::atoll(row[0].value_or("0").c_str()));
-        });
+        coming->job = server_->queryBehind(piece(sequence),
+                                           [coming](ServerResult&& r) { takeIds(r, coming->ids); });
         sequence.coming = std::move(coming);
     }
     return id;

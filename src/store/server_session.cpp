@@ -458,38 +458,36 @@ std::shared_ptr<PGresult> ServerSession::runPrepared(const std::string& name,
     return std::shared_ptr<PGresult>(res, &PQclear);
 }
 
-void ServerSession::sendPrepared(const std::string& name, const std::vector<const char*>& values) {
-    // Rows gathered before this statement for the tables it names go ahead of it.
-    drainFor(textOf_[name], true);
+namespace {
+
+// Values given as pointers, kept for a statement that runs later on the worker thread.
+std::vector<ServerValue> keptValues(const std::vector<const char*>& values) {
     std::vector<ServerValue> kept;
     kept.reserve(values.size());
     for (const char* v : values) kept.push_back(v ? ServerValue(v) : ServerValue());
-    behind([this, name, kept = std::move(kept)] {
+    return kept;
+}
+
+}  // namespace
+
+void ServerSession::sendPrepared(const std::string& name, const std::vector<const char*>& values) {
+    // Rows gathered before this statement for the tables it names go ahead of it.
+    drainFor(textOf_[name], true);
+    behind([this, name, kept = keptValues(values)] {
         const auto pointers = pointersTo(kept);
-        Result res(PQexecPrepared(conn_, name.c_str(), static_cast<int>(pointers.size()),
-                                  pointers.data(), nullptr, nullptr, 0),
-                   &PQclear);
-        const auto status = PQresultStatus(res.get());
-        if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
-            failWith(conn_, res.release(), server_, secrets_);
+        rowsOf(PQexecPrepared(conn_, name.c_str(), static_cast<int>(pointers.size()),
+                              pointers.data(), nullptr, nullptr, 0));
     });
 }
 
 void ServerSession::sendText(const std::string& sql, const std::vector<const char*>& values,
                              const std::vector<unsigned>& types) {
     drainFor(sql, true);
-    std::vector<ServerValue> kept;
-    kept.reserve(values.size());
-    for (const char* v : values) kept.push_back(v ? ServerValue(v) : ServerValue());
-    behind([this, sql, types, kept = std::move(kept)] {
+    behind([this, sql, types, kept = keptValues(values)] {
         const auto pointers = pointersTo(kept);
-        Result res(PQexecParams(conn_, sql.c_str(), static_cast<int>(pointers.size()),
-                                types.size() == pointers.size() ? types.data() : nullptr,
-                                pointers.data(), nullptr, nullptr, 0),
-                   &PQclear);
-        const auto status = PQresultStatus(res.get());
-        if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
-            failWith(conn_, res.release(), server_, secrets_);
+        rowsOf(PQexecParams(conn_, sql.c_str(), static_cast<int>(pointers.size()),
+                            types.size() == pointers.size() ? types.data() : nullptr,
+                            pointers.data(), nullptr, nullptr, 0));
     });
 }
 
@@ -595,8 +593,8 @@ bool ServerSession::commitEnded(size_t ticket) const {
 
 void ServerSession::awaitCommit(size_t ticket) {
     if (ticket == 0 || !worker_.joinable()) return;
-    std::unique_lock lock(behindLock_);
-    behindMoved_.wait(lock, [&] { return jobsDone_ >= ticket; });
+    awaitJob(ticket);
+    std::lock_guard lock(behindLock_);
     // A failure after the commit belongs to the next transaction: the next use raises it. The
     // one that stopped the commit is raised here, even where another use raised it before.
     const auto lost = lostCommits_.find(ticket);
@@ -752,11 +750,7 @@ void ServerSession::begin() {
     }
     // Behind the commit of the transaction before: none of its rows went anywhere yet.
     wrote_.clear();
-    behind([this] {
-        Result res(PQexec(conn_, "BEGIN"), &PQclear);
-        if (PQresultStatus(res.get()) != PGRES_COMMAND_OK)
-            failWith(conn_, res.release(), server_, secrets_);
-    });
+    behind([this] { rowsOf(PQexec(conn_, "BEGIN")); });
 }
 
 void ServerSession::commit() {

@@ -331,13 +331,7 @@ BlockKeys ImportJournal::keysLeft() const {
 
 void ImportJournal::blockCommitting(store::Connection* c, const ImportBlock& block) {
     if (!c || !started()) return;
-    // Sent behind the block's rows on a server: no answer is needed.
-    store::Statement& count =
-        c->cached("UPDATE tolma_import_lauf SET betriebe = ?2 WHERE lauf = ?1");
-    count.bindInteger(1, lauf_);
-    count.bindInteger(2, block.records);
-    count.send();
-    count.reset();
+    send(*c, "UPDATE tolma_import_lauf SET betriebe = ?2 WHERE lauf = ?1", {lauf_, block.records});
 }
 
 void ImportJournal::runEnds(store::Connection*) {

@@ -330,10 +330,12 @@ TEST_F(Workstations, EachBlockIsToldAsCommittedOnceTheServerHasCommittedIt) {
 // refuses fails the run there, and the run's record counts only the blocks committed before.
 TEST_F(Workstations, ACommitTheServerRefusesStopsTheImportAfterTheBlocksBefore) {
     const std::string file = generated(6000);  // three blocks
-    std::string refused;
+    std::string refused, first;
     {
         std::ifstream in(file, std::ios::binary);
         const std::string text{std::istreambuf_iterator<char>(in), {}};
+        const size_t nr = text.find("<betr-nr>") + std::strlen("<betr-nr>");
+        first = text.substr(nr, text.find('<', nr) - nr);
         size_t at = 0;
         for (int n = 0; n < 2500; ++n) at = text.find("<betrieb>", at) + 1;
         at = text.find("<betr-nr>", at) + std::strlen("<betr-nr>");
@@ -347,6 +349,7 @@ TEST_F(Workstations, ACommitTheServerRefusesStopsTheImportAfterTheBlocksBefore) 
     admin->execute(
         "CREATE CONSTRAINT TRIGGER nicht_diesen AFTER INSERT ON betrieb DEFERRABLE INITIALLY "
         "DEFERRED FOR EACH ROW EXECUTE FUNCTION nicht_diesen()");
+    ASSERT_EQ(cli(home, {"search", first}).code, 0);  // the store has its search index
     const auto run = cli(home, {"import", file});
     EXPECT_EQ(run.code, 1) << run.out << run.err;
     EXPECT_NE(run.err.find("Betrieb gesperrt"), std::string::npos) << run.err;
@@ -355,6 +358,9 @@ TEST_F(Workstations, ACommitTheServerRefusesStopsTheImportAfterTheBlocksBefore) 
     EXPECT_EQ(stored, counted);
     EXPECT_GT(std::stol(stored.value_or("0")), 0);
     EXPECT_LT(std::stol(stored.value_or("0")), 2500);
+    // The search finds what the blocks before stored, and nothing of the refused one.
+    EXPECT_NE(cli(home, {"search", first}).out.find("Betrieb\t" + first), std::string::npos);
+    EXPECT_EQ(cli(home, {"search", refused}).out.find("Betrieb\t" + refused), std::string::npos);
     EXPECT_EQ(cli(home, {"undo"}).code, 0);
     EXPECT_EQ(count(home, "betrieb"), "n\n0\n");
 }
